@@ -1,0 +1,21 @@
+#pragma once
+// Umbrella header: every public class of the library.
+
+#include <HdwLib/core/KvxBuffer.h>
+#include <HdwLib/core/KvxCrc.h>
+#include <HdwLib/core/KvxException.h>
+#include <HdwLib/core/KvxIpAddress.h>
+#include <HdwLib/core/KvxList.h>
+#include <HdwLib/core/KvxMutex.h>
+#include <HdwLib/core/KvxObject.h>
+#include <HdwLib/core/KvxString.h>
+#include <HdwLib/core/KvxVector.h>
+
+#include <HdwLib/framework/HdwDevice.h>
+#include <HdwLib/framework/HdwEvent.h>
+#include <HdwLib/framework/HdwInitPortDesc.h>
+#include <HdwLib/framework/HdwManager.h>
+#include <HdwLib/framework/HdwObject.h>
+#include <HdwLib/framework/HdwPort.h>
+#include <HdwLib/framework/HdwService.h>
+#include <HdwLib/framework/HdwTimer.h>

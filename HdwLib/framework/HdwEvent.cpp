@@ -1,0 +1,3 @@
+#include <HdwLib/framework/HdwEvent.h>
+
+CKVX_HdwEvent::~CKVX_HdwEvent() = default;

@@ -1,0 +1,99 @@
+#include <HdwLib/framework/HdwTimer.h>
+#include <HdwLib/framework/internal/PlatformTimer.h>
+
+CKVX_HdwTimer::CKVX_HdwTimer() = default;
+
+CKVX_HdwTimer::CKVX_HdwTimer(const CKVX_HdwTimer& other)
+    : CKVX_Object(other),
+      m_Period(other.m_Period),
+      m_TickCount(other.m_TickCount.load()),
+      m_Callback(other.m_Callback),
+      m_Context(other.m_Context),
+      m_Resolution(other.m_Resolution)
+{
+}
+
+CKVX_HdwTimer& CKVX_HdwTimer::operator=(const CKVX_HdwTimer& other)
+{
+    if (this != &other) {
+        Stop();
+        m_Period = other.m_Period;
+        m_TickCount.store(other.m_TickCount.load());
+        m_Callback = other.m_Callback;
+        m_Context = other.m_Context;
+        m_Resolution = other.m_Resolution;
+    }
+    return *this;
+}
+
+CKVX_HdwTimer::~CKVX_HdwTimer()
+{
+    Stop();
+}
+
+unsigned CKVX_HdwTimer::Start(unsigned periodMs, t_Callback callback, void* context)
+{
+    // A running timer is replaced rather than leaked.
+    Stop();
+    m_Period = periodMs;
+    m_Callback = callback;
+    m_Context = context;
+    unsigned short resolution = 0;
+    m_TimerId = hdw::platform::TimerStart(periodMs, &CKVX_HdwTimer::Fire, this, resolution);
+    m_Resolution = resolution;
+    return m_TimerId ? 0u : 1u;
+}
+
+unsigned CKVX_HdwTimer::Stop()
+{
+    if (!m_TimerId)
+        return 0;
+    void* id = m_TimerId;
+    hdw::platform::TimerStop(id);
+    m_TimerId = nullptr;
+    return 0;
+}
+
+void CKVX_HdwTimer::Fire(void* timer)
+{
+    HdwTimerProc(0, 0, reinterpret_cast<uintptr_t>(timer), 0, 0);
+}
+
+void CKVX_HdwTimer::HdwTimerProc(unsigned int, unsigned int, uintptr_t user, uintptr_t, uintptr_t)
+{
+    auto* self = reinterpret_cast<CKVX_HdwTimer*>(user);
+    if (!self)
+        return;
+    const uint64_t ticks = self->m_TickCount.load(std::memory_order_relaxed);
+    if (self->m_Callback)
+        self->m_Callback(ticks, self->m_Context);
+    self->m_TickCount.store(ticks + 1, std::memory_order_relaxed);
+}
+
+uint64_t CKVX_HdwTimer::GetTickCount()
+{
+    return hdw::platform::MonotonicMs();
+}
+
+uint64_t CKVX_HdwTimer::GetElapsedTicks(uint64_t since)
+{
+    const uint64_t now = GetTickCount();
+    if (now >= since)
+        return now - since;
+    return (0xFFFFFFFFull - since) + now;
+}
+
+void CKVX_HdwTimer::UsSleep(uint64_t microseconds)
+{
+    hdw::platform::SleepUs(microseconds);
+}
+
+void CKVX_HdwTimer::MsSleep(uint64_t milliseconds)
+{
+    UsSleep(milliseconds * 1000);
+}
+
+void CKVX_HdwTimer::Sleep(uint64_t seconds)
+{
+    UsSleep(seconds * 1000000);
+}
