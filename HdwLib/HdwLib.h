@@ -19,3 +19,4 @@
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>
+#include <HdwLib/bus/HdwUartPort.h>

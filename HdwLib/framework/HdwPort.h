@@ -15,6 +15,20 @@
 class CKVX_HdwDevice;
 class CKVX_HdwEvent;
 
+// Port type codes (GetPortType). ARINC 429 and CAN are fixed by the unit
+// protocol; the others are this library's.
+enum t_HdwPortType : unsigned {
+    HDW_PORT_UART = 1,
+    HDW_PORT_ARINC429_TX = 2,
+    HDW_PORT_ARINC429_RX = 3,
+    HDW_PORT_CAN = 4,
+    HDW_PORT_MILSTD1553 = 5,
+    HDW_PORT_DISCRETE_IN = 6,
+    HDW_PORT_DISCRETE_OUT = 7,
+    HDW_PORT_I2C = 8,
+    HDW_PORT_SPI = 9,
+};
+
 class HDWLIB_EXPORT CKVX_HdwPort : public CKVX_HdwObject {
 public:
     // What Open takes. Each port class derives its own and adds its settings.
