@@ -60,6 +60,20 @@ bool IsRealOnboardPort(const fs::path& ttyDir)
     return !type.empty() && type != "0";
 }
 
+// "ttyUSB2" before "ttyUSB10": the text part, then the number at the end.
+bool NameOrder(const std::string& a, const std::string& b)
+{
+    const size_t da = a.find_last_not_of("0123456789") + 1;
+    const size_t db = b.find_last_not_of("0123456789") + 1;
+    const std::string ta = a.substr(0, da), tb = b.substr(0, db);
+    if (ta != tb)
+        return ta < tb;
+    const std::string na = a.substr(da), nb = b.substr(db);
+    if (na.size() != nb.size())
+        return na.size() < nb.size();
+    return na < nb;
+}
+
 } // namespace
 
 std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(const std::string& sysRoot,
@@ -104,6 +118,6 @@ std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(c
         ports.push_back(std::move(info));
     }
     std::sort(ports.begin(), ports.end(),
-              [](const SerialPortInfo& a, const SerialPortInfo& b) { return a.Name < b.Name; });
+              [](const SerialPortInfo& a, const SerialPortInfo& b) { return NameOrder(a.Name, b.Name); });
     return ports;
 }
