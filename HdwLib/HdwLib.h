@@ -22,4 +22,5 @@
 #include <HdwLib/bus/HdwUartPort.h>
 
 #include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwStdUartDevice.h>
 #include <HdwLib/links/Uart.h>
