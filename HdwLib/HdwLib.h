@@ -20,3 +20,7 @@
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>
 #include <HdwLib/bus/HdwUartPort.h>
+
+#include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwStdUartDevice.h>
+#include <HdwLib/links/Uart.h>
