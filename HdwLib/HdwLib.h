@@ -20,3 +20,5 @@
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>
 #include <HdwLib/bus/HdwUartPort.h>
+
+#include <HdwLib/links/HdwHoe.h>
