@@ -22,3 +22,6 @@
 #include <HdwLib/bus/HdwUartPort.h>
 
 #include <HdwLib/links/HdwHoe.h>
+#include <HdwLib/links/HdwTcpClientSocket.h>
+#include <HdwLib/links/HdwTcpServerSocket.h>
+#include <HdwLib/links/HdwUdpSocket.h>
