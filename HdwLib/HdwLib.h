@@ -21,7 +21,9 @@
 #include <HdwLib/framework/HdwTimer.h>
 #include <HdwLib/bus/HdwUartPort.h>
 
+#include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/links/HdwTcpClientSocket.h>
 #include <HdwLib/links/HdwTcpServerSocket.h>
 #include <HdwLib/links/HdwUdpSocket.h>
+#include <HdwLib/links/Uart.h>
