@@ -23,6 +23,9 @@
 
 #include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwHoe.h>
+#include <HdwLib/links/HdwHoeDevice.h>
+#include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwHoeLink.h>
 #include <HdwLib/links/HdwTcpClientSocket.h>
 #include <HdwLib/links/HdwTcpServerSocket.h>
 #include <HdwLib/links/HdwUdpSocket.h>

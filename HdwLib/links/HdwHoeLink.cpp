@@ -94,8 +94,10 @@ unsigned short CKVX_HdwHoeLink::GetEthLocalPort() const
 
 unsigned CKVX_HdwHoeLink::EthSendCmd(unsigned char* data, unsigned short length)
 {
+    // Without a session the frame is dropped like a lost datagram; the unit
+    // protocol's echo time-out notices either.
     if (!m_Session->IsConnected())
-        return HDW_ERR_LINK;
+        return length > CKVX_HdwHoe::MaxPayload ? static_cast<unsigned>(HDW_ERR_ARGUMENT) : 0u;
     return m_Session->SendCmd(data, length);
 }
 

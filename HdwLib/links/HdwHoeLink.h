@@ -67,8 +67,8 @@ public:
     unsigned CreateEthernetLink(CKVX_HdwManager* manager, unsigned short linkTimeoutMs);
     bool IsEthConnected() const;
 
-    // The unit's frame in one send-command packet; 0 (no reply is awaited),
-    // 2 for more than 1350 bytes, 14 when there is no session.
+    // The unit's frame in one send-command packet: 0 (no reply is awaited;
+    // without a session nothing is sent), 2 for more than 1350 bytes.
     unsigned EthSendCmd(unsigned char* data, unsigned short length);
     // Sends a built packet to the unit on the session's socket.
     unsigned SendPacket(CKVX_HdwHoe::t_HoePacket_Union& packet);
