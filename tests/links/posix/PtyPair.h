@@ -110,11 +110,11 @@ private:
     std::string m_Name;
 };
 
-// Polls `cond` every few milliseconds for up to 10 s.
+// Polls `cond` every few milliseconds for up to `ms` (10 s unless told).
 template <typename Cond>
-bool WaitFor(Cond cond)
+bool WaitFor(Cond cond, int ms = 10000)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (!cond()) {
         if (std::chrono::steady_clock::now() >= deadline)
             return false;

@@ -344,10 +344,11 @@ TEST_F(UartPty, QueueCountsAndPurges)
     EXPECT_EQ(uart.Read(buf, sizeof buf, n), 0u);
     EXPECT_EQ(n, 0u);
 
-    // A pseudo-terminal has no output queue of its own: the bytes are on the
-    // other side at once and nothing is left to count or purge.
+    // A pseudo-terminal has no output queue of its own: once the bytes have
+    // reached the other side nothing is left to count or purge.
     unsigned char out[] = {1, 2, 3, 4, 5};
     ASSERT_EQ(uart.Write(out, 5, 1000), 0u);
+    ASSERT_TRUE(WaitFor([&] { return pty.MasterQueued() == 5; }));
     EXPECT_EQ(uart.GetBytesToBeWritten(queued), 0u);
     EXPECT_EQ(queued, 0u);
     EXPECT_EQ(uart.ResetWriteBuffer(), 0u);
