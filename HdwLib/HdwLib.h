@@ -28,5 +28,6 @@
 #include <HdwLib/links/HdwHoeLink.h>
 #include <HdwLib/links/HdwTcpClientSocket.h>
 #include <HdwLib/links/HdwTcpServerSocket.h>
+#include <HdwLib/links/HdwUdpEmulatorDevice.h>
 #include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>

@@ -1,5 +1,6 @@
 #include <HdwLib/framework/HdwObject.h>
 #include <HdwLib/links/HdwHoeLink.h>
+#include <HdwLib/links/internal/ByteQueue.h>
 #include <HdwLib/links/internal/HoeSession.h>
 
 namespace hdw::links {
@@ -142,8 +143,7 @@ unsigned CKVX_HdwHoeLink::EthProcessHoeEventDataPacket(CKVX_HdwHoe::t_HoePacket_
     const unsigned length = CKVX_HdwHoe::GetPayloadLength(packet);
     const unsigned char* payload = packet.Sections.Payload;
     CKVX_MutexLocker lock(RxMutex);
-    auto& items = RxList.Items();
-    items.insert(items.end(), payload, payload + length);
+    hdw::links::Append(RxList, payload, length);
     return 0;
 }
 
@@ -153,12 +153,7 @@ unsigned CKVX_HdwHoeLink::EthRead(unsigned char* buffer, unsigned maxBytes, unsi
     if (!buffer && maxBytes)
         return HDW_ERR_ARGUMENT;
     CKVX_MutexLocker lock(RxMutex);
-    auto& items = RxList.Items();
-    auto it = items.begin();
-    while (bytesRead < maxBytes && it != items.end())
-        buffer[bytesRead++] = *it++;
-    items.erase(items.begin(), it);
-    RxList.ToStart();
+    bytesRead = hdw::links::TakeFront(RxList, buffer, maxBytes);
     return 0;
 }
 

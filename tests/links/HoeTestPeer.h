@@ -37,7 +37,7 @@ public:
 
     // Behaviour switches.
     std::atomic<bool> AnswerDetect{true};
-    std::atomic<bool> Silent{false};          // no keep-alives, no replies
+    std::atomic<bool> Silent{false};          // sends nothing (keep-alives, replies)
     std::atomic<uint32_t> SessionToGrant{0x5E55};
 
     // What the host did, read under Lock().
@@ -121,7 +121,8 @@ private:
     void Handle(const Packet& p, unsigned short fromPort)
     {
         const uint32_t code = CKVX_HdwHoe::GetCode(p);
-        if (Silent)
+        // A silent unit still counts what it hears, but answers nothing.
+        if (Silent && code != CKVX_HdwHoe::CodeKeepAlivePort)
             return;
         std::unique_lock<std::mutex> lock(m_Mutex);
         switch (code) {
