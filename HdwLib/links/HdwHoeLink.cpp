@@ -1,6 +1,7 @@
 #include <HdwLib/framework/HdwObject.h>
 #include <HdwLib/links/HdwHoeLink.h>
 #include <HdwLib/links/internal/ByteQueue.h>
+#include <HdwLib/links/internal/HoeEnumeration.h>
 #include <HdwLib/links/internal/HoeSession.h>
 
 namespace hdw::links {
@@ -40,12 +41,7 @@ unsigned CKVX_HdwHoeLink::EthDetect(CDetectInfo& info, unsigned timeoutMs)
     const unsigned rc = hdw::links::CHoeSession::Detect(CKVX_HdwHoe(ClientId), UnitAddress, UnitPort, timeoutMs, reply);
     if (rc != 0)
         return HDW_ERR_LINK;
-    info.DeviceKind = reply.DeviceKind;
-    info.ModelName = reply.ModelName;
-    info.SerialNumber = reply.SerialNumber;
-    info.Revision = reply.Revision;
-    info.Address = reply.Address;
-    info.Port = reply.Port;
+    info = hdw::links::ToDetectInfo(reply);
     return 0;
 }
 

@@ -1,4 +1,5 @@
 #include "HoeTestPeer.h"
+#include "WaitUntil.h"
 
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/links/HdwHoeDevice.h>
@@ -27,19 +28,6 @@ class TestDualDevice : public CKVX_HdwHoeFtdiUartBridgedDevice {
 public:
     TestDualDevice() { m_DeviceCode = kKind; }
 };
-
-// Polls a condition, sleeping between tries, for up to 10 s.
-template <typename Pred>
-bool Eventually(Pred pred)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
 
 std::atomic<int> g_LinkTimeouts{0};
 std::atomic<int> g_OtherDebugText{0};
@@ -140,7 +128,7 @@ TYPED_TEST(HoeDeviceTest, EventDataReachesLinkReadInOrderSplitByMaxBytes)
     this->peer.SendToHost(this->peer.EventData(Bytes({1, 2, 3, 4, 5}), 0));
     this->peer.SendToHost(this->peer.EventData(Bytes({6, 7, 8}), 1));
     this->peer.SendToHost(this->peer.EventData(Bytes({9, 10, 11, 12}), 2));
-    ASSERT_TRUE(Eventually([&] { return this->Waiting() == 12; }));
+    ASSERT_TRUE(WaitUntil([&] { return this->Waiting() == 12; }));
     EXPECT_EQ(this->Read(5), Bytes({1, 2, 3, 4, 5}));
     EXPECT_EQ(this->Waiting(), 7u);
     EXPECT_EQ(this->Read(2), Bytes({6, 7}));
@@ -174,7 +162,7 @@ TYPED_TEST(HoeDeviceTest, PacketsFailingAcceptanceAreDropped)
     this->peer.SendToHost(spoiled([](P&) {}), 40); // shorter than a header
     // A good packet after them: only it arrives.
     this->peer.SendToHost(this->peer.EventData(Bytes({0x60, 0x0D})));
-    ASSERT_TRUE(Eventually([&] { return this->Waiting() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return this->Waiting() >= 2; }));
     EXPECT_EQ(this->Read(100), Bytes({0x60, 0x0D}));
 }
 
@@ -210,7 +198,7 @@ TYPED_TEST(HoeDeviceTest, KeepAlivesBothWaysAndLinkTimeoutOnce)
         EXPECT_EQ(s.KeepAliveNumbers[i], s.KeepAliveNumbers[i - 1] + 1);
 
     this->peer.Silent = true;
-    ASSERT_TRUE(Eventually([] { return g_LinkTimeouts.load() >= 1; }));
+    ASSERT_TRUE(WaitUntil([] { return g_LinkTimeouts.load() >= 1; }));
     // Many more time-out periods of silence (the host's keep-alives mark the
     // time): still said once.
     const unsigned before = this->peer.Snapshot().KeepAlives;

@@ -1,3 +1,5 @@
+#include "WaitUntil.h"
+
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/links/HdwUdpEmulatorDevice.h>
 
@@ -10,18 +12,6 @@
 namespace {
 
 const CKVX_IpAddress kLoopback(127, 0, 0, 1);
-
-template <typename Pred>
-bool Eventually(Pred pred)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
 
 class UdpEmulatorTest : public ::testing::Test {
 protected:
@@ -92,7 +82,7 @@ TEST_F(UdpEmulatorTest, BytesBothWaysThroughTheTick)
     // The unit answers; the tick queues it; reads split it as asked.
     ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
     ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
-    ASSERT_TRUE(Eventually([&] { return Waiting() == 8; }));
+    ASSERT_TRUE(WaitUntil([&] { return Waiting() == 8; }));
     unsigned char buf[16] = {};
     unsigned got = 0;
     ASSERT_EQ(device.UartRead(0, buf, 4, got), 0u);
@@ -105,7 +95,7 @@ TEST_F(UdpEmulatorTest, BytesBothWaysThroughTheTick)
     ASSERT_EQ(stranger.Open(0, kLoopback), 0u);
     ASSERT_EQ(stranger.SendTo("XX", 2, from, hostPort), 0u);
     ASSERT_EQ(unit.SendTo("ok", 2, from, hostPort), 0u);
-    ASSERT_TRUE(Eventually([&] { return Waiting() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return Waiting() >= 2; }));
     ASSERT_EQ(device.UartRead(0, buf, sizeof buf, got), 0u);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "ok");
 

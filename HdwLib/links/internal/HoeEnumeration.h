@@ -19,6 +19,18 @@ inline bool IsUdpLink(const CKVX_String& link)
     return link.Left(4) == "udp:";
 }
 
+inline CKVX_HdwHoeLink::CDetectInfo ToDetectInfo(const HoeDetectReply& r)
+{
+    CKVX_HdwHoeLink::CDetectInfo info;
+    info.DeviceKind = r.DeviceKind;
+    info.ModelName = r.ModelName;
+    info.SerialNumber = r.SerialNumber;
+    info.Revision = r.Revision;
+    info.Address = r.Address;
+    info.Port = r.Port;
+    return info;
+}
+
 // `make()` gives a new empty instance (or null) (derived from CKVX_HdwDevice::CDeviceInstance
 // and CKVX_HdwHoeLink); `accept(info)` says whether the unit is the driver's kind.
 // Links that are not "udp:" get Result 2 when `claimAllLinks`, else are left alone.
@@ -82,13 +94,7 @@ void ProbeHoeUnits(CKVX_HdwDevice& device, unsigned clientId, bool scan, unsigne
     std::vector<HoeDetectReply> replies;
     CHoeSession::DetectBroadcast(CKVX_HdwHoe(clientId), scanPort, CKVX_HdwHoeLink::DetectTimeoutMs, replies);
     for (const HoeDetectReply& r : replies) {
-        CKVX_HdwHoeLink::CDetectInfo info;
-        info.DeviceKind = r.DeviceKind;
-        info.ModelName = r.ModelName;
-        info.SerialNumber = r.SerialNumber;
-        info.Revision = r.Revision;
-        info.Address = r.Address;
-        info.Port = r.Port;
+        const CKVX_HdwHoeLink::CDetectInfo info = ToDetectInfo(r);
         if (known(r.Address, r.Port) || !accept(info))
             continue;
         CKVX_String text;
