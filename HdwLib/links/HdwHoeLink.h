@@ -10,7 +10,9 @@
 // both sides send a keep-alive every 250 ms, event data from the unit is
 // appended to RxList, and when the unit has been silent for the link
 // time-out "LINK TIMEOUT!!!\n" goes once to the debug output.
-// EthDisconnect ends the session and gives the local port back.
+// EthDisconnect ends the session and gives the local port back to the
+// manager it came from, so a link is closed before its manager is destroyed
+// (stopping the manager closes every port, and with them the links).
 
 #include <HdwLib/core/KvxIpAddress.h>
 #include <HdwLib/core/KvxList.h>

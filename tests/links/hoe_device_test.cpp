@@ -60,6 +60,10 @@ protected:
     }
     void TearDown() override
     {
+        // The session gives its local port back to the manager: close the
+        // link while the manager is still there.
+        for (unsigned i = 0; i < device.GetInstanceCount(); ++i)
+            device.Close(i);
         manager.Stop();
         CKVX_HdwObject::SetDebugOutput(nullptr);
     }
@@ -86,8 +90,8 @@ protected:
     }
 
     HoeTestPeer peer{kKind};
+    Device device; // outlives the manager, which does not own it
     CKVX_HdwManager manager;
-    Device device;
     CKVX_HdwManager::CInitPortDesc link;
 };
 
@@ -306,8 +310,8 @@ TEST(HoeEnumeration, LinkResults)
     HoeTestPeer mute(kKind);
     mute.AnswerDetect = false;
 
-    CKVX_HdwManager manager;
     TestHoeDevice device;
+    CKVX_HdwManager manager;
     ASSERT_EQ(manager.AttachDevice(&device), 0u);
     CKVX_HdwManager::CInitPortDesc links[] = {
         {kKind, good.Link().c_str()},  {kKind, otherKind.Link().c_str()}, {kKind, mute.Link().c_str()},
@@ -339,8 +343,8 @@ TEST(HoeEnumeration, ClientIdentifiersDifferPerDevice)
 TEST(HoeEnumeration, DualLinkDeviceLeavesSerialLinksToTheSerialSide)
 {
     HoeTestPeer peer(kKind);
-    CKVX_HdwManager manager;
     TestDualDevice device;
+    CKVX_HdwManager manager;
     ASSERT_EQ(manager.AttachDevice(&device), 0u);
     CKVX_HdwManager::CInitPortDesc links[] = {{kKind, peer.Link().c_str()},
                                               {kKind, "/dev/hdwlib-no-such-port"}};

@@ -42,8 +42,8 @@ protected:
     }
 
     CKVX_HdwUdpSocket unit; // the serial unit's end of the byte stream
+    CKVX_HdwUdpEmulatorDevice device; // outlives the manager, which does not own it
     CKVX_HdwManager manager;
-    CKVX_HdwUdpEmulatorDevice device;
 };
 
 TEST_F(UdpEmulatorTest, EnumerationMakesOneUartPortPerLink)
