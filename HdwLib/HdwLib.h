@@ -26,6 +26,7 @@
 #include <HdwLib/links/HdwHoeDevice.h>
 #include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwHoeLink.h>
+#include <HdwLib/links/HdwStdUartDevice.h>
 #include <HdwLib/links/HdwTcpClientSocket.h>
 #include <HdwLib/links/HdwTcpServerSocket.h>
 #include <HdwLib/links/HdwUdpEmulatorDevice.h>

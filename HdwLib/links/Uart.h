@@ -33,7 +33,15 @@
 //   round with 14. One and a half stop bits do not exist on Linux and are set
 //   as two.
 // - Write waits on the descriptor with poll() up to timeoutMs instead of
-//   spinning, and purges the output queue (tcflush) on a time-out.
+//   spinning, and purges the output queue (tcflush) on a time-out; a line
+//   that fails or hangs up during that wait ends it at once with 23.
+// - Read with nothing queued answers 13 when the line has hung up (the other
+//   side of a pseudo-terminal closed, a bridge unplugged), 0 otherwise.
+// - SetParity refused by the driver closes the port and, unlike Windows,
+//   clears the handle: a stale descriptor number could name another file.
+// - A pseudo-terminal moves written bytes to its other side at once: it has
+//   no output queue to count or purge, and it cannot hold parity or fewer
+//   than eight data bits (14).
 // - Win32-only quirks without a Linux counterpart: the event objects and the
 //   overlapped records (there are none, so the "handle kept after a failed
 //   event creation" path cannot happen), the comm mask, ClearCommError's
