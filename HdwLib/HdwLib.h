@@ -22,5 +22,13 @@
 #include <HdwLib/bus/HdwUartPort.h>
 
 #include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwHoe.h>
+#include <HdwLib/links/HdwHoeDevice.h>
+#include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwHoeLink.h>
 #include <HdwLib/links/HdwStdUartDevice.h>
+#include <HdwLib/links/HdwTcpClientSocket.h>
+#include <HdwLib/links/HdwTcpServerSocket.h>
+#include <HdwLib/links/HdwUdpEmulatorDevice.h>
+#include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>
