@@ -128,24 +128,10 @@ bool CKVX_HdwArinc429InBufferService::AppendReceived(const CKVX_HdwArinc429Messa
 unsigned CKVX_HdwArinc429InBufferService::ReadMessages(CKVX_HdwArinc429Message* messages, unsigned maxCount,
                                                        unsigned& readCount)
 {
-    readCount = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
-        return rc;
-    if (maxCount == 0)
-        return 0;
-    if (!messages)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    readCount = hdw::bus::TakeFromHead<CKVX_HdwArinc429Message>(Messages, messages, maxCount);
-    return 0;
+    return hdw::bus::ReadFromService<CKVX_HdwArinc429Message>(*this, Messages, messages, maxCount, readCount);
 }
 
 unsigned CKVX_HdwArinc429InBufferService::CountMessages(unsigned& count)
 {
-    count = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
-        return rc;
-    CKVX_HdwServiceLock lock(*this);
-    count = Messages.GetLength();
-    return 0;
+    return hdw::bus::CountInService<CKVX_HdwArinc429Message>(*this, Messages, count);
 }

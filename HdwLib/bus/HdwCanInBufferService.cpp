@@ -49,12 +49,7 @@ unsigned CKVX_HdwCanInBufferService::GetFaultStatus(CKVX_HdwCanPort::CFaultStatu
 
 unsigned CKVX_HdwCanInBufferService::GetReadMessagesNumber(unsigned int& count)
 {
-    count = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
-        return rc;
-    CKVX_HdwServiceLock lock(*this);
-    count = Messages.GetLength();
-    return 0;
+    return hdw::bus::CountInService<CKVX_HdwCanMessage>(*this, Messages, count);
 }
 
 unsigned CKVX_HdwCanInBufferService::Read(CKVX_HdwCanMessage*, unsigned int, unsigned int&)
@@ -81,14 +76,5 @@ void CKVX_HdwCanInBufferService::AppendReceived(const CKVX_HdwCanMessage& messag
 unsigned CKVX_HdwCanInBufferService::ReadMessages(CKVX_HdwCanMessage* messages, unsigned maxCount,
                                                   unsigned& readCount)
 {
-    readCount = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
-        return rc;
-    if (maxCount == 0)
-        return 0;
-    if (!messages)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    readCount = hdw::bus::TakeFromHead<CKVX_HdwCanMessage>(Messages, messages, maxCount);
-    return 0;
+    return hdw::bus::ReadFromService<CKVX_HdwCanMessage>(*this, Messages, messages, maxCount, readCount);
 }

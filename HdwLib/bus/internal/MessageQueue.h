@@ -55,4 +55,35 @@ unsigned TakeFromHead(CKVX_List<T>& list, T* out, unsigned maxCount)
     return n;
 }
 
+// Read of a receive service: 29 stopped, 15 failed, 2 no array for a
+// non-zero count; otherwise up to maxCount entries under one device lock.
+template <typename T>
+unsigned ReadFromService(CKVX_HdwService& service, CKVX_List<T>& list, T* out, unsigned maxCount,
+                         unsigned& readCount)
+{
+    readCount = 0;
+    if (const unsigned rc = RunStateResult(service.GetStatus()))
+        return rc;
+    if (maxCount == 0)
+        return 0;
+    if (!out)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(service);
+    readCount = TakeFromHead(list, out, maxCount);
+    return 0;
+}
+
+// Number of waiting entries: count 0, then 29 / 15, else the length under
+// the device lock.
+template <typename T>
+unsigned CountInService(CKVX_HdwService& service, const CKVX_List<T>& list, unsigned& count)
+{
+    count = 0;
+    if (const unsigned rc = RunStateResult(service.GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(service);
+    count = list.GetLength();
+    return 0;
+}
+
 } // namespace hdw::bus
