@@ -39,8 +39,9 @@ public:
     CKVX_HdwArinc429RxPort& operator=(const CKVX_HdwArinc429RxPort& other);
     ~CKVX_HdwArinc429RxPort() override;
 
-    // Installs `params` (a CParameters of this class) before opening, so a
-    // failed open still leaves them in the port.
+    // Installs `params` (a CParameters of this class; null keeps the current
+    // ones, another class answers 2) before opening, so a failed open still
+    // leaves them in the port.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
     unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,

@@ -41,6 +41,8 @@ public:
     CKVX_HdwArinc429TxPort& operator=(const CKVX_HdwArinc429TxPort& other);
     ~CKVX_HdwArinc429TxPort() override;
 
+    // As the receiver's: installs `params` (null keeps the current ones,
+    // another class answers 2), then opens.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
     unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,

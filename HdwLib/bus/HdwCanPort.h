@@ -50,8 +50,8 @@ public:
     CKVX_HdwCanPort(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId);
     ~CKVX_HdwCanPort() override;
 
-    // Installs `params` (a CParameters of this class) before opening; a
-    // failed open keeps them.
+    // Installs `params` (a CParameters of this class; null keeps the current
+    // ones, another class answers 2) before opening; a failed open keeps them.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
     unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,

@@ -210,6 +210,10 @@ TEST_F(Arinc429InBuffer, ReceivedWordsAreFilteredStampedAndReadInOrder)
     EXPECT_EQ(out[2].Label, 0x10);
     EXPECT_EQ(in->Read(out, 8, n), 0u);
     EXPECT_EQ(n, 0u);
+    Receive(Word(0x10, 0, 0), 1);
+    EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
+    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
+    EXPECT_EQ(n, 1u);  // a refused read takes nothing
 }
 
 TEST_F(Arinc429InBuffer, StopAndStartLoseTheListButKeepTheFilter)

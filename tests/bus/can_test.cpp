@@ -250,3 +250,25 @@ TEST_F(CanPort, FaultStatusFromTheUnitReachesServicesAndSignals)
     CKVX_HdwSignalService::CSignal last;
     EXPECT_EQ(signals->GetSignal(last), 4u);
 }
+
+TEST(CanOutBuffer, MessageBufferOwnsDeepCopies)
+{
+    CKVX_HdwCanOutBufferService::CMessageBuffer a;
+    auto* m = new CKVX_HdwCanMessage;
+    m->Identifier = 0x123;
+    a += m;
+    CKVX_HdwCanOutBufferService::CMessageBuffer b(a);
+    ASSERT_EQ(b.GetLength(), 1u);
+    CKVX_HdwCanMessage* copy = *b.begin();
+    EXPECT_NE(copy, m);
+    EXPECT_EQ(copy->Identifier, 0x123u);
+    CKVX_HdwCanOutBufferService::CMessageBuffer c;
+    c += new CKVX_HdwCanMessage;
+    c = a;  // the frame c held is deleted, a's is copied
+    ASSERT_EQ(c.GetLength(), 1u);
+    EXPECT_EQ((*c.begin())->Identifier, 0x123u);
+    EXPECT_NE(*c.begin(), m);
+    a.DeleteAll();
+    EXPECT_EQ(a.GetLength(), 0u);
+    EXPECT_EQ(b.GetLength(), 1u);  // copies live on; the sanitizer build checks for leaks and double frees
+}
