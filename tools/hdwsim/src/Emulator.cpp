@@ -157,7 +157,9 @@ void Emulator::Impl::Run()
                 Pty.Flush();
             input.clear();
             const bool present = Pty.Read(input);
-            if (!input.empty() && !HungUp) {
+            if (HungUp)
+                Engine.MutableCounters().BytesIgnored += input.size();
+            else if (!input.empty()) {
                 Active = UnitEngine::LinkSerial;
                 Engine.OnHostBytes(UnitEngine::LinkSerial, input.data(), input.size(), now);
             }
