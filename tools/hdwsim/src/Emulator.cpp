@@ -202,7 +202,6 @@ bool Emulator::Start(std::string* error)
         m->Active = m->Opts.Pty ? UnitEngine::LinkSerial : UnitEngine::LinkUdp;
         m->StopRequested = false;
         m->Running = true;
-        m->Epoch = std::chrono::steady_clock::now();
         m->Thread = std::thread([this] { m->Run(); });
         return true;
     }
