@@ -307,3 +307,27 @@ TEST_F(UdpFixture, DroppedPacketsAreCountedAndTheNextOnesArrive)
     // The lost packet still took its number: the host can see the gap.
     EXPECT_EQ(r.Number, 1u);
 }
+
+TEST_F(UdpFixture, DropFractionOneLosesEveryPacketAndZeroNone)
+{
+    StartSim(600000);
+    Host h(Sim->UdpPort(), 0x7777);
+    const uint32_t s = ConnectHost(h, 1);
+    ASSERT_NE(s, 0u);
+    Sim->SetUdpDropFraction(1.0);
+    for (unsigned i = 0; i < 5; ++i)
+        h.Send(SendCmd, 1, s, Frame({Session(i, true)}));
+    // Several frames may share one packet: wait until all five left the unit.
+    ASSERT_TRUE(WaitFor([&] { return Sim->GetCounters().FramesSent == 5; }));
+    const uint64_t dropped = Sim->GetCounters().UdpPacketsDropped;
+    EXPECT_GE(dropped, 1u);
+    Sim->SetUdpDropFraction(0.0);
+    h.Send(SendCmd, 1, s, Frame({Session(9, true)}));
+    Packet r;
+    ASSERT_TRUE(h.Receive(EventData, r));
+    UnitStream u;
+    u.Feed(r.Payload);
+    ASSERT_EQ(u.OfType(0).size(), 1u);
+    EXPECT_EQ(u.OfType(0)[0].EchoNumber(), 9u);
+    EXPECT_EQ(Sim->GetCounters().UdpPacketsDropped, dropped);
+}
