@@ -3,7 +3,10 @@
 // byte tables: command records and host frames are built here byte by byte,
 // and unit frames are taken apart here, independently of the emulator's code.
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
+#include <poll.h>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -37,6 +40,18 @@ inline void Le32(Bytes& b, uint32_t v)
 inline uint32_t GetLe32(const uint8_t* p)
 {
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
+}
+
+// Polls `cond` until it holds or 10 s pass.
+inline bool WaitFor(const std::function<bool()>& cond)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!cond()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        poll(nullptr, 0, 2);
+    }
+    return true;
 }
 
 // One command record: length, code with the echo bit, number, parameters.

@@ -78,17 +78,6 @@ private:
     int m_Fd = -1;
 };
 
-bool WaitFor(const std::function<bool()>& cond)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        poll(nullptr, 0, 2);
-    }
-    return true;
-}
-
 struct PtyFixture : ::testing::Test {
     void StartSim(bool pacing = false)
     {

@@ -1,27 +1,16 @@
 #include "HoePacket.h"
 
 #include "Crc16.h"
+#include "LittleEndian.h"
 
 #include <cstring>
 
 namespace hdwsim::hoe {
 
-namespace {
-
-void Put16(uint8_t* p, uint32_t v)
-{
-    p[0] = static_cast<uint8_t>(v);
-    p[1] = static_cast<uint8_t>(v >> 8);
-}
-void Put32(uint8_t* p, uint32_t v)
-{
-    Put16(p, v);
-    Put16(p + 2, v >> 16);
-}
-uint16_t Get16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
-uint32_t Get32(const uint8_t* p) { return uint32_t(Get16(p)) | (uint32_t(Get16(p + 2)) << 16); }
-
-} // namespace
+using le::Get16;
+using le::Get32;
+using le::Put16;
+using le::Put32;
 
 std::vector<uint8_t> Build(const Header& h, const uint8_t* payload, size_t size)
 {

@@ -178,13 +178,8 @@ void UdpEndpoint::Tick(uint64_t nowNs, UnitEngine& engine, bool silent)
         m_NextKeepAliveNs = nowNs + m_Settings.KeepAliveNs;
         if (silent)
             return;
-        hoe::Header h;
-        h.ClientId = m_ClientId;
-        h.First = m_Tag;
-        h.Second = m_SessionId;
-        h.PacketNumber = m_KeepAliveNumber++;
-        h.Code = hoe::KeepAlive;
-        Send(hoe::Build(h, nullptr, 0), m_Host, engine.MutableCounters());
+        Send(hoe::Build(SessionHeader(hoe::KeepAlive, m_KeepAliveNumber++), nullptr, 0), m_Host,
+             engine.MutableCounters());
     }
 }
 
@@ -199,13 +194,19 @@ void UdpEndpoint::SendEventData(const std::vector<uint8_t>& frames, Counters& co
 {
     if (m_SessionId == 0)
         return;
+    Send(hoe::Build(SessionHeader(hoe::EventData, m_EventPacketNumber++), frames.data(), frames.size()), m_Host,
+         counters);
+}
+
+hoe::Header UdpEndpoint::SessionHeader(uint32_t code, uint32_t number) const
+{
     hoe::Header h;
     h.ClientId = m_ClientId;
     h.First = m_Tag;
     h.Second = m_SessionId;
-    h.PacketNumber = m_EventPacketNumber++;
-    h.Code = hoe::EventData;
-    Send(hoe::Build(h, frames.data(), frames.size()), m_Host, counters);
+    h.PacketNumber = number;
+    h.Code = code;
+    return h;
 }
 
 void UdpEndpoint::Send(const std::vector<uint8_t>& datagram, const sockaddr_in& to, Counters& counters)

@@ -7,6 +7,8 @@
 #include <hdwsim/Counters.h>
 #include <hdwsim/UnitEngine.h>
 
+#include "HoePacket.h"
+
 #include <cstdint>
 #include <netinet/in.h>
 #include <random>
@@ -56,6 +58,8 @@ private:
                 bool& commands);
     void Send(const std::vector<uint8_t>& datagram, const sockaddr_in& to, Counters& counters);
     void EndSession(UnitEngine& engine);
+    // Header of a packet the unit sends in its session.
+    hoe::Header SessionHeader(uint32_t code, uint32_t number) const;
 
     Settings m_Settings;
     int m_Fd = -1;

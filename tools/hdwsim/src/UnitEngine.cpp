@@ -2,6 +2,7 @@
 
 #include "EventFramer.h"
 #include "HostFrameParser.h"
+#include "LittleEndian.h"
 
 #include <algorithm>
 #include <array>
@@ -51,21 +52,6 @@ constexpr size_t CanCfgSegment2 = 21;
 
 constexpr size_t CanFrameSize = 13; // flags, identifier, data as in the push record
 
-uint16_t Le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
-uint32_t Le32(const uint8_t* p)
-{
-    return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
-}
-void PutLe16(uint8_t* p, uint32_t v)
-{
-    p[0] = static_cast<uint8_t>(v);
-    p[1] = static_cast<uint8_t>(v >> 8);
-}
-void PutLe32(uint8_t* p, uint32_t v)
-{
-    PutLe16(p, v);
-    PutLe16(p + 2, v >> 16);
-}
 
 struct A429Tx {
     bool Enabled = false;
@@ -160,7 +146,7 @@ void UnitEngine::Impl::ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs)
         if (rec[1] & 0x80) {
             if (EchoEnabled) {
                 uint8_t params[6];
-                PutLe32(params, Clock(nowNs));
+                le::Put32(params, Clock(nowNs));
                 params[4] = rec[2];
                 params[5] = rec[3];
                 Event(EventEcho, 0, params, sizeof params);
@@ -210,7 +196,7 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         }
         if (t.Fifo.empty())
             t.BusFreeNs = std::max(t.BusFreeNs, nowNs); // an idle bus starts now
-        t.Fifo.push_back(Le32(rec + 6));
+        t.Fifo.push_back(le::Get32(rec + 6));
         ++Count.A429Pushed[ch];
         return true;
     }
@@ -221,7 +207,7 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         t.Enabled = (rec[4] & 1) != 0;
         t.HighSpeed = (rec[4] & 4) != 0;
         // Each half bit lasts divider + 1 clocks of 60 MHz; a word with its gap 36 bits.
-        const uint64_t clocksPerBit = (Le16(rec + 8) & 0xFFF) + (Le16(rec + 10) & 0xFFF) + 2u;
+        const uint64_t clocksPerBit = (le::Get16(rec + 8) & 0xFFF) + (le::Get16(rec + 10) & 0xFFF) + 2u;
         t.WordNs = 36 * clocksPerBit * 50 / 3;
         t.BusFreeNs = std::max(t.BusFreeNs, nowNs);
         return true;
@@ -282,9 +268,9 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
 void UnitEngine::Impl::SendStatus(unsigned channel, unsigned kind, uint32_t word, uint64_t nowNs)
 {
     uint8_t params[9];
-    PutLe32(params, Clock(nowNs));
+    le::Put32(params, Clock(nowNs));
     params[4] = static_cast<uint8_t>(kind);
-    PutLe32(params + 5, word);
+    le::Put32(params + 5, word);
     Event(EventStatus, channel, params, sizeof params);
     ++Count.StatusEventsSent;
 }
@@ -311,8 +297,8 @@ void UnitEngine::Impl::StatusRequest(const uint8_t* rec, uint64_t nowNs)
 void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
 {
     uint8_t params[10];
-    PutLe32(params, Clock(atNs));
-    PutLe32(params + 4, word);
+    le::Put32(params, Clock(atNs));
+    le::Put32(params + 4, word);
     Event(EventA429Tx, ch, params, 8);
     ++Count.A429Transmitted[ch];
 
@@ -328,7 +314,7 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
     else if (!(r.Filter[label >> 3] & (1u << (label & 7))))
         ++Count.A429FilterDropped[ch];
     else {
-        PutLe16(params + 8, 0);
+        le::Put16(params + 8, 0);
         Event(EventA429Rx, ch, params, 10);
         ++Count.A429Received[ch];
     }
@@ -337,7 +323,7 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
 void UnitEngine::Impl::CanDeliver(unsigned ch, const std::array<uint8_t, CanFrameSize>& frame, uint64_t atNs)
 {
     uint8_t params[4 + CanFrameSize];
-    PutLe32(params, Clock(atNs));
+    le::Put32(params, Clock(atNs));
     std::copy(frame.begin(), frame.end(), params + 4);
     Event(EventCanTx, ch, params, sizeof params);
     ++Count.CanTransmitted[ch];
@@ -358,9 +344,9 @@ void UnitEngine::Impl::UartPush(unsigned ch, const uint8_t* rec, size_t len, uin
 {
     const size_t n = len - 9;
     uint8_t tx[10];
-    PutLe32(tx, Clock(nowNs));
+    le::Put32(tx, Clock(nowNs));
     std::copy(rec + 5, rec + 9, tx + 4); // the chunk counter of the record
-    PutLe16(tx + 8, static_cast<uint32_t>(n));
+    le::Put16(tx + 8, static_cast<uint32_t>(n));
     Event(EventUartTx, ch, tx, sizeof tx);
     Count.UartTransmitted[ch] += n;
 
@@ -373,7 +359,7 @@ void UnitEngine::Impl::UartPush(unsigned ch, const uint8_t* rec, size_t len, uin
         return;
     }
     uint8_t rx[5 + 255];
-    PutLe32(rx, Clock(nowNs));
+    le::Put32(rx, Clock(nowNs));
     rx[4] = 0; // receiver status: no error
     std::copy(rec + 9, rec + len, rx + 5);
     Event(EventUartRx, peer, rx, 5 + n);
