@@ -1,0 +1,227 @@
+#pragma once
+// The host's side of the unit protocol, written out in the tests from the
+// byte tables: command records and host frames are built here byte by byte,
+// and unit frames are taken apart here, independently of the emulator's code.
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <poll.h>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace simtest {
+
+using Bytes = std::vector<uint8_t>;
+
+// CRC-16/CCITT-FALSE, bit by bit (the emulator uses a table).
+inline uint16_t Crc(const uint8_t* data, size_t size, uint16_t crc = 0xFFFF)
+{
+    for (size_t i = 0; i < size; ++i) {
+        crc = static_cast<uint16_t>(crc ^ (data[i] << 8));
+        for (int b = 0; b < 8; ++b)
+            crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
+    }
+    return crc;
+}
+
+inline void Le16(Bytes& b, uint32_t v)
+{
+    b.push_back(static_cast<uint8_t>(v));
+    b.push_back(static_cast<uint8_t>(v >> 8));
+}
+inline void Le32(Bytes& b, uint32_t v)
+{
+    Le16(b, v);
+    Le16(b, v >> 16);
+}
+inline uint32_t GetLe32(const uint8_t* p)
+{
+    return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
+}
+
+// Polls `cond` until it holds or 10 s pass.
+inline bool WaitFor(const std::function<bool()>& cond)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!cond()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        poll(nullptr, 0, 2);
+    }
+    return true;
+}
+
+// One command record: length, code with the echo bit, number, parameters.
+inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
+{
+    Bytes r{static_cast<uint8_t>(params.size() + 4), static_cast<uint8_t>(code | 0x80)};
+    Le16(r, number);
+    r.insert(r.end(), params.begin(), params.end());
+    return r;
+}
+
+// A host frame holding the records in order.
+inline Bytes FrameOf(const std::vector<Bytes>& records);
+inline Bytes Frame(std::initializer_list<Bytes> records) { return FrameOf(std::vector<Bytes>(records)); }
+
+inline Bytes Session(unsigned number, bool open) { return Record(1, number, {static_cast<uint8_t>(open ? 1 : 0), 0, 0}); }
+inline Bytes StatusRequest(unsigned number, uint8_t a429Bits, uint8_t canBits)
+{
+    return Record(2, number, {0, a429Bits, canBits});
+}
+// ARINC 429 transmitter configuration; `divider` 299 is 100 kbit/s (high speed), 2399 12.5 kbit/s.
+inline Bytes AtxConfig(unsigned number, unsigned ch, bool enable, unsigned divider)
+{
+    const bool high = divider < 2000;
+    Bytes p{static_cast<uint8_t>((enable ? 1 : 0) | 2 | (high ? 4 : 0))};
+    Le16(p, 318); // word gap setting minus 1
+    p.push_back(0);
+    Le16(p, divider);
+    Le16(p, divider);
+    p.insert(p.end(), {0, 0, 0, 0});
+    return Record(20 + ch, number, p);
+}
+inline Bytes ArxConfig(unsigned number, unsigned ch, bool enable, bool highSpeed, const Bytes& filter32)
+{
+    Bytes p{static_cast<uint8_t>((enable ? 0x21 : 0) | 4 | (highSpeed ? 0 : 0x10))};
+    p.insert(p.end(), filter32.begin(), filter32.end());
+    return Record(24 + ch, number, p);
+}
+inline Bytes AllLabels() { return Bytes(32, 0xFF); }
+inline Bytes AtxPush(unsigned number, unsigned ch, uint32_t word)
+{
+    Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(word & 0xFF)};
+    Le32(p, word);
+    return Record(17, number, p);
+}
+// CAN configuration: byte 4 bit 0 starts the controller; bytes 19-21 the
+// prescaler index and segments (1, 11, 1: 4 x 15 clocks, 1 Mbit/s).
+inline Bytes CanConfig(unsigned number, unsigned ch, bool start, uint8_t prescaler = 1, uint8_t seg1 = 11,
+                       uint8_t seg2 = 1)
+{
+    Bytes p(18, 0);
+    p[0] = start ? 1 : 0;
+    p[15] = prescaler;
+    p[16] = seg1;
+    p[17] = seg2;
+    return Record(48 + ch, number, p);
+}
+inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, bool extended, bool remote, const Bytes& data)
+{
+    Bytes p{static_cast<uint8_t>((data.size() & 0x0F) | (remote ? 0x40 : 0) | (extended ? 0x80 : 0))};
+    if (extended) {
+        p.insert(p.end(), {static_cast<uint8_t>(id >> 21), static_cast<uint8_t>(id >> 13), static_cast<uint8_t>(id >> 5),
+                           static_cast<uint8_t>((id << 3) & 0xFF)});
+    } else {
+        p.insert(p.end(), {static_cast<uint8_t>(id >> 3), static_cast<uint8_t>((id << 5) & 0xFF)});
+    }
+    Bytes d = data;
+    d.resize(8, 0);
+    p.insert(p.end(), d.begin(), d.end());
+    p.resize(13, 0);
+    return Record(50 + ch, number, p);
+}
+inline Bytes UartConfig(unsigned number, unsigned ch, bool enable)
+{
+    return Record(34 + ch, number, {static_cast<uint8_t>(enable ? 1 : 0), 3, 15, 0, 0});
+}
+inline Bytes UartPush(unsigned number, unsigned ch, uint32_t counter, const Bytes& data)
+{
+    Bytes p{static_cast<uint8_t>(ch)};
+    Le32(p, counter);
+    p.insert(p.end(), data.begin(), data.end());
+    return Record(33, number, p);
+}
+
+inline Bytes FrameOf(const std::vector<Bytes>& records)
+{
+    Bytes payload;
+    for (const Bytes& r : records)
+        payload.insert(payload.end(), r.begin(), r.end());
+    Bytes f{0xA5};
+    Le16(f, static_cast<uint32_t>(payload.size()));
+    f.insert(f.end(), payload.begin(), payload.end());
+    Le16(f, Crc(f.data(), f.size()));
+    return f;
+}
+
+// One event record of a unit frame.
+struct Event {
+    unsigned Type = 0;
+    unsigned Sub = 0;
+    Bytes Params; // after the type byte
+    uint32_t Time() const { return GetLe32(Params.data()); }
+    unsigned EchoNumber() const { return Params[4] | (Params[5] << 8); }
+    uint32_t Word() const { return GetLe32(Params.data() + 4); }
+};
+
+// Takes unit frames apart from a byte stream that may arrive in pieces.
+class UnitStream {
+public:
+    std::vector<Event> Events;
+    unsigned GoodFrames = 0;
+    unsigned BadFrames = 0;
+    size_t Skipped = 0; // bytes before a start byte
+
+    void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
+    void Feed(const uint8_t* data, size_t size)
+    {
+        m_Buf.insert(m_Buf.end(), data, data + size);
+        for (;;) {
+            size_t start = 0;
+            while (start < m_Buf.size() && m_Buf[start] != 0xA5)
+                ++start;
+            Skipped += start;
+            m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(start));
+            if (m_Buf.size() < 5)
+                return;
+            const unsigned count = m_Buf[3] | ((m_Buf[4] & 0x0F) << 8);
+            size_t pos = 5;
+            std::vector<Event> events;
+            bool complete = true;
+            for (unsigned i = 0; i < count; ++i) {
+                if (pos >= m_Buf.size()) {
+                    complete = false;
+                    break;
+                }
+                const size_t len = m_Buf[pos];
+                if (pos + 1 + len > m_Buf.size()) {
+                    complete = false;
+                    break;
+                }
+                events.push_back({static_cast<unsigned>(m_Buf[pos + 1] >> 3), static_cast<unsigned>(m_Buf[pos + 1] & 7),
+                                  Bytes(m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2),
+                                        m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 1 + len))});
+                pos += 1 + len;
+            }
+            if (!complete || pos + 2 > m_Buf.size())
+                return;
+            const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
+            if (count > 0 && crc == Crc(m_Buf.data(), pos)) {
+                ++GoodFrames;
+                Events.insert(Events.end(), events.begin(), events.end());
+                m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
+            } else {
+                ++BadFrames;
+                m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
+            }
+        }
+    }
+
+    std::vector<Event> OfType(unsigned type) const
+    {
+        std::vector<Event> r;
+        for (const Event& e : Events)
+            if (e.Type == type)
+                r.push_back(e);
+        return r;
+    }
+
+private:
+    Bytes m_Buf;
+};
+
+} // namespace simtest

@@ -1,0 +1,419 @@
+// The unit model driven directly, with the time stepped by the test: every
+// answer is checked on the bytes the unit would send.
+
+#include "TestHost.h"
+
+#include <hdwsim/UnitEngine.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+using namespace simtest;
+using hdwsim::UnitEngine;
+
+namespace {
+
+constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3, EvStatus = 5, EvCanRx = 6, EvCanTx = 7, EvUartRx = 9,
+                   EvUartTx = 10;
+
+struct EngineHost {
+    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0)
+        : Engine(hdwsim::HaldenModel(), UnitEngine::Options{pacing, 1280, clockStart})
+    {
+    }
+    void Send(const Bytes& bytes)
+    {
+        Engine.OnHostBytes(UnitEngine::LinkSerial, bytes.data(), bytes.size(), Now);
+        Pump();
+    }
+    void At(uint64_t ns)
+    {
+        Now = ns;
+        Engine.Advance(Now);
+        Pump();
+    }
+    void Pump()
+    {
+        Bytes out;
+        Engine.TakeOutput(Now, SIZE_MAX, out);
+        Raw.insert(Raw.end(), out.begin(), out.end());
+        Stream.Feed(out);
+    }
+    UnitEngine Engine;
+    uint64_t Now = 0;
+    Bytes Raw;
+    UnitStream Stream;
+};
+
+Bytes OnlyLabel(unsigned label)
+{
+    Bytes f(32, 0);
+    f[label / 8] = static_cast<uint8_t>(1u << (label % 8));
+    return f;
+}
+
+} // namespace
+
+TEST(UnitFraming, KnownAnswerSessionFrameIsEchoedWithKnownBytes)
+{
+    EngineHost h;
+    // Session open, command number 0, written out with its CRC.
+    h.Send({0xA5, 0x07, 0x00, 0x07, 0x81, 0x00, 0x00, 0x01, 0x00, 0x00, 0x2F, 0xF0});
+    // Echo at clock 0: start, length 8, one event, L 7, type 0, time 0, number 0, CRC.
+    const Bytes expected{0xA5, 0x08, 0x00, 0x01, 0x00, 0x07, 0x00, 0, 0, 0, 0, 0x00, 0x00, 0xFF, 0x43};
+    EXPECT_EQ(h.Raw, expected);
+    EXPECT_EQ(h.Engine.GetCounters().SessionOpens, 1u);
+}
+
+TEST(UnitFraming, EveryCommandOfAFrameIsEchoedInOrder)
+{
+    EngineHost h;
+    h.Send(Frame({Session(100, false), Session(101, true), StatusRequest(102, 0, 0), AtxConfig(103, 0, true, 299),
+                  UartConfig(104, 1, true)}));
+    const auto echoes = h.Stream.OfType(EvEcho);
+    ASSERT_EQ(echoes.size(), 5u);
+    for (unsigned i = 0; i < 5; ++i)
+        EXPECT_EQ(echoes[i].EchoNumber(), 100 + i);
+    EXPECT_EQ(h.Engine.GetCounters().CommandsReceived, 5u);
+    EXPECT_EQ(h.Engine.GetCounters().FramesReceived, 1u);
+    EXPECT_EQ(h.Stream.BadFrames, 0u);
+}
+
+TEST(UnitFraming, FrameSplitIntoSingleBytesIsReceived)
+{
+    EngineHost h;
+    const Bytes f = Frame({Session(7, true), Session(8, false)});
+    for (uint8_t b : f)
+        h.Send({b});
+    const auto echoes = h.Stream.OfType(EvEcho);
+    ASSERT_EQ(echoes.size(), 2u);
+    EXPECT_EQ(echoes[1].EchoNumber(), 8u);
+}
+
+TEST(UnitFraming, BadCrcFrameIsDroppedAndCountedAndTheNextOneServed)
+{
+    EngineHost h;
+    Bytes bad = Frame({Session(1, true)});
+    bad.back() ^= 0x01;
+    h.Send(bad);
+    EXPECT_TRUE(h.Stream.Events.empty());
+    EXPECT_EQ(h.Engine.GetCounters().FramesBadCrc, 1u);
+    h.Send(Frame({Session(2, true)}));
+    ASSERT_EQ(h.Stream.OfType(EvEcho).size(), 1u);
+    EXPECT_EQ(h.Stream.OfType(EvEcho)[0].EchoNumber(), 2u);
+}
+
+TEST(UnitFraming, RecordsThatDoNotAddUpRefuseTheWholeFrame)
+{
+    EngineHost h;
+    Bytes rec = Session(1, true);
+    rec[0] = 9; // claims two bytes more than the frame holds
+    h.Send(Frame({rec}));
+    EXPECT_TRUE(h.Stream.Events.empty());
+    EXPECT_EQ(h.Engine.GetCounters().FramesMalformed, 1u);
+}
+
+TEST(UnitFraming, NoiseBeforeAFrameIsSkipped)
+{
+    EngineHost h;
+    Bytes noise{0x00, 0x13, 0xA5, 0x00, 0x00}; // a start byte with a zero length is noise too
+    Bytes f = Frame({Session(5, true)});
+    noise.insert(noise.end(), f.begin(), f.end());
+    h.Send(noise);
+    ASSERT_EQ(h.Stream.OfType(EvEcho).size(), 1u);
+    EXPECT_GT(h.Engine.GetCounters().BytesDiscarded, 0u);
+}
+
+TEST(UnitFraming, TimeStampsAreMicrosecondsOfA32BitClock)
+{
+    EngineHost h(false, 0xFFFFFF00u);
+    h.At(1'000'000'000); // 1 s later: the clock wrapped
+    h.Send(Frame({Session(1, true)}));
+    ASSERT_EQ(h.Stream.Events.size(), 1u);
+    EXPECT_EQ(h.Stream.Events[0].Time(), static_cast<uint32_t>(0xFFFFFF00u + 1'000'000u));
+}
+
+TEST(Arinc429Loop, PushedWordComesBackAsTransmitAndReceiveEvent)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 2, true, 299), ArxConfig(2, 2, true, true, AllLabels())}));
+    h.Send(Frame({AtxPush(3, 2, 0x8012345Au)}));
+    const auto tx = h.Stream.OfType(EvA429Tx);
+    const auto rx = h.Stream.OfType(EvA429Rx);
+    ASSERT_EQ(tx.size(), 1u);
+    ASSERT_EQ(rx.size(), 1u);
+    EXPECT_EQ(tx[0].Sub, 2u);
+    EXPECT_EQ(tx[0].Word(), 0x8012345Au);
+    EXPECT_EQ(tx[0].Params.size(), 8u);
+    EXPECT_EQ(rx[0].Sub, 2u);
+    EXPECT_EQ(rx[0].Word(), 0x8012345Au);
+    EXPECT_GE(rx[0].Params.size(), 10u);
+    EXPECT_EQ(h.Engine.GetCounters().A429Received[2], 1u);
+    // Only the wired receiver hears it.
+    EXPECT_EQ(h.Engine.GetCounters().A429Received[0], 0u);
+}
+
+TEST(Arinc429Loop, LabelFilterPassesSetBitsOnly)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 0, true, 299), ArxConfig(2, 0, true, true, OnlyLabel(0x2B))}));
+    h.Send(Frame({AtxPush(3, 0, 0x2B), AtxPush(4, 0, 0x2C), AtxPush(5, 0, 0x0402B), AtxPush(6, 0, 0x2A)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 4u);
+    const auto rx = h.Stream.OfType(EvA429Rx);
+    ASSERT_EQ(rx.size(), 2u);
+    EXPECT_EQ(rx[0].Word(), 0x2Bu);
+    EXPECT_EQ(rx[1].Word(), 0x0402Bu);
+    EXPECT_EQ(h.Engine.GetCounters().A429FilterDropped[0], 2u);
+}
+
+TEST(Arinc429Loop, AllZeroFilterAndDisabledReceiverPassNothing)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 0, true, 299), ArxConfig(2, 0, true, true, Bytes(32, 0)), AtxConfig(3, 1, true, 299),
+                  ArxConfig(4, 1, false, true, AllLabels())}));
+    h.Send(Frame({AtxPush(5, 0, 0x11), AtxPush(6, 1, 0x22)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 2u);
+    EXPECT_TRUE(h.Stream.OfType(EvA429Rx).empty());
+    EXPECT_EQ(h.Engine.GetCounters().A429FilterDropped[0], 1u);
+    EXPECT_EQ(h.Engine.GetCounters().A429RxDisabled[1], 1u);
+}
+
+TEST(Arinc429Loop, ReceiverAtTheOtherSpeedHearsNothing)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 3, true, 2399), ArxConfig(2, 3, true, true, AllLabels())}));
+    h.Send(Frame({AtxPush(3, 3, 0x33)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 1u);
+    EXPECT_TRUE(h.Stream.OfType(EvA429Rx).empty());
+    EXPECT_EQ(h.Engine.GetCounters().A429SpeedMismatch[3], 1u);
+}
+
+TEST(Arinc429Loop, WordsLeaveInOrderOnEveryChannel)
+{
+    EngineHost h;
+    for (unsigned ch = 0; ch < 4; ++ch)
+        h.Send(Frame({AtxConfig(ch * 2, ch, true, 299), ArxConfig(ch * 2 + 1, ch, true, true, AllLabels())}));
+    for (unsigned i = 0; i < 100; ++i)
+        h.Send(Frame({AtxPush(100 + i, i % 4, 0x100u * i + i % 4)}));
+    for (unsigned ch = 0; ch < 4; ++ch) {
+        std::vector<uint32_t> got;
+        for (const Event& e : h.Stream.OfType(EvA429Rx))
+            if (e.Sub == ch)
+                got.push_back(e.Word());
+        ASSERT_EQ(got.size(), 25u);
+        for (unsigned k = 0; k < 25; ++k)
+            EXPECT_EQ(got[k], 0x100u * (4 * k + ch) + ch);
+    }
+}
+
+TEST(Arinc429Loop, DisabledTransmitterHoldsWordsUntilEnabled)
+{
+    EngineHost h;
+    h.Send(Frame({ArxConfig(1, 0, true, false, AllLabels()), AtxPush(2, 0, 0x01), AtxPush(3, 0, 0x02)}));
+    EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
+    EXPECT_EQ(h.Engine.A429FifoLevel(0), 2u);
+    h.Send(Frame({AtxConfig(4, 0, true, 2399)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 2u);
+    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 2u);
+}
+
+TEST(TransmitFifo, Arinc429WordsBeyond512AreDroppedAndCounted)
+{
+    EngineHost h;
+    // Disabled: nothing drains, so the FIFO fills.
+    for (unsigned i = 0; i < 520; i += 40) {
+        std::vector<Bytes> recs;
+        for (unsigned k = i; k < std::min(i + 40, 520u); ++k)
+            recs.push_back(AtxPush(k, 1, k));
+        h.Send(FrameOf(recs));
+    }
+    EXPECT_EQ(h.Engine.A429FifoLevel(1), 512u);
+    EXPECT_EQ(h.Engine.GetCounters().A429Pushed[1], 512u);
+    EXPECT_EQ(h.Engine.GetCounters().A429FifoDropped[1], 8u);
+    // Every push is still echoed.
+    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 520u);
+
+    h.Send(Frame({StatusRequest(600, 0x02, 0)}));
+    const auto st = h.Stream.OfType(EvStatus);
+    ASSERT_EQ(st.size(), 1u);
+    EXPECT_EQ(st[0].Sub, 1u);
+    EXPECT_EQ(st[0].Params[4], 1u);
+    EXPECT_EQ(GetLe32(st[0].Params.data() + 5), 512u);
+
+    h.Send(Frame({AtxConfig(601, 1, true, 299)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 512u);
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).back().Word(), 511u); // the first 512 went, in order
+}
+
+TEST(CanLoop, FramesCrossBetweenChannelZeroAndOne)
+{
+    EngineHost h;
+    h.Send(Frame({CanConfig(1, 0, true), CanConfig(2, 1, true)}));
+    h.Send(Frame({CanPush(3, 0, 0x7FF, false, false, {1, 2, 3}), CanPush(4, 1, 0x1FFFFFFF, true, false, {}),
+                  CanPush(5, 0, 0x123, false, true, {0, 0, 0, 0, 0, 0, 0, 0})}));
+    ASSERT_EQ(h.Stream.OfType(EvCanTx).size(), 3u);
+    ASSERT_EQ(h.Stream.OfType(EvCanRx).size(), 3u);
+    // Each channel's frames in order; sent on one channel, heard on the other.
+    std::vector<Event> rx;
+    for (unsigned ch : {1u, 0u})
+        for (const Event& e : h.Stream.OfType(EvCanRx))
+            if (e.Sub == ch)
+                rx.push_back(e);
+    for (const Event& e : h.Stream.OfType(EvCanTx))
+        EXPECT_EQ(e.Params[4] & 0x80 ? 1u : 0u, e.Sub);
+    // Standard 0x7FF with 3 bytes: heard on 1.
+    EXPECT_EQ(rx[0].Sub, 1u);
+    EXPECT_EQ(rx[0].Params[4], 0x03);
+    EXPECT_EQ(rx[0].Params[5], 0xFF);
+    EXPECT_EQ(rx[0].Params[6], 0xE0);
+    EXPECT_EQ(rx[0].Params[7], 1);
+    EXPECT_EQ(rx[0].Params[9], 3);
+    // Remote frame keeps its flag.
+    EXPECT_EQ(rx[1].Sub, 1u);
+    EXPECT_EQ(rx[1].Params[4], 0x48);
+    // Extended from channel 1: heard on 0.
+    EXPECT_EQ(rx[2].Sub, 0u);
+    EXPECT_EQ(rx[2].Params[4], 0x80);
+    EXPECT_EQ(Bytes(rx[2].Params.begin() + 5, rx[2].Params.begin() + 9), (Bytes{0xFF, 0xFF, 0xFF, 0xF8}));
+    EXPECT_EQ(h.Engine.GetCounters().CanReceived[1], 2u);
+    EXPECT_EQ(h.Engine.GetCounters().CanReceived[0], 1u);
+}
+
+TEST(CanLoop, StatusReportsFaultStateAndWaitingFrames)
+{
+    EngineHost h;
+    h.Send(Frame({CanConfig(1, 1, true)}));
+    for (unsigned i = 0; i < 3; ++i)
+        h.Send(Frame({CanPush(10 + i, 0, i, false, false, {})})); // channel 0 not started: frames wait
+    h.Send(Frame({StatusRequest(20, 0, 0x01 | 0x08)}));            // kind 2 of channel 0, kind 3 of channel 1
+    const auto st = h.Stream.OfType(EvStatus);
+    ASSERT_EQ(st.size(), 2u);
+    EXPECT_EQ(st[0].Sub, 0u);
+    EXPECT_EQ(st[0].Params[4], 2u);
+    EXPECT_EQ(GetLe32(st[0].Params.data() + 5), 3u | (3u << 8)); // not started, 3 waiting
+    EXPECT_EQ(st[1].Sub, 1u);
+    EXPECT_EQ(st[1].Params[4], 2u);
+    EXPECT_EQ(GetLe32(st[1].Params.data() + 5), 0u); // error active, nothing waiting
+    EXPECT_EQ(st[0].Params.size(), 9u);
+}
+
+TEST(CanLoop, FramesBeyond64AreDroppedAndCounted)
+{
+    EngineHost h;
+    for (unsigned i = 0; i < 70; ++i)
+        h.Send(Frame({CanPush(i, 1, i, false, false, {static_cast<uint8_t>(i)})}));
+    EXPECT_EQ(h.Engine.CanFifoLevel(1), 64u);
+    EXPECT_EQ(h.Engine.GetCounters().CanFifoDropped[1], 6u);
+}
+
+TEST(UartLoop, BytesCrossFromZeroToOne)
+{
+    EngineHost h;
+    h.Send(Frame({UartConfig(1, 0, true), UartConfig(2, 1, true)}));
+    h.Send(Frame({UartPush(3, 0, 41, {'h', 'e', 'l', 'l', 'o'})}));
+    const auto tx = h.Stream.OfType(EvUartTx);
+    const auto rx = h.Stream.OfType(EvUartRx);
+    ASSERT_EQ(tx.size(), 1u);
+    ASSERT_EQ(rx.size(), 1u);
+    EXPECT_EQ(tx[0].Sub, 0u);
+    EXPECT_EQ(GetLe32(tx[0].Params.data() + 4), 41u);
+    EXPECT_EQ(tx[0].Params[8], 5u);
+    EXPECT_EQ(rx[0].Sub, 1u);
+    EXPECT_EQ(Bytes(rx[0].Params.begin() + 5, rx[0].Params.end()), (Bytes{'h', 'e', 'l', 'l', 'o'}));
+}
+
+TEST(Faults, StoppedEchoesAreNotSentButCommandsStillAct)
+{
+    EngineHost h;
+    h.Engine.SetEchoEnabled(false);
+    h.Send(Frame({AtxConfig(1, 0, true, 299), AtxPush(2, 0, 0x55)}));
+    EXPECT_TRUE(h.Stream.OfType(EvEcho).empty());
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 1u);
+    EXPECT_EQ(h.Engine.GetCounters().EchoesSuppressed, 2u);
+    h.Engine.SetEchoEnabled(true);
+    h.Send(Frame({Session(3, true)}));
+    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 1u);
+}
+
+TEST(Faults, CorruptedCrcAndStrayBytesShowOnTheWire)
+{
+    EngineHost h;
+    h.Engine.CorruptNextFrameCrc();
+    h.Send(Frame({Session(1, true)}));
+    EXPECT_EQ(h.Stream.BadFrames, 1u);
+    EXPECT_EQ(h.Stream.GoodFrames, 0u);
+
+    h.Engine.InsertStrayBytes({0x11, 0x22, 0x33});
+    h.Send(Frame({Session(2, true)}));
+    EXPECT_EQ(h.Stream.GoodFrames, 1u);
+    EXPECT_EQ(h.Stream.Skipped, 3u);
+    // Once only: the next frame is clean.
+    h.Send(Frame({Session(3, true)}));
+    EXPECT_EQ(h.Stream.GoodFrames, 2u);
+    EXPECT_EQ(h.Stream.Skipped, 3u);
+    EXPECT_EQ(h.Stream.BadFrames, 1u);
+}
+
+TEST(Faults, DelayedAnswersLeaveOnlyAfterTheDelay)
+{
+    EngineHost h;
+    h.Engine.SetAnswerDelayMs(20);
+    h.Send(Frame({Session(1, true)}));
+    EXPECT_TRUE(h.Stream.Events.empty());
+    EXPECT_EQ(h.Engine.NextOutputNs(), 20'000'000u);
+    h.At(19'999'999);
+    EXPECT_TRUE(h.Stream.Events.empty());
+    h.At(20'000'000);
+    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 1u);
+}
+
+TEST(Pacing, Arinc429WordsTake36BitTimes)
+{
+    EngineHost h(true);
+    h.Send(Frame({AtxConfig(1, 0, true, 299), ArxConfig(2, 0, true, true, AllLabels())}));
+    std::vector<Bytes> recs;
+    for (unsigned i = 0; i < 100; ++i)
+        recs.push_back(AtxPush(10 + i, 0, i));
+    h.Send(FrameOf(recs));
+    EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
+    // 100 kbit/s: a word every 360 us.
+    h.At(3'600'000 - 1);
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 9u);
+    h.At(3'600'000);
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 10u);
+    EXPECT_EQ(h.Engine.NextBusEventNs(), 3'960'000u);
+    h.At(36'000'000);
+    const auto tx = h.Stream.OfType(EvA429Tx);
+    ASSERT_EQ(tx.size(), 100u);
+    for (size_t i = 1; i < tx.size(); ++i)
+        EXPECT_EQ(tx[i].Time() - tx[i - 1].Time(), 360u);
+    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 100u);
+}
+
+TEST(Pacing, CanFramesTakeTheirStuffedLength)
+{
+    // Known lengths: a standard data frame of 8 zero bytes, id 0, is 108 bits
+    // plus stuff bits; all-zero fields stuff every fifth bit.
+    Bytes zero(13, 0);
+    zero[0] = 8;
+    const unsigned bits = UnitEngine::CanFrameBits(zero.data());
+    EXPECT_GE(bits, 111u);
+    EXPECT_LE(bits, 135u);
+    Bytes ones(13, 0xFF);
+    ones[0] = 0x88; // extended, 8 bytes
+    EXPECT_GT(UnitEngine::CanFrameBits(ones.data()), UnitEngine::CanFrameBits(zero.data()));
+    Bytes empty(13, 0);
+    empty[1] = 0x55; // id 0x2A8: alternating bits need few stuff bits
+    empty[2] = 0x00;
+    EXPECT_LT(UnitEngine::CanFrameBits(empty.data()), bits);
+
+    EngineHost h(true);
+    h.Send(Frame({CanConfig(1, 0, true), CanConfig(2, 1, true)}));
+    for (unsigned i = 0; i < 10; ++i)
+        h.Send(Frame({CanPush(10 + i, 0, 0, false, false, {0, 0, 0, 0, 0, 0, 0, 0})}));
+    h.At(uint64_t(bits) * 1000 * 10); // 1 Mbit/s: 1 us per bit
+    EXPECT_EQ(h.Stream.OfType(EvCanTx).size(), 10u);
+    const auto tx = h.Stream.OfType(EvCanTx);
+    EXPECT_EQ(tx[9].Time() - tx[0].Time(), 9u * bits);
+}
