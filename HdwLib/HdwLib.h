@@ -19,4 +19,26 @@
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>
+#include <HdwLib/bus/HdwArinc429InBufferService.h>
+#include <HdwLib/bus/HdwArinc429Message.h>
+#include <HdwLib/bus/HdwArinc429OutBufferService.h>
+#include <HdwLib/bus/HdwArinc429RxPort.h>
+#include <HdwLib/bus/HdwArinc429TxPort.h>
+#include <HdwLib/bus/HdwByteInBufferService.h>
+#include <HdwLib/bus/HdwByteOutBufferService.h>
+#include <HdwLib/bus/HdwCanInBufferService.h>
+#include <HdwLib/bus/HdwCanMessage.h>
+#include <HdwLib/bus/HdwCanOutBufferService.h>
+#include <HdwLib/bus/HdwCanPort.h>
+#include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/HdwUartPort.h>
+
+#include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwHoe.h>
+#include <HdwLib/links/HdwHoeDevice.h>
+#include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
+#include <HdwLib/links/HdwHoeLink.h>
+#include <HdwLib/links/HdwTcpClientSocket.h>
+#include <HdwLib/links/HdwTcpServerSocket.h>
+#include <HdwLib/links/HdwUdpSocket.h>
+#include <HdwLib/links/Uart.h>
