@@ -216,6 +216,9 @@ public:
     //   Option5; byte 8 Setting8. ChunkCounter numbers the transmit records.
     // - MIL-STD-1553 (code MilStd1553ConfigBase + channel): bytes 4..12 are
     //   Bytes[0..8].
+    // Status events update them before they are dispatched: kind 1 sets
+    // AtxCtrl[channel].FifoWaiting, kind 2 sets CanCtrl[channel].FaultState,
+    // TxWaiting, ErrReg0 and ErrReg1 from the status word.
     class CArinc429TxCtrlStatus : public CKVX_Object {
     public:
         uint8_t Enabled = 0;

@@ -30,12 +30,27 @@ inline uint32_t ParamLe32(const uint8_t* params, unsigned length, unsigned offse
     return uint32_t(ParamLe16(params, length, offset)) | uint32_t(ParamLe16(params, length, offset + 2)) << 16;
 }
 
-// A CAN frame at parameter offset 4 (types 6 and 7): 0, or 11 when the
-// record is refused.
-inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_HdwCanMessage& m)
+// The time stamp and the ARINC 429 word at parameter offset 4 of types 2
+// and 3: 0, or 11 when the record is refused.
+inline unsigned ExtractArinc429Word(const uint8_t* params, unsigned length, CKVX_HdwArinc429Message& m,
+                                    uint64_t& timeStamp)
+{
+    if (length < 8)
+        return 11;
+    timeStamp = ParamLe32(params, length, 0);
+    m.SetFromUint32(ParamLe32(params, length, 4));
+    m.TimeStamp = timeStamp;
+    return 0;
+}
+
+// The time stamp and the CAN frame at parameter offset 4 of types 6 and 7:
+// 0, or 11 when the record is refused.
+inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_HdwCanMessage& m, uint64_t& timeStamp)
 {
     if (length == 0)
         return 11;
+    timeStamp = ParamLe32(params, length, 0);
+    m.TimeStamp = timeStamp;
     const uint8_t flags = ParamByte(params, length, 4);
     m.Dlc = uint8_t(flags & 0x0F);
     m.Rtr = (flags & 0x40) ? 1 : 0;
@@ -78,11 +93,8 @@ public:
     CArinc429RxEvent() { this->m_EventCode = EventA429Rx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        if (length < 8)
-            return 11;
-        this->ExtractTimeStamp(params);
-        UnpackArinc429Word(kvx_events::ParamLe32(params, length, 4), Message);
-        Message.TimeStamp = this->TimeStamp;
+        if (const unsigned rc = kvx_events::ExtractArinc429Word(params, length, Message, this->TimeStamp))
+            return rc;
         AuxValue = kvx_events::ParamLe16(params, length, 8);
         return 0;
     }
@@ -97,12 +109,7 @@ public:
     CArinc429TxEvent() { this->m_EventCode = EventA429Tx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        if (length < 8)
-            return 11;
-        this->ExtractTimeStamp(params);
-        UnpackArinc429Word(kvx_events::ParamLe32(params, length, 4), Message);
-        Message.TimeStamp = this->TimeStamp;
-        return 0;
+        return kvx_events::ExtractArinc429Word(params, length, Message, this->TimeStamp);
     }
     CKVX_HdwArinc429Message Message;
 };
@@ -137,11 +144,7 @@ public:
     CCanRxEvent() { this->m_EventCode = EventCanRx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        if (const unsigned rc = kvx_events::ExtractCanFrame(params, length, Message))
-            return rc;
-        this->TimeStamp = kvx_events::ParamLe32(params, length, 0);
-        Message.TimeStamp = this->TimeStamp;
-        return 0;
+        return kvx_events::ExtractCanFrame(params, length, Message, this->TimeStamp);
     }
     CKVX_HdwCanMessage Message;
 };
@@ -153,11 +156,7 @@ public:
     CCanTxEvent() { this->m_EventCode = EventCanTx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        if (const unsigned rc = kvx_events::ExtractCanFrame(params, length, Message))
-            return rc;
-        this->TimeStamp = kvx_events::ParamLe32(params, length, 0);
-        Message.TimeStamp = this->TimeStamp;
-        return 0;
+        return kvx_events::ExtractCanFrame(params, length, Message, this->TimeStamp);
     }
     CKVX_HdwCanMessage Message;
 };
