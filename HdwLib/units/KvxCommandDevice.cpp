@@ -1,0 +1,619 @@
+// The command/echo/event protocol engine shared by every command-protocol
+// unit driver, instantiated for both link bases.
+#include <HdwLib/units/KvxCommandDevice.h>
+
+#include <cstring>
+#include <type_traits>
+
+namespace {
+// Bytes taken from the link per read while receiving.
+constexpr unsigned kReadChunk = 4096;
+} // namespace
+
+template <class B>
+CKVX_HdwKvxCommandDevice<B>::CKVX_HdwKvxCommandDevice()
+{
+    BuildCrc16Table();
+}
+
+template <class B>
+CKVX_HdwKvxCommandDevice<B>::~CKVX_HdwKvxCommandDevice() = default;
+
+// ---- CRC --------------------------------------------------------------------
+
+template <class B>
+void CKVX_HdwKvxCommandDevice<B>::BuildCrc16Table()
+{
+    for (unsigned i = 0; i < 256; ++i) {
+        uint16_t crc = uint16_t(i << 8);
+        for (int b = 0; b < 8; ++b)
+            crc = (crc & 0x8000) ? uint16_t((crc << 1) ^ 0x1021) : uint16_t(crc << 1);
+        m_Crc16Table[i] = crc;
+    }
+}
+
+template <class B>
+uint16_t CKVX_HdwKvxCommandDevice<B>::CalcCRC16Word(uint16_t crc, uint8_t byte) const
+{
+    return uint16_t(m_Crc16Table[((crc >> 8) ^ byte) & 0xFF] ^ uint16_t(crc << 8));
+}
+
+template <class B>
+uint16_t CKVX_HdwKvxCommandDevice<B>::CalcCRC16(const uint8_t* bytes, unsigned count) const
+{
+    uint16_t crc = 0xFFFF;
+    for (unsigned i = 0; i < count; ++i)
+        crc = CalcCRC16Word(crc, bytes[i]);
+    return crc;
+}
+
+// ---- instances and links ----------------------------------------------------
+
+template <class B>
+typename CKVX_HdwKvxCommandDevice<B>::CDeviceInstance* CKVX_HdwKvxCommandDevice<B>::CreateDeviceInstance()
+{
+    auto* inst = new CDeviceInstance;
+    inst->AtxCtrl.resize(m_Profile.AtxChannels);
+    inst->ArxCtrl.resize(m_Profile.ArxChannels);
+    inst->CanCtrl.resize(m_Profile.CanChannels);
+    inst->UartCtrl.resize(m_Profile.UartChannels);
+    inst->MilStd1553Ctrl.resize(m_Profile.MilStd1553Channels);
+    return inst;
+}
+
+template <class B>
+typename CKVX_HdwKvxCommandDevice<B>::CDeviceInstance* CKVX_HdwKvxCommandDevice<B>::GetProtocolInstance(
+    unsigned instance)
+{
+    return static_cast<CDeviceInstance*>(this->GetDeviceInstance(instance));
+}
+
+template <class B>
+bool CKVX_HdwKvxCommandDevice<B>::IsEthernetInstance(CDeviceInstance* instance) const
+{
+    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+        return instance && instance->EthernetMode != 0;
+    else
+        return false;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::DoLinkWrite(CDeviceInstance* instance, uint8_t* data, unsigned count)
+{
+    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+        return this->LinkWrite(instance, data, count);
+    else
+        return this->Com_Write(instance, data, count);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::DoLinkRead(CDeviceInstance* instance, uint8_t* buffer, unsigned maxBytes,
+                                                 unsigned& bytesRead)
+{
+    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+        return this->LinkRead(instance, buffer, maxBytes, bytesRead);
+    else
+        return this->Com_Read(instance, buffer, maxBytes, bytesRead);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::DoLinkGetReadBufferBytes(CDeviceInstance* instance, unsigned& count)
+{
+    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+        return this->LinkGetReadBufferBytes(instance, count);
+    else
+        return this->Com_GetReadBufferBytes(instance, count);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::GetPayloadLimit(CDeviceInstance* instance)
+{
+    return IsEthernetInstance(instance) ? m_Profile.EthernetPayloadLimit : PayloadLimitUart;
+}
+
+// ---- commands ---------------------------------------------------------------
+
+template <class B>
+uint16_t CKVX_HdwKvxCommandDevice<B>::GetLastCommandNum(CDeviceInstance* instance)
+{
+    return instance->CommandCounter++;
+}
+
+template <class B>
+uint16_t CKVX_HdwKvxCommandDevice<B>::GetLastCommandNum(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    return inst ? GetLastCommandNum(inst) : 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::AttachCommand(CDeviceInstance* instance, uint8_t code, const uint8_t* params,
+                                                    unsigned paramCount)
+{
+    if (!instance || paramCount + 4 > 255)
+        return 2;
+    CCommand cmd;
+    cmd.Code = code;
+    cmd.Number = GetLastCommandNum(instance);
+    cmd.EchoExpected = 1;
+    cmd.Length = paramCount + 4;
+    cmd.Bytes.resize(cmd.Length);
+    cmd.Bytes[0] = uint8_t(cmd.Length);
+    cmd.Bytes[1] = uint8_t(code | 0x80);
+    cmd.Bytes[2] = uint8_t(cmd.Number & 0xFF);
+    cmd.Bytes[3] = uint8_t(cmd.Number >> 8);
+    if (paramCount)
+        std::memcpy(cmd.Bytes.data() + 4, params, paramCount);
+    instance->CommandList += std::move(cmd);
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::AttachCommand(unsigned instance, uint8_t code, const uint8_t* params,
+                                                    unsigned paramCount)
+{
+    return AttachCommand(GetProtocolInstance(instance), code, params, paramCount);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::AttachSessionCommand(CDeviceInstance* instance, unsigned char close)
+{
+    uint8_t p[3];
+    p[0] = uint8_t((close ? 0 : 1) | ((m_LinkSelector & 3) << 4));
+    uint16_t watchdog = 0;
+    if (m_SessionWatchdog)
+        watchdog = uint16_t(0x8000 | std::min(m_SessionWatchdog / 10, 1023u));
+    p[1] = uint8_t(watchdog & 0xFF);
+    p[2] = uint8_t(watchdog >> 8);
+    return AttachCommand(instance, 1, p, 3);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::AttachSessionCommand(unsigned instance, unsigned char close)
+{
+    return AttachSessionCommand(GetProtocolInstance(instance), close);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::AttachStatusRequestCommand(unsigned instance, unsigned channel, unsigned kind)
+{
+    uint8_t p[3] = {0, 0, 0};
+    if (kind == 1 && channel < 8)
+        p[1] = uint8_t(1u << channel);
+    else if (kind == 2 && channel < 8)
+        p[2] = uint8_t(1u << channel);
+    else if (kind == 3 && channel + 2 < 8)
+        p[2] = uint8_t(1u << (channel + 2));
+    return AttachCommand(GetProtocolInstance(instance), 2, p, 3);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(CDeviceInstance* inst)
+{
+    if (!inst)
+        return 2;
+    if (inst->CommandList.IsEmpty())
+        return 0;
+    // One frame in flight per unit.
+    if (!inst->EchoList.IsEmpty())
+        return 0;
+    const unsigned limit = GetPayloadLimit(inst);
+    unsigned payload = 0;
+    unsigned count = 0;
+    for (const CCommand& c : inst->CommandList) {
+        if (payload + c.Length > limit)
+            break;
+        payload += c.Length;
+        ++count;
+    }
+    if (count == 0)
+        return 0;
+    std::vector<uint8_t> frame(payload + 5);
+    frame[0] = FrameStart;
+    frame[1] = uint8_t(payload & 0xFF);
+    frame[2] = uint8_t(payload >> 8);
+    unsigned pos = 3;
+    const uint32_t now = uint32_t(CKVX_HdwTimer::GetTickCount());
+    unsigned n = 0;
+    for (const CCommand& c : inst->CommandList) {
+        if (n++ == count)
+            break;
+        std::memcpy(frame.data() + pos, c.Bytes.data(), c.Length);
+        pos += c.Length;
+        inst->EchoList += CEchoWaiting(c.Number, now);
+    }
+    const uint16_t crc = CalcCRC16(frame.data(), payload + 3);
+    frame[payload + 3] = uint8_t(crc & 0xFF);
+    frame[payload + 4] = uint8_t(crc >> 8);
+    inst->BytesSent += payload;
+    if (DoLinkWrite(inst, frame.data(), unsigned(frame.size())) != 0) {
+        inst->CommandList.DeleteAll();
+        return 14;
+    }
+    for (unsigned i = 0; i < count; ++i)
+        inst->CommandList.PopFront();
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(unsigned instance)
+{
+    return ProcessCommandList(GetProtocolInstance(instance));
+}
+
+// ---- reception --------------------------------------------------------------
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk)
+{
+    // A reset (end of a frame, a discarded frame) puts the raw index back to
+    // 0, so the next byte lands in slot 0: a start byte there begins a good
+    // frame, a stray byte there spoils the CRC of the frame that follows it.
+    if (inst->RawIndex < inst->RawBuffer.size())
+        inst->RawBuffer[inst->RawIndex] = byte;
+    switch (inst->RxState) {
+    case 0:
+        inst->ResetRxState();
+        if (byte == FrameStart) {
+            inst->EventPosList.DeleteAll();
+            // The buffer is all zero at each frame start; only what the last
+            // frame wrote needs clearing.
+            std::memset(inst->EventBuffer.data(), 0, std::min<size_t>(inst->EventBufferUsed + 1, EventBufferSize));
+            inst->EventBufferUsed = 0;
+            inst->RxState = 1;
+        }
+        inst->RawIndex = 1;
+        return 0;
+    case 1:
+        inst->LengthField = byte;
+        inst->RxState = 2;
+        break;
+    case 2:
+        inst->LengthField |= unsigned(byte & 0x0F) << 8;
+        inst->RxState = 3;
+        break;
+    case 3:
+        inst->EventCount = byte;
+        inst->RxState = 4;
+        break;
+    case 4:
+        inst->EventCount |= unsigned(byte & 0x0F) << 8;
+        if (inst->EventCount == 0) {
+            inst->ResetRxState();
+            return 0;
+        }
+        inst->RxState = 5;
+        break;
+    case 5:
+        if (byte == 0) {
+            inst->ResetRxState();
+            return 0;
+        }
+        inst->EventPosList += uint32_t(inst->WritePos);
+        if (inst->WritePos >= EventBufferSize) {
+            inst->ResetRxState();
+            return 14;
+        }
+        inst->EventBuffer[inst->WritePos] = byte;
+        inst->EventBufferUsed = std::max(inst->EventBufferUsed, inst->WritePos);
+        inst->EventLength = byte;
+        ++inst->WritePos;
+        inst->EventBytes = 1;
+        inst->RxState = 6;
+        break;
+    case 6:
+        if (inst->WritePos >= EventBufferSize) {
+            inst->ResetRxState();
+            return 14;
+        }
+        inst->EventBuffer[inst->WritePos] = byte;
+        inst->EventBufferUsed = std::max(inst->EventBufferUsed, inst->WritePos);
+        if (inst->EventBytes >= inst->EventLength) {
+            if (++inst->EventsCompleted == inst->EventCount) {
+                inst->RxState = 7;
+            } else {
+                ++inst->WritePos;
+                inst->EventBytes = 0;
+                inst->RxState = 5;
+            }
+        } else {
+            ++inst->WritePos;
+            ++inst->EventBytes;
+        }
+        break;
+    case 7:
+        inst->ReceivedCrc = byte;
+        inst->RxState = 8;
+        break;
+    case 8: {
+        inst->ReceivedCrc |= unsigned(byte) << 8;
+        // The CRC covers everything before the two CRC bytes.
+        const unsigned covered = inst->RawIndex >= 1 ? inst->RawIndex - 1 : 0;
+        const uint16_t crc = CalcCRC16(inst->RawBuffer.data(), std::min<unsigned>(covered, unsigned(inst->RawBuffer.size())));
+        frameOk = crc == inst->ReceivedCrc;
+        if (!frameOk)
+            ++inst->CrcErrors;
+        inst->ResetRxState();
+        return 1;
+    }
+    default:
+        inst->RxState = 0;
+        return 0;
+    }
+    ++inst->RawIndex;
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessReception(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 14;
+    unsigned waiting = 0;
+    if (DoLinkGetReadBufferBytes(inst, waiting) != 0)
+        return 14;
+    uint8_t chunk[kReadChunk];
+    while (waiting > 0) {
+        unsigned got = 0;
+        if (DoLinkRead(inst, chunk, std::min(waiting, kReadChunk), got) != 0)
+            return 14;
+        if (got == 0)
+            break;
+        waiting -= std::min(waiting, got);
+        for (unsigned i = 0; i < got; ++i) {
+            bool ok = false;
+            const unsigned rc = FeedByte(inst, chunk[i], ok);
+            if (rc == 14)
+                return 14;
+            if (rc == 1 && ok && ProcessEventPayload(instance) != 0) {
+                inst->ResetRxState();
+                return 14;
+            }
+        }
+    }
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventPayload(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 14;
+    for (uint32_t p : inst->EventPosList) {
+        const unsigned length = inst->EventBuffer[p];
+        const unsigned typeByte = inst->EventBuffer[p + 1];
+        if (const unsigned rc =
+                ProcessEventRecord(instance, typeByte >> 3, typeByte & 7, length, inst->EventBuffer.data() + p + 2))
+            return rc;
+    }
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventRecord(unsigned instance, unsigned type, unsigned subField,
+                                                         unsigned length, uint8_t* params)
+{
+    // A type this unit does not send is an error like an unknown one.
+    if (type >= 32 || !(m_Profile.Events & (1u << type)))
+        return 11;
+    switch (type) {
+    case EventComEcho: return ProcessEventComEcho(instance, subField, length, params);
+    case EventCriticalFailure: return ProcessEventCriticalFailure(instance, subField, length, params);
+    case EventA429Rx: return ProcessEventA429Rx(instance, subField, length, params);
+    case EventA429Tx: return ProcessEventA429Tx(instance, subField, length, params);
+    case EventStatus: return ProcessEventStatus(instance, subField, length, params);
+    case EventCanRx: return ProcessEventCanRx(instance, subField, length, params);
+    case EventCanTx: return ProcessEventCanTx(instance, subField, length, params);
+    case EventMilStd1553: return ProcessEventMilStd1553(instance, subField, length, params);
+    case EventUartRx: return ProcessEventUartRx(instance, subField, length, params);
+    case EventUartTx: return ProcessEventUartTx(instance, subField, length, params);
+    default: return 11;
+    }
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned subField, unsigned length,
+                                                          uint8_t* params)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 14;
+    CComEchoEvent echo;
+    CKVX_String channel;
+    channel.Format("%u", subField);
+    echo.SetChannelId(channel);
+    if (const unsigned rc = echo.ExtractData(params, length))
+        return rc;
+    CEchoWaiting* oldest = inst->EchoList.GetFirst();
+    if (!oldest || oldest->Number != echo.CommandNumber)
+        return 14;
+    inst->EchoList.PopFront();
+    return 0;
+}
+
+// ---- waiting, probing -------------------------------------------------------
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::WaitAllCommandEchoes(unsigned instance, unsigned timeoutMs)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 14;
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    while (CKVX_HdwTimer::GetElapsedTicks(start) < timeoutMs) {
+        this->DeviceLock(instance);
+        const bool empty = inst->EchoList.IsEmpty();
+        this->DeviceUnlock(instance);
+        if (empty)
+            return 0;
+        CKVX_HdwTimer::MsSleep(1);
+    }
+    this->DeviceLock(instance);
+    const bool empty = inst->EchoList.IsEmpty();
+    this->DeviceUnlock(instance);
+    return empty ? 0 : 14;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* inst)
+{
+    unsigned waiting = 0;
+    if (this->Com_GetReadBufferBytes(inst, waiting) != 0)
+        return 14;
+    uint8_t chunk[kReadChunk];
+    while (waiting > 0) {
+        unsigned got = 0;
+        // Bytes past the first complete frame are lost: the probe ends there
+        // and the link is closed afterwards.
+        if (this->Com_Read(inst, chunk, std::min(waiting, kReadChunk), got) != 0)
+            return 14;
+        if (got == 0)
+            break;
+        waiting -= std::min(waiting, got);
+        for (unsigned i = 0; i < got; ++i) {
+            bool ok = false;
+            const unsigned rc = FeedByte(inst, chunk[i], ok);
+            if (rc == 14)
+                return 14;
+            if (rc == 1)
+                return ok ? 0 : 1;
+        }
+    }
+    return 22;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProbeWithInstance(CDeviceInstance* tmp)
+{
+    tmp->Reset();
+    if (this->Com_Open(tmp) != 0)
+        return 14;
+    unsigned result = 14;
+    // A closing session command is harmless to a running unit, and echoed.
+    // The probe's instance is not in Ethernet mode: the frame goes out on the serial link.
+    if (AttachSessionCommand(tmp, 1) == 0 && ProcessCommandList(tmp) == 0) {
+        const uint64_t start = CKVX_HdwTimer::GetTickCount();
+        for (;;) {
+            const unsigned rc = ProcessUartEchoReception(tmp);
+            if (rc == 0) {
+                result = 0;
+                break;
+            }
+            if (rc == 14 || CKVX_HdwTimer::GetElapsedTicks(start) >= ProbeTimeoutMs)
+                break;
+            CKVX_HdwTimer::MsSleep(1);
+        }
+    }
+    this->Com_Close(tmp);
+    tmp->Reset();
+    return result;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProbeUartLink(CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance* tmp,
+                                                    const CKVX_String& portName)
+{
+    auto* inst = dynamic_cast<CDeviceInstance*>(tmp);
+    if (!inst)
+        return 14;
+    inst->PortName = portName;
+    return ProbeWithInstance(inst);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CheckUartLink(const CKVX_String& portName)
+{
+    std::unique_ptr<CDeviceInstance> tmp(CreateDeviceInstance());
+    tmp->PortName = portName;
+    return ProbeWithInstance(tmp.get());
+}
+
+// ---- open, close, tick ------------------------------------------------------
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::Open(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 14;
+    if (inst->IsOpen())
+        return 0;
+    if (B::Open(instance) != 0)
+        return 14;
+    this->DeviceLock(instance);
+    inst->Reset();
+    // Close, then open: the unit always starts a fresh session.
+    AttachSessionCommand(inst, 1);
+    AttachSessionCommand(inst, 0);
+    const unsigned sent = ProcessCommandList(inst);
+    this->DeviceUnlock(instance);
+    if (sent != 0 || WaitAllCommandEchoes(instance, DefaultEchoTimeoutMs) != 0) {
+        this->DeviceLock(instance);
+        inst->Reset();
+        this->DeviceUnlock(instance);
+        if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+            this->LinkClose(inst);
+        else
+            this->Com_Close(inst);
+        inst->SetOpen(false);
+        return 14;
+    }
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::OnClosing(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 2;
+    this->DeviceLock(instance);
+    // The unit may still wait for an echo of ours: the close goes out regardless.
+    inst->EchoList.DeleteAll();
+    inst->CommandList.DeleteAll();
+    AttachSessionCommand(inst, 1);
+    ProcessCommandList(inst);
+    inst->CommandList.DeleteAll();
+    inst->EchoList.DeleteAll();
+    this->DeviceUnlock(instance);
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::Close(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst || !inst->IsOpen() || !this->CanClose(instance))
+        return 0;
+    OnClosing(instance);
+    return B::Close(instance);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t)
+{
+    if (ProcessReception(instance) != 0)
+        return 14;
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    CEchoWaiting* oldest = inst->EchoList.GetFirst();
+    if (!oldest)
+        return 0;
+    const uint32_t now = uint32_t(CKVX_HdwTimer::GetTickCount());
+    return (now - oldest->SendTime) < m_EchoTimeout ? 0u : 14u;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t)
+{
+    return ProcessCommandList(instance) != 0 ? 14u : 0u;
+}
+
+// The unit's commands, events, ports and services.
+#include <HdwLib/units/internal/KvxCommands.inl>
+#include <HdwLib/units/internal/KvxEvents.inl>
+#include <HdwLib/units/internal/KvxPortsServices.inl>
+
+template class CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>;
+template class CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>;

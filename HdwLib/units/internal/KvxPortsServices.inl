@@ -1,0 +1,1 @@
+// Included once, by KvxCommandDevice.cpp, before the explicit instantiations.

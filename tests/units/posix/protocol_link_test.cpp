@@ -1,0 +1,462 @@
+// The command protocol over a pseudo-terminal: the library drives the slave
+// side as its serial link, the test plays the unit on the master side with
+// frames built by hand.
+
+#include "../UnitTestSupport.h"
+#include "links/posix/PtyPair.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+using namespace unittest;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+Bytes Concat(std::initializer_list<Bytes> parts)
+{
+    Bytes out;
+    for (const Bytes& p : parts)
+        out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+// A host frame around `records`, with the CRC computed bit by bit.
+Bytes HostFrame(const std::vector<Bytes>& records)
+{
+    Bytes body = Concat({});
+    for (const Bytes& r : records)
+        body.insert(body.end(), r.begin(), r.end());
+    Bytes f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t(body.size() >> 8)};
+    f.insert(f.end(), body.begin(), body.end());
+    AppendCrc(f);
+    return f;
+}
+
+Bytes SessionRecord(uint16_t number, bool open)
+{
+    return {0x07, 0x81, uint8_t(number), uint8_t(number >> 8), uint8_t(open ? 1 : 0), 0x00, 0x00};
+}
+
+// Reads one whole host frame from the master side (header, payload, CRC).
+Bytes ReadHostFrame(PtyPair& pty)
+{
+    Bytes head = pty.ReadMaster(3);
+    if (head.size() != 3)
+        return head;
+    const size_t n = size_t(head[1]) | size_t(head[2]) << 8;
+    Bytes rest = pty.ReadMaster(n + 2);
+    head.insert(head.end(), rest.begin(), rest.end());
+    return head;
+}
+
+// ---- an opened link, driven from the test thread --------------------------------------
+
+class UnitLink : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(pty.Ok());
+        dev.AddInstance(pty.SlaveName());
+        ASSERT_EQ(dev.Com_Open(dev.Inst()), 0u);
+        rx0 = std::make_unique<RecordingPort>(&dev, 0, "0", HDW_PORT_ARINC429_RX);
+        dev.AttachPortToHdwTimer(0, rx0.get());
+    }
+    void TearDown() override
+    {
+        dev.DetachPortFromHdwTimer(0, rx0.get());
+        dev.Com_Close(dev.Inst());
+    }
+
+    Base::CDeviceInstance* inst() { return dev.Inst(); }
+
+    // Writes `bytes` as the unit, waits until all of them wait on the link,
+    // then runs one reception pass.
+    unsigned Deliver(const Bytes& bytes)
+    {
+        EXPECT_TRUE(pty.WriteMaster(bytes));
+        EXPECT_TRUE(WaitFor([&] {
+            unsigned waiting = 0;
+            return dev.Com_GetReadBufferBytes(inst(), waiting) == 0 && waiting >= bytes.size();
+        }));
+        return dev.ProcessReception(0);
+    }
+
+    // The data fields of the ARINC 429 words rx0 received, in order.
+    std::vector<uint32_t> Received()
+    {
+        std::vector<uint32_t> out;
+        for (const SeenEvent& e : rx0->seen)
+            out.push_back(e.Word.Data);
+        return out;
+    }
+
+    static Bytes WordFrame(uint32_t data) { return UnitFrame({A429RxRecord(0, data << 10)}); }
+
+    PtyPair pty;
+    TestUnit dev;
+    std::unique_ptr<RecordingPort> rx0;
+};
+
+using Words = std::vector<uint32_t>;
+
+TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrame)
+{
+    EXPECT_EQ(dev.ProcessCommandList(0u), 0u); // nothing queued, nothing sent
+    EXPECT_EQ(pty.MasterQueued(), 0);
+
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
+    ASSERT_EQ(dev.AttachStatusRequestCommand(0, 0, 1), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    const Bytes expected = {0xA5, 0x0E, 0x00, 0x07, 0x81, 0x00, 0x00, 0x01, 0x00, 0x00,
+                            0x07, 0x82, 0x01, 0x00, 0x00, 0x01, 0x00};
+    Bytes withCrc = expected;
+    AppendCrc(withCrc);
+    EXPECT_EQ(ReadHostFrame(pty), withCrc);
+    EXPECT_TRUE(inst()->CommandList.IsEmpty());
+    ASSERT_EQ(inst()->EchoList.GetLength(), 2u);
+    EXPECT_EQ(inst()->EchoList.GetFirst()->Number, 0);
+    EXPECT_EQ(inst()->BytesSent, 14u);
+}
+
+TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
+{
+    const Bytes params(246, 0x3C); // 250-byte records
+    for (int i = 0; i < 16; ++i)
+        ASSERT_EQ(dev.AttachCommand(0u, 9, params.data(), 246), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    Bytes frame = ReadHostFrame(pty);
+    ASSERT_EQ(frame.size(), 4005u);
+    EXPECT_EQ(frame[1], 0xA0); // 4000
+    EXPECT_EQ(frame[2], 0x0F);
+    EXPECT_EQ(BitwiseCrc16(frame, 4003), uint16_t(frame[4003] | frame[4004] << 8));
+    EXPECT_TRUE(inst()->CommandList.IsEmpty());
+
+    std::vector<Bytes> echoes;
+    for (uint16_t n = 0; n < 16; ++n)
+        echoes.push_back(EchoRecord(n));
+    ASSERT_EQ(Deliver(UnitFrame(echoes)), 0u);
+    ASSERT_TRUE(inst()->EchoList.IsEmpty());
+
+    // 15 x 250 + 251: the last record waits for the next frame.
+    for (int i = 0; i < 15; ++i)
+        ASSERT_EQ(dev.AttachCommand(0u, 9, params.data(), 246), 0u);
+    const Bytes longer(247, 0x4D);
+    ASSERT_EQ(dev.AttachCommand(0u, 9, longer.data(), 247), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    frame = ReadHostFrame(pty);
+    ASSERT_EQ(frame.size(), 3755u);
+    EXPECT_EQ(inst()->CommandList.GetLength(), 1u);
+    echoes.clear();
+    for (uint16_t n = 16; n < 31; ++n)
+        echoes.push_back(EchoRecord(n));
+    ASSERT_EQ(Deliver(UnitFrame(echoes)), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    frame = ReadHostFrame(pty);
+    ASSERT_EQ(frame.size(), 256u);
+    EXPECT_EQ(frame[3], 251); // the record's length byte
+    EXPECT_EQ(frame[5], 31);  // its number
+}
+
+TEST_F(UnitLink, CommandNumbersWrapInTheFrame)
+{
+    inst()->CommandCounter = 65534;
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    const Bytes expected =
+        HostFrame({SessionRecord(65534, false), SessionRecord(65535, false), SessionRecord(0, false)});
+    EXPECT_EQ(ReadHostFrame(pty), expected);
+}
+
+TEST_F(UnitLink, OneFrameInFlightUntilItsEchoesReturn)
+{
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    ASSERT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, true)}));
+
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
+    EXPECT_EQ(dev.ProcessCommandList(0u), 0u);
+    EXPECT_EQ(pty.MasterQueued(), 0); // the write would have completed by now
+    EXPECT_EQ(inst()->CommandList.GetLength(), 1u);
+
+    ASSERT_EQ(Deliver(UnitFrame({EchoRecord(0)})), 0u);
+    EXPECT_TRUE(inst()->EchoList.IsEmpty());
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(1, false)}));
+}
+
+TEST_F(UnitLink, AnEchoOutOfOrderFailsTheReceptionAndKeepsTheList)
+{
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    ReadHostFrame(pty);
+    EXPECT_EQ(Deliver(UnitFrame({EchoRecord(1)})), 14u);
+    EXPECT_EQ(inst()->EchoList.GetLength(), 2u);
+    EXPECT_EQ(Deliver(UnitFrame({EchoRecord(0), EchoRecord(1)})), 0u);
+    EXPECT_TRUE(inst()->EchoList.IsEmpty());
+}
+
+TEST_F(UnitLink, AnEchoOutstandingPastTheTimeOutFailsTheTick)
+{
+    EXPECT_EQ(dev.GetEchoTimeout(), 500u);
+    EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 1), 0u); // nothing outstanding
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
+    ASSERT_EQ(dev.HdwTimerEndDeviceIntanceHandler(0, 1), 0u);
+    ReadHostFrame(pty);
+    dev.SetEchoTimeout(600000);
+    EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 2), 0u);
+    dev.SetEchoTimeout(20);
+    EXPECT_TRUE(WaitFor([&] { return dev.HdwTimerStartDeviceIntanceHandler(0, 3) == 14u; }));
+    EXPECT_EQ(inst()->EchoList.GetLength(), 1u); // left as it is
+    ASSERT_TRUE(pty.WriteMaster(UnitFrame({EchoRecord(0)})));
+    EXPECT_TRUE(WaitFor([&] { return dev.HdwTimerStartDeviceIntanceHandler(0, 4) == 0u; }));
+    EXPECT_TRUE(inst()->EchoList.IsEmpty());
+}
+
+// ---- receive state machine -------------------------------------------------------------------
+
+TEST_F(UnitLink, AFrameFedByteByByte)
+{
+    const Bytes frame = UnitFrame({A429RxRecord(0, 11u << 10), A429RxRecord(0, 12u << 10)});
+    for (size_t i = 0; i < frame.size(); ++i) {
+        ASSERT_EQ(Deliver(Bytes{frame[i]}), 0u) << "byte " << i;
+        if (i + 1 < frame.size()) {
+            ASSERT_TRUE(rx0->seen.empty()) << "byte " << i;
+        }
+    }
+    EXPECT_EQ(Received(), (Words{11, 12}));
+}
+
+TEST_F(UnitLink, FramesSplitAcrossReadsAtAnyPoint)
+{
+    const Bytes stream = Concat({WordFrame(1), WordFrame(2), WordFrame(3)});
+    for (size_t first = 1; first < stream.size(); first += 3) {
+        for (size_t second : {size_t(1), size_t(5), size_t(17)}) {
+            rx0->seen.clear();
+            const size_t end2 = std::min(stream.size(), first + second);
+            ASSERT_EQ(Deliver(Bytes(stream.begin(), stream.begin() + first)), 0u);
+            if (end2 > first) {
+                ASSERT_EQ(Deliver(Bytes(stream.begin() + first, stream.begin() + end2)), 0u);
+            }
+            if (end2 < stream.size()) {
+                ASSERT_EQ(Deliver(Bytes(stream.begin() + end2, stream.end())), 0u);
+            }
+            ASSERT_EQ(Received(), (Words{1, 2, 3})) << "split at " << first << " and " << end2;
+        }
+    }
+}
+
+TEST_F(UnitLink, StrayBytesLoseTheNextFrameOnly)
+{
+    ASSERT_EQ(Deliver(Concat({{0x00, 0x13}, WordFrame(1), WordFrame(2)})), 0u);
+    EXPECT_EQ(Received(), (Words{2}));
+    rx0->seen.clear();
+    ASSERT_EQ(Deliver(Concat({WordFrame(3), {0x55}, WordFrame(4), WordFrame(5)})), 0u);
+    EXPECT_EQ(Received(), (Words{3, 5}));
+}
+
+TEST_F(UnitLink, ZeroEventCountOrZeroEventLengthDiscardsTheFrame)
+{
+    // Event count 0: the frame ends after its header; hunting goes on.
+    ASSERT_EQ(Deliver(Concat({{0xA5, 0x00, 0x00, 0x00, 0x00}, WordFrame(1)})), 0u);
+    EXPECT_EQ(Received(), (Words{1}));
+    // Event length 0 in the first record.
+    ASSERT_EQ(Deliver(Concat({{0xA5, 0x0B, 0x00, 0x01, 0x00, 0x00}, WordFrame(2)})), 0u);
+    EXPECT_EQ(Received(), (Words{1, 2}));
+    // Event length 0 in the second record, after a complete first one: the
+    // frame is dropped as a whole.
+    Bytes second = Concat({{0xA5, 0x16, 0x00, 0x02, 0x00}, A429RxRecord(0, 3u << 10), {0x00}});
+    ASSERT_EQ(Deliver(Concat({second, WordFrame(4)})), 0u);
+    EXPECT_EQ(Received(), (Words{1, 2, 4}));
+}
+
+TEST_F(UnitLink, ABadCrcDropsTheFrameSilently)
+{
+    Bytes bad = WordFrame(1);
+    bad.back() ^= 0x01;
+    ASSERT_EQ(Deliver(Concat({bad, WordFrame(2)})), 0u);
+    EXPECT_EQ(Received(), (Words{2}));
+    EXPECT_EQ(inst()->CrcErrors, 1u);
+}
+
+TEST_F(UnitLink, AnUnknownEventTypeStopsTheFrame)
+{
+    for (unsigned type : {11u, 4u}) {
+        rx0->seen.clear();
+        const Bytes frame =
+            UnitFrame({A429RxRecord(0, 1u << 10), EventRecord(type, 0, 0, {0, 0}), A429RxRecord(0, 2u << 10)});
+        EXPECT_EQ(Deliver(frame), 14u) << type;
+        EXPECT_EQ(Received(), (Words{1})) << type;
+        // The machine starts afresh with the next frame.
+        ASSERT_EQ(Deliver(WordFrame(3)), 0u);
+        EXPECT_EQ(Received(), (Words{1, 3})) << type;
+    }
+}
+
+TEST_F(UnitLink, ManyEventsInOneFrame)
+{
+    std::vector<Bytes> records;
+    Words expected;
+    for (uint32_t i = 0; i < 300; ++i) {
+        records.push_back(A429RxRecord(0, (i + 100) << 10, i));
+        expected.push_back(i + 100);
+    }
+    ASSERT_EQ(Deliver(UnitFrame(records)), 0u);
+    EXPECT_EQ(Received(), expected);
+    EXPECT_EQ(rx0->seen.back().TimeStamp, 299u);
+}
+
+// ---- probe -------------------------------------------------------------------------------------
+
+class UnitProbe : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(pty.Ok()); }
+    PtyPair pty;
+    TestUnit dev;
+};
+
+TEST_F(UnitProbe, AUnitThatAnswersIsRecognised)
+{
+    Bytes seen;
+    std::thread unit([&] {
+        seen = ReadHostFrame(pty);
+        pty.WriteMaster(UnitFrame({EchoRecord(0)}));
+    });
+    const unsigned rc = dev.CheckUartLink(pty.SlaveName().c_str());
+    unit.join();
+    EXPECT_EQ(rc, 0u);
+    // A closing session command, number 0 of a fresh instance.
+    EXPECT_EQ(seen, HostFrame({SessionRecord(0, false)}));
+}
+
+TEST_F(UnitProbe, ASilentPortFailsAfterTheProbeTime)
+{
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(dev.CheckUartLink(pty.SlaveName().c_str()), 14u);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(elapsed, std::chrono::milliseconds(190));
+    // The probe did ask.
+    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false)}));
+}
+
+TEST_F(UnitProbe, AnAnswerWithABadCrcIsNotAUnit)
+{
+    std::thread unit([&] {
+        ReadHostFrame(pty);
+        Bytes bad = UnitFrame({EchoRecord(0)});
+        bad[bad.size() - 2] ^= 0xFF;
+        pty.WriteMaster(bad);
+    });
+    EXPECT_EQ(dev.CheckUartLink(pty.SlaveName().c_str()), 14u);
+    unit.join();
+}
+
+TEST_F(UnitProbe, AMissingPortFails)
+{
+    EXPECT_EQ(dev.CheckUartLink("/dev/hdwlib-no-such-port"), 14u);
+}
+
+// ---- open and close of an instance, with the tick running ----------------------------------------
+
+class UnitSession : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(pty.Ok());
+        dev.AddInstance(pty.SlaveName());
+        ticker = std::thread([this] {
+            uint64_t n = 0;
+            while (!stop.load()) {
+                dev.HdwTimerHandler(++n);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    }
+    void TearDown() override
+    {
+        stop = true;
+        if (ticker.joinable())
+            ticker.join();
+        dev.Close(0);
+    }
+
+    // Plays a unit that echoes the commands of the next host frame.
+    std::thread EchoingUnit(Bytes* seen)
+    {
+        return std::thread([this, seen] {
+            Bytes frame = ReadHostFrame(pty);
+            *seen = frame;
+            std::vector<Bytes> echoes;
+            for (size_t p = 3; p + 4 <= frame.size() - 2; p += frame[p])
+                echoes.push_back(EchoRecord(uint16_t(frame[p + 2] | frame[p + 3] << 8)));
+            pty.WriteMaster(UnitFrame(echoes));
+        });
+    }
+
+    bool ListsEmpty()
+    {
+        dev.DeviceLock(0);
+        const bool empty = dev.Inst()->CommandList.IsEmpty() && dev.Inst()->EchoList.IsEmpty();
+        dev.DeviceUnlock(0);
+        return empty;
+    }
+
+    PtyPair pty;
+    TestUnit dev;
+    std::atomic<bool> stop{false};
+    std::thread ticker;
+};
+
+TEST_F(UnitSession, OpenClosesThenOpensTheSessionAndWaitsForTheEchoes)
+{
+    Bytes seen;
+    std::thread unit = EchoingUnit(&seen);
+    EXPECT_EQ(dev.Open(0), 0u);
+    unit.join();
+    EXPECT_EQ(seen, HostFrame({SessionRecord(0, false), SessionRecord(1, true)}));
+    EXPECT_TRUE(dev.Inst()->IsOpen());
+    EXPECT_TRUE(ListsEmpty());
+
+    // Opening an open instance sends nothing.
+    EXPECT_EQ(dev.Open(0), 0u);
+    EXPECT_EQ(pty.MasterQueued(), 0);
+
+    // Closing sends the closing session command and does not wait for it.
+    EXPECT_EQ(dev.Close(0), 0u);
+    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(2, false)}));
+    EXPECT_FALSE(dev.Inst()->IsOpen());
+    EXPECT_TRUE(ListsEmpty());
+}
+
+TEST_F(UnitSession, OnClosingSendsTheCloseAndEmptiesBothLists)
+{
+    Bytes seen;
+    std::thread unit = EchoingUnit(&seen);
+    ASSERT_EQ(dev.Open(0), 0u);
+    unit.join();
+    // A command still waiting for its echo does not hold the close back.
+    dev.DeviceLock(0);
+    dev.AttachStatusRequestCommand(0, 0, 1);
+    dev.ProcessCommandList(0u);
+    dev.AttachStatusRequestCommand(0, 1, 1);
+    dev.DeviceUnlock(0);
+    ReadHostFrame(pty);
+    EXPECT_EQ(dev.OnClosing(0), 0u);
+    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(4, false)}));
+    EXPECT_TRUE(ListsEmpty());
+}
+
+TEST_F(UnitSession, OpenFailsWhenTheUnitDoesNotEcho)
+{
+    EXPECT_EQ(dev.Open(0), 14u);
+    EXPECT_FALSE(dev.Inst()->IsOpen());
+    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false), SessionRecord(1, true)}));
+    EXPECT_TRUE(ListsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,57 @@
+// The frame CRC of the command protocol and the command numbering, which
+// need no link.
+
+#include "UnitTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace unittest;
+
+namespace {
+
+TEST(ProtocolCrc, CheckValueOfTheNineDigits)
+{
+    TestUnit dev;
+    const char* digits = "123456789";
+    EXPECT_EQ(dev.CalcCRC16(reinterpret_cast<const uint8_t*>(digits), 9), 0x29B1);
+    EXPECT_EQ(dev.CalcCRC16(nullptr, 0), 0xFFFF);
+}
+
+TEST(ProtocolCrc, TableAgreesWithTheBitwiseDefinition)
+{
+    TestUnit dev;
+    std::mt19937 rng(1234);
+    for (int round = 0; round < 200; ++round) {
+        std::vector<uint8_t> bytes(rng() % 300);
+        for (auto& b : bytes)
+            b = uint8_t(rng());
+        ASSERT_EQ(dev.CalcCRC16(bytes.data(), unsigned(bytes.size())), BitwiseCrc16(bytes, bytes.size()))
+            << "round " << round;
+    }
+}
+
+TEST(CommandNumbers, RunFromZeroAndWrapAt65535)
+{
+    TestUnit dev;
+    dev.AddInstance();
+    EXPECT_EQ(dev.GetLastCommandNum(0u), 0);
+    EXPECT_EQ(dev.GetLastCommandNum(0u), 1);
+    dev.Inst()->CommandCounter = 65535;
+    EXPECT_EQ(dev.GetLastCommandNum(0u), 65535);
+    EXPECT_EQ(dev.GetLastCommandNum(0u), 0);
+}
+
+TEST(CommandNumbers, RecordsLongerThan255BytesAreRefused)
+{
+    TestUnit dev;
+    dev.AddInstance();
+    std::vector<uint8_t> params(252);
+    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 251), 0u); // 255 bytes
+    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
+    EXPECT_EQ(dev.AttachCommand(1u, 9, params.data(), 1), 2u);    // no such unit
+    EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 1u);
+}
+
+} // namespace
