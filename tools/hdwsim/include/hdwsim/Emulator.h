@@ -1,0 +1,86 @@
+#pragma once
+// An emulated unit served on a pseudo-terminal and/or a loopback UDP port,
+// running on a thread of its own. All member functions are thread-safe.
+//
+//   hdwsim::Emulator::Options o;
+//   o.Udp = true;                       // port 0: any free port
+//   hdwsim::Emulator sim(hdwsim::HaldenModel(), o);
+//   sim.Start();
+//   open(sim.PtyPath()) ... or send HOE packets to 127.0.0.1:sim.UdpPort()
+//
+// The unit behaves as if wired in loopback: ARINC 429 transmitter k to
+// receiver k, CAN 0 with 1 (2 with 3), UART 0 with 1. Its output goes to the
+// link from which it last received host bytes.
+
+#include <hdwsim/Counters.h>
+#include <hdwsim/UnitModel.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace hdwsim {
+
+class Emulator {
+public:
+    struct Options {
+        bool Pty = true;
+        bool Udp = false;
+        uint16_t UdpPort = 0;      // 0: any free port (read it back with UdpPort())
+        bool Pacing = false;       // transmit at the buses' bit rates
+        std::string SerialNumber;  // empty: the model's default
+        unsigned SessionTimeoutMs = 3000;
+        unsigned KeepAliveMs = 250;
+        uint32_t ClockStartUs = 0; // the unit clock's value at Start
+        uint32_t Seed = 1;         // session ids and the packet-drop draw
+        // Receives one line per notable event (sessions, hang-ups) when set.
+        std::function<void(const std::string&)> Log;
+    };
+
+    Emulator(const UnitModel& model, const Options& options);
+    ~Emulator(); // stops
+    Emulator(const Emulator&) = delete;
+    Emulator& operator=(const Emulator&) = delete;
+
+    // Opens the endpoints and starts the thread. False (with a reason in
+    // `error` when given) if an endpoint cannot be opened.
+    bool Start(std::string* error = nullptr);
+    void Stop();
+    bool IsRunning() const;
+
+    const UnitModel& Model() const;
+    std::string PtyPath() const;   // "" without a pseudo-terminal
+    uint16_t UdpPort() const;      // 0 without UDP
+    bool HasUdpSession() const;
+    uint32_t UdpSessionId() const; // 0 when none
+
+    Counters GetCounters() const;
+    // The unit's microsecond clock now.
+    uint32_t ClockUs() const;
+    size_t A429FifoLevel(unsigned channel) const;
+    size_t CanFifoLevel(unsigned channel) const;
+
+    // Fault injection.
+    void SetEchoEnabled(bool enabled);          // false: commands are no longer echoed
+    void CorruptNextFrameCrc(unsigned frames = 1);
+    void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
+    void SetAnswerDelayMs(unsigned ms);         // every frame leaves this much later
+    void DropNextUdpPackets(unsigned packets);  // the next packets the unit sends
+    void SetUdpDropFraction(double fraction);   // 0 to 1 of the packets the unit sends
+    // true: the unit goes silent on both links (input read and ignored,
+    // nothing sent); false: it answers again.
+    void SetHungUp(bool hungUp);
+    // Closes the pseudo-terminal's master: the host's slave fails. A new one
+    // (with a new path) is made by ReopenPty.
+    void ClosePty();
+    bool ReopenPty(std::string* error = nullptr);
+    void SetSessionTimeoutMs(unsigned ms);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m;
+};
+
+} // namespace hdwsim

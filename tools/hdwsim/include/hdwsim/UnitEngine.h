@@ -1,0 +1,92 @@
+#pragma once
+// The emulated unit itself, without any I/O or clock: host bytes go in with
+// the time at which they arrived, unit frames come out with the time at which
+// they may leave, and Advance moves the unit's buses forward to a given time.
+// Tests step the time themselves; the Emulator feeds it from its links and
+// the monotonic clock. Not thread-safe: the Emulator serialises all calls.
+
+#include <hdwsim/Counters.h>
+#include <hdwsim/UnitModel.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <vector>
+
+namespace hdwsim {
+
+class UnitEngine {
+public:
+    // Links with a receive state of their own.
+    enum Link : unsigned { LinkSerial = 0, LinkUdp = 1, LinkCount = 2 };
+
+    struct Options {
+        // Words and frames leave the transmit FIFOs at the buses' bit rates;
+        // otherwise at once, in order.
+        bool Pacing = false;
+        // Upper bound of one unit frame (header, events and CRC), so that
+        // frames fit HOE packets together with injected stray bytes.
+        size_t MaxFrameBytes = 1280;
+        // Value of the unit's microsecond clock at time 0.
+        uint32_t ClockStartUs = 0;
+    };
+
+    static constexpr size_t A429FifoWords = 512;
+    static constexpr size_t CanFifoFrames = 64;
+    static constexpr uint64_t Never = std::numeric_limits<uint64_t>::max();
+
+    UnitEngine(const UnitModel& model, const Options& options);
+    ~UnitEngine();
+    UnitEngine(const UnitEngine&) = delete;
+    UnitEngine& operator=(const UnitEngine&) = delete;
+
+    const UnitModel& Model() const;
+
+    // Host bytes received on `link` at `nowNs` (nanoseconds of the engine's time).
+    void OnHostBytes(Link link, const uint8_t* data, size_t size, uint64_t nowNs);
+    // Forgets a half-received frame of `link`.
+    void ResetLink(Link link);
+    // Lets the buses run up to `nowNs`: words and frames whose transmission
+    // ended by then are reported.
+    void Advance(uint64_t nowNs);
+    // Time at which Advance next has something to report (Never: nothing).
+    uint64_t NextBusEventNs() const;
+
+    // Appends whole unit frames that may leave at `nowNs` (injected stray bytes
+    // included) while they fit in `maxBytes`; at least one when any is ready.
+    // Returns the number of frames taken.
+    size_t TakeOutput(uint64_t nowNs, size_t maxBytes, std::vector<uint8_t>& out);
+    // Time at which the next frame may leave (Never: none queued).
+    uint64_t NextOutputNs() const;
+    // Drops every frame not yet taken (the link went away); they count as lost.
+    void DiscardOutput();
+
+    // The unit's clock value (microseconds, 32 bits) at `nowNs`.
+    uint32_t ClockUs(uint64_t nowNs) const;
+
+    // Fault injection.
+    void SetEchoEnabled(bool enabled);
+    void CorruptNextFrameCrc(unsigned frames = 1);
+    void InsertStrayBytes(const std::vector<uint8_t>& bytes);
+    void SetAnswerDelayMs(unsigned ms);
+
+    const Counters& GetCounters() const;
+    Counters& MutableCounters();
+
+    // Words waiting in ARINC 429 transmitter `channel` (0 for a bad channel).
+    size_t A429FifoLevel(unsigned channel) const;
+    // Frames waiting in CAN channel `channel`.
+    size_t CanFifoLevel(unsigned channel) const;
+
+    // Length in bits of a CAN frame on the bus, stuff bits, end of frame and
+    // inter-frame space included. `record` is the 13-byte frame of the push
+    // record (flags, identifier, data).
+    static unsigned CanFrameBits(const uint8_t* record);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m;
+};
+
+} // namespace hdwsim

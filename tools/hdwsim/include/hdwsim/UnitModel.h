@@ -1,0 +1,39 @@
+#pragma once
+// The emulated unit kinds, one table row each. Everything the emulator needs
+// to know about a kind of unit is here; adding a unit is adding a row.
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace hdwsim {
+
+// Channel kinds, numbered as the unit counts its ports.
+enum class ChannelKind : unsigned { Uart = 0, Arinc429Tx = 1, Arinc429Rx = 2, Can = 3, MilStd1553 = 5 };
+
+struct UnitModel {
+    std::string_view Name;      // command-line name ("halden")
+    std::string_view ModelWord; // model word of the detect reply ("Halden")
+    uint32_t KindNumber;        // device kind number
+    unsigned UartChannels;
+    unsigned Arinc429TxChannels;
+    unsigned Arinc429RxChannels;
+    unsigned CanChannels;
+    unsigned MilStd1553Channels;
+    bool Serial;              // reachable over a serial link (pseudo-terminal)
+    bool Ethernet;            // reachable over UDP
+    uint16_t UdpPort;         // default UDP port (0 when Ethernet is false)
+    std::string_view DefaultSerialNumber;
+    std::string_view Revision;
+};
+
+// Largest channel count of any kind in any row; per-channel arrays use it.
+inline constexpr unsigned MaxChannels = 16;
+
+std::span<const UnitModel> UnitModels();
+// The row whose Name equals `name` (case-sensitive), or nullptr.
+const UnitModel* FindUnitModel(std::string_view name);
+// The Halden row.
+const UnitModel& HaldenModel();
+
+} // namespace hdwsim

@@ -1,0 +1,366 @@
+#include <hdwsim/Emulator.h>
+#include <hdwsim/UnitEngine.h>
+
+#include "PtyEndpoint.h"
+#include "UdpEndpoint.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <thread>
+#include <unistd.h>
+
+namespace hdwsim {
+
+namespace {
+// While no host holds the pseudo-terminal's slave the master cannot be polled
+// (it reports a hang-up at once); its state is checked this often instead.
+constexpr uint64_t PeerCheckNs = 10'000'000;
+constexpr size_t SerialChunk = 1u << 20;
+constexpr size_t UdpChunk = 1350;
+
+UnitEngine::Options EngineOptions(const Emulator::Options& o)
+{
+    UnitEngine::Options e;
+    e.Pacing = o.Pacing;
+    e.ClockStartUs = o.ClockStartUs;
+    return e;
+}
+} // namespace
+
+struct Emulator::Impl {
+    Impl(const UnitModel& model, const Options& options)
+        : Model(model), Opts(options), Engine(model, EngineOptions(options))
+    {
+        if (Opts.SerialNumber.empty())
+            Opts.SerialNumber = std::string(model.DefaultSerialNumber);
+    }
+
+    const UnitModel& Model;
+    Options Opts;
+    mutable std::mutex Mutex;
+    UnitEngine Engine;
+    PtyEndpoint Pty;
+    UdpEndpoint Udp;
+    std::thread Thread;
+    int WakeFd = -1;
+    bool Running = false;
+    bool StopRequested = false;
+    bool HungUp = false;
+    UnitEngine::Link Active = UnitEngine::LinkSerial;
+    std::chrono::steady_clock::time_point Epoch = std::chrono::steady_clock::now();
+
+    uint64_t Now() const
+    {
+        return static_cast<uint64_t>(
+            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - Epoch).count());
+    }
+
+    void Log(const std::string& line) const
+    {
+        if (Opts.Log)
+            Opts.Log(line);
+    }
+
+    void Wake() const
+    {
+        if (WakeFd >= 0) {
+            const uint64_t one = 1;
+            [[maybe_unused]] ssize_t n = write(WakeFd, &one, sizeof one);
+        }
+    }
+
+    void RouteOutput(uint64_t now);
+    void Run();
+};
+
+void Emulator::Impl::RouteOutput(uint64_t now)
+{
+    std::vector<uint8_t> chunk;
+    while (Engine.NextOutputNs() <= now) {
+        if (HungUp) {
+            Engine.DiscardOutput();
+            return;
+        }
+        chunk.clear();
+        if (Active == UnitEngine::LinkSerial) {
+            if (!Pty.IsOpen() || !Pty.PeerPresent()) {
+                Engine.DiscardOutput();
+                return;
+            }
+            Engine.TakeOutput(now, SerialChunk, chunk);
+            Pty.Write(chunk.data(), chunk.size());
+        } else {
+            if (!Udp.HasSession()) {
+                Engine.DiscardOutput();
+                return;
+            }
+            Engine.TakeOutput(now, UdpChunk, chunk);
+            Udp.SendEventData(chunk, Engine.MutableCounters());
+        }
+    }
+}
+
+void Emulator::Impl::Run()
+{
+    std::unique_lock<std::mutex> lock(Mutex);
+    std::vector<uint8_t> input;
+    while (!StopRequested) {
+        uint64_t now = Now();
+        if (Pty.IsOpen() && !Pty.PeerPresent() && Pty.RefreshPeer())
+            Log("pty peer connected");
+        Engine.Advance(now);
+        if (Udp.Fd() >= 0) {
+            const bool had = Udp.HasSession();
+            Udp.Tick(now, Engine, HungUp);
+            if (had && !Udp.HasSession())
+                Log("udp session timed out");
+        }
+        RouteOutput(now);
+
+        pollfd fds[3];
+        nfds_t n = 0;
+        fds[n++] = {WakeFd, POLLIN, 0};
+        int ptyIndex = -1;
+        int udpIndex = -1;
+        if (Pty.IsOpen() && Pty.PeerPresent()) {
+            ptyIndex = static_cast<int>(n);
+            fds[n++] = {Pty.Fd(), static_cast<short>(POLLIN | (Pty.HasPending() ? POLLOUT : 0)), 0};
+        }
+        if (Udp.Fd() >= 0) {
+            udpIndex = static_cast<int>(n);
+            fds[n++] = {Udp.Fd(), POLLIN, 0};
+        }
+        uint64_t wake = std::min({Engine.NextBusEventNs(), Engine.NextOutputNs(), Udp.NextWakeNs()});
+        if (Pty.IsOpen() && !Pty.PeerPresent())
+            wake = std::min(wake, now + PeerCheckNs);
+        int timeoutMs = -1;
+        if (wake != UnitEngine::Never)
+            timeoutMs = wake <= now ? 0 : static_cast<int>(std::min<uint64_t>((wake - now + 999'999) / 1'000'000, 60'000));
+
+        lock.unlock();
+        const int ready = poll(fds, n, timeoutMs);
+        lock.lock();
+        if (ready <= 0)
+            continue;
+        now = Now();
+        if (fds[0].revents & POLLIN) {
+            uint64_t v;
+            [[maybe_unused]] ssize_t r = read(WakeFd, &v, sizeof v);
+        }
+        // The endpoints may have been closed or reopened while unlocked.
+        if (ptyIndex >= 0 && Pty.IsOpen() && Pty.Fd() == fds[ptyIndex].fd && fds[ptyIndex].revents) {
+            if (fds[ptyIndex].revents & POLLOUT)
+                Pty.Flush();
+            input.clear();
+            const bool present = Pty.Read(input);
+            if (!input.empty() && !HungUp) {
+                Active = UnitEngine::LinkSerial;
+                Engine.OnHostBytes(UnitEngine::LinkSerial, input.data(), input.size(), now);
+            }
+            if (!present) {
+                Engine.ResetLink(UnitEngine::LinkSerial);
+                Log("pty peer closed");
+            }
+        }
+        if (udpIndex >= 0 && Udp.Fd() >= 0 && (fds[udpIndex].revents & POLLIN)) {
+            if (Udp.OnReadable(now, Engine, HungUp))
+                Active = UnitEngine::LinkUdp;
+        }
+    }
+}
+
+Emulator::Emulator(const UnitModel& model, const Options& options) : m(std::make_unique<Impl>(model, options)) {}
+
+Emulator::~Emulator() { Stop(); }
+
+bool Emulator::Start(std::string* error)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    std::string why;
+    if (m->Running) {
+        why = "already running";
+    } else if (m->Opts.Pty && !m->Model.Serial) {
+        why = "this unit has no serial link";
+    } else if (m->Opts.Udp && !m->Model.Ethernet) {
+        why = "this unit has no Ethernet link";
+    } else if (!m->Opts.Pty && !m->Opts.Udp) {
+        why = "no endpoint requested";
+    } else if (m->Opts.Pty && !m->Pty.Open(why)) {
+    } else if (m->Opts.Udp && !m->Udp.Open({m->Opts.UdpPort, m->Opts.SerialNumber,
+                                            uint64_t(m->Opts.SessionTimeoutMs) * 1'000'000,
+                                            uint64_t(m->Opts.KeepAliveMs) * 1'000'000, m->Opts.Seed},
+                                           why)) {
+    } else if ((m->WakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) < 0) {
+        why = "eventfd failed";
+    } else {
+        m->Active = m->Opts.Pty ? UnitEngine::LinkSerial : UnitEngine::LinkUdp;
+        m->StopRequested = false;
+        m->Running = true;
+        m->Epoch = std::chrono::steady_clock::now();
+        m->Thread = std::thread([this] { m->Run(); });
+        return true;
+    }
+    m->Pty.Close();
+    m->Udp.Close();
+    if (error)
+        *error = why;
+    return false;
+}
+
+void Emulator::Stop()
+{
+    {
+        std::lock_guard<std::mutex> lock(m->Mutex);
+        if (!m->Running)
+            return;
+        m->StopRequested = true;
+        m->Wake();
+    }
+    m->Thread.join();
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Running = false;
+    m->Pty.Close();
+    m->Udp.Close();
+    close(m->WakeFd);
+    m->WakeFd = -1;
+}
+
+bool Emulator::IsRunning() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Running;
+}
+
+const UnitModel& Emulator::Model() const { return m->Model; }
+
+std::string Emulator::PtyPath() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Pty.IsOpen() ? m->Pty.Path() : std::string();
+}
+
+uint16_t Emulator::UdpPort() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Udp.Fd() >= 0 ? m->Udp.Port() : 0;
+}
+
+bool Emulator::HasUdpSession() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Udp.HasSession();
+}
+
+uint32_t Emulator::UdpSessionId() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Udp.SessionId();
+}
+
+Counters Emulator::GetCounters() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.GetCounters();
+}
+
+uint32_t Emulator::ClockUs() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.ClockUs(m->Now());
+}
+
+size_t Emulator::A429FifoLevel(unsigned channel) const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.A429FifoLevel(channel);
+}
+
+size_t Emulator::CanFifoLevel(unsigned channel) const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.CanFifoLevel(channel);
+}
+
+void Emulator::SetEchoEnabled(bool enabled)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Engine.SetEchoEnabled(enabled);
+}
+
+void Emulator::CorruptNextFrameCrc(unsigned frames)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Engine.CorruptNextFrameCrc(frames);
+}
+
+void Emulator::InsertStrayBytes(const std::vector<uint8_t>& bytes)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Engine.InsertStrayBytes(bytes);
+}
+
+void Emulator::SetAnswerDelayMs(unsigned ms)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Engine.SetAnswerDelayMs(ms);
+    m->Wake();
+}
+
+void Emulator::DropNextUdpPackets(unsigned packets)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Udp.DropNext(packets);
+}
+
+void Emulator::SetUdpDropFraction(double fraction)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Udp.SetDropFraction(std::clamp(fraction, 0.0, 1.0));
+}
+
+void Emulator::SetHungUp(bool hungUp)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    if (m->HungUp != hungUp)
+        m->Log(hungUp ? "hung up" : "answering again");
+    m->HungUp = hungUp;
+    if (hungUp) {
+        m->Engine.ResetLink(UnitEngine::LinkSerial);
+        m->Engine.ResetLink(UnitEngine::LinkUdp);
+    }
+    m->Wake();
+}
+
+void Emulator::ClosePty()
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Pty.Close();
+    m->Engine.ResetLink(UnitEngine::LinkSerial);
+    m->Wake();
+}
+
+bool Emulator::ReopenPty(std::string* error)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    std::string why;
+    const bool ok = m->Pty.Open(why);
+    m->Engine.ResetLink(UnitEngine::LinkSerial);
+    if (!ok && error)
+        *error = why;
+    m->Wake();
+    return ok;
+}
+
+void Emulator::SetSessionTimeoutMs(unsigned ms)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Opts.SessionTimeoutMs = ms;
+    m->Udp.SetSessionTimeoutNs(uint64_t(ms) * 1'000'000);
+    m->Wake();
+}
+
+} // namespace hdwsim

@@ -1,0 +1,490 @@
+#include <hdwsim/UnitEngine.h>
+
+#include "EventFramer.h"
+#include "HostFrameParser.h"
+
+#include <algorithm>
+#include <array>
+#include <deque>
+
+namespace hdwsim {
+
+namespace {
+
+// Command codes as the unit decodes them (bit 7, the echo request, removed).
+enum : unsigned {
+    CodeSession = 1,
+    CodeStatusRequest = 2,
+    CodeSramWrite = 4,
+    CodeA429LabelCtrl = 16,
+    CodeA429Push = 17, // also the label-data command: one word for a channel
+    CodeA429LabelReset = 18,
+    CodeA429TxConfig = 20, // + channel
+    CodeA429RxConfig = 24, // + channel
+    CodeUartPush = 33,
+    CodeUartConfig = 34, // + channel
+    CodeCanConfig = 48,  // + channel
+    CodeCanPush = 50,    // + channel
+    CodeMilConfig = 52,  // + channel
+};
+
+// Event types.
+enum : unsigned {
+    EventEcho = 0,
+    EventA429Rx = 2,
+    EventA429Tx = 3,
+    EventStatus = 5,
+    EventCanRx = 6,
+    EventCanTx = 7,
+    EventUartRx = 9,
+    EventUartTx = 10,
+};
+
+// Layout of the CAN configuration record as the unit reads it: byte 4 bit 0
+// starts the controller; bytes 5 to 18 hold the filter and mode groups (the
+// emulated controller accepts every frame); bytes 19, 20 and 21 the prescaler
+// index and the two segment lengths.
+constexpr size_t CanCfgFlags = 4;
+constexpr size_t CanCfgPrescaler = 19;
+constexpr size_t CanCfgSegment1 = 20;
+constexpr size_t CanCfgSegment2 = 21;
+
+constexpr size_t CanFrameSize = 13; // flags, identifier, data as in the push record
+
+uint16_t Le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+uint32_t Le32(const uint8_t* p)
+{
+    return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
+}
+void PutLe16(uint8_t* p, uint32_t v)
+{
+    p[0] = static_cast<uint8_t>(v);
+    p[1] = static_cast<uint8_t>(v >> 8);
+}
+void PutLe32(uint8_t* p, uint32_t v)
+{
+    PutLe16(p, v);
+    PutLe16(p + 2, v >> 16);
+}
+
+struct A429Tx {
+    bool Enabled = false;
+    bool HighSpeed = false;
+    uint64_t WordNs = 36ull * 80000; // 36 bit times at 12.5 kbit/s
+    std::deque<uint32_t> Fifo;
+    uint64_t BusFreeNs = 0;
+};
+
+struct A429Rx {
+    bool Enabled = false;
+    bool LowSpeed = true;
+    std::array<uint8_t, 32> Filter{};
+};
+
+struct CanChannel {
+    bool Started = false;
+    uint64_t ClocksPerBit = 60; // of the 60 MHz unit clock
+    std::deque<std::array<uint8_t, CanFrameSize>> Fifo;
+    uint64_t BusFreeNs = 0;
+};
+
+struct UartChannel {
+    bool Enabled = false;
+};
+
+} // namespace
+
+struct UnitEngine::Impl {
+    Impl(const UnitModel& model, const Options& options)
+        : Model(model), Opts(options), Framer(options.MaxFrameBytes)
+    {
+        ResetChannels(0);
+    }
+
+    const UnitModel& Model;
+    Options Opts;
+    Counters Count;
+    EventFramer Framer;
+    std::array<HostFrameParser, LinkCount> Parsers;
+    bool EchoEnabled = true;
+
+    std::array<A429Tx, MaxChannels> Tx;
+    std::array<A429Rx, MaxChannels> Rx;
+    std::array<CanChannel, MaxChannels> Can;
+    std::array<UartChannel, MaxChannels> Uart;
+
+    uint32_t Clock(uint64_t ns) const { return static_cast<uint32_t>(Opts.ClockStartUs + ns / 1000); }
+
+    void ResetChannels(uint64_t nowNs)
+    {
+        for (A429Tx& t : Tx)
+            t = A429Tx{false, false, 36ull * 80000, {}, nowNs};
+        for (A429Rx& r : Rx)
+            r = A429Rx{};
+        for (CanChannel& c : Can)
+            c = CanChannel{false, 60, {}, nowNs};
+        for (UartChannel& u : Uart)
+            u = UartChannel{};
+    }
+
+    void Event(unsigned type, unsigned sub, const uint8_t* params, size_t size)
+    {
+        Framer.AddEvent(type, sub, params, size);
+    }
+
+    void ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs);
+    bool Execute(const uint8_t* rec, size_t len, uint64_t nowNs);
+    void StatusRequest(const uint8_t* rec, uint64_t nowNs);
+    void SendStatus(unsigned channel, unsigned kind, uint32_t word, uint64_t nowNs);
+    void A429Deliver(unsigned channel, uint32_t word, uint64_t atNs);
+    void CanDeliver(unsigned channel, const std::array<uint8_t, CanFrameSize>& frame, uint64_t atNs);
+    void UartPush(unsigned channel, const uint8_t* rec, size_t len, uint64_t nowNs);
+    void Advance(uint64_t nowNs);
+};
+
+void UnitEngine::Impl::ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs)
+{
+    // The records must add up to the payload exactly, or the frame is refused whole.
+    for (size_t pos = 0; pos < n;) {
+        const size_t len = p[pos];
+        if (len < 4 || pos + len > n) {
+            ++Count.FramesMalformed;
+            return;
+        }
+        pos += len;
+    }
+    for (size_t pos = 0; pos < n; pos += p[pos]) {
+        const uint8_t* rec = p + pos;
+        const size_t len = rec[0];
+        ++Count.CommandsReceived;
+        if (rec[1] & 0x80) {
+            if (EchoEnabled) {
+                uint8_t params[6];
+                PutLe32(params, Clock(nowNs));
+                params[4] = rec[2];
+                params[5] = rec[3];
+                Event(EventEcho, 0, params, sizeof params);
+                ++Count.EchoesSent;
+            } else {
+                ++Count.EchoesSuppressed;
+            }
+        }
+        if (!Execute(rec, len, nowNs))
+            ++Count.CommandsUnknown;
+    }
+}
+
+bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
+{
+    const unsigned code = rec[1] & 0x7F;
+    const auto in = [code](unsigned base, unsigned count) { return code >= base && code < base + count; };
+
+    if (code == CodeSession && len >= 5) {
+        if (rec[4] & 1) {
+            // A new session starts from a unit in its reset state.
+            ++Count.SessionOpens;
+            ResetChannels(nowNs);
+        } else {
+            ++Count.SessionCloses;
+        }
+        return true;
+    }
+    if (code == CodeStatusRequest && len >= 7) {
+        StatusRequest(rec, nowNs);
+        return true;
+    }
+    if (code == CodeSramWrite)
+        return len >= 8 && (len - 8) % 2 == 0 && Model.MilStd1553Channels > 0;
+    if (code == CodeA429LabelCtrl)
+        return len == 14 && rec[4] < Model.Arinc429TxChannels;
+    if (code == CodeA429LabelReset)
+        return len == 5 && rec[4] < Model.Arinc429TxChannels;
+    if (code == CodeA429Push) {
+        const unsigned ch = rec[4];
+        if (len != 10 || ch >= Model.Arinc429TxChannels)
+            return false;
+        A429Tx& t = Tx[ch];
+        if (t.Fifo.size() >= A429FifoWords) {
+            ++Count.A429FifoDropped[ch];
+            return true;
+        }
+        if (t.Fifo.empty())
+            t.BusFreeNs = std::max(t.BusFreeNs, nowNs); // an idle bus starts now
+        t.Fifo.push_back(Le32(rec + 6));
+        ++Count.A429Pushed[ch];
+        return true;
+    }
+    if (in(CodeA429TxConfig, Model.Arinc429TxChannels)) {
+        if (len != 16)
+            return false;
+        A429Tx& t = Tx[code - CodeA429TxConfig];
+        t.Enabled = (rec[4] & 1) != 0;
+        t.HighSpeed = (rec[4] & 4) != 0;
+        // Each half bit lasts divider + 1 clocks of 60 MHz; a word with its gap 36 bits.
+        const uint64_t clocksPerBit = (Le16(rec + 8) & 0xFFF) + (Le16(rec + 10) & 0xFFF) + 2u;
+        t.WordNs = 36 * clocksPerBit * 50 / 3;
+        t.BusFreeNs = std::max(t.BusFreeNs, nowNs);
+        return true;
+    }
+    if (in(CodeA429RxConfig, Model.Arinc429RxChannels)) {
+        if (len != 37)
+            return false;
+        A429Rx& r = Rx[code - CodeA429RxConfig];
+        r.Enabled = (rec[4] & 1) != 0;
+        r.LowSpeed = (rec[4] & 0x10) != 0;
+        std::copy(rec + 5, rec + 37, r.Filter.begin());
+        return true;
+    }
+    if (code == CodeUartPush) {
+        if (len < 9 || rec[4] >= Model.UartChannels)
+            return false;
+        UartPush(rec[4], rec, len, nowNs);
+        return true;
+    }
+    if (in(CodeUartConfig, Model.UartChannels)) {
+        if (len != 9)
+            return false;
+        Uart[code - CodeUartConfig].Enabled = (rec[4] & 1) != 0;
+        return true;
+    }
+    if (in(CodeCanConfig, Model.CanChannels)) {
+        if (len != 22)
+            return false;
+        CanChannel& c = Can[code - CodeCanConfig];
+        c.Started = (rec[CanCfgFlags] & 1) != 0;
+        const uint64_t quanta = rec[CanCfgSegment1] + rec[CanCfgSegment2] + 3u;
+        c.ClocksPerBit = (2u * rec[CanCfgPrescaler] + 2u) * quanta;
+        c.BusFreeNs = std::max(c.BusFreeNs, nowNs);
+        return true;
+    }
+    if (in(CodeCanPush, Model.CanChannels)) {
+        if (len != 17)
+            return false;
+        const unsigned ch = code - CodeCanPush;
+        CanChannel& c = Can[ch];
+        if (c.Fifo.size() >= CanFifoFrames) {
+            ++Count.CanFifoDropped[ch];
+            return true;
+        }
+        if (c.Fifo.empty())
+            c.BusFreeNs = std::max(c.BusFreeNs, nowNs);
+        std::array<uint8_t, CanFrameSize> frame;
+        std::copy(rec + 4, rec + 17, frame.begin());
+        c.Fifo.push_back(frame);
+        ++Count.CanPushed[ch];
+        return true;
+    }
+    if (in(CodeMilConfig, Model.MilStd1553Channels))
+        return len == 13;
+    return false;
+}
+
+void UnitEngine::Impl::SendStatus(unsigned channel, unsigned kind, uint32_t word, uint64_t nowNs)
+{
+    uint8_t params[9];
+    PutLe32(params, Clock(nowNs));
+    params[4] = static_cast<uint8_t>(kind);
+    PutLe32(params + 5, word);
+    Event(EventStatus, channel, params, sizeof params);
+    ++Count.StatusEventsSent;
+}
+
+void UnitEngine::Impl::StatusRequest(const uint8_t* rec, uint64_t nowNs)
+{
+    // Byte 5: one bit per ARINC 429 transmitter (kind 1). Byte 6: bits 0-1 the
+    // CAN channels' status (kind 2), bits 2-3 their transmit state (kind 3),
+    // both answered with a kind-2 status word.
+    for (unsigned ch = 0; ch < Model.Arinc429TxChannels && ch < 8; ++ch)
+        if (rec[5] & (1u << ch))
+            SendStatus(ch, 1, static_cast<uint32_t>(Tx[ch].Fifo.size()), nowNs);
+    for (unsigned bit = 0; bit < 4; ++bit) {
+        const unsigned ch = bit & 1;
+        if (!(rec[6] & (1u << bit)) || ch >= Model.CanChannels)
+            continue;
+        const CanChannel& c = Can[ch];
+        const uint32_t fault = c.Started ? 0 : 3;
+        const uint32_t waiting = static_cast<uint32_t>(std::min<size_t>(c.Fifo.size(), 255));
+        SendStatus(ch, 2, fault | (waiting << 8), nowNs);
+    }
+}
+
+void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
+{
+    uint8_t params[10];
+    PutLe32(params, Clock(atNs));
+    PutLe32(params + 4, word);
+    Event(EventA429Tx, ch, params, 8);
+    ++Count.A429Transmitted[ch];
+
+    // Transmitter k is wired to receiver k.
+    if (ch >= Model.Arinc429RxChannels)
+        return;
+    const A429Rx& r = Rx[ch];
+    const unsigned label = word & 0xFF;
+    if (!r.Enabled)
+        ++Count.A429RxDisabled[ch];
+    else if (r.LowSpeed == Tx[ch].HighSpeed)
+        ++Count.A429SpeedMismatch[ch];
+    else if (!(r.Filter[label >> 3] & (1u << (label & 7))))
+        ++Count.A429FilterDropped[ch];
+    else {
+        PutLe16(params + 8, 0);
+        Event(EventA429Rx, ch, params, 10);
+        ++Count.A429Received[ch];
+    }
+}
+
+void UnitEngine::Impl::CanDeliver(unsigned ch, const std::array<uint8_t, CanFrameSize>& frame, uint64_t atNs)
+{
+    uint8_t params[4 + CanFrameSize];
+    PutLe32(params, Clock(atNs));
+    std::copy(frame.begin(), frame.end(), params + 4);
+    Event(EventCanTx, ch, params, sizeof params);
+    ++Count.CanTransmitted[ch];
+
+    // Channels 0 and 1 (2 and 3, ...) share one bus.
+    const unsigned peer = ch ^ 1;
+    if (peer >= Model.CanChannels)
+        return;
+    if (!Can[peer].Started) {
+        ++Count.CanRxNotStarted[peer];
+        return;
+    }
+    Event(EventCanRx, peer, params, sizeof params);
+    ++Count.CanReceived[peer];
+}
+
+void UnitEngine::Impl::UartPush(unsigned ch, const uint8_t* rec, size_t len, uint64_t nowNs)
+{
+    const size_t n = len - 9;
+    uint8_t tx[10];
+    PutLe32(tx, Clock(nowNs));
+    std::copy(rec + 5, rec + 9, tx + 4); // the chunk counter of the record
+    PutLe16(tx + 8, static_cast<uint32_t>(n));
+    Event(EventUartTx, ch, tx, sizeof tx);
+    Count.UartTransmitted[ch] += n;
+
+    // UART 0 and 1 are cross-wired.
+    const unsigned peer = ch ^ 1;
+    if (peer >= Model.UartChannels)
+        return;
+    if (!Uart[peer].Enabled) {
+        Count.UartRxDisabled[peer] += n;
+        return;
+    }
+    uint8_t rx[5 + 255];
+    PutLe32(rx, Clock(nowNs));
+    rx[4] = 0; // receiver status: no error
+    std::copy(rec + 9, rec + len, rx + 5);
+    Event(EventUartRx, peer, rx, 5 + n);
+    Count.UartReceived[peer] += n;
+}
+
+void UnitEngine::Impl::Advance(uint64_t nowNs)
+{
+    for (unsigned ch = 0; ch < Model.Arinc429TxChannels; ++ch) {
+        A429Tx& t = Tx[ch];
+        while (t.Enabled && !t.Fifo.empty()) {
+            uint64_t end = nowNs;
+            if (Opts.Pacing) {
+                end = t.BusFreeNs + t.WordNs;
+                if (end > nowNs)
+                    break;
+            }
+            t.BusFreeNs = end;
+            const uint32_t word = t.Fifo.front();
+            t.Fifo.pop_front();
+            A429Deliver(ch, word, end);
+        }
+    }
+    for (unsigned ch = 0; ch < Model.CanChannels; ++ch) {
+        CanChannel& c = Can[ch];
+        while (c.Started && !c.Fifo.empty()) {
+            uint64_t end = nowNs;
+            if (Opts.Pacing) {
+                end = c.BusFreeNs + CanFrameBits(c.Fifo.front().data()) * c.ClocksPerBit * 50 / 3;
+                if (end > nowNs)
+                    break;
+            }
+            c.BusFreeNs = end;
+            const std::array<uint8_t, CanFrameSize> frame = c.Fifo.front();
+            c.Fifo.pop_front();
+            CanDeliver(ch, frame, end);
+        }
+    }
+    Framer.Flush(nowNs, Count);
+}
+
+UnitEngine::UnitEngine(const UnitModel& model, const Options& options) : m(std::make_unique<Impl>(model, options)) {}
+
+UnitEngine::~UnitEngine() = default;
+
+const UnitModel& UnitEngine::Model() const { return m->Model; }
+
+void UnitEngine::OnHostBytes(Link link, const uint8_t* data, size_t size, uint64_t nowNs)
+{
+    HostFrameParser::Stats stats;
+    m->Parsers[link].Feed(
+        data, size, [&](const uint8_t* payload, size_t n) { m->ProcessFrame(payload, n, nowNs); }, stats);
+    m->Count.FramesReceived += stats.GoodFrames;
+    m->Count.FramesBadCrc += stats.BadCrc;
+    m->Count.BytesDiscarded += stats.Discarded;
+    m->Advance(nowNs);
+}
+
+void UnitEngine::ResetLink(Link link) { m->Parsers[link].Reset(); }
+
+void UnitEngine::Advance(uint64_t nowNs) { m->Advance(nowNs); }
+
+uint64_t UnitEngine::NextBusEventNs() const
+{
+    uint64_t next = Never;
+    for (unsigned ch = 0; ch < m->Model.Arinc429TxChannels; ++ch) {
+        const A429Tx& t = m->Tx[ch];
+        if (t.Enabled && !t.Fifo.empty())
+            next = std::min(next, m->Opts.Pacing ? t.BusFreeNs + t.WordNs : 0);
+    }
+    for (unsigned ch = 0; ch < m->Model.CanChannels; ++ch) {
+        const CanChannel& c = m->Can[ch];
+        if (c.Started && !c.Fifo.empty())
+            next = std::min(next, m->Opts.Pacing
+                                      ? c.BusFreeNs + CanFrameBits(c.Fifo.front().data()) * c.ClocksPerBit * 50 / 3
+                                      : 0);
+    }
+    return next;
+}
+
+size_t UnitEngine::TakeOutput(uint64_t nowNs, size_t maxBytes, std::vector<uint8_t>& out)
+{
+    return m->Framer.Take(nowNs, maxBytes, out, m->Count);
+}
+
+uint64_t UnitEngine::NextOutputNs() const { return m->Framer.NextReadyNs(); }
+
+void UnitEngine::DiscardOutput() { m->Framer.Discard(m->Count); }
+
+uint32_t UnitEngine::ClockUs(uint64_t nowNs) const { return m->Clock(nowNs); }
+
+void UnitEngine::SetEchoEnabled(bool enabled) { m->EchoEnabled = enabled; }
+
+void UnitEngine::CorruptNextFrameCrc(unsigned frames) { m->Framer.CorruptNextCrc(frames); }
+
+void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes) { m->Framer.InsertStray(bytes); }
+
+void UnitEngine::SetAnswerDelayMs(unsigned ms) { m->Framer.SetDelayNs(uint64_t(ms) * 1000000); }
+
+const Counters& UnitEngine::GetCounters() const { return m->Count; }
+
+Counters& UnitEngine::MutableCounters() { return m->Count; }
+
+size_t UnitEngine::A429FifoLevel(unsigned channel) const
+{
+    return channel < m->Model.Arinc429TxChannels ? m->Tx[channel].Fifo.size() : 0;
+}
+
+size_t UnitEngine::CanFifoLevel(unsigned channel) const
+{
+    return channel < m->Model.CanChannels ? m->Can[channel].Fifo.size() : 0;
+}
+
+} // namespace hdwsim

@@ -1,0 +1,141 @@
+// hdwsim: serves one emulated unit until SIGINT or SIGTERM. It first prints
+// one line per endpoint ("pty /dev/pts/7", "udp 127.0.0.1:55003") so that a
+// script can read where to connect.
+
+#include <hdwsim/Emulator.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <pthread.h>
+
+namespace {
+
+void Usage(FILE* out)
+{
+    std::fprintf(out,
+                 "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--serial SN] [--verbose]\n"
+                 "\n"
+                 "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
+                 "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
+                 "\n"
+                 "  --unit NAME   the unit to emulate:");
+    for (const hdwsim::UnitModel& m : hdwsim::UnitModels())
+        std::fprintf(out, " %.*s", static_cast<int>(m.Name.size()), m.Name.data());
+    std::fprintf(out,
+                 "\n"
+                 "  --pty         serve the unit on a new pseudo-terminal; prints \"pty PATH\"\n"
+                 "  --udp PORT    serve the unit over HOE on UDP 127.0.0.1:PORT (0: any free\n"
+                 "                port; \"default\": the unit's own port); prints \"udp 127.0.0.1:PORT\"\n"
+                 "                Without --pty and --udp, both are served where the unit has them.\n"
+                 "  --pace        transmit ARINC 429 words and CAN frames at the buses' bit rates\n"
+                 "  --serial SN   serial number reported to Detect (default: the unit's)\n"
+                 "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
+                 "  --help        this text\n"
+                 "\n"
+                 "example:\n"
+                 "  hdwsim --unit halden --pty --udp 0 --pace\n"
+                 "  pty /dev/pts/7\n"
+                 "  udp 127.0.0.1:40811\n");
+}
+
+bool ParsePort(const char* text, uint16_t& port, bool& useDefault)
+{
+    if (std::strcmp(text, "default") == 0) {
+        useDefault = true;
+        return true;
+    }
+    char* end = nullptr;
+    const unsigned long v = std::strtoul(text, &end, 10);
+    if (end == text || *end != '\0' || v > 65535)
+        return false;
+    port = static_cast<uint16_t>(v);
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const hdwsim::UnitModel* model = nullptr;
+    hdwsim::Emulator::Options o;
+    bool pty = false, udp = false, verbose = false, defaultPort = false;
+    uint16_t port = 0;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (a == "--help" || a == "-h") {
+            Usage(stdout);
+            return 0;
+        } else if (a == "--unit" && hasValue) {
+            model = hdwsim::FindUnitModel(argv[++i]);
+            if (!model) {
+                std::fprintf(stderr, "hdwsim: unknown unit '%s'\n", argv[i]);
+                return 2;
+            }
+        } else if (a == "--pty") {
+            pty = true;
+        } else if (a == "--udp" && hasValue) {
+            udp = true;
+            if (!ParsePort(argv[++i], port, defaultPort)) {
+                std::fprintf(stderr, "hdwsim: bad UDP port '%s'\n", argv[i]);
+                return 2;
+            }
+        } else if (a == "--pace") {
+            o.Pacing = true;
+        } else if (a == "--serial" && hasValue) {
+            o.SerialNumber = argv[++i];
+        } else if (a == "--verbose") {
+            verbose = true;
+        } else {
+            std::fprintf(stderr, "hdwsim: bad argument '%s' (see --help)\n", a.c_str());
+            return 2;
+        }
+    }
+    if (!model) {
+        std::fprintf(stderr, "hdwsim: --unit is required (see --help)\n");
+        return 2;
+    }
+    if (!pty && !udp) {
+        pty = model->Serial;
+        udp = model->Ethernet;
+        defaultPort = true;
+    }
+    o.Pty = pty;
+    o.Udp = udp;
+    o.UdpPort = defaultPort ? model->UdpPort : port;
+    if (verbose)
+        o.Log = [](const std::string& line) { std::fprintf(stderr, "hdwsim: %s\n", line.c_str()); };
+
+    // Blocked before the emulator's thread starts, so that only sigwait takes them.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    hdwsim::Emulator sim(*model, o);
+    std::string error;
+    if (!sim.Start(&error)) {
+        std::fprintf(stderr, "hdwsim: %s\n", error.c_str());
+        return 1;
+    }
+    if (pty)
+        std::printf("pty %s\n", sim.PtyPath().c_str());
+    if (udp)
+        std::printf("udp 127.0.0.1:%u\n", static_cast<unsigned>(sim.UdpPort()));
+    std::fflush(stdout);
+
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    sim.Stop();
+    if (verbose) {
+        const hdwsim::Counters c = sim.GetCounters();
+        std::fprintf(stderr, "hdwsim: frames %llu, bad CRC %llu, commands %llu, events %llu\n",
+                     static_cast<unsigned long long>(c.FramesReceived), static_cast<unsigned long long>(c.FramesBadCrc),
+                     static_cast<unsigned long long>(c.CommandsReceived), static_cast<unsigned long long>(c.EventsSent));
+    }
+    return 0;
+}
