@@ -42,3 +42,5 @@
 #include <HdwLib/links/HdwTcpServerSocket.h>
 #include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>
+
+#include <HdwLib/units/HdwKvxHaldenDevice.h>
