@@ -246,6 +246,9 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(unsigned instance)
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk)
 {
+    // A reset (end of a frame, a discarded frame) puts the raw index back to
+    // 0, so the next byte lands in slot 0: a start byte there begins a good
+    // frame, a stray byte there spoils the CRC of the frame that follows it.
     if (inst->RawIndex < inst->RawBuffer.size())
         inst->RawBuffer[inst->RawIndex] = byte;
     switch (inst->RxState) {
@@ -276,19 +279,19 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
     case 4:
         inst->EventCount |= unsigned(byte & 0x0F) << 8;
         if (inst->EventCount == 0) {
-            inst->RxState = 0;
+            inst->ResetRxState();
             return 0;
         }
         inst->RxState = 5;
         break;
     case 5:
         if (byte == 0) {
-            inst->RxState = 0;
+            inst->ResetRxState();
             return 0;
         }
         inst->EventPosList += uint32_t(inst->WritePos);
         if (inst->WritePos >= EventBufferSize) {
-            inst->RxState = 0;
+            inst->ResetRxState();
             return 14;
         }
         inst->EventBuffer[inst->WritePos] = byte;
@@ -300,7 +303,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
         break;
     case 6:
         if (inst->WritePos >= EventBufferSize) {
-            inst->RxState = 0;
+            inst->ResetRxState();
             return 14;
         }
         inst->EventBuffer[inst->WritePos] = byte;
@@ -330,8 +333,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
         frameOk = crc == inst->ReceivedCrc;
         if (!frameOk)
             ++inst->CrcErrors;
-        inst->RxState = 0;
-        ++inst->RawIndex;
+        inst->ResetRxState();
         return 1;
     }
     default:

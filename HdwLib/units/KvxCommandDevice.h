@@ -200,6 +200,22 @@ public:
 
     // ---- Per-channel control and status records, kept by the instance; the
     // configuration commands read them, the events and services update them.
+    //
+    // Bytes of the configuration records taken from them (offsets in the
+    // command record; a field is sent as its byte value unless a bit is named):
+    // - ARINC 429 transmit (code AtxConfigBase + channel): byte 4 bit 0
+    //   Enabled, bit 1 Option1, bit 5 Option5, bit 6 Option6; byte 7
+    //   Setting7; bytes 12..14 Settings12; byte 15 bit 0 Option15.
+    //   FifoWaiting is status only.
+    // - ARINC 429 receive (code ArxConfigBase + channel): no per-channel
+    //   bytes; enable and label flags come with the call.
+    // - CAN (code CanConfigBase + channel): byte 4 Enabled (bit 0 starts the
+    //   controller), 5 ModeFlagA, 6 ModeFlagB, 7..10 FilterA, 11..18 FilterB,
+    //   19 PrescalerIndex, 20 Segment1, 21 Segment2. The rest is status only.
+    // - UART (code UartConfigBase + channel): byte 4 bit 0 Enabled, bit 5
+    //   Option5; byte 8 Setting8. ChunkCounter numbers the transmit records.
+    // - MIL-STD-1553 (code MilStd1553ConfigBase + channel): bytes 4..12 are
+    //   Bytes[0..8].
     class CArinc429TxCtrlStatus : public CKVX_Object {
     public:
         uint8_t Enabled = 0;
@@ -222,12 +238,15 @@ public:
         uint8_t Enabled = 0;
         uint8_t ModeFlagA = 1;
         uint8_t ModeFlagB = 1;
-        uint8_t FilterA[8] = {};  // acceptance code and mask, group A
-        uint8_t FilterB[8] = {};  // group B
+        // Acceptance filters, most significant byte first: group A for
+        // standard identifiers (code 2 bytes, mask 2 bytes), group B for
+        // extended ones (code 4 bytes, mask 4 bytes).
+        uint8_t FilterA[4] = {};
+        uint8_t FilterB[8] = {};
+        // Bit timing from ExtractCanTimingParameters.
         uint8_t PrescalerIndex = 0;
         uint8_t Segment1 = 0;
         uint8_t Segment2 = 0;
-        uint8_t Sjw = 0;
         uint32_t FaultState = 3;  // status kind 2, bits 0-7
         uint32_t TxWaiting = 0;   // bits 8-15
         uint8_t ErrReg0 = 0;
@@ -388,6 +407,8 @@ public:
     unsigned AttachCanConfigCommand(unsigned instance, unsigned channel);
     unsigned AttachCanPushCommand(unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages,
                                   unsigned count);
+    // From the instance's MilStd1553Ctrl[channel].
+    unsigned Attach1553ConfigCommand(unsigned instance, unsigned channel);
 
     // Rate conversions (0, or 2 when the rate cannot be represented).
     static unsigned ExtractArinc429TxBaudRateParameters(unsigned rate, unsigned char& highSpeed,
@@ -438,6 +459,11 @@ protected:
     // is complete, and for a complete frame: 1 with `frameOk` telling the CRC check.
     unsigned FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk);
     unsigned ProbeWithInstance(CDeviceInstance* tmp);
+    // The common steps of the event handlers: channel text, ExtractData, then
+    // ProcessEventHandlers for the ports of `portType` on that channel.
+    template <class TEvent>
+    unsigned DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField, unsigned length,
+                               uint8_t* params, TEvent& event);
 
     uint16_t m_Crc16Table[256] = {};
     unsigned m_EchoTimeout = DefaultEchoTimeoutMs;

@@ -2,3 +2,267 @@
 // Event objects of the command-protocol units (nested in
 // CKVX_HdwKvxCommandDevice): one class per event type, each decoding its
 // record in ExtractData. Included by KvxCommandDevice.h.
+//
+// `params` points at the record's first parameter (the byte after the type
+// byte) and `length` is the record's L (type byte plus parameters), so a
+// record has length - 1 parameter bytes. The length rules of some types are
+// looser than their layouts (an ARINC 429 receive record of L = 8 is
+// accepted, a CAN record needs only L >= DLC + 3); the bytes such a short
+// record lacks are read as zero, never from beyond the record.
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace kvx_events {
+
+// Parameter byte `offset` of a record of L = `length`, 0 past its end.
+inline uint8_t ParamByte(const uint8_t* params, unsigned length, unsigned offset)
+{
+    return length >= 1 && offset < length - 1 ? params[offset] : uint8_t(0);
+}
+inline uint16_t ParamLe16(const uint8_t* params, unsigned length, unsigned offset)
+{
+    return uint16_t(ParamByte(params, length, offset) | ParamByte(params, length, offset + 1) << 8);
+}
+inline uint32_t ParamLe32(const uint8_t* params, unsigned length, unsigned offset)
+{
+    return uint32_t(ParamLe16(params, length, offset)) | uint32_t(ParamLe16(params, length, offset + 2)) << 16;
+}
+
+// A CAN frame at parameter offset 4 (types 6 and 7): 0, or 11 when the
+// record is refused.
+inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_HdwCanMessage& m)
+{
+    if (length == 0)
+        return 11;
+    const uint8_t flags = ParamByte(params, length, 4);
+    m.Dlc = uint8_t(flags & 0x0F);
+    m.Rtr = (flags & 0x40) ? 1 : 0;
+    m.Extended = (flags & 0x80) ? 1 : 0;
+    unsigned data = 0;
+    if (m.Extended) {
+        if (length < m.Dlc + 5u)
+            return 11;
+        m.Identifier = uint32_t(ParamByte(params, length, 5)) << 21 | uint32_t(ParamByte(params, length, 6)) << 13 |
+                       uint32_t(ParamByte(params, length, 7)) << 5 | uint32_t(ParamByte(params, length, 8)) >> 3;
+        data = 9;
+    } else {
+        if (length < m.Dlc + 3u)
+            return 11;
+        m.Identifier = uint32_t(ParamByte(params, length, 5)) << 3 | uint32_t(ParamByte(params, length, 6)) >> 5;
+        data = 7;
+    }
+    // A DLC above 8 still carries eight bytes at most.
+    std::memset(m.Data, 0, sizeof m.Data);
+    for (unsigned i = 0; i < m.Dlc && i < 8; ++i)
+        m.Data[i] = ParamByte(params, length, data + i);
+    return 0;
+}
+
+} // namespace kvx_events
+
+// Type 1, L >= 5: time stamp only; the sub-field is the failure code.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CCriticalFailureEvent : public CEvent {
+public:
+    CCriticalFailureEvent() { this->m_EventCode = EventCriticalFailure; }
+    // Set by the handler from the record's sub-field.
+    unsigned FailureCode = 0;
+};
+
+// Type 2, L >= 8: 4..7 the received word, 8..9 a value the unit appends.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CArinc429RxEvent : public CEvent {
+public:
+    CArinc429RxEvent() { this->m_EventCode = EventA429Rx; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length < 8)
+            return 11;
+        this->ExtractTimeStamp(params);
+        UnpackArinc429Word(kvx_events::ParamLe32(params, length, 4), Message);
+        Message.TimeStamp = this->TimeStamp;
+        AuxValue = kvx_events::ParamLe16(params, length, 8);
+        return 0;
+    }
+    CKVX_HdwArinc429Message Message;
+    uint16_t AuxValue = 0;
+};
+
+// Type 3, L >= 8: 4..7 the word that went out on the bus.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CArinc429TxEvent : public CEvent {
+public:
+    CArinc429TxEvent() { this->m_EventCode = EventA429Tx; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length < 8)
+            return 11;
+        this->ExtractTimeStamp(params);
+        UnpackArinc429Word(kvx_events::ParamLe32(params, length, 4), Message);
+        Message.TimeStamp = this->TimeStamp;
+        return 0;
+    }
+    CKVX_HdwArinc429Message Message;
+};
+
+// Type 5, L = 10: 4 the status kind, 5..8 the status word. Kind 1: words
+// waiting in ARINC 429 transmitter `sub-field`'s FIFO; kind 2: CAN channel
+// `sub-field`, bits 0-7 fault state, 8-15 frames waiting, 16-31 the two
+// error-register bytes.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CStatusEvent : public CEvent {
+public:
+    CStatusEvent() { this->m_EventCode = EventStatus; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length != 10)
+            return 11;
+        this->ExtractTimeStamp(params);
+        Kind = params[4];
+        StatusWord = kvx_events::ParamLe32(params, length, 5);
+        return 0;
+    }
+    uint8_t Kind = 0;
+    uint32_t StatusWord = 0;
+};
+
+// Type 6: a frame the channel received (layout of the push record from
+// offset 4); refused for L = 0 and unless L >= DLC + 3 (standard) or
+// L >= DLC + 5 (extended).
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CCanRxEvent : public CEvent {
+public:
+    CCanRxEvent() { this->m_EventCode = EventCanRx; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (const unsigned rc = kvx_events::ExtractCanFrame(params, length, Message))
+            return rc;
+        this->TimeStamp = kvx_events::ParamLe32(params, length, 0);
+        Message.TimeStamp = this->TimeStamp;
+        return 0;
+    }
+    CKVX_HdwCanMessage Message;
+};
+
+// Type 7: a frame the channel sent, as type 6.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CCanTxEvent : public CEvent {
+public:
+    CCanTxEvent() { this->m_EventCode = EventCanTx; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (const unsigned rc = kvx_events::ExtractCanFrame(params, length, Message))
+            return rc;
+        this->TimeStamp = kvx_events::ParamLe32(params, length, 0);
+        Message.TimeStamp = this->TimeStamp;
+        return 0;
+    }
+    CKVX_HdwCanMessage Message;
+};
+
+// Type 8, L >= 12: 4 the kind.
+// Kind 1 (transfer completed): 5..6 transfer id, 7..8 word count n, n data
+// words, then the two status words and the transfer's error/status flags.
+// Kind 2 (remote-terminal access): 5 bits 2..0 a field, bits 7..3 terminal
+// address; 6 bits 4..0 subaddress, bit 5 transmit; 7 bits 5..0 word count n,
+// bit 6 a flag; 8 bits 4..0 a field; 9.. n data words.
+// Other kinds: time stamp and kind only. Data holds the words that the
+// record carries (at most n).
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CMilStd1553Event : public CEvent {
+public:
+    CMilStd1553Event() { this->m_EventCode = EventMilStd1553; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        using namespace kvx_events;
+        if (length < 12)
+            return 11;
+        this->ExtractTimeStamp(params);
+        Kind = params[4];
+        unsigned words = 0;
+        if (Kind == 1) {
+            TransferId = ParamLe16(params, length, 5);
+            WordCount = ParamLe16(params, length, 7);
+            words = WordCount;
+        } else if (Kind == 2) {
+            const uint8_t b5 = params[5], b6 = params[6], b7 = params[7], b8 = params[8];
+            Field1 = uint8_t(b5 & 0x07);
+            TerminalAddress = uint8_t(b5 >> 3);
+            Subaddress = uint8_t(b6 & 0x1F);
+            Transmit = uint8_t((b6 >> 5) & 1);
+            WordCount = uint16_t(b7 & 0x3F);
+            Flag = uint8_t((b7 >> 6) & 1);
+            Field2 = uint8_t(b8 & 0x1F);
+            words = WordCount;
+        } else {
+            return 0;
+        }
+        // Parameter bytes from offset 9 on hold the data words.
+        const unsigned room = (length - 1 - 9) / 2;
+        Data.assign(std::min(words, room), 0);
+        for (unsigned i = 0; i < Data.size(); ++i)
+            Data[i] = ParamLe16(params, length, 9 + 2 * i);
+        if (Kind == 1) {
+            const unsigned after = 9 + 2 * words;
+            StatusWord1 = ParamLe16(params, length, after);
+            StatusWord2 = ParamLe16(params, length, after + 2);
+            TransferFlags = ParamLe16(params, length, after + 4);
+        }
+        return 0;
+    }
+    uint8_t Kind = 0;
+    // Kind 1.
+    uint16_t TransferId = 0;
+    uint16_t StatusWord1 = 0;
+    uint16_t StatusWord2 = 0;
+    uint16_t TransferFlags = 0;
+    // Kind 2.
+    uint8_t Field1 = 0;
+    uint8_t TerminalAddress = 0;
+    uint8_t Subaddress = 0;
+    uint8_t Transmit = 0;
+    uint8_t Flag = 0;
+    uint8_t Field2 = 0;
+    // Both: the word count the record states, and the words.
+    uint16_t WordCount = 0;
+    std::vector<uint16_t> Data;
+};
+
+// Type 9, L >= 6: 4 the receiver's status byte, 5.. the L - 6 bytes received.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CUartRxEvent : public CEvent {
+public:
+    CUartRxEvent() { this->m_EventCode = EventUartRx; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length < 6)
+            return 11;
+        this->ExtractTimeStamp(params);
+        Status = params[4];
+        Data.assign(params + 5, params + 5 + (length - 6));
+        return 0;
+    }
+    uint8_t Status = 0;
+    std::vector<uint8_t> Data;
+};
+
+// Type 10, L >= 6: 4..7 the chunk counter of the transmit record that
+// completed, 8..9 a 16-bit count.
+template <class B>
+class CKVX_HdwKvxCommandDevice<B>::CUartTxEvent : public CEvent {
+public:
+    CUartTxEvent() { this->m_EventCode = EventUartTx; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length < 6)
+            return 11;
+        this->ExtractTimeStamp(params);
+        ChunkCounter = kvx_events::ParamLe32(params, length, 4);
+        Count = kvx_events::ParamLe16(params, length, 8);
+        return 0;
+    }
+    uint32_t ChunkCounter = 0;
+    uint16_t Count = 0;
+};
