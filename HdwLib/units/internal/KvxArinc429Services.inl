@@ -196,6 +196,8 @@ template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429OutBufferService::HdwTimerHandler(uint64_t ticks)
 {
     m_LastTick = ticks;
+    if (m_StatusTick == 0)
+        m_StatusTick = ticks; // the first poll waits a full period
     if (m_StatusPending && ticks - m_StatusTick > 4 * KvxFifoStatusPollTicks)
         m_StatusPending = false; // the answer was lost
     if (!m_StatusPending && m_InFlight > 0 && ticks - m_StatusTick >= KvxFifoStatusPollTicks) {
