@@ -8,8 +8,14 @@ namespace hdw::units {
 // the open when the unit does not confirm it. A failed open leaves no link
 // open that no port uses.
 template <class B, class P>
-unsigned FinishOpen(P& port, unsigned openResult, uint16_t configNumber, unsigned timeoutMs)
+unsigned FinishOpen(P& port, unsigned openResult, unsigned timeoutMs)
 {
+    // The configuration and what the services' Start attached: the last
+    // command attached covers them all, as echoes come back in order.
+    port.DeviceLock();
+    auto* inst = InstanceOf<B>(&port);
+    const uint16_t configNumber = inst ? LastCommandNumber<B>(inst) : 0;
+    port.DeviceUnlock();
     if (openResult != 0) {
         if (openResult != HDW_ERR_PORT_ALREADY_OPEN && !port.IsOpen())
             if (CKVX_HdwDevice* device = port.GetHdwDevice())
@@ -48,11 +54,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CUartPort::Open(CKVX_HdwPort::CParameters*
     if (params && !dynamic_cast<CKVX_HdwUartPort::CParameters*>(params))
         return HDW_ERR_ARGUMENT;
     const unsigned rc = CKVX_HdwUartPort::Open(params);
-    DeviceLock();
-    auto* inst = hdw::units::InstanceOf<B>(this);
-    const uint16_t number = inst ? hdw::units::LastCommandNumber<B>(inst) : 0;
-    DeviceUnlock();
-    return hdw::units::FinishOpen<B>(*this, rc, number, hdw::units::OpenTimeout(params));
+    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
 }
 
 template <class B>
@@ -132,11 +134,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::Open(CKVX_HdwPort::CParam
             return HDW_ERR_ARGUMENT;
     }
     const unsigned rc = CKVX_HdwArinc429TxPort::Open(params);
-    DeviceLock();
-    auto* inst = hdw::units::InstanceOf<B>(this);
-    const uint16_t number = inst ? hdw::units::LastCommandNumber<B>(inst) : 0;
-    DeviceUnlock();
-    return hdw::units::FinishOpen<B>(*this, rc, number, hdw::units::OpenTimeout(params));
+    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
 }
 
 template <class B>
@@ -212,11 +210,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::Open(CKVX_HdwPort::CParam
             return HDW_ERR_ARGUMENT;
     }
     const unsigned rc = CKVX_HdwArinc429RxPort::Open(params);
-    DeviceLock();
-    auto* inst = hdw::units::InstanceOf<B>(this);
-    const uint16_t number = inst ? hdw::units::LastCommandNumber<B>(inst) : 0;
-    DeviceUnlock();
-    return hdw::units::FinishOpen<B>(*this, rc, number, hdw::units::OpenTimeout(params));
+    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
 }
 
 template <class B>
@@ -300,11 +294,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanPort::Open(CKVX_HdwPort::CParameters* 
             return HDW_ERR_ARGUMENT;
     }
     const unsigned rc = CKVX_HdwCanPort::Open(params);
-    DeviceLock();
-    auto* inst = hdw::units::InstanceOf<B>(this);
-    const uint16_t number = inst ? hdw::units::LastCommandNumber<B>(inst) : 0;
-    DeviceUnlock();
-    return hdw::units::FinishOpen<B>(*this, rc, number, hdw::units::OpenTimeout(params));
+    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
 }
 
 template <class B>
