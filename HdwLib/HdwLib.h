@@ -44,3 +44,5 @@
 #include <HdwLib/links/HdwUdpEmulatorDevice.h>
 #include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>
+
+#include <HdwLib/units/HdwKvxHaldenDevice.h>

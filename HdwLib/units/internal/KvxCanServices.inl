@@ -1,0 +1,227 @@
+// CAN buffer services of the command-protocol units. Included once, by
+// KvxPortsServices.inl.
+
+namespace hdw::units {
+
+// Re-sends the CAN port's configuration with the controller on.
+template <class B>
+void EnableCanChannel(CKVX_HdwService& service)
+{
+    auto* port = dynamic_cast<typename Unit<B>::CCanPort*>(service.GetHdwPort());
+    if (!port)
+        return;
+    CKVX_HdwServiceLock lock(service);
+    port->AttachConfiguration(true);
+}
+
+} // namespace hdw::units
+
+// ---- input --------------------------------------------------------------------
+
+template <class B>
+CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::CCanInBufferService(CKVX_HdwObject* port)
+    : CKVX_HdwCanInBufferService(port)
+{
+}
+
+template <class B>
+CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::~CCanInBufferService() = default;
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::Start()
+{
+    if (const unsigned rc = CKVX_HdwCanInBufferService::Start())
+        return rc;
+    {
+        CKVX_HdwServiceLock lock(*this);
+        RxFlag = 1;
+    }
+    hdw::units::EnableCanChannel<B>(*this);
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::Stop()
+{
+    return CKVX_HdwCanInBufferService::Stop();
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    // Runs in the tick, under the device lock.
+    if (hdw::units::IsEvent(event, EventCriticalFailure)) {
+        Abort();
+        return 0;
+    }
+    if (RxFlag && GetStatus() == HDW_SERVICE_RUNNING && hdw::units::IsEvent(event, EventCanRx)) {
+        const auto* rx = static_cast<const CCanRxEvent*>(event);
+        AppendReceived(hdw::units::CanOf(*rx), rx->TimeStamp);
+    }
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::Read(CKVX_HdwCanMessage* messages, unsigned int maxCount,
+                                                                unsigned int& readCount)
+{
+    return ReadMessages(messages, maxCount, readCount);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::EnableRx()
+{
+    {
+        CKVX_HdwServiceLock lock(*this);
+        RxFlag = 1;
+    }
+    hdw::units::EnableCanChannel<B>(*this);
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::DisableRx()
+{
+    CKVX_HdwServiceLock lock(*this);
+    RxFlag = 0;
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::ResetRx()
+{
+    if (const unsigned rc = hdw::units::RunState(GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(*this);
+    Messages.DeleteAll();
+    return 0;
+}
+
+// ---- output -------------------------------------------------------------------
+
+template <class B>
+CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::CCanOutBufferService(CKVX_HdwObject* port)
+    : CKVX_HdwCanOutBufferService(port)
+{
+}
+
+template <class B>
+CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::~CCanOutBufferService() = default;
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::Start()
+{
+    if (const unsigned rc = CKVX_HdwCanOutBufferService::Start())
+        return rc;
+    auto* port = dynamic_cast<CCanPort*>(GetHdwPort());
+    CKVX_HdwServiceLock lock(*this);
+    m_InFlight = 0;
+    if (port) {
+        port->AttachConfiguration(true);
+        // The transmit state: what the FIFO still holds from before.
+        port->AttachStatusRequest(3);
+    }
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::Stop()
+{
+    return CKVX_HdwCanOutBufferService::Stop();
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    // Runs in the tick, under the device lock.
+    if (hdw::units::IsEvent(event, EventCriticalFailure)) {
+        Abort();
+    } else if (hdw::units::IsEvent(event, EventCanTx)) {
+        if (m_InFlight > 0)
+            --m_InFlight;
+    } else if (hdw::units::IsEvent(event, EventStatus)) {
+        auto* port = dynamic_cast<CCanPort*>(GetHdwPort());
+        const auto* status = static_cast<const CStatusEvent*>(event);
+        uint64_t mark = 0;
+        if (port && hdw::units::StatusKind(*status) == 2 && port->TakeStatusMark(mark)) {
+            TxStatus = hdw::units::StatusWord(*status);
+            m_InFlight = ((TxStatus >> 8) & 0xFF) + (m_Pushed >= mark ? m_Pushed - mark : 0);
+        }
+    }
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::HdwTimerHandler(uint64_t ticks)
+{
+    m_LastTick = ticks;
+    return SendImmediate();
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::Write(CKVX_HdwCanMessage* messages, unsigned int count,
+                                                                  unsigned char option)
+{
+    if (option != 0)
+        return HDW_ERR_ARGUMENT;
+    if (const unsigned rc = hdw::units::RunState(GetStatus()))
+        return rc;
+    if (count == 0)
+        return 0;
+    if (!messages)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    if (BufferSize != 0 && uint64_t(Messages.GetLength()) + count > BufferSize)
+        return HDW_ERR_ARGUMENT;
+    for (unsigned i = 0; i < count; ++i)
+        Messages += new CKVX_HdwCanMessage(messages[i]);
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::ResetWriteBuffer()
+{
+    CKVX_HdwServiceLock lock(*this);
+    Messages.DeleteAll();
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::GetMessagesToBeWritten(unsigned int& count)
+{
+    CKVX_HdwServiceLock lock(*this);
+    count = unsigned(Messages.GetLength() + m_InFlight);
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::SendImmediate()
+{
+    constexpr unsigned kRecord = 17; // one push record per frame
+    CKVX_HdwServiceLock lock(*this);
+    if (GetStatus() != HDW_SERVICE_RUNNING || Messages.IsEmpty())
+        return 0;
+    CKVX_HdwPort* port = GetHdwPort();
+    auto* unit = hdw::units::UnitOf<B>(port);
+    auto* inst = hdw::units::InstanceOf<B>(port);
+    if (!inst || m_InFlight >= KvxCanTxFifoFrames)
+        return 0;
+    unsigned n = unsigned(std::min<uint64_t>(KvxCanTxFifoFrames - m_InFlight, Messages.GetLength()));
+    n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);
+    if (n == 0)
+        return 0;
+    CKVX_HdwCanMessage batch[KvxCanTxFifoFrames];
+    auto& items = Messages.Items();
+    auto it = items.begin();
+    for (unsigned i = 0; i < n; ++i, ++it)
+        batch[i] = **it;
+    if (unit->AttachCanPushCommand(port->GetDeviceId(), hdw::units::ChannelOf(this), batch, n) != 0)
+        return 0;
+    for (auto d = items.begin(); d != it; ++d)
+        delete *d;
+    items.erase(items.begin(), it);
+    Messages.ToStart();
+    m_InFlight += n;
+    m_Pushed += n;
+    return 0;
+}

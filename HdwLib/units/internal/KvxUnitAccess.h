@@ -1,0 +1,168 @@
+#pragma once
+// What the unit's ports and services share: the way from a port or service
+// to its device and instance, the frame budget left for this tick, waiting
+// for a command's echo, the typed parameter hand-over of EnableService and
+// the fields of the event objects they take.
+
+#include <HdwLib/units/KvxCommandDevice.h>
+
+#include <cstdint>
+
+namespace hdw::units {
+
+template <class B>
+using Unit = CKVX_HdwKvxCommandDevice<B>;
+
+template <class B>
+Unit<B>* UnitOf(CKVX_HdwPort* port)
+{
+    return port ? static_cast<Unit<B>*>(port->GetHdwDevice()) : nullptr;
+}
+
+template <class B>
+typename Unit<B>::CDeviceInstance* InstanceOf(CKVX_HdwPort* port)
+{
+    Unit<B>* unit = UnitOf<B>(port);
+    return unit ? unit->GetProtocolInstance(port->GetDeviceId()) : nullptr;
+}
+
+// Channel number of a port: its channel id is the number in decimal.
+inline unsigned ChannelNumber(const CKVX_String& channelId)
+{
+    return channelId.ToUnsignedOr(0);
+}
+
+inline unsigned ChannelOf(CKVX_HdwService* service)
+{
+    const CKVX_HdwPort* port = service->GetHdwPort();
+    return port ? ChannelNumber(port->GetChannelIdRef()) : 0;
+}
+
+// Payload bytes that commands attached now can still use in the next frame.
+// Caller holds the device lock.
+template <class B>
+unsigned FreePayload(Unit<B>* unit, typename Unit<B>::CDeviceInstance* inst)
+{
+    unsigned used = 0;
+    for (const auto& c : inst->CommandList)
+        used += c.Length;
+    const unsigned limit = unit->GetPayloadLimit(inst);
+    return used < limit ? limit - used : 0;
+}
+
+// Number of the command attached last. Caller holds the device lock.
+template <class B>
+uint16_t LastCommandNumber(typename Unit<B>::CDeviceInstance* inst)
+{
+    return uint16_t(inst->CommandCounter - 1);
+}
+
+// Waits, without holding the device lock between looks, until the command
+// `number` has been sent and echoed: 0, or 14 on time-out. Waiting for that
+// one command rather than for an empty echo list keeps a busy unit (whose
+// echo list is rarely empty) from making the wait fail.
+template <class B>
+unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs)
+{
+    auto* inst = InstanceOf<B>(port);
+    if (!inst)
+        return HDW_ERR_LINK;
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    for (;;) {
+        port->DeviceLock();
+        bool pending = false;
+        for (const auto& c : inst->CommandList)
+            pending = pending || c.Number == number;
+        for (const auto& e : inst->EchoList)
+            pending = pending || e.Number == number;
+        const bool open = inst->IsOpen();
+        port->DeviceUnlock();
+        if (!pending)
+            return open ? 0u : unsigned(HDW_ERR_LINK);
+        if (CKVX_HdwTimer::GetElapsedTicks(start) >= timeoutMs)
+            return HDW_ERR_LINK;
+        CKVX_HdwTimer::MsSleep(1);
+    }
+}
+
+// EnableService's hand-over of the caller's parameters to a new service:
+// null keeps the defaults, another parameter class is a bad argument.
+template <class S>
+unsigned SetServiceParameters(S* service, CKVX_HdwService::CParameters* params)
+{
+    if (!params)
+        return 0;
+    auto* own = dynamic_cast<typename S::CParameters*>(params);
+    if (!own)
+        return HDW_ERR_ARGUMENT;
+    return service->SetParameters(own);
+}
+
+// Adds a new service to the port's list, or deletes it when its parameters
+// are refused.
+template <class S>
+unsigned InstallService(CKVX_HdwPort& port, S* service, CKVX_HdwService** out, CKVX_HdwService::CParameters* params)
+{
+    if (const unsigned rc = SetServiceParameters(service, params)) {
+        delete service;
+        return rc;
+    }
+    port.GetServiceList() += service;
+    if (out)
+        *out = service;
+    return 0;
+}
+
+// Run state answer of a service's data calls: 29 stopped, 15 failed, else 0.
+inline unsigned RunState(unsigned status)
+{
+    if (status == HDW_SERVICE_STOPPED)
+        return HDW_ERR_SERVICE_NOT_RUNNING;
+    if (status == HDW_SERVICE_FAILED)
+        return HDW_ERR_SERVICE;
+    return 0;
+}
+
+inline bool IsEvent(const CKVX_HdwEvent* event, unsigned type)
+{
+    return event && event->GetEventCode() == type;
+}
+
+// The decoded fields of the event objects, read in one place.
+template <class E>
+const CKVX_HdwArinc429Message& Arinc429Of(const E& event)
+{
+    return event.Message;
+}
+template <class E>
+const CKVX_HdwCanMessage& CanOf(const E& event)
+{
+    return event.Message;
+}
+template <class E>
+unsigned StatusKind(const E& event)
+{
+    return event.Kind;
+}
+template <class E>
+uint32_t StatusWord(const E& event)
+{
+    return event.StatusWord;
+}
+template <class E>
+const uint8_t* UartBytes(const E& event)
+{
+    return event.Data.data();
+}
+template <class E>
+unsigned UartByteCount(const E& event)
+{
+    return unsigned(event.Data.size());
+}
+template <class E>
+unsigned UartSentCount(const E& event)
+{
+    return event.Count;
+}
+
+} // namespace hdw::units

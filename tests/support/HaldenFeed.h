@@ -1,0 +1,152 @@
+#pragma once
+// A Halden driver with one unit instance whose bytes come from the caller
+// instead of a link, for benchmarks and fuzzing of the receive path: the
+// receive machine, the event decoders and the input services behind them.
+// The instance is "reached over Ethernet" with no session, so that
+// ProcessReception reads what Push appended to its receive list.
+
+#include <HdwLib/HdwLib.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace halden_feed {
+
+class CFeedDevice : public CKVX_HdwKvxHaldenDevice {
+public:
+    CFeedDevice()
+    {
+        std::vector<CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance*> found{CreateDeviceInstance()};
+        InstallInstances(found);
+        Inst = static_cast<CDeviceInstance*>(GetProtocolInstance(0));
+        Inst->EthernetMode = 1;
+    }
+    ~CFeedDevice() override
+    {
+        for (CKVX_HdwPort* p : m_Attached)
+            DetachPortFromHdwTimer(0, p);
+    }
+
+    // Gives `port` (of this device) a running service of type S and lets it
+    // take the instance's events, as an open port would.
+    template <class S>
+    S* AddService(unsigned portType, unsigned channel)
+    {
+        CPortDescriptorsVector* v = nullptr;
+        GetPortDescriptor(0, &v);
+        for (CPortDescriptor& d : *v) {
+            if (d.PortType != portType || d.Channel != channel)
+                continue;
+            auto* s = new S(d.Port);
+            d.Port->GetServiceList() += s;
+            s->Start();
+            AttachPortToHdwTimer(0, d.Port);
+            m_Attached.push_back(d.Port);
+            return s;
+        }
+        return nullptr;
+    }
+
+    // Appends bytes to the instance's receive list.
+    void Push(const uint8_t* data, size_t size)
+    {
+        CKVX_MutexLocker lock(Inst->RxMutex);
+        for (size_t i = 0; i < size; ++i)
+            Inst->RxList += data[i];
+    }
+
+    // The tick's receive step: ProcessReception under the device lock.
+    unsigned Receive()
+    {
+        DeviceLock(0);
+        const unsigned rc = ProcessReception(0);
+        DeviceUnlock(0);
+        return rc;
+    }
+
+    // The same machine fed straight from memory (no link read): what one
+    // core spends per received byte on parsing, decoding and appending.
+    unsigned Feed(const uint8_t* data, size_t size)
+    {
+        DeviceLock(0);
+        unsigned result = 0;
+        for (size_t i = 0; i < size && result == 0; ++i) {
+            bool ok = false;
+            const unsigned rc = FeedByte(Inst, data[i], ok);
+            if (rc == 14)
+                result = 14;
+            else if (rc == 1 && ok && ProcessEventPayload(0) != 0) {
+                Inst->ResetRxState();
+                result = 14;
+            }
+        }
+        DeviceUnlock(0);
+        return result;
+    }
+
+    CDeviceInstance* Inst = nullptr;
+
+private:
+    std::vector<CKVX_HdwPort*> m_Attached;
+};
+
+// A unit frame (start byte, length, event count, records, CRC) around the
+// given event records (each L, type byte, parameters).
+inline std::vector<uint8_t> UnitFrame(const CFeedDevice& device, const std::vector<std::vector<uint8_t>>& records)
+{
+    std::vector<uint8_t> f{0xA5, 0, 0, uint8_t(records.size()), uint8_t(records.size() >> 8)};
+    for (const auto& r : records)
+        f.insert(f.end(), r.begin(), r.end());
+    const unsigned length = unsigned(f.size() - 3);
+    f[1] = uint8_t(length);
+    f[2] = uint8_t((length >> 8) & 0x0F);
+    const uint16_t crc = device.CalcCRC16(f.data(), unsigned(f.size()));
+    f.push_back(uint8_t(crc));
+    f.push_back(uint8_t(crc >> 8));
+    return f;
+}
+
+// An ARINC 429 receive record (type 2) for channel `ch`: L = 11 (type byte,
+// time stamp, word, the unit's 16-bit value).
+inline std::vector<uint8_t> A429RxRecord(unsigned ch, uint32_t time, uint32_t word)
+{
+    return {11,
+            uint8_t(2u << 3 | ch),
+            uint8_t(time),
+            uint8_t(time >> 8),
+            uint8_t(time >> 16),
+            uint8_t(time >> 24),
+            uint8_t(word),
+            uint8_t(word >> 8),
+            uint8_t(word >> 16),
+            uint8_t(word >> 24),
+            0,
+            0};
+}
+
+} // namespace halden_feed
+
+namespace halden_feed {
+
+// A CAN receive record (type 6) for channel `ch`: an extended frame with
+// eight data bytes, L = 18.
+inline std::vector<uint8_t> CanRxRecord(unsigned ch, uint32_t time, uint32_t id)
+{
+    std::vector<uint8_t> r{18,
+                           uint8_t(6u << 3 | ch),
+                           uint8_t(time),
+                           uint8_t(time >> 8),
+                           uint8_t(time >> 16),
+                           uint8_t(time >> 24),
+                           uint8_t(0x80 | 8),
+                           uint8_t(id >> 21),
+                           uint8_t(id >> 13),
+                           uint8_t(id >> 5),
+                           uint8_t(id << 3)};
+    for (unsigned i = 0; i < 8; ++i)
+        r.push_back(uint8_t(id + i));
+    return r;
+}
+
+} // namespace halden_feed
