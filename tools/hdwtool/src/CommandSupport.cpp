@@ -24,6 +24,11 @@ int ParseCommand(const std::string& command, const std::vector<OptionSpec>& spec
     std::string error;
     if (!ParseArgs(specs, args, parsed, error))
         return Fail(command + ": " + error + " (see hdwtool " + command + " --help)", ExitUsage);
+    for (const auto& l : parsed.All("link")) {
+        LinkSpec link;
+        if (!ParseLinkSpec(l, link, error))
+            return Fail(command + ": " + error, ExitUsage);
+    }
     if (parsed.Has("help")) {
         std::fputs(HelpText(command), stdout);
         return ExitOk;
