@@ -3,6 +3,8 @@
 #include "Cli.h"
 #include "Session.h"
 
+#include <type_traits>
+
 namespace hdwtool {
 
 namespace {
@@ -35,6 +37,33 @@ bool ParityCode(const std::string& text, bool uart, uint8_t& code)
         code = CKVX_HdwUartPort::CParameters::ParitySpace;
     else
         return false;
+    return true;
+}
+
+// Rate and parity of an ARINC 429 receiver or transmitter; a transmitter's
+// word gap follows its rate. False (with a reason) for a parity it has no code for.
+template <class P>
+bool OpenArinc429(P* port, const PortOptions& options, unsigned& rc, std::string& error)
+{
+    typename P::CParameters p;
+    port->GetParameters(&p);
+    if (options.Rate) {
+        p.BaudRate = *options.Rate;
+        if constexpr (std::is_same_v<P, CKVX_HdwArinc429TxPort>) {
+            p.WordIntergap = CKVX_HdwArinc429TxPort::CalcWordIntergap(p.BaudRate, 4);
+            if (p.WordIntergap == 0)
+                p.WordIntergap = 1;
+        }
+    }
+    uint8_t parity = 0;
+    if (options.Parity) {
+        if (!ParityCode(*options.Parity, false, parity)) {
+            error = "ARINC 429 parity is odd, even or none, not " + *options.Parity;
+            return false;
+        }
+        p.Parity = parity;
+    }
+    rc = port->Open(&p);
     return true;
 }
 
@@ -190,42 +219,16 @@ bool Channel::Open(const PortOptions& options, std::string& error)
     std::string what;
     uint8_t parity = 0;
     switch (PortType()) {
-    case HDW_PORT_ARINC429_RX: {
-        auto* port = dynamic_cast<CKVX_HdwArinc429RxPort*>(m_Port);
-        CKVX_HdwArinc429RxPort::CParameters p;
-        port->GetParameters(&p);
-        if (options.Rate)
-            p.BaudRate = *options.Rate;
-        if (options.Parity && !ParityCode(*options.Parity, false, parity)) {
-            error = "ARINC 429 parity is odd, even or none, not " + *options.Parity;
+    case HDW_PORT_ARINC429_RX:
+        if (!OpenArinc429(dynamic_cast<CKVX_HdwArinc429RxPort*>(m_Port), options, rc, error))
             return false;
-        }
-        if (options.Parity)
-            p.Parity = parity;
-        what = "rate " + std::to_string(p.BaudRate) + " bit/s (12500 or 100000)";
-        rc = port->Open(&p);
+        what = "rate " + std::to_string(options.Rate.value_or(12500)) + " bit/s (12500 or 100000)";
         break;
-    }
-    case HDW_PORT_ARINC429_TX: {
-        auto* port = dynamic_cast<CKVX_HdwArinc429TxPort*>(m_Port);
-        CKVX_HdwArinc429TxPort::CParameters p;
-        port->GetParameters(&p);
-        if (options.Rate) {
-            p.BaudRate = *options.Rate;
-            p.WordIntergap = CKVX_HdwArinc429TxPort::CalcWordIntergap(p.BaudRate, 4);
-            if (p.WordIntergap == 0)
-                p.WordIntergap = 1;
-        }
-        if (options.Parity && !ParityCode(*options.Parity, false, parity)) {
-            error = "ARINC 429 parity is odd, even or none, not " + *options.Parity;
+    case HDW_PORT_ARINC429_TX:
+        if (!OpenArinc429(dynamic_cast<CKVX_HdwArinc429TxPort*>(m_Port), options, rc, error))
             return false;
-        }
-        if (options.Parity)
-            p.Parity = parity;
-        what = "rate " + std::to_string(p.BaudRate) + " bit/s";
-        rc = port->Open(&p);
+        what = "rate " + std::to_string(options.Rate.value_or(12500)) + " bit/s";
         break;
-    }
     case HDW_PORT_CAN: {
         auto* port = dynamic_cast<CKVX_HdwCanPort*>(m_Port);
         CKVX_HdwCanPort::CParameters p;
