@@ -1,0 +1,344 @@
+// The tool's parsing and formatting core: the syntaxes people type and the
+// columns other programs read.
+#include "Channel.h"
+#include "Cli.h"
+#include "Format.h"
+#include "Ports.h"
+#include "Session.h"
+#include "StatusLine.h"
+#include "Values.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+
+using namespace hdwtool;
+
+namespace {
+
+CKVX_HdwCanMessage Can(const std::string& text)
+{
+    CKVX_HdwCanMessage f;
+    std::string error;
+    EXPECT_TRUE(ParseCanFrame(text, f, error)) << text << ": " << error;
+    return f;
+}
+
+std::string CanError(const std::string& text)
+{
+    CKVX_HdwCanMessage f;
+    std::string error;
+    EXPECT_FALSE(ParseCanFrame(text, f, error)) << text;
+    return error;
+}
+
+CKVX_HdwArinc429Message Word(const std::string& text)
+{
+    CKVX_HdwArinc429Message w;
+    std::string error;
+    EXPECT_TRUE(ParseArinc429(text, w, error)) << text << ": " << error;
+    return w;
+}
+
+std::string WordError(const std::string& text)
+{
+    CKVX_HdwArinc429Message w;
+    std::string error;
+    EXPECT_FALSE(ParseArinc429(text, w, error)) << text;
+    return error;
+}
+
+} // namespace
+
+TEST(CanSyntax, StandardExtendedRemoteAndEmptyFrames)
+{
+    auto f = Can("123#DEADBEEF");
+    EXPECT_EQ(f.Extended, 0);
+    EXPECT_EQ(f.Identifier, 0x123u);
+    EXPECT_EQ(f.Dlc, 4);
+    EXPECT_EQ(f.Rtr, 0);
+    EXPECT_EQ(f.Data[0], 0xDE);
+    EXPECT_EQ(f.Data[3], 0xEF);
+
+    f = Can("1F334455#R");
+    EXPECT_EQ(f.Extended, 1);
+    EXPECT_EQ(f.Identifier, 0x1F334455u);
+    EXPECT_EQ(f.Rtr, 1);
+    EXPECT_EQ(f.Dlc, 0);
+
+    f = Can("7FF#R3");
+    EXPECT_EQ(f.Rtr, 1);
+    EXPECT_EQ(f.Dlc, 3);
+
+    f = Can("123#");
+    EXPECT_EQ(f.Dlc, 0);
+    EXPECT_EQ(f.Rtr, 0);
+
+    // Dotted bytes and an extended identifier written with leading zeros.
+    f = Can("00000123#11.22.33.44.55.66.77.88");
+    EXPECT_EQ(f.Extended, 1);
+    EXPECT_EQ(f.Identifier, 0x123u);
+    EXPECT_EQ(f.Dlc, 8);
+    EXPECT_EQ(f.Data[7], 0x88);
+}
+
+TEST(CanSyntax, FormatsBackToWhatWasTyped)
+{
+    for (const char* text : {"123#DEADBEEF", "1F334455#R", "123#", "7FF#R8", "00000000#0102030405060708", "000#00"})
+        EXPECT_EQ(FormatCanFrame(Can(text)), text);
+    EXPECT_EQ(FormatCanFrame(Can("123#de.ad")), "123#DEAD");
+    // A frame built by hand: standard identifiers take 3 digits, extended 8.
+    CKVX_HdwCanMessage m;
+    m.Extended = 0;
+    m.Identifier = 0x5;
+    m.Dlc = 1;
+    m.Data[0] = 0xA;
+    EXPECT_EQ(FormatCanFrame(m), "005#0A");
+    m.Extended = 1;
+    EXPECT_EQ(FormatCanFrame(m), "00000005#0A");
+}
+
+TEST(CanSyntax, RefusesWhatCannotBeAFrame)
+{
+    EXPECT_NE(CanError("12#34").find("3 hex digits"), std::string::npos);
+    EXPECT_NE(CanError("800#00").find("above 7FF"), std::string::npos);
+    EXPECT_NE(CanError("20000000#00").find("above 1FFFFFFF"), std::string::npos);
+    EXPECT_NE(CanError("123#010203040506070809").find("longer than 8"), std::string::npos);
+    EXPECT_NE(CanError("123#ABC").find("whole hex bytes"), std::string::npos);
+    EXPECT_NE(CanError("123##1").find("CAN FD"), std::string::npos);
+    EXPECT_NE(CanError("123#R9").find("length digit"), std::string::npos);
+    CanError("123DEAD");
+    CanError("12G#00");
+}
+
+TEST(Arinc429Syntax, HexWordsUnpackIntoTheirFields)
+{
+    const auto w = Word("0x6048D183");
+    EXPECT_EQ(w.Label, 0x83);
+    EXPECT_EQ(w.Sdi, 1);
+    EXPECT_EQ(w.Data, 0x1234u);
+    EXPECT_EQ(w.Ssm, 3);
+    EXPECT_EQ(w.Parity, 0);
+    EXPECT_EQ(Word("FFFFFFFF").Parity, 1);
+    EXPECT_EQ(Word("83").Label, 0x83);
+    WordError("123456789");
+    WordError("0xZZ");
+}
+
+TEST(Arinc429Syntax, FieldsWithOctalLabelsAndOddParity)
+{
+    const auto w = Word("label=203,sdi=1,data=0x1234,ssm=3");
+    EXPECT_EQ(w.Label, 0x83); // 203 octal
+    EXPECT_EQ(w.Sdi, 1);
+    EXPECT_EQ(w.Data, 0x1234u);
+    EXPECT_EQ(w.Ssm, 3);
+    CKVX_HdwArinc429Message copy = w;
+    EXPECT_EQ(std::popcount(copy.GetToUint32()) % 2, 1) << "odd parity by default";
+    copy = Word("label=203,sdi=1,data=0x1234,ssm=3,parity=even");
+    EXPECT_EQ(std::popcount(copy.GetToUint32()) % 2, 0);
+    EXPECT_EQ(Word("label=0o203").Label, 0x83);
+    EXPECT_EQ(Word("label=0x83").Label, 0x83);
+    EXPECT_EQ(Word("label=0d131").Label, 131);
+    EXPECT_EQ(Word("label=377,data=524287").Data, 0x7FFFFu);
+    EXPECT_EQ(Word("label=1,parity=1").Parity, 1);
+}
+
+TEST(Arinc429Syntax, RefusesFieldsOutOfRange)
+{
+    EXPECT_NE(WordError("label=400").find("out of range"), std::string::npos);
+    EXPECT_NE(WordError("label=208").find("not a number"), std::string::npos); // 8 is no octal digit
+    EXPECT_NE(WordError("label=1,sdi=4").find("sdi"), std::string::npos);
+    EXPECT_NE(WordError("label=1,ssm=4").find("ssm"), std::string::npos);
+    EXPECT_NE(WordError("label=1,data=0x80000").find("19-bit"), std::string::npos);
+    EXPECT_NE(WordError("sdi=1").find("needs a label"), std::string::npos);
+    EXPECT_NE(WordError("label=1,speed=3").find("unknown"), std::string::npos);
+    EXPECT_NE(WordError("label=1,parity=maybe").find("parity"), std::string::npos);
+    WordError("label=1,,sdi=1");
+}
+
+TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
+{
+    LabelAccept a;
+    std::string error;
+    ASSERT_TRUE(ParseLabelAccept("203", a, error)) << error;
+    EXPECT_EQ(a.Label, 0x83);
+    EXPECT_EQ(a.Mask(), 0xFFFF);
+    ASSERT_TRUE(ParseLabelAccept("203:1", a, error));
+    EXPECT_EQ(a.Mask(), 0x2222); // SDI 1 with any SSM: bits 1, 5, 9, 13
+    ASSERT_TRUE(ParseLabelAccept("0x10:0:3", a, error));
+    EXPECT_EQ(a.Label, 0x10);
+    EXPECT_EQ(a.Mask(), 0x1000); // bit 0 + 4 x 3
+    EXPECT_FALSE(ParseLabelAccept("203:4", a, error));
+    EXPECT_FALSE(ParseLabelAccept("203:1:2:3", a, error));
+    EXPECT_FALSE(ParseLabelAccept("999", a, error));
+}
+
+TEST(Numbers, RatesSamplePointsAndDurations)
+{
+    uint32_t r = 0;
+    std::string error;
+    ASSERT_TRUE(ParseBitRate("100k", r, error));
+    EXPECT_EQ(r, 100000u);
+    ASSERT_TRUE(ParseBitRate("12.5k", r, error));
+    EXPECT_EQ(r, 12500u);
+    ASSERT_TRUE(ParseBitRate("1M", r, error));
+    EXPECT_EQ(r, 1000000u);
+    ASSERT_TRUE(ParseBitRate("low", r, error));
+    EXPECT_EQ(r, 12500u);
+    ASSERT_TRUE(ParseBitRate("high", r, error));
+    EXPECT_EQ(r, 100000u);
+    EXPECT_FALSE(ParseBitRate("fast", r, error));
+    EXPECT_FALSE(ParseBitRate("1.5", r, error));
+    EXPECT_FALSE(ParseBitRate("0", r, error));
+    double d = 0;
+    ASSERT_TRUE(ParseSamplePoint("87.5%", d, error));
+    EXPECT_DOUBLE_EQ(d, 0.875);
+    ASSERT_TRUE(ParseSamplePoint("0.75", d, error));
+    EXPECT_DOUBLE_EQ(d, 0.75);
+    EXPECT_FALSE(ParseSamplePoint("1.5", d, error));
+    ASSERT_TRUE(ParseSeconds("250ms", d, error));
+    EXPECT_DOUBLE_EQ(d, 0.25);
+    ASSERT_TRUE(ParseSeconds("2", d, error));
+    EXPECT_DOUBLE_EQ(d, 2);
+    EXPECT_FALSE(ParseSeconds("-1", d, error));
+    uint64_t v = 0;
+    EXPECT_TRUE(ParseNumber("0b101", v));
+    EXPECT_EQ(v, 5u);
+    EXPECT_TRUE(ParseNumber("17", v, 8));
+    EXPECT_EQ(v, 15u);
+    EXPECT_FALSE(ParseNumber("99999999999999999999999", v));
+}
+
+TEST(UartSyntax, TextEscapesAndHex)
+{
+    std::vector<uint8_t> b;
+    std::string error;
+    ASSERT_TRUE(ParseUartBytes("hi\\r\\n\\x00\\\\", b, error)) << error;
+    EXPECT_EQ(b, (std::vector<uint8_t>{'h', 'i', '\r', '\n', 0, '\\'}));
+    ASSERT_TRUE(ParseUartBytes("hex:01.02:ff 10", b, error));
+    EXPECT_EQ(b, (std::vector<uint8_t>{1, 2, 0xFF, 0x10}));
+    ASSERT_TRUE(ParseUartBytes("text:hex:", b, error));
+    EXPECT_EQ(b.size(), 4u);
+    EXPECT_FALSE(ParseUartBytes("hex:123", b, error));
+    EXPECT_FALSE(ParseUartBytes("bad\\q", b, error));
+    EXPECT_FALSE(ParseUartBytes("\\x4", b, error));
+    EXPECT_FALSE(ParseUartBytes("", b, error));
+    EXPECT_EQ(QuoteText({'a', '"', '\n', 0x7F}), "\"a\\\"\\n\\x7F\"");
+}
+
+TEST(PortNames, TypeAndNumberOrKey)
+{
+    PortSpec s;
+    std::string error;
+    ASSERT_TRUE(ParsePortSpec("a429rx:3", s, error));
+    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_ARINC429_RX));
+    EXPECT_EQ(s.AbsNum, 3u);
+    ASSERT_TRUE(ParsePortSpec("a429tx:0", s, error));
+    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_ARINC429_TX));
+    ASSERT_TRUE(ParsePortSpec("can:1", s, error));
+    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_CAN));
+    ASSERT_TRUE(ParsePortSpec("uart:1", s, error));
+    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_UART));
+    EXPECT_EQ(PortName(HDW_PORT_CAN, 1), "can:1");
+    EXPECT_EQ(PortName(HDW_PORT_ARINC429_RX, 2), "a429rx:2");
+    for (const char* bad : {"can", "can:", "can:x", "lin:0", "a429:0", ":1"})
+        EXPECT_FALSE(ParsePortSpec(bad, s, error)) << bad;
+
+    CKVX_HdwManager::CPortIdentifier id;
+    ASSERT_EQ(id.Set(3, 0, "Maker", "Halden", "1.0", "SN 1", 2), 0u);
+    const std::string key = id.GetKeyString().c_str();
+    ASSERT_TRUE(ParsePortSpec(key, s, error)) << error;
+    EXPECT_TRUE(s.ByKey);
+    EXPECT_EQ(s.Key, key);
+    std::string broken = key;
+    broken.back() = broken.back() == '0' ? '1' : '0';
+    EXPECT_FALSE(ParsePortSpec(broken, s, error));
+    EXPECT_NE(error.find("checksum"), std::string::npos);
+}
+
+TEST(Links, CodeOrDriverNameThenLink)
+{
+    LinkSpec l;
+    std::string error;
+    ASSERT_TRUE(ParseLinkSpec("3:/dev/pts/5", l, error));
+    EXPECT_EQ(l.DeviceCode, 3u);
+    EXPECT_EQ(l.Link, "/dev/pts/5");
+    ASSERT_TRUE(ParseLinkSpec("halden:udp:127.0.0.1:55003", l, error));
+    EXPECT_EQ(l.DeviceCode, 3u);
+    EXPECT_EQ(l.Link, "udp:127.0.0.1:55003");
+    EXPECT_FALSE(ParseLinkSpec("/dev/ttyUSB0", l, error));
+    EXPECT_FALSE(ParseLinkSpec("x:/dev/ttyUSB0", l, error));
+    EXPECT_FALSE(ParseLinkSpec("3:", l, error));
+    EXPECT_NE(ResultText(14).find("result 14"), std::string::npos);
+}
+
+TEST(CommandLine, OptionsValuesAndPositionals)
+{
+    const std::vector<OptionSpec> specs = {{"count", 'n', true, false}, {"send", 's', true, true},
+                                           {"scan", 0, false, false}};
+    ParsedArgs a;
+    std::string error;
+    ASSERT_TRUE(ParseArgs(specs, {"can:0", "-n", "5", "--send=a", "--send", "b", "--scan", "--", "--x"}, a, error))
+        << error;
+    EXPECT_EQ(a.Get("count"), "5");
+    EXPECT_EQ(a.All("send"), (std::vector<std::string>{"a", "b"}));
+    EXPECT_TRUE(a.Has("scan"));
+    EXPECT_EQ(a.Positionals(), (std::vector<std::string>{"can:0", "--x"}));
+    EXPECT_FALSE(ParseArgs(specs, {"--count"}, a, error));
+    EXPECT_NE(error.find("needs a value"), std::string::npos);
+    EXPECT_FALSE(ParseArgs(specs, {"--bogus"}, a, error));
+    EXPECT_NE(error.find("unknown option"), std::string::npos);
+    EXPECT_FALSE(ParseArgs(specs, {"-n", "1", "-n", "2"}, a, error));
+    EXPECT_FALSE(ParseArgs(specs, {"--scan=1"}, a, error));
+}
+
+TEST(Columns, Arinc429CanAndUartRows)
+{
+    CKVX_HdwArinc429Message w;
+    w.Label = 0x83;
+    w.Sdi = 1;
+    w.Data = 0x1234;
+    w.Ssm = 3;
+    // 0x83 | 1 << 8 | 0x1234 << 10 | 3 << 29, parity bit clear.
+    EXPECT_EQ(Arinc429Fields(12345678, "a429rx:0", w),
+              (Fields{"12.345678", "a429rx:0", "203", "1", "01234", "3", "0", "6048D183"}));
+    const auto f = Can("1F334455#R");
+    EXPECT_EQ(CanFields(5, "can:1", f), (Fields{"0.000005", "can:1", "1F334455", "0", "-", "R", "1F334455#R"}));
+    EXPECT_EQ(CanFields(0, "can:1", Can("123#DE.AD"))[4], "DE.AD");
+    EXPECT_EQ(UartFields(0, "uart:1", {'o', 'k'}), (Fields{"0.000000", "uart:1", "2", "6F.6B", "\"ok\""}));
+    // Text rows keep their columns whatever the field lengths; CSV quotes.
+    const Columns cols{{"A", "B", "C"}, {-4, 3, 0}};
+    EXPECT_EQ(RenderRow({"1", "x", "tail end"}, cols, OutputFormat::Text), "   1  x    tail end");
+    EXPECT_EQ(RenderRow({"1", "a,b", "say \"hi\""}, cols, OutputFormat::Csv), "1,\"a,b\",\"say \"\"hi\"\"\"");
+    EXPECT_EQ(FormatLabel(0), "000");
+    EXPECT_EQ(FormatLabel(0xFF), "377");
+}
+
+TEST(StatusText, CountsAndRatesPerPort)
+{
+    const std::string s = FormatStatus(3.04, {{"a429rx:0", 150, 49.6}, {"can:1", 7, 0}}, 0);
+    EXPECT_EQ(s, "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s)");
+    EXPECT_EQ(FormatStatus(1, {{"a429rx:0", 1, 1}}, 10).size(), 9u);
+    RateMeter m;
+    m.Sample(0, 0);
+    m.Sample(1, 100);
+    EXPECT_DOUBLE_EQ(m.Rate(), 100);
+    // 100/s for 3 s, then 50/s: after 3 s more the older rate has left the window.
+    for (int i = 3; i <= 6; ++i)
+        m.Sample(i * 0.5, uint64_t(i * 50));
+    for (int i = 7; i <= 12; ++i)
+        m.Sample(i * 0.5, uint64_t(300 + (i - 6) * 25));
+    EXPECT_DOUBLE_EQ(m.Rate(), 50);
+}
+
+TEST(Values, ByPortType)
+{
+    Item it;
+    std::string error;
+    ASSERT_TRUE(ParseValueFor(HDW_PORT_CAN, "123#01", it, error));
+    EXPECT_EQ(it.Frame.Identifier, 0x123u);
+    ASSERT_TRUE(ParseValueFor(HDW_PORT_ARINC429_TX, "label=1", it, error));
+    EXPECT_EQ(it.Word.Label, 1);
+    EXPECT_FALSE(ParseValueFor(HDW_PORT_ARINC429_RX, "label=1", it, error));
+    EXPECT_NE(error.find("a429tx"), std::string::npos);
+}

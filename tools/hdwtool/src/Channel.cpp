@@ -1,0 +1,382 @@
+#include "Channel.h"
+
+#include "Cli.h"
+#include "Session.h"
+
+#include <type_traits>
+
+namespace hdwtool {
+
+namespace {
+
+template <class S>
+bool Enable(CKVX_HdwPort* port, unsigned type, CKVX_HdwService::CParameters* params, S*& out,
+            const std::string& name, const char* what, std::string& error)
+{
+    CKVX_HdwService* s = nullptr;
+    const unsigned rc = port->EnableService(type, &s, params);
+    out = dynamic_cast<S*>(s);
+    if (rc != 0 || !out) {
+        error = std::string("cannot ") + what + " on " + name + ": " + ResultText(rc ? rc : HDW_ERR_WRONG_STATE);
+        return false;
+    }
+    return true;
+}
+
+bool ParityCode(const std::string& text, bool uart, uint8_t& code)
+{
+    if (text == "odd")
+        code = uart ? CKVX_HdwUartPort::CParameters::ParityOdd : 0;
+    else if (text == "even")
+        code = uart ? CKVX_HdwUartPort::CParameters::ParityEven : 1;
+    else if (text == "none")
+        code = uart ? CKVX_HdwUartPort::CParameters::ParityNone : 2;
+    else if (uart && text == "mark")
+        code = CKVX_HdwUartPort::CParameters::ParityMark;
+    else if (uart && text == "space")
+        code = CKVX_HdwUartPort::CParameters::ParitySpace;
+    else
+        return false;
+    return true;
+}
+
+// Rate and parity of an ARINC 429 receiver or transmitter; a transmitter's
+// word gap follows its rate. False (with a reason) for a parity it has no code for.
+template <class P>
+bool OpenArinc429(P* port, const PortOptions& options, unsigned& rc, std::string& error)
+{
+    typename P::CParameters p;
+    port->GetParameters(&p);
+    if (options.Rate) {
+        p.BaudRate = *options.Rate;
+        if constexpr (std::is_same_v<P, CKVX_HdwArinc429TxPort>) {
+            p.WordIntergap = CKVX_HdwArinc429TxPort::CalcWordIntergap(p.BaudRate, 4);
+            if (p.WordIntergap == 0)
+                p.WordIntergap = 1;
+        }
+    }
+    uint8_t parity = 0;
+    if (options.Parity) {
+        if (!ParityCode(*options.Parity, false, parity)) {
+            error = "ARINC 429 parity is odd, even or none, not " + *options.Parity;
+            return false;
+        }
+        p.Parity = parity;
+    }
+    rc = port->Open(&p);
+    return true;
+}
+
+} // namespace
+
+bool ParsePortOptions(const ParsedArgs& args, PortOptions& options, std::string& error)
+{
+    PortOptions o;
+    if (args.Has("rate")) {
+        uint32_t r = 0;
+        if (!ParseBitRate(args.Get("rate"), r, error))
+            return false;
+        o.Rate = r;
+    }
+    if (args.Has("parity")) {
+        const std::string p = args.Get("parity");
+        if (p != "odd" && p != "even" && p != "none" && p != "mark" && p != "space") {
+            error = "parity \"" + p + "\" is not odd, even, none, mark or space";
+            return false;
+        }
+        o.Parity = p;
+    }
+    if (args.Has("bitrate")) {
+        uint32_t r = 0;
+        if (!ParseBitRate(args.Get("bitrate"), r, error))
+            return false;
+        o.BitRate = r;
+    }
+    if (args.Has("sample-point")) {
+        double sp = 0;
+        if (!ParseSamplePoint(args.Get("sample-point"), sp, error))
+            return false;
+        o.SamplePoint = sp;
+    }
+    for (const auto& a : args.All("accept")) {
+        LabelAccept la;
+        if (!ParseLabelAccept(a, la, error))
+            return false;
+        o.Accepts.push_back(la);
+    }
+    options = std::move(o);
+    return true;
+}
+
+bool ParseValueFor(unsigned portType, const std::string& text, Item& item, std::string& error)
+{
+    Item it;
+    it.PortType = portType;
+    bool ok = false;
+    switch (portType) {
+    case HDW_PORT_ARINC429_TX: ok = ParseArinc429(text, it.Word, error); break;
+    case HDW_PORT_CAN: ok = ParseCanFrame(text, it.Frame, error); break;
+    case HDW_PORT_UART: ok = ParseUartBytes(text, it.Bytes, error); break;
+    case HDW_PORT_ARINC429_RX: error = "an ARINC 429 receiver cannot send: use its transmitter (a429tx:N)"; break;
+    default: error = "the tool cannot send on a port of type " + std::to_string(portType); break;
+    }
+    if (ok)
+        item = std::move(it);
+    return ok;
+}
+
+const Columns& ColumnsFor(unsigned portType)
+{
+    switch (portType) {
+    case HDW_PORT_CAN: return CanColumns();
+    case HDW_PORT_UART: return UartColumns();
+    default: return Arinc429Columns();
+    }
+}
+
+Fields ItemFields(const Item& item, const std::string& portName)
+{
+    switch (item.PortType) {
+    case HDW_PORT_CAN: return CanFields(item.TimeUs, portName, item.Frame);
+    case HDW_PORT_UART: return UartFields(item.TimeUs, portName, item.Bytes);
+    default: return Arinc429Fields(item.TimeUs, portName, item.Word);
+    }
+}
+
+Channel::Channel(CKVX_HdwPort* port, std::string name) : m_Port(port), m_Name(std::move(name)) {}
+
+Channel::~Channel() { Close(); }
+
+bool Channel::EnableReceive(const PortOptions& options, std::string& error)
+{
+    switch (PortType()) {
+    case HDW_PORT_ARINC429_RX: {
+        if (!Enable(m_Port, HDW_SERVICE_ARINC429_IN_BUFFER, nullptr, m_A429In, m_Name, "receive", error))
+            return false;
+        m_Accepts = options.Accepts;
+        if (!m_Accepts.empty()) {
+            // The unit filters per label on the union of the wanted SDI and
+            // SSM values; the exact combinations are checked in Poll.
+            m_A429In->DiscardAllMessages();
+            uint8_t sdi[256] = {}, ssm[256] = {};
+            for (const auto& a : m_Accepts) {
+                sdi[a.Label] |= uint8_t(a.Sdi < 0 ? 0x0F : 1 << a.Sdi);
+                ssm[a.Label] |= uint8_t(a.Ssm < 0 ? 0x0F : 1 << a.Ssm);
+            }
+            for (unsigned l = 0; l < 256; ++l)
+                if (sdi[l])
+                    m_A429In->AcceptMessage(uint8_t(l), sdi[l], ssm[l]);
+        }
+        return true;
+    }
+    case HDW_PORT_ARINC429_TX: {
+        CKVX_HdwSignalService::CParameters p;
+        p.BufferSize = 100000;
+        p.SignalMask = 1u << (HDW_SIGNAL_ARINC429_SENT - 1);
+        m_Accepts = options.Accepts;
+        return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the words sent", error);
+    }
+    case HDW_PORT_CAN:
+        return Enable(m_Port, HDW_SERVICE_CAN_IN_BUFFER, nullptr, m_CanIn, m_Name, "receive", error);
+    case HDW_PORT_UART:
+        return Enable(m_Port, HDW_SERVICE_BYTE_IN_BUFFER, nullptr, m_ByteIn, m_Name, "receive", error);
+    default:
+        error = "the tool cannot monitor " + m_Name;
+        return false;
+    }
+}
+
+bool Channel::EnableTransmit(std::string& error)
+{
+    switch (PortType()) {
+    case HDW_PORT_ARINC429_TX: {
+        CKVX_HdwArinc429OutBufferService::CParameters p;
+        p.BufferSize = 100000;
+        return Enable(m_Port, HDW_SERVICE_ARINC429_OUT_BUFFER, &p, m_A429Out, m_Name, "send", error);
+    }
+    case HDW_PORT_CAN: {
+        CKVX_HdwCanOutBufferService::CParameters p;
+        p.BufferSize = 100000;
+        return Enable(m_Port, HDW_SERVICE_CAN_OUT_BUFFER, &p, m_CanOut, m_Name, "send", error);
+    }
+    case HDW_PORT_UART: {
+        CKVX_HdwByteOutBufferService::CParameters p;
+        p.BufferSize = 65536;
+        return Enable(m_Port, HDW_SERVICE_BYTE_OUT_BUFFER, &p, m_ByteOut, m_Name, "send", error);
+    }
+    case HDW_PORT_ARINC429_RX:
+        error = "cannot send on " + m_Name + ": an ARINC 429 receiver has no transmitter (use a429tx:N)";
+        return false;
+    default:
+        error = "the tool cannot send on " + m_Name;
+        return false;
+    }
+}
+
+bool Channel::Open(const PortOptions& options, std::string& error)
+{
+    unsigned rc = 0;
+    std::string what;
+    uint8_t parity = 0;
+    switch (PortType()) {
+    case HDW_PORT_ARINC429_RX:
+        if (!OpenArinc429(dynamic_cast<CKVX_HdwArinc429RxPort*>(m_Port), options, rc, error))
+            return false;
+        what = "rate " + std::to_string(options.Rate.value_or(12500)) + " bit/s (12500 or 100000)";
+        break;
+    case HDW_PORT_ARINC429_TX:
+        if (!OpenArinc429(dynamic_cast<CKVX_HdwArinc429TxPort*>(m_Port), options, rc, error))
+            return false;
+        what = "rate " + std::to_string(options.Rate.value_or(12500)) + " bit/s";
+        break;
+    case HDW_PORT_CAN: {
+        auto* port = dynamic_cast<CKVX_HdwCanPort*>(m_Port);
+        CKVX_HdwCanPort::CParameters p;
+        port->GetParameters(&p);
+        if (options.BitRate)
+            p.BitRate = *options.BitRate;
+        if (options.SamplePoint)
+            p.SamplePoint = *options.SamplePoint;
+        char buf[96];
+        std::snprintf(buf, sizeof buf, "bit rate %u bit/s with sample point %.3f", unsigned(p.BitRate), p.SamplePoint);
+        what = buf;
+        rc = port->Open(&p);
+        break;
+    }
+    case HDW_PORT_UART: {
+        auto* port = dynamic_cast<CKVX_HdwUartPort*>(m_Port);
+        CKVX_HdwUartPort::CParameters p = port->GetUartParameters();
+        if (options.Rate)
+            p.BaudRate = *options.Rate;
+        if (options.Parity && !ParityCode(*options.Parity, true, parity)) {
+            error = "UART parity is odd, even, none, mark or space, not " + *options.Parity;
+            return false;
+        }
+        if (options.Parity)
+            p.Parity = parity;
+        what = "line " + std::to_string(p.BaudRate) + " bit/s";
+        rc = port->Open(&p);
+        break;
+    }
+    default:
+        rc = m_Port->Open(nullptr);
+        break;
+    }
+    if (rc != 0) {
+        error = "cannot open " + m_Name + ": " + ResultText(rc);
+        if (rc == HDW_ERR_ARGUMENT && !what.empty())
+            error += ": " + what;
+        return false;
+    }
+    return true;
+}
+
+void Channel::Close()
+{
+    if (m_Port->IsOpen())
+        m_Port->Close();
+}
+
+bool Channel::Accepted(const CKVX_HdwArinc429Message& word) const
+{
+    if (m_Accepts.empty())
+        return true;
+    for (const auto& a : m_Accepts)
+        if (a.Label == word.Label && (a.Mask() >> ((word.Sdi & 3) + 4 * (word.Ssm & 3)) & 1))
+            return true;
+    return false;
+}
+
+uint64_t Channel::HostMicroseconds() const
+{
+    return uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - m_Start)
+                        .count());
+}
+
+bool Channel::Poll(std::vector<Item>& items, std::string& error)
+{
+    unsigned rc = 0;
+    unsigned n = 0;
+    if (m_A429In) {
+        CKVX_HdwArinc429Message buf[256];
+        rc = m_A429In->Read(buf, 256, n);
+        for (unsigned i = 0; rc == 0 && i < n; ++i)
+            if (Accepted(buf[i])) {
+                Item it;
+                it.PortType = HDW_PORT_ARINC429_RX;
+                it.TimeUs = buf[i].TimeStamp;
+                it.Word = buf[i];
+                items.push_back(std::move(it));
+            }
+    } else if (m_Signals) {
+        CKVX_HdwSignalService::CSignal buf[256];
+        rc = m_Signals->ReadSignals(buf, 256, n);
+        for (unsigned i = 0; rc == 0 && i < n; ++i)
+            if (buf[i].Kind == HDW_SIGNAL_ARINC429_SENT && Accepted(buf[i].Arinc429)) {
+                Item it;
+                it.PortType = HDW_PORT_ARINC429_TX;
+                it.TimeUs = buf[i].TimeStamp;
+                it.Word = buf[i].Arinc429;
+                items.push_back(std::move(it));
+            }
+    } else if (m_CanIn) {
+        CKVX_HdwCanMessage buf[128];
+        rc = m_CanIn->Read(buf, 128, n);
+        for (unsigned i = 0; rc == 0 && i < n; ++i) {
+            Item it;
+            it.PortType = HDW_PORT_CAN;
+            it.TimeUs = buf[i].TimeStamp;
+            it.Frame = buf[i];
+            items.push_back(std::move(it));
+        }
+    } else if (m_ByteIn) {
+        unsigned char buf[1024];
+        rc = m_ByteIn->Read(buf, sizeof buf, n);
+        if (rc == 0 && n > 0) {
+            Item it;
+            it.PortType = HDW_PORT_UART;
+            it.TimeUs = HostMicroseconds();
+            it.Bytes.assign(buf, buf + n);
+            items.push_back(std::move(it));
+        }
+    }
+    if (rc != 0 && rc != HDW_ERR_NOTHING_TO_READ) {
+        error = "reading " + m_Name + " failed: " + ResultText(rc);
+        return false;
+    }
+    return true;
+}
+
+bool Channel::Send(const Item& item, std::string& error)
+{
+    unsigned rc = HDW_ERR_SERVICE;
+    if (m_A429Out && item.PortType == HDW_PORT_ARINC429_TX) {
+        CKVX_HdwArinc429Message w = item.Word;
+        rc = m_A429Out->Write(&w, 1, 0);
+    } else if (m_CanOut && item.PortType == HDW_PORT_CAN) {
+        CKVX_HdwCanMessage f = item.Frame;
+        rc = m_CanOut->Write(&f, 1, 0);
+    } else if (m_ByteOut && item.PortType == HDW_PORT_UART) {
+        std::vector<uint8_t> b = item.Bytes;
+        rc = m_ByteOut->Write(b.data(), unsigned(b.size()), 0);
+    }
+    if (rc != 0) {
+        error = "sending on " + m_Name + " failed: " + ResultText(rc);
+        return false;
+    }
+    return true;
+}
+
+unsigned Channel::Pending()
+{
+    unsigned n = 0;
+    if (m_A429Out)
+        m_A429Out->GetMessagesToBeWritten(n);
+    else if (m_CanOut)
+        m_CanOut->GetMessagesToBeWritten(n);
+    else if (m_ByteOut)
+        m_ByteOut->GetBytesToBeWritten(n);
+    return n;
+}
+
+} // namespace hdwtool

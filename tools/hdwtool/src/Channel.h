@@ -1,0 +1,88 @@
+#pragma once
+// One port as a command uses it: its services (receive, transmit or both),
+// its parameters from the command line, and the items that cross it.
+//
+//   receive on a429rx: ARINC 429 input buffer (with the label filter)
+//              a429tx: the words the transmitter put on the bus (signals)
+//              can:    CAN input buffer;  uart: byte input buffer
+//   transmit on a429tx: ARINC 429 output buffer; can: CAN output buffer;
+//              uart: byte output buffer
+
+#include "Format.h"
+#include "Values.h"
+
+#include <HdwLib/HdwLib.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hdwtool {
+
+class ParsedArgs;
+
+// Port settings of the command line; unset ones keep the port's defaults.
+struct PortOptions {
+    std::optional<uint32_t> Rate;       // ARINC 429 bit rate or UART baud rate
+    std::optional<std::string> Parity;  // odd, even, none (ARINC 429: none = not checked)
+    std::optional<uint32_t> BitRate;    // CAN
+    std::optional<double> SamplePoint;  // CAN
+    std::vector<LabelAccept> Accepts;   // ARINC 429 receive filter; empty: all
+};
+bool ParsePortOptions(const ParsedArgs& args, PortOptions& options, std::string& error);
+
+// One word, frame or chunk of bytes, received or to be sent.
+struct Item {
+    unsigned PortType = 0;
+    uint64_t TimeUs = 0;
+    CKVX_HdwArinc429Message Word;
+    CKVX_HdwCanMessage Frame;
+    std::vector<uint8_t> Bytes;
+};
+
+// Parses a value for a port of that type (ARINC 429 word, CAN frame, bytes).
+bool ParseValueFor(unsigned portType, const std::string& text, Item& item, std::string& error);
+const Columns& ColumnsFor(unsigned portType);
+Fields ItemFields(const Item& item, const std::string& portName);
+
+class Channel {
+public:
+    Channel(CKVX_HdwPort* port, std::string name);
+    ~Channel(); // closes the port
+
+    const std::string& Name() const { return m_Name; }
+    unsigned PortType() const { return m_Port->GetPortType(); }
+
+    // Enable the services; call before Open.
+    bool EnableReceive(const PortOptions& options, std::string& error);
+    bool EnableTransmit(std::string& error);
+    bool Open(const PortOptions& options, std::string& error);
+    void Close();
+
+    // Appends what arrived since the last call; false with a reason when
+    // the service has failed.
+    bool Poll(std::vector<Item>& items, std::string& error);
+    bool Send(const Item& item, std::string& error);
+    // Items written but not yet confirmed on the bus.
+    unsigned Pending();
+
+private:
+    bool Accepted(const CKVX_HdwArinc429Message& word) const;
+    uint64_t HostMicroseconds() const;
+
+    CKVX_HdwPort* m_Port;
+    std::string m_Name;
+    std::vector<LabelAccept> m_Accepts;
+    CKVX_HdwArinc429InBufferService* m_A429In = nullptr;
+    CKVX_HdwArinc429OutBufferService* m_A429Out = nullptr;
+    CKVX_HdwSignalService* m_Signals = nullptr;
+    CKVX_HdwCanInBufferService* m_CanIn = nullptr;
+    CKVX_HdwCanOutBufferService* m_CanOut = nullptr;
+    CKVX_HdwByteInBufferService* m_ByteIn = nullptr;
+    CKVX_HdwByteOutBufferService* m_ByteOut = nullptr;
+    std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
+};
+
+} // namespace hdwtool

@@ -1,0 +1,84 @@
+#include "Commands.h"
+
+#include "Values.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace hdwtool {
+
+int Fail(const std::string& message, int code)
+{
+    std::fprintf(stderr, "hdwtool: %s\n", message.c_str());
+    return code;
+}
+
+std::vector<OptionSpec> LinkOptions()
+{
+    return {{"link", 'l', true, true}, {"scan", 0, false, false}, {"help", 'h', false, false}};
+}
+
+int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs,
+                 const std::vector<std::string>& args, ParsedArgs& parsed)
+{
+    std::string error;
+    if (!ParseArgs(specs, args, parsed, error))
+        return Fail(command + ": " + error + " (see hdwtool " + command + " --help)", ExitUsage);
+    for (const auto& l : parsed.All("link")) {
+        LinkSpec link;
+        if (!ParseLinkSpec(l, link, error))
+            return Fail(command + ": " + error, ExitUsage);
+    }
+    if (parsed.Has("help")) {
+        std::fputs(HelpText(command), stdout);
+        return ExitOk;
+    }
+    return -1;
+}
+
+bool OpenSession(const ParsedArgs& args, Session& session, std::string& error)
+{
+    std::vector<std::string> texts = args.All("link");
+    if (texts.empty())
+        if (const char* env = std::getenv("HDWTOOL_LINK"); env && *env) {
+            // Several links separated by commas.
+            std::string all = env;
+            size_t start = 0;
+            while (start <= all.size()) {
+                size_t comma = all.find(',', start);
+                if (comma == std::string::npos)
+                    comma = all.size();
+                if (comma > start)
+                    texts.push_back(all.substr(start, comma - start));
+                start = comma + 1;
+            }
+        }
+    std::vector<LinkSpec> links;
+    for (const auto& t : texts) {
+        LinkSpec l;
+        if (!ParseLinkSpec(t, l, error))
+            return false;
+        links.push_back(l);
+    }
+    return session.Enumerate(links, args.Has("scan"), error) && session.Run(error);
+}
+
+bool ParseCount(const std::string& text, uint64_t& value, std::string& error)
+{
+    if (!ParseNumber(text, value)) {
+        error = "\"" + text + "\" is not a count";
+        return false;
+    }
+    return true;
+}
+
+OutputFormat ParseFormat(const ParsedArgs& args, bool& ok, std::string& error)
+{
+    const std::string f = args.Get("format", "text");
+    ok = f == "text" || f == "csv";
+    if (!ok)
+        error = "format \"" + f + "\" is not text or csv";
+    return f == "csv" ? OutputFormat::Csv : OutputFormat::Text;
+}
+
+} // namespace hdwtool

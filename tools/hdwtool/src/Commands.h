@@ -1,0 +1,42 @@
+#pragma once
+// The subcommands. Each takes the words after its name and returns the
+// process exit code: 0 done, 1 failed (no unit, a port refused, data lost),
+// 2 bad command line. Errors go to stderr as "hdwtool: what: why".
+
+#include "Cli.h"
+#include "Format.h"
+#include "Session.h"
+
+#include <string>
+#include <vector>
+
+namespace hdwtool {
+
+constexpr int ExitOk = 0;
+constexpr int ExitFailed = 1;
+constexpr int ExitUsage = 2;
+
+int RunList(const std::vector<std::string>& args);
+int RunMonitor(const std::vector<std::string>& args);
+int RunSend(const std::vector<std::string>& args);
+int RunDemo(const std::vector<std::string>& args);
+
+// Help of the program ("") or of a subcommand; null for an unknown one.
+const char* HelpText(const std::string& command);
+
+// ---- shared by the subcommands ----
+
+// Prints "hdwtool: message" to stderr and returns `code`.
+int Fail(const std::string& message, int code = ExitFailed);
+// --link (repeatable), --scan and --help, which every hardware command takes.
+std::vector<OptionSpec> LinkOptions();
+// Parses the words of a subcommand; on --help prints its help. Returns -1 to
+// go on, otherwise the exit code.
+int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs,
+                 const std::vector<std::string>& args, ParsedArgs& parsed);
+// Enumerates the links of --link (or HDWTOOL_LINK) and --scan and runs the manager.
+bool OpenSession(const ParsedArgs& args, Session& session, std::string& error);
+bool ParseCount(const std::string& text, uint64_t& value, std::string& error);
+OutputFormat ParseFormat(const ParsedArgs& args, bool& ok, std::string& error);
+
+} // namespace hdwtool

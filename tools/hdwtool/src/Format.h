@@ -1,0 +1,51 @@
+#pragma once
+// Output lines: one row per word, frame, byte chunk or port, in fixed
+// columns separated by blanks (the last column may hold blanks and runs to
+// the end of the line) or as CSV. The column sets:
+//
+//   ARINC 429: TIME PORT LABEL SDI DATA SSM P WORD
+//              label in octal, data (19 bits) in hex, WORD the raw 32-bit word
+//   CAN:       TIME PORT ID DLC DATA RTR FRAME
+//              ID 3 hex digits (standard) or 8 (extended), DATA dotted hex
+//              bytes or "-", RTR "R" or "-", FRAME in the cansend syntax
+//   UART:      TIME PORT COUNT HEX TEXT
+//   list:      NUM TYPE PORT MODEL SERIAL CHANNEL KEY
+
+#include <HdwLib/HdwLib.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace hdwtool {
+
+enum class OutputFormat { Text, Csv };
+
+using Fields = std::vector<std::string>;
+
+struct Columns {
+    Fields Header;
+    // Text widths: positive pads on the right (left aligned), negative pads
+    // on the left (right aligned); the last column is never padded.
+    std::vector<int> Widths;
+};
+
+const Columns& Arinc429Columns();
+const Columns& CanColumns();
+const Columns& UartColumns();
+const Columns& ListColumns();
+
+std::string RenderRow(const Fields& fields, const Columns& columns, OutputFormat format);
+
+// Microseconds as seconds with six decimals ("12.345678").
+std::string FormatTime(uint64_t microseconds);
+// Label in octal, three digits ("203").
+std::string FormatLabel(uint8_t label);
+
+Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word);
+Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame);
+Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes);
+// Bytes as C-escaped text in double quotes.
+std::string QuoteText(const std::vector<uint8_t>& bytes);
+
+} // namespace hdwtool

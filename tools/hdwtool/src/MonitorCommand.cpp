@@ -1,0 +1,213 @@
+// hdwtool monitor PORT...: prints the traffic of receive ports as it arrives,
+// optionally sending values from the same process (one process owns a unit's
+// link, so a sender and a monitor of one unit share it this way).
+#include "Channel.h"
+#include "Commands.h"
+#include "SendPlan.h"
+#include "StatusLine.h"
+#include "Terminal.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <set>
+#include <thread>
+
+namespace hdwtool {
+
+namespace {
+
+struct SendArg {
+    PortSpec Port;
+    std::string Value;
+};
+
+bool ParseSendArg(const std::string& text, SendArg& out, std::string& error)
+{
+    const size_t eq = text.find('=');
+    if (eq == std::string::npos) {
+        error = "--send \"" + text + "\" is not PORT=VALUE (a429tx:0=0x60000083, can:0=123#DEADBEEF)";
+        return false;
+    }
+    out.Value = text.substr(eq + 1);
+    return ParsePortSpec(text.substr(0, eq), out.Port, error);
+}
+
+} // namespace
+
+int RunMonitor(const std::vector<std::string>& args)
+{
+    auto specs = LinkOptions();
+    for (const char* o : {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval",
+                          "format"})
+        specs.push_back({o, 0, true, false});
+    specs.push_back({"accept", 'a', true, true});
+    specs.push_back({"send", 's', true, true});
+    specs.push_back({"no-status", 0, false, false});
+    for (auto& s : specs) {
+        if (s.Long == "count")
+            s.Short = 'n';
+        if (s.Long == "duration")
+            s.Short = 't';
+    }
+    ParsedArgs parsed;
+    if (const int rc = ParseCommand("monitor", specs, args, parsed); rc >= 0)
+        return rc;
+    std::string error;
+    auto usage = [](const std::string& e) { return Fail("monitor: " + e, ExitUsage); };
+    if (parsed.Positionals().empty())
+        return usage("give at least one port to monitor (see hdwtool monitor --help)");
+    std::vector<PortSpec> watch;
+    for (const auto& p : parsed.Positionals()) {
+        PortSpec s;
+        if (!ParsePortSpec(p, s, error))
+            return usage(error);
+        watch.push_back(s);
+    }
+    std::vector<SendArg> sends;
+    for (const auto& s : parsed.All("send")) {
+        SendArg a;
+        if (!ParseSendArg(s, a, error))
+            return usage(error);
+        Item it;
+        if (!a.Port.ByKey && !ParseValueFor(a.Port.PortType, a.Value, it, error))
+            return usage(error);
+        sends.push_back(a);
+    }
+    PortOptions options;
+    if (!ParsePortOptions(parsed, options, error))
+        return usage(error);
+    uint64_t count = 0, repeat = 1, intervalMs = 0;
+    double duration = 0;
+    if (parsed.Has("count") && (!ParseCount(parsed.Get("count"), count, error) || count == 0))
+        return usage("--count: " + (error.empty() ? "must be at least 1" : error));
+    if (parsed.Has("duration") && !ParseSeconds(parsed.Get("duration"), duration, error))
+        return usage("--duration: " + error);
+    if (parsed.Has("repeat") && !ParseCount(parsed.Get("repeat"), repeat, error))
+        return usage("--repeat: " + error);
+    if (parsed.Has("interval") && !ParseCount(parsed.Get("interval"), intervalMs, error))
+        return usage("--interval: " + error);
+    bool formatOk = true;
+    const OutputFormat format = ParseFormat(parsed, formatOk, error);
+    if (!formatOk)
+        return usage(error);
+
+    Session session;
+    if (!OpenSession(parsed, session, error))
+        return Fail(error);
+
+    // One Channel per distinct port, whether watched, sent on, or both.
+    std::map<CKVX_HdwPort*, std::unique_ptr<Channel>> channels;
+    auto channelFor = [&](const PortSpec& spec) -> Channel* {
+        std::string name;
+        CKVX_HdwPort* port = session.Resolve(spec, name, error);
+        if (!port)
+            return nullptr;
+        auto& c = channels[port];
+        if (!c)
+            c = std::make_unique<Channel>(port, name);
+        return c.get();
+    };
+    std::vector<Channel*> watched;
+    for (const auto& w : watch) {
+        Channel* c = channelFor(w);
+        if (!c)
+            return Fail(error);
+        if (std::find(watched.begin(), watched.end(), c) != watched.end())
+            continue;
+        if (!c->EnableReceive(options, error))
+            return Fail(error);
+        watched.push_back(c);
+    }
+    std::vector<SendPlan::Value> values;
+    std::set<Channel*> senders;
+    for (const auto& s : sends) {
+        Channel* c = channelFor(s.Port);
+        if (!c)
+            return Fail(error);
+        SendPlan::Value v{c, {}};
+        if (!ParseValueFor(c->PortType(), s.Value, v.Data, error))
+            return usage(error);
+        if (senders.insert(c).second && !c->EnableTransmit(error))
+            return Fail(error);
+        values.push_back(std::move(v));
+    }
+    // Receivers first, so that nothing sent is missed.
+    for (Channel* c : watched)
+        if (!c->Open(options, error))
+            return Fail(error);
+    for (Channel* c : senders)
+        if (std::find(watched.begin(), watched.end(), c) == watched.end() && !c->Open(options, error))
+            return Fail(error);
+
+    InstallStopHandler();
+    const bool terminal = IsTerminal(1);
+    std::vector<std::string> names;
+    for (Channel* c : watched)
+        names.push_back(c->Name());
+    StatusLine status(terminal && !parsed.Has("no-status"), stdout, names);
+    if (terminal || format == OutputFormat::Csv) {
+        std::set<const Columns*> shown;
+        for (Channel* c : watched) {
+            const Columns& cols = ColumnsFor(c->PortType());
+            if (shown.insert(&cols).second)
+                std::printf("%s%s\n", format == OutputFormat::Csv ? "" : "# ",
+                            RenderRow(cols.Header, cols, format).c_str());
+        }
+    }
+    const auto start = std::chrono::steady_clock::now();
+    auto now = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+    SendPlan plan(std::move(values), repeat, double(intervalMs));
+    uint64_t printed = 0;
+    std::vector<Item> items;
+    int result = ExitOk;
+    while (!StopRequested()) {
+        const double t = now();
+        if (duration > 0 && t >= duration)
+            break;
+        if (!plan.Done() && !plan.Step(t, error, [](const SendPlan::Value&) {})) {
+            result = Fail(error);
+            break;
+        }
+        bool any = false;
+        for (size_t i = 0; i < watched.size() && (count == 0 || printed < count); ++i) {
+            items.clear();
+            if (!watched[i]->Poll(items, error)) {
+                status.Clear();
+                result = Fail(error);
+                break;
+            }
+            if (items.empty())
+                continue;
+            any = true;
+            status.Clear();
+            for (const auto& it : items) {
+                if (count != 0 && printed >= count)
+                    break;
+                std::printf("%s\n", RenderRow(ItemFields(it, watched[i]->Name()), ColumnsFor(it.PortType), format)
+                                        .c_str());
+                ++printed;
+                status.Add(i, 1);
+            }
+        }
+        if (result != ExitOk || (count != 0 && printed >= count))
+            break;
+        if (any && !terminal)
+            std::fflush(stdout);
+        status.Draw(now());
+        if (!any)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    status.Clear();
+    std::fflush(stdout);
+    if (terminal)
+        std::fprintf(stderr, "%llu items in %.1f s\n", static_cast<unsigned long long>(printed), now());
+    if (result == ExitOk && count != 0 && printed < count && !StopRequested())
+        result = Fail("monitor: " + std::to_string(printed) + " of " + std::to_string(count) +
+                      " items arrived within --duration");
+    return result;
+}
+
+} // namespace hdwtool

@@ -1,0 +1,106 @@
+// hdwtool send PORT VALUE...: puts words, frames or bytes on a bus and waits
+// until the unit has confirmed them.
+#include "Commands.h"
+#include "SendPlan.h"
+#include "Terminal.h"
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
+
+namespace hdwtool {
+
+int RunSend(const std::vector<std::string>& args)
+{
+    auto specs = LinkOptions();
+    for (const char* o : {"rate", "parity", "bitrate", "sample-point", "repeat", "interval"})
+        specs.push_back({o, 0, true, false});
+    specs.push_back({"verbose", 'v', false, false});
+    ParsedArgs parsed;
+    if (const int rc = ParseCommand("send", specs, args, parsed); rc >= 0)
+        return rc;
+    std::string error;
+    const auto& pos = parsed.Positionals();
+    if (pos.size() < 2)
+        return Fail("send: give a port and at least one value (see hdwtool send --help)", ExitUsage);
+    PortSpec spec;
+    if (!ParsePortSpec(pos[0], spec, error))
+        return Fail("send: " + error, ExitUsage);
+    PortOptions options;
+    if (!ParsePortOptions(parsed, options, error))
+        return Fail("send: " + error, ExitUsage);
+    uint64_t repeat = 1;
+    double interval = 0;
+    if (parsed.Has("repeat") && !ParseCount(parsed.Get("repeat"), repeat, error))
+        return Fail("send: --repeat: " + error, ExitUsage);
+    if (parsed.Has("interval")) {
+        uint64_t ms = 0;
+        if (!ParseCount(parsed.Get("interval"), ms, error))
+            return Fail("send: --interval: " + error, ExitUsage);
+        interval = double(ms);
+    }
+    if (repeat == 0)
+        return Fail("send: --repeat must be at least 1", ExitUsage);
+    // A port named by type: check the values before any unit is touched.
+    if (!spec.ByKey)
+        for (size_t i = 1; i < pos.size(); ++i) {
+            Item it;
+            if (!ParseValueFor(spec.PortType, pos[i], it, error))
+                return Fail("send: " + error, ExitUsage);
+        }
+
+    Session session;
+    if (!OpenSession(parsed, session, error))
+        return Fail(error);
+    std::string name;
+    CKVX_HdwPort* port = session.Resolve(spec, name, error);
+    if (!port)
+        return Fail(error);
+    Channel channel(port, name);
+    std::vector<SendPlan::Value> values;
+    for (size_t i = 1; i < pos.size(); ++i) {
+        SendPlan::Value v{&channel, {}};
+        if (!ParseValueFor(channel.PortType(), pos[i], v.Data, error))
+            return Fail("send: " + error, ExitUsage);
+        values.push_back(std::move(v));
+    }
+    if (!channel.EnableTransmit(error) || !channel.Open(options, error))
+        return Fail(error);
+
+    InstallStopHandler();
+    const bool verbose = parsed.Has("verbose");
+    const auto start = std::chrono::steady_clock::now();
+    auto now = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+    SendPlan plan(std::move(values), repeat, interval);
+    uint64_t sent = 0;
+    while (!plan.Done() && !StopRequested()) {
+        const bool ok = plan.Step(now(), error, [&](const SendPlan::Value& v) {
+            ++sent;
+            if (verbose) {
+                Item shown = v.Data;
+                shown.TimeUs = uint64_t(now() * 1e6);
+                std::printf("%s\n", RenderRow(ItemFields(shown, name), ColumnsFor(shown.PortType), OutputFormat::Text)
+                                        .c_str());
+            }
+        });
+        if (!ok)
+            return Fail(error);
+        if (!plan.Done())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::fflush(stdout);
+    // Wait for the unit to confirm what was written: closing earlier would
+    // drop the rest. Allow for slow buses.
+    const double deadline = now() + 10.0 + double(sent) * 0.003;
+    unsigned pending = channel.Pending();
+    while (pending != 0 && now() < deadline && !StopRequested()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        pending = channel.Pending();
+    }
+    if (pending != 0)
+        return Fail("send: the unit did not confirm " + std::to_string(pending) + " of " + std::to_string(sent) +
+                    " values on " + name + " (bus not running, or the link stalled)");
+    return StopRequested() ? ExitFailed : ExitOk;
+}
+
+} // namespace hdwtool
