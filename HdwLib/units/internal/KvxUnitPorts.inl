@@ -16,12 +16,12 @@ unsigned FinishOpen(P& port, unsigned openResult, unsigned timeoutMs)
     auto* inst = InstanceOf<B>(&port);
     const uint16_t configNumber = inst ? LastCommandNumber<B>(inst) : 0;
     port.DeviceUnlock();
-    if (openResult != 0) {
-        if (openResult != HDW_ERR_PORT_ALREADY_OPEN && !port.IsOpen())
-            if (CKVX_HdwDevice* device = port.GetHdwDevice())
-                device->Close(port.GetDeviceId());
+    // A refused open leaves the unit's link as it is (open, when the generic
+    // open got that far), like a service that fails to start: closing it here
+    // would race the unit's echo of the closing session against a quick
+    // re-open. The manager's Stop closes it.
+    if (openResult != 0)
         return openResult;
-    }
     if (WaitCommandDone<B>(&port, configNumber, timeoutMs ? timeoutMs : 1000) != 0) {
         port.Close();
         return HDW_ERR_LINK;
