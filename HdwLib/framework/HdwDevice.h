@@ -11,6 +11,7 @@
 #include <HdwLib/framework/HdwInitPortDesc.h>
 #include <HdwLib/framework/HdwPort.h>
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -34,8 +35,9 @@ public:
 
         bool Lock();
         bool Unlock();
-        bool IsOpen() const { return m_Open; }
-        void SetOpen(bool open) { m_Open = open; }
+        // Set and cleared by the transport in Open/Close of the instance; read by the tick.
+        bool IsOpen() const { return m_Open.load(std::memory_order_acquire); }
+        void SetOpen(bool open) { m_Open.store(open, std::memory_order_release); }
         CKVX_Mutex* GetMutex() { return m_Mutex; }
 
         // Open ports of this unit (attached to the tick); not owned.
@@ -49,7 +51,7 @@ public:
         CKVX_String Link;
 
     private:
-        bool m_Open = false;
+        std::atomic<bool> m_Open{false};
         CKVX_Mutex* m_Mutex = nullptr;
         CKVX_List<CKVX_HdwPort*> m_PortList;
     };

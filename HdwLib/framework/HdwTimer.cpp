@@ -39,18 +39,17 @@ unsigned CKVX_HdwTimer::Start(unsigned periodMs, t_Callback callback, void* cont
     m_Callback = callback;
     m_Context = context;
     unsigned short resolution = 0;
-    m_TimerId = hdw::platform::TimerStart(periodMs, &CKVX_HdwTimer::Fire, this, resolution);
+    void* id = hdw::platform::TimerStart(periodMs, &CKVX_HdwTimer::Fire, this, resolution);
     m_Resolution = resolution;
-    return m_TimerId ? 0u : 1u;
+    m_TimerId.store(id, std::memory_order_release);
+    return id ? 0u : 1u;
 }
 
 unsigned CKVX_HdwTimer::Stop()
 {
-    if (!m_TimerId)
-        return 0;
-    void* id = m_TimerId;
-    hdw::platform::TimerStop(id);
-    m_TimerId = nullptr;
+    void* id = m_TimerId.exchange(nullptr, std::memory_order_acq_rel);
+    if (id)
+        hdw::platform::TimerStop(id);
     return 0;
 }
 

@@ -30,7 +30,7 @@ public:
     // Always 0.
     unsigned Stop();
 
-    bool IsRunning() const { return m_TimerId != nullptr; }
+    bool IsRunning() const { return m_TimerId.load(std::memory_order_acquire) != nullptr; }
     unsigned GetPeriod() const { return m_Period; }
     unsigned short GetResolution() const { return m_Resolution; }
     uint64_t GetTickCounter() const { return m_TickCount.load(std::memory_order_relaxed); }
@@ -55,7 +55,7 @@ private:
 
     CKVX_Mutex m_Mutex;
     unsigned m_Period = 50;
-    void* m_TimerId = nullptr;
+    std::atomic<void*> m_TimerId{nullptr};
     std::atomic<uint64_t> m_TickCount{0};
     t_Callback m_Callback = nullptr;
     void* m_Context = nullptr;

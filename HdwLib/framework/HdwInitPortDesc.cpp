@@ -1,0 +1,3 @@
+#include <HdwLib/framework/HdwInitPortDesc.h>
+
+CKVX_HdwInitPortDesc::~CKVX_HdwInitPortDesc() = default;

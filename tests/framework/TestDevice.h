@@ -1,0 +1,274 @@
+#pragma once
+// A device, port and service written for the framework tests: the object
+// model is abstract, so these play a unit driver's part and record what the
+// framework asks of them, in order.
+
+#include <HdwLib/HdwLib.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace fwtest {
+
+// Call log shared by a device and everything it owns.
+class CallLog {
+public:
+    void Add(const std::string& entry)
+    {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Entries.push_back(entry);
+    }
+    std::vector<std::string> Take()
+    {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        std::vector<std::string> out;
+        out.swap(m_Entries);
+        return out;
+    }
+    std::vector<std::string> Snapshot()
+    {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_Entries;
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::vector<std::string> m_Entries;
+};
+
+class TestDevice;
+
+class TestService : public CKVX_HdwService {
+public:
+    TestService(CKVX_HdwObject* port, unsigned type, CallLog* log, std::string name)
+        : CKVX_HdwService(port), m_Log(log), m_Name(std::move(name))
+    {
+        m_ServiceType = type;
+    }
+    ~TestService() override
+    {
+        if (m_Log)
+            m_Log->Add(m_Name + ".deleted");
+    }
+
+    unsigned Start() override
+    {
+        m_Log->Add(m_Name + ".Start" + (GetHdwPort()->IsOpen() ? "(port open)" : "(port closed)"));
+        if (StartResult == 0)
+            SetStatus(HDW_SERVICE_RUNNING);
+        return StartResult;
+    }
+    unsigned Stop() override
+    {
+        m_Log->Add(m_Name + ".Stop");
+        SetStatus(HDW_SERVICE_STOPPED);
+        return 0;
+    }
+    unsigned HdwTimerHandler(uint64_t ticks) override
+    {
+        lastTick = ticks;
+        ++tickCount;
+        if (LogTicks)
+            m_Log->Add(m_Name + ".Tick");
+        return TickResult;
+    }
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    {
+        ++eventCount;
+        m_Log->Add(m_Name + ".Event:" + event->GetChannelId().c_str());
+        return EventResult;
+    }
+
+    unsigned StartResult = 0;
+    std::atomic<unsigned> TickResult{0};
+    unsigned EventResult = 0;
+    bool LogTicks = false;
+    std::atomic<uint64_t> lastTick{0};
+    std::atomic<unsigned> tickCount{0};
+    std::atomic<unsigned> eventCount{0};
+
+private:
+    CallLog* m_Log;
+    std::string m_Name;
+};
+
+class TestPort : public CKVX_HdwPort {
+public:
+    TestPort(CKVX_HdwObject* device, unsigned instance, const CKVX_String& channel, unsigned type, CallLog* log)
+        : CKVX_HdwPort(device, instance, channel), m_Log(log)
+    {
+        m_PortType = type;
+    }
+
+    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
+                           CKVX_HdwService::CParameters* params) override
+    {
+        if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
+            return rc;
+        auto* s = new TestService(this, serviceType, m_Log, Name() + ".svc" + std::to_string(m_Services.GetLength()));
+        m_Services += s;
+        if (service)
+            *service = s;
+        return 0;
+    }
+
+    std::string Name() const { return std::string("port") + std::to_string(GetDeviceId()) + GetChannelId().c_str(); }
+
+    TestService* Service(unsigned index)
+    {
+        unsigned i = 0;
+        for (CKVX_HdwService* s : m_Services)
+            if (i++ == index)
+                return static_cast<TestService*>(s);
+        return nullptr;
+    }
+
+private:
+    CallLog* m_Log;
+};
+
+class TestInstance : public CKVX_HdwDevice::CDeviceInstance {
+public:
+    TestInstance(CallLog* log, unsigned index) : m_Log(log), m_Index(index) {}
+    unsigned OpenPort(CKVX_HdwPort* port, CKVX_HdwPort::CParameters*) override
+    {
+        m_Log->Add("inst" + std::to_string(m_Index) + ".OpenPort:" + port->GetChannelId().c_str());
+        return OpenPortResult;
+    }
+    unsigned ClosePort(CKVX_HdwPort* port) override
+    {
+        m_Log->Add("inst" + std::to_string(m_Index) + ".ClosePort:" + port->GetChannelId().c_str());
+        return 0;
+    }
+    unsigned OpenPortResult = 0;
+
+private:
+    CallLog* m_Log;
+    unsigned m_Index;
+};
+
+// One port layout entry: port type and channel text.
+struct PortSpec {
+    unsigned type;
+    const char* channel;
+};
+
+class TestDevice : public CKVX_HdwDevice {
+public:
+    TestDevice(uint64_t code, unsigned instances, std::vector<PortSpec> ports)
+        : m_Instances(instances), m_Ports(std::move(ports))
+    {
+        m_DeviceCode = code;
+        m_Manufacturer = "Test Manufacturer";
+        m_ModelName = "Testunit";
+    }
+    ~TestDevice() override
+    {
+        DestroyPorts();
+        DestroyDeviceList();
+    }
+
+    unsigned Init(unsigned) override
+    {
+        for (unsigned i = 0; i < GetEnumerationLinkCount(); ++i) {
+            CKVX_HdwInitPortDesc* link = GetEnumerationLink(i);
+            link->Result = link->Link == "dead" ? unsigned(HDW_ERR_LINK) : 0u;
+            seenLinks.push_back(link->Link.c_str());
+        }
+        seenScan = IsScanRequested();
+        if (const unsigned rc = CKVX_HdwDevice::Init(m_Instances))
+            return rc;
+        for (unsigned i = 0; i < m_Instances; ++i) {
+            auto* inst = new TestInstance(&log, i);
+            inst->SerialNumber.Format("SN%u", i);
+            m_DeviceList += inst;
+        }
+        for (unsigned i = 0; i < m_Instances; ++i)
+            for (const PortSpec& p : m_Ports)
+                AddPortDescriptor(i, new TestPort(this, i, p.channel, p.type, &log), 0, p.channel);
+        return 0;
+    }
+    unsigned Run() override
+    {
+        log.Add("dev" + std::to_string(GetDeviceCode()) + ".Run");
+        return RunResult;
+    }
+    unsigned Stop() override
+    {
+        log.Add("dev" + std::to_string(GetDeviceCode()) + ".Stop");
+        return SkipBaseStop ? 0 : CKVX_HdwDevice::Stop();
+    }
+    unsigned Open(unsigned instance) override
+    {
+        log.Add("dev.Open(" + std::to_string(instance) + ")");
+        if (OpenResult)
+            return OpenResult;
+        GetDeviceInstance(instance)->SetOpen(true);
+        return 0;
+    }
+    unsigned Close(unsigned instance) override
+    {
+        log.Add("dev.Close(" + std::to_string(instance) + ")");
+        if (CanClose(instance))
+            if (CDeviceInstance* inst = GetDeviceInstance(instance))
+                inst->SetOpen(false);
+        return 0;
+    }
+    unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t) override
+    {
+        if (LogTicks)
+            log.Add("start" + std::to_string(instance));
+        if (OnStartHandler)
+            OnStartHandler(instance);
+        return instance == FailStartInstance ? 1u : 0u;
+    }
+    unsigned HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t) override
+    {
+        if (LogTicks)
+            log.Add("end" + std::to_string(instance));
+        return instance == FailEndInstance ? 1u : 0u;
+    }
+
+    TestPort* Port(unsigned instance, unsigned index)
+    {
+        CPortDescriptorsVector* v = nullptr;
+        if (GetPortDescriptor(instance, &v) != 0 || index >= v->GetLength())
+            return nullptr;
+        return static_cast<TestPort*>((*v)[index].Port);
+    }
+    using CKVX_HdwDevice::AbortAllServices;
+
+    CallLog log;
+    unsigned RunResult = 0;
+    unsigned OpenResult = 0;
+    bool SkipBaseStop = false;
+    bool LogTicks = false;
+    unsigned FailStartInstance = ~0u;
+    unsigned FailEndInstance = ~0u;
+    std::function<void(unsigned)> OnStartHandler;
+    std::vector<std::string> seenLinks;
+    bool seenScan = false;
+
+private:
+    unsigned m_Instances;
+    std::vector<PortSpec> m_Ports;
+};
+
+// Polls `condition` until it holds or `timeout` passes.
+inline bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10))
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+} // namespace fwtest

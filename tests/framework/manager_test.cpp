@@ -1,0 +1,293 @@
+// The manager: attaching, enumeration and numbering, run/stop, the Ethernet
+// port pool.
+#include "TestDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+using namespace fwtest;
+
+namespace {
+
+TEST(ManagerAttach, RefusesTheSameObjectOrDeviceCodeTwiceAndWhileRunning)
+{
+    TestDevice a{1, 1, {}}, sameCode{1, 1, {}}, b{2, 1, {}}, c{3, 1, {}};
+    CKVX_HdwManager m;
+    EXPECT_EQ(m.AttachDevice(&a), 0u);
+    EXPECT_EQ(m.AttachDevice(&a), 7u);
+    EXPECT_EQ(m.AttachDevice(&sameCode), 7u);
+    EXPECT_EQ(sameCode.GetManager(), nullptr);
+    EXPECT_EQ(m.AttachDevice(&b), 0u);
+    EXPECT_EQ(m.GetDeviceCount(), 2u);
+    EXPECT_EQ(m.AttachDevice(nullptr), 2u);
+    ASSERT_EQ(m.Run(), 0u);
+    EXPECT_EQ(m.AttachDevice(&c), 10u);
+    EXPECT_EQ(m.Enumerate(), 10u);
+    m.Stop();
+    EXPECT_EQ(a.GetManager(), &m);
+}
+
+TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder)
+{
+    // Device A: 2 units, each with TX 0..1, RX 0, CAN 0. Device B: 1 unit with TX 0 and CAN 0..1.
+    TestDevice a{10, 2, {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_ARINC429_TX, "1"}, {HDW_PORT_ARINC429_RX, "0"},
+                         {HDW_PORT_CAN, "0"}}};
+    TestDevice b{11, 1, {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&a), 0u);
+    ASSERT_EQ(m.AttachDevice(&b), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_ARINC429_TX), 5u);
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_ARINC429_RX), 2u);
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 4u);
+    EXPECT_EQ(m.GetPort(HDW_PORT_ARINC429_TX, 0), a.Port(0, 0));
+    EXPECT_EQ(m.GetPort(HDW_PORT_ARINC429_TX, 1), a.Port(0, 1));
+    EXPECT_EQ(m.GetPort(HDW_PORT_ARINC429_TX, 2), a.Port(1, 0));
+    EXPECT_EQ(m.GetPort(HDW_PORT_ARINC429_TX, 4), b.Port(0, 0));
+    EXPECT_EQ(m.GetPort(HDW_PORT_CAN, 1), a.Port(1, 3));
+    EXPECT_EQ(m.GetPort(HDW_PORT_CAN, 3), b.Port(0, 2));
+    EXPECT_EQ(m.GetPort(HDW_PORT_CAN, 4), nullptr);
+    EXPECT_EQ(m.GetPort(HDW_PORT_UART, 0), nullptr);
+    EXPECT_EQ(m.GetPort(999, 0), nullptr);
+
+    // The device's descriptors carry the number too.
+    CKVX_HdwDevice::CPortDescriptorsVector* v = nullptr;
+    ASSERT_EQ(b.GetPortDescriptor(0, &v), 0u);
+    EXPECT_EQ((*v)[2].AbsNum, 3);
+    EXPECT_EQ((*v)[2].Manufacturer, "Test Manufacturer");
+    EXPECT_EQ((*v)[2].SerialNumber, "SN0");
+
+    CKVX_HdwManager::CPortInfoVector list;
+    ASSERT_EQ(m.GetPortList(list), 0u);
+    ASSERT_EQ(list.GetLength(), 11u);
+    for (unsigned i = 1; i < list.GetLength(); ++i)
+        EXPECT_LE(list[i - 1].AbsNum, list[i].AbsNum);
+    std::set<std::pair<unsigned, unsigned>> unique;
+    for (const auto& info : list)
+        EXPECT_TRUE(unique.insert({info.PortType, info.AbsNum}).second) << "a number is given twice";
+    ASSERT_EQ(m.GetPortList(HDW_PORT_CAN, list), 0u);
+    ASSERT_EQ(list.GetLength(), 4u);
+    EXPECT_EQ(list[3].DeviceCode, 11u);
+    EXPECT_EQ(list[3].ChannelId, "1");
+}
+
+TEST(ManagerNumbering, ReEnumerationNumbersFromZeroAgain)
+{
+    TestDevice a{10, 1, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&a), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 2u);
+    EXPECT_EQ(m.GetPort(HDW_PORT_CAN, 1), a.Port(0, 1));
+}
+
+TEST(ManagerNumbering, PortSorterComparesAbsoluteNumbersUnsigned)
+{
+    CKVX_HdwManager::CPortDescriptor x, y;
+    x.AbsNum = 3;
+    y.AbsNum = 3;
+    EXPECT_EQ(CKVX_HdwManager::PortSorter(x, y), 0);
+    y.AbsNum = 0x80000000u;
+    EXPECT_EQ(CKVX_HdwManager::PortSorter(x, y), -1);
+    EXPECT_EQ(CKVX_HdwManager::PortSorter(y, x), 1);
+}
+
+TEST(ManagerEnumerate, LinksGoToTheDeviceWithTheirCodeAndReportResults)
+{
+    TestDevice a{3, 1, {{HDW_PORT_CAN, "0"}}};
+    TestDevice b{4, 1, {{HDW_PORT_CAN, "0"}}};
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&a), 0u);
+    ASSERT_EQ(m.AttachDevice(&b), 0u);
+    CKVX_HdwManager::CInitPortDesc links[] = {{3, "/dev/pts/7"}, {9, "/dev/ttyUSB0"}, {3, "dead"}};
+    ASSERT_EQ(m.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(a.seenLinks, (std::vector<std::string>{"/dev/pts/7", "dead"}));
+    EXPECT_FALSE(a.seenScan);
+    EXPECT_EQ(links[0].Result, 0u);
+    EXPECT_EQ(links[1].Result, 2u) << "no attached device has code 9";
+    EXPECT_EQ(links[2].Result, 14u);
+    // b had no link and no scan: it keeps no units.
+    EXPECT_EQ(b.GetInstanceCount(), 0u);
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 1u);
+
+    ASSERT_EQ(m.Enumerate(), 0u);
+    EXPECT_TRUE(b.seenScan);
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 2u);
+    EXPECT_EQ(m.Enumerate(nullptr, 2, 0), 2u);
+}
+
+TEST(ManagerRun, FailingDeviceRunLeavesManagerStoppedAndLaterDevicesUnrun)
+{
+    TestDevice a{1, 1, {}}, b{2, 1, {}}, c{3, 1, {}};
+    b.RunResult = 13;
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&a), 0u);
+    ASSERT_EQ(m.AttachDevice(&b), 0u);
+    ASSERT_EQ(m.AttachDevice(&c), 0u);
+    EXPECT_EQ(m.Run(), 13u);
+    EXPECT_FALSE(m.IsRunning());
+    EXPECT_EQ(a.log.Take(), std::vector<std::string>{"dev1.Run"});
+    EXPECT_EQ(b.log.Take(), std::vector<std::string>{"dev2.Run"});
+    EXPECT_TRUE(c.log.Take().empty());
+    EXPECT_EQ(m.GetTickCounter(), 0u) << "the timer must not have started";
+    EXPECT_EQ(m.Stop(), 0u);
+    EXPECT_TRUE(a.log.Take().empty()) << "Stop of a stopped manager does nothing";
+}
+
+TEST(ManagerRun, RunTwiceIsHarmlessAndStopStopsEveryDeviceInOrder)
+{
+    TestDevice a{1, 1, {}}, b{2, 1, {}};
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&a), 0u);
+    ASSERT_EQ(m.AttachDevice(&b), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+    ASSERT_EQ(m.Run(), 0u);
+    ASSERT_EQ(m.Run(), 0u);
+    EXPECT_EQ(a.log.Take(), std::vector<std::string>{"dev1.Run"});
+    EXPECT_EQ(b.log.Take(), std::vector<std::string>{"dev2.Run"});
+    EXPECT_TRUE(m.IsRunning());
+    ASSERT_EQ(m.Stop(), 0u);
+    EXPECT_FALSE(m.IsRunning());
+    EXPECT_EQ(a.log.Take(), (std::vector<std::string>{"dev1.Stop", "dev.Close(0)"}));
+    EXPECT_EQ(b.log.Take(), (std::vector<std::string>{"dev2.Stop", "dev.Close(0)"}));
+}
+
+TEST(ManagerParameters, TimerPeriodIsCheckedAndFixedWhileRunning)
+{
+    CKVX_HdwManager m;
+    CKVX_HdwManager::CParameters p;
+    ASSERT_EQ(m.GetParameters(p), 0u);
+    EXPECT_EQ(p.TimerPeriod, CKVX_HdwManager::DefaultTimerPeriod);
+    p.TimerPeriod = 0;
+    EXPECT_EQ(m.SetParameters(p), 2u);
+    p.TimerPeriod = 5;
+    EXPECT_EQ(m.SetParameters(p), 0u);
+    ASSERT_EQ(m.Run(), 0u);
+    p.TimerPeriod = 2;
+    EXPECT_EQ(m.SetParameters(p), 10u);
+    m.Stop();
+    ASSERT_EQ(m.GetParameters(p), 0u);
+    EXPECT_EQ(p.TimerPeriod, 5u);
+}
+
+TEST(ManagerSysEthPorts, RotatesReleasesAndRunsOut)
+{
+    CKVX_HdwManager m;
+    unsigned short p = 0;
+    ASSERT_EQ(m.GetSysEthPort(p), 0u);
+    EXPECT_EQ(p, CKVX_HdwManager::SysEthPortFirst);
+    ASSERT_EQ(m.GetSysEthPort(p), 0u);
+    EXPECT_EQ(p, CKVX_HdwManager::SysEthPortFirst + 1);
+    m.ReleaseSysEthPort(CKVX_HdwManager::SysEthPortFirst);
+    // The cursor rotates on: the released port comes back only after a lap.
+    ASSERT_EQ(m.GetSysEthPort(p), 0u);
+    EXPECT_EQ(p, CKVX_HdwManager::SysEthPortFirst + 2);
+
+    std::set<unsigned short> taken = {static_cast<unsigned short>(CKVX_HdwManager::SysEthPortFirst + 1),
+                                      static_cast<unsigned short>(CKVX_HdwManager::SysEthPortFirst + 2)};
+    while (m.GetSysEthPort(p) == 0)
+        EXPECT_TRUE(taken.insert(p).second) << "port " << p << " lent twice";
+    EXPECT_EQ(taken.size(), size_t(CKVX_HdwManager::SysEthPortCount));
+    EXPECT_EQ(m.GetSysEthPort(p), 21u);
+
+    m.ReleaseSysEthPort(0); // ignored
+    EXPECT_EQ(m.GetSysEthPort(p), 21u);
+    m.ReleaseSysEthPort(CKVX_HdwManager::SysEthPortFirst + 7);
+    ASSERT_EQ(m.GetSysEthPort(p), 0u);
+    EXPECT_EQ(p, CKVX_HdwManager::SysEthPortFirst + 7);
+}
+
+TEST(ManagerSysEthPorts, ConcurrentBorrowersNeverShareAPort)
+{
+    CKVX_HdwManager m;
+    std::mutex mu;
+    std::multiset<unsigned short> seen;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 16; ++i) {
+                unsigned short p = 0;
+                if (m.GetSysEthPort(p) == 0) {
+                    std::lock_guard<std::mutex> lock(mu);
+                    seen.insert(p);
+                }
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(seen.size(), size_t(CKVX_HdwManager::SysEthPortCount));
+    for (unsigned short p : seen)
+        EXPECT_EQ(seen.count(p), 1u);
+}
+
+TEST(DeviceBase, RangeChecksAndLinkTimeout)
+{
+    TestDevice d{5, 2, {{HDW_PORT_CAN, "0"}}};
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&d), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+    EXPECT_NE(d.GetDeviceInstance(1), nullptr);
+    EXPECT_EQ(d.GetDeviceInstance(2), nullptr);
+    CKVX_HdwDevice::CPortDescriptorsVector* v = nullptr;
+    EXPECT_EQ(d.GetPortDescriptor(2, &v), 2u);
+    EXPECT_EQ(d.CKVX_HdwDevice::Init(0), 2u);
+
+    EXPECT_EQ(d.SetLinkTimeout(250), 0u);
+    EXPECT_EQ(d.GetLinkTimeout(), 250u);
+    ASSERT_EQ(m.Run(), 0u);
+    CKVX_HdwService* s = nullptr;
+    ASSERT_EQ(d.Port(1, 0)->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+    ASSERT_EQ(d.Port(1, 0)->Open(nullptr), 0u);
+    EXPECT_EQ(d.SetLinkTimeout(100), 10u);
+    EXPECT_EQ(d.GetLinkTimeout(), 250u);
+    m.Stop();
+    EXPECT_EQ(d.SetLinkTimeout(100), 0u);
+}
+
+TEST(DeviceBase, DescriptorDefaultsAndEquality)
+{
+    CKVX_HdwDevice::CPortDescriptor a;
+    EXPECT_EQ(a.AbsNum, -1);
+    EXPECT_EQ(a.PortType, 0u);
+    EXPECT_EQ(a.Tag, CKVX_HdwDevice::CPortDescriptor::DefaultTag);
+    CKVX_HdwDevice::CPortDescriptor b = a;
+    EXPECT_TRUE(a == b);
+    b.IntChannel = "00000003";
+    EXPECT_TRUE(a != b);
+}
+
+TEST(HdwObject, BusNamesAndBusType)
+{
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(0), "Internal");
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(7), "NU");
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(17), "ACPI");
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(18), "Unknown");
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(999), "Unknown");
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(1000), "Ethernet");
+    EXPECT_EQ(CKVX_HdwObject::GetBusName(1001), "USB");
+    struct {
+        unsigned type;
+        unsigned other;
+    } record{1001, 5};
+    EXPECT_EQ(CKVX_HdwObject::GetBusType(&record), 1001u);
+}
+
+std::vector<std::string>* g_DebugLines = nullptr;
+void CollectDebug(const char* text) { g_DebugLines->push_back(text); }
+
+TEST(HdwObject, DebugOutputGoesToTheInstalledSinkOnly)
+{
+    std::vector<std::string> lines;
+    g_DebugLines = &lines;
+    CKVX_HdwObject::DebugOutput("before\n");
+    CKVX_HdwObject::SetDebugOutput(&CollectDebug);
+    CKVX_HdwObject::DebugOutput("LINK TIMEOUT!!!\n");
+    CKVX_HdwObject::SetDebugOutput(nullptr);
+    CKVX_HdwObject::DebugOutput("after\n");
+    EXPECT_EQ(lines, std::vector<std::string>{"LINK TIMEOUT!!!\n"});
+}
+
+} // namespace

@@ -1,0 +1,216 @@
+// Opening and closing ports: the order of the steps, the result codes of
+// every wrong state, and what is left behind when a step fails.
+#include "TestDevice.h"
+
+#include <gtest/gtest.h>
+
+using namespace fwtest;
+
+namespace {
+
+class PortLifecycle : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
+        ASSERT_EQ(manager.Enumerate(), 0u);
+        port = device.Port(0, 0);
+        ASSERT_NE(port, nullptr);
+        ASSERT_EQ(manager.Run(), 0u);
+        device.log.Take();
+    }
+    void TearDown() override { manager.Stop(); }
+
+    TestService* Enable(unsigned type = HDW_SERVICE_SIGNAL)
+    {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(port->EnableService(type, &s, nullptr), 0u);
+        return static_cast<TestService*>(s);
+    }
+
+    TestDevice device{50, 1, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
+    CKVX_HdwManager manager;
+    TestPort* port = nullptr;
+};
+
+TEST_F(PortLifecycle, OpenOpensLinkThenChannelThenStartsServicesBeforeThePortCountsAsOpen)
+{
+    Enable();
+    Enable();
+    CKVX_HdwPort::CParameters params;
+    params.PortNum = 17;
+    ASSERT_EQ(port->Open(&params), 0u);
+    EXPECT_TRUE(port->IsOpen());
+    EXPECT_EQ(port->GetPortNum(), 17u);
+    const std::vector<std::string> expected = {
+        "dev.Open(0)", "inst0.OpenPort:0", "port00.svc0.Start(port closed)", "port00.svc1.Start(port closed)"};
+    EXPECT_EQ(device.log.Take(), expected);
+    // Attached to the tick only after it counts as open.
+    EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 1u);
+    EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
+
+TEST_F(PortLifecycle, OpenRefusesWithoutServiceOrWhenOpenOrWhenManagerStopped)
+{
+    EXPECT_EQ(port->Open(nullptr), 15u);
+    EXPECT_TRUE(device.log.Take().empty()) << "the device must not be touched";
+
+    Enable();
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    EXPECT_EQ(port->Open(nullptr), 18u);
+
+    TestPort* other = device.Port(0, 1);
+    manager.Stop();
+    CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
+    EXPECT_EQ(other->Open(nullptr), 10u);
+}
+
+TEST_F(PortLifecycle, FailingServiceStartDeletesAllServicesAndLeavesTheLinkOpen)
+{
+    Enable();
+    TestService* second = Enable();
+    second->StartResult = 3;
+    EXPECT_EQ(port->Open(nullptr), 15u);
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->GetServiceCount(), 0u);
+    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen()) << "the unit link opened in step 4 stays open";
+    EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 0u);
+    const auto log = device.log.Take();
+    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc0.deleted"), log.end());
+    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc1.deleted"), log.end());
+}
+
+TEST_F(PortLifecycle, FailingLinkOrChannelOpenIsReported)
+{
+    Enable();
+    device.OpenResult = 5;
+    EXPECT_EQ(port->Open(nullptr), 14u);
+    EXPECT_FALSE(port->IsOpen());
+    device.OpenResult = 0;
+    static_cast<TestInstance*>(device.GetDeviceInstance(0))->OpenPortResult = 2;
+    EXPECT_EQ(port->Open(nullptr), 2u) << "OnOpening's own code comes back";
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->GetServiceCount(), 1u) << "a channel refusal keeps the services";
+}
+
+TEST_F(PortLifecycle, CloseClosesChannelDetachesStopsServicesThenClosesDevice)
+{
+    Enable();
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    device.log.Take();
+    EXPECT_EQ(port->Close(), 0u);
+    EXPECT_FALSE(port->IsOpen());
+    const std::vector<std::string> expected = {"inst0.ClosePort:0", "port00.svc0.Stop", "dev.Close(0)"};
+    EXPECT_EQ(device.log.Take(), expected);
+    EXPECT_EQ(port->GetServiceCount(), 1u) << "services stay enabled";
+    EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
+    // A later Open starts them again.
+    EXPECT_EQ(port->Open(nullptr), 0u);
+    EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    // Close of a closed port is a no-op.
+    EXPECT_EQ(port->Close(), 0u);
+    EXPECT_EQ(port->Close(), 0u);
+}
+
+TEST_F(PortLifecycle, DeviceLinkStaysOpenWhileAnotherPortOfTheUnitIsOpen)
+{
+    TestPort* other = device.Port(0, 1);
+    Enable();
+    CKVX_HdwService* s = nullptr;
+    ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    ASSERT_EQ(other->Open(nullptr), 0u);
+    EXPECT_FALSE(device.CanClose(0));
+    ASSERT_EQ(port->Close(), 0u);
+    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen());
+    ASSERT_EQ(other->Close(), 0u);
+    EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
+    EXPECT_TRUE(device.CanClose(0));
+}
+
+TEST_F(PortLifecycle, CloseWithManagerStoppedClosesChannelButStaysOpen)
+{
+    Enable();
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    device.SkipBaseStop = true; // keep the port open across the manager's Stop
+    manager.Stop();
+    device.log.Take();
+    EXPECT_EQ(port->Close(), 10u);
+    EXPECT_TRUE(port->IsOpen());
+    const std::vector<std::string> expected = {"inst0.ClosePort:0"};
+    EXPECT_EQ(device.log.Take(), expected);
+    // Running again, the close completes.
+    device.SkipBaseStop = false;
+    ASSERT_EQ(manager.Run(), 0u);
+    EXPECT_EQ(port->Close(), 0u);
+    EXPECT_FALSE(port->IsOpen());
+}
+
+TEST_F(PortLifecycle, ServiceChangesOnAnOpenPortAreRefused)
+{
+    TestService* s = Enable();
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    CKVX_HdwService* extra = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &extra, nullptr), 10u);
+    EXPECT_EQ(extra, nullptr);
+    CKVX_HdwService::CParameters params;
+    EXPECT_EQ(s->SetParameters(&params), 10u);
+    EXPECT_EQ(port->DisableService(s), 1u);
+    EXPECT_EQ(port->DisableAllServices(), 0u);
+    EXPECT_EQ(port->GetServiceCount(), 1u) << "DisableAllServices leaves an open port alone";
+
+    ASSERT_EQ(port->Close(), 0u);
+    EXPECT_EQ(s->SetParameters(&params), 0u);
+    EXPECT_EQ(port->DisableService(s), 0u);
+    EXPECT_EQ(port->GetServiceCount(), 0u);
+    EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
+}
+
+TEST_F(PortLifecycle, DisableServiceNeedsARunningManager)
+{
+    TestService* s = Enable();
+    device.SkipBaseStop = true; // the base Stop would disable the services itself
+    manager.Stop();
+    EXPECT_EQ(port->DisableService(s), 10u);
+    EXPECT_EQ(port->GetServiceCount(), 1u);
+}
+
+TEST_F(PortLifecycle, ManagerStopDisablesServicesOfClosedPortsAndClosesOpenOnes)
+{
+    Enable();
+    TestPort* other = device.Port(0, 1);
+    CKVX_HdwService* s = nullptr;
+    ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    manager.Stop();
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->GetServiceCount(), 1u) << "services of a port open at Stop stay enabled";
+    EXPECT_EQ(other->GetServiceCount(), 0u) << "services of a closed port are disabled";
+    EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
+    EXPECT_FALSE(manager.IsRunning());
+}
+
+TEST_F(PortLifecycle, AbortMarksServicesFailed)
+{
+    TestService* s = Enable();
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    EXPECT_EQ(port->AbortAllServices(), 0u);
+    EXPECT_EQ(s->GetStatus(), unsigned(HDW_SERVICE_FAILED));
+    EXPECT_EQ(s->GetDevice(), &device);
+}
+
+TEST(ServiceWithoutPort, HasNoDeviceAndAcceptsParameters)
+{
+    CKVX_HdwService s(nullptr);
+    EXPECT_EQ(s.GetDevice(), nullptr);
+    EXPECT_EQ(s.GetStatus(), 0u);
+    CKVX_HdwService::CParameters p;
+    EXPECT_EQ(s.SetParameters(&p), 0u);
+    s.DeviceLock(); // no port: nothing to lock, must not crash
+    s.DeviceUnlock();
+    EXPECT_EQ(s.Abort(), 0u);
+    EXPECT_EQ(s.GetStatus(), 2u);
+}
+
+} // namespace

@@ -1,0 +1,148 @@
+// The timer: tick numbering across Stop/Start, stopping from inside the
+// callback, and the millisecond helpers with their 32-bit wrap rule.
+#include "TestDevice.h"
+
+#include <gtest/gtest.h>
+
+using namespace fwtest;
+
+namespace {
+
+struct Recorder {
+    std::mutex mutex;
+    std::vector<uint64_t> ticks;
+    void* context = nullptr;
+    static void Callback(uint64_t tick, void* ctx)
+    {
+        auto* self = static_cast<Recorder*>(ctx);
+        std::lock_guard<std::mutex> lock(self->mutex);
+        self->ticks.push_back(tick);
+        self->context = ctx;
+    }
+    size_t Count()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return ticks.size();
+    }
+};
+
+TEST(Timer, StopOnAStoppedTimerReturnsZero)
+{
+    CKVX_HdwTimer t;
+    EXPECT_EQ(t.Stop(), 0u);
+    EXPECT_FALSE(t.IsRunning());
+    EXPECT_EQ(t.GetPeriod(), 50u);
+    EXPECT_EQ(t.GetTickCounter(), 0u);
+}
+
+TEST(Timer, TicksCountFromZeroAndContinueAcrossStopAndStart)
+{
+    Recorder r;
+    CKVX_HdwTimer t;
+    ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
+    EXPECT_TRUE(t.IsRunning());
+    ASSERT_TRUE(WaitFor([&] { return r.Count() >= 3; }));
+    EXPECT_EQ(t.Stop(), 0u);
+    const size_t afterFirst = r.Count();
+    EXPECT_EQ(t.GetTickCounter(), afterFirst) << "Stop returns only after the last callback";
+
+    ASSERT_EQ(t.Start(2, &Recorder::Callback, &r), 0u);
+    EXPECT_EQ(t.GetPeriod(), 2u);
+    ASSERT_TRUE(WaitFor([&] { return r.Count() >= afterFirst + 3; }));
+    t.Stop();
+    std::lock_guard<std::mutex> lock(r.mutex);
+    for (size_t i = 0; i < r.ticks.size(); ++i)
+        ASSERT_EQ(r.ticks[i], i) << "tick numbers must run 0, 1, 2 ... without gaps";
+    EXPECT_EQ(r.context, &r);
+}
+
+TEST(Timer, StartOnARunningTimerReplacesIt)
+{
+    Recorder r;
+    CKVX_HdwTimer t;
+    ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
+    ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
+    ASSERT_TRUE(WaitFor([&] { return r.Count() >= 2; }));
+    t.Stop();
+    const size_t n = r.Count();
+    EXPECT_EQ(t.GetTickCounter(), n) << "no second timer may still be firing";
+}
+
+TEST(Timer, ZeroPeriodIsRefused)
+{
+    Recorder r;
+    CKVX_HdwTimer t;
+    EXPECT_EQ(t.Start(0, &Recorder::Callback, &r), 1u);
+    EXPECT_FALSE(t.IsRunning());
+}
+
+struct SelfStopper {
+    CKVX_HdwTimer timer;
+    std::atomic<int> calls{0};
+    static void Callback(uint64_t, void* ctx)
+    {
+        auto* self = static_cast<SelfStopper*>(ctx);
+        if (++self->calls == 2)
+            self->timer.Stop();
+    }
+};
+
+TEST(Timer, CanBeStoppedFromItsOwnCallback)
+{
+    SelfStopper s;
+    ASSERT_EQ(s.timer.Start(1, &SelfStopper::Callback, &s), 0u);
+    ASSERT_TRUE(WaitFor([&] { return !s.timer.IsRunning(); }));
+    // No further callback arrives once Stop has returned inside the callback.
+    const int calls = s.calls.load();
+    EXPECT_EQ(calls, 2);
+    CKVX_HdwTimer::MsSleep(20);
+    EXPECT_EQ(s.calls.load(), calls);
+    // It can be started again.
+    ASSERT_EQ(s.timer.Start(1, &SelfStopper::Callback, &s), 0u);
+    ASSERT_TRUE(WaitFor([&] { return s.calls.load() > calls; }));
+    s.timer.Stop();
+}
+
+TEST(TimerHelpers, ElapsedTicksAndTheThirtyTwoBitWrapRule)
+{
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    CKVX_HdwTimer::MsSleep(5);
+    const uint64_t elapsed = CKVX_HdwTimer::GetElapsedTicks(start);
+    EXPECT_GE(elapsed, 5u);
+    EXPECT_LT(elapsed, 10000u);
+
+    // A start in the future is taken for a wrapped 32-bit counter.
+    const uint64_t since = CKVX_HdwTimer::GetTickCount() + 5;
+    const uint64_t wrapped = CKVX_HdwTimer::GetElapsedTicks(since);
+    EXPECT_GE(wrapped, 4294967290ull);
+    EXPECT_LT(wrapped, 4294967290ull + 1000) << "only the milliseconds between the two reads may add";
+}
+
+TEST(TimerHelpers, SleepsBlockAtLeastTheirTimeAndZeroReturns)
+{
+    CKVX_HdwTimer::UsSleep(0);
+    const uint64_t t0 = CKVX_HdwTimer::GetTickCount();
+    CKVX_HdwTimer::UsSleep(3000);
+    EXPECT_GE(CKVX_HdwTimer::GetTickCount() - t0, 2u);
+}
+
+TEST(Event, DefaultsAndCopy)
+{
+    CKVX_HdwEvent e;
+    EXPECT_EQ(e.GetEventCode(), 0u);
+    EXPECT_EQ(e.GetObjectPtr(), nullptr);
+    EXPECT_EQ(e.GetWord(), 0u);
+    EXPECT_EQ(e.GetChannelId(), "");
+    int x = 0;
+    e.SetEventCode(CKVX_HdwEvent::EventNotDecoded);
+    e.SetObjectPtr(&x);
+    e.SetWord(9);
+    e.SetChannelId("3");
+    CKVX_HdwEvent copy(e);
+    EXPECT_EQ(copy.GetEventCode(), 255u);
+    EXPECT_EQ(copy.GetObjectPtr(), &x);
+    EXPECT_EQ(copy.GetWord(), 9u);
+    EXPECT_EQ(copy.GetChannelId(), "3");
+}
+
+} // namespace
