@@ -1,18 +1,3 @@
-# Cross build for Windows (x86_64) with mingw-w64. The -posix compilers are used
-# because the default (win32 thread model) ones lack std::thread and std::mutex.
-set(CMAKE_SYSTEM_NAME Windows)
-set(CMAKE_SYSTEM_PROCESSOR x86_64)
-
-set(HDWLIB_MINGW_TRIPLE x86_64-w64-mingw32)
-set(CMAKE_C_COMPILER ${HDWLIB_MINGW_TRIPLE}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${HDWLIB_MINGW_TRIPLE}-g++-posix)
-set(CMAKE_RC_COMPILER ${HDWLIB_MINGW_TRIPLE}-windres)
-
-set(CMAKE_FIND_ROOT_PATH /usr/${HDWLIB_MINGW_TRIPLE})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-# Test programs run under wine.
-set(CMAKE_CROSSCOMPILING_EMULATOR wine)
+# Cross build for 64-bit Windows (x86-64); its tests run under wine64.
+set(HDWLIB_MINGW_ARCH x86_64)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64-common.cmake)

@@ -88,23 +88,21 @@ TEST(StringSearch, FindFromBeginHonoursTheStartIndex)
 
 TEST(StringConversion, ToUnsignedInEveryRadix)
 {
-    unsigned v = 0;
-    EXPECT_TRUE(CKVX_String("0").ToUnsigned(v));
-    EXPECT_EQ(v, 0u);
-    EXPECT_TRUE(CKVX_String("4294967295").ToUnsigned(v));
-    EXPECT_EQ(v, 4294967295u);
-    EXPECT_TRUE(CKVX_String("FFFFFFFF").ToUnsigned(v, 16));
-    EXPECT_EQ(v, 0xFFFFFFFFu);
-    EXPECT_TRUE(CKVX_String("29b1").ToUnsigned(v, 16));
-    EXPECT_EQ(v, 0x29B1u);
-    EXPECT_TRUE(CKVX_String("00000007").ToUnsigned(v));
-    EXPECT_EQ(v, 7u);
-    EXPECT_TRUE(CKVX_String("101").ToUnsigned(v, 2));
-    EXPECT_EQ(v, 5u);
-    EXPECT_TRUE(CKVX_String("777").ToUnsigned(v, 8));
-    EXPECT_EQ(v, 511u);
-    EXPECT_TRUE(CKVX_String("zZ").ToUnsigned(v, 36));
-    EXPECT_EQ(v, 35u * 36u + 35u);
+    struct Case {
+        const char* text;
+        unsigned radix;
+        unsigned expected;
+    };
+    const Case cases[] = {
+        {"0", 10, 0u},          {"4294967295", 10, 4294967295u}, {"FFFFFFFF", 16, 0xFFFFFFFFu},
+        {"29b1", 16, 0x29B1u},  {"00000007", 10, 7u},            {"101", 2, 5u},
+        {"777", 8, 511u},       {"zZ", 36, 35u * 36u + 35u},
+    };
+    for (const Case& c : cases) {
+        unsigned v = 12345;
+        EXPECT_TRUE(CKVX_String(c.text).ToUnsigned(v, c.radix)) << c.text << " radix " << c.radix;
+        EXPECT_EQ(v, c.expected) << c.text << " radix " << c.radix;
+    }
 }
 
 TEST(StringConversion, ToUnsignedRejectsBadTextAndOverflowAndLeavesTheValue)
