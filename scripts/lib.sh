@@ -6,7 +6,7 @@
 hdw_require_packages() {
     local missing=() pkg
     for pkg in "$@"; do
-        dpkg -s "$pkg" >/dev/null 2>&1 || missing+=("$pkg")
+        dpkg -s "$pkg" 2>/dev/null | grep -q '^Status: install ok installed' || missing+=("$pkg")
     done
     [[ ${#missing[@]} -eq 0 ]] && return 0
     echo "Installing missing Debian packages: ${missing[*]}"
