@@ -279,7 +279,8 @@ CKVX_HdwDevice::CPortDescriptor& CKVX_HdwDevice::AddPortDescriptor(unsigned inst
     d.Manufacturer = m_Manufacturer;
     d.FullName = m_ModelName;
     if (CDeviceInstance* inst = GetDeviceInstance(instance)) {
-        d.SerialNumber = inst->SerialNumber;
+        // A unit with no serial number of its own is known by its link.
+        d.SerialNumber = inst->SerialNumber.IsEmpty() ? inst->Link : inst->SerialNumber;
         d.Revision = inst->Revision;
         d.Link = inst->Link;
     }

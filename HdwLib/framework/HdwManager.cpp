@@ -95,6 +95,9 @@ void CKVX_HdwManager::FillPortTable(CKVX_HdwDevice* device)
             m.IntChannel = d.IntChannel;
             m.Link = d.Link;
             m.Description = d.Description;
+            CPortIdentifier id;
+            if (id.Set(abs, m) == 0)
+                m.Key = id.GetKeyString();
             if (type >= m_PortTable.GetLength())
                 m_PortTable.Items().resize(type + 1);
             m_PortTable[type] += std::move(m);
@@ -130,6 +133,7 @@ CKVX_HdwManager::CPortInfo MakeInfo(const CKVX_HdwManager::CPortDescriptor& d)
     info.IntChannel = d.IntChannel;
     info.Link = d.Link;
     info.Description = d.Description;
+    info.Key = d.Key;
     return info;
 }
 } // namespace
@@ -182,6 +186,24 @@ const CKVX_HdwManager::CPortDescriptor* CKVX_HdwManager::GetPortDescriptor(unsig
 unsigned CKVX_HdwManager::GetPortCount(unsigned portType) const
 {
     return portType < m_PortTable.GetLength() ? m_PortTable[portType].GetLength() : 0;
+}
+
+CKVX_HdwPort* CKVX_HdwManager::FindPort(const CKVX_String& key, unsigned* absNum)
+{
+    CPortIdentifier wanted;
+    if (wanted.Set(key) != 0)
+        return nullptr;
+    const unsigned type = wanted.GetPortType();
+    if (type >= m_PortTable.GetLength())
+        return nullptr;
+    for (const CPortDescriptor& d : m_PortTable[type]) {
+        if (!d.Key.IsEmpty() && wanted.CheckMatch(d.Key)) {
+            if (absNum)
+                *absNum = d.AbsNum;
+            return d.Port;
+        }
+    }
+    return nullptr;
 }
 
 int CKVX_HdwManager::PortSorter(const CPortDescriptor& a, const CPortDescriptor& b)

@@ -36,6 +36,7 @@ public:
     static constexpr unsigned short SysEthPortCount = 64;
 
     using CInitPortDesc = CKVX_HdwInitPortDesc;
+    class CPortIdentifier; // HdwPortIdentifier.h
 
     class HDWLIB_EXPORT CParameters : public CKVX_Object {
     public:
@@ -72,6 +73,8 @@ public:
         CKVX_String IntChannel;
         CKVX_String Link;
         CKVX_String Description;
+        // Port-identifier key ("" when the identity cannot be expressed as one).
+        CKVX_String Key;
     };
 
     // What GetPortList reports of one port.
@@ -97,6 +100,7 @@ public:
         CKVX_String IntChannel;
         CKVX_String Link;
         CKVX_String Description;
+        CKVX_String Key;
     };
 
     class HDWLIB_EXPORT CPortInfoVector : public CKVX_Vector<CPortInfo> {
@@ -165,6 +169,10 @@ public:
     // The manager's record of a port, or null.
     const CPortDescriptor* GetPortDescriptor(unsigned portType, unsigned absNum) const;
     unsigned GetPortCount(unsigned portType) const;
+    // The port whose identity matches a stored port-identifier key (the
+    // absolute number in the key is ignored), or null; `absNum` receives its
+    // current absolute number.
+    CKVX_HdwPort* FindPort(const CKVX_String& key, unsigned* absNum = nullptr);
     static int PortSorter(const CPortDescriptor& a, const CPortDescriptor& b);
 
     unsigned Run();
@@ -206,3 +214,5 @@ private:
     unsigned m_SysEthCursor = 0;
     CKVX_Mutex m_SysEthMutex;
 };
+
+#include <HdwLib/framework/HdwPortIdentifier.h>

@@ -1,0 +1,264 @@
+#include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/bus/internal/PlatformSignal.h>
+#include <HdwLib/framework/HdwPort.h>
+
+#include <chrono>
+
+CKVX_HdwSignalService::CParameters::~CParameters() = default;
+CKVX_HdwSignalService::CSignal::~CSignal() = default;
+
+CKVX_HdwSignalService::CKVX_HdwSignalService(CKVX_HdwObject* port)
+    : CKVX_HdwService(port), m_Readiness(hdw::platform::ReadinessCreate())
+{
+    m_ServiceType = HDW_SERVICE_SIGNAL;
+}
+
+CKVX_HdwSignalService::~CKVX_HdwSignalService()
+{
+    hdw::platform::ReadinessDestroy(m_Readiness);
+}
+
+// ---- lifecycle --------------------------------------------------------------
+
+unsigned CKVX_HdwSignalService::Start()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_QueueMutex);
+        m_Ring.assign(BufferSize ? BufferSize : 1u, CSignal());
+        m_Head = 0;
+        m_Count = 0;
+        m_Dropped = 0;
+        SetStatus(HDW_SERVICE_RUNNING);
+        UpdateReadinessLocked();
+    }
+    m_QueueCv.notify_all();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::Stop()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_QueueMutex);
+        m_Head = 0;
+        m_Count = 0;
+        SetStatus(HDW_SERVICE_STOPPED);
+        UpdateReadinessLocked();
+    }
+    m_QueueCv.notify_all();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::Abort()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_QueueMutex);
+        CKVX_HdwService::Abort();
+        UpdateReadinessLocked();
+    }
+    m_QueueCv.notify_all();
+    return 0;
+}
+
+// ---- parameters -------------------------------------------------------------
+
+unsigned CKVX_HdwSignalService::GetParameters(CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwService::GetParameters(params))
+        return rc;
+    if (!params)
+        return HDW_ERR_ARGUMENT;
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    params->BufferSize = BufferSize;
+    params->SignalMask = SignalMask;
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::SetParameters(CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwService::SetParameters(params))
+        return rc;
+    if (!params)
+        return HDW_ERR_ARGUMENT;
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    BufferSize = params->BufferSize;
+    SignalMask = params->SignalMask;
+    return 0;
+}
+
+// ---- application side ----------------------------------------------------
+
+unsigned CKVX_HdwSignalService::RunStateLocked() const
+{
+    switch (GetStatus()) {
+    case HDW_SERVICE_RUNNING:
+        return HDW_ERR_NOTHING_TO_READ;
+    case HDW_SERVICE_FAILED:
+        return HDW_ERR_SERVICE;
+    default:
+        return HDW_ERR_SERVICE_NOT_RUNNING;
+    }
+}
+
+bool CKVX_HdwSignalService::PopLocked(CSignal& signal)
+{
+    if (m_Count == 0)
+        return false;
+    signal = m_Ring[m_Head];
+    m_Head = (m_Head + 1) % static_cast<unsigned>(m_Ring.size());
+    --m_Count;
+    return true;
+}
+
+void CKVX_HdwSignalService::UpdateReadinessLocked()
+{
+    const bool ready = m_Count > 0 || GetStatus() == HDW_SERVICE_FAILED;
+    if (ready == m_Ready)
+        return;
+    if (ready)
+        hdw::platform::ReadinessSet(m_Readiness);
+    else
+        hdw::platform::ReadinessReset(m_Readiness);
+    m_Ready = ready;
+}
+
+unsigned CKVX_HdwSignalService::GetSignal(CSignal& signal)
+{
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    // What was queued is delivered even after a failure.
+    if (!PopLocked(signal))
+        return RunStateLocked();
+    UpdateReadinessLocked();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::WaitSignal(CSignal& signal, unsigned timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(m_QueueMutex);
+    m_QueueCv.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                       [this] { return m_Count > 0 || GetStatus() != HDW_SERVICE_RUNNING; });
+    if (!PopLocked(signal))
+        return RunStateLocked();
+    UpdateReadinessLocked();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::ReadSignals(CSignal* signals, unsigned maxCount, unsigned& readCount)
+{
+    readCount = 0;
+    if (maxCount && !signals)
+        return HDW_ERR_ARGUMENT;
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    while (readCount < maxCount && PopLocked(signals[readCount]))
+        ++readCount;
+    UpdateReadinessLocked();
+    if (readCount == 0 && GetStatus() != HDW_SERVICE_RUNNING)
+        return RunStateLocked();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::GetSignalsNumber(unsigned& count)
+{
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    count = m_Count;
+    if (count == 0 && GetStatus() != HDW_SERVICE_RUNNING)
+        return RunStateLocked();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::GetDroppedCount(uint64_t& count, bool reset)
+{
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    count = m_Dropped;
+    if (reset)
+        m_Dropped = 0;
+    return 0;
+}
+
+int CKVX_HdwSignalService::GetFileDescriptor() const
+{
+    return hdw::platform::ReadinessDescriptor(m_Readiness);
+}
+
+void* CKVX_HdwSignalService::GetWaitHandle() const
+{
+    return hdw::platform::ReadinessHandle(m_Readiness);
+}
+
+// ---- driver side ----------------------------------------------------------
+
+unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_QueueMutex);
+        if (GetStatus() != HDW_SERVICE_RUNNING)
+            return HDW_ERR_SERVICE_NOT_RUNNING;
+        if (signal.Kind == 0 || signal.Kind > 32 || ((SignalMask >> (signal.Kind - 1)) & 1u) == 0)
+            return 0;
+        const unsigned capacity = static_cast<unsigned>(m_Ring.size());
+        if (m_Count == capacity) {
+            // Full: the oldest makes room.
+            m_Head = (m_Head + 1) % capacity;
+            --m_Count;
+            ++m_Dropped;
+        }
+        CSignal& slot = m_Ring[(m_Head + m_Count) % capacity];
+        slot = signal;
+        slot.Port = GetHdwPort();
+        ++m_Count;
+        UpdateReadinessLocked();
+    }
+    m_QueueCv.notify_one();
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::PostArinc429(unsigned kind, const CKVX_HdwArinc429Message& message,
+                                             uint64_t eventTime)
+{
+    CSignal s;
+    s.Kind = kind;
+    s.TimeStamp = eventTime;
+    s.Arinc429 = message;
+    return Post(s);
+}
+
+unsigned CKVX_HdwSignalService::PostCan(unsigned kind, const CKVX_HdwCanMessage& message, uint64_t eventTime)
+{
+    CSignal s;
+    s.Kind = kind;
+    s.TimeStamp = eventTime;
+    s.Can = message;
+    return Post(s);
+}
+
+unsigned CKVX_HdwSignalService::PostCanFaultStatus(const CKVX_HdwCanPort::CFaultStatus& previous,
+                                                   const CKVX_HdwCanPort::CFaultStatus& current, uint64_t eventTime)
+{
+    CSignal s;
+    s.TimeStamp = eventTime;
+    s.FaultStatus = current;
+    unsigned rc = 0;
+    if (current.Status != previous.Status) {
+        s.Kind = HDW_SIGNAL_CAN_STATUS_CHANGED;
+        rc = Post(s);
+    }
+    if (rc == 0 && (current.ErrReg0 != previous.ErrReg0 || current.ErrReg1 != previous.ErrReg1)) {
+        s.Kind = HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED;
+        rc = Post(s);
+    }
+    return rc;
+}
+
+unsigned CKVX_HdwSignalService::PostValue(unsigned kind, uint32_t value, uint32_t aux, uint64_t eventTime)
+{
+    CSignal s;
+    s.Kind = kind;
+    s.TimeStamp = eventTime;
+    s.Value = value;
+    s.Aux = aux;
+    return Post(s);
+}
+
+CKVX_HdwSignalService* CKVX_HdwSignalService::FindOn(CKVX_HdwPort* port)
+{
+    return port ? dynamic_cast<CKVX_HdwSignalService*>(port->FindService(HDW_SERVICE_SIGNAL)) : nullptr;
+}

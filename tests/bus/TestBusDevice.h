@@ -1,0 +1,132 @@
+#pragma once
+// A small device that plays the unit driver for the bus classes: one unit
+// with an ARINC 429 receiver ("RX0"), a transmitter ("TX0") and a CAN port
+// ("CAN0"). Its ports create the generic services (or driver-like
+// subclasses of them) once the generic EnableService has admitted the type;
+// its events are offered through ProcessEventHandlers under the unit's lock,
+// as a real receive path does.
+
+#include <HdwLib/HdwLib.h>
+
+#include <memory>
+
+namespace bustest {
+
+// Event codes of the test unit.
+enum : unsigned {
+    EventFailure = 1,       // the unit failed the channel's service
+    EventArinc429Rx = 100,  // an ARINC 429 word was received
+    EventCanRx = 101,       // a CAN frame was received
+    EventCanStatus = 102,   // the CAN controller reported its status
+};
+
+class CTestEvent : public CKVX_HdwEvent {
+public:
+    CTestEvent(unsigned code, const char* channel, uint64_t time)
+    {
+        SetEventCode(code);
+        SetChannelId(channel);
+        Time = time;
+    }
+    uint64_t Time = 0;
+    CKVX_HdwArinc429Message Word;
+    CKVX_HdwCanMessage Frame;
+    CKVX_HdwCanPort::CFaultStatus Status;
+};
+
+// Receive path and reads of a unit driver, on top of the generic service.
+class CTestArinc429InService : public CKVX_HdwArinc429InBufferService {
+public:
+    using CKVX_HdwArinc429InBufferService::CKVX_HdwArinc429InBufferService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    unsigned Read(CKVX_HdwArinc429Message* messages, unsigned maxCount, unsigned& readCount) override
+    {
+        return ReadMessages(messages, maxCount, readCount);
+    }
+    unsigned GetReadMessagesNumber(unsigned& count) override { return CountMessages(count); }
+    // Exposes the protected filter check to the tests.
+    unsigned char Filter(CKVX_HdwArinc429Message& m) { return ApplyFilter(m, LabelFilter); }
+};
+
+class CTestCanInService : public CKVX_HdwCanInBufferService {
+public:
+    using CKVX_HdwCanInBufferService::CKVX_HdwCanInBufferService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    unsigned Read(CKVX_HdwCanMessage* messages, unsigned maxCount, unsigned& readCount) override
+    {
+        return ReadMessages(messages, maxCount, readCount);
+    }
+};
+
+// Posts what the unit reports on the channel, as a driver does.
+class CTestSignalService : public CKVX_HdwSignalService {
+public:
+    using CKVX_HdwSignalService::CKVX_HdwSignalService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+};
+
+// Stand-in for the services no generic class exists for yet (label-oriented
+// input and output, data generator): they only carry their type code.
+class CTypedService : public CKVX_HdwService {
+public:
+    CTypedService(CKVX_HdwObject* port, unsigned type) : CKVX_HdwService(port) { m_ServiceType = type; }
+};
+
+class CTestRxPort : public CKVX_HdwArinc429RxPort {
+public:
+    using CKVX_HdwArinc429RxPort::CKVX_HdwArinc429RxPort;
+    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
+};
+
+class CTestTxPort : public CKVX_HdwArinc429TxPort {
+public:
+    using CKVX_HdwArinc429TxPort::CKVX_HdwArinc429TxPort;
+    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
+};
+
+class CTestCanPort : public CKVX_HdwCanPort {
+public:
+    using CKVX_HdwCanPort::CKVX_HdwCanPort;
+    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
+    // The status path: fault status first, then the services.
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+};
+
+class CTestBusDevice : public CKVX_HdwDevice {
+public:
+    static constexpr uint64_t Code = 0x7E5701;
+    CTestBusDevice() { m_DeviceCode = Code; }
+    ~CTestBusDevice() override;
+    unsigned Init(unsigned instanceCount) override;
+    unsigned Open(unsigned instance) override;
+    unsigned Close(unsigned instance) override;
+
+    // Offers an event to the unit's ports of that type, under the unit lock.
+    unsigned Deliver(unsigned portType, CKVX_HdwEvent& event);
+};
+
+// A running manager with the test device attached and enumerated.
+class CBusRig {
+public:
+    CBusRig();
+    ~CBusRig();
+    CTestRxPort* Rx() { return static_cast<CTestRxPort*>(Manager.GetPort(HDW_PORT_ARINC429_RX, 0)); }
+    CTestTxPort* Tx() { return static_cast<CTestTxPort*>(Manager.GetPort(HDW_PORT_ARINC429_TX, 0)); }
+    CTestCanPort* Can() { return static_cast<CTestCanPort*>(Manager.GetPort(HDW_PORT_CAN, 0)); }
+
+    std::unique_ptr<CTestBusDevice> Device;  // outlives the manager
+    CKVX_HdwManager Manager;
+};
+
+// Enables a service and returns it as its class (null on refusal).
+template <typename S>
+S* Enable(CKVX_HdwPort* port, unsigned type, unsigned* rc = nullptr)
+{
+    CKVX_HdwService* service = nullptr;
+    const unsigned r = port->EnableService(type, &service, nullptr);
+    if (rc)
+        *rc = r;
+    return r == 0 ? dynamic_cast<S*>(service) : nullptr;
+}
+
+} // namespace bustest

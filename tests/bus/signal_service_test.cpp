@@ -1,0 +1,241 @@
+#include "TestBusDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+using namespace bustest;
+
+namespace {
+
+// A signal service on no port: the driver side and the application side
+// exercised directly.
+class SignalQueue : public ::testing::Test {
+protected:
+    void StartWith(unsigned bound, uint32_t mask = CKVX_HdwSignalService::CParameters::AllSignals)
+    {
+        CKVX_HdwSignalService::CParameters p;
+        p.BufferSize = bound;
+        p.SignalMask = mask;
+        ASSERT_EQ(signals.SetParameters(&p), 0u);
+        ASSERT_EQ(signals.Start(), 0u);
+    }
+    unsigned PostWord(unsigned data, uint64_t time)
+    {
+        CKVX_HdwArinc429Message m;
+        m.Data = data;
+        return signals.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, m, time);
+    }
+    CKVX_HdwSignalService signals{nullptr};
+};
+
+} // namespace
+
+TEST_F(SignalQueue, TypeAndDefaults)
+{
+    EXPECT_EQ(signals.GetServiceType(), 1u);
+    CKVX_HdwSignalService::CParameters p;
+    EXPECT_EQ(p.BufferSize, 1000u);
+    EXPECT_EQ(p.SignalMask, 0xFFFFFFFFu);
+    p.BufferSize = 0;
+    EXPECT_EQ(signals.GetParameters(&p), 0u);
+    EXPECT_EQ(p.BufferSize, 1000u);
+}
+
+TEST_F(SignalQueue, StoppedServiceQueuesNothing)
+{
+    CKVX_HdwSignalService::CSignal s;
+    EXPECT_EQ(PostWord(1, 1), 29u);
+    EXPECT_EQ(signals.GetSignal(s), 29u);
+    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u);  // does not wait on a stopped service
+    unsigned n = 3;
+    EXPECT_EQ(signals.GetSignalsNumber(n), 29u);
+    EXPECT_EQ(n, 0u);
+}
+
+TEST_F(SignalQueue, DeliversInPostingOrderWithPayloadAndTime)
+{
+    StartWith(100);
+    ASSERT_EQ(PostWord(7, 100), 0u);
+    CKVX_HdwCanMessage frame;
+    frame.Identifier = 0x18FF0001;
+    frame.Dlc = 3;
+    ASSERT_EQ(signals.PostCan(HDW_SIGNAL_CAN_SENT, frame, 101), 0u);
+    ASSERT_EQ(signals.PostValue(HDW_SIGNAL_DISCRETE_INPUT, 0xA5, 0, 102), 0u);
+    ASSERT_EQ(signals.PostValue(HDW_SIGNAL_MIL1553_MESSAGE, 0x0821 | (0x0800u << 16), 3, 103), 0u);
+
+    unsigned n = 0;
+    EXPECT_EQ(signals.GetSignalsNumber(n), 0u);
+    EXPECT_EQ(n, 4u);
+    CKVX_HdwSignalService::CSignal s;
+    ASSERT_EQ(signals.GetSignal(s), 0u);
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_ARINC429_RECEIVED));
+    EXPECT_EQ(s.Arinc429.Data, 7u);
+    EXPECT_EQ(s.TimeStamp, 100u);
+    ASSERT_EQ(signals.GetSignal(s), 0u);
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_CAN_SENT));
+    EXPECT_EQ(s.Can.Identifier, 0x18FF0001u);
+    EXPECT_EQ(s.Can.Dlc, 3);
+    CKVX_HdwSignalService::CSignal two[4];
+    ASSERT_EQ(signals.ReadSignals(two, 4, n), 0u);
+    ASSERT_EQ(n, 2u);
+    EXPECT_EQ(two[0].Kind, unsigned(HDW_SIGNAL_DISCRETE_INPUT));
+    EXPECT_EQ(two[0].Value, 0xA5u);
+    EXPECT_EQ(two[1].Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
+    EXPECT_EQ(two[1].Value & 0xFFFF, 0x0821u);
+    EXPECT_EQ(two[1].Aux, 3u);
+    EXPECT_EQ(two[1].TimeStamp, 103u);
+    EXPECT_EQ(signals.GetSignal(s), 4u);
+    EXPECT_EQ(signals.ReadSignals(two, 4, n), 0u);
+    EXPECT_EQ(n, 0u);
+}
+
+TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
+{
+    StartWith(4);
+    for (unsigned i = 0; i < 10; ++i)
+        ASSERT_EQ(PostWord(i, i), 0u);
+    uint64_t dropped = 0;
+    EXPECT_EQ(signals.GetDroppedCount(dropped, false), 0u);
+    EXPECT_EQ(dropped, 6u);
+    CKVX_HdwSignalService::CSignal s[10];
+    unsigned n = 0;
+    ASSERT_EQ(signals.ReadSignals(s, 10, n), 0u);
+    ASSERT_EQ(n, 4u);
+    for (unsigned i = 0; i < 4; ++i)
+        EXPECT_EQ(s[i].Arinc429.Data, 6 + i);
+    EXPECT_EQ(signals.GetDroppedCount(dropped, true), 0u);
+    EXPECT_EQ(dropped, 6u);
+    signals.GetDroppedCount(dropped, false);
+    EXPECT_EQ(dropped, 0u);
+
+    // The ring keeps working after it wrapped.
+    for (unsigned i = 0; i < 3; ++i)
+        PostWord(100 + i, 0);
+    ASSERT_EQ(signals.ReadSignals(s, 10, n), 0u);
+    ASSERT_EQ(n, 3u);
+    EXPECT_EQ(s[0].Arinc429.Data, 100u);
+    EXPECT_EQ(s[2].Arinc429.Data, 102u);
+}
+
+TEST_F(SignalQueue, MaskedKindsAreIgnored)
+{
+    StartWith(10, 1u << (HDW_SIGNAL_CAN_STATUS_CHANGED - 1));
+    EXPECT_EQ(PostWord(1, 1), 0u);
+    CKVX_HdwCanPort::CFaultStatus before, after;
+    after.Status = 1;
+    after.ErrReg0 = 9;
+    EXPECT_EQ(signals.PostCanFaultStatus(before, after, 5), 0u);
+    unsigned n = 0;
+    signals.GetSignalsNumber(n);
+    ASSERT_EQ(n, 1u);
+    CKVX_HdwSignalService::CSignal s;
+    signals.GetSignal(s);
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_CAN_STATUS_CHANGED));
+    EXPECT_EQ(s.FaultStatus.ErrReg0, 9);
+    CKVX_HdwSignalService::CSignal bad;
+    bad.Kind = 0;
+    EXPECT_EQ(signals.Post(bad), 0u);
+    EXPECT_EQ(signals.GetSignal(s), 4u);
+}
+
+TEST_F(SignalQueue, StopEmptiesAndStartResets)
+{
+    StartWith(2);
+    PostWord(1, 1);
+    PostWord(2, 2);
+    PostWord(3, 3);
+    ASSERT_EQ(signals.Stop(), 0u);
+    CKVX_HdwSignalService::CSignal s;
+    EXPECT_EQ(signals.GetSignal(s), 29u);
+    ASSERT_EQ(signals.Start(), 0u);
+    EXPECT_EQ(signals.GetSignal(s), 4u);
+    uint64_t dropped = 9;
+    signals.GetDroppedCount(dropped, false);
+    EXPECT_EQ(dropped, 0u);
+}
+
+TEST_F(SignalQueue, AbortDeliversWhatWaitsThenAnswers15)
+{
+    StartWith(8);
+    PostWord(1, 1);
+    signals.Abort();
+    EXPECT_EQ(signals.GetStatus(), 2u);
+    CKVX_HdwSignalService::CSignal s;
+    EXPECT_EQ(signals.GetSignal(s), 0u);
+    EXPECT_EQ(signals.GetSignal(s), 15u);
+    EXPECT_EQ(signals.WaitSignal(s, 10000), 15u);
+    EXPECT_EQ(PostWord(2, 2), 29u);
+}
+
+TEST_F(SignalQueue, WaitTimesOutWhenNothingComes)
+{
+    StartWith(8);
+    CKVX_HdwSignalService::CSignal s;
+    EXPECT_EQ(signals.WaitSignal(s, 0), 4u);
+    EXPECT_EQ(signals.WaitSignal(s, 20), 4u);
+}
+
+TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPosts)
+{
+    StartWith(8);
+    std::atomic<bool> waiting{false};
+    unsigned rc = 99;
+    CKVX_HdwSignalService::CSignal got;
+    std::thread reader([&] {
+        waiting = true;
+        rc = signals.WaitSignal(got, 10000);
+    });
+    while (!waiting)
+        std::this_thread::yield();
+    PostWord(42, 7);
+    reader.join();
+    EXPECT_EQ(rc, 0u);
+    EXPECT_EQ(got.Arinc429.Data, 42u);
+}
+
+TEST_F(SignalQueue, WaiterWakesWhenTheServiceStops)
+{
+    StartWith(8);
+    std::atomic<bool> done{false};
+    unsigned rc = 99;
+    std::thread reader([&] {
+        CKVX_HdwSignalService::CSignal s;
+        rc = signals.WaitSignal(s, 10000);
+        done = true;
+    });
+    // Stop until the reader has come back: a Stop before it waits leaves
+    // it answering 29 at once, one after wakes it.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done && std::chrono::steady_clock::now() < deadline) {
+        signals.Stop();
+        std::this_thread::yield();
+    }
+    reader.join();
+    EXPECT_TRUE(done);
+    EXPECT_EQ(rc, 29u);
+}
+
+TEST(SignalPort, ReceivedWordsAreSignalledOnTheirPort)
+{
+    CBusRig rig;
+    CTestRxPort* rx = rig.Rx();
+    auto* signals = Enable<CKVX_HdwSignalService>(rx, 1);
+    ASSERT_NE(signals, nullptr);
+    EXPECT_EQ(CKVX_HdwSignalService::FindOn(rx), signals);
+    EXPECT_EQ(CKVX_HdwSignalService::FindOn(rig.Tx()), nullptr);
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    EXPECT_EQ(signals->GetStatus(), 1u);
+    CTestEvent e(EventArinc429Rx, "RX0", 3210);
+    e.Word.SetFromUint32(0x80001234);
+    rig.Device->Deliver(HDW_PORT_ARINC429_RX, e);
+    CKVX_HdwSignalService::CSignal s;
+    ASSERT_EQ(signals->WaitSignal(s, 10000), 0u);
+    EXPECT_EQ(s.Port, rx);
+    EXPECT_EQ(s.Arinc429.GetToUint32(), 0x80001234u);
+    EXPECT_EQ(s.TimeStamp, 3210u);
+    rx->Close();
+    EXPECT_EQ(signals->GetStatus(), 0u);
+}

@@ -1,0 +1,191 @@
+// Port-identifier keys: the exact text format, the checksum, parsing that
+// refuses what is malformed without losing the previous contents, matching
+// that ignores the absolute number, and finding a port again after the
+// units come in another order.
+#include "TestDevice.h"
+
+#include <gtest/gtest.h>
+
+using namespace fwtest;
+using CPortIdentifier = CKVX_HdwManager::CPortIdentifier;
+
+namespace {
+
+// Worked out independently with a bit-by-bit CRC-16 (0x1021, init 0xFFFF).
+const char* const kHaldenKey = "2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5C00";
+const char* const kLinkKey = "4@7@M@F@@/dev/pts/7@00000001@C75E";
+
+TEST(PortIdentifierFormat, BuildsTheKnownKeys)
+{
+    CPortIdentifier id;
+    ASSERT_EQ(id.Set(2, 0, "Kalvionix Engineering", "Halden", "1.0", "SN1234", 3), 0u);
+    EXPECT_EQ(id.GetKeyString(), kHaldenKey);
+    EXPECT_EQ(id.GetIntChannel(), "00000003");
+    EXPECT_EQ(id.GetPortType(), 2u);
+    EXPECT_EQ(id.GetSN(), "SN1234");
+    ASSERT_EQ(id.Set(4, 7, "M", "F", "", "/dev/pts/7", 1), 0u);
+    EXPECT_EQ(id.GetKeyString(), kLinkKey);
+    EXPECT_EQ(id.GetRevision(), "");
+    EXPECT_EQ(id.GetAbsNum(), 7u);
+}
+
+TEST(PortIdentifierFormat, RefusesWhatCannotBeAKey)
+{
+    CPortIdentifier id;
+    ASSERT_EQ(id.Set(CKVX_String(kHaldenKey)), 0u);
+    EXPECT_EQ(id.Set(0, 0, "M", "F", "R", "S", 0), 2u) << "port type 0";
+    EXPECT_EQ(id.Set(2, 0, "M@x", "F", "R", "S", 0), 2u);
+    EXPECT_EQ(id.Set(2, 0, "M", "F@", "R", "S", 0), 2u);
+    EXPECT_EQ(id.Set(2, 0, "M", "F", "@R", "S", 0), 2u);
+    EXPECT_EQ(id.Set(2, 0, "M", "F", "R", "S@N", 0), 2u) << "serial number with @";
+    EXPECT_EQ(id.GetKeyString(), kHaldenKey) << "a refused build leaves the previous key";
+}
+
+TEST(PortIdentifierParse, ValidAndInvalidKeys)
+{
+    EXPECT_TRUE(CPortIdentifier::IsValid(kHaldenKey));
+    EXPECT_TRUE(CPortIdentifier::IsValid(kLinkKey));
+    EXPECT_FALSE(CPortIdentifier::IsValid(""));
+    EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5c00")) << "lower case";
+    EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5C01")) << "wrong CRC";
+    EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000004@5C00"))
+        << "a changed field breaks the checksum";
+    EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@5C00")) << "a field missing";
+    EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@05C00"));
+    EXPECT_FALSE(CPortIdentifier::IsValid("@@@@@@@"));
+}
+
+TEST(PortIdentifierParse, FailedParseKeepsPreviousContentsAndGetReturnsFields)
+{
+    CPortIdentifier id;
+    ASSERT_EQ(id.Set(CKVX_String(kHaldenKey)), 0u);
+    EXPECT_NE(id.Set(CKVX_String("2@0@x@y@z@w@00000003@0000")), 0u);
+    EXPECT_EQ(id.GetKeyString(), kHaldenKey);
+    EXPECT_EQ(id.GetFullName(), "Halden");
+
+    unsigned type = 0, abs = 99, channel = 0;
+    CKVX_String m, f, r, s;
+    ASSERT_EQ(id.Get(&type, &abs, &m, &f, &r, &s, &channel), 0u);
+    EXPECT_EQ(type, 2u);
+    EXPECT_EQ(abs, 0u);
+    EXPECT_EQ(m, "Kalvionix Engineering");
+    EXPECT_EQ(f, "Halden");
+    EXPECT_EQ(r, "1.0");
+    EXPECT_EQ(s, "SN1234");
+    EXPECT_EQ(channel, 3u);
+
+    CKVX_HdwManager::CPortDescriptor d;
+    ASSERT_EQ(id.Get(&type, &d), 0u);
+    EXPECT_EQ(d.AbsNum, 0u);
+    EXPECT_EQ(d.IntChannel, "00000003");
+    EXPECT_EQ(d.SerialNumber, "SN1234");
+
+    // Round trip through a manager descriptor gives the same key.
+    CPortIdentifier again;
+    ASSERT_EQ(again.Set(0, d), 0u);
+    EXPECT_EQ(again.GetKeyString(), kHaldenKey);
+    d.IntChannel = "x1";
+    EXPECT_EQ(again.Set(0, d), 2u);
+
+    CPortIdentifier empty;
+    EXPECT_NE(empty.Get(&type, &d), 0u) << "nothing stored yet";
+}
+
+TEST(PortIdentifierMatch, IgnoresAbsoluteNumberButNotChannelOrIdentity)
+{
+    CPortIdentifier a, b;
+    ASSERT_EQ(a.Set(2, 0, "M", "F", "R", "S", 3), 0u);
+    ASSERT_EQ(b.Set(2, 5, "M", "F", "R", "S", 3), 0u);
+    EXPECT_TRUE(a.CheckMatch(b));
+    EXPECT_TRUE(a.CheckMatch(b.GetKeyString()));
+    ASSERT_EQ(b.Set(2, 0, "M", "F", "R", "S", 4), 0u);
+    EXPECT_FALSE(a.CheckMatch(b)) << "another channel";
+    ASSERT_EQ(b.Set(3, 0, "M", "F", "R", "S", 3), 0u);
+    EXPECT_FALSE(a.CheckMatch(b)) << "another port type";
+    ASSERT_EQ(b.Set(2, 0, "M", "F", "R", "S2", 3), 0u);
+    EXPECT_FALSE(a.CheckMatch(b)) << "another unit";
+    EXPECT_FALSE(a.CheckMatch(CKVX_String("garbage")));
+}
+
+// A device whose units have given serial numbers, created in a given order.
+class OrderedDevice : public TestDevice {
+public:
+    OrderedDevice(std::vector<std::string> serials)
+        : TestDevice(20, unsigned(serials.size()), {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}),
+          m_Serials(std::move(serials))
+    {
+    }
+    unsigned Init(unsigned n) override
+    {
+        DestroyPorts();
+        DestroyDeviceList();
+        if (const unsigned rc = CKVX_HdwDevice::Init(unsigned(m_Serials.size())))
+            return rc;
+        for (size_t i = 0; i < m_Serials.size(); ++i) {
+            auto* inst = new TestInstance(&log, unsigned(i));
+            inst->SerialNumber = m_Serials[i].c_str();
+            inst->Revision = "2.1";
+            inst->Link.Format("/dev/pts/%zu", i);
+            m_DeviceList += inst;
+        }
+        for (unsigned i = 0; i < m_Serials.size(); ++i)
+            for (unsigned ch = 0; ch < 2; ++ch)
+                AddPortDescriptor(i, new TestPort(this, i, ch ? "1" : "0", HDW_PORT_CAN, &log), ch, "CAN");
+        (void)n;
+        return 0;
+    }
+    std::vector<std::string> m_Serials;
+};
+
+TEST(PortIdentifierManager, AStoredKeyFindsTheSamePhysicalPortAfterReordering)
+{
+    OrderedDevice device({"A100", "B200"});
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&device), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+    // CAN channel 1 of unit B200 is absolute number 3 in this run.
+    const CKVX_HdwManager::CPortDescriptor* d = m.GetPortDescriptor(HDW_PORT_CAN, 3);
+    ASSERT_NE(d, nullptr);
+    const CKVX_String stored = d->Key;
+    ASSERT_TRUE(CPortIdentifier::IsValid(stored));
+    CKVX_HdwManager::CPortInfoVector list;
+    m.GetPortList(list);
+    EXPECT_EQ(list[list.GetLength() - 1].Key, stored);
+
+    // Next run: the units come in the other order.
+    device.m_Serials = {"B200", "A100"};
+    ASSERT_EQ(m.Enumerate(), 0u);
+    unsigned abs = 99;
+    CKVX_HdwPort* found = m.FindPort(stored, &abs);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(abs, 1u);
+    EXPECT_EQ(found, device.Port(0, 1));
+    EXPECT_EQ(found->GetChannelId(), "1");
+
+    // A unit that is gone is not found.
+    device.m_Serials = {"A100"};
+    ASSERT_EQ(m.Enumerate(), 0u);
+    EXPECT_EQ(m.FindPort(stored), nullptr);
+    EXPECT_EQ(m.FindPort("not a key"), nullptr);
+}
+
+TEST(PortIdentifierManager, AUnitWithoutSerialNumberIsKnownByItsLink)
+{
+    OrderedDevice device({"", "S9"});
+    CKVX_HdwManager m;
+    ASSERT_EQ(m.AttachDevice(&device), 0u);
+    ASSERT_EQ(m.Enumerate(), 0u);
+    const CKVX_HdwManager::CPortDescriptor* d = m.GetPortDescriptor(HDW_PORT_CAN, 1);
+    ASSERT_NE(d, nullptr);
+    EXPECT_EQ(d->SerialNumber, "/dev/pts/0");
+    EXPECT_EQ(d->Revision, "2.1");
+    CPortIdentifier id;
+    ASSERT_EQ(id.Set(d->Key), 0u);
+    EXPECT_EQ(id.GetSN(), "/dev/pts/0");
+    EXPECT_EQ(id.GetIntChannel(), "00000001");
+    EXPECT_EQ(id.GetManufacturer(), "Test Manufacturer");
+    EXPECT_EQ(id.GetFullName(), "Testunit");
+    EXPECT_EQ(m.GetPortDescriptor(HDW_PORT_CAN, 2)->SerialNumber, "S9") << "a serial number wins over the link";
+}
+
+} // namespace

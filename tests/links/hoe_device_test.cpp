@@ -1,0 +1,360 @@
+#include "HoeTestPeer.h"
+#include "WaitUntil.h"
+
+#include <HdwLib/framework/HdwManager.h>
+#include <HdwLib/links/HdwHoeDevice.h>
+#include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr uint64_t kKind = 250;
+
+class TestHoeDevice : public CKVX_HdwHoeDevice {
+public:
+    TestHoeDevice() { m_DeviceCode = kKind; }
+};
+
+class TestDualDevice : public CKVX_HdwHoeFtdiUartBridgedDevice {
+public:
+    TestDualDevice() { m_DeviceCode = kKind; }
+};
+
+std::atomic<int> g_LinkTimeouts{0};
+std::atomic<int> g_OtherDebugText{0};
+void CountDebug(const char* text)
+{
+    if (std::strcmp(text, "LINK TIMEOUT!!!\n") == 0)
+        ++g_LinkTimeouts;
+    else
+        ++g_OtherDebugText;
+}
+
+std::vector<unsigned char> Bytes(std::initializer_list<int> v)
+{
+    std::vector<unsigned char> out;
+    for (int b : v)
+        out.push_back(static_cast<unsigned char>(b));
+    return out;
+}
+
+template <typename Device>
+class HoeDeviceTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
+        link = CKVX_HdwManager::CInitPortDesc(kKind, peer.Link().c_str());
+        ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        ASSERT_EQ(link.Result, 0u);
+        ASSERT_EQ(device.GetInstanceCount(), 1u);
+    }
+    void TearDown() override
+    {
+        // The session gives its local port back to the manager: close the
+        // link while the manager is still there.
+        for (unsigned i = 0; i < device.GetInstanceCount(); ++i)
+            device.Close(i);
+        manager.Stop();
+        CKVX_HdwObject::SetDebugOutput(nullptr);
+    }
+    unsigned Waiting()
+    {
+        unsigned n = 0;
+        EXPECT_EQ(device.LinkGetReadBufferBytes(0u, n), 0u);
+        return n;
+    }
+    std::vector<unsigned char> Read(unsigned maxBytes)
+    {
+        std::vector<unsigned char> buf(maxBytes + 1, 0xEE);
+        unsigned got = 12345;
+        EXPECT_EQ(device.LinkRead(0u, buf.data(), maxBytes, got), 0u);
+        EXPECT_LE(got, maxBytes);
+        buf.resize(got);
+        return buf;
+    }
+    void Connect()
+    {
+        ASSERT_EQ(device.Open(0), 0u);
+        ASSERT_TRUE(device.GetDeviceInstance(0)->IsOpen());
+        ASSERT_TRUE(peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Connects == 1; }));
+    }
+
+    HoeTestPeer peer{kKind};
+    Device device; // outlives the manager, which does not own it
+    CKVX_HdwManager manager;
+    CKVX_HdwManager::CInitPortDesc link;
+};
+
+using Devices = ::testing::Types<TestHoeDevice, TestDualDevice>;
+TYPED_TEST_SUITE(HoeDeviceTest, Devices);
+
+TYPED_TEST(HoeDeviceTest, DetectGivesIdentityAndConnectUsesAPoolPort)
+{
+    auto* inst = this->device.GetHoeInstance(0);
+    ASSERT_NE(inst, nullptr);
+    EXPECT_EQ(inst->SerialNumber, "SN-0042");
+    EXPECT_EQ(inst->Revision, "R7");
+    EXPECT_EQ(inst->Link, this->peer.Link().c_str());
+    EXPECT_NE(inst->EthernetMode, 0u);
+    EXPECT_EQ(this->peer.Snapshot().Detects, 1u);
+    EXPECT_EQ(this->peer.Snapshot().Connects, 0u); // detection does not connect
+
+    this->Connect();
+    const HoeTestPeer::Seen s = this->peer.Snapshot();
+    EXPECT_NE(this->device.GetClientId(), 0u);
+    EXPECT_EQ(s.ClientId, this->device.GetClientId());
+    EXPECT_GE(s.HostPort, CKVX_HdwManager::SysEthPortFirst);
+    EXPECT_LT(s.HostPort, CKVX_HdwManager::SysEthPortFirst + CKVX_HdwManager::SysEthPortCount);
+    EXPECT_EQ(s.ConnectField, s.HostPort);
+    EXPECT_EQ(inst->FirstWord, s.Tag);
+    EXPECT_EQ(inst->SecondWord, s.Session);
+    // A second open of an open unit succeeds without a new session.
+    EXPECT_EQ(this->device.Open(0), 0u);
+    EXPECT_EQ(this->peer.Snapshot().Connects, 1u);
+}
+
+TYPED_TEST(HoeDeviceTest, EventDataReachesLinkReadInOrderSplitByMaxBytes)
+{
+    this->Connect();
+    EXPECT_EQ(this->Waiting(), 0u);
+    EXPECT_TRUE(this->Read(16).empty()); // empty list: 0 with nothing read
+
+    this->peer.SendToHost(this->peer.EventData(Bytes({1, 2, 3, 4, 5}), 0));
+    this->peer.SendToHost(this->peer.EventData(Bytes({6, 7, 8}), 1));
+    this->peer.SendToHost(this->peer.EventData(Bytes({9, 10, 11, 12}), 2));
+    ASSERT_TRUE(WaitUntil([&] { return this->Waiting() == 12; }));
+    EXPECT_EQ(this->Read(5), Bytes({1, 2, 3, 4, 5}));
+    EXPECT_EQ(this->Waiting(), 7u);
+    EXPECT_EQ(this->Read(2), Bytes({6, 7}));
+    EXPECT_EQ(this->Read(100), Bytes({8, 9, 10, 11, 12}));
+    EXPECT_EQ(this->Waiting(), 0u);
+}
+
+TYPED_TEST(HoeDeviceTest, PacketsFailingAcceptanceAreDropped)
+{
+    this->Connect();
+    using P = HoeTestPeer::Packet;
+    auto spoiled = [&](auto edit, bool recrc = true) {
+        P p = this->peer.EventData(Bytes({0xBA, 0xD0}));
+        edit(p);
+        if (recrc)
+            HoeTestPeer::Recrc(p);
+        return p;
+    };
+    this->peer.SendToHost(spoiled([](P& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffClientId, 0xDEAD); }));
+    this->peer.SendToHost(spoiled([](P& p) {
+        CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffSecondWord, CKVX_HdwHoe::GetSecondWord(p) + 1);
+    }));
+    this->peer.SendToHost(spoiled([](P& p) {
+        CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffFirstWord, CKVX_HdwHoe::GetFirstWord(p) ^ 1);
+    }));
+    this->peer.SendToHost(spoiled([](P& p) { p.Bytes[64] ^= 0xFF; }, false)); // bad CRC
+    this->peer.SendToHost(spoiled([](P&) {}), 64 + 2 + 1);                     // one byte too long
+    this->peer.SendToHost(spoiled([](P&) {}), 64 + 1);                         // one byte short
+    this->peer.SendToHost(spoiled([](P& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, 0xC0000002u); }));
+    this->peer.SendToHost(spoiled([](P& p) { p.Bytes[0] = 0xA2; }));
+    this->peer.SendToHost(spoiled([](P&) {}), 40); // shorter than a header
+    // A good packet after them: only it arrives.
+    this->peer.SendToHost(this->peer.EventData(Bytes({0x60, 0x0D})));
+    ASSERT_TRUE(WaitUntil([&] { return this->Waiting() >= 2; }));
+    EXPECT_EQ(this->Read(100), Bytes({0x60, 0x0D}));
+}
+
+TYPED_TEST(HoeDeviceTest, LinkWriteSendsOneSendCommandPacket)
+{
+    this->Connect();
+    unsigned char frame[] = {0xA5, 0x04, 0x00, 0x04, 0x81, 0x00, 0x00, 0x12, 0x34};
+    EXPECT_EQ(this->device.LinkWrite(0u, frame, sizeof frame), 0u);
+    ASSERT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return !s.Commands.empty(); }));
+    const HoeTestPeer::Seen s = this->peer.Snapshot();
+    ASSERT_EQ(s.Commands.size(), 1u);
+    EXPECT_EQ(s.Commands[0], std::vector<unsigned char>(frame, frame + sizeof frame));
+    // Without an instance: 2.
+    EXPECT_EQ(this->device.LinkWrite(5u, frame, sizeof frame), 2u);
+}
+
+TYPED_TEST(HoeDeviceTest, KeepAlivesBothWaysAndLinkTimeoutOnce)
+{
+    CKVX_HdwObject::SetDebugOutput(&CountDebug);
+    g_LinkTimeouts = 0;
+    ASSERT_EQ(this->device.SetLinkTimeout(400), 0u);
+    this->Connect();
+    EXPECT_EQ(this->device.SetLinkTimeout(100), 10u); // refused while open
+    EXPECT_EQ(this->device.GetLinkTimeout(), 400u);
+
+    // The host keeps the session alive; the unit's keep-alives keep the link
+    // from timing out over many time-out periods.
+    ASSERT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.KeepAlives >= 10; }));
+    EXPECT_EQ(g_LinkTimeouts.load(), 0);
+    HoeTestPeer::Seen s = this->peer.Snapshot();
+    EXPECT_EQ(s.KeepAliveWrongWords, 0u);
+    for (size_t i = 1; i < s.KeepAliveNumbers.size(); ++i)
+        EXPECT_EQ(s.KeepAliveNumbers[i], s.KeepAliveNumbers[i - 1] + 1);
+
+    this->peer.Silent = true;
+    ASSERT_TRUE(WaitUntil([] { return g_LinkTimeouts.load() >= 1; }));
+    // Many more time-out periods of silence (the host's keep-alives mark the
+    // time): still said once.
+    const unsigned before = this->peer.Snapshot().KeepAlives;
+    ASSERT_TRUE(this->peer.WaitFor([&](const HoeTestPeer::Seen& v) { return v.KeepAlives >= before + 8; }));
+    EXPECT_EQ(g_LinkTimeouts.load(), 1);
+    EXPECT_EQ(g_OtherDebugText.load(), 0);
+}
+
+TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectAndReleasesThePort)
+{
+    this->Connect();
+    const unsigned short used = this->peer.Snapshot().HostPort;
+    // Take every other pool port: the pool is then exhausted.
+    std::vector<unsigned short> taken;
+    unsigned short p = 0;
+    while (this->manager.GetSysEthPort(p) == 0)
+        taken.push_back(p);
+    EXPECT_EQ(taken.size(), CKVX_HdwManager::SysEthPortCount - 1u);
+
+    EXPECT_EQ(this->device.LinkClose(0u), 8u);
+    EXPECT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Disconnects == 1; }));
+    EXPECT_FALSE(this->device.GetHoeInstance(0)->IsEthConnected());
+    ASSERT_EQ(this->manager.GetSysEthPort(p), 0u);
+    EXPECT_EQ(p, used);
+    for (unsigned short t : taken)
+        this->manager.ReleaseSysEthPort(t);
+    this->manager.ReleaseSysEthPort(p);
+}
+
+TYPED_TEST(HoeDeviceTest, CloseDisconnectsAndAllowsLinkTimeoutChange)
+{
+    this->Connect();
+    EXPECT_EQ(this->device.SetLinkTimeout(700), 10u);
+    EXPECT_EQ(this->device.Close(0), 0u);
+    EXPECT_FALSE(this->device.GetDeviceInstance(0)->IsOpen());
+    EXPECT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Disconnects == 1; }));
+    EXPECT_EQ(this->device.SetLinkTimeout(700), 0u);
+    // Reopen: a new session.
+    EXPECT_EQ(this->device.Open(0), 0u);
+    EXPECT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Connects == 2; }));
+}
+
+TYPED_TEST(HoeDeviceTest, EthernetModeIsFixedWhileTheManagerRuns)
+{
+    EXPECT_FALSE(this->device.IsEthernetModeEnabled());
+    ASSERT_EQ(this->manager.Run(), 0u);
+    EXPECT_EQ(this->device.EnableEthernetMode(true), 0u);
+    EXPECT_FALSE(this->device.IsEthernetModeEnabled());
+    this->manager.Stop();
+    this->device.EnableEthernetMode(true);
+    EXPECT_TRUE(this->device.IsEthernetModeEnabled());
+    this->device.EnableEthernetMode(false);
+    EXPECT_FALSE(this->device.IsEthernetModeEnabled());
+}
+
+TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
+{
+    // Hold the port the pool would hand out next.
+    unsigned short next = 0;
+    ASSERT_EQ(this->manager.GetSysEthPort(next), 0u);
+    this->manager.ReleaseSysEthPort(next);
+    // The cursor moved past it; walk the pool once so that it comes round again.
+    std::vector<unsigned short> all;
+    unsigned short p = 0;
+    while (this->manager.GetSysEthPort(p) == 0)
+        all.push_back(p);
+    for (unsigned short t : all)
+        this->manager.ReleaseSysEthPort(t);
+    // After a whole lap the cursor is back where it was: `next` comes next again.
+    CKVX_HdwUdpSocket blocker;
+    if (blocker.Open(next) != 0)
+        GTEST_SKIP() << "pool port " << next << " is in use on this machine";
+
+    this->Connect();
+    const unsigned short used = this->peer.Snapshot().HostPort;
+    EXPECT_NE(used, next);
+    // The skipped port went back to the pool.
+    std::set<unsigned short> free;
+    while (this->manager.GetSysEthPort(p) == 0)
+        free.insert(p);
+    EXPECT_EQ(free.count(next), 1u);
+    EXPECT_EQ(free.count(used), 0u);
+    EXPECT_EQ(free.size(), CKVX_HdwManager::SysEthPortCount - 1u);
+    for (unsigned short t : free)
+        this->manager.ReleaseSysEthPort(t);
+}
+
+TYPED_TEST(HoeDeviceTest, RefusedSessionFailsOpenAndGivesThePortBack)
+{
+    this->peer.SessionToGrant = 0;
+    EXPECT_EQ(this->device.Open(0), 14u);
+    EXPECT_FALSE(this->device.GetDeviceInstance(0)->IsOpen());
+    std::vector<unsigned short> all;
+    unsigned short p = 0;
+    while (this->manager.GetSysEthPort(p) == 0)
+        all.push_back(p);
+    EXPECT_EQ(all.size(), CKVX_HdwManager::SysEthPortCount);
+}
+
+// Enumeration outcomes per link.
+TEST(HoeEnumeration, LinkResults)
+{
+    HoeTestPeer good(kKind);
+    HoeTestPeer otherKind(kKind + 1);
+    HoeTestPeer mute(kKind);
+    mute.AnswerDetect = false;
+
+    TestHoeDevice device;
+    CKVX_HdwManager manager;
+    ASSERT_EQ(manager.AttachDevice(&device), 0u);
+    CKVX_HdwManager::CInitPortDesc links[] = {
+        {kKind, good.Link().c_str()},  {kKind, otherKind.Link().c_str()}, {kKind, mute.Link().c_str()},
+        {kKind, "udp:127.0.0.1"},       {kKind, "udp:127.0.0.1:0"},        {kKind, "/dev/ttyS0"},
+    };
+    ASSERT_EQ(manager.Enumerate(links, 6, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(links[0].Result, 0u);
+    EXPECT_EQ(links[1].Result, 14u);
+    EXPECT_EQ(links[2].Result, 14u);
+    EXPECT_EQ(links[3].Result, 2u);
+    EXPECT_EQ(links[4].Result, 2u);
+    EXPECT_EQ(links[5].Result, 2u);
+    EXPECT_EQ(mute.Snapshot().Detects, 1u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    EXPECT_EQ(device.GetDeviceInstance(0)->Link, good.Link().c_str());
+}
+
+TEST(HoeEnumeration, ClientIdentifiersDifferPerDevice)
+{
+    TestHoeDevice a;
+    TestHoeDevice b;
+    TestDualDevice c;
+    EXPECT_NE(a.GetClientId(), 0u);
+    EXPECT_NE(a.GetClientId(), b.GetClientId());
+    EXPECT_NE(b.GetClientId(), c.GetClientId());
+    EXPECT_NE(a.GetClientId(), c.GetClientId());
+}
+
+TEST(HoeEnumeration, DualLinkDeviceLeavesSerialLinksToTheSerialSide)
+{
+    HoeTestPeer peer(kKind);
+    TestDualDevice device;
+    CKVX_HdwManager manager;
+    ASSERT_EQ(manager.AttachDevice(&device), 0u);
+    CKVX_HdwManager::CInitPortDesc links[] = {{kKind, peer.Link().c_str()},
+                                              {kKind, "/dev/hdwlib-no-such-port"}};
+    ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(links[0].Result, 0u);
+    EXPECT_EQ(links[1].Result, 14u); // tried as a serial port, which does not exist
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    EXPECT_NE(device.GetHoeInstance(0)->EthernetMode, 0u);
+    unsigned n = 99;
+    EXPECT_EQ(device.LinkGetReadBufferBytes(1u, n), 2u);
+}
+
+} // namespace

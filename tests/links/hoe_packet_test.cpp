@@ -1,0 +1,243 @@
+#include <HdwLib/links/HdwHoe.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using Packet = CKVX_HdwHoe::t_HoePacket_Union;
+
+// Bit-by-bit CRC-16 (poly 0x1021, init 0xFFFF, no reflection), independent of
+// the table-driven one in the library.
+uint16_t ReferenceCrc(const unsigned char* data, unsigned length)
+{
+    uint16_t crc = 0xFFFF;
+    for (unsigned i = 0; i < length; ++i) {
+        crc = static_cast<uint16_t>(crc ^ (data[i] << 8));
+        for (int bit = 0; bit < 8; ++bit)
+            crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
+    }
+    return crc;
+}
+
+Packet Filled(unsigned char value)
+{
+    Packet p;
+    std::memset(p.Bytes, value, sizeof p.Bytes);
+    return p;
+}
+
+} // namespace
+
+TEST(HoePacket, DetectIsByteForByteTheKnownPacket)
+{
+    CKVX_HdwHoe hoe(0x12345678);
+    Packet p = Filled(0xEE); // the builder must clear everything
+    hoe.BuildDetectPacket(7, p);
+
+    std::array<unsigned char, 64> expected{};
+    const unsigned char head[] = {0xA1, 0x00, 0x00, 0xFE, 0x01, 0x00, 0x78, 0x56, 0x34, 0x12,
+                                  0x00, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00};
+    std::memcpy(expected.data(), head, sizeof head);
+    expected[32] = 0x01;
+    expected[35] = 0xF0;
+    // CRC computed outside this library for exactly these 64 bytes.
+    expected[62] = 0x25;
+    expected[63] = 0x43;
+    for (unsigned i = 0; i < 64; ++i)
+        EXPECT_EQ(p.Bytes[i], expected[i]) << "byte " << i;
+    EXPECT_EQ(CKVX_HdwHoe::GetPacketSize(p), 64u);
+    for (unsigned i = 64; i < CKVX_HdwHoe::PacketSize; ++i)
+        ASSERT_EQ(p.Bytes[i], 0) << "byte " << i;
+}
+
+TEST(HoePacket, SendCommandCarriesWordsAndPayload)
+{
+    CKVX_HdwHoe hoe(0x0A0B0C0D);
+    unsigned char frame[] = {0xA5, 0x03, 0x00, 0x01, 0x02, 0x03};
+    Packet p = Filled(0x55);
+    hoe.BuildSendCmdPacket(0x11, 0x22, frame, sizeof frame, p);
+    EXPECT_EQ(CKVX_HdwHoe::GetCode(p), 0xC0000005u);
+    EXPECT_EQ(CKVX_HdwHoe::GetFirstWord(p), 0x11u);
+    EXPECT_EQ(CKVX_HdwHoe::GetSecondWord(p), 0x22u);
+    EXPECT_EQ(CKVX_HdwHoe::GetPacketNumber(p), 0u);
+    EXPECT_EQ(CKVX_HdwHoe::GetPayloadLength(p), 6u);
+    EXPECT_EQ(0, std::memcmp(p.Sections.Payload, frame, sizeof frame));
+    EXPECT_EQ(p.Bytes[70], 0); // cleared behind the payload
+    EXPECT_EQ(CKVX_HdwHoe::GetU16(p, CKVX_HdwHoe::OffCrc), 0x2521);
+    EXPECT_EQ(CKVX_HdwHoe::ComputeCrc(p), 0x2521);
+}
+
+TEST(HoePacket, ConnectAndDisconnectLayout)
+{
+    CKVX_HdwHoe hoe(99);
+    CKVX_HdwHoe::t_HoePacket_Connect_Field_Struct field;
+    field.LocalPort = 56101;
+    Packet p = Filled(0x33);
+    hoe.BuildConnectPacket(5, 6, field, p);
+    EXPECT_EQ(CKVX_HdwHoe::GetCode(p), 0xC0000001u);
+    EXPECT_EQ(CKVX_HdwHoe::GetPayloadLength(p), 2u);
+    EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 64), 56101u);
+    EXPECT_EQ(CKVX_HdwHoe::GetPacketClientId(p), 99u);
+    Packet q = p;
+    q.Bytes[62] = q.Bytes[63] = 0;
+    EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 62), ReferenceCrc(q.Bytes, 66));
+
+    hoe.BuildDisconnectPacket(5, 6, p);
+    EXPECT_EQ(CKVX_HdwHoe::GetCode(p), 0xC0000003u);
+    EXPECT_EQ(CKVX_HdwHoe::GetPayloadLength(p), 0u);
+    EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 64), 0u);
+}
+
+TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
+{
+    using Builder = void (CKVX_HdwHoe::*)(unsigned, unsigned, unsigned, unsigned, Packet&);
+    struct Case {
+        Builder build;
+        uint32_t code;
+    };
+    const Case cases[] = {
+        {&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},  {&CKVX_HdwHoe::BuildClosePortPacket, 0xA0000003u},
+        {&CKVX_HdwHoe::BuildKeepAlivePortPacket, 0xA0000005u}, {&CKVX_HdwHoe::BuildDataBufPortPacket, 0xA0000006u},
+        {&CKVX_HdwHoe::BuildCctxPortPacket, 0xA0000008u},  {&CKVX_HdwHoe::BuildRstTxPortPacket, 0xA000000Au},
+        {&CKVX_HdwHoe::BuildRstRxPortPacket, 0xA000000Cu}, {&CKVX_HdwHoe::BuildDctxPortPacket, 0xA000000Eu},
+        {&CKVX_HdwHoe::BuildCfgPortPacket, 0xA0000010u},
+    };
+    CKVX_HdwHoe hoe(0xCAFE);
+    for (const Case& c : cases) {
+        Packet p = Filled(0);
+        CKVX_HdwHoe::SetPacketNumber(p, 41);
+        CKVX_HdwHoe::SetPayloadLength(p, 10);
+        for (unsigned i = 0; i < 20; ++i)
+            p.Bytes[64 + i] = static_cast<unsigned char>(i + 1);
+        p.Bytes[62] = 0x77; // stale CRC must not count
+        (hoe.*c.build)(3, 0x10002, 0x30004, 9, p);
+
+        EXPECT_EQ(CKVX_HdwHoe::GetCode(p), c.code);
+        EXPECT_EQ(CKVX_HdwHoe::GetFirstWord(p), 3u);
+        EXPECT_EQ(CKVX_HdwHoe::GetSecondWord(p), 9u);
+        EXPECT_EQ(CKVX_HdwHoe::GetPacketNumber(p), 41u);
+        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 26), 2u);   // port type kept to 16 bits
+        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 28), 4u);   // channel kept to 16 bits
+        EXPECT_EQ(CKVX_HdwHoe::GetPayloadLength(p), 10u);
+        Packet zeroed = p;
+        zeroed.Bytes[62] = zeroed.Bytes[63] = 0;
+        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 62), ReferenceCrc(zeroed.Bytes, 74));
+        EXPECT_NE(CKVX_HdwHoe::GetU16(p, 62), ReferenceCrc(zeroed.Bytes, 75));
+    }
+}
+
+TEST(HoePacket, BroadcastClassification)
+{
+    EXPECT_TRUE(CKVX_HdwHoe::IsBroadcastPacket(0xF0000002u));
+    EXPECT_TRUE(CKVX_HdwHoe::IsBroadcastPacket(0xF0000001u));
+    EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0xA0000005u));
+    EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0xC0000001u));
+    EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0x70000000u));
+}
+
+TEST(HoePacket, ClientIdentifiersAndCopies)
+{
+    EXPECT_EQ(CKVX_HdwHoe().GetClientId(), 0u);
+    const unsigned a = CKVX_HdwHoe::NewClientId();
+    const unsigned b = CKVX_HdwHoe::NewClientId();
+    EXPECT_NE(a, 0u);
+    EXPECT_NE(b, 0u);
+    EXPECT_NE(a, b);
+    CKVX_HdwHoe x(a);
+    CKVX_HdwHoe y(x);
+    EXPECT_EQ(y.GetClientId(), a);
+    CKVX_HdwHoe z;
+    z = x;
+    EXPECT_EQ(z.GetClientId(), a);
+}
+
+// Acceptance: a reply the unit would send, then one datagram per check that
+// fails exactly that check.
+class HoeAcceptance : public ::testing::Test {
+protected:
+    static constexpr unsigned kClient = 0x51515151;
+    static constexpr unsigned kFirst = 0x1234;
+
+    // A well-formed event-data packet with `payload` bytes, as a unit sends it.
+    Packet Reply(unsigned payload = 4)
+    {
+        CKVX_HdwHoe unit(kClient);
+        std::vector<unsigned char> data(payload, 0x5A);
+        Packet p;
+        unit.BuildSendCmdPacket(kFirst, 7, data.data(), static_cast<unsigned short>(payload), p);
+        CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, CKVX_HdwHoe::CodeEventData);
+        Recrc(p);
+        return p;
+    }
+    static void Recrc(Packet& p) { CKVX_HdwHoe::SetU16(p, 62, CKVX_HdwHoe::ComputeCrc(p)); }
+    CKVX_HdwHoe::t_HoeCheck Check(const Packet& p, int size)
+    {
+        return host.CheckReceivedPacket(p, size, kFirst, CKVX_HdwHoe::CodeEventData);
+    }
+
+    CKVX_HdwHoe host{kClient};
+};
+
+TEST_F(HoeAcceptance, WellFormedReplyPasses)
+{
+    const Packet p = Reply();
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeAccepted);
+    const Packet full = Reply(1350);
+    EXPECT_EQ(Check(full, 1414), CKVX_HdwHoe::HoeAccepted);
+    const uint32_t codes[] = {CKVX_HdwHoe::CodeKeepAlivePort, CKVX_HdwHoe::CodeEventData};
+    EXPECT_EQ(host.CheckReceivedPacket(p, 68, kFirst, codes, 2), CKVX_HdwHoe::HoeAccepted);
+}
+
+TEST_F(HoeAcceptance, EachCheckRejectsInOrder)
+{
+    Packet p = Reply();
+    EXPECT_EQ(Check(p, -1), CKVX_HdwHoe::HoeCheckRead);
+    EXPECT_EQ(Check(p, 0), CKVX_HdwHoe::HoeCheckRead);
+    EXPECT_EQ(Check(p, 63), CKVX_HdwHoe::HoeCheckMinSize);
+
+    p = Reply();
+    p.Bytes[3] = 0xFF;
+    Recrc(p);
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckSignature);
+
+    p = Reply();
+    CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffClientId, kClient + 1);
+    Recrc(p);
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckClientId);
+
+    p = Reply();
+    CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffFirstWord, kFirst + 1);
+    Recrc(p);
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckFirstWord);
+
+    p = Reply(1350);
+    CKVX_HdwHoe::SetPayloadLength(p, 1351);
+    EXPECT_EQ(Check(p, 1414), CKVX_HdwHoe::HoeCheckPayloadMax);
+
+    p = Reply();
+    EXPECT_EQ(Check(p, 69), CKVX_HdwHoe::HoeCheckLength); // one byte longer than length + 64
+    EXPECT_EQ(Check(p, 67), CKVX_HdwHoe::HoeCheckLength);
+
+    p = Reply();
+    p.Bytes[65] ^= 0x01;
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckCrc);
+
+    p = Reply();
+    CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, CKVX_HdwHoe::CodeDisconnectReply);
+    Recrc(p);
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckCode);
+}
+
+TEST_F(HoeAcceptance, VersionIsNotCheckedAndCheckLeavesPacketIntact)
+{
+    Packet p = Reply();
+    CKVX_HdwHoe::SetU16(p, CKVX_HdwHoe::OffVersion, 9);
+    Recrc(p);
+    const Packet before = p;
+    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeAccepted);
+    EXPECT_EQ(0, std::memcmp(before.Bytes, p.Bytes, sizeof p.Bytes));
+}

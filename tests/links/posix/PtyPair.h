@@ -1,0 +1,124 @@
+#pragma once
+// A pseudo-terminal pair for the serial tests: the library opens the slave by
+// its name, the test plays the other end on the master.
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+class PtyPair {
+public:
+    PtyPair()
+    {
+        char name[256] = {};
+        if (openpty(&m_Master, &m_Slave, name, nullptr, nullptr) == 0) {
+            m_Name = name;
+            // Raw on both sides so that bytes pass unchanged.
+            termios t{};
+            tcgetattr(m_Slave, &t);
+            cfmakeraw(&t);
+            tcsetattr(m_Slave, TCSANOW, &t);
+            fcntl(m_Master, F_SETFL, fcntl(m_Master, F_GETFL) | O_NONBLOCK);
+        }
+    }
+    ~PtyPair()
+    {
+        CloseMaster();
+        if (m_Slave >= 0)
+            close(m_Slave);
+    }
+    PtyPair(const PtyPair&) = delete;
+    PtyPair& operator=(const PtyPair&) = delete;
+
+    bool Ok() const { return m_Master >= 0 && m_Slave >= 0; }
+    const std::string& SlaveName() const { return m_Name; }
+    int Master() const { return m_Master; }
+    // The test's own descriptor of the slave, to look at its line settings.
+    int Slave() const { return m_Slave; }
+    void CloseMaster()
+    {
+        if (m_Master >= 0)
+            close(m_Master);
+        m_Master = -1;
+    }
+
+    bool WriteMaster(const std::vector<uint8_t>& bytes)
+    {
+        size_t done = 0;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (done < bytes.size() && std::chrono::steady_clock::now() < deadline) {
+            const ssize_t n = write(m_Master, bytes.data() + done, bytes.size() - done);
+            if (n > 0)
+                done += size_t(n);
+            else {
+                pollfd p{m_Master, POLLOUT, 0};
+                poll(&p, 1, 100);
+            }
+        }
+        return done == bytes.size();
+    }
+
+    // Reads from the master until `count` bytes came or 10 s passed.
+    std::vector<uint8_t> ReadMaster(size_t count)
+    {
+        std::vector<uint8_t> out;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (out.size() < count && std::chrono::steady_clock::now() < deadline) {
+            uint8_t buf[4096];
+            const ssize_t n = read(m_Master, buf, std::min(sizeof buf, count - out.size()));
+            if (n > 0)
+                out.insert(out.end(), buf, buf + n);
+            else {
+                pollfd p{m_Master, POLLIN, 0};
+                poll(&p, 1, 100);
+            }
+        }
+        return out;
+    }
+
+    // Whatever the master has now, after waiting up to 100 ms for something.
+    std::vector<uint8_t> ReadSome()
+    {
+        pollfd p{m_Master, POLLIN, 0};
+        poll(&p, 1, 100);
+        std::vector<uint8_t> out(65536);
+        const ssize_t n = read(m_Master, out.data(), out.size());
+        out.resize(n > 0 ? size_t(n) : 0);
+        return out;
+    }
+
+    // Bytes waiting on the master side.
+    int MasterQueued() const
+    {
+        int n = -1;
+        ioctl(m_Master, FIONREAD, &n);
+        return n;
+    }
+
+private:
+    int m_Master = -1;
+    int m_Slave = -1;
+    std::string m_Name;
+};
+
+// Polls `cond` every few milliseconds for up to `ms` (10 s unless told).
+template <typename Cond>
+bool WaitFor(Cond cond, int ms = 10000)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (!cond()) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}

@@ -1,0 +1,149 @@
+// Serial-port enumeration against a fake sysfs tree and /dev folder built in
+// a temporary directory (no USB hardware exists where the tests run).
+#include <HdwLib/links/internal/SerialPortEnum.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using hdw::platform::EnumerateSerialPorts;
+using hdw::platform::SerialPortInfo;
+
+namespace {
+
+class FakeSysfs : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/hdwlib-sysfs-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        root = tmpl;
+        sys = root / "sys";
+        dev = root / "dev";
+        fs::create_directories(sys / "class" / "tty");
+        fs::create_directories(dev);
+    }
+    void TearDown() override { fs::remove_all(root); }
+
+    static void WriteFile(const fs::path& p, const std::string& text)
+    {
+        fs::create_directories(p.parent_path());
+        std::ofstream(p) << text << "\n";
+    }
+
+    // A USB device with one interface carrying the tty `name`.
+    fs::path AddUsbTty(const std::string& usbDir, const std::string& name, const std::string& vid,
+                       const std::string& pid, const std::string& product, const std::string& serial,
+                       const std::string& bcd)
+    {
+        const fs::path usb = sys / "devices" / "pci0000:00" / "0000:00:14.0" / "usb1" / usbDir;
+        WriteFile(usb / "idVendor", vid);
+        WriteFile(usb / "idProduct", pid);
+        if (!product.empty())
+            WriteFile(usb / "product", product);
+        if (!serial.empty())
+            WriteFile(usb / "serial", serial);
+        WriteFile(usb / "bcdDevice", bcd);
+        const fs::path port = usb / (usbDir + ":1.0") / name;
+        fs::create_directories(port / "tty" / name);
+        AddClassTty(name, port);
+        return usb;
+    }
+
+    void AddClassTty(const std::string& name, const fs::path& device)
+    {
+        const fs::path cls = sys / "class" / "tty" / name;
+        fs::create_directories(cls);
+        fs::create_directory_symlink(device, cls / "device");
+    }
+
+    void AddNode(const std::string& name) { WriteFile(dev / name, ""); }
+
+    std::vector<SerialPortInfo> Enumerate() { return EnumerateSerialPorts(sys.string(), dev.string()); }
+
+    fs::path root, sys, dev;
+};
+
+TEST_F(FakeSysfs, UsbBridgeCarriesItsDescriptors)
+{
+    AddUsbTty("1-2", "ttyUSB0", "0403", "6001", "Test Bridge", "A1B2C3", "0600");
+    AddNode("ttyUSB0");
+    const auto ports = Enumerate();
+    ASSERT_EQ(ports.size(), 1u);
+    EXPECT_EQ(ports[0].Name, (dev / "ttyUSB0").string());
+    EXPECT_TRUE(ports[0].IsUsb);
+    EXPECT_EQ(ports[0].VendorId, "0403");
+    EXPECT_EQ(ports[0].ProductId, "6001");
+    EXPECT_EQ(ports[0].Description, "Test Bridge");
+    EXPECT_EQ(ports[0].SerialNumber, "A1B2C3");
+    EXPECT_EQ(ports[0].Revision, "0600");
+}
+
+TEST_F(FakeSysfs, IdentifiersAreLowercaseAndMissingTextsEmpty)
+{
+    AddUsbTty("1-3", "ttyACM0", "1A86", "7D2B", "", "", "0264");
+    AddNode("ttyACM0");
+    const auto ports = Enumerate();
+    ASSERT_EQ(ports.size(), 1u);
+    EXPECT_EQ(ports[0].VendorId, "1a86");
+    EXPECT_EQ(ports[0].ProductId, "7d2b");
+    EXPECT_EQ(ports[0].Description, "");
+    EXPECT_EQ(ports[0].SerialNumber, "");
+}
+
+TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
+{
+    const fs::path platform = sys / "devices" / "platform" / "serial8250";
+    // ttyS0: a real UART (type 4 = 16550A).
+    fs::create_directories(platform / "tty" / "ttyS0");
+    fs::create_directories(sys / "bus" / "platform" / "drivers" / "serial8250");
+    fs::create_directory_symlink(sys / "bus" / "platform" / "drivers" / "serial8250", platform / "driver");
+    AddClassTty("ttyS0", platform);
+    WriteFile(sys / "class" / "tty" / "ttyS0" / "type", "4");
+    // ttyS1: registered but no UART behind it (type 0).
+    AddClassTty("ttyS1", platform);
+    WriteFile(sys / "class" / "tty" / "ttyS1" / "type", "0");
+    AddNode("ttyS0");
+    AddNode("ttyS1");
+    const auto ports = Enumerate();
+    ASSERT_EQ(ports.size(), 1u);
+    EXPECT_EQ(ports[0].Name, (dev / "ttyS0").string());
+    EXPECT_FALSE(ports[0].IsUsb);
+    EXPECT_EQ(ports[0].VendorId, "");
+}
+
+TEST_F(FakeSysfs, VirtualTerminalsAndMissingNodesAreLeftOut)
+{
+    // A virtual console has no device link.
+    fs::create_directories(sys / "class" / "tty" / "tty1");
+    AddNode("tty1");
+    // A bridge whose /dev node does not exist (unplugged in between).
+    AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000");
+    EXPECT_TRUE(Enumerate().empty());
+}
+
+TEST_F(FakeSysfs, PortsComeInNameOrder)
+{
+    AddUsbTty("1-5", "ttyUSB10", "0403", "6010", "Dual", "S10", "0700");
+    AddUsbTty("1-6", "ttyUSB2", "0403", "6001", "Single", "S2", "0600");
+    AddUsbTty("1-7", "ttyACM0", "2341", "0043", "Board", "A0", "0001");
+    AddNode("ttyUSB10");
+    AddNode("ttyUSB2");
+    AddNode("ttyACM0");
+    const auto ports = Enumerate();
+    ASSERT_EQ(ports.size(), 3u);
+    EXPECT_EQ(ports[0].SerialNumber, "A0");
+    EXPECT_EQ(ports[1].SerialNumber, "S2");
+    EXPECT_EQ(ports[2].SerialNumber, "S10");
+}
+
+TEST_F(FakeSysfs, MissingTreeGivesNothing)
+{
+    fs::remove_all(sys);
+    EXPECT_TRUE(Enumerate().empty());
+}
+
+} // namespace

@@ -1,0 +1,404 @@
+// CUart on a pseudo-terminal: the library opens the slave by name, the test
+// plays the line's other end on the master and checks the slave's settings
+// with its own descriptor.
+#include "PtyPair.h"
+
+#include <HdwLib/links/Uart.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <thread>
+
+long ReadLineSpeed(int fd);
+
+namespace {
+
+using Params = CKVX_HdwUartPort::CParameters;
+
+std::vector<uint8_t> Pattern(size_t n, uint8_t seed)
+{
+    std::vector<uint8_t> v(n);
+    for (size_t i = 0; i < n; ++i)
+        v[i] = static_cast<uint8_t>(seed + i * 7);
+    return v;
+}
+
+termios SlaveSettings(const PtyPair& pty)
+{
+    termios t{};
+    tcgetattr(pty.Slave(), &t);
+    return t;
+}
+
+class UartPty : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(pty.Ok()); }
+    void TearDown() override { uart.Close(); }
+
+    unsigned OpenWith(const Params& p)
+    {
+        Params copy = p;
+        return uart.Open(pty.SlaveName(), &copy);
+    }
+
+    // Reads through the CUart until `count` bytes came or 10 s passed.
+    std::vector<uint8_t> ReadUart(size_t count)
+    {
+        std::vector<uint8_t> out;
+        WaitFor([&] {
+            unsigned char buf[512];
+            unsigned got = 0;
+            EXPECT_EQ(uart.Read(buf, sizeof buf, got), 0u);
+            out.insert(out.end(), buf, buf + got);
+            return out.size() >= count;
+        });
+        return out;
+    }
+
+    PtyPair pty;
+    CUart uart;
+};
+
+TEST(UartClosed, EveryOperationAnswersNotOpen)
+{
+    CUart uart;
+    EXPECT_FALSE(uart.IsOpen());
+    unsigned char buf[4] = {1, 2, 3, 4};
+    unsigned n = 99;
+    EXPECT_EQ(uart.Read(buf, 4, n), 19u);
+    EXPECT_EQ(n, 0u);
+    EXPECT_EQ(uart.Write(buf, 4, 10), 19u);
+    EXPECT_EQ(uart.SetParity(2), 19u);
+    EXPECT_EQ(uart.GetParameters().Parity, 0u);
+    EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
+    EXPECT_EQ(uart.GetBytesToBeWritten(n), 19u);
+    EXPECT_EQ(uart.ResetReadBuffer(), 19u);
+    EXPECT_EQ(uart.ResetWriteBuffer(), 19u);
+    EXPECT_EQ(uart.Close(), 0u);
+}
+
+TEST(UartClosed, MissingDeviceFailsToOpenAndStaysClosed)
+{
+    CUart uart;
+    Params p;
+    EXPECT_EQ(uart.Open("/dev/hdwlib-no-such-tty", &p), 14u);
+    EXPECT_FALSE(uart.IsOpen());
+    unsigned n = 0;
+    EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
+}
+
+TEST(UartClosed, NonTerminalFileIsRefused)
+{
+    CUart uart;
+    Params p;
+    EXPECT_EQ(uart.Open("/dev/null", &p), 14u);
+    EXPECT_FALSE(uart.IsOpen());
+}
+
+TEST(UartClosed, DefaultsAreThoseOfTheLineRecord)
+{
+    CUart uart;
+    EXPECT_EQ(uart.GetParameters().BaudRate, 9600u);
+    EXPECT_EQ(uart.GetParameters().DataBits, 8u);
+    EXPECT_EQ(uart.GetParameters().Parity, 0u);
+    EXPECT_EQ(uart.GetParameters().StopBits, 0u);
+    EXPECT_EQ(uart.GetParameters().FlowControl, 0u);
+    EXPECT_EQ(uart.GetInputQueueSize(), 4096u);
+    EXPECT_EQ(uart.GetOutputQueueSize(), 4096u);
+}
+
+TEST_F(UartPty, OpenConfiguresARawLine)
+{
+    Params p;
+    p.BaudRate = 115200;
+    ASSERT_EQ(OpenWith(p), 0u);
+    EXPECT_TRUE(uart.IsOpen());
+    const termios t = SlaveSettings(pty);
+    EXPECT_EQ(t.c_lflag & (ICANON | ECHO | ISIG), 0u);
+    EXPECT_EQ(t.c_oflag & OPOST, 0u);
+    EXPECT_EQ(t.c_iflag & (ICRNL | IXON | IXOFF), 0u);
+    EXPECT_EQ(t.c_cflag & CSIZE, tcflag_t(CS8));
+    EXPECT_EQ(t.c_cflag & (PARENB | CSTOPB | CRTSCTS), 0u);
+    EXPECT_NE(t.c_cflag & CREAD, 0u);
+    EXPECT_EQ(ReadLineSpeed(pty.Slave()), 115200);
+    EXPECT_EQ(uart.GetParameters().BaudRate, 115200u);
+    EXPECT_EQ(uart.Close(), 0u);
+    EXPECT_FALSE(uart.IsOpen());
+    EXPECT_EQ(uart.Close(), 0u);
+}
+
+TEST_F(UartPty, StopBitsTwoAndOneAndAHalfSetTwo)
+{
+    Params p;
+    p.StopBits = Params::StopBitsTwo;
+    ASSERT_EQ(OpenWith(p), 0u);
+    EXPECT_NE(SlaveSettings(pty).c_cflag & CSTOPB, 0u);
+    uart.Close();
+    p.StopBits = Params::StopBitsOneAndHalf;
+    ASSERT_EQ(OpenWith(p), 0u);
+    EXPECT_NE(SlaveSettings(pty).c_cflag & CSTOPB, 0u);
+    uart.Close();
+    p.StopBits = Params::StopBitsOne;
+    ASSERT_EQ(OpenWith(p), 0u);
+    EXPECT_EQ(SlaveSettings(pty).c_cflag & CSTOPB, 0u);
+}
+
+TEST_F(UartPty, InvalidCodesFailTheConfiguration)
+{
+    Params p;
+    p.StopBits = 3;
+    EXPECT_EQ(OpenWith(p), 14u);
+    EXPECT_FALSE(uart.IsOpen());
+    p = Params();
+    p.Parity = 5;
+    EXPECT_EQ(OpenWith(p), 14u);
+    p = Params();
+    p.DataBits = 9;
+    EXPECT_EQ(OpenWith(p), 14u);
+    p = Params();
+    p.BaudRate = 0;
+    EXPECT_EQ(OpenWith(p), 14u);
+    EXPECT_FALSE(uart.IsOpen());
+    // The line is free again after every failure.
+    EXPECT_EQ(OpenWith(Params()), 0u);
+}
+
+TEST_F(UartPty, XonXoffFlowControl)
+{
+    Params p;
+    p.FlowControl = Params::FlowXonXoff;
+    ASSERT_EQ(OpenWith(p), 0u);
+    const termios t = SlaveSettings(pty);
+    EXPECT_NE(t.c_iflag & IXON, 0u);
+    EXPECT_NE(t.c_iflag & IXOFF, 0u);
+    EXPECT_EQ(t.c_cflag & CRTSCTS, 0u);
+    EXPECT_EQ(t.c_cc[VSTART], 0x11);
+    EXPECT_EQ(t.c_cc[VSTOP], 0x13);
+}
+
+TEST_F(UartPty, RtsCtsFlowControl)
+{
+    Params p;
+    p.FlowControl = Params::FlowRtsCts | Params::FlowDtrDsr;
+    ASSERT_EQ(OpenWith(p), 0u);
+    const termios t = SlaveSettings(pty);
+    EXPECT_NE(t.c_cflag & CRTSCTS, 0u);
+    EXPECT_EQ(t.c_iflag & (IXON | IXOFF), 0u);
+    // The characters are set whenever any flow bit is.
+    EXPECT_EQ(t.c_cc[VSTART], 0x11);
+    EXPECT_EQ(t.c_cc[VSTOP], 0x13);
+}
+
+TEST_F(UartPty, ArbitraryRatesAreSetOrRefusedAsTheDriverDoes)
+{
+    for (uint32_t rate : {6000000u, 8000000u, 250000u, 1000000u}) {
+        Params p;
+        p.BaudRate = rate;
+        const unsigned rc = OpenWith(p);
+        if (rc == 0) {
+            EXPECT_EQ(ReadLineSpeed(pty.Slave()), long(rate)) << rate;
+            uart.Close();
+        } else {
+            // A refusal is a failed configuration and leaves nothing open.
+            EXPECT_EQ(rc, 14u) << rate;
+            EXPECT_FALSE(uart.IsOpen());
+        }
+    }
+}
+
+TEST_F(UartPty, PseudoTerminalRefusesParity)
+{
+    // The kernel clears PARENB on a pseudo-terminal: a failed configuration.
+    for (uint8_t parity : {Params::ParityOdd, Params::ParityEven, Params::ParityMark, Params::ParitySpace}) {
+        Params p;
+        p.Parity = parity;
+        EXPECT_EQ(OpenWith(p), 14u) << int(parity);
+        EXPECT_FALSE(uart.IsOpen());
+    }
+}
+
+TEST_F(UartPty, SetParity)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    EXPECT_EQ(uart.SetParity(Params::ParityNone), 0u);
+    EXPECT_TRUE(uart.IsOpen());
+    // Refused by the pseudo-terminal: 14, and the port is closed.
+    EXPECT_EQ(uart.SetParity(Params::ParityEven), 14u);
+    EXPECT_FALSE(uart.IsOpen());
+    EXPECT_EQ(uart.GetParameters().Parity, Params::ParityNone);
+    unsigned n = 0;
+    EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
+}
+
+TEST_F(UartPty, ReadOfNothingAndOfZeroBytes)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    unsigned char buf[8];
+    unsigned n = 77;
+    EXPECT_EQ(uart.Read(buf, sizeof buf, n), 0u);
+    EXPECT_EQ(n, 0u);
+    ASSERT_TRUE(pty.WriteMaster({1, 2, 3}));
+    unsigned queued = 0;
+    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 3; }));
+    n = 77;
+    EXPECT_EQ(uart.Read(buf, 0, n), 0u);
+    EXPECT_EQ(n, 0u);
+    EXPECT_EQ(uart.GetReadBufferBytes(queued), 0u);
+    EXPECT_EQ(queued, 3u);
+}
+
+TEST_F(UartPty, ReadTakesAtMostMaxBytesAndLeavesTheRestInOrder)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    const auto data = Pattern(10, 0x30);
+    ASSERT_TRUE(pty.WriteMaster(data));
+    unsigned queued = 0;
+    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 10; }));
+    unsigned char buf[10] = {};
+    unsigned n = 0;
+    ASSERT_EQ(uart.Read(buf, 4, n), 0u);
+    ASSERT_EQ(n, 4u);
+    EXPECT_EQ(std::vector<uint8_t>(buf, buf + 4), std::vector<uint8_t>(data.begin(), data.begin() + 4));
+    ASSERT_EQ(uart.Read(buf, 10, n), 0u);
+    ASSERT_EQ(n, 6u);
+    EXPECT_EQ(std::vector<uint8_t>(buf, buf + 6), std::vector<uint8_t>(data.begin() + 4, data.end()));
+}
+
+TEST_F(UartPty, BytesPassBothWaysUnchanged)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    // Every byte value, including CR, LF, XON/XOFF and the control characters.
+    std::vector<uint8_t> all(256);
+    std::iota(all.begin(), all.end(), 0);
+    ASSERT_EQ(uart.Write(all.data(), unsigned(all.size()), 1000), 0u);
+    EXPECT_EQ(pty.ReadMaster(all.size()), all);
+
+    const auto back = Pattern(3000, 0x55);
+    ASSERT_TRUE(pty.WriteMaster(back));
+    EXPECT_EQ(ReadUart(back.size()), back);
+}
+
+TEST_F(UartPty, WriteOfNothingSucceeds)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    unsigned char b = 0;
+    EXPECT_EQ(uart.Write(&b, 0, 0), 0u);
+    EXPECT_EQ(pty.MasterQueued(), 0);
+}
+
+TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    // Nobody reads the master: the line fills up and the write cannot finish.
+    const auto big = Pattern(1 << 20, 1);
+    EXPECT_EQ(uart.Write(const_cast<uint8_t*>(big.data()), unsigned(big.size()), 200), 23u);
+    EXPECT_TRUE(uart.IsOpen());
+    // A pseudo-terminal moves bytes to the other side at once, so what went
+    // out before the time-out stays there; nothing of the rest may follow.
+    // A marker written afterwards must come right after a prefix of the
+    // timed-out data.
+    unsigned markerRc = 99;
+    std::thread writer([&] {
+        unsigned char marker[] = {0xEE, 0xFF, 0xEE};
+        markerRc = uart.Write(marker, 3, 10000);
+    });
+    std::vector<uint8_t> got;
+    WaitFor([&] {
+        const auto more = pty.ReadSome();
+        got.insert(got.end(), more.begin(), more.end());
+        return got.size() >= 3 && got[got.size() - 3] == 0xEE && got[got.size() - 2] == 0xFF && got.back() == 0xEE;
+    });
+    writer.join();
+    EXPECT_EQ(markerRc, 0u);
+    ASSERT_GE(got.size(), 3u);
+    const size_t before = got.size() - 3;
+    EXPECT_LT(before, big.size());
+    EXPECT_TRUE(std::equal(got.begin(), got.begin() + long(before), big.begin()));
+}
+
+TEST_F(UartPty, WriteWithZeroTimeOutTimesOutWhenItCannotFinishAtOnce)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    const auto big = Pattern(1 << 20, 9);
+    EXPECT_EQ(uart.Write(const_cast<uint8_t*>(big.data()), unsigned(big.size()), 0), 23u);
+}
+
+TEST_F(UartPty, QueueCountsAndPurges)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    unsigned queued = 99;
+    EXPECT_EQ(uart.GetReadBufferBytes(queued), 0u);
+    EXPECT_EQ(queued, 0u);
+    EXPECT_EQ(uart.GetBytesToBeWritten(queued), 0u);
+    EXPECT_EQ(queued, 0u);
+
+    ASSERT_TRUE(pty.WriteMaster(Pattern(50, 3)));
+    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 50; }));
+    EXPECT_EQ(uart.ResetReadBuffer(), 0u);
+    EXPECT_EQ(uart.GetReadBufferBytes(queued), 0u);
+    EXPECT_EQ(queued, 0u);
+    unsigned char buf[64];
+    unsigned n = 9;
+    EXPECT_EQ(uart.Read(buf, sizeof buf, n), 0u);
+    EXPECT_EQ(n, 0u);
+
+    // A pseudo-terminal has no output queue of its own: once the bytes have
+    // reached the other side nothing is left to count or purge.
+    unsigned char out[] = {1, 2, 3, 4, 5};
+    ASSERT_EQ(uart.Write(out, 5, 1000), 0u);
+    ASSERT_TRUE(WaitFor([&] { return pty.MasterQueued() == 5; }));
+    EXPECT_EQ(uart.GetBytesToBeWritten(queued), 0u);
+    EXPECT_EQ(queued, 0u);
+    EXPECT_EQ(uart.ResetWriteBuffer(), 0u);
+    EXPECT_EQ(pty.ReadMaster(5), std::vector<uint8_t>({1, 2, 3, 4, 5}));
+}
+
+TEST_F(UartPty, OpenDiscardsWhatWasQueuedBefore)
+{
+    ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
+    ASSERT_TRUE(WaitFor([&] {
+        int n = 0;
+        ioctl(pty.Slave(), FIONREAD, &n);
+        return n == 20;
+    }));
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    unsigned queued = 99;
+    EXPECT_EQ(uart.GetReadBufferBytes(queued), 0u);
+    EXPECT_EQ(queued, 0u);
+}
+
+TEST_F(UartPty, CopiesShareTheOpenPort)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    CUart copy(uart);
+    EXPECT_TRUE(copy.IsOpen());
+    unsigned char b[] = {0x42};
+    ASSERT_EQ(copy.Write(b, 1, 1000), 0u);
+    EXPECT_EQ(pty.ReadMaster(1), std::vector<uint8_t>({0x42}));
+    CUart assigned;
+    assigned = copy;
+    EXPECT_EQ(assigned.Close(), 0u);
+    EXPECT_FALSE(assigned.IsOpen());
+    // The original still holds the (now closed) descriptor number as open.
+    EXPECT_TRUE(uart.IsOpen());
+    uart = CUart();
+}
+
+TEST_F(UartPty, VanishedOtherSideTurnsIntoResultCodes)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    pty.CloseMaster();
+    unsigned char buf[8];
+    unsigned n = 5;
+    EXPECT_EQ(uart.Read(buf, sizeof buf, n), 13u);
+    EXPECT_EQ(n, 0u);
+    // A write to a dead line does not hang.
+    unsigned char out[] = {1, 2, 3};
+    const unsigned rc = uart.Write(out, 3, 100);
+    EXPECT_TRUE(rc == 0u || rc == 23u) << rc;
+    EXPECT_EQ(uart.Close(), 0u);
+}
+
+} // namespace

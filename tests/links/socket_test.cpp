@@ -1,0 +1,148 @@
+#include <HdwLib/links/HdwTcpClientSocket.h>
+#include <HdwLib/links/HdwTcpServerSocket.h>
+#include <HdwLib/links/HdwUdpSocket.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+const CKVX_IpAddress kLoopback(127, 0, 0, 1);
+constexpr unsigned kWaitMs = 10000; // generous: the machine may be loaded
+
+} // namespace
+
+TEST(UdpSocket, DatagramsBothWaysOnLoopback)
+{
+    CKVX_HdwUdpSocket a, b;
+    ASSERT_EQ(a.Open(0, kLoopback), 0u);
+    ASSERT_EQ(b.Open(0, kLoopback), 0u);
+    ASSERT_NE(a.GetLocalPort(), 0);
+    ASSERT_NE(a.GetLocalPort(), b.GetLocalPort());
+
+    const std::string msg = "hello unit";
+    ASSERT_EQ(a.SendTo(msg.data(), unsigned(msg.size()), kLoopback, b.GetLocalPort()), 0u);
+    char buf[64] = {};
+    unsigned got = 0;
+    CKVX_IpAddress from;
+    unsigned short fromPort = 0;
+    ASSERT_EQ(b.ReceiveFrom(buf, sizeof buf, got, from, fromPort, kWaitMs), 0u);
+    EXPECT_EQ(std::string(buf, got), msg);
+    EXPECT_EQ(from, kLoopback);
+    EXPECT_EQ(fromPort, a.GetLocalPort());
+
+    // Answer to where it came from; datagram boundaries are kept.
+    ASSERT_EQ(b.SendTo("x", 1, from, fromPort), 0u);
+    ASSERT_EQ(b.SendTo("yz", 2, from, fromPort), 0u);
+    ASSERT_EQ(a.ReceiveFrom(buf, sizeof buf, got, from, fromPort, kWaitMs), 0u);
+    EXPECT_EQ(std::string(buf, got), "x");
+    ASSERT_EQ(a.ReceiveFrom(buf, sizeof buf, got, from, fromPort, kWaitMs), 0u);
+    EXPECT_EQ(std::string(buf, got), "yz");
+}
+
+TEST(UdpSocket, TimeOutAndWrongStateCodes)
+{
+    CKVX_HdwUdpSocket s;
+    char buf[8];
+    unsigned got = 99;
+    CKVX_IpAddress from;
+    unsigned short port = 0;
+    EXPECT_EQ(s.ReceiveFrom(buf, sizeof buf, got, from, port, 0), 10u);
+    EXPECT_EQ(s.SendTo("a", 1, kLoopback, 9), 10u);
+    ASSERT_EQ(s.Open(0, kLoopback), 0u);
+    EXPECT_EQ(s.Open(0, kLoopback), 10u);
+    EXPECT_EQ(s.ReceiveFrom(buf, sizeof buf, got, from, port, 0), 4u);
+    EXPECT_EQ(got, 0u);
+    EXPECT_EQ(s.ReceiveFrom(buf, sizeof buf, got, from, port, 20), 4u);
+    EXPECT_EQ(s.WaitReadable(0), 4u);
+    EXPECT_EQ(s.Close(), 0u);
+    EXPECT_FALSE(s.IsOpen());
+}
+
+TEST(UdpSocket, PortHeldElsewhereGives21)
+{
+    CKVX_HdwUdpSocket a, b;
+    ASSERT_EQ(a.Open(0, kLoopback), 0u);
+    EXPECT_EQ(b.Open(a.GetLocalPort(), kLoopback), 21u);
+    EXPECT_FALSE(b.IsOpen());
+}
+
+TEST(UdpSocket, OversizedDatagramIsAnErrorNotATruncatedRead)
+{
+    CKVX_HdwUdpSocket a, b;
+    ASSERT_EQ(a.Open(0, kLoopback), 0u);
+    ASSERT_EQ(b.Open(0, kLoopback), 0u);
+    std::vector<char> big(100, 'q');
+    ASSERT_EQ(a.SendTo(big.data(), unsigned(big.size()), kLoopback, b.GetLocalPort()), 0u);
+    ASSERT_EQ(a.SendTo("ok", 2, kLoopback, b.GetLocalPort()), 0u);
+    char buf[10];
+    unsigned got = 0;
+    CKVX_IpAddress from;
+    unsigned short port = 0;
+    EXPECT_EQ(b.ReceiveFrom(buf, sizeof buf, got, from, port, kWaitMs), 13u);
+    EXPECT_EQ(got, 0u);
+    // The next datagram is intact.
+    ASSERT_EQ(b.ReceiveFrom(buf, sizeof buf, got, from, port, kWaitMs), 0u);
+    EXPECT_EQ(std::string(buf, got), "ok");
+}
+
+TEST(TcpSocket, AcceptConnectSendReceiveAndPeerClose)
+{
+    CKVX_HdwTcpServerSocket server;
+    ASSERT_EQ(server.Listen(0, kLoopback), 0u);
+    ASSERT_NE(server.GetLocalPort(), 0);
+
+    CKVX_HdwTcpClientSocket accepted;
+    EXPECT_EQ(server.Accept(accepted, 0), 4u); // nobody yet
+
+    CKVX_HdwTcpClientSocket client;
+    ASSERT_EQ(client.Connect(kLoopback, server.GetLocalPort(), kWaitMs), 0u);
+    EXPECT_TRUE(client.IsConnected());
+    EXPECT_EQ(client.Connect(kLoopback, server.GetLocalPort(), kWaitMs), 10u);
+    ASSERT_EQ(server.Accept(accepted, kWaitMs), 0u);
+    EXPECT_EQ(accepted.GetPeerAddress(), kLoopback);
+    EXPECT_EQ(accepted.GetPeerPort(), client.GetLocalPort());
+
+    unsigned sent = 0;
+    ASSERT_EQ(client.Send("ping", 4, sent, kWaitMs), 0u);
+    EXPECT_EQ(sent, 4u);
+    std::string in;
+    char buf[16];
+    unsigned got = 0;
+    while (in.size() < 4) {
+        ASSERT_EQ(accepted.Receive(buf, sizeof buf, got, kWaitMs), 0u);
+        in.append(buf, got);
+    }
+    EXPECT_EQ(in, "ping");
+
+    ASSERT_EQ(accepted.Send("pong!", 5, sent, kWaitMs), 0u);
+    in.clear();
+    while (in.size() < 5) {
+        ASSERT_EQ(client.Receive(buf, sizeof buf, got, kWaitMs), 0u);
+        in.append(buf, got);
+    }
+    EXPECT_EQ(in, "pong!");
+    EXPECT_EQ(client.Receive(buf, sizeof buf, got, 0), 4u);
+
+    accepted.Close();
+    EXPECT_EQ(client.Receive(buf, sizeof buf, got, kWaitMs), 13u);
+    EXPECT_FALSE(client.IsConnected());
+    EXPECT_EQ(client.Send("a", 1, sent), 10u);
+}
+
+TEST(TcpSocket, ConnectToClosedPortFailsWith14)
+{
+    unsigned short port = 0;
+    {
+        CKVX_HdwTcpServerSocket server;
+        ASSERT_EQ(server.Listen(0, kLoopback), 0u);
+        port = server.GetLocalPort();
+    }
+    CKVX_HdwTcpClientSocket client;
+    EXPECT_EQ(client.Connect(kLoopback, port, kWaitMs), 14u);
+    EXPECT_FALSE(client.IsConnected());
+}

@@ -1,0 +1,106 @@
+#include "WaitUntil.h"
+
+#include <HdwLib/framework/HdwManager.h>
+#include <HdwLib/links/HdwUdpEmulatorDevice.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace {
+
+const CKVX_IpAddress kLoopback(127, 0, 0, 1);
+
+class UdpEmulatorTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(unit.Open(0, kLoopback), 0u);
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
+    }
+    void TearDown() override { manager.Stop(); }
+    CKVX_String UnitLink() const
+    {
+        CKVX_String s;
+        s.Format("udp:127.0.0.1:%u", unsigned(unit.GetLocalPort()));
+        return s;
+    }
+    std::string ReceiveAtUnit(CKVX_IpAddress& from, unsigned short& fromPort)
+    {
+        char buf[256];
+        unsigned got = 0;
+        EXPECT_EQ(unit.ReceiveFrom(buf, sizeof buf, got, from, fromPort, 10000), 0u);
+        return std::string(buf, got);
+    }
+    unsigned Waiting()
+    {
+        unsigned n = 0;
+        EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 0u);
+        return n;
+    }
+
+    CKVX_HdwUdpSocket unit; // the serial unit's end of the byte stream
+    CKVX_HdwUdpEmulatorDevice device; // outlives the manager, which does not own it
+    CKVX_HdwManager manager;
+};
+
+TEST_F(UdpEmulatorTest, EnumerationMakesOneUartPortPerLink)
+{
+    EXPECT_EQ(device.GetDeviceCode(), 101u);
+    CKVX_HdwManager::CInitPortDesc links[] = {{101, UnitLink()}, {101, "udp:127.0.0.1:99999"}, {101, "COM3"}};
+    ASSERT_EQ(manager.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(links[0].Result, 0u);
+    EXPECT_EQ(links[1].Result, 2u);
+    EXPECT_EQ(links[2].Result, 2u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
+    ASSERT_NE(port, nullptr);
+    EXPECT_NE(dynamic_cast<CKVX_HdwUartPort*>(port), nullptr);
+    EXPECT_EQ(port->GetChannelId(), "0");
+    EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
+}
+
+TEST_F(UdpEmulatorTest, BytesBothWaysThroughTheTick)
+{
+    CKVX_HdwManager::CInitPortDesc link(101, UnitLink());
+    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    unsigned n = 0;
+    EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 19u); // not open yet
+    const unsigned char hello[] = {'h', 'i', '!'};
+    EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
+    EXPECT_EQ(device.UartWrite(3, hello, 3), 2u);
+
+    ASSERT_EQ(manager.Run(), 0u);
+    ASSERT_EQ(device.Open(0), 0u);
+    ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
+    CKVX_IpAddress from;
+    unsigned short hostPort = 0;
+    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
+
+    // The unit answers; the tick queues it; reads split it as asked.
+    ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
+    ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Waiting() == 8; }));
+    unsigned char buf[16] = {};
+    unsigned got = 0;
+    ASSERT_EQ(device.UartRead(0, buf, 4, got), 0u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "abcd");
+    ASSERT_EQ(device.UartRead(0, buf, sizeof buf, got), 0u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "efgh");
+
+    // Datagrams from anyone but the unit are not part of its stream.
+    CKVX_HdwUdpSocket stranger;
+    ASSERT_EQ(stranger.Open(0, kLoopback), 0u);
+    ASSERT_EQ(stranger.SendTo("XX", 2, from, hostPort), 0u);
+    ASSERT_EQ(unit.SendTo("ok", 2, from, hostPort), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Waiting() >= 2; }));
+    ASSERT_EQ(device.UartRead(0, buf, sizeof buf, got), 0u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "ok");
+
+    EXPECT_EQ(device.Close(0), 0u);
+    EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
+}
+
+} // namespace
