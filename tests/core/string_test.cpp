@@ -23,6 +23,8 @@ TEST(StringFormat, WideIntegersAndZeroPadding)
     EXPECT_EQ(s, "00000042|-0000042|0000BEEF");
     s.Format("%llu %u", 1ull << 40, 7u);
     EXPECT_EQ(s, "1099511627776 7");
+    s.Format("%zu|%lld|%5.2f", size_t(4000000000u), -9000000000ll, 2.5);
+    EXPECT_EQ(s, "4000000000|-9000000000| 2.50");
 }
 
 TEST(StringFormat, FormatReplacesAndAppendFormatAppends)
