@@ -4,13 +4,20 @@
 #   scripts/check-exports.sh build/HdwLib/libHdwLib.so
 #   scripts/check-exports.sh build-win64/bin/HdwLib.dll
 #
-# Every exported symbol must belong to a CKVX_ class (members, vtables,
+# Every exported symbol must belong to a public class: a CKVX_ class or a
+# class that a public header declares with HDWLIB_EXPORT (members, vtables,
 # typeinfo, template instantiations over them). Internal code (namespace hdw,
 # the platform halves, anonymous namespaces) must stay hidden.
 set -euo pipefail
 
 lib=${1:?usage: check-exports.sh <libHdwLib.so|HdwLib.dll>}
 [[ -f $lib ]] || { echo "check-exports: $lib not found" >&2; exit 2; }
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# Public classes without the CKVX_ prefix (CUart ...), from the public headers.
+public_names=$(find "$root"/HdwLib/{core,framework,links,units,bus} -maxdepth 1 -name '*.h' 2>/dev/null -print0 |
+    xargs -0 -r grep -hoE 'class HDWLIB_EXPORT [A-Za-z_][A-Za-z0-9_]*' | awk '{ print $3 }' | grep -v '^CKVX_' |
+    sort -u | paste -sd '|' - || true)
 
 list_exports() {
     case $lib in
@@ -36,11 +43,22 @@ if [[ $total -eq 0 ]]; then
     exit 1
 fi
 
-# Allowed beyond the CKVX_ classes: the standard base of CKVX_Exception, and
+# Allowed beyond the public classes: the standard base of CKVX_Exception, and
 # the linker's own symbols on Linux.
 allowed='CKVX_|^typeinfo( name)? for std::exception$|^_init$|^_fini$|^__bss_start$|^_edata$|^_end$'
+if [[ -n $public_names ]]; then
+    allowed+="|\\b($public_names)\\b"
+fi
+case $lib in
+*.dll | *.DLL)
+    # GCC for Windows exports the typeinfo of every polymorphic class that a
+    # translation unit with exports emits (so that RTTI matches across DLLs),
+    # internal ones included. That is data for dynamic_cast, not an entry point.
+    exports=$(grep -Ev '^typeinfo( name)? for ' <<<"$exports" || true)
+    ;;
+esac
 internal=$(grep -E 'hdw::|\(anonymous namespace\)|[Pp]latform' <<<"$exports" || true)
-stray=$(grep -Ev "$allowed" <<<"$exports" || true)
+stray=$(grep -Ev "$allowed" <<<"$exports" | grep -Ev 'hdw::|\(anonymous namespace\)|[Pp]latform' || true)
 
 status=0
 if [[ -n $internal ]]; then
