@@ -16,6 +16,7 @@
 #include <HdwLib/framework/HdwInitPortDesc.h>
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/framework/HdwObject.h>
+#include <HdwLib/framework/HdwPortIdentifier.h>
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>

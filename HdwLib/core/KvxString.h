@@ -6,8 +6,20 @@
 #include <HdwLib/core/KvxObject.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <string>
 #include <string_view>
+
+// Argument checking for the printf-style members. mingw-w64 formats with its
+// C99 printf (%zu, %llu) and names that archetype __MINGW_PRINTF_FORMAT; plain
+// `printf` there would check against msvcrt's and warn on valid formats.
+#if defined(__MINGW_PRINTF_FORMAT)
+#define HDWLIB_PRINTF_FORMAT(fmt, args) __attribute__((format(__MINGW_PRINTF_FORMAT, fmt, args)))
+#elif defined(__GNUC__)
+#define HDWLIB_PRINTF_FORMAT(fmt, args) __attribute__((format(printf, fmt, args)))
+#else
+#define HDWLIB_PRINTF_FORMAT(fmt, args)
+#endif
 
 class HDWLIB_EXPORT CKVX_String : public CKVX_Object {
 public:
@@ -24,18 +36,10 @@ public:
     ~CKVX_String() override;
 
     // Replaces the contents with printf-style formatted text; returns the new length.
-    unsigned Format(const char* format, ...)
-#if defined(__GNUC__)
-        __attribute__((format(printf, 2, 3)))
-#endif
-        ;
+    unsigned Format(const char* format, ...) HDWLIB_PRINTF_FORMAT(2, 3);
     unsigned FormatV(const char* format, va_list args);
     // Appends printf-style formatted text; returns the new length.
-    unsigned AppendFormat(const char* format, ...)
-#if defined(__GNUC__)
-        __attribute__((format(printf, 2, 3)))
-#endif
-        ;
+    unsigned AppendFormat(const char* format, ...) HDWLIB_PRINTF_FORMAT(2, 3);
 
     CKVX_String& operator+=(const CKVX_String& other);
     CKVX_String& operator+=(const char* text);

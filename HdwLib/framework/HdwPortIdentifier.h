@@ -9,6 +9,10 @@
 // the default CKVX_Crc over everything before the last "@". Matching ignores
 // the absolute number, which may change between runs.
 
+// Completes the nested class that HdwManager.h declares; HdwManager.h includes
+// this header at its end, so either may be included first.
+#include <HdwLib/framework/HdwManager.h>
+
 #include <HdwLib/core/KvxCrc.h>
 #include <HdwLib/core/KvxObject.h>
 #include <HdwLib/core/KvxString.h>

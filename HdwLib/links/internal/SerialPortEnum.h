@@ -35,7 +35,7 @@ struct SerialPortInfo {
 
 // The ports in name order. `sysRoot` and `devRoot` replace "/sys" and "/dev"
 // (empty: the system's own); Windows ignores both.
-HDWLIB_EXPORT std::vector<SerialPortInfo> EnumerateSerialPorts(const std::string& sysRoot = std::string(),
-                                                               const std::string& devRoot = std::string());
+std::vector<SerialPortInfo> EnumerateSerialPorts(const std::string& sysRoot = std::string(),
+                                                 const std::string& devRoot = std::string());
 
 } // namespace hdw::platform
