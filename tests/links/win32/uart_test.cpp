@@ -3,6 +3,8 @@
 // line's far end and reports the settings the line carries.
 #include "SerialPeer.h"
 
+#include "links/BytePattern.h"
+
 #include "links/WaitUntil.h"
 
 #include <HdwLib/links/Uart.h>
@@ -17,14 +19,6 @@
 namespace {
 
 using Params = CKVX_HdwUartPort::CParameters;
-
-std::vector<uint8_t> Pattern(size_t n, uint8_t seed)
-{
-    std::vector<uint8_t> v(n);
-    for (size_t i = 0; i < n; ++i)
-        v[i] = static_cast<uint8_t>(seed + i * 7);
-    return v;
-}
 
 class UartCom : public ::testing::Test {
 protected:
