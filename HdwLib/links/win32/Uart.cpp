@@ -162,17 +162,24 @@ unsigned CUart::Read(unsigned char* buffer, unsigned int maxBytes, unsigned int&
     GetReadBufferBytes(queued);
     const DWORD n = queued < maxBytes ? queued : maxBytes;
     DWORD got = 0;
-    if (ReadFile(port, buffer, n, &got, Ov(m_ReadOverlapped))) {
+    OVERLAPPED* ov = Ov(m_ReadOverlapped);
+    if (ReadFile(port, buffer, n, &got, ov)) {
         bytesRead = got;
         return 0;
     }
-    // Only queued bytes are asked for, so a pending read completes at once
-    // and is not waited for.
-    if (GetLastError() == ERROR_IO_PENDING) {
-        bytesRead = got;
-        return 0;
+    if (GetLastError() != ERROR_IO_PENDING)
+        return HDW_ERR_SYSTEM_CALL;
+    // Only queued bytes are asked for, so a pending read completes at once;
+    // some drivers (wine's) still report it as pending. Its count is taken
+    // from the overlapped record, otherwise the bytes it moved would be lost,
+    // and a read that is somehow not done yet is finished before the
+    // caller's buffer is given back.
+    if (!GetOverlappedResult(port, ov, &got, FALSE)) {
+        if (GetLastError() != ERROR_IO_INCOMPLETE || !GetOverlappedResult(port, ov, &got, TRUE))
+            got = 0;
     }
-    return HDW_ERR_SYSTEM_CALL;
+    bytesRead = got;
+    return 0;
 }
 
 unsigned CUart::Write(unsigned char* buffer, unsigned int count, unsigned int timeoutMs)
@@ -200,6 +207,13 @@ unsigned CUart::Write(unsigned char* buffer, unsigned int count, unsigned int ti
     if (written == count && inTime)
         return 0;
     ResetWriteBuffer();
+    // PURGE_TXABORT ends the pending write on Windows; where a driver leaves
+    // it running (wine), it is cancelled here, so that nothing of the rest
+    // goes out later and the caller's buffer is no longer used on return.
+    if (!HasOverlappedIoCompleted(ov)) {
+        CancelIo(port);
+        GetOverlappedResult(port, ov, &written, TRUE);
+    }
     return HDW_ERR_WRITE_TIMEOUT;
 }
 

@@ -3,6 +3,8 @@
 // with its own descriptor.
 #include "PtyPair.h"
 
+#include "links/BytePattern.h"
+
 #include <HdwLib/links/Uart.h>
 
 #include <gtest/gtest.h>
@@ -16,14 +18,6 @@ long ReadLineSpeed(int fd);
 namespace {
 
 using Params = CKVX_HdwUartPort::CParameters;
-
-std::vector<uint8_t> Pattern(size_t n, uint8_t seed)
-{
-    std::vector<uint8_t> v(n);
-    for (size_t i = 0; i < n; ++i)
-        v[i] = static_cast<uint8_t>(seed + i * 7);
-    return v;
-}
 
 termios SlaveSettings(const PtyPair& pty)
 {
