@@ -479,5 +479,14 @@ protected:
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
 
+// Both instances are compiled into the library (KvxCommandDevice.cpp). A
+// program that links a DLL through auto-import (its build defines
+// HDWLIB_AUTO_IMPORT) instantiates them itself instead: the DLL exports their
+// out-of-line members, but GCC exports no inline member of a template
+// instance, nor any member of a class nested in one that lacks its own export
+// mark (the events, the profile, the lists), so the program has to compile
+// those.
+#ifndef HDWLIB_AUTO_IMPORT
 extern template class HDWLIB_EXPORT CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>;
 extern template class HDWLIB_EXPORT CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>;
+#endif
