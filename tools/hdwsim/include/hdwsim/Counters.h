@@ -25,6 +25,11 @@ struct Counters {
     uint64_t StatusEventsSent = 0;
     uint64_t SessionOpens = 0;
     uint64_t SessionCloses = 0;
+    // Commands by code (bit 7 removed), whether or not the unit knows the code.
+    std::array<uint64_t, 128> CommandsByCode{};
+    uint64_t KeepAlives = 0;
+    uint64_t WatchdogExpiries = 0; // the host fell silent past the session watchdog
+    uint64_t CriticalFailuresSent = 0;
 
     // Unit frames.
     uint64_t FramesSent = 0;   // unit frames handed to a link
