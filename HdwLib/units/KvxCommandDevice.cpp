@@ -82,10 +82,24 @@ bool CKVX_HdwKvxCommandDevice<B>::IsEthernetInstance(CDeviceInstance* instance) 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::DoLinkWrite(CDeviceInstance* instance, uint8_t* data, unsigned count)
 {
-    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>) {
+        // A frame larger than one HOE packet (a unit that takes 4000-byte
+        // frames over Ethernet) goes out in consecutive packets: the unit
+        // reads its link as a byte stream. Should a packet be lost, the
+        // frame fails its CRC and the echo time-out reports it.
+        if (IsEthernetInstance(instance) && count > CKVX_HdwHoe::MaxPayload) {
+            for (unsigned done = 0; done < count;) {
+                const unsigned n = std::min(count - done, CKVX_HdwHoe::MaxPayload);
+                if (const unsigned rc = this->LinkWrite(instance, data + done, n))
+                    return rc;
+                done += n;
+            }
+            return 0;
+        }
         return this->LinkWrite(instance, data, count);
-    else
+    } else {
         return this->Com_Write(instance, data, count);
+    }
 }
 
 template <class B>

@@ -439,7 +439,12 @@ void UnitEngine::OnHostBytes(Link link, const uint8_t* data, size_t size, uint64
 {
     HostFrameParser::Stats stats;
     m->Parsers[link].Feed(
-        data, size, [&](const uint8_t* payload, size_t n) { m->ProcessFrame(payload, n, nowNs); }, stats);
+        data, size,
+        [&](const uint8_t* payload, size_t n) {
+            m->Count.LargestFramePayload = std::max<uint64_t>(m->Count.LargestFramePayload, n);
+            m->ProcessFrame(payload, n, nowNs);
+        },
+        stats);
     m->Count.FramesReceived += stats.GoodFrames;
     m->Count.FramesBadCrc += stats.BadCrc;
     m->Count.BytesDiscarded += stats.Discarded;

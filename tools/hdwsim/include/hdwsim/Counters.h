@@ -16,6 +16,7 @@ struct Counters {
     uint64_t FramesReceived = 0;  // host frames with a good CRC
     uint64_t FramesBadCrc = 0;    // host frames dropped for their CRC
     uint64_t FramesMalformed = 0; // good CRC but records that do not add up
+    uint64_t LargestFramePayload = 0; // payload bytes of the largest good host frame
     uint64_t BytesDiscarded = 0;  // bytes skipped while hunting for a start byte
     uint64_t BytesIgnored = 0;    // serial bytes read while hung up
     uint64_t CommandsReceived = 0;
