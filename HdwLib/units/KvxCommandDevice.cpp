@@ -484,7 +484,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::WaitAllCommandEchoes(unsigned instance, un
 }
 
 template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* inst)
+template <class TOnFrame>
+unsigned CKVX_HdwKvxCommandDevice<B>::ReadSerialFrames(CDeviceInstance* inst, TOnFrame&& onFrame)
 {
     unsigned waiting = 0;
     if (this->Com_GetReadBufferBytes(inst, waiting) != 0)
@@ -492,8 +493,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* 
     uint8_t chunk[kReadChunk];
     while (waiting > 0) {
         unsigned got = 0;
-        // Bytes past the first complete frame are lost: the probe ends there
-        // and the link is closed afterwards.
+        // Bytes past the frame that ends the reading are lost: the probe
+        // ends there and the link is closed afterwards.
         if (this->Com_Read(inst, chunk, std::min(waiting, kReadChunk), got) != 0)
             return 14;
         if (got == 0)
@@ -504,11 +505,20 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* 
             const unsigned rc = FeedByte(inst, chunk[i], ok);
             if (rc == 14)
                 return 14;
-            if (rc == 1)
-                return ok ? 0 : 1;
+            if (rc == 1) {
+                const int stop = onFrame(ok);
+                if (stop >= 0)
+                    return unsigned(stop);
+            }
         }
     }
     return 22;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* inst)
+{
+    return ReadSerialFrames(inst, [](bool ok) { return ok ? 0 : 1; });
 }
 
 // Recognising a unit by the shape of its status answer. Units of different
@@ -538,42 +548,27 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProbeByStatusShape(CDeviceInstance* tmp)
     unsigned seen = 0;
     const uint64_t start = CKVX_HdwTimer::GetTickCount();
     uint64_t lastFrame = start;
-    uint8_t chunk[kReadChunk];
     for (;;) {
-        unsigned waiting = 0;
-        if (this->Com_GetReadBufferBytes(tmp, waiting) != 0)
-            return 14;
-        while (waiting > 0) {
-            unsigned got = 0;
-            if (this->Com_Read(tmp, chunk, std::min(waiting, kReadChunk), got) != 0)
-                return 14;
-            if (got == 0)
-                break;
-            waiting -= std::min(waiting, got);
-            for (unsigned i = 0; i < got; ++i) {
-                bool ok = false;
-                const unsigned rc = FeedByte(tmp, chunk[i], ok);
-                if (rc == 14)
-                    return 14;
-                if (rc != 1 || !ok)
-                    continue;
-                lastFrame = CKVX_HdwTimer::GetTickCount();
-                for (uint32_t p : tmp->EventPosList) {
-                    const uint8_t* rec = tmp->EventBuffer.data() + p;
-                    const unsigned type = rec[1] >> 3;
-                    if (type == EventComEcho && rec[0] == 7) {
-                        const uint16_t number = uint16_t(rec[6] | rec[7] << 8);
-                        CEchoWaiting* oldest = tmp->EchoList.GetFirst();
-                        if (oldest && oldest->Number == number)
-                            tmp->EchoList.PopFront();
-                    } else if (type == EventStatus && rec[0] == 10 && rec[6] < 8) {
-                        seen |= 1u << rec[6];
-                    }
+        const unsigned rc = ReadSerialFrames(tmp, [&](bool ok) {
+            if (!ok)
+                return -1;
+            lastFrame = CKVX_HdwTimer::GetTickCount();
+            for (uint32_t p : tmp->EventPosList) {
+                const uint8_t* rec = tmp->EventBuffer.data() + p;
+                const unsigned type = rec[1] >> 3;
+                if (type == EventComEcho && rec[0] == 7) {
+                    const uint16_t number = uint16_t(rec[6] | rec[7] << 8);
+                    CEchoWaiting* oldest = tmp->EchoList.GetFirst();
+                    if (oldest && oldest->Number == number)
+                        tmp->EchoList.PopFront();
+                } else if (type == EventStatus && rec[0] == 10 && rec[6] < 8) {
+                    seen |= 1u << rec[6];
                 }
-                if (seen & ~expected)
-                    return 14;
             }
-        }
+            return (seen & ~expected) ? 14 : -1;
+        });
+        if (rc != 22)
+            return 14;
         const bool complete = seen == expected && tmp->EchoList.IsEmpty();
         if (complete && CKVX_HdwTimer::GetElapsedTicks(lastFrame) >= ProbeSettleMs)
             return 0;

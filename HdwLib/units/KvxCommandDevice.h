@@ -517,6 +517,11 @@ protected:
     // is complete, and for a complete frame: 1 with `frameOk` telling the CRC check.
     unsigned FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk);
     unsigned ProbeWithInstance(CDeviceInstance* tmp);
+    // Reads what waits on the serial link into the receive state machine and
+    // calls onFrame(crc ok) for each complete frame; a result >= 0 of it ends
+    // the reading with that value. 22 when the bytes ran out, 14 on a link failure.
+    template <class TOnFrame>
+    unsigned ReadSerialFrames(CDeviceInstance* inst, TOnFrame&& onFrame);
     // The probe of a unit whose USB identity other kinds share (CUnitProfile::ProbeByStatus).
     unsigned ProbeByStatusShape(CDeviceInstance* tmp);
     // The common steps of the event handlers: channel text, ExtractData, then

@@ -3,32 +3,18 @@
 // library, described by a table row (UnitCase) so that one set of tests runs
 // against every unit.
 
-#include <HdwLib/HdwLib.h>
-#include <hdwsim/Emulator.h>
+#include "HaldenRig.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace unit_test {
 
-// Polls `done` until it holds or `timeoutMs` passes.
-inline bool WaitUntil(const std::function<bool()>& done, unsigned timeoutMs = 10000)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (std::chrono::steady_clock::now() < end) {
-        if (done())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return done();
-}
+using halden_test::WaitUntil;
+using halden_test::Word;
 
 // What a test needs to know of a unit, written from the unit's description
 // (not read from the driver or the emulator, so that a wrong table in either
@@ -140,17 +126,6 @@ inline unsigned AttachStatusRequest(CKVX_HdwDevice* device, unsigned channel, un
     return 2;
 }
 
-inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi = 0, unsigned ssm = 0)
-{
-    CKVX_HdwArinc429Message m;
-    m.Label = uint8_t(label);
-    m.Data = data & 0x7FFFF;
-    m.Sdi = uint8_t(sdi);
-    m.Ssm = uint8_t(ssm);
-    m.SetParity(0);
-    return m;
-}
-
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
 {
     CKVX_HdwCanMessage m;
@@ -160,6 +135,21 @@ inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool ext
     for (unsigned i = 0; i < 8; ++i)
         m.Data[i] = i < dlc ? uint8_t(seed + i) : 0;
     return m;
+}
+
+// Reads from an input service until `count` items are in or 10 s pass.
+template <class TItem, class TService>
+std::vector<TItem> ReadAll(TService* in, size_t count)
+{
+    std::vector<TItem> got;
+    std::vector<TItem> chunk(64);
+    WaitUntil([&] {
+        unsigned n = 0;
+        if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
+            got.insert(got.end(), chunk.begin(), chunk.begin() + n);
+        return got.size() >= count;
+    });
+    return got;
 }
 
 // Opens ARINC 429 pair `ch` (transmitter and receiver of the same channel,
@@ -182,15 +172,7 @@ inline std::vector<CKVX_HdwArinc429Message> Arinc429RoundTrip(UnitRig& rig, unsi
     for (unsigned i = 0; i < count; ++i)
         words.push_back(Word(0x20 + ch, i * 16 + ch, i & 3));
     EXPECT_EQ(out->Write(words.data(), count, 0), 0u);
-    std::vector<CKVX_HdwArinc429Message> got;
-    std::vector<CKVX_HdwArinc429Message> chunk(256);
-    WaitUntil([&] {
-        unsigned n = 0;
-        if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-            got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-        return got.size() >= count;
-    });
-    return got;
+    return ReadAll<CKVX_HdwArinc429Message>(in, count);
 }
 
 // Opens CAN channels `from` and `to` (sharing a bus on the unit; the same
@@ -211,15 +193,7 @@ inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from,
     for (unsigned i = 0; i < count; ++i)
         frames.push_back(Frame(0x100 + i + from, uint8_t(i % 9), uint8_t(i), i % 2 == 1));
     EXPECT_EQ(out->Write(frames.data(), count, 0), 0u);
-    std::vector<CKVX_HdwCanMessage> got;
-    std::vector<CKVX_HdwCanMessage> chunk(64);
-    WaitUntil([&] {
-        unsigned n = 0;
-        if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-            got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-        return got.size() >= count;
-    });
-    return got;
+    return ReadAll<CKVX_HdwCanMessage>(in, count);
 }
 
 } // namespace unit_test
