@@ -46,4 +46,10 @@
 #include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>
 
+#include <HdwLib/units/HdwKvxArvaneDevice.h>
+#include <HdwLib/units/HdwKvxBexleyDevice.h>
 #include <HdwLib/units/HdwKvxHaldenDevice.h>
+#include <HdwLib/units/HdwKvxHaldenSmallDevice.h>
+#include <HdwLib/units/HdwKvxMirrowDevice.h>
+#include <HdwLib/units/HdwKvxPellorDevice.h>
+#include <HdwLib/units/HdwKvxQuillanDevice.h>

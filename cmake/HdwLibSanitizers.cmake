@@ -7,3 +7,9 @@ if(HDWLIB_TSAN)
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
   add_link_options(-fsanitize=thread)
 endif()
+# Fuzz builds (clang): the whole library carries the fuzzer's coverage
+# instrumentation and the sanitizers, so the fuzzer sees the parsers' branches.
+if(HDWLIB_BUILD_FUZZ AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

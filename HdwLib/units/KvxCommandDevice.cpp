@@ -2,7 +2,9 @@
 // unit driver, instantiated for both link bases.
 #include <HdwLib/units/KvxCommandDevice.h>
 
+#include <cctype>
 #include <cstring>
+#include <string>
 #include <type_traits>
 
 namespace {
@@ -80,10 +82,24 @@ bool CKVX_HdwKvxCommandDevice<B>::IsEthernetInstance(CDeviceInstance* instance) 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::DoLinkWrite(CDeviceInstance* instance, uint8_t* data, unsigned count)
 {
-    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
+    if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>) {
+        // A frame larger than one HOE packet (a unit that takes 4000-byte
+        // frames over Ethernet) goes out in consecutive packets: the unit
+        // reads its link as a byte stream. Should a packet be lost, the
+        // frame fails its CRC and the echo time-out reports it.
+        if (IsEthernetInstance(instance) && count > CKVX_HdwHoe::MaxPayload) {
+            for (unsigned done = 0; done < count;) {
+                const unsigned n = std::min(count - done, CKVX_HdwHoe::MaxPayload);
+                if (const unsigned rc = this->LinkWrite(instance, data + done, n))
+                    return rc;
+                done += n;
+            }
+            return 0;
+        }
         return this->LinkWrite(instance, data, count);
-    else
+    } else {
         return this->Com_Write(instance, data, count);
+    }
 }
 
 template <class B>
@@ -178,11 +194,21 @@ template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::AttachStatusRequestCommand(unsigned instance, unsigned channel, unsigned kind)
 {
     uint8_t p[3] = {0, 0, 0};
-    if (kind == 1 && channel < 8)
+    // A unit with more than two CAN channels reads byte 6 bit n as CAN
+    // channel n: its transmit state (kind 3) is part of the kind-2 answer.
+    if (kind == 3 && m_Profile.CanChannels > 2)
+        kind = 2;
+    // The request has one bit per channel for eight channels; a channel
+    // beyond that cannot be asked for.
+    if ((kind == 1 || kind == 2) && channel >= 8)
+        return 2;
+    if (kind == 3 && channel + 2 >= 8)
+        return 2;
+    if (kind == 1)
         p[1] = uint8_t(1u << channel);
-    else if (kind == 2 && channel < 8)
+    else if (kind == 2)
         p[2] = uint8_t(1u << channel);
-    else if (kind == 3 && channel + 2 < 8)
+    else if (kind == 3)
         p[2] = uint8_t(1u << (channel + 2));
     return AttachCommand(GetProtocolInstance(instance), 2, p, 3);
 }
@@ -226,6 +252,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(CDeviceInstance* inst)
     frame[payload + 3] = uint8_t(crc & 0xFF);
     frame[payload + 4] = uint8_t(crc >> 8);
     inst->BytesSent += payload;
+    inst->LastSendTime = now;
     if (DoLinkWrite(inst, frame.data(), unsigned(frame.size())) != 0) {
         inst->CommandList.DeleteAll();
         return 14;
@@ -457,7 +484,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::WaitAllCommandEchoes(unsigned instance, un
 }
 
 template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* inst)
+template <class TOnFrame>
+unsigned CKVX_HdwKvxCommandDevice<B>::ReadSerialFrames(CDeviceInstance* inst, TOnFrame&& onFrame)
 {
     unsigned waiting = 0;
     if (this->Com_GetReadBufferBytes(inst, waiting) != 0)
@@ -465,8 +493,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* 
     uint8_t chunk[kReadChunk];
     while (waiting > 0) {
         unsigned got = 0;
-        // Bytes past the first complete frame are lost: the probe ends there
-        // and the link is closed afterwards.
+        // Bytes past the frame that ends the reading are lost: the probe
+        // ends there and the link is closed afterwards.
         if (this->Com_Read(inst, chunk, std::min(waiting, kReadChunk), got) != 0)
             return 14;
         if (got == 0)
@@ -477,11 +505,77 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* 
             const unsigned rc = FeedByte(inst, chunk[i], ok);
             if (rc == 14)
                 return 14;
-            if (rc == 1)
-                return ok ? 0 : 1;
+            if (rc == 1) {
+                const int stop = onFrame(ok);
+                if (stop >= 0)
+                    return unsigned(stop);
+            }
         }
     }
     return 22;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessUartEchoReception(CDeviceInstance* inst)
+{
+    return ReadSerialFrames(inst, [](bool ok) { return ok ? 0 : 1; });
+}
+
+// Recognising a unit by the shape of its status answer. Units of different
+// kinds may share their USB identity (vendor and product strings and
+// description), so an echo alone does not tell them apart. The probe then
+// sends, in one frame, the closing session command and one status request
+// asking for ARINC 429 transmitter 0 (kind 1) and CAN channel 0 (kind 2).
+// Both commands belong to every unit's command set and change nothing, and a
+// unit ignores request bits of channels it does not have; so whatever kind
+// of unit is on the line, it reads them correctly and answers with a
+// kind-1 event when it has ARINC 429 transmitters and a kind-2 event when it
+// has CAN channels. The port is this kind of unit when exactly the kinds it
+// expects come: an unexpected kind refuses at once; once every expected kind
+// and both echoes are in, a quiet spell of ProbeSettleMs (no further frame)
+// accepts; nothing complete by ProbeTimeoutMs refuses.
+namespace {
+constexpr unsigned ProbeSettleMs = 20;
+} // namespace
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProbeByStatusShape(CDeviceInstance* tmp)
+{
+    const unsigned expected = (m_Profile.AtxChannels ? 2u : 0u) | (m_Profile.CanChannels ? 4u : 0u);
+    const uint8_t request[3] = {0, 1, 1};
+    if (AttachSessionCommand(tmp, 1) != 0 || AttachCommand(tmp, 2, request, 3) != 0 || ProcessCommandList(tmp) != 0)
+        return 14;
+    unsigned seen = 0;
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    uint64_t lastFrame = start;
+    for (;;) {
+        const unsigned rc = ReadSerialFrames(tmp, [&](bool ok) {
+            if (!ok)
+                return -1;
+            lastFrame = CKVX_HdwTimer::GetTickCount();
+            for (uint32_t p : tmp->EventPosList) {
+                const uint8_t* rec = tmp->EventBuffer.data() + p;
+                const unsigned type = rec[1] >> 3;
+                if (type == EventComEcho && rec[0] == 7) {
+                    const uint16_t number = uint16_t(rec[6] | rec[7] << 8);
+                    CEchoWaiting* oldest = tmp->EchoList.GetFirst();
+                    if (oldest && oldest->Number == number)
+                        tmp->EchoList.PopFront();
+                } else if (type == EventStatus && rec[0] == 10 && rec[6] < 8) {
+                    seen |= 1u << rec[6];
+                }
+            }
+            return (seen & ~expected) ? 14 : -1;
+        });
+        if (rc != 22)
+            return 14;
+        const bool complete = seen == expected && tmp->EchoList.IsEmpty();
+        if (complete && CKVX_HdwTimer::GetElapsedTicks(lastFrame) >= ProbeSettleMs)
+            return 0;
+        if (CKVX_HdwTimer::GetElapsedTicks(start) >= ProbeTimeoutMs + (complete ? ProbeSettleMs : 0))
+            return complete ? 0 : 14;
+        CKVX_HdwTimer::MsSleep(1);
+    }
 }
 
 template <class B>
@@ -491,9 +585,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProbeWithInstance(CDeviceInstance* tmp)
     if (this->Com_Open(tmp) != 0)
         return 14;
     unsigned result = 14;
-    // A closing session command is harmless to a running unit, and echoed.
-    // The probe's instance is not in Ethernet mode: the frame goes out on the serial link.
-    if (AttachSessionCommand(tmp, 1) == 0 && ProcessCommandList(tmp) == 0) {
+    if (m_Profile.ProbeByStatus) {
+        result = ProbeByStatusShape(tmp);
+    } else if (AttachSessionCommand(tmp, 1) == 0 && ProcessCommandList(tmp) == 0) {
+        // A closing session command is harmless to a running unit, and echoed.
+        // The probe's instance is not in Ethernet mode: the frame goes out on the serial link.
         const uint64_t start = CKVX_HdwTimer::GetTickCount();
         for (;;) {
             const unsigned rc = ProcessUartEchoReception(tmp);
@@ -607,6 +703,13 @@ unsigned CKVX_HdwKvxCommandDevice<B>::HdwTimerStartDeviceIntanceHandler(unsigned
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t)
 {
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    // A unit that watches its host hears from it at least every
+    // KeepAliveIdleMs: when a tick has nothing to send and nothing is in
+    // flight, the keep-alive fills the silence.
+    if (inst && m_Profile.KeepAliveIdleMs && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
+        uint32_t(CKVX_HdwTimer::GetTickCount()) - inst->LastSendTime >= m_Profile.KeepAliveIdleMs)
+        AttachKeepAliveCommand(instance);
     return ProcessCommandList(instance) != 0 ? 14u : 0u;
 }
 
@@ -614,6 +717,55 @@ unsigned CKVX_HdwKvxCommandDevice<B>::HdwTimerEndDeviceIntanceHandler(unsigned i
 #include <HdwLib/units/internal/KvxCommands.inl>
 #include <HdwLib/units/internal/KvxEvents.inl>
 #include <HdwLib/units/internal/KvxPortsServices.inl>
+
+// ---- what the unit classes share -------------------------------------------
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProfileChannelCount(unsigned kind) const
+{
+    switch (kind) {
+    case 0: return m_Profile.UartChannels;
+    case 1: return m_Profile.AtxChannels;
+    case 2: return m_Profile.ArxChannels;
+    case 3: return m_Profile.CanChannels;
+    case 5: return m_Profile.MilStd1553Channels;
+    default: return 0;
+    }
+}
+
+template <class B>
+CKVX_HdwPort* CKVX_HdwKvxCommandDevice<B>::CreateProfilePort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
+                                                             const CKVX_String& name)
+{
+    if (hdw::units::ChannelNumber(name) >= ProfileChannelCount(kind))
+        return nullptr;
+    switch (kind) {
+    case 0: return new CUartPort(parent, index, name);
+    case 1: return new CArinc429TxPort(parent, index, name);
+    case 2: return new CArinc429RxPort(parent, index, name);
+    case 3: return new CCanPort(parent, index, name);
+    default: return nullptr;
+    }
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::HardwareIdNumber(const CKVX_List<CKVX_String>& ids)
+{
+    if (ids.GetLength() != 2)
+        return 0;
+    auto it = ids.Items().begin();
+    ++it;
+    std::string text = it->str();
+    for (char& c : text)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    const auto first = text.find_first_not_of(" \t");
+    const auto last = text.find_last_not_of(" \t");
+    text = first == std::string::npos ? std::string() : text.substr(first, last - first + 1);
+    if (text.size() < 2)
+        return 0;
+    unsigned value = 0;
+    return CKVX_String(text.substr(text.size() - 2)).ToUnsigned(value, 10) ? value : 0;
+}
 
 template class CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>;
 template class CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>;

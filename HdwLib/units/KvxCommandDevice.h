@@ -172,6 +172,10 @@ public:
         CmdCanPush = 1u << 13,
         Cmd1553Config = 1u << 14,
     };
+    // The command sets of the ARINC 429 units and of the CAN units.
+    static constexpr uint32_t Arinc429Commands = CmdSession | CmdStatusRequest | CmdAtxCtxCtrl | CmdAtxCtxData |
+                                                 CmdAtxPush | CmdAtxCtxReset | CmdAtxConfig | CmdArxConfig;
+    static constexpr uint32_t CanCommands = CmdSession | CmdStatusRequest | CmdCanConfig | CmdCanPush;
     class CUnitProfile : public CKVX_Object {
     public:
         // Channels per kind.
@@ -195,6 +199,12 @@ public:
         uint32_t Events = 1u << EventComEcho;
         // Payload limit over Ethernet (1345, or 4000 for a unit that takes full frames there too).
         unsigned EthernetPayloadLimit = PayloadLimitEthernet;
+        // Keep-alive (code 4): sent when the instance has sent nothing for
+        // this long (ms); 0: never.
+        unsigned KeepAliveIdleMs = 0;
+        // The serial probe also asks for a status answer and recognises the
+        // unit by its shape (see ProbeWithInstance).
+        bool ProbeByStatus = false;
     };
     const CUnitProfile& GetUnitProfile() const { return m_Profile; }
 
@@ -298,12 +308,23 @@ public:
         CDeviceInstance() : RawBuffer(EventBufferSize + 16), EventBuffer(EventBufferSize) {}
         ~CDeviceInstance() override = default;
 
-        // Back to a fresh session: receive state 0, both lists empty.
+        // Back to a fresh session: besides the protocol state, every channel
+        // of the unit is off again.
         virtual void Reset()
         {
             ResetRxState();
             CommandList.DeleteAll();
             EchoList.DeleteAll();
+            for (auto& c : AtxCtrl)
+                c = CArinc429TxCtrlStatus();
+            for (auto& c : ArxCtrl)
+                c = CArinc429RxCtrlStatus();
+            for (auto& c : CanCtrl)
+                c = CCanCtrlStatus();
+            for (auto& c : UartCtrl)
+                c = CUartCtrlStatus();
+            for (auto& c : MilStd1553Ctrl)
+                c = CMilStd1553Config();
         }
         virtual void ResetRxState()
         {
@@ -337,6 +358,8 @@ public:
         unsigned EventBufferUsed = 0;
         uint16_t CommandCounter = 0;
         uint32_t BytesSent = 0;
+        // Tick count (ms, low 32 bits) of the last frame sent.
+        uint32_t LastSendTime = 0;
         // Frames dropped for a bad CRC (for diagnostics).
         uint32_t CrcErrors = 0;
         // Control and status of each channel, sized from the unit profile.
@@ -445,6 +468,38 @@ public:
     unsigned ProcessUartEchoReception(CDeviceInstance* instance);
     unsigned CheckUartLink(const CKVX_String& portName);
 
+    // ---- Shared by the unit classes, each of which is mostly its profile.
+    // Port kinds of the channel maps: 0 UART, 1 ARINC 429 transmit, 2 ARINC
+    // 429 receive, 3 CAN, 4 none, 5 MIL-STD-1553.
+    unsigned ProfileChannelCount(unsigned kind) const;
+    // The nested port class of `kind`; null for kinds without one.
+    CKVX_HdwPort* CreateProfilePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
+    // One port per channel, in channel-map order, each made by `create(kind,
+    // parent, index, name)` (the unit's CreatePort) and named by its channel
+    // number within its kind.
+    template <class TCreate>
+    unsigned CreateProfilePorts(unsigned instance, TCreate&& create)
+    {
+        static const char* const kNames[] = {"UART", "ARINC 429 TX", "ARINC 429 RX", "CAN", "", "MIL-STD-1553"};
+        for (unsigned kind = 0; kind <= 5; ++kind) {
+            for (unsigned ch = 0; ch < ProfileChannelCount(kind); ++ch) {
+                CKVX_String id;
+                id.Format("%u", ch);
+                CKVX_HdwPort* port = create(kind, this, instance, id);
+                if (!port)
+                    continue;
+                CKVX_String description;
+                description.Format("%s %u", kNames[kind], ch);
+                this->AddPortDescriptor(instance, port, ch, description);
+            }
+        }
+        return 0;
+    }
+    // The unit's number on its bus from the hardware identifier strings:
+    // with exactly two strings, the last two characters of the second
+    // (upper-cased, blanks trimmed) as a decimal number; 0 otherwise.
+    static unsigned HardwareIdNumber(const CKVX_List<CKVX_String>& ids);
+
     CDeviceInstance* GetProtocolInstance(unsigned instance);
     bool IsEthernetInstance(CDeviceInstance* instance) const;
 
@@ -462,6 +517,13 @@ protected:
     // is complete, and for a complete frame: 1 with `frameOk` telling the CRC check.
     unsigned FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk);
     unsigned ProbeWithInstance(CDeviceInstance* tmp);
+    // Reads what waits on the serial link into the receive state machine and
+    // calls onFrame(crc ok) for each complete frame; a result >= 0 of it ends
+    // the reading with that value. 22 when the bytes ran out, 14 on a link failure.
+    template <class TOnFrame>
+    unsigned ReadSerialFrames(CDeviceInstance* inst, TOnFrame&& onFrame);
+    // The probe of a unit whose USB identity other kinds share (CUnitProfile::ProbeByStatus).
+    unsigned ProbeByStatusShape(CDeviceInstance* tmp);
     // The common steps of the event handlers: channel text, ExtractData, then
     // ProcessEventHandlers for the ports of `portType` on that channel.
     template <class TEvent>

@@ -11,17 +11,28 @@
 
 namespace kvx_events {
 
-// The sub-field as the channel text ("0" ... "7").
-inline CKVX_String ChannelText(unsigned subField)
+// The channel number as its text ("0" ... "15").
+inline CKVX_String ChannelText(unsigned channel)
 {
-    const char text[2] = {char('0' + (subField & 7)), 0};
+    if (channel >= 10) {
+        const char text[3] = {char('0' + (channel / 10) % 10), char('0' + channel % 10), 0};
+        return CKVX_String(text, 2);
+    }
+    const char text[2] = {char('0' + channel), 0};
     return CKVX_String(text, 1);
 }
 
+// Units with more than eight ARINC 429 channels of a direction append one
+// byte to their receive (type 2) and transmit (type 3) records: the
+// channel's upper bits (channel >> 3), the sub-field holding channel & 7.
+// Parameter offset of that byte; a record without it is of bank 0.
+constexpr unsigned kA429RxBankOffset = 10;
+constexpr unsigned kA429TxBankOffset = 8;
+
 } // namespace kvx_events
 
-// Steps shared by the handlers: name the channel, decode, dispatch to the
-// ports of `portType` on that channel.
+// Steps shared by the handlers: name the channel (`subField` here is the
+// whole channel number), decode, dispatch to the ports of `portType` on it.
 template <class B>
 template <class TEvent>
 unsigned CKVX_HdwKvxCommandDevice<B>::DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField,
@@ -52,6 +63,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventA429Rx(unsigned instance, unsi
                                                          uint8_t* params)
 {
     CArinc429RxEvent event;
+    if (m_Profile.ArxChannels > 8)
+        subField += 8u * kvx_events::ParamByte(params, length, kvx_events::kA429RxBankOffset);
     return DecodeAndDispatch(instance, HDW_PORT_ARINC429_RX, subField, length, params, event);
 }
 
@@ -60,6 +73,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventA429Tx(unsigned instance, unsi
                                                          uint8_t* params)
 {
     CArinc429TxEvent event;
+    if (m_Profile.AtxChannels > 8)
+        subField += 8u * kvx_events::ParamByte(params, length, kvx_events::kA429TxBankOffset);
     return DecodeAndDispatch(instance, HDW_PORT_ARINC429_TX, subField, length, params, event);
 }
 

@@ -103,7 +103,7 @@ Output Tool(const std::vector<std::string>& args, int timeoutS = 60) { return Ru
 // hdwsim in a process of its own; its first line names the endpoint.
 class SimProcess {
 public:
-    explicit SimProcess(bool udp)
+    explicit SimProcess(bool udp, const char* unit = "halden", const char* code = "3")
     {
         int out[2];
         EXPECT_EQ(pipe(out), 0);
@@ -113,9 +113,9 @@ public:
             close(out[0]);
             const char* endpoint = udp ? "--udp" : "--pty";
             if (udp)
-                execl(HDWSIM_PROGRAM, HDWSIM_PROGRAM, "--unit", "halden", endpoint, "0", nullptr);
+                execl(HDWSIM_PROGRAM, HDWSIM_PROGRAM, "--unit", unit, endpoint, "0", nullptr);
             else
-                execl(HDWSIM_PROGRAM, HDWSIM_PROGRAM, "--unit", "halden", endpoint, nullptr);
+                execl(HDWSIM_PROGRAM, HDWSIM_PROGRAM, "--unit", unit, endpoint, nullptr);
             _exit(127);
         }
         close(out[1]);
@@ -129,7 +129,7 @@ public:
         const auto w = Words(line);
         EXPECT_EQ(w.size(), 2u) << line;
         if (w.size() == 2)
-            Link = w[0] == "udp" ? "3:udp:" + w[1] : "3:" + w[1];
+            Link = std::string(code) + (w[0] == "udp" ? ":udp:" : ":") + w[1];
         if (w.size() == 2 && w[0] == "udp")
             Port = w[1].substr(w[1].rfind(':') + 1);
     }
@@ -193,6 +193,33 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
     EXPECT_EQ(w[1], "a429rx:2");
     EXPECT_EQ(w[2], "012");
     EXPECT_EQ(w[4], "00055");
+}
+
+TEST(ToolList, KeysOfAnotherUnitModelAreAcceptedByMonitor)
+{
+    // An 8-channel ARINC 429 unit, named by its driver name.
+    SimProcess sim(false, "arvane", "arvane");
+    const Output o = Tool({"list", "--link", sim.Link});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    ASSERT_EQ(o.Lines().size(), 16u) << o.Out;
+    std::string rxKey;
+    for (const auto& l : o.Lines()) {
+        const auto w = Words(l);
+        ASSERT_GE(w.size(), 7u) << l;
+        EXPECT_EQ(w[3], "Arvane");
+        if (w[2] == "a429rx:6")
+            rxKey = l.substr(l.find(w[6]));
+    }
+    ASSERT_EQ(rxKey.substr(0, 4), "3@6@");
+    const Output m = Tool({"monitor", "--link", sim.Link, rxKey, "--count", "1", "--duration", "20", "--send",
+                           "a429tx:6=label=17,data=0x1234"});
+    ASSERT_EQ(m.Status, 0) << m.Err;
+    ASSERT_EQ(m.Lines().size(), 1u);
+    const auto w = Words(m.Lines()[0]);
+    ASSERT_EQ(w.size(), 8u);
+    EXPECT_EQ(w[1], "a429rx:6");
+    EXPECT_EQ(w[2], "017");
+    EXPECT_EQ(w[4], "01234");
 }
 
 TEST(ToolMonitor, Arinc429RoundTripOverUdp)

@@ -304,6 +304,14 @@ void Emulator::InsertStrayBytes(const std::vector<uint8_t>& bytes)
     m->Engine.InsertStrayBytes(bytes);
 }
 
+bool Emulator::InjectCriticalFailure(unsigned code)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    const bool sent = m->Engine.InjectCriticalFailure(code, m->Now());
+    m->Wake();
+    return sent;
+}
+
 void Emulator::SetAnswerDelayMs(unsigned ms)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

@@ -20,18 +20,18 @@ enum : unsigned {
     CodeA429LabelCtrl = 16,
     CodeA429Push = 17, // also the label-data command: one word for a channel
     CodeA429LabelReset = 18,
-    CodeA429TxConfig = 20, // + channel
-    CodeA429RxConfig = 24, // + channel
+    CodeKeepAlive = 4,     // on a unit with a keep-alive instead of SRAM
     CodeUartPush = 33,
     CodeUartConfig = 34, // + channel
-    CodeCanConfig = 48,  // + channel
-    CodeCanPush = 50,    // + channel
     CodeMilConfig = 52,  // + channel
+    // The ARINC 429 configuration and the CAN configuration and push codes
+    // are base + channel with the bases of the unit's row.
 };
 
 // Event types.
 enum : unsigned {
     EventEcho = 0,
+    EventCriticalFailure = 1,
     EventA429Rx = 2,
     EventA429Tx = 3,
     EventStatus = 5,
@@ -98,6 +98,11 @@ struct UnitEngine::Impl {
     std::array<A429Rx, MaxChannels> Rx;
     std::array<CanChannel, MaxChannels> Can;
     std::array<UartChannel, MaxChannels> Uart;
+    // Session watchdog: the unit stops its ARINC 429 transmitters when the
+    // host is silent for longer (0: off). Any command, the keep-alive too,
+    // counts as the host speaking.
+    uint64_t WatchdogNs = 0;
+    uint64_t LastCommandNs = 0;
 
     uint32_t Clock(uint64_t ns) const { return static_cast<uint32_t>(Opts.ClockStartUs + ns / 1000); }
 
@@ -143,6 +148,8 @@ void UnitEngine::Impl::ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs)
         const uint8_t* rec = p + pos;
         const size_t len = rec[0];
         ++Count.CommandsReceived;
+        ++Count.CommandsByCode[rec[1] & 0x7F];
+        LastCommandNs = nowNs;
         if (rec[1] & 0x80) {
             if (EchoEnabled) {
                 uint8_t params[6];
@@ -170,6 +177,9 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
             // A new session starts from a unit in its reset state.
             ++Count.SessionOpens;
             ResetChannels(nowNs);
+            // Watchdog: bit 15 enables, bits 9..0 in units of 10 ms.
+            const unsigned wd = len >= 7 ? le::Get16(rec + 5) : 0;
+            WatchdogNs = (wd & 0x8000) ? uint64_t(wd & 0x3FF) * 10000000 : 0;
         } else {
             ++Count.SessionCloses;
         }
@@ -178,6 +188,10 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
     if (code == CodeStatusRequest && len >= 7) {
         StatusRequest(rec, nowNs);
         return true;
+    }
+    if (code == CodeKeepAlive && Model.KeepAlive) {
+        ++Count.KeepAlives;
+        return len == 5 && rec[4] == 0;
     }
     if (code == CodeSramWrite)
         return len >= 8 && (len - 8) % 2 == 0 && Model.MilStd1553Channels > 0;
@@ -200,10 +214,10 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         ++Count.A429Pushed[ch];
         return true;
     }
-    if (in(CodeA429TxConfig, Model.Arinc429TxChannels)) {
+    if (in(Model.A429TxConfigBase, Model.Arinc429TxChannels)) {
         if (len != 16)
             return false;
-        A429Tx& t = Tx[code - CodeA429TxConfig];
+        A429Tx& t = Tx[code - Model.A429TxConfigBase];
         t.Enabled = (rec[4] & 1) != 0;
         t.HighSpeed = (rec[4] & 4) != 0;
         // Each half bit lasts divider + 1 clocks of 60 MHz; a word with its gap 36 bits.
@@ -212,10 +226,10 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         t.BusFreeNs = std::max(t.BusFreeNs, nowNs);
         return true;
     }
-    if (in(CodeA429RxConfig, Model.Arinc429RxChannels)) {
+    if (in(Model.A429RxConfigBase, Model.Arinc429RxChannels)) {
         if (len != 37)
             return false;
-        A429Rx& r = Rx[code - CodeA429RxConfig];
+        A429Rx& r = Rx[code - Model.A429RxConfigBase];
         r.Enabled = (rec[4] & 1) != 0;
         r.LowSpeed = (rec[4] & 0x10) != 0;
         std::copy(rec + 5, rec + 37, r.Filter.begin());
@@ -233,20 +247,20 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         Uart[code - CodeUartConfig].Enabled = (rec[4] & 1) != 0;
         return true;
     }
-    if (in(CodeCanConfig, Model.CanChannels)) {
+    if (in(Model.CanConfigBase, Model.CanChannels)) {
         if (len != 22)
             return false;
-        CanChannel& c = Can[code - CodeCanConfig];
+        CanChannel& c = Can[code - Model.CanConfigBase];
         c.Started = (rec[CanCfgFlags] & 1) != 0;
         const uint64_t quanta = rec[CanCfgSegment1] + rec[CanCfgSegment2] + 3u;
         c.ClocksPerBit = (2u * rec[CanCfgPrescaler] + 2u) * quanta;
         c.BusFreeNs = std::max(c.BusFreeNs, nowNs);
         return true;
     }
-    if (in(CodeCanPush, Model.CanChannels)) {
+    if (in(Model.CanPushBase, Model.CanChannels)) {
         if (len != 17)
             return false;
-        const unsigned ch = code - CodeCanPush;
+        const unsigned ch = code - Model.CanPushBase;
         CanChannel& c = Can[ch];
         if (c.Fifo.size() >= CanFifoFrames) {
             ++Count.CanFifoDropped[ch];
@@ -277,14 +291,16 @@ void UnitEngine::Impl::SendStatus(unsigned channel, unsigned kind, uint32_t word
 
 void UnitEngine::Impl::StatusRequest(const uint8_t* rec, uint64_t nowNs)
 {
-    // Byte 5: one bit per ARINC 429 transmitter (kind 1). Byte 6: bits 0-1 the
-    // CAN channels' status (kind 2), bits 2-3 their transmit state (kind 3),
-    // both answered with a kind-2 status word.
+    // Byte 5: one bit per ARINC 429 transmitter 0-7 (kind 1). Byte 6: bits
+    // 0-1 the CAN channels' status (kind 2), bits 2-3 their transmit state
+    // (kind 3), both answered with a kind-2 status word; a unit with more
+    // than two CAN channels reads bit n as channel n. Bits of channels the
+    // unit does not have are ignored.
     for (unsigned ch = 0; ch < Model.Arinc429TxChannels && ch < 8; ++ch)
         if (rec[5] & (1u << ch))
             SendStatus(ch, 1, static_cast<uint32_t>(Tx[ch].Fifo.size()), nowNs);
-    for (unsigned bit = 0; bit < 4; ++bit) {
-        const unsigned ch = bit & 1;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+        const unsigned ch = Model.CanChannels > 2 ? bit : (bit < 4 ? bit & 1 : MaxChannels);
         if (!(rec[6] & (1u << bit)) || ch >= Model.CanChannels)
             continue;
         const CanChannel& c = Can[ch];
@@ -296,10 +312,13 @@ void UnitEngine::Impl::StatusRequest(const uint8_t* rec, uint64_t nowNs)
 
 void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
 {
-    uint8_t params[10];
+    // A unit with more than eight channels of a direction appends the
+    // channel's upper bits (ch >> 3) to the record; the sub-field keeps ch & 7.
+    uint8_t params[11];
     le::Put32(params, Clock(atNs));
     le::Put32(params + 4, word);
-    Event(EventA429Tx, ch, params, 8);
+    params[8] = static_cast<uint8_t>(ch >> 3);
+    Event(EventA429Tx, ch, params, Model.Arinc429TxChannels > 8 ? 9 : 8);
     ++Count.A429Transmitted[ch];
 
     // Transmitter k is wired to receiver k.
@@ -315,7 +334,8 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
         ++Count.A429FilterDropped[ch];
     else {
         le::Put16(params + 8, 0);
-        Event(EventA429Rx, ch, params, 10);
+        params[10] = static_cast<uint8_t>(ch >> 3);
+        Event(EventA429Rx, ch, params, Model.Arinc429RxChannels > 8 ? 11 : 10);
         ++Count.A429Received[ch];
     }
 }
@@ -328,8 +348,9 @@ void UnitEngine::Impl::CanDeliver(unsigned ch, const std::array<uint8_t, CanFram
     Event(EventCanTx, ch, params, sizeof params);
     ++Count.CanTransmitted[ch];
 
-    // Channels 0 and 1 (2 and 3, ...) share one bus.
-    const unsigned peer = ch ^ 1;
+    // Channels 0 and 1 (2 and 3, ...) share one bus; a unit's only channel
+    // hears its own frames (self-reception), so it can be looped back too.
+    const unsigned peer = Model.CanChannels == 1 ? ch : ch ^ 1;
     if (peer >= Model.CanChannels)
         return;
     if (!Can[peer].Started) {
@@ -368,6 +389,13 @@ void UnitEngine::Impl::UartPush(unsigned ch, const uint8_t* rec, size_t len, uin
 
 void UnitEngine::Impl::Advance(uint64_t nowNs)
 {
+    if (WatchdogNs && nowNs - LastCommandNs > WatchdogNs) {
+        // The host went silent: the transmitters stop until a new session.
+        for (A429Tx& t : Tx)
+            t.Enabled = false;
+        WatchdogNs = 0;
+        ++Count.WatchdogExpiries;
+    }
     for (unsigned ch = 0; ch < Model.Arinc429TxChannels; ++ch) {
         A429Tx& t = Tx[ch];
         while (t.Enabled && !t.Fifo.empty()) {
@@ -411,7 +439,12 @@ void UnitEngine::OnHostBytes(Link link, const uint8_t* data, size_t size, uint64
 {
     HostFrameParser::Stats stats;
     m->Parsers[link].Feed(
-        data, size, [&](const uint8_t* payload, size_t n) { m->ProcessFrame(payload, n, nowNs); }, stats);
+        data, size,
+        [&](const uint8_t* payload, size_t n) {
+            m->Count.LargestFramePayload = std::max<uint64_t>(m->Count.LargestFramePayload, n);
+            m->ProcessFrame(payload, n, nowNs);
+        },
+        stats);
     m->Count.FramesReceived += stats.GoodFrames;
     m->Count.FramesBadCrc += stats.BadCrc;
     m->Count.BytesDiscarded += stats.Discarded;
@@ -424,7 +457,7 @@ void UnitEngine::Advance(uint64_t nowNs) { m->Advance(nowNs); }
 
 uint64_t UnitEngine::NextBusEventNs() const
 {
-    uint64_t next = Never;
+    uint64_t next = m->WatchdogNs ? m->LastCommandNs + m->WatchdogNs + 1 : Never;
     for (unsigned ch = 0; ch < m->Model.Arinc429TxChannels; ++ch) {
         const A429Tx& t = m->Tx[ch];
         if (t.Enabled && !t.Fifo.empty())
@@ -452,6 +485,18 @@ void UnitEngine::DiscardOutput() { m->Framer.Discard(m->Count); }
 uint32_t UnitEngine::ClockUs(uint64_t nowNs) const { return m->Clock(nowNs); }
 
 void UnitEngine::SetEchoEnabled(bool enabled) { m->EchoEnabled = enabled; }
+
+bool UnitEngine::InjectCriticalFailure(unsigned code, uint64_t nowNs)
+{
+    if (!m->Model.CriticalFailure)
+        return false;
+    uint8_t params[4];
+    le::Put32(params, m->Clock(nowNs));
+    m->Event(EventCriticalFailure, code & 7, params, sizeof params);
+    ++m->Count.CriticalFailuresSent;
+    m->Framer.Flush(nowNs, m->Count);
+    return true;
+}
 
 void UnitEngine::CorruptNextFrameCrc(unsigned frames) { m->Framer.CorruptNextCrc(frames); }
 

@@ -11,13 +11,36 @@ namespace {
 struct DriverName {
     const char* Name;
     uint64_t Code;
+    CKVX_HdwDevice* (*Create)();
 };
 
-constexpr DriverName kDrivers[] = {
-    {"halden", 3},
-    {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode},
-    {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode},
+template <class D>
+CKVX_HdwDevice* Make()
+{
+    return new D;
+}
+
+// Every driver the tool attaches, in attachment (and so numbering) order:
+// the units' ports come first.
+const DriverName kDrivers[] = {
+    {"halden", 3, &Make<CKVX_HdwKvxHaldenDevice>},
+    {"bexley", 4, &Make<CKVX_HdwKvxBexleyDevice>},
+    {"arvane", 6, &Make<CKVX_HdwKvxArvaneDevice>},
+    {"haldensmall", 8, &Make<CKVX_HdwKvxHaldenSmallDevice>},
+    {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
+    {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
+    {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
+    {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
+    {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
 };
+
+std::string DriverList()
+{
+    std::string text;
+    for (const auto& d : kDrivers)
+        text += (text.empty() ? "" : ", ") + std::to_string(d.Code) + " " + d.Name;
+    return text;
+}
 
 } // namespace
 
@@ -37,7 +60,7 @@ bool ParseLinkSpec(const std::string& text, LinkSpec& link, std::string& error)
             known = true;
         }
     if (!known && !ParseNumber(code, value)) {
-        error = "device code \"" + code + "\" is neither a number nor a driver name (halden, pcuart, udpuart)";
+        error = "device code \"" + code + "\" is neither a number nor a driver name (" + DriverList() + ")";
         return false;
     }
     link.DeviceCode = value;
@@ -52,10 +75,8 @@ std::string ResultText(unsigned code)
 
 Session::Session()
 {
-    // Attachment order is numbering order: the units' ports come first.
-    m_Devices.emplace_back(new CKVX_HdwKvxHaldenDevice);
-    m_Devices.emplace_back(new CKVX_HdwStdUartDevice);
-    m_Devices.emplace_back(new CKVX_HdwUdpEmulatorDevice);
+    for (const auto& d : kDrivers)
+        m_Devices.emplace_back(d.Create());
     for (auto& d : m_Devices)
         m_Manager.AttachDevice(d.get());
 }
@@ -71,8 +92,7 @@ bool Session::Enumerate(const std::vector<LinkSpec>& links, bool scan, std::stri
     std::vector<CKVX_HdwManager::CInitPortDesc> descs;
     for (const auto& l : links) {
         if (!m_Manager.FindDevice(l.DeviceCode)) {
-            error = "no driver has device code " + std::to_string(l.DeviceCode) +
-                    " (3 halden, 100 pcuart, 101 udpuart)";
+            error = "no driver has device code " + std::to_string(l.DeviceCode) + " (" + DriverList() + ")";
             return false;
         }
         descs.emplace_back(l.DeviceCode, CKVX_String(l.Link.c_str()));

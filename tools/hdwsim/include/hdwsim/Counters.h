@@ -16,6 +16,7 @@ struct Counters {
     uint64_t FramesReceived = 0;  // host frames with a good CRC
     uint64_t FramesBadCrc = 0;    // host frames dropped for their CRC
     uint64_t FramesMalformed = 0; // good CRC but records that do not add up
+    uint64_t LargestFramePayload = 0; // payload bytes of the largest good host frame
     uint64_t BytesDiscarded = 0;  // bytes skipped while hunting for a start byte
     uint64_t BytesIgnored = 0;    // serial bytes read while hung up
     uint64_t CommandsReceived = 0;
@@ -25,6 +26,11 @@ struct Counters {
     uint64_t StatusEventsSent = 0;
     uint64_t SessionOpens = 0;
     uint64_t SessionCloses = 0;
+    // Commands by code (bit 7 removed), whether or not the unit knows the code.
+    std::array<uint64_t, 128> CommandsByCode{};
+    uint64_t KeepAlives = 0;
+    uint64_t WatchdogExpiries = 0; // the host fell silent past the session watchdog
+    uint64_t CriticalFailuresSent = 0;
 
     // Unit frames.
     uint64_t FramesSent = 0;   // unit frames handed to a link

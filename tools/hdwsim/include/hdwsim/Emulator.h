@@ -64,6 +64,8 @@ public:
 
     // Fault injection.
     void SetEchoEnabled(bool enabled);          // false: commands are no longer echoed
+    // Sends a critical-failure event (code 0-7); false on a unit without one.
+    bool InjectCriticalFailure(unsigned code);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
     void SetAnswerDelayMs(unsigned ms);         // every frame leaves this much later

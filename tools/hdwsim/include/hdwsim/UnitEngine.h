@@ -67,6 +67,9 @@ public:
 
     // Fault injection.
     void SetEchoEnabled(bool enabled);
+    // Reports a critical failure with failure code `code` (0-7); false on a
+    // unit that has no such event.
+    bool InjectCriticalFailure(unsigned code, uint64_t nowNs);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes);
     void SetAnswerDelayMs(unsigned ms);

@@ -25,6 +25,15 @@ struct UnitModel {
     uint16_t UdpPort;         // default UDP port (0 when Ethernet is false)
     std::string_view DefaultSerialNumber;
     std::string_view Revision;
+    // Codes of the per-channel commands: base + channel.
+    uint8_t A429TxConfigBase = 20;
+    uint8_t A429RxConfigBase = 24;
+    uint8_t CanConfigBase = 48;
+    uint8_t CanPushBase = 50;
+    // Code 4 is the keep-alive (5 bytes) rather than the SRAM write.
+    bool KeepAlive = false;
+    // Sends critical-failure events (type 1) when asked to (InjectCriticalFailure).
+    bool CriticalFailure = false;
 };
 
 // Largest channel count of any kind in any row; per-channel arrays use it.

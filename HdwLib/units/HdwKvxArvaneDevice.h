@@ -1,0 +1,49 @@
+#pragma once
+// Driver of the Arvane unit: 8 ARINC 429 transmit and 8 receive channels,
+// reached through its USB-UART bridge or over Ethernet (HOE, UDP port 55006).
+// It takes full 4000-byte command frames over Ethernet too.
+//
+// Per-channel command codes. The eight channels of each direction do not
+// fit the 20 + channel / 24 + channel pattern of the four-channel units
+// (20..27 would run into 24..31), so this unit takes its own block, clear of
+// every fixed code (1, 2, 4, 16, 17, 18, 33, 34+, 48+, 50+, 52+) and of the
+// 16-channel Pellor block (80..111):
+//   ARINC 429 transmit configuration  64 + channel (64..71)
+//   ARINC 429 receive configuration   72 + channel (72..79)
+// Session 1, status request 2, label control 16, label data and push 17 and
+// label reset 18 are as on every unit.
+//
+// Channel map (port kind: class, channels): 1 CArinc429TxPort 8,
+// 2 CArinc429RxPort 8; no other kinds.
+// Each channel's id is its number within its kind, in decimal.
+//
+//     CKVX_HdwManager manager;
+//     manager.AttachDevice(new CKVX_HdwKvxArvaneDevice);
+//     CKVX_HdwManager::CInitPortDesc link(6, "/dev/ttyUSB0");
+//     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
+
+#include <HdwLib/core/KvxList.h>
+#include <HdwLib/core/KvxString.h>
+#include <HdwLib/units/KvxCommandDevice.h>
+
+class HDWLIB_EXPORT CKVX_HdwKvxArvaneDevice : public CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice> {
+public:
+    using CUnitBase = CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>;
+
+    CKVX_HdwKvxArvaneDevice();
+    ~CKVX_HdwKvxArvaneDevice() override;
+
+    // One port per channel, in channel-map order.
+    unsigned CreateInstancePorts(unsigned instance) override;
+
+    // Virtual operations added by this class, in interface order.
+    // The port class of `kind` for channel id `name` of instance `index`;
+    // null for the kinds this unit lacks.
+    virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
+    // The unit's number on its bus from the hardware identifier strings (as
+    // for every command-protocol unit).
+    virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
+
+    // Channels of port kind `kind` on this unit.
+    unsigned GetChannelCount(unsigned kind) const;
+};

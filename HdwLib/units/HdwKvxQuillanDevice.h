@@ -1,0 +1,44 @@
+#pragma once
+// Driver of the Quillan unit: 2 CAN channels, reached through its USB-UART
+// bridge only.
+//
+// Command codes as on the Halden: CAN configuration 48 + channel, CAN push
+// 50 + channel.
+//
+// The Mirrow unit has the same USB identity; the probe tells them apart by
+// the shape of the answer to a status request (see ProbeByStatusShape): a
+// Quillan answers for its CAN channel and has no ARINC 429 transmitter.
+//
+// Channel map (port kind: class, channels): 3 CCanPort 2, sharing one bus.
+// Each channel's id is its number within its kind, in decimal.
+//
+//     CKVX_HdwManager manager;
+//     manager.AttachDevice(new CKVX_HdwKvxQuillanDevice);
+//     CKVX_HdwManager::CInitPortDesc link(11, "/dev/ttyUSB0");
+//     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
+
+#include <HdwLib/core/KvxList.h>
+#include <HdwLib/core/KvxString.h>
+#include <HdwLib/units/KvxCommandDevice.h>
+
+class HDWLIB_EXPORT CKVX_HdwKvxQuillanDevice : public CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice> {
+public:
+    using CUnitBase = CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>;
+
+    CKVX_HdwKvxQuillanDevice();
+    ~CKVX_HdwKvxQuillanDevice() override;
+
+    // One port per channel, in channel-map order.
+    unsigned CreateInstancePorts(unsigned instance) override;
+
+    // Virtual operations added by this class, in interface order.
+    // The port class of `kind` for channel id `name` of instance `index`;
+    // null for the kinds this unit lacks.
+    virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
+    // The unit's number on its bus from the hardware identifier strings (as
+    // for every command-protocol unit).
+    virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
+
+    // Channels of port kind `kind` on this unit.
+    unsigned GetChannelCount(unsigned kind) const;
+};
