@@ -46,6 +46,9 @@
 #include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>
 
+#include <HdwLib/units/KvxCommandDevice.h>
+#include <HdwLib/units/KvxCommandEvents.h>
+#include <HdwLib/units/KvxCommandPorts.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
 #include <HdwLib/units/HdwKvxHaldenDevice.h>

@@ -10,7 +10,11 @@
 // accepted, a CAN record needs only L >= DLC + 3); the bytes such a short
 // record lacks are read as zero, never from beyond the record.
 
+// The template these classes are nested in (which includes this file at its end).
+#include <HdwLib/units/KvxCommandDevice.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 

@@ -17,6 +17,9 @@
 //
 // A critical-failure event sets every service of the unit to failed.
 
+// The template these classes are nested in (which includes this file at its end).
+#include <HdwLib/units/KvxCommandDevice.h>
+
 #include <HdwLib/bus/HdwArinc429InBufferService.h>
 #include <HdwLib/bus/HdwArinc429OutBufferService.h>
 #include <HdwLib/bus/HdwArinc429RxPort.h>
