@@ -29,7 +29,7 @@ bool ParseArgs(const std::vector<OptionSpec>& specs, const std::vector<std::stri
             optionsEnded = true;
             continue;
         }
-        const OptionSpec* spec = nullptr;
+        const OptionSpec* option = nullptr;
         std::string inlineValue;
         bool hasInline = false;
         if (a[1] == '-') {
@@ -42,33 +42,33 @@ bool ParseArgs(const std::vector<OptionSpec>& specs, const std::vector<std::stri
             }
             for (const auto& s : specs)
                 if (s.Long == name)
-                    spec = &s;
+                    option = &s;
         } else if (a.size() == 2) {
             for (const auto& s : specs)
                 if (s.Short && s.Short == a[1])
-                    spec = &s;
+                    option = &s;
         }
-        if (!spec) {
+        if (!option) {
             error = "unknown option " + a;
             return false;
         }
         std::string value;
-        if (spec->TakesValue) {
+        if (option->TakesValue) {
             if (hasInline)
                 value = inlineValue;
             else if (i + 1 < args.size())
                 value = args[++i];
             else {
-                error = "option --" + spec->Long + " needs a value";
+                error = "option --" + option->Long + " needs a value";
                 return false;
             }
         } else if (hasInline) {
-            error = "option --" + spec->Long + " takes no value";
+            error = "option --" + option->Long + " takes no value";
             return false;
         }
-        auto& values = result.m_Options[spec->Long];
-        if (!values.empty() && !spec->Repeatable && spec->TakesValue) {
-            error = "option --" + spec->Long + " is given twice";
+        auto& values = result.m_Options[option->Long];
+        if (!values.empty() && !option->Repeatable && option->TakesValue) {
+            error = "option --" + option->Long + " is given twice";
             return false;
         }
         values.push_back(value);
