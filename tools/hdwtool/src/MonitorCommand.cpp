@@ -100,9 +100,9 @@ int RunMonitor(const std::vector<std::string>& args)
 
     // One Channel per distinct port, whether watched, sent on, or both.
     std::map<CKVX_HdwPort*, std::unique_ptr<Channel>> channels;
-    auto channelFor = [&](const PortSpec& spec) -> Channel* {
+    auto channelFor = [&](const PortSpec& target) -> Channel* {
         std::string name;
-        CKVX_HdwPort* port = session.Resolve(spec, name, error);
+        CKVX_HdwPort* port = session.Resolve(target, name, error);
         if (!port)
             return nullptr;
         auto& c = channels[port];

@@ -34,16 +34,16 @@ std::string PortName(unsigned portType, unsigned absNum)
     return PortTypeName(portType) + ":" + std::to_string(absNum);
 }
 
-bool ParsePortSpec(const std::string& text, PortSpec& spec, std::string& error)
+bool ParsePortSpec(const std::string& text, PortSpec& target, std::string& error)
 {
     if (text.find('@') != std::string::npos) {
         if (!CKVX_HdwManager::CPortIdentifier::IsValid(CKVX_String(text))) {
             error = "\"" + text + "\" is not a valid port-identifier key (wrong form or checksum)";
             return false;
         }
-        spec = PortSpec{};
-        spec.ByKey = true;
-        spec.Key = text;
+        target = PortSpec{};
+        target.ByKey = true;
+        target.Key = text;
         return true;
     }
     const size_t colon = text.find(':');
@@ -57,9 +57,9 @@ bool ParsePortSpec(const std::string& text, PortSpec& spec, std::string& error)
         error = "\"" + text + "\" is not a port (a429rx:N, a429tx:N, can:N, uart:N or a key from \"hdwtool list\")";
         return false;
     }
-    spec = PortSpec{};
-    spec.PortType = portType;
-    spec.AbsNum = unsigned(num);
+    target = PortSpec{};
+    target.PortType = portType;
+    target.AbsNum = unsigned(num);
     return true;
 }
 

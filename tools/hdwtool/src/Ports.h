@@ -19,6 +19,6 @@ std::string PortTypeName(unsigned portType);
 std::string PortName(unsigned portType, unsigned absNum);
 // Parses a port name or key. A key is checked for its form and checksum here;
 // whether a unit has that port is for the session to say.
-bool ParsePortSpec(const std::string& text, PortSpec& spec, std::string& error);
+bool ParsePortSpec(const std::string& text, PortSpec& target, std::string& error);
 
 } // namespace hdwtool

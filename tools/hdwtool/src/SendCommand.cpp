@@ -23,8 +23,8 @@ int RunSend(const std::vector<std::string>& args)
     const auto& pos = parsed.Positionals();
     if (pos.size() < 2)
         return Fail("send: give a port and at least one value (see hdwtool send --help)", ExitUsage);
-    PortSpec spec;
-    if (!ParsePortSpec(pos[0], spec, error))
+    PortSpec target;
+    if (!ParsePortSpec(pos[0], target, error))
         return Fail("send: " + error, ExitUsage);
     PortOptions options;
     if (!ParsePortOptions(parsed, options, error))
@@ -42,10 +42,10 @@ int RunSend(const std::vector<std::string>& args)
     if (repeat == 0)
         return Fail("send: --repeat must be at least 1", ExitUsage);
     // A port named by type: check the values before any unit is touched.
-    if (!spec.ByKey)
+    if (!target.ByKey)
         for (size_t i = 1; i < pos.size(); ++i) {
             Item it;
-            if (!ParseValueFor(spec.PortType, pos[i], it, error))
+            if (!ParseValueFor(target.PortType, pos[i], it, error))
                 return Fail("send: " + error, ExitUsage);
         }
 
@@ -53,7 +53,7 @@ int RunSend(const std::vector<std::string>& args)
     if (!OpenSession(parsed, session, error))
         return Fail(error);
     std::string name;
-    CKVX_HdwPort* port = session.Resolve(spec, name, error);
+    CKVX_HdwPort* port = session.Resolve(target, name, error);
     if (!port)
         return Fail(error);
     Channel channel(port, name);

@@ -149,28 +149,28 @@ std::vector<CKVX_HdwManager::CPortInfo> Session::Ports()
     return out;
 }
 
-CKVX_HdwPort* Session::Resolve(const PortSpec& spec, std::string& name, std::string& error)
+CKVX_HdwPort* Session::Resolve(const PortSpec& target, std::string& name, std::string& error)
 {
-    if (spec.ByKey) {
+    if (target.ByKey) {
         unsigned absNum = 0;
-        CKVX_HdwPort* port = m_Manager.FindPort(CKVX_String(spec.Key.c_str()), &absNum);
+        CKVX_HdwPort* port = m_Manager.FindPort(CKVX_String(target.Key.c_str()), &absNum);
         if (!port) {
-            error = "no port of the enumerated units has the key \"" + spec.Key + "\"";
+            error = "no port of the enumerated units has the key \"" + target.Key + "\"";
             return nullptr;
         }
         name = PortName(port->GetPortType(), absNum);
         return port;
     }
-    CKVX_HdwPort* port = m_Manager.GetPort(spec.PortType, spec.AbsNum);
+    CKVX_HdwPort* port = m_Manager.GetPort(target.PortType, target.AbsNum);
     if (!port) {
-        const unsigned count = m_Manager.GetPortCount(spec.PortType);
-        error = "unknown port " + PortName(spec.PortType, spec.AbsNum) + ": the units have " +
-                (count ? PortTypeName(spec.PortType) + ":0 to " + PortTypeName(spec.PortType) + ":" +
+        const unsigned count = m_Manager.GetPortCount(target.PortType);
+        error = "unknown port " + PortName(target.PortType, target.AbsNum) + ": the units have " +
+                (count ? PortTypeName(target.PortType) + ":0 to " + PortTypeName(target.PortType) + ":" +
                              std::to_string(count - 1)
-                       : "no " + PortTypeName(spec.PortType) + " port");
+                       : "no " + PortTypeName(target.PortType) + " port");
         return nullptr;
     }
-    name = PortName(spec.PortType, spec.AbsNum);
+    name = PortName(target.PortType, target.AbsNum);
     return port;
 }
 

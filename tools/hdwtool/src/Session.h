@@ -39,8 +39,8 @@ public:
     void Stop();
 
     CKVX_HdwManager& Manager() { return m_Manager; }
-    // The port a spec names, with its "a429rx:0" name.
-    CKVX_HdwPort* Resolve(const PortSpec& spec, std::string& name, std::string& error);
+    // The port a target names, with its "a429rx:0" name.
+    CKVX_HdwPort* Resolve(const PortSpec& target, std::string& name, std::string& error);
     // Every port, in ascending absolute number per type.
     std::vector<CKVX_HdwManager::CPortInfo> Ports();
 
