@@ -38,15 +38,19 @@ unsigned CKVX_HdwTimer::Start(unsigned periodMs, t_Callback callback, void* cont
     m_Period = periodMs;
     m_Callback = callback;
     m_Context = context;
+    m_StopRequested.store(false, std::memory_order_release);
     unsigned short resolution = 0;
     void* id = hdw::platform::TimerStart(periodMs, &CKVX_HdwTimer::Fire, this, resolution);
     m_Resolution = resolution;
     m_TimerId.store(id, std::memory_order_release);
+    if (id && m_StopRequested.load(std::memory_order_acquire))
+        Stop(); // a callback stopped the timer before the id was stored
     return id ? 0u : 1u;
 }
 
 unsigned CKVX_HdwTimer::Stop()
 {
+    m_StopRequested.store(true, std::memory_order_release);
     void* id = m_TimerId.exchange(nullptr, std::memory_order_acq_rel);
     if (id)
         hdw::platform::TimerStop(id);
@@ -61,7 +65,7 @@ void CKVX_HdwTimer::Fire(void* timer)
 void CKVX_HdwTimer::HdwTimerProc(unsigned int, unsigned int, uintptr_t user, uintptr_t, uintptr_t)
 {
     auto* self = reinterpret_cast<CKVX_HdwTimer*>(user);
-    if (!self)
+    if (!self || self->m_StopRequested.load(std::memory_order_acquire))
         return;
     const uint64_t ticks = self->m_TickCount.load(std::memory_order_relaxed);
     if (self->m_Callback)

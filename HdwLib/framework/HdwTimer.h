@@ -56,6 +56,9 @@ private:
     CKVX_Mutex m_Mutex;
     unsigned m_Period = 50;
     std::atomic<void*> m_TimerId{nullptr};
+    // Set by Stop, cleared by Start: a Stop from the first callback, which can
+    // run before Start has published the id, is honoured by Start itself.
+    std::atomic<bool> m_StopRequested{false};
     std::atomic<uint64_t> m_TickCount{0};
     t_Callback m_Callback = nullptr;
     void* m_Context = nullptr;

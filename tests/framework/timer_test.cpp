@@ -103,6 +103,28 @@ TEST(Timer, CanBeStoppedFromItsOwnCallback)
     s.timer.Stop();
 }
 
+TEST(Timer, StopInsideTheFirstCallbackIsHonoured)
+{
+    // The first tick may come before Start has returned; its Stop must hold.
+    struct FirstStopper {
+        CKVX_HdwTimer timer;
+        std::atomic<int> calls{0};
+        static void Callback(uint64_t, void* ctx)
+        {
+            auto* self = static_cast<FirstStopper*>(ctx);
+            ++self->calls;
+            self->timer.Stop();
+        }
+    };
+    for (int round = 0; round < 20; ++round) {
+        FirstStopper s;
+        ASSERT_EQ(s.timer.Start(1, &FirstStopper::Callback, &s), 0u);
+        ASSERT_TRUE(WaitFor([&] { return s.calls.load() >= 1 && !s.timer.IsRunning(); }));
+        CKVX_HdwTimer::MsSleep(5);
+        EXPECT_EQ(s.calls.load(), 1) << "round " << round;
+    }
+}
+
 TEST(TimerHelpers, ElapsedTicksAndTheThirtyTwoBitWrapRule)
 {
     const uint64_t start = CKVX_HdwTimer::GetTickCount();
