@@ -6,6 +6,7 @@
 #include "Ports.h"
 #include "Session.h"
 #include "StatusLine.h"
+#include "UnitClock.h"
 #include "Values.h"
 
 #include <gtest/gtest.h>
@@ -341,4 +342,20 @@ TEST(Values, ByPortType)
     EXPECT_EQ(it.Word.Label, 1);
     EXPECT_FALSE(ParseValueFor(HDW_PORT_ARINC429_RX, "label=1", it, error));
     EXPECT_NE(error.find("a429tx"), std::string::npos);
+}
+
+TEST(UnitClock, CountsOnAcrossTheThirtyTwoBitWrap)
+{
+    constexpr uint64_t kWrap = uint64_t(1) << 32;
+    UnitClock clock;
+    // Stamps close together, then across the wrap.
+    EXPECT_EQ(clock.Extend(0xFFFFFF00u, 1000), 0xFFFFFF00u);
+    EXPECT_EQ(clock.Extend(0xFFFFFFF0u, 1100), 0xFFFFFFF0u);
+    EXPECT_EQ(clock.Extend(0x00000010u, 1200), kWrap + 0x10);
+    // A silent stretch of three wraps: the host clock tells how many passed.
+    const uint64_t later = 1200 + 3 * kWrap + 500;
+    EXPECT_EQ(clock.Extend(0x00000500u, later), 4 * kWrap + 0x500);
+    // Words queued before the host read are older than the read, not a wrap older.
+    EXPECT_EQ(clock.Extend(0x00000400u, later + 2000), 4 * kWrap + 0x400);
+    EXPECT_EQ(clock.Extend(0x00000600u, later + 2000), 4 * kWrap + 0x600);
 }

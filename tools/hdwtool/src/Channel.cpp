@@ -297,6 +297,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
 {
     unsigned rc = 0;
     unsigned n = 0;
+    const uint64_t hostUs = HostMicroseconds();
     if (m_A429In) {
         CKVX_HdwArinc429Message buf[256];
         rc = m_A429In->Read(buf, 256, n);
@@ -304,7 +305,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
             if (Accepted(buf[i])) {
                 Item it;
                 it.PortType = HDW_PORT_ARINC429_RX;
-                it.TimeUs = buf[i].TimeStamp;
+                it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
                 it.Word = buf[i];
                 items.push_back(std::move(it));
             }
@@ -315,7 +316,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
             if (buf[i].Kind == HDW_SIGNAL_ARINC429_SENT && Accepted(buf[i].Arinc429)) {
                 Item it;
                 it.PortType = HDW_PORT_ARINC429_TX;
-                it.TimeUs = buf[i].TimeStamp;
+                it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
                 it.Word = buf[i].Arinc429;
                 items.push_back(std::move(it));
             }
@@ -325,7 +326,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
         for (unsigned i = 0; rc == 0 && i < n; ++i) {
             Item it;
             it.PortType = HDW_PORT_CAN;
-            it.TimeUs = buf[i].TimeStamp;
+            it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
             it.Frame = buf[i];
             items.push_back(std::move(it));
         }
@@ -335,7 +336,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
         if (rc == 0 && n > 0) {
             Item it;
             it.PortType = HDW_PORT_UART;
-            it.TimeUs = HostMicroseconds();
+            it.TimeUs = hostUs;
             it.Bytes.assign(buf, buf + n);
             items.push_back(std::move(it));
         }

@@ -9,6 +9,7 @@
 //              uart: byte output buffer
 
 #include "Format.h"
+#include "UnitClock.h"
 #include "Values.h"
 
 #include <HdwLib/HdwLib.h>
@@ -83,6 +84,7 @@ private:
     CKVX_HdwByteInBufferService* m_ByteIn = nullptr;
     CKVX_HdwByteOutBufferService* m_ByteOut = nullptr;
     std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
+    UnitClock m_Clock;
 };
 
 } // namespace hdwtool
