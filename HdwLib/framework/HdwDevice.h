@@ -168,6 +168,24 @@ protected:
     // Fills the identity from the device and the instance.
     CPortDescriptor& AddPortDescriptor(unsigned instance, CKVX_HdwPort* port, unsigned channel,
                                        const CKVX_String& description);
+    // Makes the instances an enumeration found (taken over; `found` is left
+    // empty) the device's instances, each with an empty row of port
+    // descriptors. With none found the device keeps no instances and no ports.
+    // Returns the number of instances.
+    template <class TInstance>
+    unsigned AdoptInstances(std::vector<TInstance*>& found)
+    {
+        if (found.empty()) {
+            DestroyPorts();
+            DestroyDeviceList();
+            return 0;
+        }
+        CKVX_HdwDevice::Init(static_cast<unsigned>(found.size()));
+        for (TInstance* inst : found)
+            m_DeviceList += inst;
+        found.clear();
+        return m_DeviceList.GetLength();
+    }
 
     uint64_t m_DeviceCode = 0;
     CPortDescriptorsMatrix m_PortDescriptors;

@@ -154,16 +154,8 @@ void CKVX_HdwFtdiUartBridgedDevice::ProbeUartCandidates(const std::vector<CUartC
 
 unsigned CKVX_HdwFtdiUartBridgedDevice::InstallInstances(std::vector<CDeviceInstance*>& found)
 {
-    if (found.empty()) {
-        DestroyPorts();
-        DestroyDeviceList();
-        return 0;
-    }
-    CKVX_HdwDevice::Init(static_cast<unsigned>(found.size()));
-    for (CDeviceInstance* inst : found)
-        m_DeviceList += inst;
-    found.clear();
-    for (unsigned i = 0; i < m_DeviceList.GetLength(); ++i)
+    const unsigned count = AdoptInstances(found);
+    for (unsigned i = 0; i < count; ++i)
         CreateInstancePorts(i);
     return 0;
 }

@@ -37,15 +37,8 @@ unsigned CKVX_HdwHoeDevice::Init(unsigned)
         *this, GetClientId(), IsScanRequested() && m_EthernetMode, m_HoeUdpPort, true,
         [this] { return CreateDeviceInstance(); },
         [this](const CKVX_HdwHoeLink::CDetectInfo& info) { return AcceptHoeUnit(info) == 0; }, found);
-    if (found.empty()) {
-        DestroyPorts();
-        DestroyDeviceList();
-        return 0;
-    }
-    CKVX_HdwDevice::Init(static_cast<unsigned>(found.size()));
-    for (CDeviceInstance* inst : found)
-        m_DeviceList += inst;
-    for (unsigned i = 0; i < m_DeviceList.GetLength(); ++i)
+    const unsigned count = AdoptInstances(found);
+    for (unsigned i = 0; i < count; ++i)
         CreateInstancePorts(i);
     return 0;
 }

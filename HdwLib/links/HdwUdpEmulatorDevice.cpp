@@ -48,15 +48,8 @@ unsigned CKVX_HdwUdpEmulatorDevice::Init(unsigned)
         found.push_back(inst);
         link->Result = 0;
     }
-    if (found.empty()) {
-        DestroyPorts();
-        DestroyDeviceList();
-        return 0;
-    }
-    CKVX_HdwDevice::Init(static_cast<unsigned>(found.size()));
-    for (CDeviceInstance* inst : found)
-        m_DeviceList += inst;
-    for (unsigned i = 0; i < m_DeviceList.GetLength(); ++i)
+    const unsigned count = AdoptInstances(found);
+    for (unsigned i = 0; i < count; ++i)
         AddPortDescriptor(i, new CKVX_HdwUartPort(this, i, "0"), 0, "UART 0");
     return 0;
 }
