@@ -37,6 +37,45 @@ CKVX_HdwStdUartDevice::CStdUartPort::CStdUartPort(CKVX_HdwObject* device, unsign
 
 CKVX_HdwStdUartDevice::CStdUartPort::~CStdUartPort() = default;
 
+namespace {
+
+// Hands the caller's parameters to a new service and adds it to the port, or
+// deletes it when they are refused (null keeps the defaults).
+template <class S>
+unsigned InstallByteService(CKVX_HdwPort& port, S* service, CKVX_HdwService** out,
+                            CKVX_HdwService::CParameters* params)
+{
+    unsigned rc = 0;
+    if (params) {
+        auto* own = dynamic_cast<typename S::CParameters*>(params);
+        rc = own ? service->SetParameters(own) : unsigned(HDW_ERR_ARGUMENT);
+    }
+    if (rc != 0) {
+        delete service;
+        return rc;
+    }
+    port.GetServiceList() += service;
+    if (out)
+        *out = service;
+    return 0;
+}
+
+} // namespace
+
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
+                                                            CKVX_HdwService::CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
+        return rc;
+    if (serviceType != HDW_SERVICE_BYTE_IN_BUFFER && serviceType != HDW_SERVICE_BYTE_OUT_BUFFER)
+        return HDW_ERR_WRONG_STATE;
+    if (FindService(serviceType))
+        return HDW_ERR_SERVICE_ALREADY_ENABLED;
+    if (serviceType == HDW_SERVICE_BYTE_IN_BUFFER)
+        return InstallByteService(*this, new CByteInBufferService(this), service, params);
+    return InstallByteService(*this, new CByteOutBufferService(this), service, params);
+}
+
 CUart* CKVX_HdwStdUartDevice::CStdUartPort::Line()
 {
     auto* device = static_cast<CKVX_HdwStdUartDevice*>(GetHdwDevice());

@@ -10,8 +10,9 @@
 // and revision of a bridge, otherwise the port name and "".
 //
 // The line is opened with the port's own settings when the port opens (the
-// instance's OpenPort) and closed when it closes. Until the generic byte
-// services exist, the port offers Read and Write of bytes directly.
+// instance's OpenPort) and closed when it closes. The port takes the byte
+// input and output services (types 2 and 3); it also
+// offers Read and Write of bytes directly, which bypass the services.
 
 #include <HdwLib/bus/HdwUartPort.h>
 #include <HdwLib/framework/HdwDevice.h>
@@ -39,15 +40,22 @@ public:
         CKVX_String PortName;
     };
 
+    class CByteInBufferService;
+    class CByteOutBufferService;
+
     // One serial port as a UART port.
     class HDWLIB_EXPORT CStdUartPort : public CKVX_HdwUartPort {
     public:
         CStdUartPort(CKVX_HdwObject* device, unsigned deviceInstance);
         ~CStdUartPort() override;
 
+        // The byte services, types 2 and 3, one of each: 10 for any other
+        // type, 26 for a second service of a type.
+        unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
+                               CKVX_HdwService::CParameters* params) override;
+
         // Bytes through the line, under the device lock; 19 while the port
         // is closed. Write waits up to the open parameters' Timeout (ms).
-        // The byte input and output services will be served from here.
         unsigned Read(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead);
         unsigned Write(unsigned char* data, unsigned count);
         unsigned GetReadBufferBytes(unsigned& count);
@@ -68,3 +76,5 @@ public:
 
     CDeviceInstance* GetStdInstance(unsigned instance);
 };
+
+#include <HdwLib/links/HdwStdUartServices.h>

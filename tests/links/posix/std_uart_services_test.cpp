@@ -1,0 +1,141 @@
+// The byte services of the PC serial-port device on a pseudo-terminal: what
+// the other side writes comes out of the input service in order, what the
+// application writes reaches the other side in order however much it is, and
+// a hung-up line turns into result codes.
+#include "PtyPair.h"
+
+#include <HdwLib/framework/HdwManager.h>
+#include <HdwLib/links/HdwStdUartDevice.h>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+using Dev = CKVX_HdwStdUartDevice;
+
+std::vector<uint8_t> Pattern(size_t n)
+{
+    std::vector<uint8_t> v(n);
+    for (size_t i = 0; i < n; ++i)
+        v[i] = uint8_t(i * 7 + i / 251);
+    return v;
+}
+
+class StdUartServices : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(pty.Ok());
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
+        CKVX_HdwManager::CInitPortDesc link(Dev::StdUartDeviceCode, pty.SlaveName().c_str());
+        ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        ASSERT_EQ(manager.Run(), 0u);
+        port = manager.GetPort(HDW_PORT_UART, 0);
+        ASSERT_NE(port, nullptr);
+    }
+    void TearDown() override { manager.Stop(); }
+
+    // Enables both services (input with room for `inSize` bytes) and opens the port.
+    void OpenWithServices(uint32_t inSize = 1u << 20)
+    {
+        CKVX_HdwService* s = nullptr;
+        CKVX_HdwByteInBufferService::CParameters ip;
+        ip.BufferSize = inSize;
+        ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, &ip), 0u);
+        in = dynamic_cast<Dev::CByteInBufferService*>(s);
+        CKVX_HdwByteOutBufferService::CParameters op;
+        op.BufferSize = 0; // unlimited
+        ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, &op), 0u);
+        out = dynamic_cast<Dev::CByteOutBufferService*>(s);
+        ASSERT_NE(in, nullptr);
+        ASSERT_NE(out, nullptr);
+        CKVX_HdwUartPort::CParameters line;
+        line.BaudRate = 115200;
+        ASSERT_EQ(port->Open(&line), 0u);
+    }
+
+    PtyPair pty;
+    Dev device;
+    CKVX_HdwManager manager;
+    CKVX_HdwPort* port = nullptr;
+    Dev::CByteInBufferService* in = nullptr;
+    Dev::CByteOutBufferService* out = nullptr;
+};
+
+TEST_F(StdUartServices, AdmitsOneInputAndOneOutputOnly)
+{
+    CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 26u);
+    // Parameters of another service class are refused and nothing is added.
+    CKVX_HdwByteInBufferService::CParameters wrong;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, &wrong), 2u);
+    EXPECT_EQ(port->GetServiceList().GetLength(), 1u);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(port->GetServiceList().GetLength(), 2u);
+}
+
+TEST_F(StdUartServices, BytesFromTheLineComeOutInOrder)
+{
+    OpenWithServices();
+    const auto sent = Pattern(200000);
+    std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(sent)); });
+    std::vector<uint8_t> got;
+    unsigned char buf[5000];
+    ASSERT_TRUE(WaitFor(
+        [&] {
+            unsigned n = 0;
+            EXPECT_EQ(in->Read(buf, sizeof buf, n), 0u);
+            got.insert(got.end(), buf, buf + n);
+            return got.size() >= sent.size();
+        },
+        30000));
+    writer.join();
+    EXPECT_EQ(got, sent);
+    EXPECT_EQ(in->GetDroppedCount(), 0u);
+}
+
+TEST_F(StdUartServices, FullInputBufferDropsTheOldestBytes)
+{
+    OpenWithServices(100);
+    const auto sent = Pattern(300);
+    ASSERT_TRUE(pty.WriteMaster(sent));
+    ASSERT_TRUE(WaitFor([&] { return in->GetDroppedCount() == 200; }));
+    unsigned char buf[300];
+    unsigned n = 0;
+    ASSERT_EQ(in->Read(buf, sizeof buf, n), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>(sent.begin() + 200, sent.end()));
+}
+
+TEST_F(StdUartServices, LargeWriteReachesTheLineWhole)
+{
+    OpenWithServices();
+    auto sent = Pattern(300000);
+    EXPECT_EQ(out->Write(sent.data(), unsigned(sent.size()), 1), 2u) << "reserved option";
+    ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
+    unsigned pending = 0;
+    ASSERT_EQ(out->GetBytesToBeWritten(pending), 0u);
+    EXPECT_GT(pending, 0u);
+    const auto got = pty.ReadMaster(sent.size());
+    EXPECT_EQ(got, sent);
+    ASSERT_TRUE(WaitFor([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
+
+TEST_F(StdUartServices, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
+{
+    OpenWithServices();
+    unsigned char buf[16];
+    unsigned n = 0;
+    pty.CloseMaster();
+    ASSERT_TRUE(WaitFor([&] { return in->Read(buf, sizeof buf, n) == 15u; }));
+    ASSERT_EQ(port->Close(), 0u);
+    EXPECT_EQ(in->Read(buf, sizeof buf, n), 29u);
+    EXPECT_EQ(out->Write(buf, 1, 0), 29u);
+}
+
+} // namespace
