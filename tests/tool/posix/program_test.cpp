@@ -15,6 +15,7 @@
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 #include <vector>
 
@@ -334,6 +335,31 @@ TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
     // --verbose prints what was sent in the monitor's columns.
     ASSERT_EQ(o.Lines().size(), 2u);
     EXPECT_EQ(Words(o.Lines()[1]).back(), "1F334455#R");
+}
+
+TEST(ToolSend, BytesReachAPcSerialPort)
+{
+    int master = -1, slave = -1;
+    char name[128] = {};
+    ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
+    termios t{};
+    tcgetattr(slave, &t);
+    cfmakeraw(&t);
+    tcsetattr(slave, TCSANOW, &t);
+    const Output o = Tool({"send", "--link", std::string("pcuart:") + name, "uart:0", "--rate", "57600", "hello\\n"});
+    EXPECT_EQ(o.Status, 0) << o.Err;
+    std::string got;
+    pollfd p{master, POLLIN, 0};
+    while (got.size() < 6 && poll(&p, 1, 10000) > 0) {
+        char buf[64];
+        const ssize_t n = read(master, buf, sizeof buf);
+        if (n <= 0)
+            break;
+        got.append(buf, size_t(n));
+    }
+    EXPECT_EQ(got, "hello\n");
+    close(master);
+    close(slave);
 }
 
 TEST(ToolErrors, BadArgumentsUnknownPortsAndRefusedParameters)
