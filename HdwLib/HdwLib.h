@@ -34,11 +34,13 @@
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/HdwUartPort.h>
 
+#include <HdwLib/links/HdwByteLine.h>
 #include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/links/HdwHoeDevice.h>
 #include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwHoeLink.h>
+#include <HdwLib/links/HdwLineByteServices.h>
 #include <HdwLib/links/HdwStdUartDevice.h>
 #include <HdwLib/links/HdwTcpClientSocket.h>
 #include <HdwLib/links/HdwTcpServerSocket.h>

@@ -1,5 +1,6 @@
 #include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwStdUartDevice.h>
+#include <HdwLib/links/internal/LineByteServices.h>
 #include <HdwLib/links/internal/SerialPortEnum.h>
 
 #include <vector>
@@ -37,43 +38,47 @@ CKVX_HdwStdUartDevice::CStdUartPort::CStdUartPort(CKVX_HdwObject* device, unsign
 
 CKVX_HdwStdUartDevice::CStdUartPort::~CStdUartPort() = default;
 
-namespace {
-
-// Hands the caller's parameters to a new service and adds it to the port, or
-// deletes it when they are refused (null keeps the defaults).
-template <class S>
-unsigned InstallByteService(CKVX_HdwPort& port, S* service, CKVX_HdwService** out,
-                            CKVX_HdwService::CParameters* params)
-{
-    unsigned rc = 0;
-    if (params) {
-        auto* own = dynamic_cast<typename S::CParameters*>(params);
-        rc = own ? service->SetParameters(own) : unsigned(HDW_ERR_ARGUMENT);
-    }
-    if (rc != 0) {
-        delete service;
-        return rc;
-    }
-    port.GetServiceList() += service;
-    if (out)
-        *out = service;
-    return 0;
-}
-
-} // namespace
-
 unsigned CKVX_HdwStdUartDevice::CStdUartPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
                                                             CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
         return rc;
-    if (serviceType != HDW_SERVICE_BYTE_IN_BUFFER && serviceType != HDW_SERVICE_BYTE_OUT_BUFFER)
-        return HDW_ERR_WRONG_STATE;
-    if (FindService(serviceType))
-        return HDW_ERR_SERVICE_ALREADY_ENABLED;
-    if (serviceType == HDW_SERVICE_BYTE_IN_BUFFER)
-        return InstallByteService(*this, new CByteInBufferService(this), service, params);
-    return InstallByteService(*this, new CByteOutBufferService(this), service, params);
+    return hdw::links::EnableLineByteService(*this, serviceType, service, params);
+}
+
+bool CKVX_HdwStdUartDevice::CStdUartPort::LineIsOpen()
+{
+    CUart* line = Line();
+    return line && line->IsOpen();
+}
+
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineRead(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
+{
+    bytesRead = 0;
+    CUart* line = Line();
+    return line ? line->Read(buffer, maxBytes, bytesRead) : unsigned(HDW_ERR_PORT_NOT_OPEN);
+}
+
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineWriteRoom()
+{
+    const unsigned queued = LineQueued();
+    return queued < OutputHighWater ? OutputHighWater - queued : 0u;
+}
+
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineWrite(const unsigned char* data, unsigned count)
+{
+    CUart* line = Line();
+    if (!line)
+        return HDW_ERR_PORT_NOT_OPEN;
+    return line->Write(const_cast<unsigned char*>(data), count, m_Parameters.Timeout);
+}
+
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineQueued()
+{
+    unsigned queued = 0;
+    if (CUart* line = Line())
+        line->GetBytesToBeWritten(queued);
+    return queued;
 }
 
 CUart* CKVX_HdwStdUartDevice::CStdUartPort::Line()

@@ -16,6 +16,8 @@
 
 #include <HdwLib/bus/HdwUartPort.h>
 #include <HdwLib/framework/HdwDevice.h>
+#include <HdwLib/links/HdwByteLine.h>
+#include <HdwLib/links/HdwLineByteServices.h>
 #include <HdwLib/links/Uart.h>
 
 #include <cstdint>
@@ -40,11 +42,12 @@ public:
         CKVX_String PortName;
     };
 
-    class CByteInBufferService;
-    class CByteOutBufferService;
+    // The port's byte services (HdwLineByteServices.h).
+    using CByteInBufferService = CKVX_HdwLineByteInBufferService;
+    using CByteOutBufferService = CKVX_HdwLineByteOutBufferService;
 
     // One serial port as a UART port.
-    class HDWLIB_EXPORT CStdUartPort : public CKVX_HdwUartPort {
+    class HDWLIB_EXPORT CStdUartPort : public CKVX_HdwUartPort, public CKVX_HdwByteLine {
     public:
         CStdUartPort(CKVX_HdwObject* device, unsigned deviceInstance);
         ~CStdUartPort() override;
@@ -59,6 +62,18 @@ public:
         unsigned Read(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead);
         unsigned Write(unsigned char* data, unsigned count);
         unsigned GetReadBufferBytes(unsigned& count);
+
+        // The line as the byte services use it (in the tick, under the
+        // device lock). A write waits at most the open parameters' Timeout
+        // and is handed no more than leaves OutputHighWater bytes queued.
+        bool LineIsOpen() override;
+        unsigned LineRead(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead) override;
+        unsigned LineWriteRoom() override;
+        unsigned LineWrite(const unsigned char* data, unsigned count) override;
+        unsigned LineQueued() override;
+
+        // Most bytes left in the driver's output queue by the output service.
+        static constexpr unsigned OutputHighWater = 4096;
 
     private:
         CUart* Line();
@@ -76,5 +91,3 @@ public:
 
     CDeviceInstance* GetStdInstance(unsigned instance);
 };
-
-#include <HdwLib/links/HdwStdUartServices.h>

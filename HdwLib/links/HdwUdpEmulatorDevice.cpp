@@ -1,6 +1,7 @@
 #include <HdwLib/links/HdwUdpEmulatorDevice.h>
 #include <HdwLib/links/internal/ByteQueue.h>
 #include <HdwLib/links/internal/HoeEnumeration.h>
+#include <HdwLib/links/internal/LineByteServices.h>
 
 #include <vector>
 
@@ -27,6 +28,67 @@ CKVX_HdwUdpEmulatorDevice::CDeviceInstance* CKVX_HdwUdpEmulatorDevice::GetEmulat
     return dynamic_cast<CDeviceInstance*>(GetDeviceInstance(instance));
 }
 
+// ---- CUdpUartPort ----------------------------------------------------------
+
+CKVX_HdwUdpEmulatorDevice::CUdpUartPort::CUdpUartPort(CKVX_HdwObject* device, unsigned deviceInstance)
+    : CKVX_HdwUartPort(device, deviceInstance, "0")
+{
+}
+
+CKVX_HdwUdpEmulatorDevice::CUdpUartPort::~CUdpUartPort() = default;
+
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
+                                                                CKVX_HdwService::CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
+        return rc;
+    return hdw::links::EnableLineByteService(*this, serviceType, service, params);
+}
+
+CKVX_HdwUdpEmulatorDevice::CDeviceInstance* CKVX_HdwUdpEmulatorDevice::CUdpUartPort::Instance()
+{
+    auto* device = static_cast<CKVX_HdwUdpEmulatorDevice*>(GetHdwDevice());
+    return device ? device->GetEmulatorInstance(m_DeviceInstance) : nullptr;
+}
+
+bool CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineIsOpen()
+{
+    CDeviceInstance* inst = Instance();
+    return inst && inst->IsOpen() && inst->Socket.IsOpen();
+}
+
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineRead(unsigned char* buffer, unsigned maxBytes,
+                                                           unsigned& bytesRead)
+{
+    bytesRead = 0;
+    CDeviceInstance* inst = Instance();
+    if (!inst)
+        return HDW_ERR_PORT_NOT_OPEN;
+    bytesRead = hdw::links::TakeFront(inst->RxList, buffer, maxBytes);
+    return 0;
+}
+
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWriteRoom()
+{
+    return CKVX_HdwLineByteOutBufferService::MaxWritePerTick;
+}
+
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWrite(const unsigned char* data, unsigned count)
+{
+    CDeviceInstance* inst = Instance();
+    if (!inst)
+        return HDW_ERR_PORT_NOT_OPEN;
+    return inst->Socket.SendTo(data, count, inst->UnitAddress, inst->UnitPort) == 0 ? 0u
+                                                                                   : unsigned(HDW_ERR_SYSTEM_CALL);
+}
+
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineQueued()
+{
+    return 0;
+}
+
+// ---- CKVX_HdwUdpEmulatorDevice ---------------------------------------------
+
 unsigned CKVX_HdwUdpEmulatorDevice::Init(unsigned)
 {
     std::vector<CDeviceInstance*> found;
@@ -50,7 +112,7 @@ unsigned CKVX_HdwUdpEmulatorDevice::Init(unsigned)
     }
     const unsigned count = AdoptInstances(found);
     for (unsigned i = 0; i < count; ++i)
-        AddPortDescriptor(i, new CKVX_HdwUartPort(this, i, "0"), 0, "UART 0");
+        AddPortDescriptor(i, new CUdpUartPort(this, i), 0, "UART 0");
     return 0;
 }
 

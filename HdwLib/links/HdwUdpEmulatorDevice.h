@@ -8,8 +8,9 @@
 // "udp:HOST:PORT" links of this device code, one instance each (a byte
 // stream has no handshake to probe, so a well-formed link is taken as it is;
 // malformed or non-UDP links get Result 2). Every instance has one UART port
-// (CKVX_HdwUartPort, channel "0"); its line settings have no effect on a
-// datagram link.
+// (CUdpUartPort, channel "0") that takes the byte input and output services;
+// its line settings have no effect on a datagram link. The output service
+// sends at most one datagram of up to 4096 bytes per tick.
 //
 // Open(instance) binds a local socket (any free port); the tick's start pass
 // moves the datagrams that arrived into the instance's receive queue (one
@@ -19,6 +20,8 @@
 #include <HdwLib/core/KvxIpAddress.h>
 #include <HdwLib/core/KvxList.h>
 #include <HdwLib/framework/HdwDevice.h>
+#include <HdwLib/links/HdwByteLine.h>
+#include <HdwLib/links/HdwLineByteServices.h>
 #include <HdwLib/links/HdwUdpSocket.h>
 
 #include <cstdint>
@@ -41,6 +44,33 @@ public:
         CKVX_HdwUdpSocket Socket;
         // Bytes from the unit not read yet; guarded by the instance lock.
         CKVX_List<unsigned char> RxList;
+    };
+
+    // The port's byte services (HdwLineByteServices.h).
+    using CByteInBufferService = CKVX_HdwLineByteInBufferService;
+    using CByteOutBufferService = CKVX_HdwLineByteOutBufferService;
+
+    // The instance's byte stream as a UART port.
+    class HDWLIB_EXPORT CUdpUartPort : public CKVX_HdwUartPort, public CKVX_HdwByteLine {
+    public:
+        CUdpUartPort(CKVX_HdwObject* device, unsigned deviceInstance);
+        ~CUdpUartPort() override;
+
+        // The byte services, types 2 and 3, one of each: 10 for any other
+        // type, 26 for a second service of a type.
+        unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
+                               CKVX_HdwService::CParameters* params) override;
+
+        // The byte stream as the byte services use it (in the tick, under
+        // the device lock): the receive queue, and one datagram per write.
+        bool LineIsOpen() override;
+        unsigned LineRead(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead) override;
+        unsigned LineWriteRoom() override;
+        unsigned LineWrite(const unsigned char* data, unsigned count) override;
+        unsigned LineQueued() override;
+
+    private:
+        CDeviceInstance* Instance();
     };
 
     CKVX_HdwUdpEmulatorDevice();

@@ -103,4 +103,41 @@ TEST_F(UdpEmulatorTest, BytesBothWaysThroughTheTick)
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
 }
 
+TEST_F(UdpEmulatorTest, ByteServicesOnThePort)
+{
+    CKVX_HdwManager::CInitPortDesc link(101, UnitLink());
+    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    ASSERT_EQ(manager.Run(), 0u);
+    CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
+    ASSERT_NE(port, nullptr);
+    CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr), 10u);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
+    auto* in = dynamic_cast<CKVX_HdwUdpEmulatorDevice::CByteInBufferService*>(s);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    auto* out = dynamic_cast<CKVX_HdwUdpEmulatorDevice::CByteOutBufferService*>(s);
+    ASSERT_TRUE(in && out);
+    ASSERT_EQ(port->Open(nullptr), 0u);
+
+    // Queued bytes leave with the next tick, as one datagram.
+    unsigned char hello[] = {'h', 'e', 'l', 'l', 'o'};
+    ASSERT_EQ(out->Write(hello, sizeof hello, 0), 0u);
+    CKVX_IpAddress from;
+    unsigned short hostPort = 0;
+    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hello");
+
+    ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
+    ASSERT_EQ(unit.SendTo("def", 3, from, hostPort), 0u);
+    std::string got;
+    ASSERT_TRUE(WaitUntil([&] {
+        unsigned char buf[16];
+        unsigned n = 0;
+        EXPECT_EQ(in->Read(buf, sizeof buf, n), 0u);
+        got.append(reinterpret_cast<char*>(buf), n);
+        return got.size() >= 6;
+    }));
+    EXPECT_EQ(got, "abcdef");
+    ASSERT_EQ(port->Close(), 0u);
+}
+
 } // namespace

@@ -1,4 +1,7 @@
-#include <HdwLib/links/HdwStdUartDevice.h>
+#include <HdwLib/framework/HdwPort.h>
+#include <HdwLib/links/HdwByteLine.h>
+#include <HdwLib/links/HdwLineByteServices.h>
+#include <HdwLib/links/internal/LineByteServices.h>
 
 #include <algorithm>
 
@@ -15,40 +18,54 @@ unsigned RunState(unsigned status)
 }
 
 // The open line behind a service's port, or null.
-CUart* LineOf(CKVX_HdwService& service)
+CKVX_HdwByteLine* LineOf(CKVX_HdwService& service)
 {
     CKVX_HdwPort* port = service.GetHdwPort();
-    auto* device = port ? dynamic_cast<CKVX_HdwStdUartDevice*>(port->GetHdwDevice()) : nullptr;
-    auto* inst = device ? device->GetStdInstance(port->GetDeviceId()) : nullptr;
-    return inst && port->IsOpen() && inst->Uart.IsOpen() ? &inst->Uart : nullptr;
+    auto* line = dynamic_cast<CKVX_HdwByteLine*>(port);
+    return line && port->IsOpen() && line->LineIsOpen() ? line : nullptr;
 }
 
-// Most bytes one tick drains from the line.
-constexpr unsigned kMaxReadPerTick = 64 * 1024;
+template <class S>
+unsigned Install(CKVX_HdwPort& port, S* service, CKVX_HdwService** out, CKVX_HdwService::CParameters* params)
+{
+    unsigned rc = 0;
+    if (params) {
+        auto* own = dynamic_cast<typename S::CParameters*>(params);
+        rc = own ? service->SetParameters(own) : unsigned(HDW_ERR_ARGUMENT);
+    }
+    if (rc != 0) {
+        delete service;
+        return rc;
+    }
+    port.GetServiceList() += service;
+    if (out)
+        *out = service;
+    return 0;
+}
 
 } // namespace
 
 // ---- input --------------------------------------------------------------------
 
-CKVX_HdwStdUartDevice::CByteInBufferService::CByteInBufferService(CKVX_HdwObject* port)
+CKVX_HdwLineByteInBufferService::CKVX_HdwLineByteInBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteInBufferService(port)
 {
 }
 
-CKVX_HdwStdUartDevice::CByteInBufferService::~CByteInBufferService() = default;
+CKVX_HdwLineByteInBufferService::~CKVX_HdwLineByteInBufferService() = default;
 
-unsigned CKVX_HdwStdUartDevice::CByteInBufferService::HdwTimerHandler(uint64_t)
+unsigned CKVX_HdwLineByteInBufferService::HdwTimerHandler(uint64_t)
 {
     // In the tick, under the device lock.
     if (GetStatus() != HDW_SERVICE_RUNNING)
         return 0;
-    CUart* line = LineOf(*this);
+    CKVX_HdwByteLine* line = LineOf(*this);
     if (!line)
         return 0;
     unsigned char chunk[4096];
-    for (unsigned total = 0; total < kMaxReadPerTick;) {
+    for (unsigned total = 0; total < MaxReadPerTick;) {
         unsigned n = 0;
-        if (line->Read(chunk, sizeof chunk, n) != 0) {
+        if (line->LineRead(chunk, sizeof chunk, n) != 0) {
             SetStatus(HDW_SERVICE_FAILED); // hung up
             return 0;
         }
@@ -65,7 +82,7 @@ unsigned CKVX_HdwStdUartDevice::CByteInBufferService::HdwTimerHandler(uint64_t)
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteInBufferService::Start()
+unsigned CKVX_HdwLineByteInBufferService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
@@ -74,7 +91,7 @@ unsigned CKVX_HdwStdUartDevice::CByteInBufferService::Start()
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteInBufferService::Stop()
+unsigned CKVX_HdwLineByteInBufferService::Stop()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
@@ -82,7 +99,7 @@ unsigned CKVX_HdwStdUartDevice::CByteInBufferService::Stop()
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
+unsigned CKVX_HdwLineByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
                                                           unsigned int& readCount)
 {
     readCount = 0;
@@ -100,7 +117,7 @@ unsigned CKVX_HdwStdUartDevice::CByteInBufferService::Read(unsigned char* bytes,
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteInBufferService::GetReadBufferBytes(unsigned int& count)
+unsigned CKVX_HdwLineByteInBufferService::GetReadBufferBytes(unsigned int& count)
 {
     count = 0;
     if (const unsigned rc = RunState(GetStatus()))
@@ -110,14 +127,14 @@ unsigned CKVX_HdwStdUartDevice::CByteInBufferService::GetReadBufferBytes(unsigne
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteInBufferService::ResetReadBuffer()
+unsigned CKVX_HdwLineByteInBufferService::ResetReadBuffer()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
     return 0;
 }
 
-uint64_t CKVX_HdwStdUartDevice::CByteInBufferService::GetDroppedCount()
+uint64_t CKVX_HdwLineByteInBufferService::GetDroppedCount()
 {
     CKVX_HdwServiceLock lock(*this);
     return m_Dropped;
@@ -125,39 +142,35 @@ uint64_t CKVX_HdwStdUartDevice::CByteInBufferService::GetDroppedCount()
 
 // ---- output -------------------------------------------------------------------
 
-CKVX_HdwStdUartDevice::CByteOutBufferService::CByteOutBufferService(CKVX_HdwObject* port)
+CKVX_HdwLineByteOutBufferService::CKVX_HdwLineByteOutBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteOutBufferService(port)
 {
 }
 
-CKVX_HdwStdUartDevice::CByteOutBufferService::~CByteOutBufferService() = default;
+CKVX_HdwLineByteOutBufferService::~CKVX_HdwLineByteOutBufferService() = default;
 
-unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::HdwTimerHandler(uint64_t)
+unsigned CKVX_HdwLineByteOutBufferService::HdwTimerHandler(uint64_t)
 {
     // In the tick, under the device lock.
     if (GetStatus() != HDW_SERVICE_RUNNING || m_Bytes.empty())
         return 0;
-    CUart* line = LineOf(*this);
+    CKVX_HdwByteLine* line = LineOf(*this);
     if (!line)
         return 0;
-    unsigned queued = 0;
-    line->GetBytesToBeWritten(queued);
-    if (queued >= OutputHighWater)
+    unsigned char chunk[MaxWritePerTick];
+    const unsigned n = unsigned(std::min<size_t>({m_Bytes.size(), sizeof chunk, line->LineWriteRoom()}));
+    if (n == 0)
         return 0;
-    unsigned char chunk[OutputHighWater];
-    const unsigned n = unsigned(std::min<size_t>(m_Bytes.size(), OutputHighWater - queued));
     std::copy_n(m_Bytes.begin(), n, chunk);
-    auto* port = dynamic_cast<CKVX_HdwUartPort*>(GetHdwPort());
-    const unsigned timeout = port ? port->GetUartParameters().Timeout : 1000;
-    if (line->Write(chunk, n, timeout) != 0) {
-        SetStatus(HDW_SERVICE_FAILED); // timed out or hung up: the chunk is lost
+    if (line->LineWrite(chunk, n) != 0) {
+        SetStatus(HDW_SERVICE_FAILED); // the chunk is lost
         return 0;
     }
     m_Bytes.erase(m_Bytes.begin(), m_Bytes.begin() + n);
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::Start()
+unsigned CKVX_HdwLineByteOutBufferService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
@@ -165,7 +178,7 @@ unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::Start()
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::Stop()
+unsigned CKVX_HdwLineByteOutBufferService::Stop()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
@@ -173,7 +186,7 @@ unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::Stop()
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::Write(unsigned char* bytes, unsigned int count,
+unsigned CKVX_HdwLineByteOutBufferService::Write(unsigned char* bytes, unsigned int count,
                                                             unsigned int option)
 {
     if (option != 0)
@@ -191,19 +204,33 @@ unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::Write(unsigned char* byte
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::GetBytesToBeWritten(unsigned int& count)
+unsigned CKVX_HdwLineByteOutBufferService::GetBytesToBeWritten(unsigned int& count)
 {
     CKVX_HdwServiceLock lock(*this);
-    unsigned queued = 0;
-    if (CUart* line = LineOf(*this))
-        line->GetBytesToBeWritten(queued);
-    count = unsigned(m_Bytes.size()) + queued;
+    CKVX_HdwByteLine* line = LineOf(*this);
+    count = unsigned(m_Bytes.size()) + (line ? line->LineQueued() : 0u);
     return 0;
 }
 
-unsigned CKVX_HdwStdUartDevice::CByteOutBufferService::ResetWriteBuffer()
+unsigned CKVX_HdwLineByteOutBufferService::ResetWriteBuffer()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
     return 0;
 }
+
+// ---- admission ----------------------------------------------------------------
+
+unsigned hdw::links::EnableLineByteService(CKVX_HdwPort& port, unsigned serviceType, CKVX_HdwService** service,
+                               CKVX_HdwService::CParameters* params)
+{
+    if (serviceType != HDW_SERVICE_BYTE_IN_BUFFER && serviceType != HDW_SERVICE_BYTE_OUT_BUFFER)
+        return HDW_ERR_WRONG_STATE;
+    if (port.FindService(serviceType))
+        return HDW_ERR_SERVICE_ALREADY_ENABLED;
+    if (serviceType == HDW_SERVICE_BYTE_IN_BUFFER)
+        return Install(port, new CKVX_HdwLineByteInBufferService(&port), service, params);
+    return Install(port, new CKVX_HdwLineByteOutBufferService(&port), service, params);
+}
+
+CKVX_HdwByteLine::~CKVX_HdwByteLine() = default;
