@@ -1,0 +1,188 @@
+#include <HdwLib/bus/HdwArinc429InLbloService.h>
+#include <HdwLib/bus/internal/MessageQueue.h>
+
+#include <algorithm>
+
+namespace {
+constexpr unsigned kEntries = 256 * 4;
+}
+
+CKVX_HdwArinc429InLbloService::CParameters::~CParameters() = default;
+
+CKVX_HdwArinc429InLbloService::CKVX_HdwArinc429InLbloService(CKVX_HdwObject* port)
+    : CKVX_HdwService(port), Entries(new CEntry[kEntries])
+{
+    m_ServiceType = HDW_SERVICE_ARINC429_LABEL_IN;
+    std::fill(std::begin(SdiFilter), std::end(SdiFilter), static_cast<unsigned char>(0x0F));
+}
+
+CKVX_HdwArinc429InLbloService::~CKVX_HdwArinc429InLbloService()
+{
+    delete[] Entries;
+}
+
+void CKVX_HdwArinc429InLbloService::ClearTable()
+{
+    std::fill(Entries, Entries + kEntries, CEntry());
+}
+
+unsigned CKVX_HdwArinc429InLbloService::Start()
+{
+    CKVX_HdwServiceLock lock(*this);
+    ClearTable();
+    RxEnabled = true;
+    SetStatus(HDW_SERVICE_RUNNING);
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::Stop()
+{
+    CKVX_HdwServiceLock lock(*this);
+    ClearTable();
+    RxEnabled = false;
+    SetStatus(HDW_SERVICE_STOPPED);
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::GetParameters(CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwService::GetParameters(params))
+        return rc;
+    if (!params)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    params->SdiSpecific = SdiSpecific;
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::SetParameters(CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwService::SetParameters(params))
+        return rc;
+    if (!params)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    SdiSpecific = params->SdiSpecific ? 1 : 0;
+    ClearTable();
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::EnableRx()
+{
+    CKVX_HdwServiceLock lock(*this);
+    RxEnabled = true;
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::DisableRx()
+{
+    CKVX_HdwServiceLock lock(*this);
+    RxEnabled = false;
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::ResetRx()
+{
+    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(*this);
+    ClearTable();
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::AcceptLabel(unsigned char label, unsigned char sdiMask)
+{
+    CKVX_HdwServiceLock lock(*this);
+    SdiFilter[label] = sdiMask & 0x0F;
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::DiscardLabel(unsigned char label)
+{
+    CKVX_HdwServiceLock lock(*this);
+    SdiFilter[label] = 0;
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::AcceptAllLabels()
+{
+    CKVX_HdwServiceLock lock(*this);
+    std::fill(std::begin(SdiFilter), std::end(SdiFilter), static_cast<unsigned char>(0x0F));
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::DiscardAllLabels()
+{
+    CKVX_HdwServiceLock lock(*this);
+    std::fill(std::begin(SdiFilter), std::end(SdiFilter), static_cast<unsigned char>(0));
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::ReadLabel(unsigned char label, unsigned char sdi,
+                                                  CKVX_HdwArinc429Message& message, unsigned int& receiveCount)
+{
+    receiveCount = 0;
+    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+        return rc;
+    if (sdi > 3)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    CEntry& e = Entries[EntryIndex(label, sdi)];
+    if (e.Count == 0)
+        return HDW_ERR_NOTHING_TO_READ;
+    message = e.Message;
+    receiveCount = e.Count;
+    e.Changed = false;
+    return 0;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::ReadChangedLabels(CKVX_HdwArinc429Message* messages, unsigned int maxCount,
+                                                          unsigned int& readCount)
+{
+    readCount = 0;
+    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+        return rc;
+    if (maxCount == 0)
+        return 0;
+    if (!messages)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    for (unsigned i = 0; i < kEntries && readCount < maxCount; ++i) {
+        CEntry& e = Entries[i];
+        if (!e.Changed)
+            continue;
+        messages[readCount++] = e.Message;
+        e.Changed = false;
+    }
+    return 0;
+}
+
+unsigned char CKVX_HdwArinc429InLbloService::GetLabelFilter(unsigned char label)
+{
+    CKVX_HdwServiceLock lock(*this);
+    return SdiFilter[label];
+}
+
+void CKVX_HdwArinc429InLbloService::GetLabelTable(uint8_t* flags) const
+{
+    for (unsigned label = 0; label < 256; ++label)
+        flags[label] = SdiFilter[label] != 0 ? 1 : 0;
+}
+
+bool CKVX_HdwArinc429InLbloService::IsRxEnabled()
+{
+    CKVX_HdwServiceLock lock(*this);
+    return RxEnabled;
+}
+
+bool CKVX_HdwArinc429InLbloService::StoreReceived(const CKVX_HdwArinc429Message& message, uint64_t eventTime)
+{
+    if (!RxEnabled || !((SdiFilter[message.Label] >> (message.Sdi & 3u)) & 1u))
+        return false;
+    CEntry& e = Entries[EntryIndex(message.Label, message.Sdi)];
+    e.Message = message;
+    e.Message.TimeStamp = eventTime;
+    ++e.Count;
+    e.Changed = true;
+    return true;
+}
