@@ -1,5 +1,6 @@
 #include <HdwLib/bus/HdwArinc429InLbloService.h>
 #include <HdwLib/bus/internal/MessageQueue.h>
+#include <HdwLib/bus/internal/ServiceParameters.h>
 
 #include <algorithm>
 
@@ -46,40 +47,26 @@ unsigned CKVX_HdwArinc429InLbloService::Stop()
 
 unsigned CKVX_HdwArinc429InLbloService::GetParameters(CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwService::GetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    params->SdiSpecific = SdiSpecific;
-    return 0;
+    return hdw::bus::CopyParametersOut(*this, params, [this](CParameters& p) { p.SdiSpecific = SdiSpecific; });
 }
 
 unsigned CKVX_HdwArinc429InLbloService::SetParameters(CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwService::SetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
+    return hdw::bus::CopyParametersIn(*this, params, [this](const CParameters& p) {
+        SdiSpecific = p.SdiSpecific ? 1 : 0;
+        ClearTable();
+    });
+}
+
+unsigned CKVX_HdwArinc429InLbloService::SetRxEnabled(bool enabled)
+{
     CKVX_HdwServiceLock lock(*this);
-    SdiSpecific = params->SdiSpecific ? 1 : 0;
-    ClearTable();
+    RxEnabled = enabled;
     return 0;
 }
 
-unsigned CKVX_HdwArinc429InLbloService::EnableRx()
-{
-    CKVX_HdwServiceLock lock(*this);
-    RxEnabled = true;
-    return 0;
-}
-
-unsigned CKVX_HdwArinc429InLbloService::DisableRx()
-{
-    CKVX_HdwServiceLock lock(*this);
-    RxEnabled = false;
-    return 0;
-}
+unsigned CKVX_HdwArinc429InLbloService::EnableRx() { return SetRxEnabled(true); }
+unsigned CKVX_HdwArinc429InLbloService::DisableRx() { return SetRxEnabled(false); }
 
 unsigned CKVX_HdwArinc429InLbloService::ResetRx()
 {
@@ -90,31 +77,36 @@ unsigned CKVX_HdwArinc429InLbloService::ResetRx()
     return 0;
 }
 
-unsigned CKVX_HdwArinc429InLbloService::AcceptLabel(unsigned char label, unsigned char sdiMask)
+void CKVX_HdwArinc429InLbloService::SetSdiFilter(int label, unsigned char sdiMask)
 {
     CKVX_HdwServiceLock lock(*this);
-    SdiFilter[label] = sdiMask & 0x0F;
+    if (label < 0)
+        std::fill(std::begin(SdiFilter), std::end(SdiFilter), sdiMask);
+    else
+        SdiFilter[label] = sdiMask;
+}
+
+unsigned CKVX_HdwArinc429InLbloService::AcceptLabel(unsigned char label, unsigned char sdiMask)
+{
+    SetSdiFilter(label, sdiMask & 0x0F);
     return 0;
 }
 
 unsigned CKVX_HdwArinc429InLbloService::DiscardLabel(unsigned char label)
 {
-    CKVX_HdwServiceLock lock(*this);
-    SdiFilter[label] = 0;
+    SetSdiFilter(label, 0);
     return 0;
 }
 
 unsigned CKVX_HdwArinc429InLbloService::AcceptAllLabels()
 {
-    CKVX_HdwServiceLock lock(*this);
-    std::fill(std::begin(SdiFilter), std::end(SdiFilter), static_cast<unsigned char>(0x0F));
+    SetSdiFilter(-1, 0x0F);
     return 0;
 }
 
 unsigned CKVX_HdwArinc429InLbloService::DiscardAllLabels()
 {
-    CKVX_HdwServiceLock lock(*this);
-    std::fill(std::begin(SdiFilter), std::end(SdiFilter), static_cast<unsigned char>(0));
+    SetSdiFilter(-1, 0);
     return 0;
 }
 

@@ -87,6 +87,9 @@ protected:
     bool StoreReceived(const CKVX_HdwArinc429Message& message, uint64_t eventTime);
     unsigned EntryIndex(unsigned label, unsigned sdi) const { return label * 4u + (SdiSpecific ? (sdi & 3u) : 0u); }
     void ClearTable();
+    unsigned SetRxEnabled(bool enabled);
+    // The SDI mask of `label`, or of every label for -1.
+    void SetSdiFilter(int label, unsigned char sdiMask);
 
     struct CEntry {
         CKVX_HdwArinc429Message Message;

@@ -1,5 +1,6 @@
 #include <HdwLib/bus/HdwArinc429OutLbloService.h>
 #include <HdwLib/bus/internal/MessageQueue.h>
+#include <HdwLib/bus/internal/ServiceParameters.h>
 
 #include <algorithm>
 
@@ -32,11 +33,16 @@ unsigned CKVX_HdwArinc429OutLbloService::CheckRunning() const
     return hdw::bus::RunStateResult(GetStatus());
 }
 
+void CKVX_HdwArinc429OutLbloService::ClearTable()
+{
+    std::fill(std::begin(Defined), std::end(Defined), false);
+    std::fill(std::begin(HasData), std::end(HasData), false);
+}
+
 unsigned CKVX_HdwArinc429OutLbloService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
-    std::fill(std::begin(Defined), std::end(Defined), false);
-    std::fill(std::begin(HasData), std::end(HasData), false);
+    ClearTable();
     TxEnabled = EnableOnStart != 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
@@ -45,8 +51,7 @@ unsigned CKVX_HdwArinc429OutLbloService::Start()
 unsigned CKVX_HdwArinc429OutLbloService::Stop()
 {
     CKVX_HdwServiceLock lock(*this);
-    std::fill(std::begin(Defined), std::end(Defined), false);
-    std::fill(std::begin(HasData), std::end(HasData), false);
+    ClearTable();
     TxEnabled = false;
     SetStatus(HDW_SERVICE_STOPPED);
     return 0;
@@ -54,51 +59,32 @@ unsigned CKVX_HdwArinc429OutLbloService::Stop()
 
 unsigned CKVX_HdwArinc429OutLbloService::GetParameters(CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwService::GetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    params->EnableOnStart = EnableOnStart;
-    return 0;
+    return hdw::bus::CopyParametersOut(*this, params, [this](CParameters& p) { p.EnableOnStart = EnableOnStart; });
 }
 
 unsigned CKVX_HdwArinc429OutLbloService::SetParameters(CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwService::SetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    EnableOnStart = params->EnableOnStart;
-    return 0;
+    return hdw::bus::CopyParametersIn(*this, params, [this](const CParameters& p) { EnableOnStart = p.EnableOnStart; });
 }
 
-unsigned CKVX_HdwArinc429OutLbloService::EnableTx()
+unsigned CKVX_HdwArinc429OutLbloService::SetTxEnabled(bool enabled)
 {
     if (const unsigned rc = CheckRunning())
         return rc;
     CKVX_HdwServiceLock lock(*this);
-    TxEnabled = true;
+    TxEnabled = enabled;
     return 0;
 }
 
-unsigned CKVX_HdwArinc429OutLbloService::DisableTx()
-{
-    if (const unsigned rc = CheckRunning())
-        return rc;
-    CKVX_HdwServiceLock lock(*this);
-    TxEnabled = false;
-    return 0;
-}
+unsigned CKVX_HdwArinc429OutLbloService::EnableTx() { return SetTxEnabled(true); }
+unsigned CKVX_HdwArinc429OutLbloService::DisableTx() { return SetTxEnabled(false); }
 
 unsigned CKVX_HdwArinc429OutLbloService::ResetTx()
 {
     if (const unsigned rc = CheckRunning())
         return rc;
     CKVX_HdwServiceLock lock(*this);
-    std::fill(std::begin(Defined), std::end(Defined), false);
-    std::fill(std::begin(HasData), std::end(HasData), false);
+    ClearTable();
     return 0;
 }
 

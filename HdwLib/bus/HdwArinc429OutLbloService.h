@@ -115,6 +115,9 @@ public:
 protected:
     // The checks every operation makes first: 29 stopped, 15 failed.
     unsigned CheckRunning() const;
+    unsigned SetTxEnabled(bool enabled);
+    // Forgets every label. Caller holds the device lock.
+    void ClearTable();
 
     unsigned char EnableOnStart = 1;
     bool TxEnabled = false;
