@@ -47,13 +47,13 @@ unsigned CKVX_HdwArinc429InLbloService::Stop()
 
 unsigned CKVX_HdwArinc429InLbloService::GetParameters(CParameters* params)
 {
-    return hdw::bus::CopyParametersOut(*this, params, [this](CParameters& p) { p.SdiSpecific = SdiSpecific; });
+    return hdw::bus::CopyParametersOut(*this, params, [this](CParameters& p) { p.KeyBySdi = KeyBySdi; });
 }
 
 unsigned CKVX_HdwArinc429InLbloService::SetParameters(CParameters* params)
 {
     return hdw::bus::CopyParametersIn(*this, params, [this](const CParameters& p) {
-        SdiSpecific = p.SdiSpecific ? 1 : 0;
+        KeyBySdi = p.KeyBySdi ? 1 : 0;
         ClearTable();
     });
 }

@@ -7,7 +7,7 @@
 //
 // The filter selects labels and, per label, SDI values (a 4-bit mask, bit
 // SDI); a new service accepts everything and the filter survives Start and
-// Stop. With SdiSpecific 0 the SDI is not part of the key: each label has
+// Stop. With KeyBySdi 0 the SDI is not part of the key: each label has
 // one entry (kept under SDI 0) holding the latest word of any SDI.
 //
 // This class keeps the parameters, the filter and the table and answers the
@@ -34,7 +34,7 @@ public:
         ~CParameters() override;
 
         // 1: one entry per label and SDI; 0: one entry per label.
-        unsigned char SdiSpecific = 1;
+        unsigned char KeyBySdi = 1;
     };
 
     explicit CKVX_HdwArinc429InLbloService(CKVX_HdwObject* port);
@@ -61,7 +61,7 @@ public:
     virtual unsigned DiscardLabel(unsigned char label);
     virtual unsigned AcceptAllLabels();
     virtual unsigned DiscardAllLabels();
-    // The latest word of `label` / `sdi` (sdi ignored with SdiSpecific 0)
+    // The latest word of `label` / `sdi` (sdi ignored with KeyBySdi 0)
     // with its time stamp and the number of words received for it since
     // Start or ResetRx; clears its changed mark. 4 when none was received,
     // 2 for an SDI above 3, 29 / 15 when stopped / failed.
@@ -85,7 +85,7 @@ protected:
     // on and the filter passes the word, it becomes its entry's latest word
     // with the event time. True when it was stored.
     bool StoreReceived(const CKVX_HdwArinc429Message& message, uint64_t eventTime);
-    unsigned EntryIndex(unsigned label, unsigned sdi) const { return label * 4u + (SdiSpecific ? (sdi & 3u) : 0u); }
+    unsigned EntryIndex(unsigned label, unsigned sdi) const { return label * 4u + (KeyBySdi ? (sdi & 3u) : 0u); }
     void ClearTable();
     unsigned SetRxEnabled(bool enabled);
     // The SDI mask of `label`, or of every label for -1.
@@ -97,7 +97,7 @@ protected:
         bool Changed = false;
     };
 
-    unsigned char SdiSpecific = 1;
+    unsigned char KeyBySdi = 1;
     bool RxEnabled = false;
     unsigned char SdiFilter[256];
     CEntry* Entries; // 256 labels x 4 SDI values

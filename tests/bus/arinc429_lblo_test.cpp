@@ -179,8 +179,8 @@ TEST_F(InLblo, WithoutSdiKeyOneEntryPerLabelTakesEverySdi)
 {
     CKVX_HdwArinc429InLbloService::CParameters p;
     ASSERT_EQ(in->GetParameters(&p), 0u);
-    EXPECT_EQ(p.SdiSpecific, 1);
-    p.SdiSpecific = 0;
+    EXPECT_EQ(p.KeyBySdi, 1);
+    p.KeyBySdi = 0;
     ASSERT_EQ(in->SetParameters(&p), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
     EXPECT_EQ(in->SetParameters(&p), 10u); // parameters change only while closed
