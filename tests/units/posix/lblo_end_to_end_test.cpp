@@ -170,7 +170,7 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 }
 
 INSTANTIATE_TEST_SUITE_P(SerialAndEthernet, LabelOutput, ::testing::Values(false, true),
-                         [](const auto& info) { return info.param ? "Udp" : "Pty"; });
+                         [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
 
 // Every unit with ARINC 429 transmitters runs a label on its last channel.
 class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
