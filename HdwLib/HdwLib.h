@@ -21,8 +21,10 @@
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>
 #include <HdwLib/bus/HdwArinc429InBufferService.h>
+#include <HdwLib/bus/HdwArinc429InLbloService.h>
 #include <HdwLib/bus/HdwArinc429Message.h>
 #include <HdwLib/bus/HdwArinc429OutBufferService.h>
+#include <HdwLib/bus/HdwArinc429OutLbloService.h>
 #include <HdwLib/bus/HdwArinc429RxPort.h>
 #include <HdwLib/bus/HdwArinc429TxPort.h>
 #include <HdwLib/bus/HdwByteInBufferService.h>
@@ -51,6 +53,7 @@
 #include <HdwLib/units/KvxCommandDevice.h>
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
+#include <HdwLib/units/KvxLabelServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
 #include <HdwLib/units/HdwKvxHaldenDevice.h>

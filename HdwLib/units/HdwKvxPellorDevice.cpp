@@ -25,6 +25,7 @@ CKVX_HdwKvxPellorDevice::CKVX_HdwKvxPellorDevice()
     m_Profile.EthernetPayloadLimit = PayloadLimitEthernet;
     m_Profile.KeepAliveIdleMs = KeepAliveIdleMs;
     m_Profile.ProbeByStatus = true;
+    m_Profile.Arinc429LabelInput = true;
 }
 
 CKVX_HdwKvxPellorDevice::~CKVX_HdwKvxPellorDevice()

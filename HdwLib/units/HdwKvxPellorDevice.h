@@ -25,8 +25,8 @@
 // time the keep-alive is echoed and changes nothing.
 //
 // The unit reports critical failures (event type 1); every service of the
-// unit then fails. Label-oriented ARINC 429 input is not offered yet: its
-// EnableService answers 10.
+// unit then fails. Its receivers also offer label-oriented ARINC 429 input
+// (CArinc429InLbloService, service type 6), the other units' do not (10).
 //
 // Channel map (port kind: class, channels): 1 CArinc429TxPort 16,
 // 2 CArinc429RxPort 16; no other kinds.

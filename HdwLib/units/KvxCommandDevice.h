@@ -33,6 +33,7 @@
 #include <HdwLib/links/HdwFtdiUartBridgedDevice.h>
 #include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
 #include <HdwLib/bus/HdwArinc429Message.h>
+#include <HdwLib/bus/HdwArinc429OutLbloService.h>
 #include <HdwLib/bus/HdwArinc429RxPort.h>
 #include <HdwLib/bus/HdwArinc429TxPort.h>
 #include <HdwLib/bus/HdwCanMessage.h>
@@ -205,6 +206,8 @@ public:
         // The serial probe also asks for a status answer and recognises the
         // unit by its shape (see ProbeWithInstance).
         bool ProbeByStatus = false;
+        // The ARINC 429 receivers offer label-oriented input (service type 6).
+        bool Arinc429LabelInput = false;
     };
     const CUnitProfile& GetUnitProfile() const { return m_Profile; }
 
@@ -300,6 +303,8 @@ public:
     class CCanInBufferService;
     class CCanOutBufferService;
     class CSignalService;
+    class CArinc429OutLbloService;
+    class CArinc429InLbloService;
 
     // Per unit: the link state of the base plus the command queue, the echo
     // list and the receive state machine.
@@ -416,6 +421,9 @@ public:
     unsigned AttachKeepAliveCommand(unsigned instance);
     unsigned AttachSramWriteCommand(unsigned instance, unsigned channel, uint32_t startAddress, const uint16_t* words,
                                     unsigned count);
+    // Code 16: one label's transmit control (2 for a period outside 1..1024).
+    unsigned AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
+                                     const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl);
     unsigned AttachAtxCtxDataCommand(unsigned instance, unsigned channel, const CKVX_HdwArinc429Message& message);
     unsigned AttachAtxPushCommand(unsigned instance, unsigned channel, const CKVX_HdwArinc429Message* messages,
                                   unsigned count);
@@ -540,6 +548,7 @@ protected:
 
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
+#include <HdwLib/units/KvxLabelServices.h>
 
 // Both instances are compiled into the library (KvxCommandDevice.cpp). A
 // program that links a DLL through auto-import (its build defines

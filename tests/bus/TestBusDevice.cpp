@@ -28,6 +28,16 @@ unsigned CTestArinc429InService::ProcessEvent(CKVX_HdwEvent* event)
     return 0;
 }
 
+unsigned CTestArinc429InLbloService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    auto* e = static_cast<CTestEvent*>(event);
+    if (e->GetEventCode() == EventArinc429Rx && GetStatus() == HDW_SERVICE_RUNNING)
+        StoreReceived(e->Word, e->Time);
+    else if (e->GetEventCode() == EventFailure)
+        SetStatus(HDW_SERVICE_FAILED);
+    return 0;
+}
+
 unsigned CTestCanInService::ProcessEvent(CKVX_HdwEvent* event)
 {
     auto* e = static_cast<CTestEvent*>(event);
@@ -58,6 +68,8 @@ unsigned CTestRxPort::EnableService(unsigned type, CKVX_HdwService** service, CK
         return Add<CKVX_HdwByteInBufferService>(this, rc, service);
     case HDW_SERVICE_ARINC429_IN_BUFFER:
         return Add<CTestArinc429InService>(this, rc, service);
+    case HDW_SERVICE_ARINC429_LABEL_IN:
+        return Add<CTestArinc429InLbloService>(this, rc, service);
     default:
         return Add<CTypedService>(this, rc, service, type);
     }
@@ -73,6 +85,8 @@ unsigned CTestTxPort::EnableService(unsigned type, CKVX_HdwService** service, CK
         return Add<CKVX_HdwByteOutBufferService>(this, rc, service);
     case HDW_SERVICE_ARINC429_OUT_BUFFER:
         return Add<CKVX_HdwArinc429OutBufferService>(this, rc, service);
+    case HDW_SERVICE_ARINC429_LABEL_OUT:
+        return Add<CKVX_HdwArinc429OutLbloService>(this, rc, service);
     default:
         return Add<CTypedService>(this, rc, service, type);
     }

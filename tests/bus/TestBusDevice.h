@@ -58,6 +58,13 @@ public:
     }
 };
 
+// Receive path of a unit driver over the generic label-oriented input.
+class CTestArinc429InLbloService : public CKVX_HdwArinc429InLbloService {
+public:
+    using CKVX_HdwArinc429InLbloService::CKVX_HdwArinc429InLbloService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+};
+
 // Posts what the unit reports on the channel, as a driver does.
 class CTestSignalService : public CKVX_HdwSignalService {
 public:
@@ -65,8 +72,8 @@ public:
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;
 };
 
-// Stand-in for the services no generic class exists for yet (label-oriented
-// input and output, data generator): they only carry their type code.
+// Stand-in for the services no generic class exists for yet (the data
+// generator): they only carry their type code.
 class CTypedService : public CKVX_HdwService {
 public:
     CTypedService(CKVX_HdwObject* port, unsigned type) : CKVX_HdwService(port) { m_ServiceType = type; }

@@ -3,8 +3,7 @@
 // object carries only BufferSize: the base service's check first, then the
 // copy under the device lock.
 
-#include <HdwLib/framework/HdwObject.h>
-#include <HdwLib/framework/HdwService.h>
+#include <HdwLib/bus/internal/ServiceParameters.h>
 
 #include <cstdint>
 
@@ -13,25 +12,13 @@ namespace hdw::bus {
 template <typename P>
 unsigned GetBufferSizeParameter(CKVX_HdwService& service, const uint32_t& bufferSize, P* params)
 {
-    if (const unsigned rc = service.CKVX_HdwService::GetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(service);
-    params->BufferSize = bufferSize;
-    return 0;
+    return CopyParametersOut(service, params, [&](P& p) { p.BufferSize = bufferSize; });
 }
 
 template <typename P>
 unsigned SetBufferSizeParameter(CKVX_HdwService& service, uint32_t& bufferSize, P* params)
 {
-    if (const unsigned rc = service.CKVX_HdwService::SetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(service);
-    bufferSize = params->BufferSize;
-    return 0;
+    return CopyParametersIn(service, params, [&](const P& p) { bufferSize = p.BufferSize; });
 }
 
 } // namespace hdw::bus

@@ -210,6 +210,25 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachSramWriteCommand(unsigned instance, 
     return 0;
 }
 
+// Code 16, 14 bytes: 4 channel, 5 label, 6..9 control word (bits 0..9
+// period - 1, bit 10 enabled, bit 11 transmit once), 10..11 offset,
+// 12..13 repeat count.
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
+                                                              const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl)
+{
+    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxCtrl, channel, m_Profile.AtxChannels);
+    if (!inst || !ctrl.IsValid())
+        return 2;
+    uint8_t p[10];
+    p[0] = uint8_t(channel);
+    p[1] = ctrl.Label;
+    kvx_commands::PutLe32(p + 2, ctrl.GetControlWord());
+    kvx_commands::PutLe16(p + 6, ctrl.Offset);
+    kvx_commands::PutLe16(p + 8, ctrl.RepeatCount);
+    return AttachCommand(inst, 16, p, 10);
+}
+
 // Code 17, 10 bytes: 4 channel, 5 label, 6..9 the word.
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxDataCommand(unsigned instance, unsigned channel,

@@ -9,5 +9,6 @@
 #include <HdwLib/units/internal/KvxUnitPorts.inl>
 #include <HdwLib/units/internal/KvxUartServices.inl>
 #include <HdwLib/units/internal/KvxArinc429Services.inl>
+#include <HdwLib/units/internal/KvxLabelServices.inl>
 #include <HdwLib/units/internal/KvxCanServices.inl>
 #include <HdwLib/units/internal/KvxSignalService.inl>

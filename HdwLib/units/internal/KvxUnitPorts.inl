@@ -182,8 +182,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::EnableService(unsigned se
         return hdw::units::InstallService(*this, new CSignalService(this), service, params);
     case HDW_SERVICE_ARINC429_OUT_BUFFER:
         return hdw::units::InstallService(*this, new CArinc429OutBufferService(this), service, params);
+    case HDW_SERVICE_ARINC429_LABEL_OUT:
+        if (!(hdw::units::UnitOf<B>(this)->GetUnitProfile().Commands & CmdAtxCtxCtrl))
+            return HDW_ERR_WRONG_STATE;
+        return hdw::units::InstallService(*this, new CArinc429OutLbloService(this), service, params);
     default:
-        // Byte output, label-oriented output and the data generator come later.
+        // Byte output and the data generator come later.
         return HDW_ERR_WRONG_STATE;
     }
 }
@@ -235,9 +239,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::AttachConfiguration(bool 
     ctrl.Enabled = enable ? 1 : 0;
     // The input service's filter, or every label when no service filters.
     auto* in = dynamic_cast<CArinc429InBufferService*>(FindService(HDW_SERVICE_ARINC429_IN_BUFFER));
-    ctrl.HasFilter = in != nullptr;
+    auto* lblo = dynamic_cast<CKVX_HdwArinc429InLbloService*>(FindService(HDW_SERVICE_ARINC429_LABEL_IN));
+    ctrl.HasFilter = in != nullptr || lblo != nullptr;
     if (in)
         in->GetLabelTable(ctrl.LabelFlags);
+    else if (lblo)
+        lblo->GetLabelTable(ctrl.LabelFlags);
     else
         std::fill(std::begin(ctrl.LabelFlags), std::end(ctrl.LabelFlags), uint8_t(1));
     return unit->AttachArxConfigCommand(m_DeviceInstance, m_Channel, m_Parameters, enable, ctrl.LabelFlags);
@@ -266,8 +273,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::EnableService(unsigned se
         return hdw::units::InstallService(*this, new CSignalService(this), service, params);
     case HDW_SERVICE_ARINC429_IN_BUFFER:
         return hdw::units::InstallService(*this, new CArinc429InBufferService(this), service, params);
+    case HDW_SERVICE_ARINC429_LABEL_IN:
+        if (!hdw::units::UnitOf<B>(this)->GetUnitProfile().Arinc429LabelInput)
+            return HDW_ERR_WRONG_STATE;
+        return hdw::units::InstallService(*this, new CArinc429InLbloService(this), service, params);
     default:
-        // Byte input and label-oriented input come later.
+        // Byte input comes later.
         return HDW_ERR_WRONG_STATE;
     }
 }

@@ -3,7 +3,10 @@
 // byte tables: command records and host frames are built here byte by byte,
 // and unit frames are taken apart here, independently of the emulator's code.
 
+#include <hdwsim/UnitEngine.h>
+
 #include <chrono>
+#include <cstdint>
 #include <cstddef>
 #include <functional>
 #include <poll.h>
@@ -222,6 +225,37 @@ public:
 
 private:
     Bytes m_Buf;
+};
+
+// The unit model driven directly, its time stepped by the test; what it
+// sends is taken apart by a UnitStream.
+struct EngineHost {
+    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0)
+        : Engine(hdwsim::HaldenModel(), hdwsim::UnitEngine::Options{pacing, 1280, clockStart})
+    {
+    }
+    void Send(const Bytes& bytes)
+    {
+        Engine.OnHostBytes(hdwsim::UnitEngine::LinkSerial, bytes.data(), bytes.size(), Now);
+        Pump();
+    }
+    void At(uint64_t ns)
+    {
+        Now = ns;
+        Engine.Advance(Now);
+        Pump();
+    }
+    void Pump()
+    {
+        Bytes out;
+        Engine.TakeOutput(Now, SIZE_MAX, out);
+        Raw.insert(Raw.end(), out.begin(), out.end());
+        Stream.Feed(out);
+    }
+    hdwsim::UnitEngine Engine;
+    uint64_t Now = 0;
+    Bytes Raw;
+    UnitStream Stream;
 };
 
 } // namespace simtest

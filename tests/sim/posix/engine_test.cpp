@@ -17,35 +17,6 @@ namespace {
 constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3, EvStatus = 5, EvCanRx = 6, EvCanTx = 7, EvUartRx = 9,
                    EvUartTx = 10;
 
-struct EngineHost {
-    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0)
-        : Engine(hdwsim::HaldenModel(), UnitEngine::Options{pacing, 1280, clockStart})
-    {
-    }
-    void Send(const Bytes& bytes)
-    {
-        Engine.OnHostBytes(UnitEngine::LinkSerial, bytes.data(), bytes.size(), Now);
-        Pump();
-    }
-    void At(uint64_t ns)
-    {
-        Now = ns;
-        Engine.Advance(Now);
-        Pump();
-    }
-    void Pump()
-    {
-        Bytes out;
-        Engine.TakeOutput(Now, SIZE_MAX, out);
-        Raw.insert(Raw.end(), out.begin(), out.end());
-        Stream.Feed(out);
-    }
-    UnitEngine Engine;
-    uint64_t Now = 0;
-    Bytes Raw;
-    UnitStream Stream;
-};
-
 Bytes OnlyLabel(unsigned label)
 {
     Bytes f(32, 0);

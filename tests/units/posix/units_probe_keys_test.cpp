@@ -152,15 +152,6 @@ TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOn
     EXPECT_EQ(rig.Sim.GetCounters().A429Received[1], 0u);
 }
 
-TEST(PellorChannels, LabelOrientedInputIsRefusedWithWrongState)
-{
-    UnitRig rig(Find("pellor"), false);
-    rig.Start();
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u);
-    EXPECT_EQ(s, nullptr);
-}
-
 TEST(PellorChannels, ACriticalFailureFromTheUnitFailsItsRunningServices)
 {
     UnitRig rig(Find("pellor"), false);

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <utility>
+#include <vector>
 
 namespace hdwsim {
 
@@ -53,13 +55,36 @@ constexpr size_t CanCfgSegment2 = 21;
 constexpr size_t CanFrameSize = 13; // flags, identifier, data as in the push record
 
 
+// One entry of a transmitter's label table (label control 16, label data
+// 17, label reset 18). Label control record: 4 channel, 5 label, 6..9
+// control word (bits 0..9 period in ms minus 1, bit 10 enabled, bit 11
+// transmit once), 10..11 offset in ms, 12..13 repeat count (0: no limit).
+struct A429Label {
+    bool Defined = false;
+    bool Enabled = false;
+    bool Once = false;       // sent once per data update instead of cyclically
+    bool HasData = false;
+    bool OncePending = false;
+    uint32_t Word = 0;
+    uint64_t PeriodNs = 0;
+    uint32_t Repeat = 0;
+    uint32_t Sent = 0;
+    uint64_t NextNs = 0;     // due time of the next cyclic transmission
+
+    bool Cyclic() const { return Defined && Enabled && HasData && !Once && (Repeat == 0 || Sent < Repeat); }
+};
+
 struct A429Tx {
     bool Enabled = false;
     bool HighSpeed = false;
     uint64_t WordNs = 36ull * 80000; // 36 bit times at 12.5 kbit/s
     std::deque<uint32_t> Fifo;
     uint64_t BusFreeNs = 0;
+    std::array<A429Label, 256> Labels{};
+    unsigned LabelsDefined = 0;
 };
+
+constexpr uint64_t NsPerMs = 1000000;
 
 struct A429Rx {
     bool Enabled = false;
@@ -128,6 +153,9 @@ struct UnitEngine::Impl {
     void StatusRequest(const uint8_t* rec, uint64_t nowNs);
     void SendStatus(unsigned channel, unsigned kind, uint32_t word, uint64_t nowNs);
     void A429Deliver(unsigned channel, uint32_t word, uint64_t atNs);
+    bool A429LabelCommand(unsigned code, const uint8_t* rec, size_t len, uint64_t nowNs);
+    void A429SendLabels(unsigned channel, uint64_t nowNs);
+    uint64_t A429NextLabelNs(unsigned channel) const;
     void CanDeliver(unsigned channel, const std::array<uint8_t, CanFrameSize>& frame, uint64_t atNs);
     void UartPush(unsigned channel, const uint8_t* rec, size_t len, uint64_t nowNs);
     void Advance(uint64_t nowNs);
@@ -195,15 +223,16 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
     }
     if (code == CodeSramWrite)
         return len >= 8 && (len - 8) % 2 == 0 && Model.MilStd1553Channels > 0;
-    if (code == CodeA429LabelCtrl)
-        return len == 14 && rec[4] < Model.Arinc429TxChannels;
-    if (code == CodeA429LabelReset)
-        return len == 5 && rec[4] < Model.Arinc429TxChannels;
+    if (code == CodeA429LabelCtrl || code == CodeA429LabelReset)
+        return A429LabelCommand(code, rec, len, nowNs);
     if (code == CodeA429Push) {
         const unsigned ch = rec[4];
         if (len != 10 || ch >= Model.Arinc429TxChannels)
             return false;
         A429Tx& t = Tx[ch];
+        // Data for a label of the table; any other word goes to the FIFO.
+        if (t.Labels[rec[5]].Defined)
+            return A429LabelCommand(code, rec, len, nowNs);
         if (t.Fifo.size() >= A429FifoWords) {
             ++Count.A429FifoDropped[ch];
             return true;
@@ -218,7 +247,12 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         if (len != 16)
             return false;
         A429Tx& t = Tx[code - Model.A429TxConfigBase];
+        const bool wasEnabled = t.Enabled;
         t.Enabled = (rec[4] & 1) != 0;
+        // Cycles missed while the transmitter was off are not made up.
+        if (t.Enabled && !wasEnabled)
+            for (A429Label& l : t.Labels)
+                l.NextNs = std::max(l.NextNs, nowNs);
         t.HighSpeed = (rec[4] & 4) != 0;
         // Each half bit lasts divider + 1 clocks of 60 MHz; a word with its gap 36 bits.
         const uint64_t clocksPerBit = (le::Get16(rec + 8) & 0xFFF) + (le::Get16(rec + 10) & 0xFFF) + 2u;
@@ -340,6 +374,87 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
     }
 }
 
+bool UnitEngine::Impl::A429LabelCommand(unsigned code, const uint8_t* rec, size_t len, uint64_t nowNs)
+{
+    const unsigned ch = rec[4];
+    if (len != (code == CodeA429LabelCtrl ? 14u : code == CodeA429LabelReset ? 5u : 10u) ||
+        ch >= Model.Arinc429TxChannels)
+        return false;
+    A429Tx& t = Tx[ch];
+    if (code == CodeA429LabelReset) {
+        t.Labels.fill(A429Label{});
+        t.LabelsDefined = 0;
+        ++Count.A429LabelResets[ch];
+        return true;
+    }
+    A429Label& l = t.Labels[rec[5]];
+    if (code == CodeA429LabelCtrl) {
+        const uint32_t ctrl = le::Get32(rec + 6);
+        if (!l.Defined)
+            ++t.LabelsDefined;
+        l.Defined = true;
+        l.PeriodNs = ((ctrl & 0x3FF) + 1) * NsPerMs;
+        l.Enabled = (ctrl & (1u << 10)) != 0;
+        l.Once = (ctrl & (1u << 11)) != 0;
+        l.Repeat = le::Get16(rec + 12);
+        l.Sent = 0;
+        l.OncePending = false;
+        l.NextNs = nowNs + le::Get16(rec + 10) * NsPerMs;
+        ++Count.A429LabelCtrls[ch];
+        return true;
+    }
+    // Label data: the word the label carries from now on.
+    if (!l.HasData)
+        l.NextNs = std::max(l.NextNs, nowNs);
+    l.Word = le::Get32(rec + 6);
+    l.HasData = true;
+    l.OncePending = l.Once;
+    ++Count.A429LabelData[ch];
+    return true;
+}
+
+void UnitEngine::Impl::A429SendLabels(unsigned ch, uint64_t nowNs)
+{
+    A429Tx& t = Tx[ch];
+    if (!t.Enabled || t.LabelsDefined == 0)
+        return;
+    // Everything due by now, sent in time order (label order on a tie).
+    std::vector<std::pair<uint64_t, uint32_t>> due;
+    for (A429Label& l : t.Labels) {
+        if (!l.Defined || !l.Enabled || !l.HasData)
+            continue;
+        if (l.Once) {
+            if (l.OncePending)
+                due.emplace_back(nowNs, l.Word);
+            l.OncePending = false;
+            continue;
+        }
+        for (; l.Cyclic() && l.NextNs <= nowNs; l.NextNs += l.PeriodNs, ++l.Sent)
+            due.emplace_back(l.NextNs, l.Word);
+    }
+    std::stable_sort(due.begin(), due.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [at, word] : due) {
+        A429Deliver(ch, word, at);
+        ++Count.A429LabelWords[ch];
+    }
+}
+
+uint64_t UnitEngine::Impl::A429NextLabelNs(unsigned ch) const
+{
+    const A429Tx& t = Tx[ch];
+    uint64_t next = Never;
+    if (!t.Enabled || t.LabelsDefined == 0)
+        return next;
+    for (const A429Label& l : t.Labels) {
+        if (l.Defined && l.Enabled && l.HasData && l.Once && l.OncePending)
+            return 0;
+        if (l.Cyclic())
+            next = std::min(next, l.NextNs);
+    }
+    return next;
+}
+
 void UnitEngine::Impl::CanDeliver(unsigned ch, const std::array<uint8_t, CanFrameSize>& frame, uint64_t atNs)
 {
     uint8_t params[4 + CanFrameSize];
@@ -410,6 +525,7 @@ void UnitEngine::Impl::Advance(uint64_t nowNs)
             t.Fifo.pop_front();
             A429Deliver(ch, word, end);
         }
+        A429SendLabels(ch, nowNs);
     }
     for (unsigned ch = 0; ch < Model.CanChannels; ++ch) {
         CanChannel& c = Can[ch];
@@ -462,6 +578,7 @@ uint64_t UnitEngine::NextBusEventNs() const
         const A429Tx& t = m->Tx[ch];
         if (t.Enabled && !t.Fifo.empty())
             next = std::min(next, m->Opts.Pacing ? t.BusFreeNs + t.WordNs : 0);
+        next = std::min(next, m->A429NextLabelNs(ch));
     }
     for (unsigned ch = 0; ch < m->Model.CanChannels; ++ch) {
         const CanChannel& c = m->Can[ch];

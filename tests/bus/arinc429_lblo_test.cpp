@@ -1,0 +1,281 @@
+// The generic label-oriented ARINC 429 services: the input keeps the latest
+// word per label and SDI, the output keeps the label controls and data that
+// a driver turns into unit commands.
+
+#include "TestBusDevice.h"
+
+#include <gtest/gtest.h>
+
+using namespace bustest;
+using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
+
+namespace {
+
+CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned data)
+{
+    CKVX_HdwArinc429Message m;
+    m.Label = static_cast<unsigned char>(label);
+    m.Sdi = static_cast<unsigned char>(sdi);
+    m.Data = data;
+    return m;
+}
+
+class InLblo : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        rx = rig.Rx();
+        in = Enable<CTestArinc429InLbloService>(rx, HDW_SERVICE_ARINC429_LABEL_IN);
+        ASSERT_NE(in, nullptr);
+    }
+    void Receive(const CKVX_HdwArinc429Message& word, uint64_t time)
+    {
+        CTestEvent e(EventArinc429Rx, "RX0", time);
+        e.Word = word;
+        rig.Device->Deliver(HDW_PORT_ARINC429_RX, e);
+    }
+    std::vector<CKVX_HdwArinc429Message> Changed()
+    {
+        std::vector<CKVX_HdwArinc429Message> out(1024);
+        unsigned n = 0;
+        EXPECT_EQ(in->ReadChangedLabels(out.data(), unsigned(out.size()), n), 0u);
+        out.resize(n);
+        return out;
+    }
+
+    CBusRig rig;
+    CTestRxPort* rx = nullptr;
+    CTestArinc429InLbloService* in = nullptr;
+};
+
+class OutLblo : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        tx = rig.Tx();
+        out = Enable<CKVX_HdwArinc429OutLbloService>(tx, HDW_SERVICE_ARINC429_LABEL_OUT);
+        ASSERT_NE(out, nullptr);
+    }
+    CBusRig rig;
+    CTestTxPort* tx = nullptr;
+    CKVX_HdwArinc429OutLbloService* out = nullptr;
+};
+
+} // namespace
+
+TEST_F(InLblo, KeepsTheLatestWordPerLabelAndSdiWithItsTimeAndCount)
+{
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    Receive(Word(0x31, 0, 1), 100);
+    Receive(Word(0x31, 2, 2), 200);
+    Receive(Word(0x31, 0, 3), 300);
+    Receive(Word(0x32, 1, 4), 400);
+
+    CKVX_HdwArinc429Message m;
+    unsigned count = 0;
+    ASSERT_EQ(in->ReadLabel(0x31, 0, m, count), 0u);
+    EXPECT_EQ(m.Data, 3u);
+    EXPECT_EQ(m.TimeStamp, 300u);
+    EXPECT_EQ(count, 2u);
+    ASSERT_EQ(in->ReadLabel(0x31, 2, m, count), 0u);
+    EXPECT_EQ(m.Data, 2u);
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(in->ReadLabel(0x31, 1, m, count), 4u); // nothing on that SDI
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(in->ReadLabel(0x31, 4, m, count), 2u);
+}
+
+TEST_F(InLblo, ChangedLabelsAreReadOnceInLabelThenSdiOrder)
+{
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    Receive(Word(0x50, 3, 1), 1);
+    Receive(Word(0x20, 1, 2), 2);
+    Receive(Word(0x50, 0, 3), 3);
+    Receive(Word(0x20, 1, 5), 4);
+    auto c = Changed();
+    ASSERT_EQ(c.size(), 3u);
+    EXPECT_EQ(c[0].Label, 0x20);
+    EXPECT_EQ(c[0].Data, 5u);
+    EXPECT_EQ(c[1].Label, 0x50);
+    EXPECT_EQ(c[1].Sdi, 0);
+    EXPECT_EQ(c[2].Sdi, 3);
+    EXPECT_TRUE(Changed().empty());
+
+    // Reading one label clears its mark; a new word sets it again.
+    Receive(Word(0x20, 1, 6), 5);
+    Receive(Word(0x60, 0, 7), 6);
+    CKVX_HdwArinc429Message m;
+    unsigned count = 0;
+    ASSERT_EQ(in->ReadLabel(0x20, 1, m, count), 0u);
+    EXPECT_EQ(count, 3u);
+    c = Changed();
+    ASSERT_EQ(c.size(), 1u);
+    EXPECT_EQ(c[0].Label, 0x60);
+
+    // A short array takes the first ones; the rest stay marked.
+    for (unsigned l = 1; l <= 5; ++l)
+        Receive(Word(l, 0, l), 10 + l);
+    CKVX_HdwArinc429Message two[2];
+    unsigned n = 0;
+    ASSERT_EQ(in->ReadChangedLabels(two, 2, n), 0u);
+    ASSERT_EQ(n, 2u);
+    EXPECT_EQ(two[1].Label, 2);
+    EXPECT_EQ(Changed().size(), 3u);
+    EXPECT_EQ(in->ReadChangedLabels(nullptr, 1, n), 2u);
+}
+
+TEST_F(InLblo, FilterByLabelAndSdiAndTheHardwareTableFollowsIt)
+{
+    in->DiscardAllLabels();
+    in->AcceptLabel(0x31, 0x02); // SDI 1 only
+    uint8_t table[256];
+    in->GetLabelTable(table);
+    for (unsigned l = 0; l < 256; ++l)
+        EXPECT_EQ(table[l], l == 0x31 ? 1 : 0) << l;
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    Receive(Word(0x31, 0, 1), 1);
+    Receive(Word(0x31, 1, 2), 2);
+    Receive(Word(0x32, 1, 3), 3);
+    auto c = Changed();
+    ASSERT_EQ(c.size(), 1u);
+    EXPECT_EQ(c[0].Data, 2u);
+    // The filter survives Stop and Start.
+    ASSERT_EQ(rx->Close(), 0u);
+    EXPECT_EQ(in->GetLabelFilter(0x31), 0x02);
+    EXPECT_EQ(in->GetLabelFilter(0x30), 0);
+    in->AcceptAllLabels();
+    EXPECT_EQ(in->GetLabelFilter(0x30), 0x0F);
+}
+
+TEST_F(InLblo, DisabledReceptionResetAndStopEmptyOrHoldTheTable)
+{
+    CKVX_HdwArinc429Message m;
+    unsigned count = 0;
+    EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 29u);
+    EXPECT_EQ(in->ResetRx(), 29u);
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    Receive(Word(0x10, 0, 1), 1);
+    ASSERT_EQ(in->DisableRx(), 0u);
+    Receive(Word(0x10, 0, 2), 2);
+    ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
+    EXPECT_EQ(m.Data, 1u);
+    ASSERT_EQ(in->EnableRx(), 0u);
+    Receive(Word(0x10, 0, 3), 3);
+    ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
+    EXPECT_EQ(count, 2u);
+    ASSERT_EQ(in->ResetRx(), 0u);
+    EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 4u);
+    Receive(Word(0x10, 0, 4), 4);
+    ASSERT_EQ(rx->Close(), 0u);
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 4u);
+    // A failure reported by the unit answers 15.
+    CTestEvent fail(EventFailure, "RX0", 0);
+    rig.Device->Deliver(HDW_PORT_ARINC429_RX, fail);
+    EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 15u);
+}
+
+TEST_F(InLblo, WithoutSdiKeyOneEntryPerLabelTakesEverySdi)
+{
+    CKVX_HdwArinc429InLbloService::CParameters p;
+    ASSERT_EQ(in->GetParameters(&p), 0u);
+    EXPECT_EQ(p.KeyBySdi, 1);
+    p.KeyBySdi = 0;
+    ASSERT_EQ(in->SetParameters(&p), 0u);
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    EXPECT_EQ(in->SetParameters(&p), 10u); // parameters change only while closed
+    Receive(Word(0x31, 1, 1), 1);
+    Receive(Word(0x31, 3, 2), 2);
+    CKVX_HdwArinc429Message m;
+    unsigned count = 0;
+    ASSERT_EQ(in->ReadLabel(0x31, 2, m, count), 0u);
+    EXPECT_EQ(m.Sdi, 3);
+    EXPECT_EQ(m.Data, 2u);
+    EXPECT_EQ(count, 2u);
+}
+
+TEST_F(OutLblo, ControlsAndDataAreKeptPerLabel)
+{
+    CLabelCtrl c;
+    CKVX_HdwArinc429Message m = Word(0x31, 0, 5);
+    EXPECT_EQ(out->SetLabelsCtrl(&c, 1), 29u);
+    EXPECT_EQ(out->UpdateMessages(&m, 1), 29u);
+    ASSERT_EQ(tx->Open(nullptr), 0u);
+    EXPECT_TRUE(out->IsTxEnabled());
+
+    CLabelCtrl ctrls[2] = {CLabelCtrl(0x31, 20), CLabelCtrl(0x32, 1024)};
+    ctrls[1].TransmitOnce = 1;
+    ASSERT_EQ(out->SetLabelsCtrl(ctrls, 2), 0u);
+    EXPECT_EQ(out->GetDefinedLabelsCount(), 2u);
+    ASSERT_EQ(out->GetLabelCtrl(0x32, c), 0u);
+    EXPECT_EQ(c.Period, 1024);
+    EXPECT_EQ(c.TransmitOnce, 1);
+    EXPECT_EQ(out->GetLabelCtrl(0x33, c), 4u);
+    EXPECT_EQ(out->GetLabelMessage(0x31, m), 4u); // defined, no data yet
+
+    CKVX_HdwArinc429Message words[2] = {Word(0x31, 1, 7), Word(0x32, 2, 8)};
+    ASSERT_EQ(out->UpdateMessages(words, 2), 0u);
+    ASSERT_EQ(out->GetLabelMessage(0x32, m), 0u);
+    EXPECT_EQ(m.Data, 8u);
+    EXPECT_EQ(m.Sdi, 2);
+}
+
+TEST_F(OutLblo, ABadEntryRefusesTheWholeCall)
+{
+    ASSERT_EQ(tx->Open(nullptr), 0u);
+    CLabelCtrl ctrls[3] = {CLabelCtrl(0x01, 10), CLabelCtrl(0x02, 0), CLabelCtrl(0x03, 10)};
+    EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
+    ctrls[1].Period = 1025;
+    EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
+    EXPECT_EQ(out->GetDefinedLabelsCount(), 0u);
+    EXPECT_EQ(out->SetLabelsCtrl(nullptr, 1), 2u);
+    EXPECT_EQ(out->SetLabelsCtrl(nullptr, 0), 0u);
+
+    ctrls[1].Period = 1024;
+    ASSERT_EQ(out->SetLabelsCtrl(ctrls, 2), 0u);
+    CKVX_HdwArinc429Message words[2] = {Word(0x01, 0, 1), Word(0x03, 0, 3)};
+    EXPECT_EQ(out->UpdateMessages(words, 2), 2u); // 0x03 has no control
+    CKVX_HdwArinc429Message m;
+    EXPECT_EQ(out->GetLabelMessage(0x01, m), 4u);
+    EXPECT_EQ(out->UpdateMessages(nullptr, 1), 2u);
+}
+
+TEST_F(OutLblo, SwitchResetAndStartWithTransmissionOff)
+{
+    CKVX_HdwArinc429OutLbloService::CParameters p;
+    ASSERT_EQ(out->GetParameters(&p), 0u);
+    EXPECT_EQ(p.EnableOnStart, 1);
+    p.EnableOnStart = 0;
+    ASSERT_EQ(out->SetParameters(&p), 0u);
+    ASSERT_EQ(tx->Open(nullptr), 0u);
+    EXPECT_FALSE(out->IsTxEnabled());
+    ASSERT_EQ(out->EnableTx(), 0u);
+    EXPECT_TRUE(out->IsTxEnabled());
+    ASSERT_EQ(out->DisableTx(), 0u);
+    EXPECT_FALSE(out->IsTxEnabled());
+
+    CLabelCtrl c(0x40, 50);
+    ASSERT_EQ(out->SetLabelsCtrl(&c, 1), 0u);
+    ASSERT_EQ(out->ResetTx(), 0u);
+    EXPECT_EQ(out->GetDefinedLabelsCount(), 0u);
+    ASSERT_EQ(out->SetLabelsCtrl(&c, 1), 0u);
+    ASSERT_EQ(tx->Close(), 0u);
+    EXPECT_EQ(out->GetDefinedLabelsCount(), 0u); // Stop forgets the table
+    EXPECT_EQ(out->EnableTx(), 29u);
+    EXPECT_EQ(out->ResetTx(), 29u);
+}
+
+TEST(LabelServiceAdmission, LabelServicesOnTheGenericPorts)
+{
+    CBusRig rig;
+    unsigned rc = 0;
+    ASSERT_NE(Enable<CKVX_HdwArinc429InBufferService>(rig.Rx(), HDW_SERVICE_ARINC429_IN_BUFFER), nullptr);
+    EXPECT_EQ(Enable<CKVX_HdwService>(rig.Rx(), HDW_SERVICE_ARINC429_LABEL_IN, &rc), nullptr);
+    EXPECT_EQ(rc, 10u);
+    ASSERT_NE(Enable<CKVX_HdwArinc429OutLbloService>(rig.Tx(), HDW_SERVICE_ARINC429_LABEL_OUT), nullptr);
+    EXPECT_NE(Enable<CKVX_HdwService>(rig.Tx(), HDW_SERVICE_DATA_GENERATOR, &rc), nullptr);
+    EXPECT_EQ(Enable<CKVX_HdwService>(rig.Tx(), HDW_SERVICE_ARINC429_OUT_BUFFER, &rc), nullptr);
+    EXPECT_EQ(rc, 10u);
+    EXPECT_EQ(Enable<CKVX_HdwService>(rig.Tx(), HDW_SERVICE_ARINC429_LABEL_OUT, &rc), nullptr);
+    EXPECT_EQ(rc, 26u);
+}

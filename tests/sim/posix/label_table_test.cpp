@@ -1,0 +1,150 @@
+// The unit's ARINC 429 label table (label control 16, label data 17, label
+// reset 18), driven with the time stepped by the test: cyclic labels leave
+// at their period in the unit's time, with or without pacing.
+
+#include "TestHost.h"
+
+#include <hdwsim/UnitEngine.h>
+
+#include <gtest/gtest.h>
+
+using namespace simtest;
+using hdwsim::UnitEngine;
+
+namespace {
+
+constexpr unsigned EvA429Rx = 2, EvA429Tx = 3;
+constexpr uint64_t Ms = 1000000;
+
+// Label control: period in ms (1..1024), flags, offset in ms, repeat count.
+Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true,
+                bool once = false, unsigned offsetMs = 0, unsigned repeat = 0)
+{
+    Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(label)};
+    Le32(p, ((periodMs - 1) & 0x3FF) | (enabled ? 1u << 10 : 0) | (once ? 1u << 11 : 0));
+    Le16(p, offsetMs);
+    Le16(p, repeat);
+    return Record(16, number, p);
+}
+Bytes LabelReset(unsigned number, unsigned ch) { return Record(18, number, {static_cast<uint8_t>(ch)}); }
+
+// ARINC 429 transmit events of one label, in order.
+std::vector<Event> TxOf(const EngineHost& h, unsigned label)
+{
+    std::vector<Event> r;
+    for (const Event& e : h.Stream.OfType(EvA429Tx))
+        if ((e.Word() & 0xFF) == label)
+            r.push_back(e);
+    return r;
+}
+
+class LabelTable : public ::testing::TestWithParam<bool> {};
+
+} // namespace
+
+TEST_P(LabelTable, CyclicLabelLeavesAtItsPeriodAndReachesTheWiredReceiver)
+{
+    EngineHost h(GetParam());
+    h.Send(Frame({AtxConfig(1, 1, true, 299), ArxConfig(2, 1, true, true, AllLabels()),
+                  LabelCtrl(3, 1, 0x31, 10), AtxPush(4, 1, 0x00012331)}));
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelData[1], 1u);
+    EXPECT_EQ(h.Engine.GetCounters().A429Pushed[1], 0u); // table data, not the FIFO
+    // The first word left with the data; the next is due one period later.
+    EXPECT_EQ(TxOf(h, 0x31).size(), 1u);
+    EXPECT_EQ(h.Engine.NextBusEventNs(), 10 * Ms);
+    h.At(95 * Ms);
+    const auto tx = TxOf(h, 0x31);
+    ASSERT_EQ(tx.size(), 10u); // at 0, 10, ... 90 ms
+    for (unsigned i = 0; i < tx.size(); ++i) {
+        EXPECT_EQ(tx[i].Sub, 1u);
+        EXPECT_EQ(tx[i].Word(), 0x00012331u);
+        EXPECT_EQ(tx[i].Time(), 10000u * i);
+    }
+    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 10u);
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelWords[1], 10u);
+    EXPECT_EQ(h.Engine.NextBusEventNs(), 100 * Ms);
+}
+
+INSTANTIATE_TEST_SUITE_P(PacingOrNot, LabelTable, ::testing::Bool());
+
+TEST(LabelTableData, NewDataIsSentFromTheNextCycleAndLabelsKeepTheirOwnPeriods)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x10, 20), LabelCtrl(3, 0, 0x20, 50, true, false, 5),
+                  AtxPush(4, 0, 0x0410), AtxPush(5, 0, 0x0820)}));
+    h.At(30 * Ms);
+    h.Send(Frame({AtxPush(6, 0, 0x0C10)}));
+    h.At(100 * Ms);
+    const auto a = TxOf(h, 0x10);
+    ASSERT_EQ(a.size(), 6u); // 0, 20, 40, 60, 80, 100
+    EXPECT_EQ(a[1].Word(), 0x0410u);
+    EXPECT_EQ(a[2].Word(), 0x0C10u);
+    const auto b = TxOf(h, 0x20);
+    ASSERT_EQ(b.size(), 2u); // 5 and 55 ms: the offset delays the first
+    EXPECT_EQ(b[0].Time(), 5000u);
+    EXPECT_EQ(b[1].Time(), 55000u);
+    // Events of one channel come in time order across labels.
+    uint32_t last = 0;
+    for (const Event& e : h.Stream.OfType(EvA429Tx)) {
+        EXPECT_GE(e.Time(), last);
+        last = e.Time();
+    }
+}
+
+TEST(LabelTableData, NothingIsSentBeforeDataOrWhileDisabled)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x44, 10), LabelCtrl(3, 0, 0x45, 10, false)}));
+    h.At(50 * Ms);
+    EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
+    EXPECT_EQ(h.Engine.NextBusEventNs(), UnitEngine::Never);
+    h.Send(Frame({AtxPush(4, 0, 0x44), AtxPush(5, 0, 0x45)}));
+    h.At(75 * Ms);
+    EXPECT_EQ(TxOf(h, 0x44).size(), 3u); // 50, 60, 70: the label waited for its data
+    EXPECT_TRUE(TxOf(h, 0x45).empty());
+    // Disabling by a new control stops it; the transmitter switched off too.
+    h.Send(Frame({LabelCtrl(6, 0, 0x44, 10, false)}));
+    h.At(200 * Ms);
+    EXPECT_EQ(TxOf(h, 0x44).size(), 3u);
+}
+
+TEST(LabelTableData, ResetEmptiesTheTableAndLaterWordsGoToTheFifo)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 2, true, 299), LabelCtrl(2, 2, 0x55, 10), AtxPush(3, 2, 0x155)}));
+    h.At(25 * Ms);
+    EXPECT_EQ(TxOf(h, 0x55).size(), 3u);
+    h.Send(Frame({LabelReset(4, 2)}));
+    h.At(100 * Ms);
+    EXPECT_EQ(TxOf(h, 0x55).size(), 3u);
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelResets[2], 1u);
+    // Label 0x55 is no longer in the table: its word is a push now.
+    h.Send(Frame({AtxPush(5, 2, 0x255)}));
+    h.At(101 * Ms);
+    EXPECT_EQ(h.Engine.GetCounters().A429Pushed[2], 1u);
+    EXPECT_EQ(TxOf(h, 0x55).size(), 4u);
+    EXPECT_EQ(TxOf(h, 0x55).back().Word(), 0x255u);
+}
+
+TEST(LabelTableData, TransmitOnceAndRepeatCount)
+{
+    EngineHost h;
+    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x61, 10, true, true), LabelCtrl(3, 0, 0x62, 10, true, false, 0, 3),
+                  AtxPush(4, 0, 0x61), AtxPush(5, 0, 0x62)}));
+    h.At(100 * Ms);
+    EXPECT_EQ(TxOf(h, 0x61).size(), 1u); // once per update
+    EXPECT_EQ(TxOf(h, 0x62).size(), 3u); // stops after its repeat count
+    h.Send(Frame({AtxPush(6, 0, 0x461)}));
+    h.At(200 * Ms);
+    ASSERT_EQ(TxOf(h, 0x61).size(), 2u);
+    EXPECT_EQ(TxOf(h, 0x61)[1].Word(), 0x461u);
+    EXPECT_EQ(TxOf(h, 0x62).size(), 3u);
+}
+
+TEST(LabelTableData, BadRecordsAreRefusedAndCounted)
+{
+    EngineHost h;
+    h.Send(Frame({Record(16, 1, {9, 0x10, 0, 0, 0, 0, 0, 0, 0, 0}), Record(18, 2, {0, 0})}));
+    EXPECT_EQ(h.Engine.GetCounters().CommandsUnknown, 2u); // channel 9 does not exist; a reset is 5 bytes
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelCtrls[0], 0u);
+}

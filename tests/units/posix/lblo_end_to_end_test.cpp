@@ -1,0 +1,297 @@
+// Label-oriented ARINC 429 services end to end: application -> manager ->
+// port -> service -> label commands -> frame -> pty or UDP -> emulated unit,
+// whose label table sends each label cyclically in its own time, -> receive
+// events -> input services -> application.
+
+#include "UnitRig.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+using unit_test::UnitCase;
+using unit_test::UnitRig;
+using unit_test::WaitUntil;
+using unit_test::Word;
+using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
+
+namespace {
+
+UnitCase Halden()
+{
+    return {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, true, 1345, 20, 24, 48, 50, false,
+            "Halden"};
+}
+
+UnitCase UnitNamed(const std::string& name)
+{
+    if (name == "halden")
+        return Halden();
+    for (const UnitCase& u : unit_test::AllUnits())
+        if (name == u.Sim)
+            return u;
+    ADD_FAILURE() << name;
+    return Halden();
+}
+
+// Drains an input buffer, keeping what it read.
+struct Drain {
+    explicit Drain(CKVX_HdwArinc429InBufferService* s) : In(s) {}
+    void Poll()
+    {
+        CKVX_HdwArinc429Message chunk[256];
+        unsigned n = 0;
+        if (In->Read(chunk, 256, n) == 0)
+            Got.insert(Got.end(), chunk, chunk + n);
+    }
+    std::vector<CKVX_HdwArinc429Message> OfLabel(unsigned label) const
+    {
+        std::vector<CKVX_HdwArinc429Message> r;
+        std::copy_if(Got.begin(), Got.end(), std::back_inserter(r),
+                     [label](const CKVX_HdwArinc429Message& m) { return m.Label == label; });
+        return r;
+    }
+    // Polls until `label` has been read `count` times.
+    bool WaitLabel(unsigned label, size_t count)
+    {
+        return WaitUntil([&] {
+            Poll();
+            return OfLabel(label).size() >= count;
+        });
+    }
+    CKVX_HdwArinc429InBufferService* In;
+    std::vector<CKVX_HdwArinc429Message> Got;
+};
+
+// Label-oriented output on transmitter `ch`, an input buffer on the wired
+// receiver `ch`, both opened.
+struct LabelLoop {
+    LabelLoop(UnitRig& rig, unsigned ch)
+        : Out(rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT)),
+          In(rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER))
+    {
+        if (!Out || !In.In)
+            return;
+        EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(nullptr), 0u);
+        EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(nullptr), 0u);
+        Ok = true;
+    }
+    CKVX_HdwArinc429OutLbloService* Out;
+    Drain In;
+    bool Ok = false;
+};
+
+class LabelOutput : public ::testing::TestWithParam<bool> {};
+
+} // namespace
+
+// Two labels at their own periods come round cyclically; new data shows up;
+// DisableTx / EnableTx / ResetTx switch them. Transmitter 1 runs a label of
+// its own all along, the clock that proves that nothing more came on 0.
+TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
+{
+    UnitRig rig(Halden(), GetParam());
+    rig.Start();
+    LabelLoop loop(rig, 0), clock(rig, 1);
+    ASSERT_TRUE(loop.Ok && clock.Ok);
+
+    CLabelCtrl ctrls[2] = {CLabelCtrl(0x31, 10), CLabelCtrl(0x32, 30)};
+    ASSERT_EQ(loop.Out->SetLabelsCtrl(ctrls, 2), 0u);
+    CKVX_HdwArinc429Message words[2] = {Word(0x31, 0x111), Word(0x32, 0x222, 2, 1)};
+    ASSERT_EQ(loop.Out->UpdateMessages(words, 2), 0u);
+    CLabelCtrl tick(0x77, 5);
+    ASSERT_EQ(clock.Out->SetLabelsCtrl(&tick, 1), 0u);
+    CKVX_HdwArinc429Message tickWord = Word(0x77, 1);
+    ASSERT_EQ(clock.Out->UpdateMessages(&tickWord, 1), 0u);
+
+    ASSERT_TRUE(loop.In.WaitLabel(0x31, 9));
+    ASSERT_TRUE(loop.In.WaitLabel(0x32, 3));
+    const auto a = loop.In.OfLabel(0x31);
+    for (size_t i = 1; i < a.size(); ++i) {
+        EXPECT_EQ(a[i].TimeStamp - a[i - 1].TimeStamp, 10000u) << i; // unit microseconds
+        EXPECT_EQ(a[i].Data, 0x111u);
+    }
+    const auto b = loop.In.OfLabel(0x32);
+    EXPECT_EQ(b[1].TimeStamp - b[0].TimeStamp, 30000u);
+    EXPECT_EQ(b[0].Sdi, 2);
+    EXPECT_EQ(b[0].Ssm, 1);
+    EXPECT_EQ(b[0].Data, 0x222u);
+
+    // New data for one label: from then on every word of it carries it.
+    CKVX_HdwArinc429Message changed = Word(0x31, 0x5A5A);
+    ASSERT_EQ(loop.Out->UpdateMessages(&changed, 1), 0u);
+    ASSERT_TRUE(WaitUntil([&] {
+        loop.In.Poll();
+        return loop.In.OfLabel(0x31).back().Data == 0x5A5Au;
+    }));
+    const size_t before = loop.In.OfLabel(0x31).size();
+    ASSERT_TRUE(loop.In.WaitLabel(0x31, before + 3));
+    const auto after = loop.In.OfLabel(0x31);
+    for (size_t i = before; i < after.size(); ++i)
+        EXPECT_EQ(after[i].Data, 0x5A5Au);
+
+    // Words of the clock label received on 1 since `mark`.
+    auto waitClock = [&](size_t more) {
+        const size_t mark = clock.In.OfLabel(0x77).size();
+        return clock.In.WaitLabel(0x77, mark + more);
+    };
+    auto sent = [&] { return rig.Sim.GetCounters().A429LabelWords[0]; };
+
+    // DisableTx: once the unit has the disabled controls, label words stop
+    // while 100 ms of the clock go by.
+    const uint64_t ctrlsBefore = rig.Sim.GetCounters().A429LabelCtrls[0];
+    ASSERT_EQ(loop.Out->DisableTx(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429LabelCtrls[0] == ctrlsBefore + 2; }));
+    const uint64_t stopped = sent();
+    ASSERT_TRUE(waitClock(20));
+    EXPECT_EQ(sent(), stopped);
+    EXPECT_EQ(loop.Out->GetDefinedLabelsCount(), 2u);
+
+    // EnableTx: the same table runs again.
+    ASSERT_EQ(loop.Out->EnableTx(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return sent() >= stopped + 5; }));
+
+    // ResetTx: the table is gone on both sides.
+    ASSERT_EQ(loop.Out->ResetTx(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429LabelResets[0] >= 2; })); // Start's and this one
+    const uint64_t reset = sent();
+    ASSERT_TRUE(waitClock(20));
+    EXPECT_EQ(sent(), reset);
+    EXPECT_EQ(loop.Out->GetDefinedLabelsCount(), 0u);
+    EXPECT_EQ(loop.Out->UpdateMessages(&changed, 1), 2u);
+
+    // Every word the unit sent from the table reached the wired receiver.
+    loop.In.Poll();
+    ASSERT_TRUE(WaitUntil([&] {
+        loop.In.Poll();
+        return loop.In.Got.size() == sent();
+    }));
+}
+
+INSTANTIATE_TEST_SUITE_P(SerialAndEthernet, LabelOutput, ::testing::Values(false, true),
+                         [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
+
+// Every unit with ARINC 429 transmitters runs a label on its last channel.
+class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(LabelOutputUnits, LabelComesRoundOnTheLastChannel)
+{
+    UnitRig rig(UnitNamed(GetParam()), false);
+    rig.Start();
+    const unsigned ch = rig.Unit.Atx - 1;
+    LabelLoop loop(rig, ch);
+    ASSERT_TRUE(loop.Ok);
+    CLabelCtrl c(0x40 + ch, 4);
+    c.RepeatCount = 5;
+    ASSERT_EQ(loop.Out->SetLabelsCtrl(&c, 1), 0u);
+    CKVX_HdwArinc429Message w = Word(0x40 + ch, 0x1234 + ch);
+    ASSERT_EQ(loop.Out->UpdateMessages(&w, 1), 0u);
+    ASSERT_TRUE(loop.In.WaitLabel(0x40 + ch, 5));
+    EXPECT_EQ(loop.In.OfLabel(0x40 + ch).back().Data, 0x1234u + ch);
+    // The repeat count ends it: exactly five on the unit's side.
+    EXPECT_EQ(rig.Sim.GetCounters().A429LabelWords[ch], 5u);
+}
+
+INSTANTIATE_TEST_SUITE_P(ArincUnits, LabelOutputUnits,
+                         ::testing::Values("halden", "arvane", "haldensmall", "pellor", "mirrow"));
+
+// Pellor's label-oriented input: the latest word per label and SDI, the
+// receive counts, the changed labels, and the unit's hardware filter derived
+// from what the service accepts (on a channel above 7).
+TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
+{
+    UnitRig rig(UnitNamed("pellor"), false);
+    rig.Start();
+    const unsigned ch = 12;
+    auto* in = rig.Enable<CKVX_HdwArinc429InLbloService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_LABEL_IN);
+    auto* out = rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    ASSERT_TRUE(in && out);
+    ASSERT_EQ(in->DiscardAllLabels(), 0u);
+    ASSERT_EQ(in->AcceptLabel(0x10, 0x0F), 0u);
+    ASSERT_EQ(in->AcceptLabel(0x11, 0x01), 0u); // SDI 0 only: the unit passes the label, the service drops SDI 1
+    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(nullptr), 0u);
+
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < 30; ++i) {
+        words.push_back(Word(0x10, i, i % 2)); // SDI 0 and 1 alternating
+        words.push_back(Word(0x11, 100 + i, i % 2));
+        words.push_back(Word(0x12, 200 + i)); // filtered by the unit
+    }
+    ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429Transmitted[ch] == 90; }));
+
+    CKVX_HdwArinc429Message m;
+    unsigned count = 0;
+    ASSERT_TRUE(WaitUntil([&] { return in->ReadLabel(0x10, 1, m, count) == 0 && count == 15; }));
+    EXPECT_EQ(m.Data, 29u);
+    EXPECT_NE(m.TimeStamp, 0u);
+    ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
+    EXPECT_EQ(count, 15u);
+    EXPECT_EQ(m.Data, 28u);
+    ASSERT_TRUE(WaitUntil([&] { return in->ReadLabel(0x11, 0, m, count) == 0 && count == 15; }));
+    EXPECT_EQ(m.Data, 128u);
+    EXPECT_EQ(in->ReadLabel(0x11, 1, m, count), 4u);
+    EXPECT_EQ(in->ReadLabel(0x12, 0, m, count), 4u);
+    // The unit dropped label 0x12 in hardware; 0x11 with SDI 1 it passed.
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    EXPECT_EQ(c.A429FilterDropped[ch], 30u);
+    EXPECT_EQ(c.A429Received[ch], 60u);
+
+    // Only 0x10 SDI 1 and 0x11 SDI 0 were read; 0x10 SDI 0 was too. Nothing
+    // else changed, until a new word comes.
+    CKVX_HdwArinc429Message changed[8];
+    unsigned n = 0;
+    ASSERT_EQ(in->ReadChangedLabels(changed, 8, n), 0u);
+    EXPECT_EQ(n, 0u);
+    CKVX_HdwArinc429Message again = Word(0x10, 77, 3);
+    ASSERT_EQ(out->Write(&again, 1, 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return in->ReadChangedLabels(changed, 8, n) == 0 && n == 1; }));
+    EXPECT_EQ(changed[0].Sdi, 3);
+    EXPECT_EQ(changed[0].Data, 77u);
+}
+
+TEST(LabelServiceAdmission, OnTheUnitsPorts)
+{
+    UnitRig rig(UnitNamed("pellor"), false);
+    rig.Start();
+    CKVX_HdwService* s = nullptr;
+    // Receiver: the label-oriented input and an input buffer exclude each other.
+    CKVX_HdwPort* rx = rig.Port(HDW_PORT_ARINC429_RX, 0);
+    ASSERT_EQ(rx->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(rx->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u);
+    CKVX_HdwPort* rx1 = rig.Port(HDW_PORT_ARINC429_RX, 1);
+    ASSERT_EQ(rx1->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 0u);
+    EXPECT_EQ(rx1->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(rx1->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 26u);
+    EXPECT_EQ(rx1->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+
+    // Transmitter: label-oriented output admits the data generator at the
+    // port level, not the output buffer.
+    auto* tx = dynamic_cast<CKVX_HdwArinc429TxPort*>(rig.Port(HDW_PORT_ARINC429_TX, 0));
+    ASSERT_NE(tx, nullptr);
+    ASSERT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 0u);
+    EXPECT_NE(dynamic_cast<CKVX_HdwArinc429OutLbloService*>(s), nullptr);
+    EXPECT_EQ(tx->CKVX_HdwArinc429TxPort::EnableService(HDW_SERVICE_DATA_GENERATOR, &s, nullptr), 0u);
+    EXPECT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(tx->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 26u);
+    // And the other way round.
+    CKVX_HdwPort* tx1 = rig.Port(HDW_PORT_ARINC429_TX, 1);
+    ASSERT_EQ(tx1->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(tx1->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 10u);
+}
+
+TEST(LabelServiceAdmission, LabelInputIsPellorsOnly)
+{
+    for (const char* name : {"halden", "arvane", "mirrow"}) {
+        UnitRig rig(UnitNamed(name), false);
+        rig.Start();
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u)
+            << name;
+        EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 0u)
+            << name;
+    }
+}
