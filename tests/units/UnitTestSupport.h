@@ -60,6 +60,7 @@ public:
     CDeviceInstance* Inst(unsigned i = 0) { return GetProtocolInstance(i); }
 
     using Base::FeedByte;
+    using Base::FeedBytes;
 };
 
 // What a recording port was offered.
