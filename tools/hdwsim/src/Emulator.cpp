@@ -22,18 +22,23 @@ constexpr uint64_t PeerCheckNs = 10'000'000;
 constexpr size_t SerialChunk = 1u << 20;
 constexpr size_t UdpChunk = 1350;
 
-UnitEngine::Options EngineOptions(const Emulator::Options& o)
+UnitEngine::Options EngineOptions(const Emulator::Options& o, std::chrono::steady_clock::time_point epoch)
 {
     UnitEngine::Options e;
     e.Pacing = o.Pacing;
     e.ClockStartUs = o.ClockStartUs;
+    // steady_clock is CLOCK_MONOTONIC here: the unit clock starts at the
+    // epoch's monotonic microseconds and then runs with it.
+    if (o.MonotonicClock)
+        e.ClockStartUs = static_cast<uint32_t>(
+            std::chrono::duration_cast<std::chrono::microseconds>(epoch.time_since_epoch()).count());
     return e;
 }
 } // namespace
 
 struct Emulator::Impl {
     Impl(const UnitModel& model, const Options& options)
-        : Model(model), Opts(options), Engine(model, EngineOptions(options))
+        : Model(model), Opts(options), Epoch(std::chrono::steady_clock::now()), Engine(model, EngineOptions(options, Epoch))
     {
         if (Opts.SerialNumber.empty())
             Opts.SerialNumber = std::string(model.DefaultSerialNumber);
@@ -42,6 +47,8 @@ struct Emulator::Impl {
     const UnitModel& Model;
     Options Opts;
     mutable std::mutex Mutex;
+    // Time 0 of the engine (declared before it: its options read it).
+    std::chrono::steady_clock::time_point Epoch;
     UnitEngine Engine;
     PtyEndpoint Pty;
     UdpEndpoint Udp;
@@ -51,7 +58,6 @@ struct Emulator::Impl {
     bool StopRequested = false;
     bool HungUp = false;
     UnitEngine::Link Active = UnitEngine::LinkSerial;
-    std::chrono::steady_clock::time_point Epoch = std::chrono::steady_clock::now();
 
     uint64_t Now() const
     {
@@ -137,12 +143,19 @@ void Emulator::Impl::Run()
         uint64_t wake = std::min({Engine.NextBusEventNs(), Engine.NextOutputNs(), Udp.NextWakeNs()});
         if (Pty.IsOpen() && !Pty.PeerPresent())
             wake = std::min(wake, now + PeerCheckNs);
-        int timeoutMs = -1;
-        if (wake != UnitEngine::Never)
-            timeoutMs = wake <= now ? 0 : static_cast<int>(std::min<uint64_t>((wake - now + 999'999) / 1'000'000, 60'000));
+        // Wake at the next bus event itself, not at the next whole
+        // millisecond: a paced word's event leaves when its last bit does.
+        timespec timeout{};
+        const timespec* timeoutPtr = nullptr;
+        if (wake != UnitEngine::Never) {
+            const uint64_t ns = wake <= now ? 0 : std::min<uint64_t>(wake - now, 60'000'000'000ull);
+            timeout.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
+            timeout.tv_nsec = static_cast<long>(ns % 1'000'000'000);
+            timeoutPtr = &timeout;
+        }
 
         lock.unlock();
-        const int ready = poll(fds, n, timeoutMs);
+        const int ready = ppoll(fds, n, timeoutPtr, nullptr);
         lock.lock();
         if (ready <= 0)
             continue;

@@ -34,6 +34,10 @@ public:
         unsigned SessionTimeoutMs = 3000;
         unsigned KeepAliveMs = 250;
         uint32_t ClockStartUs = 0; // the unit clock's value at Start
+        // The unit clock reads CLOCK_MONOTONIC in microseconds (low 32 bits)
+        // instead of starting at ClockStartUs, so that another process can
+        // compare the unit's time stamps with its own clock.
+        bool MonotonicClock = false;
         uint32_t Seed = 1;         // session ids and the packet-drop draw
         // Receives one line per notable event (sessions, hang-ups) when set.
         std::function<void(const std::string&)> Log;
