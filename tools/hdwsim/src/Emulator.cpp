@@ -9,6 +9,8 @@
 #include <chrono>
 #include <mutex>
 #include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
@@ -20,6 +22,8 @@ namespace {
 // (it reports a hang-up at once); its state is checked this often instead.
 constexpr uint64_t PeerCheckNs = 10'000'000;
 constexpr size_t SerialChunk = 1u << 20;
+// Shortest pause between two wake-ups for bus events (see Run).
+constexpr uint64_t MinWakeGapNs = 200'000;
 constexpr size_t UdpChunk = 1350;
 
 UnitEngine::Options EngineOptions(const Emulator::Options& o, std::chrono::steady_clock::time_point epoch)
@@ -112,8 +116,15 @@ void Emulator::Impl::RouteOutput(uint64_t now)
 
 void Emulator::Impl::Run()
 {
+    if (Opts.RealTime) {
+        sched_param priority{};
+        priority.sched_priority = sched_get_priority_min(SCHED_FIFO) + 2;
+        if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority) != 0)
+            Log("real-time priority refused; serving at normal priority");
+    }
     std::unique_lock<std::mutex> lock(Mutex);
     std::vector<uint8_t> input;
+    uint64_t lastWake = 0;
     while (!StopRequested) {
         uint64_t now = Now();
         if (Pty.IsOpen() && !Pty.PeerPresent() && Pty.RefreshPeer())
@@ -143,11 +154,15 @@ void Emulator::Impl::Run()
         uint64_t wake = std::min({Engine.NextBusEventNs(), Engine.NextOutputNs(), Udp.NextWakeNs()});
         if (Pty.IsOpen() && !Pty.PeerPresent())
             wake = std::min(wake, now + PeerCheckNs);
-        // Wake at the next bus event itself, not at the next whole
-        // millisecond: a paced word's event leaves when its last bit does.
+        // Wake at the next bus event itself rather than at the next whole
+        // millisecond, but no sooner than MinWakeGapNs after the last
+        // wake-up: events leave at most that late, and a busy bus costs a
+        // bounded number of wake-ups and frames per second.
         timespec timeout{};
         const timespec* timeoutPtr = nullptr;
         if (wake != UnitEngine::Never) {
+            if (wake > now)
+                wake = std::max(wake, lastWake + MinWakeGapNs);
             const uint64_t ns = wake <= now ? 0 : std::min<uint64_t>(wake - now, 60'000'000'000ull);
             timeout.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
             timeout.tv_nsec = static_cast<long>(ns % 1'000'000'000);
@@ -157,6 +172,7 @@ void Emulator::Impl::Run()
         lock.unlock();
         const int ready = ppoll(fds, n, timeoutPtr, nullptr);
         lock.lock();
+        lastWake = Now();
         if (ready <= 0)
             continue;
         now = Now();

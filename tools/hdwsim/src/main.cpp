@@ -17,7 +17,7 @@ void Usage(FILE* out)
 {
     std::fprintf(out,
                  "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
-                 "              [--serial SN] [--counters] [--verbose]\n"
+                 "              [--realtime] [--serial SN] [--counters] [--verbose]\n"
                  "\n"
                  "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
                  "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
@@ -35,6 +35,8 @@ void Usage(FILE* out)
                  "  --monotonic-clock\n"
                  "                the unit's microsecond clock (event time stamps) reads\n"
                  "                CLOCK_MONOTONIC, low 32 bits, so a host can compare it with its own\n"
+                 "  --realtime    serve at real-time priority (SCHED_FIFO) where allowed, so that\n"
+                 "                a busy host does not make the unit late\n"
                  "  --serial SN   serial number reported to Detect (default: the unit's)\n"
                  "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
                  "                \"NAME v0 v1 ...\" with one value per channel\n"
@@ -118,6 +120,8 @@ int main(int argc, char** argv)
             o.Pacing = true;
         } else if (a == "--monotonic-clock") {
             o.MonotonicClock = true;
+        } else if (a == "--realtime") {
+            o.RealTime = true;
         } else if (a == "--counters") {
             counters = true;
         } else if (a == "--serial" && hasValue) {
