@@ -529,26 +529,6 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventRecord(unsigned instance, unsi
     }
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned subField, unsigned length,
-                                                          uint8_t* params)
-{
-    CDeviceInstance* inst = GetProtocolInstance(instance);
-    if (!inst)
-        return 14;
-    CComEchoEvent echo;
-    CKVX_String channel;
-    channel.Format("%u", subField);
-    echo.SetChannelId(channel);
-    if (const unsigned rc = echo.ExtractData(params, length))
-        return rc;
-    CEchoWaiting* oldest = inst->EchoList.GetFirst();
-    if (!oldest || oldest->Number != echo.CommandNumber)
-        return 14;
-    inst->EchoList.PopFront();
-    return 0;
-}
-
 // ---- waiting, probing -------------------------------------------------------
 
 template <class B>
