@@ -259,42 +259,35 @@ int main(int argc, char** argv)
             }
         }
     };
-    // Reads every receiver; returns how many items came. With `measure`
-    // each item's delay is recorded.
+    // Empties one input buffer; with `measure` each item's delay is recorded.
+    auto drain = [&](auto* service, auto& buffer, std::vector<uint32_t>& delays, uint64_t& total, bool measure) {
+        unsigned got = 0, n = 0;
+        do {
+            if (const unsigned rc = service->Read(buffer.data(), unsigned(buffer.size()), n); rc && !failure)
+                failure = rc;
+            const uint32_t now = UnitClockUs();
+            if (measure)
+                for (unsigned i = 0; i < n; ++i)
+                    delays.push_back(now - uint32_t(buffer[i].TimeStamp));
+            got += n;
+        } while (n == buffer.size());
+        total += got;
+        return got;
+    };
+    // Takes the signals that woke us, then reads every receiver; returns
+    // how many items came.
     auto readAll = [&](bool measure) {
-        unsigned got = 0;
-        for (size_t i = 0; i < signals.size(); ++i) {
+        for (CKVX_HdwSignalService* s : signals) {
             unsigned n = 0;
             do
-                signals[i]->ReadSignals(sbuf.data(), unsigned(sbuf.size()), n);
+                s->ReadSignals(sbuf.data(), unsigned(sbuf.size()), n);
             while (n == sbuf.size());
         }
-        for (unsigned ch = 0; ch < 4; ++ch) {
-            unsigned n = 0;
-            do {
-                if (const unsigned rc = ain[ch]->Read(abuf.data(), unsigned(abuf.size()), n); rc && !failure)
-                    failure = rc;
-                const uint32_t now = UnitClockUs();
-                if (measure)
-                    for (unsigned i = 0; i < n; ++i)
-                        aDelaysUs.push_back(now - uint32_t(abuf[i].TimeStamp));
-                aRead += n;
-                got += n;
-            } while (n == abuf.size());
-        }
-        for (unsigned ch = 0; ch < 2; ++ch) {
-            unsigned n = 0;
-            do {
-                if (const unsigned rc = cin[ch]->Read(cbuf.data(), unsigned(cbuf.size()), n); rc && !failure)
-                    failure = rc;
-                const uint32_t now = UnitClockUs();
-                if (measure)
-                    for (unsigned i = 0; i < n; ++i)
-                        cDelaysUs.push_back(now - uint32_t(cbuf[i].TimeStamp));
-                cRead += n;
-                got += n;
-            } while (n == cbuf.size());
-        }
+        unsigned got = 0;
+        for (unsigned ch = 0; ch < 4; ++ch)
+            got += drain(ain[ch], abuf, aDelaysUs, aRead, measure);
+        for (unsigned ch = 0; ch < 2; ++ch)
+            got += drain(cin[ch], cbuf, cDelaysUs, cRead, measure);
         return got;
     };
 
