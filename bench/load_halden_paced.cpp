@@ -56,7 +56,10 @@ uint64_t MonotonicNs()
 }
 
 // The unit's clock as hdwsim --monotonic-clock keeps it.
-uint32_t UnitClockUs() { return uint32_t(MonotonicNs() / 1000); }
+uint32_t UnitClockUs()
+{
+    return uint32_t(MonotonicNs() / 1000);
+}
 
 double CpuSeconds(int who)
 {
@@ -82,7 +85,7 @@ public:
             close(out[0]);
             close(out[1]);
             execl(program, program, "--unit", "halden", "--pty", "--pace", "--monotonic-clock", "--realtime",
-                  "--counters", static_cast<char*>(nullptr));
+                "--counters", static_cast<char*>(nullptr));
             std::fprintf(stderr, "cannot run %s: %s\n", program, std::strerror(errno));
             _exit(127);
         }
@@ -163,8 +166,7 @@ int main(int argc, char** argv)
     CKVX_HdwManager manager;
     manager.AttachDevice(device.get());
     CKVX_HdwManager::CInitPortDesc link(3, sim.PtyPath().c_str());
-    if (manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan) != 0 || link.Result != 0 ||
-        manager.Run() != 0) {
+    if (manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan) != 0 || link.Result != 0 || manager.Run() != 0) {
         std::fprintf(stderr, "no unit on %s\n", sim.PtyPath().c_str());
         return 1;
     }
@@ -230,7 +232,7 @@ int main(int argc, char** argv)
     std::vector<CKVX_HdwCanMessage> frames(2000);
     unsigned seq = 0;
     uint64_t wakeUps = 0;
-    unsigned failure = 0;  // first non-zero result of a Read
+    unsigned failure = 0; // first non-zero result of a Read
 
     // Keeps every transmitter busy: each output buffer holds at least about
     // half a second of traffic.
@@ -342,20 +344,18 @@ int main(int argc, char** argv)
         std::printf("STOPPED EARLY: Read answered %u (the unit's services failed)\n", failure);
     std::printf("duration %.1f s, load average at the end %.2f %.2f %.2f\n", elapsed, load[0], load[1], load[2]);
     std::printf("ARINC 429 words: unit received %llu, application read %llu, lost %lld (%.0f words/s)\n",
-                (unsigned long long)aSent, (unsigned long long)aRead, (long long)(aSent - aRead),
-                double(aSent) / elapsed);
+        (unsigned long long)aSent, (unsigned long long)aRead, (long long)(aSent - aRead), double(aSent) / elapsed);
     std::printf("CAN frames: unit received %llu, application read %llu, lost %lld (%.0f frames/s)\n",
-                (unsigned long long)cSent, (unsigned long long)cRead, (long long)(cSent - cRead),
-                double(cSent) / elapsed);
+        (unsigned long long)cSent, (unsigned long long)cRead, (long long)(cSent - cRead), double(cSent) / elapsed);
     std::printf("FIFO overflows at the unit: %llu\n", (unsigned long long)dropped);
     std::printf("CPU: process (library + application) %.2f %% of one core; application thread %.2f %%, "
                 "library threads %.2f %%\n",
-                100.0 * cpu / elapsed, 100.0 * app / elapsed, 100.0 * (cpu - app) / elapsed);
+        100.0 * cpu / elapsed, 100.0 * app / elapsed, 100.0 * (cpu - app) / elapsed);
     std::printf("application wake-ups: %.0f per second\n", double(wakeUps) / elapsed);
     const auto report = [](const char* what, const std::vector<uint32_t>& d) {
         std::printf("event to Read, %s (%zu): p50 %.2f ms, p90 %.2f ms, p99 %.2f ms, p99.9 %.2f ms, max %.2f ms\n",
-                    what, d.size(), Percentile(d, 0.5), Percentile(d, 0.9), Percentile(d, 0.99),
-                    Percentile(d, 0.999), d.empty() ? 0.0 : double(d.back()) / 1000.0);
+            what, d.size(), Percentile(d, 0.5), Percentile(d, 0.9), Percentile(d, 0.99), Percentile(d, 0.999),
+            d.empty() ? 0.0 : double(d.back()) / 1000.0);
     };
     report("all", allDelaysUs);
     report("ARINC 429", aDelaysUs);

@@ -396,7 +396,8 @@ inline unsigned RxStep(typename D::CDeviceInstance* inst, uint8_t byte, bool& fr
         inst->ReceivedCrc |= unsigned(byte) << 8;
         // The CRC covers everything before the two CRC bytes.
         const unsigned covered = inst->RawIndex >= 1 ? inst->RawIndex - 1 : 0;
-        const uint16_t crc = Crc16(crcTable, inst->RawBuffer.data(), std::min<unsigned>(covered, unsigned(inst->RawBuffer.size())));
+        const uint16_t crc =
+            Crc16(crcTable, inst->RawBuffer.data(), std::min<unsigned>(covered, unsigned(inst->RawBuffer.size())));
         frameOk = crc == inst->ReceivedCrc;
         if (!frameOk)
             ++inst->CrcErrors;

@@ -16,10 +16,10 @@ namespace {
 
 // What the machine showed at the end of one frame.
 struct FrameSeen {
-    size_t EndOffset = 0;  // stream offset just past the frame's last byte
+    size_t EndOffset = 0; // stream offset just past the frame's last byte
     bool CrcOk = false;
     std::vector<uint32_t> Positions;
-    Bytes Events;  // the event buffer up to the last written byte
+    Bytes Events; // the event buffer up to the last written byte
     bool operator==(const FrameSeen&) const = default;
 };
 
@@ -46,13 +46,13 @@ Bytes MixedStream()
         many.push_back(A429RxRecord(i & 3, 0x40000000u | i, i));
     parts.push_back(UnitFrame(many));
     parts.push_back({0x00, 0x13});
-    parts.push_back(UnitFrame({A429RxRecord(1, 0x22222222)}));  // lost after the stray bytes
+    parts.push_back(UnitFrame({A429RxRecord(1, 0x22222222)})); // lost after the stray bytes
     parts.push_back(UnitFrame({A429RxRecord(2, 0x33333333)}));
     Bytes bad = UnitFrame({A429RxRecord(3, 0x44444444)});
     bad.back() ^= 0x5A;
     parts.push_back(bad);
-    parts.push_back({0xA5, 0x00, 0x00, 0x00, 0x00});        // zero event count
-    parts.push_back({0xA5, 0x05, 0x00, 0x01, 0x00, 0x00});  // zero event length
+    parts.push_back({0xA5, 0x00, 0x00, 0x00, 0x00}); // zero event count
+    parts.push_back({0xA5, 0x05, 0x00, 0x01, 0x00, 0x00}); // zero event length
     parts.push_back(UnitFrame({{1, 0x10}, EventRecord(9, 1, 5, Bytes(200, 0xEE))}));
     parts.push_back(UnitFrame({A429RxRecord(0, 0x55555555)}));
     Bytes stream;

@@ -42,7 +42,8 @@ UnitEngine::Options EngineOptions(const Emulator::Options& o, std::chrono::stead
 
 struct Emulator::Impl {
     Impl(const UnitModel& model, const Options& options)
-        : Model(model), Opts(options), Epoch(std::chrono::steady_clock::now()), Engine(model, EngineOptions(options, Epoch))
+        : Model(model), Opts(options), Epoch(std::chrono::steady_clock::now()),
+          Engine(model, EngineOptions(options, Epoch))
     {
         if (Opts.SerialNumber.empty())
             Opts.SerialNumber = std::string(model.DefaultSerialNumber);
