@@ -3,7 +3,7 @@
 // transmitter kept busy and every receiver read, for the given number of
 // seconds (default 60).
 //
-//     load_halden_paced [seconds [hdwsim program]]
+//     load_halden_paced [seconds [hdwsim program (a path, or a name looked up in PATH)]]
 //
 // The emulator runs as its own process (hdwsim on a pseudo-terminal), so the
 // CPU time of this process is the library's plus this small application's.
@@ -84,7 +84,7 @@ public:
             dup2(out[1], STDOUT_FILENO);
             close(out[0]);
             close(out[1]);
-            execl(program, program, "--unit", "halden", "--pty", "--pace", "--monotonic-clock", "--realtime",
+            execlp(program, program, "--unit", "halden", "--pty", "--pace", "--monotonic-clock", "--realtime",
                 "--counters", static_cast<char*>(nullptr));
             std::fprintf(stderr, "cannot run %s: %s\n", program, std::strerror(errno));
             _exit(127);
