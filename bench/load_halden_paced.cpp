@@ -1,156 +1,364 @@
-// Full load through the emulated unit on a pseudo-terminal, paced at the
-// buses' rates: 4 ARINC 429 channels at 100 kbit/s and 2 CAN channels at
-// 1 Mbit/s for the given number of seconds (default 60). Reports words and
-// frames lost (emulator counters against what the application read), the
-// process's CPU time (the emulator runs in this process too, so this is an
-// upper bound of the library's), and the delay from the unit's event to the
-// Read that returned it (99th percentile, in milliseconds).
+// Full load through an emulated Halden unit, paced at the buses' rates:
+// 4 ARINC 429 channels at 100 kbit/s and 2 CAN channels at 1 Mbit/s, every
+// transmitter kept busy and every receiver read, for the given number of
+// seconds (default 60).
 //
-//     load_halden_paced [seconds]
+//     load_halden_paced [seconds [hdwsim program (a path, or a name looked up in PATH)]]
+//
+// The emulator runs as its own process (hdwsim on a pseudo-terminal), so the
+// CPU time of this process is the library's plus this small application's.
+// The application blocks on the signal services' descriptors (one per
+// receiving port) and reads the input buffers when one turns readable; it
+// never sleeps to poll.
+//
+// Latency is taken per received word and frame: from its unit time stamp to
+// the moment Read returned it. hdwsim runs with --monotonic-clock, so the
+// unit's microsecond clock is CLOCK_MONOTONIC (low 32 bits), the clock this
+// program reads after each Read; the time stamp is when the word's or
+// frame's last bit left the transmitter at the emulator.
+//
+// Reported: words and frames the unit received (hdwsim's counters, printed
+// at its exit) against what the application read, FIFO overflows at the
+// unit, latency percentiles, CPU time of the process and of its threads.
 #include <HdwLib/HdwLib.h>
-#include <hdwsim/Emulator.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
-#include <thread>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
 #include <vector>
+
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#ifndef HDWSIM_PROGRAM
+#define HDWSIM_PROGRAM "hdwsim"
+#endif
+
+namespace {
+
+using D = CKVX_HdwKvxHaldenDevice;
+
+uint64_t MonotonicNs()
+{
+    timespec t{};
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return uint64_t(t.tv_sec) * 1'000'000'000u + uint64_t(t.tv_nsec);
+}
+
+// The unit's clock as hdwsim --monotonic-clock keeps it.
+uint32_t UnitClockUs()
+{
+    return uint32_t(MonotonicNs() / 1000);
+}
+
+double CpuSeconds(int who)
+{
+    rusage u{};
+    getrusage(who, &u);
+    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+}
+
+// hdwsim as a child process: its stdout gives the pty path, and at exit
+// (SIGTERM) the bus counters.
+class CEmulatorProcess {
+public:
+    bool Start(const char* program)
+    {
+        int out[2];
+        if (pipe(out) != 0)
+            return false;
+        m_Pid = fork();
+        if (m_Pid < 0)
+            return false;
+        if (m_Pid == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            close(out[0]);
+            close(out[1]);
+            execlp(program, program, "--unit", "halden", "--pty", "--pace", "--monotonic-clock", "--realtime",
+                "--counters", static_cast<char*>(nullptr));
+            std::fprintf(stderr, "cannot run %s: %s\n", program, std::strerror(errno));
+            _exit(127);
+        }
+        close(out[1]);
+        m_Out = fdopen(out[0], "r");
+        char line[512];
+        if (!m_Out || !std::fgets(line, sizeof line, m_Out) || std::strncmp(line, "pty ", 4) != 0)
+            return false;
+        m_PtyPath = line + 4;
+        while (!m_PtyPath.empty() && (m_PtyPath.back() == '\n' || m_PtyPath.back() == '\r'))
+            m_PtyPath.pop_back();
+        return true;
+    }
+
+    // Stops the emulator and collects its counters ("name v0 v1 ...").
+    std::map<std::string, std::vector<uint64_t>> Stop()
+    {
+        std::map<std::string, std::vector<uint64_t>> counters;
+        if (m_Pid <= 0)
+            return counters;
+        kill(m_Pid, SIGTERM);
+        char line[512];
+        while (m_Out && std::fgets(line, sizeof line, m_Out)) {
+            std::istringstream in(line);
+            std::string name;
+            in >> name;
+            uint64_t v = 0;
+            while (in >> v)
+                counters[name].push_back(v);
+        }
+        int status = 0;
+        waitpid(m_Pid, &status, 0);
+        m_Pid = -1;
+        if (m_Out)
+            std::fclose(m_Out);
+        m_Out = nullptr;
+        return counters;
+    }
+
+    ~CEmulatorProcess() { Stop(); }
+
+    const std::string& PtyPath() const { return m_PtyPath; }
+
+private:
+    pid_t m_Pid = -1;
+    FILE* m_Out = nullptr;
+    std::string m_PtyPath;
+};
+
+uint64_t Sum(const std::vector<uint64_t>& v)
+{
+    uint64_t s = 0;
+    for (uint64_t x : v)
+        s += x;
+    return s;
+}
+
+double Percentile(const std::vector<uint32_t>& sorted, double q)
+{
+    if (sorted.empty())
+        return 0.0;
+    return double(sorted[size_t(double(sorted.size() - 1) * q)]) / 1000.0;
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
     const unsigned seconds = argc > 1 ? unsigned(std::atoi(argv[1])) : 60;
-    using D = CKVX_HdwKvxHaldenDevice;
-    hdwsim::Emulator::Options o;
-    o.Pacing = true;
-    hdwsim::Emulator sim(hdwsim::HaldenModel(), o);
-    std::string error;
-    if (!sim.Start(&error)) {
-        std::fprintf(stderr, "emulator: %s\n", error.c_str());
+    const char* program = argc > 2 ? argv[2] : HDWSIM_PROGRAM;
+
+    CEmulatorProcess sim;
+    if (!sim.Start(program)) {
+        std::fprintf(stderr, "emulator %s did not start\n", program);
         return 1;
     }
     auto device = std::make_unique<D>();
     CKVX_HdwManager manager;
     manager.AttachDevice(device.get());
-    CKVX_HdwManager::CInitPortDesc link(3, sim.PtyPath());
+    CKVX_HdwManager::CInitPortDesc link(3, sim.PtyPath().c_str());
     if (manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan) != 0 || link.Result != 0 || manager.Run() != 0) {
-        std::fprintf(stderr, "no unit\n");
+        std::fprintf(stderr, "no unit on %s\n", sim.PtyPath().c_str());
         return 1;
     }
+
+    // Receivers: an input buffer and a signal service that wakes the
+    // application; transmitters: an output buffer.
+    CKVX_HdwSignalService::CParameters a429Signals;
+    a429Signals.BufferSize = 1u << 16;
+    a429Signals.SignalMask = 1u << (HDW_SIGNAL_ARINC429_RECEIVED - 1);
+    CKVX_HdwSignalService::CParameters canSignals = a429Signals;
+    canSignals.SignalMask = 1u << (HDW_SIGNAL_CAN_RECEIVED - 1);
+
     D::CArinc429InBufferService* ain[4];
     D::CArinc429OutBufferService* aout[4];
+    D::CCanInBufferService* cin[2];
+    D::CCanOutBufferService* cout[2];
+    std::vector<CKVX_HdwSignalService*> signals;
+    bool ok = true;
     for (unsigned ch = 0; ch < 4; ++ch) {
         CKVX_HdwService* s = nullptr;
-        manager.GetPort(HDW_PORT_ARINC429_RX, ch)->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr);
+        CKVX_HdwPort* rx = manager.GetPort(HDW_PORT_ARINC429_RX, ch);
+        CKVX_HdwPort* tx = manager.GetPort(HDW_PORT_ARINC429_TX, ch);
+        ok = ok && rx->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr) == 0;
         ain[ch] = static_cast<D::CArinc429InBufferService*>(s);
-        manager.GetPort(HDW_PORT_ARINC429_TX, ch)->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr);
+        ok = ok && rx->EnableService(HDW_SERVICE_SIGNAL, &s, &a429Signals) == 0;
+        signals.push_back(static_cast<CKVX_HdwSignalService*>(s));
+        ok = ok && tx->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr) == 0;
         aout[ch] = static_cast<D::CArinc429OutBufferService*>(s);
         CKVX_HdwArinc429RxPort::CParameters rp;
         rp.BaudRate = 100000;
         CKVX_HdwArinc429TxPort::CParameters tp;
         tp.BaudRate = 100000;
-        manager.GetPort(HDW_PORT_ARINC429_RX, ch)->Open(&rp);
-        manager.GetPort(HDW_PORT_ARINC429_TX, ch)->Open(&tp);
+        ok = ok && rx->Open(&rp) == 0 && tx->Open(&tp) == 0;
     }
-    D::CCanInBufferService* cin[2];
-    D::CCanOutBufferService* cout[2];
     for (unsigned ch = 0; ch < 2; ++ch) {
         CKVX_HdwService* s = nullptr;
-        manager.GetPort(HDW_PORT_CAN, ch)->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr);
+        CKVX_HdwPort* can = manager.GetPort(HDW_PORT_CAN, ch);
+        ok = ok && can->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr) == 0;
         cin[ch] = static_cast<D::CCanInBufferService*>(s);
-        manager.GetPort(HDW_PORT_CAN, ch)->EnableService(HDW_SERVICE_CAN_OUT_BUFFER, &s, nullptr);
+        ok = ok && can->EnableService(HDW_SERVICE_CAN_OUT_BUFFER, &s, nullptr) == 0;
         cout[ch] = static_cast<D::CCanOutBufferService*>(s);
+        ok = ok && can->EnableService(HDW_SERVICE_SIGNAL, &s, &canSignals) == 0;
+        signals.push_back(static_cast<CKVX_HdwSignalService*>(s));
+        ok = ok && can->Open(nullptr) == 0;
     }
-    for (unsigned ch = 0; ch < 2; ++ch)
-        manager.GetPort(HDW_PORT_CAN, ch)->Open(nullptr);
+    std::vector<pollfd> fds;
+    for (CKVX_HdwSignalService* s : signals)
+        fds.push_back({s->GetFileDescriptor(), POLLIN, 0});
+    if (!ok || std::any_of(fds.begin(), fds.end(), [](const pollfd& p) { return p.fd < 0; })) {
+        std::fprintf(stderr, "could not set up the ports\n");
+        return 1;
+    }
 
     uint64_t aRead = 0, cRead = 0;
-    std::vector<double> delays;
+    // Delays in µs, sorted at the end.
+    std::vector<uint32_t> aDelaysUs, cDelaysUs;
+    aDelaysUs.reserve(size_t(seconds + 1) * 12000);
+    cDelaysUs.reserve(size_t(seconds + 1) * 20000);
     std::vector<CKVX_HdwArinc429Message> abuf(4096);
-    std::vector<CKVX_HdwCanMessage> cbuf(1024);
-    const clock_t cpu0 = std::clock();
-    const auto start = std::chrono::steady_clock::now();
-    const auto end = start + std::chrono::seconds(seconds);
+    std::vector<CKVX_HdwCanMessage> cbuf(4096);
+    std::vector<CKVX_HdwSignalService::CSignal> sbuf(4096);
+    std::vector<CKVX_HdwArinc429Message> words(1000);
+    std::vector<CKVX_HdwCanMessage> frames(2000);
     unsigned seq = 0;
-    while (std::chrono::steady_clock::now() < end) {
-        // Keep every transmitter busy: top up to about a second's worth.
+    uint64_t wakeUps = 0;
+    unsigned failure = 0; // first non-zero result of a Read
+
+    // Keeps every transmitter busy: each output buffer holds at least about
+    // half a second of traffic.
+    auto topUp = [&] {
         for (unsigned ch = 0; ch < 4; ++ch) {
             unsigned pending = 0;
             aout[ch]->GetMessagesToBeWritten(pending);
             if (pending < 2000) {
-                std::vector<CKVX_HdwArinc429Message> w(1000);
-                for (auto& m : w) {
+                for (auto& m : words) {
                     m.Label = uint8_t(ch + 1);
                     m.Data = ++seq & 0x7FFFF;
                 }
-                aout[ch]->Write(w.data(), unsigned(w.size()), 0);
+                aout[ch]->Write(words.data(), unsigned(words.size()), 0);
             }
         }
         for (unsigned ch = 0; ch < 2; ++ch) {
             unsigned pending = 0;
             cout[ch]->GetMessagesToBeWritten(pending);
             if (pending < 4000) {
-                std::vector<CKVX_HdwCanMessage> f(2000);
-                for (auto& m : f) {
+                for (auto& m : frames) {
                     m.Identifier = ++seq & 0x1FFFFFFF;
+                    m.Extended = 1;
                     m.Dlc = 8;
                 }
-                cout[ch]->Write(f.data(), unsigned(f.size()), 0);
+                cout[ch]->Write(frames.data(), unsigned(frames.size()), 0);
             }
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        for (unsigned ch = 0; ch < 4; ++ch) {
+    };
+    // Empties one input buffer; with `measure` each item's delay is recorded.
+    auto drain = [&](auto* service, auto& buffer, std::vector<uint32_t>& delays, uint64_t& total, bool measure) {
+        unsigned got = 0, n = 0;
+        do {
+            if (const unsigned rc = service->Read(buffer.data(), unsigned(buffer.size()), n); rc && !failure)
+                failure = rc;
+            const uint32_t now = UnitClockUs();
+            if (measure)
+                for (unsigned i = 0; i < n; ++i)
+                    delays.push_back(now - uint32_t(buffer[i].TimeStamp));
+            got += n;
+        } while (n == buffer.size());
+        total += got;
+        return got;
+    };
+    // Takes the signals that woke us, then reads every receiver; returns
+    // how many items came.
+    auto readAll = [&](bool measure) {
+        for (CKVX_HdwSignalService* s : signals) {
             unsigned n = 0;
-            ain[ch]->Read(abuf.data(), unsigned(abuf.size()), n);
-            const uint32_t now = sim.ClockUs();
-            for (unsigned i = 0; i < n; ++i)
-                delays.push_back(double(uint32_t(now - uint32_t(abuf[i].TimeStamp))) / 1000.0);
-            aRead += n;
+            do
+                s->ReadSignals(sbuf.data(), unsigned(sbuf.size()), n);
+            while (n == sbuf.size());
         }
-        for (unsigned ch = 0; ch < 2; ++ch) {
-            unsigned n = 0;
-            cin[ch]->Read(cbuf.data(), unsigned(cbuf.size()), n);
-            cRead += n;
+        unsigned got = 0;
+        for (unsigned ch = 0; ch < 4; ++ch)
+            got += drain(ain[ch], abuf, aDelaysUs, aRead, measure);
+        for (unsigned ch = 0; ch < 2; ++ch)
+            got += drain(cin[ch], cbuf, cDelaysUs, cRead, measure);
+        return got;
+    };
+
+    topUp();
+    const double cpu0 = CpuSeconds(RUSAGE_SELF);
+    const double app0 = CpuSeconds(RUSAGE_THREAD);
+    const uint64_t start = MonotonicNs();
+    const uint64_t end = start + uint64_t(seconds) * 1'000'000'000u;
+    uint64_t nextTopUp = start;
+    for (uint64_t now = start; now < end && !failure; now = MonotonicNs()) {
+        if (now >= nextTopUp) {
+            topUp();
+            nextTopUp = now + 20'000'000;
+        }
+        const int timeoutMs = int(std::min<uint64_t>((nextTopUp - now) / 1'000'000 + 1, 20));
+        if (poll(fds.data(), nfds_t(fds.size()), timeoutMs) > 0) {
+            ++wakeUps;
+            readAll(true);
         }
     }
-    const double cpu = double(std::clock() - cpu0) / CLOCKS_PER_SEC;
-    // Let what is on its way arrive, then compare with the unit's counters.
+    const double elapsed = double(MonotonicNs() - start) / 1e9;
+    const double cpu = CpuSeconds(RUSAGE_SELF) - cpu0;
+    const double app = CpuSeconds(RUSAGE_THREAD) - app0;
+
+    // Stop feeding, then take what is still on its way until the line has
+    // been quiet for half a second (at most 10 s).
     for (unsigned ch = 0; ch < 4; ++ch)
         aout[ch]->ResetWriteBuffer();
     for (unsigned ch = 0; ch < 2; ++ch)
         cout[ch]->ResetWriteBuffer();
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        unsigned n = 0;
-        while (ain[ch]->Read(abuf.data(), unsigned(abuf.size()), n) == 0 && n > 0)
-            aRead += n;
+    const uint64_t drainEnd = MonotonicNs() + 10'000'000'000u;
+    uint64_t quietSince = MonotonicNs();
+    while (MonotonicNs() < drainEnd && MonotonicNs() - quietSince < 500'000'000u) {
+        poll(fds.data(), nfds_t(fds.size()), 50);
+        if (readAll(false) > 0)
+            quietSince = MonotonicNs();
     }
-    for (unsigned ch = 0; ch < 2; ++ch) {
-        unsigned n = 0;
-        while (cin[ch]->Read(cbuf.data(), unsigned(cbuf.size()), n) == 0 && n > 0)
-            cRead += n;
-    }
-    const hdwsim::Counters c = sim.GetCounters();
-    uint64_t aSent = 0, cSent = 0, dropped = 0;
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        aSent += c.A429Received[ch];
-        dropped += c.A429FifoDropped[ch];
-    }
-    for (unsigned ch = 0; ch < 2; ++ch) {
-        cSent += c.CanReceived[ch];
-        dropped += c.CanFifoDropped[ch];
-    }
-    std::sort(delays.begin(), delays.end());
-    const double p99 = delays.empty() ? 0.0 : delays[size_t(double(delays.size() - 1) * 0.99)];
-    std::printf("duration %u s\n", seconds);
-    std::printf("ARINC 429 words: unit received %llu, application read %llu, lost %lld\n",
-                (unsigned long long)aSent, (unsigned long long)aRead, (long long)(aSent - aRead));
-    std::printf("CAN frames: unit received %llu, application read %llu, lost %lld\n", (unsigned long long)cSent,
-                (unsigned long long)cRead, (long long)(cSent - cRead));
-    std::printf("FIFO overflows at the unit: %llu\n", (unsigned long long)dropped);
-    std::printf("CPU (process, emulator included): %.1f %% of one core\n", 100.0 * cpu / seconds);
-    std::printf("event to Read, 99th percentile: %.2f ms\n", p99);
     manager.Stop();
-    return (aSent == aRead && cSent == cRead && dropped == 0) ? 0 : 2;
+    auto counters = sim.Stop();
+
+    const uint64_t aSent = Sum(counters["a429-received"]);
+    const uint64_t cSent = Sum(counters["can-received"]);
+    const uint64_t dropped = Sum(counters["a429-fifo-dropped"]) + Sum(counters["can-fifo-dropped"]);
+    std::vector<uint32_t> allDelaysUs = aDelaysUs;
+    allDelaysUs.insert(allDelaysUs.end(), cDelaysUs.begin(), cDelaysUs.end());
+    for (auto* v : {&aDelaysUs, &cDelaysUs, &allDelaysUs})
+        std::sort(v->begin(), v->end());
+    double load[3] = {0, 0, 0};
+    getloadavg(load, 3);
+
+    if (failure)
+        std::printf("STOPPED EARLY: Read answered %u (the unit's services failed)\n", failure);
+    std::printf("duration %.1f s, load average at the end %.2f %.2f %.2f\n", elapsed, load[0], load[1], load[2]);
+    std::printf("ARINC 429 words: unit received %llu, application read %llu, lost %lld (%.0f words/s)\n",
+        (unsigned long long)aSent, (unsigned long long)aRead, (long long)(aSent - aRead), double(aSent) / elapsed);
+    std::printf("CAN frames: unit received %llu, application read %llu, lost %lld (%.0f frames/s)\n",
+        (unsigned long long)cSent, (unsigned long long)cRead, (long long)(cSent - cRead), double(cSent) / elapsed);
+    std::printf("FIFO overflows at the unit: %llu\n", (unsigned long long)dropped);
+    std::printf("CPU: process (library + application) %.2f %% of one core; application thread %.2f %%, "
+                "library threads %.2f %%\n",
+        100.0 * cpu / elapsed, 100.0 * app / elapsed, 100.0 * (cpu - app) / elapsed);
+    std::printf("application wake-ups: %.0f per second\n", double(wakeUps) / elapsed);
+    const auto report = [](const char* what, const std::vector<uint32_t>& d) {
+        std::printf("event to Read, %s (%zu): p50 %.2f ms, p90 %.2f ms, p99 %.2f ms, p99.9 %.2f ms, max %.2f ms\n",
+            what, d.size(), Percentile(d, 0.5), Percentile(d, 0.9), Percentile(d, 0.99), Percentile(d, 0.999),
+            d.empty() ? 0.0 : double(d.back()) / 1000.0);
+    };
+    report("all", allDelaysUs);
+    report("ARINC 429", aDelaysUs);
+    report("CAN", cDelaysUs);
+    return (!failure && aSent == aRead && cSent == cRead && dropped == 0 && aSent > 0 && cSent > 0) ? 0 : 2;
 }

@@ -10,6 +10,46 @@
 namespace {
 // Bytes taken from the link per read while receiving.
 constexpr unsigned kReadChunk = 4096;
+
+// Eight bytes per step for the CRC of whole frames: Slice[k][v] is what byte
+// v followed by k zero bytes contributes from a zero register, Slice[0]
+// being the device's table. A byte-wise walk is one dependent table load
+// per byte; this is eight independent ones per eight bytes.
+struct CCrc16Slices {
+    uint16_t Slice[8][256] = {};
+    constexpr CCrc16Slices()
+    {
+        for (unsigned i = 0; i < 256; ++i) {
+            unsigned crc = i << 8;
+            for (int b = 0; b < 8; ++b)
+                crc = (crc & 0x8000) ? ((crc << 1) ^ 0x1021) : (crc << 1);
+            Slice[0][i] = uint16_t(crc);
+        }
+        for (unsigned k = 1; k < 8; ++k)
+            for (unsigned i = 0; i < 256; ++i) {
+                const unsigned prev = Slice[k - 1][i];
+                Slice[k][i] = uint16_t(Slice[0][prev >> 8] ^ (prev << 8));
+            }
+    }
+};
+constexpr CCrc16Slices kCrc16Slices;
+
+// CRC-16 (0x1021, MSB first, start 0xFFFF) over `count` bytes; the tail
+// goes byte-wise through the device's 256-entry table.
+inline uint16_t Crc16(const uint16_t* table, const uint8_t* bytes, unsigned count)
+{
+    const auto& t = kCrc16Slices.Slice;
+    unsigned crc = 0xFFFF;
+    unsigned i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const uint8_t* b = bytes + i;
+        crc = t[7][b[0] ^ (crc >> 8)] ^ t[6][b[1] ^ (crc & 0xFF)] ^ t[5][b[2]] ^ t[4][b[3]] ^ t[3][b[4]] ^
+              t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]];
+    }
+    for (; i < count; ++i)
+        crc = (table[((crc >> 8) ^ bytes[i]) & 0xFF] ^ (crc << 8)) & 0xFFFF;
+    return uint16_t(crc);
+}
 } // namespace
 
 template <class B>
@@ -43,10 +83,7 @@ uint16_t CKVX_HdwKvxCommandDevice<B>::CalcCRC16Word(uint16_t crc, uint8_t byte) 
 template <class B>
 uint16_t CKVX_HdwKvxCommandDevice<B>::CalcCRC16(const uint8_t* bytes, unsigned count) const
 {
-    uint16_t crc = 0xFFFF;
-    for (unsigned i = 0; i < count; ++i)
-        crc = CalcCRC16Word(crc, bytes[i]);
-    return crc;
+    return Crc16(m_Crc16Table, bytes, count);
 }
 
 // ---- instances and links ----------------------------------------------------
@@ -270,8 +307,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(unsigned instance)
 
 // ---- reception --------------------------------------------------------------
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk)
+namespace {
+// One byte through the receive machine; FeedByte's work, kept here so that
+// the block feed below runs it inline.
+template <class D>
+inline unsigned RxStep(typename D::CDeviceInstance* inst, uint8_t byte, bool& frameOk, const uint16_t* crcTable)
 {
     // A reset (end of a frame, a discarded frame) puts the raw index back to
     // 0, so the next byte lands in slot 0: a start byte there begins a good
@@ -281,11 +321,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
     switch (inst->RxState) {
     case 0:
         inst->ResetRxState();
-        if (byte == FrameStart) {
+        if (byte == D::FrameStart) {
             inst->EventPosList.DeleteAll();
             // The buffer is all zero at each frame start; only what the last
             // frame wrote needs clearing.
-            std::memset(inst->EventBuffer.data(), 0, std::min<size_t>(inst->EventBufferUsed + 1, EventBufferSize));
+            std::memset(inst->EventBuffer.data(), 0, std::min<size_t>(inst->EventBufferUsed + 1, D::EventBufferSize));
             inst->EventBufferUsed = 0;
             inst->RxState = 1;
         }
@@ -317,7 +357,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
             return 0;
         }
         inst->EventPosList += uint32_t(inst->WritePos);
-        if (inst->WritePos >= EventBufferSize) {
+        if (inst->WritePos >= D::EventBufferSize) {
             inst->ResetRxState();
             return 14;
         }
@@ -329,7 +369,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
         inst->RxState = 6;
         break;
     case 6:
-        if (inst->WritePos >= EventBufferSize) {
+        if (inst->WritePos >= D::EventBufferSize) {
             inst->ResetRxState();
             return 14;
         }
@@ -356,7 +396,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
         inst->ReceivedCrc |= unsigned(byte) << 8;
         // The CRC covers everything before the two CRC bytes.
         const unsigned covered = inst->RawIndex >= 1 ? inst->RawIndex - 1 : 0;
-        const uint16_t crc = CalcCRC16(inst->RawBuffer.data(), std::min<unsigned>(covered, unsigned(inst->RawBuffer.size())));
+        const uint16_t crc =
+            Crc16(crcTable, inst->RawBuffer.data(), std::min<unsigned>(covered, unsigned(inst->RawBuffer.size())));
         frameOk = crc == inst->ReceivedCrc;
         if (!frameOk)
             ++inst->CrcErrors;
@@ -368,6 +409,63 @@ unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t by
         return 0;
     }
     ++inst->RawIndex;
+    return 0;
+}
+} // namespace
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk)
+{
+    return RxStep<CKVX_HdwKvxCommandDevice<B>>(inst, byte, frameOk, m_Crc16Table);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::FeedBytes(CDeviceInstance* inst, const uint8_t* data, unsigned count,
+                                                unsigned& used, bool& frameOk)
+{
+    unsigned i = 0;
+    while (i < count) {
+        // Inside an event body every byte but the last only lands in the raw
+        // and event buffers and advances the counts: copy those as a block.
+        if (inst->RxState == 6 && inst->EventBytes < inst->EventLength) {
+            const unsigned n = std::min(count - i, inst->EventLength - inst->EventBytes);
+            if (inst->WritePos + n <= EventBufferSize && inst->RawIndex + n <= inst->RawBuffer.size()) {
+                std::memcpy(inst->RawBuffer.data() + inst->RawIndex, data + i, n);
+                std::memcpy(inst->EventBuffer.data() + inst->WritePos, data + i, n);
+                inst->WritePos += n;
+                inst->EventBufferUsed = std::max(inst->EventBufferUsed, inst->WritePos - 1);
+                inst->EventBytes += n;
+                inst->RawIndex += n;
+                i += n;
+                continue;
+            }
+        }
+        if (const unsigned rc = RxStep<CKVX_HdwKvxCommandDevice<B>>(inst, data[i++], frameOk, m_Crc16Table)) {
+            used = i;
+            return rc;
+        }
+    }
+    used = i;
+    return 0;
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ReceiveBytes(unsigned instance, CDeviceInstance* inst, const uint8_t* data,
+                                                   unsigned count)
+{
+    while (count > 0) {
+        unsigned used = 0;
+        bool ok = false;
+        const unsigned rc = FeedBytes(inst, data, count, used, ok);
+        if (rc == 14)
+            return 14;
+        if (rc == 1 && ok && ProcessEventPayload(instance) != 0) {
+            inst->ResetRxState();
+            return 14;
+        }
+        data += used;
+        count -= used;
+    }
     return 0;
 }
 
@@ -388,16 +486,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessReception(unsigned instance)
         if (got == 0)
             break;
         waiting -= std::min(waiting, got);
-        for (unsigned i = 0; i < got; ++i) {
-            bool ok = false;
-            const unsigned rc = FeedByte(inst, chunk[i], ok);
-            if (rc == 14)
-                return 14;
-            if (rc == 1 && ok && ProcessEventPayload(instance) != 0) {
-                inst->ResetRxState();
-                return 14;
-            }
-        }
+        if (ReceiveBytes(instance, inst, chunk, got) != 0)
+            return 14;
     }
     return 0;
 }
@@ -440,26 +530,6 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventRecord(unsigned instance, unsi
     }
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned subField, unsigned length,
-                                                          uint8_t* params)
-{
-    CDeviceInstance* inst = GetProtocolInstance(instance);
-    if (!inst)
-        return 14;
-    CComEchoEvent echo;
-    CKVX_String channel;
-    channel.Format("%u", subField);
-    echo.SetChannelId(channel);
-    if (const unsigned rc = echo.ExtractData(params, length))
-        return rc;
-    CEchoWaiting* oldest = inst->EchoList.GetFirst();
-    if (!oldest || oldest->Number != echo.CommandNumber)
-        return 14;
-    inst->EchoList.PopFront();
-    return 0;
-}
-
 // ---- waiting, probing -------------------------------------------------------
 
 template <class B>
@@ -500,9 +570,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ReadSerialFrames(CDeviceInstance* inst, TO
         if (got == 0)
             break;
         waiting -= std::min(waiting, got);
-        for (unsigned i = 0; i < got; ++i) {
+        for (unsigned i = 0; i < got;) {
+            unsigned used = 0;
             bool ok = false;
-            const unsigned rc = FeedByte(inst, chunk[i], ok);
+            const unsigned rc = FeedBytes(inst, chunk + i, got - i, used, ok);
+            i += used;
             if (rc == 14)
                 return 14;
             if (rc == 1) {

@@ -524,6 +524,13 @@ protected:
     // Feeds one received byte to the state machine. Returns 0 while nothing
     // is complete, and for a complete frame: 1 with `frameOk` telling the CRC check.
     unsigned FeedByte(CDeviceInstance* inst, uint8_t byte, bool& frameOk);
+    // The same machine over a run of bytes, event bodies copied in blocks.
+    // Stops after a complete frame (1, `frameOk` as above) or at the end of
+    // the run (0); `used` tells how many bytes were taken. 14 on an overflow.
+    unsigned FeedBytes(CDeviceInstance* inst, const uint8_t* data, unsigned count, unsigned& used, bool& frameOk);
+    // Feeds a run of received bytes and dispatches every frame that passes
+    // its CRC: 0, or 14 on an overflow or a failed event handler.
+    unsigned ReceiveBytes(unsigned instance, CDeviceInstance* inst, const uint8_t* data, unsigned count);
     unsigned ProbeWithInstance(CDeviceInstance* tmp);
     // Reads what waits on the serial link into the receive state machine and
     // calls onFrame(crc ok) for each complete frame; a result >= 0 of it ends

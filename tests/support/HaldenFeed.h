@@ -70,17 +70,7 @@ public:
     unsigned Feed(const uint8_t* data, size_t size)
     {
         DeviceLock(0);
-        unsigned result = 0;
-        for (size_t i = 0; i < size && result == 0; ++i) {
-            bool ok = false;
-            const unsigned rc = FeedByte(Inst, data[i], ok);
-            if (rc == 14)
-                result = 14;
-            else if (rc == 1 && ok && ProcessEventPayload(0) != 0) {
-                Inst->ResetRxState();
-                result = 14;
-            }
-        }
+        const unsigned result = ReceiveBytes(0, Inst, data, unsigned(size));
         DeviceUnlock(0);
         return result;
     }

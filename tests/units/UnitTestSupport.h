@@ -60,6 +60,7 @@ public:
     CDeviceInstance* Inst(unsigned i = 0) { return GetProtocolInstance(i); }
 
     using Base::FeedByte;
+    using Base::FeedBytes;
 };
 
 // What a recording port was offered.
@@ -191,8 +192,10 @@ inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& r
     std::vector<uint8_t> body;
     for (const auto& r : records)
         body.insert(body.end(), r.begin(), r.end());
-    std::vector<uint8_t> f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F),
-                              uint8_t(records.size() & 0xFF), uint8_t((records.size() >> 8) & 0x0F)};
+    std::vector<uint8_t> f;
+    f.reserve(body.size() + 7);
+    f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F), uint8_t(records.size() & 0xFF),
+         uint8_t((records.size() >> 8) & 0x0F)};
     f.insert(f.end(), body.begin(), body.end());
     AppendCrc(f);
     return f;

@@ -1,12 +1,19 @@
 // Periodic timer on Linux: one thread per timer that waits for absolute
 // deadlines on CLOCK_MONOTONIC (tick n is due at start + n * period), with the
-// thread's timer slack lowered so that wake-ups are not coalesced late.
+// thread's timer slack lowered so that wake-ups are not coalesced late, and
+// at a low real-time priority where the process is allowed one (as the
+// multimedia timer's thread is time-critical on Windows): on a busy machine
+// other work then waits for the tick rather than the tick for it. It is one
+// above the lowest, so that an application's own real-time threads at the
+// lowest do not hold up the tick. Without the privilege the thread keeps
+// the normal policy.
 #include <HdwLib/framework/internal/PlatformTimer.h>
 
 #include <cerrno>
 #include <ctime>
 #include <new>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/prctl.h>
 
 namespace {
@@ -53,6 +60,9 @@ void* TimerThread(void* arg)
 {
     auto* t = static_cast<PosixTimer*>(arg);
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    sched_param priority{};
+    priority.sched_priority = sched_get_priority_min(SCHED_FIFO) + 1;
+    pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);
     pthread_setname_np(pthread_self(), "hdw-timer");
 
     const int64_t start = NowNs();

@@ -44,6 +44,26 @@ unsigned CKVX_HdwKvxCommandDevice<B>::DecodeAndDispatch(unsigned instance, unsig
     return this->ProcessEventHandlers(instance, portType, &event);
 }
 
+// An echo removes its command from the head of the echo list; an echo of
+// any other command fails the reception (the unit answers in order).
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned subField, unsigned length,
+                                                          uint8_t* params)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst)
+        return 14;
+    CComEchoEvent echo;
+    echo.SetChannelId(kvx_events::ChannelText(subField));
+    if (const unsigned rc = echo.ExtractData(params, length))
+        return rc;
+    CEchoWaiting* oldest = inst->EchoList.GetFirst();
+    if (!oldest || oldest->Number != echo.CommandNumber)
+        return 14;
+    inst->EchoList.PopFront();
+    return 0;
+}
+
 // A critical failure concerns the whole unit: every open port hears it, so
 // that each can set its services to failed.
 template <class B>

@@ -9,6 +9,8 @@
 #include <chrono>
 #include <mutex>
 #include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
@@ -20,20 +22,28 @@ namespace {
 // (it reports a hang-up at once); its state is checked this often instead.
 constexpr uint64_t PeerCheckNs = 10'000'000;
 constexpr size_t SerialChunk = 1u << 20;
+// Shortest pause between two wake-ups for bus events (see Run).
+constexpr uint64_t MinWakeGapNs = 200'000;
 constexpr size_t UdpChunk = 1350;
 
-UnitEngine::Options EngineOptions(const Emulator::Options& o)
+UnitEngine::Options EngineOptions(const Emulator::Options& o, std::chrono::steady_clock::time_point epoch)
 {
     UnitEngine::Options e;
     e.Pacing = o.Pacing;
     e.ClockStartUs = o.ClockStartUs;
+    // steady_clock is CLOCK_MONOTONIC here: the unit clock starts at the
+    // epoch's monotonic microseconds and then runs with it.
+    if (o.MonotonicClock)
+        e.ClockStartUs = static_cast<uint32_t>(
+            std::chrono::duration_cast<std::chrono::microseconds>(epoch.time_since_epoch()).count());
     return e;
 }
 } // namespace
 
 struct Emulator::Impl {
     Impl(const UnitModel& model, const Options& options)
-        : Model(model), Opts(options), Engine(model, EngineOptions(options))
+        : Model(model), Opts(options), Epoch(std::chrono::steady_clock::now()),
+          Engine(model, EngineOptions(options, Epoch))
     {
         if (Opts.SerialNumber.empty())
             Opts.SerialNumber = std::string(model.DefaultSerialNumber);
@@ -42,6 +52,8 @@ struct Emulator::Impl {
     const UnitModel& Model;
     Options Opts;
     mutable std::mutex Mutex;
+    // Time 0 of the engine (declared before it: its options read it).
+    std::chrono::steady_clock::time_point Epoch;
     UnitEngine Engine;
     PtyEndpoint Pty;
     UdpEndpoint Udp;
@@ -51,7 +63,6 @@ struct Emulator::Impl {
     bool StopRequested = false;
     bool HungUp = false;
     UnitEngine::Link Active = UnitEngine::LinkSerial;
-    std::chrono::steady_clock::time_point Epoch = std::chrono::steady_clock::now();
 
     uint64_t Now() const
     {
@@ -106,8 +117,15 @@ void Emulator::Impl::RouteOutput(uint64_t now)
 
 void Emulator::Impl::Run()
 {
+    if (Opts.RealTime) {
+        sched_param priority{};
+        priority.sched_priority = sched_get_priority_min(SCHED_FIFO) + 2;
+        if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority) != 0)
+            Log("real-time priority refused; serving at normal priority");
+    }
     std::unique_lock<std::mutex> lock(Mutex);
     std::vector<uint8_t> input;
+    uint64_t lastWake = 0;
     while (!StopRequested) {
         uint64_t now = Now();
         if (Pty.IsOpen() && !Pty.PeerPresent() && Pty.RefreshPeer())
@@ -137,13 +155,25 @@ void Emulator::Impl::Run()
         uint64_t wake = std::min({Engine.NextBusEventNs(), Engine.NextOutputNs(), Udp.NextWakeNs()});
         if (Pty.IsOpen() && !Pty.PeerPresent())
             wake = std::min(wake, now + PeerCheckNs);
-        int timeoutMs = -1;
-        if (wake != UnitEngine::Never)
-            timeoutMs = wake <= now ? 0 : static_cast<int>(std::min<uint64_t>((wake - now + 999'999) / 1'000'000, 60'000));
+        // Wake at the next bus event itself rather than at the next whole
+        // millisecond, but no sooner than MinWakeGapNs after the last
+        // wake-up: events leave at most that late, and a busy bus costs a
+        // bounded number of wake-ups and frames per second.
+        timespec timeout{};
+        const timespec* timeoutPtr = nullptr;
+        if (wake != UnitEngine::Never) {
+            if (wake > now)
+                wake = std::max(wake, lastWake + MinWakeGapNs);
+            const uint64_t ns = wake <= now ? 0 : std::min<uint64_t>(wake - now, 60'000'000'000ull);
+            timeout.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
+            timeout.tv_nsec = static_cast<long>(ns % 1'000'000'000);
+            timeoutPtr = &timeout;
+        }
 
         lock.unlock();
-        const int ready = poll(fds, n, timeoutMs);
+        const int ready = ppoll(fds, n, timeoutPtr, nullptr);
         lock.lock();
+        lastWake = Now();
         if (ready <= 0)
             continue;
         now = Now();

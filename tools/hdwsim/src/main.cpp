@@ -16,7 +16,8 @@ namespace {
 void Usage(FILE* out)
 {
     std::fprintf(out,
-                 "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--serial SN] [--verbose]\n"
+                 "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
+                 "              [--realtime] [--serial SN] [--counters] [--verbose]\n"
                  "\n"
                  "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
                  "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
@@ -31,7 +32,14 @@ void Usage(FILE* out)
                  "                port; \"default\": the unit's own port); prints \"udp 127.0.0.1:PORT\"\n"
                  "                Without --pty and --udp, both are served where the unit has them.\n"
                  "  --pace        transmit ARINC 429 words and CAN frames at the buses' bit rates\n"
+                 "  --monotonic-clock\n"
+                 "                the unit's microsecond clock (event time stamps) reads\n"
+                 "                CLOCK_MONOTONIC, low 32 bits, so a host can compare it with its own\n"
+                 "  --realtime    serve at real-time priority (SCHED_FIFO) where allowed, so that\n"
+                 "                a busy host does not make the unit late\n"
                  "  --serial SN   serial number reported to Detect (default: the unit's)\n"
+                 "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
+                 "                \"NAME v0 v1 ...\" with one value per channel\n"
                  "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
                  "  --help        this text\n"
                  "\n"
@@ -55,13 +63,38 @@ bool ParsePort(const char* text, uint16_t& port, bool& useDefault)
     return true;
 }
 
+void PrintPerChannel(const char* name, const hdwsim::Counters::PerChannel& values, unsigned channels)
+{
+    std::printf("%s", name);
+    for (unsigned ch = 0; ch < channels && ch < values.size(); ++ch)
+        std::printf(" %llu", static_cast<unsigned long long>(values[ch]));
+    std::printf("\n");
+}
+
+// The bus counters, for a load test in another process to compare with what
+// it read.
+void PrintCounters(const hdwsim::UnitModel& model, const hdwsim::Counters& c)
+{
+    std::printf("frames-sent %llu\nevents-sent %llu\n", static_cast<unsigned long long>(c.FramesSent),
+                static_cast<unsigned long long>(c.EventsSent));
+    PrintPerChannel("a429-pushed", c.A429Pushed, model.Arinc429TxChannels);
+    PrintPerChannel("a429-transmitted", c.A429Transmitted, model.Arinc429TxChannels);
+    PrintPerChannel("a429-fifo-dropped", c.A429FifoDropped, model.Arinc429TxChannels);
+    PrintPerChannel("a429-received", c.A429Received, model.Arinc429RxChannels);
+    PrintPerChannel("can-pushed", c.CanPushed, model.CanChannels);
+    PrintPerChannel("can-transmitted", c.CanTransmitted, model.CanChannels);
+    PrintPerChannel("can-fifo-dropped", c.CanFifoDropped, model.CanChannels);
+    PrintPerChannel("can-received", c.CanReceived, model.CanChannels);
+    std::fflush(stdout);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     const hdwsim::UnitModel* model = nullptr;
     hdwsim::Emulator::Options o;
-    bool pty = false, udp = false, verbose = false, defaultPort = false;
+    bool pty = false, udp = false, verbose = false, defaultPort = false, counters = false;
     uint16_t port = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -85,6 +118,12 @@ int main(int argc, char** argv)
             }
         } else if (a == "--pace") {
             o.Pacing = true;
+        } else if (a == "--monotonic-clock") {
+            o.MonotonicClock = true;
+        } else if (a == "--realtime") {
+            o.RealTime = true;
+        } else if (a == "--counters") {
+            counters = true;
         } else if (a == "--serial" && hasValue) {
             o.SerialNumber = argv[++i];
         } else if (a == "--verbose") {
@@ -131,6 +170,8 @@ int main(int argc, char** argv)
     int signal = 0;
     sigwait(&stopSignals, &signal);
     sim.Stop();
+    if (counters)
+        PrintCounters(*model, sim.GetCounters());
     if (verbose) {
         const hdwsim::Counters c = sim.GetCounters();
         std::fprintf(stderr, "hdwsim: frames %llu, bad CRC %llu, commands %llu, events %llu\n",

@@ -34,6 +34,15 @@ public:
         unsigned SessionTimeoutMs = 3000;
         unsigned KeepAliveMs = 250;
         uint32_t ClockStartUs = 0; // the unit clock's value at Start
+        // The unit clock reads CLOCK_MONOTONIC in microseconds (low 32 bits)
+        // instead of starting at ClockStartUs, so that another process can
+        // compare the unit's time stamps with its own clock.
+        bool MonotonicClock = false;
+        // Serve at a real-time priority (SCHED_FIFO, two above the lowest:
+        // above HdwLib's timer thread) where the process may: a hardware
+        // unit is never late because its host is busy, and on a loaded
+        // machine an emulator at normal priority is.
+        bool RealTime = false;
         uint32_t Seed = 1;         // session ids and the packet-drop draw
         // Receives one line per notable event (sessions, hang-ups) when set.
         std::function<void(const std::string&)> Log;

@@ -1,0 +1,165 @@
+// The receive machine fed whole reads at once (event bodies copied as blocks)
+// must end every frame exactly where, and exactly as, the byte-wise machine
+// does: same frames, same CRC verdicts, same event records and positions,
+// same state between reads, whatever the read boundaries.
+
+#include "UnitTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace unittest;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+// What the machine showed at the end of one frame.
+struct FrameSeen {
+    size_t EndOffset = 0; // stream offset just past the frame's last byte
+    bool CrcOk = false;
+    std::vector<uint32_t> Positions;
+    Bytes Events; // the event buffer up to the last written byte
+    bool operator==(const FrameSeen&) const = default;
+};
+
+FrameSeen Snapshot(Base::CDeviceInstance* inst, size_t endOffset, bool ok)
+{
+    FrameSeen f;
+    f.EndOffset = endOffset;
+    f.CrcOk = ok;
+    for (uint32_t p : inst->EventPosList)
+        f.Positions.push_back(p);
+    f.Events.assign(inst->EventBuffer.begin(), inst->EventBuffer.begin() + inst->EventBufferUsed + 1);
+    return f;
+}
+
+// A stream with everything the machine must tell apart: good frames with
+// short and long records, stray bytes before a frame (which loses it), a
+// bad CRC, a zero event count, a zero event length, a record of L = 1.
+Bytes MixedStream()
+{
+    std::vector<Bytes> parts;
+    parts.push_back(UnitFrame({A429RxRecord(0, 0x11111111), EchoRecord(7)}));
+    std::vector<Bytes> many;
+    for (unsigned i = 0; i < 100; ++i)
+        many.push_back(A429RxRecord(i & 3, 0x40000000u | i, i));
+    parts.push_back(UnitFrame(many));
+    parts.push_back({0x00, 0x13});
+    parts.push_back(UnitFrame({A429RxRecord(1, 0x22222222)})); // lost after the stray bytes
+    parts.push_back(UnitFrame({A429RxRecord(2, 0x33333333)}));
+    Bytes bad = UnitFrame({A429RxRecord(3, 0x44444444)});
+    bad.back() ^= 0x5A;
+    parts.push_back(bad);
+    parts.push_back({0xA5, 0x00, 0x00, 0x00, 0x00}); // zero event count
+    parts.push_back({0xA5, 0x05, 0x00, 0x01, 0x00, 0x00}); // zero event length
+    parts.push_back(UnitFrame({{1, 0x10}, EventRecord(9, 1, 5, Bytes(200, 0xEE))}));
+    parts.push_back(UnitFrame({A429RxRecord(0, 0x55555555)}));
+    Bytes stream;
+    for (const Bytes& p : parts)
+        stream.insert(stream.end(), p.begin(), p.end());
+    return stream;
+}
+
+std::vector<FrameSeen> ByteWise(const Bytes& stream)
+{
+    TestUnit dev;
+    dev.AddInstance();
+    std::vector<FrameSeen> seen;
+    for (size_t i = 0; i < stream.size(); ++i) {
+        bool ok = false;
+        const unsigned rc = dev.FeedByte(dev.Inst(), stream[i], ok);
+        EXPECT_NE(rc, 14u);
+        if (rc == 1)
+            seen.push_back(Snapshot(dev.Inst(), i + 1, ok));
+    }
+    return seen;
+}
+
+// Feeds `stream` in reads of the given sizes (cycled) and checks the state
+// between reads against a byte-wise twin fed the same bytes.
+std::vector<FrameSeen> InReads(const Bytes& stream, const std::vector<unsigned>& sizes)
+{
+    TestUnit dev, twin;
+    dev.AddInstance();
+    twin.AddInstance();
+    std::vector<FrameSeen> seen;
+    size_t offset = 0;
+    for (size_t r = 0; offset < stream.size(); ++r) {
+        const unsigned size = std::min<unsigned>(sizes[r % sizes.size()], unsigned(stream.size() - offset));
+        const uint8_t* read = stream.data() + offset;
+        for (unsigned left = size; left > 0;) {
+            unsigned used = 0;
+            bool ok = false;
+            const unsigned rc = dev.FeedBytes(dev.Inst(), read, left, used, ok);
+            EXPECT_NE(rc, 14u);
+            EXPECT_LE(used, left);
+            EXPECT_TRUE(used > 0) << "no progress";
+            if (used == 0)
+                return seen;
+            read += used;
+            left -= used;
+            offset += used;
+            if (rc == 1)
+                seen.push_back(Snapshot(dev.Inst(), offset, ok));
+            else
+                EXPECT_EQ(left, 0u) << "stopped early without a frame";
+        }
+        for (size_t i = offset - size; i < offset; ++i) {
+            bool ok = false;
+            twin.FeedByte(twin.Inst(), stream[i], ok);
+        }
+        const auto* a = dev.Inst();
+        const auto* b = twin.Inst();
+        EXPECT_EQ(a->RxState, b->RxState) << "after offset " << offset;
+        EXPECT_EQ(a->RawIndex, b->RawIndex) << "after offset " << offset;
+        EXPECT_EQ(a->WritePos, b->WritePos) << "after offset " << offset;
+        EXPECT_EQ(a->EventBytes, b->EventBytes) << "after offset " << offset;
+        EXPECT_EQ(a->EventsCompleted, b->EventsCompleted) << "after offset " << offset;
+        EXPECT_EQ(a->EventBufferUsed, b->EventBufferUsed) << "after offset " << offset;
+        EXPECT_TRUE(std::equal(a->RawBuffer.begin(), a->RawBuffer.begin() + a->RawIndex, b->RawBuffer.begin()))
+            << "after offset " << offset;
+    }
+    return seen;
+}
+
+TEST(ReceiveInBlocks, TheStreamHasEveryCaseTheByteWiseMachineTellsApart)
+{
+    const std::vector<FrameSeen> ref = ByteWise(MixedStream());
+    unsigned good = 0, bad = 0;
+    for (const FrameSeen& f : ref)
+        (f.CrcOk ? good : bad)++;
+    // Good: first, the 100-event frame, the one after the lost one, the one
+    // with L = 1 and the last. Bad: the one after the stray bytes, the bad CRC.
+    EXPECT_EQ(good, 5u);
+    EXPECT_EQ(bad, 2u);
+}
+
+TEST(ReceiveInBlocks, WholeStreamInOneRead)
+{
+    const Bytes stream = MixedStream();
+    EXPECT_EQ(InReads(stream, {unsigned(stream.size())}), ByteWise(stream));
+}
+
+TEST(ReceiveInBlocks, EveryFixedReadSize)
+{
+    const Bytes stream = MixedStream();
+    const std::vector<FrameSeen> ref = ByteWise(stream);
+    for (unsigned size = 1; size <= 40; ++size)
+        ASSERT_EQ(InReads(stream, {size}), ref) << "reads of " << size;
+}
+
+TEST(ReceiveInBlocks, RandomReadSizes)
+{
+    const Bytes stream = MixedStream();
+    const std::vector<FrameSeen> ref = ByteWise(stream);
+    std::mt19937 rng(42);
+    for (int round = 0; round < 50; ++round) {
+        std::vector<unsigned> sizes(17);
+        for (auto& s : sizes)
+            s = 1 + rng() % 64;
+        ASSERT_EQ(InReads(stream, sizes), ref) << "round " << round;
+    }
+}
+
+} // namespace
