@@ -225,22 +225,21 @@ unsigned CUart::Read(unsigned char* buffer, unsigned int maxBytes, unsigned int&
     if (!IsOpen())
         return HDW_ERR_PORT_NOT_OPEN;
     const int fd = Fd(m_Handle);
-    int queued = 0;
-    if (ioctl(fd, FIONREAD, &queued) != 0)
-        return HDW_ERR_SYSTEM_CALL;
-    const unsigned n = queued > 0 ? std::min(unsigned(queued), maxBytes) : 0u;
-    if (n == 0 || !buffer) {
-        // Nothing queued: report a line that has gone away (the other side of
-        // a pseudo-terminal closed, a bridge unplugged) instead of "empty".
-        pollfd pfd{fd, 0, 0};
-        if (poll(&pfd, 1, 0) == 1 && (pfd.revents & (POLLHUP | POLLERR | POLLNVAL)))
-            return HDW_ERR_SYSTEM_CALL;
-        return 0;
+    if (buffer && maxBytes > 0) {
+        // The descriptor is non-blocking: one call takes what is queued.
+        const ssize_t got = ::read(fd, buffer, maxBytes);
+        if (got > 0) {
+            bytesRead = static_cast<unsigned>(got);
+            return 0;
+        }
+        if (got < 0 && errno != EAGAIN && errno != EINTR)
+            return HDW_ERR_SYSTEM_CALL; // EIO: the other side of a pseudo-terminal closed
     }
-    const ssize_t got = ::read(fd, buffer, n);
-    if (got < 0)
-        return (errno == EAGAIN || errno == EINTR) ? 0u : unsigned(HDW_ERR_SYSTEM_CALL);
-    bytesRead = static_cast<unsigned>(got);
+    // Nothing queued: report a line that has gone away (a bridge unplugged, a
+    // modem hang-up) instead of "empty".
+    pollfd pfd{fd, 0, 0};
+    if (poll(&pfd, 1, 0) == 1 && (pfd.revents & (POLLHUP | POLLERR | POLLNVAL)))
+        return HDW_ERR_SYSTEM_CALL;
     return 0;
 }
 
