@@ -205,6 +205,8 @@ public:
         // The serial probe also asks for a status answer and recognises the
         // unit by its shape (see ProbeWithInstance).
         bool ProbeByStatus = false;
+        // CAN ports take the byte-stream services (types 2 and 3).
+        bool CanByteServices = false;
     };
     const CUnitProfile& GetUnitProfile() const { return m_Profile; }
 
@@ -300,6 +302,9 @@ public:
     class CCanInBufferService;
     class CCanOutBufferService;
     class CSignalService;
+    class CCanByteInBufferService;
+    class CCanByteOutBufferService;
+    class CMilStd1553Port;
 
     // Per unit: the link state of the base plus the command queue, the echo
     // list and the receive state machine.
@@ -540,6 +545,7 @@ protected:
 
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
+#include <HdwLib/units/KvxByteAndMilPorts.h>
 
 // Both instances are compiled into the library (KvxCommandDevice.cpp). A
 // program that links a DLL through auto-import (its build defines

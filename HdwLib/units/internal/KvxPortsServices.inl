@@ -11,3 +11,4 @@
 #include <HdwLib/units/internal/KvxArinc429Services.inl>
 #include <HdwLib/units/internal/KvxCanServices.inl>
 #include <HdwLib/units/internal/KvxSignalService.inl>
+#include <HdwLib/units/internal/KvxByteAndMilPorts.inl>
