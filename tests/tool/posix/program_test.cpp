@@ -157,7 +157,8 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
     const Output o = Tool({"list", "--link", sim.Link});
     ASSERT_EQ(o.Status, 0) << o.Err;
     const auto lines = o.Lines();
-    ASSERT_EQ(lines.size(), 12u) << o.Out; // no header when piped; 2 UART, 4+4 ARINC 429, 2 CAN
+    // No header when piped; 2 UART, 4+4 ARINC 429, 2 CAN, 2 MIL-STD-1553.
+    ASSERT_EQ(lines.size(), 14u) << o.Out;
     std::string rxKey;
     unsigned a429rx = 0;
     for (const auto& l : lines) {
@@ -181,7 +182,7 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
     const Output csv = Tool({"list", "--link", sim.Link, "--format", "csv"});
     ASSERT_EQ(csv.Status, 0) << csv.Err;
     EXPECT_EQ(csv.Lines().front(), "NUM,TYPE,PORT,MODEL,SERIAL,CHANNEL,KEY");
-    EXPECT_EQ(csv.Lines().size(), 13u);
+    EXPECT_EQ(csv.Lines().size(), 15u);
 
     // The key printed by list names the same receiver for monitor.
     const Output m = Tool({"monitor", "--link", sim.Link, rxKey, "--count", "1", "--duration", "20", "--send",
