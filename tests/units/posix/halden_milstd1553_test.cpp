@@ -93,6 +93,10 @@ TEST(HaldenMilStd1553, OpensClosesAndRefusesTheBusServicesForNow)
         EXPECT_EQ(s, nullptr);
     }
     ASSERT_NE(rig.Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL), nullptr);
+    // The other channel keeps the unit's link open, so that closing and
+    // re-opening channel 0 is about the port, not about the link's session.
+    ASSERT_NE(rig.Enable<Signals>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_SIGNAL), nullptr);
+    ASSERT_EQ(rig.Port(HDW_PORT_MILSTD1553, 1)->Open(nullptr), 0u);
     CKVX_HdwMilStd1553Port::CParameters p;
     p.ResponseTimeoutUs = 2;
     EXPECT_EQ(port->Open(&p), 2u);
@@ -104,7 +108,9 @@ TEST(HaldenMilStd1553, OpensClosesAndRefusesTheBusServicesForNow)
     EXPECT_FALSE(port->IsOpen());
     // And again, after a close.
     ASSERT_EQ(port->Open(nullptr), 0u);
+    EXPECT_TRUE(port->IsOpen());
     EXPECT_EQ(port->Close(), 0u);
+    EXPECT_EQ(rig.Port(HDW_PORT_MILSTD1553, 1)->Close(), 0u);
     EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
 }
 
