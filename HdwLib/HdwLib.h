@@ -52,6 +52,7 @@
 #include <HdwLib/units/KvxCommandDevice.h>
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
+#include <HdwLib/units/KvxByteAndMilPorts.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
 #include <HdwLib/units/HdwKvxHaldenDevice.h>
