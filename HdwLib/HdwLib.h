@@ -29,10 +29,13 @@
 #include <HdwLib/bus/HdwArinc429TxPort.h>
 #include <HdwLib/bus/HdwByteInBufferService.h>
 #include <HdwLib/bus/HdwByteOutBufferService.h>
+#include <HdwLib/bus/HdwCanByteInBufferService.h>
+#include <HdwLib/bus/HdwCanByteOutBufferService.h>
 #include <HdwLib/bus/HdwCanInBufferService.h>
 #include <HdwLib/bus/HdwCanMessage.h>
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
+#include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/HdwUartPort.h>
 
@@ -53,6 +56,7 @@
 #include <HdwLib/units/KvxCommandDevice.h>
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
+#include <HdwLib/units/KvxByteAndMilPorts.h>
 #include <HdwLib/units/KvxLabelServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>

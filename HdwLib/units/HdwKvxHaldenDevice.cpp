@@ -68,8 +68,8 @@ unsigned CKVX_HdwKvxHaldenDevice::GetChannelCount(unsigned kind) const
 CKVX_HdwPort* CKVX_HdwKvxHaldenDevice::CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
                                                   const CKVX_String& name)
 {
-    // Kind 4 has no port; the MIL-STD-1553 port class comes with its services.
-    return kind == PortKindMilStd1553 ? nullptr : CreateProfilePort(kind, parent, index, name);
+    // Kind 4 and kinds above 5 have no port.
+    return CreateProfilePort(kind, parent, index, name);
 }
 
 unsigned CKVX_HdwKvxHaldenDevice::CreateInstancePorts(unsigned instance)

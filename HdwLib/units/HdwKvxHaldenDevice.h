@@ -9,9 +9,8 @@
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 //
 // Channel map (port kind: class, channels): 0 CUartPort 2, 1 CArinc429TxPort
-// 4, 2 CArinc429RxPort 4, 3 CCanPort 2, 4 none, 5 MIL-STD-1553 2 (no port
-// class yet: CreatePort answers null for it). Each channel's id is its number
-// within its kind, in decimal.
+// 4, 2 CArinc429RxPort 4, 3 CCanPort 2, 4 none, 5 CMilStd1553Port 2. Each
+// channel's id is its number within its kind, in decimal.
 
 #include <HdwLib/core/KvxList.h>
 #include <HdwLib/core/KvxString.h>
@@ -51,7 +50,7 @@ public:
 
     // Virtual operations added by this class, in interface order.
     // The port class of `kind` for channel id `name` of instance `index`;
-    // null for kind 4, kinds above 5 and (for now) kind 5.
+    // null for kind 4 and kinds above 5.
     virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
     // The unit's number on its bus from the hardware identifier strings: with
     // exactly two strings, the last two characters of the second (upper-cased,

@@ -18,6 +18,7 @@ CKVX_HdwKvxQuillanDevice::CKVX_HdwKvxQuillanDevice()
     m_Profile.Commands = CanCommands;
     m_Profile.Events = (1u << EventComEcho) | (1u << EventCanRx) | (1u << EventCanTx) | (1u << EventStatus);
     m_Profile.ProbeByStatus = true;
+    m_Profile.CanByteServices = true;
 }
 
 CKVX_HdwKvxQuillanDevice::~CKVX_HdwKvxQuillanDevice()

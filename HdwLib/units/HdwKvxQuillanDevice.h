@@ -10,6 +10,9 @@
 // Quillan answers for its CAN channel and has no ARINC 429 transmitter.
 //
 // Channel map (port kind: class, channels): 3 CCanPort 2, sharing one bus.
+// Besides the frame services, a CAN port takes the byte-stream services
+// (CCanByteInBufferService, CCanByteOutBufferService; see
+// KvxByteAndMilPorts.h for how a stream travels in frames).
 // Each channel's id is its number within its kind, in decimal.
 //
 //     CKVX_HdwManager manager;

@@ -816,6 +816,7 @@ CKVX_HdwPort* CKVX_HdwKvxCommandDevice<B>::CreateProfilePort(unsigned kind, CKVX
     case 1: return new CArinc429TxPort(parent, index, name);
     case 2: return new CArinc429RxPort(parent, index, name);
     case 3: return new CCanPort(parent, index, name);
+    case 5: return new CMilStd1553Port(parent, index, name);
     default: return nullptr;
     }
 }

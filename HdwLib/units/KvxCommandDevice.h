@@ -208,6 +208,8 @@ public:
         bool ProbeByStatus = false;
         // The ARINC 429 receivers offer label-oriented input (service type 6).
         bool Arinc429LabelInput = false;
+        // CAN ports take the byte-stream services (types 2 and 3).
+        bool CanByteServices = false;
     };
     const CUnitProfile& GetUnitProfile() const { return m_Profile; }
 
@@ -305,6 +307,9 @@ public:
     class CSignalService;
     class CArinc429OutLbloService;
     class CArinc429InLbloService;
+    class CCanByteInBufferService;
+    class CCanByteOutBufferService;
+    class CMilStd1553Port;
 
     // Per unit: the link state of the base plus the command queue, the echo
     // list and the receive state machine.
@@ -556,6 +561,7 @@ protected:
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
 #include <HdwLib/units/KvxLabelServices.h>
+#include <HdwLib/units/KvxByteAndMilPorts.h>
 
 // Both instances are compiled into the library (KvxCommandDevice.cpp). A
 // program that links a DLL through auto-import (its build defines

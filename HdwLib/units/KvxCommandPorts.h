@@ -294,6 +294,8 @@ public:
     unsigned SendImmediate();
     // Frames pushed since Start (the mark of a status request). Caller holds the lock.
     uint64_t GetPushedCount() const { return m_Pushed; }
+    // Frames pushed and not yet confirmed. Caller holds the lock.
+    uint64_t GetInFlightCount() const { return m_InFlight; }
 
 protected:
     uint64_t m_InFlight = 0;

@@ -119,6 +119,14 @@ unsigned CTestCanPort::ProcessEvent(CKVX_HdwEvent* event)
     return CKVX_HdwCanPort::ProcessEvent(event);
 }
 
+unsigned CTestMilPort::EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
+{
+    const unsigned rc = CKVX_HdwMilStd1553Port::EnableService(type, service, params);
+    if (type == HDW_SERVICE_SIGNAL)
+        return Add<CTestSignalService>(this, rc, service);
+    return Add<CTypedService>(this, rc, service, type);
+}
+
 CTestBusDevice::~CTestBusDevice() = default;
 
 unsigned CTestBusDevice::Init(unsigned)
@@ -131,6 +139,7 @@ unsigned CTestBusDevice::Init(unsigned)
     AddPortDescriptor(0, new CTestRxPort(this, 0, "RX0"), 0, "ARINC 429 RX 0");
     AddPortDescriptor(0, new CTestTxPort(this, 0, "TX0"), 0, "ARINC 429 TX 0");
     AddPortDescriptor(0, new CTestCanPort(this, 0, "CAN0"), 0, "CAN 0");
+    AddPortDescriptor(0, new CTestMilPort(this, 0, "MIL0"), 0, "MIL-STD-1553 0");
     return 0;
 }
 

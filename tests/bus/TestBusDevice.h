@@ -1,7 +1,7 @@
 #pragma once
 // A small device that plays the unit driver for the bus classes: one unit
-// with an ARINC 429 receiver ("RX0"), a transmitter ("TX0") and a CAN port
-// ("CAN0"). Its ports create the generic services (or driver-like
+// with an ARINC 429 receiver ("RX0"), a transmitter ("TX0"), a CAN port
+// ("CAN0") and a MIL-STD-1553 port ("MIL0"). Its ports create the generic services (or driver-like
 // subclasses of them) once the generic EnableService has admitted the type;
 // its events are offered through ProcessEventHandlers under the unit's lock,
 // as a real receive path does.
@@ -99,6 +99,12 @@ public:
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;
 };
 
+class CTestMilPort : public CKVX_HdwMilStd1553Port {
+public:
+    using CKVX_HdwMilStd1553Port::CKVX_HdwMilStd1553Port;
+    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
+};
+
 class CTestBusDevice : public CKVX_HdwDevice {
 public:
     static constexpr uint64_t Code = 0x7E5701;
@@ -120,6 +126,7 @@ public:
     CTestRxPort* Rx() { return static_cast<CTestRxPort*>(Manager.GetPort(HDW_PORT_ARINC429_RX, 0)); }
     CTestTxPort* Tx() { return static_cast<CTestTxPort*>(Manager.GetPort(HDW_PORT_ARINC429_TX, 0)); }
     CTestCanPort* Can() { return static_cast<CTestCanPort*>(Manager.GetPort(HDW_PORT_CAN, 0)); }
+    CTestMilPort* Mil() { return static_cast<CTestMilPort*>(Manager.GetPort(HDW_PORT_MILSTD1553, 0)); }
 
     std::unique_ptr<CTestBusDevice> Device;  // outlives the manager
     CKVX_HdwManager Manager;

@@ -137,7 +137,9 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::ProcessEvent(CKVX_Hd
     if (hdw::units::IsEvent(event, EventCriticalFailure)) {
         Abort();
     } else if (hdw::units::IsEvent(event, EventCanTx)) {
-        if (m_InFlight > 0)
+        // The byte stream's frames are settled by the byte output.
+        const auto* tx = static_cast<const CCanTxEvent*>(event);
+        if (m_InFlight > 0 && !CCanByteOutBufferService::IsStreamFrameOn(GetHdwPort(), hdw::units::CanOf(*tx)))
             --m_InFlight;
     } else if (hdw::units::IsEvent(event, EventStatus)) {
         auto* port = dynamic_cast<CCanPort*>(GetHdwPort());
@@ -146,6 +148,9 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::ProcessEvent(CKVX_Hd
         if (port && hdw::units::StatusKind(*status) == 2 && port->TakeStatusMark(mark)) {
             TxStatus = hdw::units::StatusWord(*status);
             m_InFlight = ((TxStatus >> 8) & 0xFF) + (m_Pushed >= mark ? m_Pushed - mark : 0);
+            // The FIFO also holds the byte stream's frames.
+            const uint64_t stream = CCanByteOutBufferService::FramesInFlightOn(port);
+            m_InFlight = m_InFlight > stream ? m_InFlight - stream : 0;
         }
     }
     return 0;
@@ -204,9 +209,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::SendImmediate()
     CKVX_HdwPort* port = GetHdwPort();
     auto* unit = hdw::units::UnitOf<B>(port);
     auto* inst = hdw::units::InstanceOf<B>(port);
-    if (!inst || m_InFlight >= KvxCanTxFifoFrames)
+    // The FIFO is shared with the channel's byte output.
+    const uint64_t used = m_InFlight + CCanByteOutBufferService::FramesInFlightOn(port);
+    if (!inst || used >= KvxCanTxFifoFrames)
         return 0;
-    unsigned n = unsigned(std::min<uint64_t>(KvxCanTxFifoFrames - m_InFlight, Messages.GetLength()));
+    unsigned n = unsigned(std::min<uint64_t>(KvxCanTxFifoFrames - used, Messages.GetLength()));
     n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);
     if (n == 0)
         return 0;

@@ -12,3 +12,4 @@
 #include <HdwLib/units/internal/KvxLabelServices.inl>
 #include <HdwLib/units/internal/KvxCanServices.inl>
 #include <HdwLib/units/internal/KvxSignalService.inl>
+#include <HdwLib/units/internal/KvxByteAndMilPorts.inl>

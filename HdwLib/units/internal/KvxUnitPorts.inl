@@ -389,8 +389,15 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanPort::EnableService(unsigned serviceTy
         return hdw::units::InstallService(*this, new CCanInBufferService(this), service, params);
     case HDW_SERVICE_CAN_OUT_BUFFER:
         return hdw::units::InstallService(*this, new CCanOutBufferService(this), service, params);
+    case HDW_SERVICE_BYTE_IN_BUFFER:
+    case HDW_SERVICE_BYTE_OUT_BUFFER:
+        // Byte streams over CAN: only on the units that carry them.
+        if (!hdw::units::UnitOf<B>(this) || !hdw::units::UnitOf<B>(this)->GetUnitProfile().CanByteServices)
+            return HDW_ERR_WRONG_STATE;
+        if (serviceType == HDW_SERVICE_BYTE_IN_BUFFER)
+            return hdw::units::InstallService(*this, new CCanByteInBufferService(this), service, params);
+        return hdw::units::InstallService(*this, new CCanByteOutBufferService(this), service, params);
     default:
-        // The byte services over CAN belong to the CAN-only units.
         return HDW_ERR_WRONG_STATE;
     }
 }

@@ -158,8 +158,9 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
     const Output o = Tool({"list", "--link", sim.Link});
     ASSERT_EQ(o.Status, 0) << o.Err;
     const auto lines = o.Lines();
-    ASSERT_EQ(lines.size(), 12u) << o.Out; // no header when piped; 2 UART, 4+4 ARINC 429, 2 CAN
-    std::string rxKey;
+    // No header when piped; 2 UART, 4+4 ARINC 429, 2 CAN, 2 MIL-STD-1553.
+    ASSERT_EQ(lines.size(), 14u) << o.Out;
+    std::string rxKey, milKey;
     unsigned a429rx = 0;
     for (const auto& l : lines) {
         const auto w = Words(l);
@@ -175,14 +176,17 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
         const std::string key = l.substr(l.find(w[6]));
         if (w[2] == "a429rx:2")
             rxKey = key;
+        if (w[2] == "1553:1")
+            milKey = key;
     }
     EXPECT_EQ(a429rx, 4u);
     ASSERT_EQ(rxKey.substr(0, 4), "3@2@");
+    ASSERT_EQ(milKey.substr(0, 4), "5@1@");
 
     const Output csv = Tool({"list", "--link", sim.Link, "--format", "csv"});
     ASSERT_EQ(csv.Status, 0) << csv.Err;
     EXPECT_EQ(csv.Lines().front(), "NUM,TYPE,PORT,MODEL,SERIAL,CHANNEL,KEY");
-    EXPECT_EQ(csv.Lines().size(), 13u);
+    EXPECT_EQ(csv.Lines().size(), 15u);
 
     // The key printed by list names the same receiver for monitor.
     const Output m = Tool({"monitor", "--link", sim.Link, rxKey, "--count", "1", "--duration", "20", "--send",
@@ -194,6 +198,12 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
     EXPECT_EQ(w[1], "a429rx:2");
     EXPECT_EQ(w[2], "012");
     EXPECT_EQ(w[4], "00055");
+
+    // A MIL-STD-1553 key opens its channel too (the emulator reports no
+    // messages of its own, so nothing is shown).
+    const Output mil = Tool({"monitor", "--link", sim.Link, milKey, "--duration", "250ms"});
+    EXPECT_EQ(mil.Status, 0) << mil.Err;
+    EXPECT_EQ(mil.Lines().size(), 0u) << mil.Out;
 }
 
 TEST(ToolList, KeysOfAnotherUnitModelAreAcceptedByMonitor)

@@ -342,6 +342,14 @@ bool Emulator::InjectCriticalFailure(unsigned code)
     return sent;
 }
 
+bool Emulator::InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    const bool sent = m->Engine.InjectMilStd1553Event(channel, body, m->Now());
+    m->Wake();
+    return sent;
+}
+
 void Emulator::SetAnswerDelayMs(unsigned ms)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

@@ -39,6 +39,7 @@ enum : unsigned {
     EventStatus = 5,
     EventCanRx = 6,
     EventCanTx = 7,
+    EventMil1553 = 8,
     EventUartRx = 9,
     EventUartTx = 10,
 };
@@ -611,6 +612,19 @@ bool UnitEngine::InjectCriticalFailure(unsigned code, uint64_t nowNs)
     le::Put32(params, m->Clock(nowNs));
     m->Event(EventCriticalFailure, code & 7, params, sizeof params);
     ++m->Count.CriticalFailuresSent;
+    m->Framer.Flush(nowNs, m->Count);
+    return true;
+}
+
+bool UnitEngine::InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body, uint64_t nowNs)
+{
+    // A record is at most 255 bytes: type byte, time stamp, body.
+    if (channel >= m->Model.MilStd1553Channels || body.empty() || body.size() > 255 - 5)
+        return false;
+    std::vector<uint8_t> params(4 + body.size());
+    le::Put32(params.data(), m->Clock(nowNs));
+    std::copy(body.begin(), body.end(), params.begin() + 4);
+    m->Event(EventMil1553, channel, params.data(), params.size());
     m->Framer.Flush(nowNs, m->Count);
     return true;
 }

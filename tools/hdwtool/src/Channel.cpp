@@ -130,6 +130,7 @@ const Columns& ColumnsFor(unsigned portType)
     switch (portType) {
     case HDW_PORT_CAN: return CanColumns();
     case HDW_PORT_UART: return UartColumns();
+    case HDW_PORT_MILSTD1553: return Mil1553Columns();
     default: return Arinc429Columns();
     }
 }
@@ -139,6 +140,7 @@ Fields ItemFields(const Item& item, const std::string& portName)
     switch (item.PortType) {
     case HDW_PORT_CAN: return CanFields(item.TimeUs, portName, item.Frame);
     case HDW_PORT_UART: return UartFields(item.TimeUs, portName, item.Bytes);
+    case HDW_PORT_MILSTD1553: return Mil1553Fields(item.TimeUs, portName, item.Value, item.Aux);
     default: return Arinc429Fields(item.TimeUs, portName, item.Word);
     }
 }
@@ -180,6 +182,12 @@ bool Channel::EnableReceive(const PortOptions& options, std::string& error)
         return Enable(m_Port, HDW_SERVICE_CAN_IN_BUFFER, nullptr, m_CanIn, m_Name, "receive", error);
     case HDW_PORT_UART:
         return Enable(m_Port, HDW_SERVICE_BYTE_IN_BUFFER, nullptr, m_ByteIn, m_Name, "receive", error);
+    case HDW_PORT_MILSTD1553: {
+        CKVX_HdwSignalService::CParameters p;
+        p.BufferSize = 100000;
+        p.SignalMask = 1u << (HDW_SIGNAL_MIL1553_MESSAGE - 1);
+        return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the messages", error);
+    }
     default:
         error = "the tool cannot monitor " + m_Name;
         return false;
@@ -318,6 +326,13 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
                 it.PortType = HDW_PORT_ARINC429_TX;
                 it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
                 it.Word = buf[i].Arinc429;
+                items.push_back(std::move(it));
+            } else if (buf[i].Kind == HDW_SIGNAL_MIL1553_MESSAGE) {
+                Item it;
+                it.PortType = HDW_PORT_MILSTD1553;
+                it.TimeUs = buf[i].TimeStamp;
+                it.Value = buf[i].Value;
+                it.Aux = buf[i].Aux;
                 items.push_back(std::move(it));
             }
     } else if (m_CanIn) {

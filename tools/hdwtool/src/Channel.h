@@ -5,6 +5,7 @@
 //   receive on a429rx: ARINC 429 input buffer (with the label filter)
 //              a429tx: the words the transmitter put on the bus (signals)
 //              can:    CAN input buffer;  uart: byte input buffer
+//              1553:   the messages the channel reports (signals)
 //   transmit on a429tx: ARINC 429 output buffer; can: CAN output buffer;
 //              uart: byte output buffer
 
@@ -41,6 +42,8 @@ struct Item {
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     std::vector<uint8_t> Bytes;
+    uint32_t Value = 0;  // MIL-STD-1553 message signal
+    uint32_t Aux = 0;
 };
 
 // Parses a value for a port of that type (ARINC 429 word, CAN frame, bytes).

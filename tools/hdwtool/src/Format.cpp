@@ -27,6 +27,12 @@ const Columns& UartColumns()
     return c;
 }
 
+const Columns& Mil1553Columns()
+{
+    static const Columns c{{"TIME", "PORT", "KIND", "VALUE", "FLAGS"}, {-12, 10, -4, 8, 0}};
+    return c;
+}
+
 const Columns& ListColumns()
 {
     static const Columns c{{"NUM", "TYPE", "PORT", "MODEL", "SERIAL", "CHANNEL", "KEY"},
@@ -130,6 +136,11 @@ Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMess
             DottedHex(frame.Data, dataBytes),
             frame.Rtr ? "R" : "-",
             FormatCanFrame(frame)};
+}
+
+Fields Mil1553Fields(uint64_t timeUs, const std::string& port, uint32_t value, uint32_t aux)
+{
+    return {FormatTime(timeUs), port, std::to_string(aux >> 24), Hex(value, 8), Hex(aux & 0xFFFFFF, 6)};
 }
 
 std::string QuoteText(const std::vector<uint8_t>& bytes)

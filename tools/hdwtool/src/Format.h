@@ -33,6 +33,7 @@ struct Columns {
 const Columns& Arinc429Columns();
 const Columns& CanColumns();
 const Columns& UartColumns();
+const Columns& Mil1553Columns();
 const Columns& ListColumns();
 
 std::string RenderRow(const Fields& fields, const Columns& columns, OutputFormat format);
@@ -45,6 +46,8 @@ std::string FormatLabel(uint8_t label);
 Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word);
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame);
 Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes);
+// A MIL-STD-1553 message signal: its kind (bits 24..31 of aux), value and flags.
+Fields Mil1553Fields(uint64_t timeUs, const std::string& port, uint32_t value, uint32_t aux);
 // Bytes as C-escaped text in double quotes.
 std::string QuoteText(const std::vector<uint8_t>& bytes);
 

@@ -75,6 +75,9 @@ public:
     void SetEchoEnabled(bool enabled);          // false: commands are no longer echoed
     // Sends a critical-failure event (code 0-7); false on a unit without one.
     bool InjectCriticalFailure(unsigned code);
+    // Sends a MIL-STD-1553 event on `channel` (see UnitEngine); false on a
+    // channel the unit lacks.
+    bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
     void SetAnswerDelayMs(unsigned ms);         // every frame leaves this much later

@@ -70,6 +70,10 @@ public:
     // Reports a critical failure with failure code `code` (0-7); false on a
     // unit that has no such event.
     bool InjectCriticalFailure(unsigned code, uint64_t nowNs);
+    // Reports a MIL-STD-1553 event (type 8) on `channel`: the unit's time
+    // stamp followed by `body` (the kind byte and what follows it). False on
+    // a channel the unit lacks or a body that does not fit one record.
+    bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body, uint64_t nowNs);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes);
     void SetAnswerDelayMs(unsigned ms);

@@ -1,0 +1,148 @@
+#include <HdwLib/bus/HdwCanByteInBufferService.h>
+#include <HdwLib/bus/internal/CanStreamId.h>
+#include <HdwLib/bus/internal/MessageQueue.h>
+
+#include <algorithm>
+
+CKVX_HdwCanByteInBufferService::CParameters::~CParameters() = default;
+
+CKVX_HdwCanByteInBufferService::CKVX_HdwCanByteInBufferService(CKVX_HdwObject* port)
+    : CKVX_HdwByteInBufferService(port)
+{
+}
+
+CKVX_HdwCanByteInBufferService::~CKVX_HdwCanByteInBufferService() = default;
+
+unsigned CKVX_HdwCanByteInBufferService::Start()
+{
+    CKVX_HdwServiceLock lock(*this);
+    m_Chunks.clear();
+    m_Bytes = 0;
+    m_Dropped = 0;
+    SetStatus(HDW_SERVICE_RUNNING);
+    return 0;
+}
+
+unsigned CKVX_HdwCanByteInBufferService::Stop()
+{
+    CKVX_HdwServiceLock lock(*this);
+    m_Chunks.clear();
+    m_Bytes = 0;
+    SetStatus(HDW_SERVICE_STOPPED);
+    return 0;
+}
+
+unsigned CKVX_HdwCanByteInBufferService::GetParameters(CKVX_HdwByteInBufferService::CParameters* params)
+{
+    if (auto* own = dynamic_cast<CParameters*>(params))
+        return GetParameters(own);
+    return CKVX_HdwByteInBufferService::GetParameters(params);
+}
+
+unsigned CKVX_HdwCanByteInBufferService::SetParameters(CKVX_HdwByteInBufferService::CParameters* params)
+{
+    if (auto* own = dynamic_cast<CParameters*>(params))
+        return SetParameters(own);
+    return CKVX_HdwByteInBufferService::SetParameters(params);
+}
+
+unsigned CKVX_HdwCanByteInBufferService::GetParameters(CParameters* params)
+{
+    return hdw::bus::GetStreamParameters(*this, params, BufferSize, Identifier, Extended);
+}
+
+unsigned CKVX_HdwCanByteInBufferService::SetParameters(CParameters* params)
+{
+    return hdw::bus::SetStreamParameters(*this, params, BufferSize, Identifier, Extended);
+}
+
+unsigned CKVX_HdwCanByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount, unsigned int& readCount)
+{
+    return ReadTimed(bytes, nullptr, maxCount, readCount);
+}
+
+unsigned CKVX_HdwCanByteInBufferService::ReadTimed(unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount,
+                                                   unsigned int& readCount)
+{
+    readCount = 0;
+    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+        return rc;
+    if (maxCount == 0)
+        return 0;
+    if (!bytes)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    unsigned n = 0;
+    while (n < maxCount && !m_Chunks.empty()) {
+        SChunk& c = m_Chunks.front();
+        const unsigned take = std::min<unsigned>(maxCount - n, unsigned(c.Count - c.First));
+        std::copy_n(c.Data + c.First, take, bytes + n);
+        if (timeStamps)
+            std::fill_n(timeStamps + n, take, c.Time);
+        n += take;
+        c.First = uint8_t(c.First + take);
+        if (c.First == c.Count)
+            m_Chunks.pop_front();
+    }
+    m_Bytes -= n;
+    readCount = n;
+    return 0;
+}
+
+unsigned CKVX_HdwCanByteInBufferService::GetReadBufferBytes(unsigned int& count)
+{
+    count = 0;
+    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(*this);
+    count = unsigned(m_Bytes);
+    return 0;
+}
+
+unsigned CKVX_HdwCanByteInBufferService::ResetReadBuffer()
+{
+    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(*this);
+    m_Chunks.clear();
+    m_Bytes = 0;
+    return 0;
+}
+
+uint64_t CKVX_HdwCanByteInBufferService::GetDroppedCount()
+{
+    CKVX_HdwServiceLock lock(*this);
+    return m_Dropped;
+}
+
+bool CKVX_HdwCanByteInBufferService::IsStreamFrame(const CKVX_HdwCanMessage& frame) const
+{
+    return hdw::bus::IsStreamFrame(frame, Identifier, Extended);
+}
+
+bool CKVX_HdwCanByteInBufferService::AppendFrame(const CKVX_HdwCanMessage& frame, uint64_t eventTime)
+{
+    if (!IsStreamFrame(frame))
+        return false;
+    if (GetStatus() != HDW_SERVICE_RUNNING)
+        return true;
+    SChunk c;
+    c.Time = eventTime;
+    c.Count = uint8_t(std::min<unsigned>(frame.Dlc, 8));
+    if (c.Count == 0)
+        return true;
+    std::copy_n(frame.Data, c.Count, c.Data);
+    m_Chunks.push_back(c);
+    m_Bytes += c.Count;
+    // Full: the oldest bytes go.
+    while (BufferSize != 0 && m_Bytes > BufferSize) {
+        SChunk& head = m_Chunks.front();
+        const unsigned drop = std::min<uint64_t>(m_Bytes - BufferSize, unsigned(head.Count - head.First));
+        head.First = uint8_t(head.First + drop);
+        m_Bytes -= drop;
+        m_Dropped += drop;
+        if (head.First == head.Count)
+            m_Chunks.pop_front();
+    }
+    return true;
+}

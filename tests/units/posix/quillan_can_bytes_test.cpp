@@ -1,0 +1,188 @@
+// Byte streams over CAN between the Quillan's two CAN channels (wired
+// together on the unit), through the whole stack against the emulated unit
+// on a pseudo-terminal, with the unit's buses paced at their bit rates so
+// that its 64-frame transmit FIFO fills as a real one does.
+#include "UnitRig.h"
+
+using namespace unit_test;
+
+namespace {
+
+using ByteIn = CKVX_HdwKvxQuillanDevice::CCanByteInBufferService;
+using ByteOut = CKVX_HdwKvxQuillanDevice::CCanByteOutBufferService;
+using FrameIn = CKVX_HdwKvxQuillanDevice::CCanInBufferService;
+using FrameOut = CKVX_HdwKvxQuillanDevice::CCanOutBufferService;
+
+hdwsim::Emulator::Options PacedOptions()
+{
+    hdwsim::Emulator::Options o = SimOptions(false);
+    o.Pacing = true;
+    return o;
+}
+
+class QuillanBytes : public ::testing::Test {
+protected:
+    QuillanBytes() : Sim(*hdwsim::FindUnitModel("quillan"), PacedOptions()) {}
+    ~QuillanBytes() override { Manager.Stop(); }
+
+    void SetUp() override
+    {
+        std::string error;
+        ASSERT_TRUE(Sim.Start(&error)) << error;
+        ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
+        CKVX_HdwManager::CInitPortDesc link(11, Sim.PtyPath());
+        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        ASSERT_EQ(link.Result, 0u);
+        ASSERT_EQ(Manager.Run(), 0u);
+    }
+
+    template <class S>
+    S* Enable(unsigned channel, unsigned type, CKVX_HdwService::CParameters* params = nullptr)
+    {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(Manager.GetPort(HDW_PORT_CAN, channel)->EnableService(type, &s, params), 0u);
+        return dynamic_cast<S*>(s);
+    }
+
+    void Open(unsigned channel)
+    {
+        CKVX_HdwCanPort::CParameters p;
+        p.BitRate = 500000;
+        ASSERT_EQ(Manager.GetPort(HDW_PORT_CAN, channel)->Open(&p), 0u);
+    }
+
+    // Reads until `count` bytes are in or 10 s pass; `times` gets each byte's time.
+    static std::vector<uint8_t> ReadBytes(ByteIn* in, size_t count, std::vector<uint64_t>* times = nullptr)
+    {
+        std::vector<uint8_t> got;
+        std::vector<uint8_t> chunk(700);
+        std::vector<uint64_t> stamps(700);
+        WaitUntil([&] {
+            unsigned n = 0;
+            if (in->ReadTimed(chunk.data(), stamps.data(), unsigned(chunk.size()), n) == 0) {
+                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
+                if (times)
+                    times->insert(times->end(), stamps.begin(), stamps.begin() + n);
+            }
+            return got.size() >= count;
+        });
+        return got;
+    }
+
+    static std::vector<uint8_t> Pattern(size_t n)
+    {
+        std::vector<uint8_t> v(n);
+        for (size_t i = 0; i < n; ++i)
+            v[i] = uint8_t(i ^ (i >> 8) ^ 0x5A);
+        return v;
+    }
+
+    hdwsim::Emulator Sim;
+    std::unique_ptr<CKVX_HdwDevice> Device{new CKVX_HdwKvxQuillanDevice};
+    CKVX_HdwManager Manager;
+};
+
+TEST_F(QuillanBytes, TenThousandBytesArriveInOrderWithNoneLost)
+{
+    CKVX_HdwCanByteOutBufferService::CParameters po;
+    po.BufferSize = 0;  // no bound: the whole Write is queued at once
+    po.Identifier = 0x1234567;
+    po.Extended = 1;
+    CKVX_HdwCanByteInBufferService::CParameters pi;
+    pi.BufferSize = 20000;
+    pi.Identifier = 0x1234567;
+    pi.Extended = 1;
+    auto* out = Enable<ByteOut>(0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
+    auto* in = Enable<ByteIn>(1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
+    ASSERT_NE(out, nullptr);
+    ASSERT_NE(in, nullptr);
+    Open(1);
+    Open(0);
+
+    std::vector<uint8_t> sent = Pattern(10000);
+    ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
+    std::vector<uint64_t> times;
+    const std::vector<uint8_t> got = ReadBytes(in, sent.size(), &times);
+    ASSERT_EQ(got.size(), sent.size());
+    EXPECT_TRUE(got == sent);
+    for (size_t i = 1; i < times.size(); ++i)
+        ASSERT_GE(times[i], times[i - 1]) << i;
+    EXPECT_EQ(in->GetDroppedCount(), 0u);
+
+    const hdwsim::Counters c = Sim.GetCounters();
+    EXPECT_EQ(c.CanFifoDropped[0], 0u);
+    EXPECT_EQ(c.CanPushed[0], 1250u);
+    unsigned pending = 1;
+    EXPECT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+}
+
+TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
+{
+    CKVX_HdwCanByteOutBufferService::CParameters po;
+    po.BufferSize = 0;
+    po.Identifier = 0x300;
+    CKVX_HdwCanByteInBufferService::CParameters pi;
+    pi.BufferSize = 0;
+    pi.Identifier = 0x300;
+    auto* bytesOut = Enable<ByteOut>(0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
+    auto* framesOut = Enable<FrameOut>(0, HDW_SERVICE_CAN_OUT_BUFFER);
+    auto* bytesIn = Enable<ByteIn>(1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
+    auto* framesIn = Enable<FrameIn>(1, HDW_SERVICE_CAN_IN_BUFFER);
+    ASSERT_TRUE(bytesOut && framesOut && bytesIn && framesIn);
+    // One of each type per port.
+    CKVX_HdwService* again = nullptr;
+    EXPECT_EQ(Manager.GetPort(HDW_PORT_CAN, 0)->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &again, nullptr), 26u);
+    Open(1);
+    Open(0);
+
+    const std::vector<uint8_t> sent = Pattern(3001);  // 375 full frames and one of 1 byte
+    std::vector<CKVX_HdwCanMessage> frames;
+    for (unsigned i = 0; i < 400; ++i)
+        frames.push_back(Frame(0x400 + (i % 0x100), uint8_t(i % 9), uint8_t(i), i % 3 == 0));
+    // Both queues fill the one transmit FIFO at once.
+    ASSERT_EQ(bytesOut->Write(const_cast<uint8_t*>(sent.data()), 1500, 0), 0u);
+    ASSERT_EQ(framesOut->Write(frames.data(), unsigned(frames.size()), 0), 0u);
+    ASSERT_EQ(bytesOut->Write(const_cast<uint8_t*>(sent.data()) + 1500, 1501, 0), 0u);
+
+    EXPECT_TRUE(ReadBytes(bytesIn, sent.size()) == sent);
+    // The frame input gets every frame: the other frames in their order, and
+    // the stream's too.
+    const size_t total = frames.size() + 376;
+    const auto all = ReadAll<CKVX_HdwCanMessage>(framesIn, total);
+    ASSERT_EQ(all.size(), total);
+    std::vector<CKVX_HdwCanMessage> others;
+    size_t stream = 0;
+    for (const auto& m : all) {
+        if (m.Extended == 0 && m.Identifier == 0x300)
+            ++stream;
+        else
+            others.push_back(m);
+    }
+    EXPECT_EQ(stream, 376u);
+    ASSERT_EQ(others.size(), frames.size());
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(others[i].Identifier, frames[i].Identifier) << i;
+        EXPECT_EQ(others[i].Dlc, frames[i].Dlc) << i;
+        EXPECT_EQ(others[i].Extended, frames[i].Extended) << i;
+    }
+    EXPECT_EQ(Sim.GetCounters().CanFifoDropped[0], 0u);
+    unsigned pending = 1;
+    EXPECT_TRUE(WaitUntil([&] {
+        return framesOut->GetMessagesToBeWritten(pending) == 0 && pending == 0 &&
+               bytesOut->GetBytesToBeWritten(pending) == 0 && pending == 0;
+    }));
+}
+
+TEST(CanByteServices, OnlyTheUnitsThatCarryThemAdmitThem)
+{
+    // The Halden's CAN ports take frame services only.
+    halden_test::Rig rig;
+    rig.Start();
+    for (unsigned type : {unsigned(HDW_SERVICE_BYTE_IN_BUFFER), unsigned(HDW_SERVICE_BYTE_OUT_BUFFER)}) {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(rig.Port(HDW_PORT_CAN, 0)->EnableService(type, &s, nullptr), 10u) << type;
+        EXPECT_EQ(s, nullptr);
+    }
+}
+
+} // namespace
