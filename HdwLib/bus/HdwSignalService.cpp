@@ -174,6 +174,12 @@ unsigned CKVX_HdwSignalService::GetDroppedCount(uint64_t& count, bool reset)
     return 0;
 }
 
+void CKVX_HdwSignalService::PublishReadiness()
+{
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    UpdateReadinessLocked();
+}
+
 int CKVX_HdwSignalService::GetFileDescriptor() const
 {
     return hdw::platform::ReadinessDescriptor(m_Readiness);
@@ -205,7 +211,8 @@ unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
         slot = signal;
         slot.Port = GetHdwPort();
         ++m_Count;
-        UpdateReadinessLocked();
+        if (!m_HoldReadiness)
+            UpdateReadinessLocked();
     }
     m_QueueCv.notify_one();
     return 0;

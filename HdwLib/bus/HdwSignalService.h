@@ -127,7 +127,17 @@ public:
     // The signal service enabled on `port`, or null.
     static CKVX_HdwSignalService* FindOn(CKVX_HdwPort* port);
 
+    // Sets the descriptor / handle for what was posted while it was held
+    // back (see HoldReadinessUntilPublished).
+    void PublishReadiness();
+
 protected:
+    // A driver that calls PublishReadiness at the end of its tick holds the
+    // descriptor back until then: an application woken by it then finds the
+    // device unlocked and the whole tick's data in place, instead of waiting
+    // for the lock the tick still holds. WaitSignal readers wake at once.
+    void HoldReadinessUntilPublished() { m_HoldReadiness = true; }
+
     // Caller holds m_QueueMutex.
     bool PopLocked(CSignal& signal);
     void UpdateReadinessLocked();
@@ -145,4 +155,5 @@ private:
     uint64_t m_Dropped = 0;
     void* m_Readiness = nullptr;  // platform event behind the descriptor / handle
     bool m_Ready = false;         // what m_Readiness shows
+    bool m_HoldReadiness = false; // Post leaves m_Readiness to PublishReadiness
 };

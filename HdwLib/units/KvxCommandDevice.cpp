@@ -782,7 +782,15 @@ unsigned CKVX_HdwKvxCommandDevice<B>::HdwTimerEndDeviceIntanceHandler(unsigned i
     if (inst && m_Profile.KeepAliveIdleMs && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
         uint32_t(CKVX_HdwTimer::GetTickCount()) - inst->LastSendTime >= m_Profile.KeepAliveIdleMs)
         AttachKeepAliveCommand(instance);
-    return ProcessCommandList(instance) != 0 ? 14u : 0u;
+    const unsigned rc = ProcessCommandList(instance) != 0 ? 14u : 0u;
+    // The signal services make their descriptors readable for the whole
+    // tick at once, as the tick's last act.
+    if (inst)
+        for (CKVX_HdwPort* port : inst->GetPortList())
+            for (CKVX_HdwService* service : port->GetServiceList())
+                if (service->GetServiceType() == HDW_SERVICE_SIGNAL)
+                    static_cast<CKVX_HdwSignalService*>(service)->PublishReadiness();
+    return rc;
 }
 
 // The unit's commands, events, ports and services.

@@ -4,6 +4,8 @@
 template <class B>
 CKVX_HdwKvxCommandDevice<B>::CSignalService::CSignalService(CKVX_HdwObject* port) : CKVX_HdwSignalService(port)
 {
+    // The end of the tick publishes (HdwTimerEndDeviceIntanceHandler).
+    HoldReadinessUntilPublished();
 }
 
 template <class B>

@@ -2,6 +2,9 @@
 // transmitter k to receiver k) on a pseudo-terminal.
 #include "HaldenRig.h"
 
+#include <chrono>
+#include <poll.h>
+
 using namespace halden_test;
 
 namespace {
@@ -216,6 +219,44 @@ TEST(HaldenArinc429, WriteOptionsAndStatesAnswerTheirCodes)
     CKVX_HdwService* s = nullptr;
     EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 26u);
     EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u);
+}
+
+TEST(HaldenArinc429, ReadableSignalDescriptorMeansTheWordsAreThere)
+{
+    // An application that sleeps in poll() on the signal service and then
+    // reads the input buffer must find every word the signals announce.
+    Rig rig;
+    rig.Start();
+    auto* signals =
+        rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
+    ASSERT_NE(signals, nullptr);
+    Channel c = OpenPair(rig, 2);
+    const int fd = signals->GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < 200; ++i)
+        words.push_back(Word(0x42, i, 0, 0));
+    ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+
+    unsigned announced = 0, read = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (read < words.size() && std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 1000) != 1)
+            continue;
+        CKVX_HdwSignalService::CSignal sig[256];
+        unsigned n = 0;
+        ASSERT_EQ(signals->ReadSignals(sig, 256, n), 0u);
+        for (unsigned i = 0; i < n; ++i)
+            announced += sig[i].Kind == HDW_SIGNAL_ARINC429_RECEIVED;
+        CKVX_HdwArinc429Message got[256];
+        unsigned m = 0;
+        ASSERT_EQ(c.In->Read(got, 256, m), 0u);
+        read += m;
+        EXPECT_GE(read, announced) << "a signal came before its word";
+    }
+    EXPECT_EQ(read, words.size());
+    EXPECT_EQ(announced, words.size());
 }
 
 } // namespace
