@@ -259,7 +259,9 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429OutBufferService::SendImmediate()
     CKVX_HdwPort* port = GetHdwPort();
     auto* unit = hdw::units::UnitOf<B>(port);
     auto* inst = hdw::units::InstanceOf<B>(port);
-    if (!inst || m_InFlight >= KvxArinc429TxFifoWords)
+    // Top the FIFO up once it is half empty rather than by a few words every
+    // tick: fewer, larger frames for the same bus load.
+    if (!inst || m_InFlight > KvxArinc429TxFifoWords / 2)
         return 0;
     unsigned n = unsigned(std::min<uint64_t>(KvxArinc429TxFifoWords - m_InFlight, Messages.GetLength()));
     n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);

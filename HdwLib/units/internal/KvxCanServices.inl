@@ -211,7 +211,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::SendImmediate()
     auto* inst = hdw::units::InstanceOf<B>(port);
     // The FIFO is shared with the channel's byte output.
     const uint64_t used = m_InFlight + CCanByteOutBufferService::FramesInFlightOn(port);
-    if (!inst || used >= KvxCanTxFifoFrames)
+    // Top the FIFO up once it is half empty (see the ARINC 429 output).
+    if (!inst || used > KvxCanTxFifoFrames / 2)
         return 0;
     unsigned n = unsigned(std::min<uint64_t>(KvxCanTxFifoFrames - used, Messages.GetLength()));
     n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);
