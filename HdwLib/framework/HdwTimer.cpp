@@ -67,10 +67,13 @@ void CKVX_HdwTimer::HdwTimerProc(unsigned int, unsigned int, uintptr_t user, uin
     auto* self = reinterpret_cast<CKVX_HdwTimer*>(user);
     if (!self || self->m_StopRequested.load(std::memory_order_acquire))
         return;
+    // Counted before the call: a callback that stops the timer lets its owner
+    // destroy it, so nothing here touches the timer once the callback returns.
     const uint64_t ticks = self->m_TickCount.load(std::memory_order_relaxed);
-    if (self->m_Callback)
-        self->m_Callback(ticks, self->m_Context);
     self->m_TickCount.store(ticks + 1, std::memory_order_relaxed);
+    const t_Callback callback = self->m_Callback;
+    if (callback)
+        callback(ticks, self->m_Context);
 }
 
 uint64_t CKVX_HdwTimer::GetTickCount()

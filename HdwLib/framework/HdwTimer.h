@@ -46,7 +46,7 @@ public:
     static void Sleep(uint64_t seconds);
 
 protected:
-    // One tick: calls the callback with the count before this call, then counts it.
+    // One tick: counts it, then calls the callback with the count before it.
     // `user` is the timer object; the other arguments are unused.
     static void HdwTimerProc(unsigned int id, unsigned int msg, uintptr_t user, uintptr_t dw1, uintptr_t dw2);
 

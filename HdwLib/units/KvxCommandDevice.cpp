@@ -718,14 +718,16 @@ unsigned CKVX_HdwKvxCommandDevice<B>::Open(unsigned instance)
     const unsigned sent = ProcessCommandList(inst);
     this->DeviceUnlock(instance);
     if (sent != 0 || WaitAllCommandEchoes(instance, DefaultEchoTimeoutMs) != 0) {
+        // Closed under the lock first: the tick reads the link of an open
+        // instance. The link itself closes outside it, as in Close.
         this->DeviceLock(instance);
         inst->Reset();
+        inst->SetOpen(false);
         this->DeviceUnlock(instance);
         if constexpr (std::is_base_of_v<CKVX_HdwHoeFtdiUartBridgedDevice, B>)
             this->LinkClose(inst);
         else
             this->Com_Close(inst);
-        inst->SetOpen(false);
         return 14;
     }
     return 0;

@@ -240,7 +240,7 @@ TEST(HaldenArinc429, ReadableSignalDescriptorMeansTheWordsAreThere)
 
     unsigned announced = 0, read = 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (read < words.size() && std::chrono::steady_clock::now() < deadline) {
+    while ((read < words.size() || announced < words.size()) && std::chrono::steady_clock::now() < deadline) {
         pollfd p{fd, POLLIN, 0};
         if (poll(&p, 1, 1000) != 1)
             continue;
