@@ -7,14 +7,22 @@
 // above the lowest, so that an application's own real-time threads at the
 // lowest do not hold up the tick. Without the privilege the thread keeps
 // the normal policy.
+//
+// The thread sleeps in a futex wait on its stop word with the tick's absolute
+// deadline: one system call per tick, and TimerStop wakes it at once. (A
+// condition variable costs a second call per tick, to wake its mutex.)
 #include <HdwLib/framework/internal/PlatformTimer.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <linux/futex.h>
 #include <new>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -41,20 +49,27 @@ timespec ToTimespec(int64_t ns)
 
 struct PosixTimer {
     pthread_t thread{};
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t cond{};
-    bool stop = false;
-    bool detached = false;
+    // 0 while running, 1 once stopped; the thread waits on it.
+    std::atomic<int> stop{0};
+    // Set by a TimerStop from within `fire`: the thread frees the timer.
+    std::atomic<bool> detached{false};
     int64_t periodNs = 0;
     hdw::platform::TimerFire fire = nullptr;
     void* context = nullptr;
-
-    ~PosixTimer()
-    {
-        pthread_cond_destroy(&cond);
-        pthread_mutex_destroy(&mutex);
-    }
 };
+
+static_assert(sizeof(std::atomic<int>) == sizeof(int), "the futex word is a plain int");
+
+// Sleeps until the absolute CLOCK_MONOTONIC time `due` or until stopped.
+void WaitUntil(PosixTimer* t, int64_t due)
+{
+    const timespec ts = ToTimespec(due);
+    while (t->stop.load(std::memory_order_acquire) == 0 && NowNs() < due) {
+        // FUTEX_WAIT_BITSET takes an absolute time on CLOCK_MONOTONIC.
+        syscall(SYS_futex, reinterpret_cast<int*>(&t->stop), FUTEX_WAIT_BITSET_PRIVATE, 0, &ts, nullptr,
+                FUTEX_BITSET_MATCH_ANY);
+    }
+}
 
 void* TimerThread(void* arg)
 {
@@ -67,28 +82,17 @@ void* TimerThread(void* arg)
 
     const int64_t start = NowNs();
     int64_t n = 1;
-    pthread_mutex_lock(&t->mutex);
     for (;;) {
-        int64_t due = start + n * t->periodNs;
-        while (!t->stop) {
-            const timespec ts = ToTimespec(due);
-            const int rc = pthread_cond_timedwait(&t->cond, &t->mutex, &ts);
-            if (rc == ETIMEDOUT || NowNs() >= due)
-                break;
-        }
-        if (t->stop)
+        WaitUntil(t, start + n * t->periodNs);
+        if (t->stop.load(std::memory_order_acquire) != 0)
             break;
-        pthread_mutex_unlock(&t->mutex);
         t->fire(t->context);
         const int64_t now = NowNs();
         ++n;
         if (now - (start + n * t->periodNs) > kMaxCatchUpPeriods * t->periodNs)
             n = (now - start) / t->periodNs + 1;
-        pthread_mutex_lock(&t->mutex);
     }
-    const bool detached = t->detached;
-    pthread_mutex_unlock(&t->mutex);
-    if (detached)
+    if (t->detached.load(std::memory_order_acquire))
         delete t;
     return nullptr;
 }
@@ -106,16 +110,6 @@ void* hdw::platform::TimerStart(unsigned periodMs, TimerFire fire, void* context
     t->periodNs = int64_t(periodMs) * kNsPerMs;
     t->fire = fire;
     t->context = context;
-    pthread_condattr_t attr;
-    pthread_condattr_init(&attr);
-    pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
-    const int crc = pthread_cond_init(&t->cond, &attr);
-    pthread_condattr_destroy(&attr);
-    if (crc != 0) {
-        pthread_mutex_destroy(&t->mutex);
-        ::operator delete(t);
-        return nullptr;
-    }
     if (pthread_create(&t->thread, nullptr, &TimerThread, t) != 0) {
         delete t;
         return nullptr;
@@ -128,17 +122,16 @@ void hdw::platform::TimerStop(void* id)
     auto* t = static_cast<PosixTimer*>(id);
     if (!t)
         return;
-    const bool fromTimerThread = pthread_equal(pthread_self(), t->thread) != 0;
-    pthread_mutex_lock(&t->mutex);
-    t->stop = true;
-    t->detached = fromTimerThread;
-    pthread_cond_signal(&t->cond);
-    pthread_mutex_unlock(&t->mutex);
-    if (fromTimerThread) {
-        // The thread frees itself once the running callback returns.
+    if (pthread_equal(pthread_self(), t->thread) != 0) {
+        // Called from `fire`: the thread sees the stop word when the
+        // callback returns, and frees itself.
+        t->detached.store(true, std::memory_order_release);
+        t->stop.store(1, std::memory_order_release);
         pthread_detach(t->thread);
         return;
     }
+    t->stop.store(1, std::memory_order_release);
+    syscall(SYS_futex, reinterpret_cast<int*>(&t->stop), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
     pthread_join(t->thread, nullptr);
     delete t;
 }
