@@ -36,6 +36,7 @@
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
+#include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/HdwUartPort.h>
 

@@ -3,13 +3,14 @@
 // transmitter kept busy and every receiver read, for the given number of
 // seconds (default 60).
 //
-//     load_halden_paced [seconds [hdwsim program (a path, or a name looked up in PATH)]]
+//     load_halden_paced [--per-service] [seconds [hdwsim program (a path, or a name looked up in PATH)]]
 //
 // The emulator runs as its own process (hdwsim on a pseudo-terminal), so the
 // CPU time of this process is the library's plus this small application's.
-// The application blocks on the signal services' descriptors (one per
-// receiving port) and reads the input buffers when one turns readable; it
-// never sleeps to poll.
+// The application blocks on the descriptor of a signal group that holds one
+// signal service per receiving port (with --per-service: on the six
+// services' own descriptors) and reads the input buffers when it turns
+// readable; it never sleeps to poll.
 //
 // Latency is taken per received word and frame: from its unit time stamp to
 // the moment Read returned it. hdwsim runs with --monotonic-clock, so the
@@ -154,6 +155,11 @@ double Percentile(const std::vector<uint32_t>& sorted, double q)
 
 int main(int argc, char** argv)
 {
+    const bool perService = argc > 1 && std::strcmp(argv[1], "--per-service") == 0;
+    if (perService) {
+        --argc;
+        ++argv;
+    }
     const unsigned seconds = argc > 1 ? unsigned(std::atoi(argv[1])) : 60;
     const char* program = argc > 2 ? argv[2] : HDWSIM_PROGRAM;
 
@@ -212,9 +218,16 @@ int main(int argc, char** argv)
         signals.push_back(static_cast<CKVX_HdwSignalService*>(s));
         ok = ok && can->Open(nullptr) == 0;
     }
+    CKVX_HdwSignalGroup group;
     std::vector<pollfd> fds;
-    for (CKVX_HdwSignalService* s : signals)
-        fds.push_back({s->GetFileDescriptor(), POLLIN, 0});
+    if (perService) {
+        for (CKVX_HdwSignalService* s : signals)
+            fds.push_back({s->GetFileDescriptor(), POLLIN, 0});
+    } else {
+        for (CKVX_HdwSignalService* s : signals)
+            ok = ok && s->JoinGroup(&group) == 0;
+        fds.push_back({group.GetFileDescriptor(), POLLIN, 0});
+    }
     if (!ok || std::any_of(fds.begin(), fds.end(), [](const pollfd& p) { return p.fd < 0; })) {
         std::fprintf(stderr, "could not set up the ports\n");
         return 1;
@@ -342,6 +355,7 @@ int main(int argc, char** argv)
 
     if (failure)
         std::printf("STOPPED EARLY: Read answered %u (the unit's services failed)\n", failure);
+    std::printf("waiting on %s\n", perService ? "six signal descriptors" : "one signal group");
     std::printf("duration %.1f s, load average at the end %.2f %.2f %.2f\n", elapsed, load[0], load[1], load[2]);
     std::printf("ARINC 429 words: unit received %llu, application read %llu, lost %lld (%.0f words/s)\n",
         (unsigned long long)aSent, (unsigned long long)aRead, (long long)(aSent - aRead), double(aSent) / elapsed);

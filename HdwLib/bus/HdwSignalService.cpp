@@ -1,4 +1,5 @@
 #include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/internal/PlatformSignal.h>
 #include <HdwLib/framework/HdwPort.h>
 
@@ -15,6 +16,7 @@ CKVX_HdwSignalService::CKVX_HdwSignalService(CKVX_HdwObject* port)
 
 CKVX_HdwSignalService::~CKVX_HdwSignalService()
 {
+    LeaveGroup();
     hdw::platform::ReadinessDestroy(m_Readiness);
 }
 
@@ -114,11 +116,57 @@ void CKVX_HdwSignalService::UpdateReadinessLocked()
     const bool ready = m_Count > 0 || GetStatus() == HDW_SERVICE_FAILED;
     if (ready == m_Ready)
         return;
-    if (ready)
+    ShowReadinessLocked(ready);
+    m_Ready = ready;
+}
+
+void CKVX_HdwSignalService::ShowReadinessLocked(bool ready)
+{
+    if (m_Group)
+        m_Group->MemberReadyChanged(ready);
+    else if (ready)
         hdw::platform::ReadinessSet(m_Readiness);
     else
         hdw::platform::ReadinessReset(m_Readiness);
-    m_Ready = ready;
+}
+
+unsigned CKVX_HdwSignalService::JoinGroup(CKVX_HdwSignalGroup* group)
+{
+    if (!group)
+        return HDW_ERR_ARGUMENT;
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    if (m_Group == group)
+        return 0;
+    if (m_Group)
+        m_Group->Remove(this, m_Ready);
+    else if (m_Ready)
+        hdw::platform::ReadinessReset(m_Readiness);
+    m_Group = group;
+    m_Group->Add(this, m_Ready);
+    return 0;
+}
+
+unsigned CKVX_HdwSignalService::LeaveGroup()
+{
+    LeaveGroupIf(nullptr);
+    return 0;
+}
+
+void CKVX_HdwSignalService::LeaveGroupIf(CKVX_HdwSignalGroup* only)
+{
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    if (!m_Group || (only && m_Group != only))
+        return;
+    m_Group->Remove(this, m_Ready);
+    m_Group = nullptr;
+    if (m_Ready)
+        hdw::platform::ReadinessSet(m_Readiness);
+}
+
+CKVX_HdwSignalGroup* CKVX_HdwSignalService::GetGroup() const
+{
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    return m_Group;
 }
 
 unsigned CKVX_HdwSignalService::GetSignal(CSignal& signal)

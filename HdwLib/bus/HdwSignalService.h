@@ -13,6 +13,8 @@
 // The queue is bounded (CParameters::BufferSize); when full, the oldest
 // signal is dropped and GetDroppedCount tells how many were lost.
 //
+// Several services can share one wait object: see CKVX_HdwSignalGroup.
+//
 // Lock rule: the queue has its own mutex. The driver posts while it holds
 // the device lock and takes the queue mutex inside it; the application's
 // calls take only the queue mutex, never the device lock, so a waiting
@@ -29,6 +31,7 @@
 #include <vector>
 
 class CKVX_HdwPort;
+class CKVX_HdwSignalGroup;
 
 // What a signal reports (CSignal::Kind, and bit (kind - 1) of SignalMask).
 enum t_HdwSignalKind : unsigned {
@@ -111,6 +114,13 @@ public:
     // Windows: a manual-reset event handle, set under the same rule; null
     // where there is none. Do not close it.
     void* GetWaitHandle() const;
+    // Makes the service a member of `group` (leaving any other): from now on
+    // the group's descriptor / handle shows this service's readiness and the
+    // service's own stays unset. 0, or 2 for a null group.
+    unsigned JoinGroup(CKVX_HdwSignalGroup* group);
+    // Back to the service's own descriptor / handle; 0 also when not in a group.
+    unsigned LeaveGroup();
+    CKVX_HdwSignalGroup* GetGroup() const;
 
     // ---- driver side (caller holds the device lock) ----
     // Queues a copy; Port is filled in. 29 when not running; a masked kind
@@ -156,4 +166,11 @@ private:
     void* m_Readiness = nullptr;  // platform event behind the descriptor / handle
     bool m_Ready = false;         // what m_Readiness shows
     bool m_HoldReadiness = false; // Post leaves m_Readiness to PublishReadiness
+    CKVX_HdwSignalGroup* m_Group = nullptr;  // shows m_Ready instead of m_Readiness
+
+    friend class CKVX_HdwSignalGroup;
+    // Leaves the group if it is `only` (any group when null).
+    void LeaveGroupIf(CKVX_HdwSignalGroup* only);
+    // Shows `ready` on the group or on the service's own object.
+    void ShowReadinessLocked(bool ready);
 };
