@@ -240,13 +240,17 @@ void* CKVX_HdwSignalService::GetWaitHandle() const
 
 // ---- driver side ----------------------------------------------------------
 
-unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
+// Queues one signal of `kind`: `fill` writes its payload straight into the
+// ring slot, so that a word or frame is copied once and a masked kind costs
+// no copy at all.
+template <class Fill>
+unsigned CKVX_HdwSignalService::PostWith(unsigned kind, uint64_t eventTime, Fill&& fill)
 {
     {
         std::lock_guard<std::mutex> lock(m_QueueMutex);
         if (GetStatus() != HDW_SERVICE_RUNNING)
             return HDW_ERR_SERVICE_NOT_RUNNING;
-        if (signal.Kind == 0 || signal.Kind > 32 || ((SignalMask >> (signal.Kind - 1)) & 1u) == 0)
+        if (kind == 0 || kind > 32 || ((SignalMask >> (kind - 1)) & 1u) == 0)
             return 0;
         const unsigned capacity = static_cast<unsigned>(m_Ring.size());
         if (m_Count == capacity) {
@@ -256,7 +260,9 @@ unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
             ++m_Dropped;
         }
         CSignal& slot = m_Ring[(m_Head + m_Count) % capacity];
-        slot = signal;
+        fill(slot);
+        slot.Kind = kind;
+        slot.TimeStamp = eventTime;
         slot.Port = GetHdwPort();
         ++m_Count;
         if (!m_HoldReadiness)
@@ -266,23 +272,26 @@ unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
     return 0;
 }
 
+unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
+{
+    return PostWith(signal.Kind, signal.TimeStamp, [&](CSignal& slot) { slot = signal; });
+}
+
 unsigned CKVX_HdwSignalService::PostArinc429(unsigned kind, const CKVX_HdwArinc429Message& message,
                                              uint64_t eventTime)
 {
-    CSignal s;
-    s.Kind = kind;
-    s.TimeStamp = eventTime;
-    s.Arinc429 = message;
-    return Post(s);
+    return PostWith(kind, eventTime, [&](CSignal& slot) {
+        slot.Arinc429 = message;
+        slot.Value = slot.Aux = 0;
+    });
 }
 
 unsigned CKVX_HdwSignalService::PostCan(unsigned kind, const CKVX_HdwCanMessage& message, uint64_t eventTime)
 {
-    CSignal s;
-    s.Kind = kind;
-    s.TimeStamp = eventTime;
-    s.Can = message;
-    return Post(s);
+    return PostWith(kind, eventTime, [&](CSignal& slot) {
+        slot.Can = message;
+        slot.Value = slot.Aux = 0;
+    });
 }
 
 unsigned CKVX_HdwSignalService::PostCanFaultStatus(const CKVX_HdwCanPort::CFaultStatus& previous,
@@ -305,12 +314,10 @@ unsigned CKVX_HdwSignalService::PostCanFaultStatus(const CKVX_HdwCanPort::CFault
 
 unsigned CKVX_HdwSignalService::PostValue(unsigned kind, uint32_t value, uint32_t aux, uint64_t eventTime)
 {
-    CSignal s;
-    s.Kind = kind;
-    s.TimeStamp = eventTime;
-    s.Value = value;
-    s.Aux = aux;
-    return Post(s);
+    return PostWith(kind, eventTime, [&](CSignal& slot) {
+        slot.Value = value;
+        slot.Aux = aux;
+    });
 }
 
 CKVX_HdwSignalService* CKVX_HdwSignalService::FindOn(CKVX_HdwPort* port)

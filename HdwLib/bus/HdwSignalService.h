@@ -63,7 +63,8 @@ public:
         uint32_t SignalMask = AllSignals;  // bit (kind - 1) set: queue that kind
     };
 
-    // One notification. Only the payload member of its kind is meaningful.
+    // One notification. Only the payload member of its kind is meaningful
+    // (Value and Aux are 0 for the ARINC 429 and CAN kinds).
     class HDWLIB_EXPORT CSignal : public CKVX_Object {
     public:
         CSignal() = default;
@@ -173,4 +174,6 @@ private:
     void LeaveGroupIf(CKVX_HdwSignalGroup* only);
     // Shows `ready` on the group or on the service's own object.
     void ShowReadinessLocked(bool ready);
+    template <class Fill>
+    unsigned PostWith(unsigned kind, uint64_t eventTime, Fill&& fill);
 };
