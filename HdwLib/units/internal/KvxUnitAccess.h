@@ -27,6 +27,19 @@ typename Unit<B>::CDeviceInstance* InstanceOf(CKVX_HdwPort* port)
     return unit ? unit->GetProtocolInstance(port->GetDeviceId()) : nullptr;
 }
 
+// A new device instance `inst` with one control record for each channel of
+// each kind that the unit's profile gives.
+template <class I, class P>
+I* WithChannelTables(I* inst, const P& profile)
+{
+    inst->AtxCtrl.resize(profile.AtxChannels);
+    inst->ArxCtrl.resize(profile.ArxChannels);
+    inst->CanCtrl.resize(profile.CanChannels);
+    inst->UartCtrl.resize(profile.UartChannels);
+    inst->MilStd1553Ctrl.resize(profile.MilStd1553Channels);
+    return inst;
+}
+
 // Channel number of a port: its channel id is the number in decimal.
 inline unsigned ChannelNumber(const CKVX_String& channelId)
 {
