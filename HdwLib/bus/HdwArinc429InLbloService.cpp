@@ -70,7 +70,7 @@ unsigned CKVX_HdwArinc429InLbloService::DisableRx() { return SetRxEnabled(false)
 
 unsigned CKVX_HdwArinc429InLbloService::ResetRx()
 {
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     CKVX_HdwServiceLock lock(*this);
     ClearTable();
@@ -114,7 +114,7 @@ unsigned CKVX_HdwArinc429InLbloService::ReadLabel(unsigned char label, unsigned 
                                                   CKVX_HdwArinc429Message& message, unsigned int& receiveCount)
 {
     receiveCount = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     if (sdi > 3)
         return HDW_ERR_ARGUMENT;
@@ -132,7 +132,7 @@ unsigned CKVX_HdwArinc429InLbloService::ReadChangedLabels(CKVX_HdwArinc429Messag
                                                           unsigned int& readCount)
 {
     readCount = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     if (maxCount == 0)
         return 0;

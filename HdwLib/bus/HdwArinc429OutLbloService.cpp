@@ -30,7 +30,7 @@ CKVX_HdwArinc429OutLbloService::~CKVX_HdwArinc429OutLbloService() = default;
 
 unsigned CKVX_HdwArinc429OutLbloService::CheckRunning() const
 {
-    return hdw::bus::RunStateResult(GetStatus());
+    return hdw::bus::RunState(GetStatus());
 }
 
 void CKVX_HdwArinc429OutLbloService::ClearTable()

@@ -12,10 +12,9 @@ CKVX_HdwArinc429RxPort::CKVX_HdwArinc429RxPort(CKVX_HdwObject* device, unsigned 
 }
 
 CKVX_HdwArinc429RxPort::CKVX_HdwArinc429RxPort(const CKVX_HdwArinc429RxPort& other)
-    : CKVX_HdwPort(other.m_Device, other.m_DeviceInstance, other.m_ChannelId), m_Parameters(other.m_Parameters)
+    : CKVX_HdwArinc429RxPort(other.m_Device, other.m_DeviceInstance, other.m_ChannelId)
 {
-    m_PortType = HDW_PORT_ARINC429_RX;
-    m_PortNum = other.m_PortNum;
+    *this = other;
 }
 
 CKVX_HdwArinc429RxPort& CKVX_HdwArinc429RxPort::operator=(const CKVX_HdwArinc429RxPort& other)

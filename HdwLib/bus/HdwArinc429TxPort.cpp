@@ -15,10 +15,9 @@ CKVX_HdwArinc429TxPort::CKVX_HdwArinc429TxPort(CKVX_HdwObject* device, unsigned 
 }
 
 CKVX_HdwArinc429TxPort::CKVX_HdwArinc429TxPort(const CKVX_HdwArinc429TxPort& other)
-    : CKVX_HdwPort(other.m_Device, other.m_DeviceInstance, other.m_ChannelId), m_Parameters(other.m_Parameters)
+    : CKVX_HdwArinc429TxPort(other.m_Device, other.m_DeviceInstance, other.m_ChannelId)
 {
-    m_PortType = HDW_PORT_ARINC429_TX;
-    m_PortNum = other.m_PortNum;
+    *this = other;
 }
 
 CKVX_HdwArinc429TxPort& CKVX_HdwArinc429TxPort::operator=(const CKVX_HdwArinc429TxPort& other)

@@ -65,7 +65,7 @@ unsigned CKVX_HdwCanByteInBufferService::ReadTimed(unsigned char* bytes, uint64_
                                                    unsigned int& readCount)
 {
     readCount = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     if (maxCount == 0)
         return 0;
@@ -92,7 +92,7 @@ unsigned CKVX_HdwCanByteInBufferService::ReadTimed(unsigned char* bytes, uint64_
 unsigned CKVX_HdwCanByteInBufferService::GetReadBufferBytes(unsigned int& count)
 {
     count = 0;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     CKVX_HdwServiceLock lock(*this);
     count = unsigned(m_Bytes);
@@ -101,7 +101,7 @@ unsigned CKVX_HdwCanByteInBufferService::GetReadBufferBytes(unsigned int& count)
 
 unsigned CKVX_HdwCanByteInBufferService::ResetReadBuffer()
 {
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     CKVX_HdwServiceLock lock(*this);
     m_Chunks.clear();

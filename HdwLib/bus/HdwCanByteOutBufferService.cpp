@@ -59,7 +59,7 @@ unsigned CKVX_HdwCanByteOutBufferService::Write(unsigned char* bytes, unsigned i
 {
     if (option != 0)
         return HDW_ERR_ARGUMENT;
-    if (const unsigned rc = hdw::bus::RunStateResult(GetStatus()))
+    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
         return rc;
     if (count == 0)
         return 0;

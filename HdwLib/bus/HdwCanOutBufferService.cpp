@@ -1,4 +1,5 @@
 #include <HdwLib/bus/HdwCanOutBufferService.h>
+#include <HdwLib/bus/internal/ServiceParameters.h>
 
 // ---- CMessageBuffer --------------------------------------------------------
 
@@ -73,28 +74,20 @@ unsigned CKVX_HdwCanOutBufferService::Stop()
 
 unsigned CKVX_HdwCanOutBufferService::GetParameters(CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwService::GetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    params->BufferSize = BufferSize;
-    params->IdWordA = IdWordA;
-    params->IdWordB = IdWordB;
-    return 0;
+    return hdw::bus::CopyParametersOut(*this, params, [this](CParameters& p) {
+        p.BufferSize = BufferSize;
+        p.IdWordA = IdWordA;
+        p.IdWordB = IdWordB;
+    });
 }
 
 unsigned CKVX_HdwCanOutBufferService::SetParameters(CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwService::SetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    BufferSize = params->BufferSize;
-    IdWordA = params->IdWordA;
-    IdWordB = params->IdWordB;
-    return 0;
+    return hdw::bus::CopyParametersIn(*this, params, [this](const CParameters& p) {
+        BufferSize = p.BufferSize;
+        IdWordA = p.IdWordA;
+        IdWordB = p.IdWordB;
+    });
 }
 
 unsigned CKVX_HdwCanOutBufferService::GetFaultStatus(CKVX_HdwCanPort::CFaultStatus* status)

@@ -1,3 +1,4 @@
+#include <HdwLib/bus/internal/RunState.h>
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/links/HdwByteLine.h>
 #include <HdwLib/links/HdwLineByteServices.h>
@@ -7,15 +8,7 @@
 
 namespace {
 
-// 29 stopped, 15 failed, else 0.
-unsigned RunState(unsigned status)
-{
-    if (status == HDW_SERVICE_STOPPED)
-        return HDW_ERR_SERVICE_NOT_RUNNING;
-    if (status == HDW_SERVICE_FAILED)
-        return HDW_ERR_SERVICE;
-    return 0;
-}
+using hdw::bus::RunState;
 
 // The open line behind a service's port, or null.
 CKVX_HdwByteLine* LineOf(CKVX_HdwService& service)

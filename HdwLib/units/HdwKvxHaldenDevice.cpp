@@ -1,4 +1,5 @@
 #include <HdwLib/units/HdwKvxHaldenDevice.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
 
 CKVX_HdwKvxHaldenDevice::CDeviceInstance::CDeviceInstance() = default;
 CKVX_HdwKvxHaldenDevice::CDeviceInstance::~CDeviceInstance() = default;
@@ -51,13 +52,7 @@ CKVX_HdwKvxHaldenDevice::~CKVX_HdwKvxHaldenDevice()
 
 CKVX_HdwKvxHaldenDevice::CDeviceInstance* CKVX_HdwKvxHaldenDevice::CreateDeviceInstance()
 {
-    auto* inst = new CDeviceInstance;
-    inst->AtxCtrl.resize(m_Profile.AtxChannels);
-    inst->ArxCtrl.resize(m_Profile.ArxChannels);
-    inst->CanCtrl.resize(m_Profile.CanChannels);
-    inst->UartCtrl.resize(m_Profile.UartChannels);
-    inst->MilStd1553Ctrl.resize(m_Profile.MilStd1553Channels);
-    return inst;
+    return hdw::units::WithChannelTables(new CDeviceInstance, m_Profile);
 }
 
 unsigned CKVX_HdwKvxHaldenDevice::GetChannelCount(unsigned kind) const

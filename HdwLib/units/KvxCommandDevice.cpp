@@ -1,6 +1,7 @@
 // The command/echo/event protocol engine shared by every command-protocol
 // unit driver, instantiated for both link bases.
 #include <HdwLib/units/KvxCommandDevice.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <cctype>
 #include <cstring>
@@ -91,13 +92,7 @@ uint16_t CKVX_HdwKvxCommandDevice<B>::CalcCRC16(const uint8_t* bytes, unsigned c
 template <class B>
 typename CKVX_HdwKvxCommandDevice<B>::CDeviceInstance* CKVX_HdwKvxCommandDevice<B>::CreateDeviceInstance()
 {
-    auto* inst = new CDeviceInstance;
-    inst->AtxCtrl.resize(m_Profile.AtxChannels);
-    inst->ArxCtrl.resize(m_Profile.ArxChannels);
-    inst->CanCtrl.resize(m_Profile.CanChannels);
-    inst->UartCtrl.resize(m_Profile.UartChannels);
-    inst->MilStd1553Ctrl.resize(m_Profile.MilStd1553Channels);
-    return inst;
+    return hdw::units::WithChannelTables(new CDeviceInstance, m_Profile);
 }
 
 template <class B>

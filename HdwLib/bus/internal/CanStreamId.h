@@ -3,6 +3,7 @@
 // services over CAN check and match it.
 
 #include <HdwLib/bus/HdwCanMessage.h>
+#include <HdwLib/bus/internal/ServiceParameters.h>
 
 #include <cstdint>
 
@@ -23,19 +24,16 @@ inline bool IsStreamFrame(const CKVX_HdwCanMessage& frame, uint32_t identifier, 
 }
 
 // Get/SetParameters of a byte service over CAN: the base service's check,
-// then the whole parameter set copied under the device lock.
+// then the whole parameter set copied under the device lock. Set also
+// refuses an identifier that does not fit its format.
 template <typename P, typename S>
 unsigned GetStreamParameters(S& service, P* params, uint32_t bufferSize, uint32_t identifier, uint8_t extended)
 {
-    if (const unsigned rc = service.CKVX_HdwService::GetParameters(params))
-        return rc;
-    if (!params)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(service);
-    params->BufferSize = bufferSize;
-    params->Identifier = identifier;
-    params->Extended = extended;
-    return 0;
+    return CopyParametersOut(service, params, [&](P& p) {
+        p.BufferSize = bufferSize;
+        p.Identifier = identifier;
+        p.Extended = extended;
+    });
 }
 
 template <typename P, typename S>

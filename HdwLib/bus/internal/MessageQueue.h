@@ -2,6 +2,7 @@
 // FIFO helpers shared by the receive services. The caller holds the lock
 // that protects the list.
 
+#include <HdwLib/bus/internal/RunState.h>
 #include <HdwLib/core/KvxList.h>
 #include <HdwLib/framework/HdwObject.h>
 #include <HdwLib/framework/HdwService.h>
@@ -11,16 +12,6 @@
 #include <utility>
 
 namespace hdw::bus {
-
-// 29 for a stopped service, 15 for a failed one, 0 for a running one.
-inline unsigned RunStateResult(unsigned status)
-{
-    if (status == HDW_SERVICE_STOPPED)
-        return HDW_ERR_SERVICE_NOT_RUNNING;
-    if (status == HDW_SERVICE_FAILED)
-        return HDW_ERR_SERVICE;
-    return 0;
-}
 
 // Appends at the tail. With a non-zero bound a full list first loses its
 // oldest entry, counted in `dropped`.
@@ -62,7 +53,7 @@ unsigned ReadFromService(CKVX_HdwService& service, CKVX_List<T>& list, T* out, u
                          unsigned& readCount)
 {
     readCount = 0;
-    if (const unsigned rc = RunStateResult(service.GetStatus()))
+    if (const unsigned rc = RunState(service.GetStatus()))
         return rc;
     if (maxCount == 0)
         return 0;
@@ -79,7 +70,7 @@ template <typename T>
 unsigned CountInService(CKVX_HdwService& service, const CKVX_List<T>& list, unsigned& count)
 {
     count = 0;
-    if (const unsigned rc = RunStateResult(service.GetStatus()))
+    if (const unsigned rc = RunState(service.GetStatus()))
         return rc;
     CKVX_HdwServiceLock lock(service);
     count = list.GetLength();

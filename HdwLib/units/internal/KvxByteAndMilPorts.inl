@@ -38,7 +38,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanByteInBufferService::Start()
 {
     if (const unsigned rc = CKVX_HdwCanByteInBufferService::Start())
         return rc;
-    hdw::units::EnableCanChannel<B>(*this);
+    hdw::units::EnableChannelOf<CCanPort>(*this);
     return 0;
 }
 
@@ -77,7 +77,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanByteOutBufferService::Start()
 {
     if (const unsigned rc = CKVX_HdwCanByteOutBufferService::Start())
         return rc;
-    hdw::units::EnableCanChannel<B>(*this);
+    hdw::units::EnableChannelOf<CCanPort>(*this);
     return 0;
 }
 
@@ -118,7 +118,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanByteOutBufferService::SendImmediate()
     auto* inst = hdw::units::InstanceOf<B>(port);
     if (!inst)
         return 0;
-    auto* frames = dynamic_cast<CCanOutBufferService*>(port->FindService(HDW_SERVICE_CAN_OUT_BUFFER));
+    auto* frames = hdw::units::ServiceOn<CCanOutBufferService>(port, HDW_SERVICE_CAN_OUT_BUFFER);
     const uint64_t used = GetFramesInFlight() + (frames ? frames->GetInFlightCount() : 0);
     if (used >= KvxCanTxFifoFrames)
         return 0;
@@ -137,8 +137,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanByteOutBufferService::SendImmediate()
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CCanByteOutBufferService::FramesInFlightOn(CKVX_HdwPort* port)
 {
-    auto* bytes = port ? dynamic_cast<CCanByteOutBufferService*>(port->FindService(HDW_SERVICE_BYTE_OUT_BUFFER))
-                       : nullptr;
+    auto* bytes = hdw::units::ServiceOn<CCanByteOutBufferService>(port, HDW_SERVICE_BYTE_OUT_BUFFER);
     return bytes ? bytes->GetFramesInFlight() : 0;
 }
 
@@ -146,8 +145,7 @@ template <class B>
 bool CKVX_HdwKvxCommandDevice<B>::CCanByteOutBufferService::IsStreamFrameOn(CKVX_HdwPort* port,
                                                                             const CKVX_HdwCanMessage& frame)
 {
-    auto* bytes = port ? dynamic_cast<CCanByteOutBufferService*>(port->FindService(HDW_SERVICE_BYTE_OUT_BUFFER))
-                       : nullptr;
+    auto* bytes = hdw::units::ServiceOn<CCanByteOutBufferService>(port, HDW_SERVICE_BYTE_OUT_BUFFER);
     return bytes && bytes->IsStreamFrame(frame);
 }
 

@@ -158,10 +158,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429InLbloService::Start()
 {
     if (const unsigned rc = CKVX_HdwArinc429InLbloService::Start())
         return rc;
-    if (auto* port = dynamic_cast<CArinc429RxPort*>(GetHdwPort())) {
-        CKVX_HdwServiceLock lock(*this);
-        port->AttachConfiguration(true);
-    }
+    hdw::units::EnableChannelOf<CArinc429RxPort>(*this);
     return 0;
 }
 

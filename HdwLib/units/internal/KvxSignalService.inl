@@ -16,14 +16,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CSignalService::Start()
 {
     if (const unsigned rc = CKVX_HdwSignalService::Start())
         return rc;
-    CKVX_HdwPort* port = GetHdwPort();
-    if (auto* tx = dynamic_cast<CArinc429TxPort*>(port)) {
-        CKVX_HdwServiceLock lock(*this);
-        tx->AttachConfiguration(true);
-    } else if (auto* can = dynamic_cast<CCanPort*>(port)) {
-        CKVX_HdwServiceLock lock(*this);
-        can->AttachConfiguration(true);
-    }
+    if (!hdw::units::EnableChannelOf<CArinc429TxPort>(*this))
+        hdw::units::EnableChannelOf<CCanPort>(*this);
     return 0;
 }
 

@@ -1,22 +1,6 @@
 // UART byte services of the command-protocol units. Included once, by
 // KvxPortsServices.inl.
 
-namespace hdw::units {
-
-// Re-sends the UART port's configuration with the channel on (caller does
-// not hold the lock).
-template <class B>
-void EnableUartChannel(CKVX_HdwService& service)
-{
-    auto* port = dynamic_cast<typename Unit<B>::CUartPort*>(service.GetHdwPort());
-    if (!port)
-        return;
-    CKVX_HdwServiceLock lock(service);
-    port->AttachConfiguration(true);
-}
-
-} // namespace hdw::units
-
 // ---- input --------------------------------------------------------------------
 
 template <class B>
@@ -37,7 +21,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CUartByteInBufferService::Start()
         m_Dropped = 0;
         SetStatus(HDW_SERVICE_RUNNING);
     }
-    hdw::units::EnableUartChannel<B>(*this);
+    hdw::units::EnableChannelOf<CUartPort>(*this);
     return 0;
 }
 
@@ -137,7 +121,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CUartByteOutBufferService::Start()
         m_InFlight = 0;
         SetStatus(HDW_SERVICE_RUNNING);
     }
-    hdw::units::EnableUartChannel<B>(*this);
+    hdw::units::EnableChannelOf<CUartPort>(*this);
     return 0;
 }
 

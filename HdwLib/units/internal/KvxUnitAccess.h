@@ -4,6 +4,7 @@
 // for a command's echo, the typed parameter hand-over of EnableService and
 // the fields of the event objects they take.
 
+#include <HdwLib/bus/internal/RunState.h>
 #include <HdwLib/units/KvxCommandDevice.h>
 
 #include <cstdint>
@@ -24,6 +25,19 @@ typename Unit<B>::CDeviceInstance* InstanceOf(CKVX_HdwPort* port)
 {
     Unit<B>* unit = UnitOf<B>(port);
     return unit ? unit->GetProtocolInstance(port->GetDeviceId()) : nullptr;
+}
+
+// A new device instance `inst` with one control record for each channel of
+// each kind that the unit's profile gives.
+template <class I, class P>
+I* WithChannelTables(I* inst, const P& profile)
+{
+    inst->AtxCtrl.resize(profile.AtxChannels);
+    inst->ArxCtrl.resize(profile.ArxChannels);
+    inst->CanCtrl.resize(profile.CanChannels);
+    inst->UartCtrl.resize(profile.UartChannels);
+    inst->MilStd1553Ctrl.resize(profile.MilStd1553Channels);
+    return inst;
 }
 
 // Channel number of a port: its channel id is the number in decimal.
@@ -113,15 +127,30 @@ unsigned InstallService(CKVX_HdwPort& port, S* service, CKVX_HdwService** out, C
     return 0;
 }
 
-// Run state answer of a service's data calls: 29 stopped, 15 failed, else 0.
-inline unsigned RunState(unsigned status)
+// The port's enabled service of that type as an S; null when there is none
+// (or no port).
+template <class S>
+S* ServiceOn(CKVX_HdwPort* port, unsigned serviceType)
 {
-    if (status == HDW_SERVICE_STOPPED)
-        return HDW_ERR_SERVICE_NOT_RUNNING;
-    if (status == HDW_SERVICE_FAILED)
-        return HDW_ERR_SERVICE;
-    return 0;
+    return port ? dynamic_cast<S*>(port->FindService(serviceType)) : nullptr;
 }
+
+// When the service's port is a P: re-sends the port's configuration with
+// the channel on, under the service's lock (the caller does not hold it).
+// False when the port is not a P.
+template <class P>
+bool EnableChannelOf(CKVX_HdwService& service)
+{
+    auto* port = dynamic_cast<P*>(service.GetHdwPort());
+    if (!port)
+        return false;
+    CKVX_HdwServiceLock lock(service);
+    port->AttachConfiguration(true);
+    return true;
+}
+
+// Run state answer of a service's data calls: 29 stopped, 15 failed, else 0.
+using hdw::bus::RunState;
 
 inline bool IsEvent(const CKVX_HdwEvent* event, unsigned type)
 {

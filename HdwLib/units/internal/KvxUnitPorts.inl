@@ -34,6 +34,47 @@ inline unsigned OpenTimeout(const CKVX_HdwPort::CParameters* params)
     return params ? params->Timeout : 1000;
 }
 
+// Open of a unit's port over the generic port G: `params` must be null or
+// G's parameter class with values `usable` accepts (else a bad argument);
+// then the generic open and FinishOpen.
+template <class B, class G, class P, class F>
+unsigned OpenChannel(P& port, CKVX_HdwPort::CParameters* params, F&& usable)
+{
+    if (params) {
+        const auto* own = dynamic_cast<const typename G::CParameters*>(params);
+        if (!own || !usable(*own))
+            return HDW_ERR_ARGUMENT;
+    }
+    const unsigned rc = port.G::Open(params);
+    return FinishOpen<B>(port, rc, OpenTimeout(params));
+}
+
+// OnOpening of a port whose channel is set up by one configuration command:
+// the generic port's checks (of its base class G), then the configuration
+// with the channel on, attached under the device lock.
+template <class G, class P>
+unsigned AttachOnOpening(P& port, CKVX_HdwPort::CParameters* params)
+{
+    if (const unsigned rc = port.G::OnOpening(params))
+        return rc;
+    port.DeviceLock();
+    const unsigned rc = port.AttachConfiguration(true);
+    port.DeviceUnlock();
+    return rc;
+}
+
+// Close of such a port: the channel off on the unit, then the generic close.
+template <class G, class P>
+unsigned CloseChannel(P& port)
+{
+    if (!port.IsOpen())
+        return 0;
+    port.DeviceLock();
+    port.AttachConfiguration(false);
+    port.DeviceUnlock();
+    return port.G::Close();
+}
+
 } // namespace hdw::units
 
 // ---- UART ---------------------------------------------------------------------
@@ -51,21 +92,13 @@ CKVX_HdwKvxCommandDevice<B>::CUartPort::~CUartPort() = default;
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CUartPort::Open(CKVX_HdwPort::CParameters* params)
 {
-    if (params && !dynamic_cast<CKVX_HdwUartPort::CParameters*>(params))
-        return HDW_ERR_ARGUMENT;
-    const unsigned rc = CKVX_HdwUartPort::Open(params);
-    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
+    return hdw::units::OpenChannel<B, CKVX_HdwUartPort>(*this, params, [](const auto&) { return true; });
 }
 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CUartPort::OnOpening(CKVX_HdwPort::CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwUartPort::OnOpening(params))
-        return rc;
-    DeviceLock();
-    const unsigned rc = AttachConfiguration(true);
-    DeviceUnlock();
-    return rc;
+    return hdw::units::AttachOnOpening<CKVX_HdwUartPort>(*this, params);
 }
 
 template <class B>
@@ -82,12 +115,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CUartPort::AttachConfiguration(bool enable
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CUartPort::Close()
 {
-    if (!IsOpen())
-        return 0;
-    DeviceLock();
-    AttachConfiguration(false);
-    DeviceUnlock();
-    return CKVX_HdwUartPort::Close();
+    return hdw::units::CloseChannel<CKVX_HdwUartPort>(*this);
 }
 
 template <class B>
@@ -126,26 +154,17 @@ CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::~CArinc429TxPort() = default;
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::Open(CKVX_HdwPort::CParameters* params)
 {
-    if (params) {
-        auto* p = dynamic_cast<CKVX_HdwArinc429TxPort::CParameters*>(params);
+    return hdw::units::OpenChannel<B, CKVX_HdwArinc429TxPort>(*this, params, [](const auto& p) {
         unsigned char high = 0;
         unsigned short hi = 0, lo = 0;
-        if (!p || p->WordIntergap == 0 || ExtractArinc429TxBaudRateParameters(p->BaudRate, high, hi, lo) != 0)
-            return HDW_ERR_ARGUMENT;
-    }
-    const unsigned rc = CKVX_HdwArinc429TxPort::Open(params);
-    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
+        return p.WordIntergap != 0 && ExtractArinc429TxBaudRateParameters(p.BaudRate, high, hi, lo) == 0;
+    });
 }
 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::OnOpening(CKVX_HdwPort::CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwArinc429TxPort::OnOpening(params))
-        return rc;
-    DeviceLock();
-    const unsigned rc = AttachConfiguration(true);
-    DeviceUnlock();
-    return rc;
+    return hdw::units::AttachOnOpening<CKVX_HdwArinc429TxPort>(*this, params);
 }
 
 template <class B>
@@ -162,12 +181,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::AttachConfiguration(bool 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429TxPort::Close()
 {
-    if (!IsOpen())
-        return 0;
-    DeviceLock();
-    AttachConfiguration(false);
-    DeviceUnlock();
-    return CKVX_HdwArinc429TxPort::Close();
+    return hdw::units::CloseChannel<CKVX_HdwArinc429TxPort>(*this);
 }
 
 template <class B>
@@ -207,25 +221,15 @@ CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::~CArinc429RxPort() = default;
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::Open(CKVX_HdwPort::CParameters* params)
 {
-    if (params) {
-        auto* p = dynamic_cast<CKVX_HdwArinc429RxPort::CParameters*>(params);
-        if (!p || (p->BaudRate != CKVX_HdwArinc429RxPort::CParameters::LowSpeed &&
-                   p->BaudRate != CKVX_HdwArinc429RxPort::CParameters::HighSpeed))
-            return HDW_ERR_ARGUMENT;
-    }
-    const unsigned rc = CKVX_HdwArinc429RxPort::Open(params);
-    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
+    return hdw::units::OpenChannel<B, CKVX_HdwArinc429RxPort>(*this, params, [](const auto& p) {
+        return p.BaudRate == p.LowSpeed || p.BaudRate == p.HighSpeed;
+    });
 }
 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::OnOpening(CKVX_HdwPort::CParameters* params)
 {
-    if (const unsigned rc = CKVX_HdwArinc429RxPort::OnOpening(params))
-        return rc;
-    DeviceLock();
-    const unsigned rc = AttachConfiguration(true);
-    DeviceUnlock();
-    return rc;
+    return hdw::units::AttachOnOpening<CKVX_HdwArinc429RxPort>(*this, params);
 }
 
 template <class B>
@@ -238,8 +242,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::AttachConfiguration(bool 
     CArinc429RxCtrlStatus& ctrl = inst->ArxCtrl[m_Channel];
     ctrl.Enabled = enable ? 1 : 0;
     // The input service's filter, or every label when no service filters.
-    auto* in = dynamic_cast<CArinc429InBufferService*>(FindService(HDW_SERVICE_ARINC429_IN_BUFFER));
-    auto* lblo = dynamic_cast<CKVX_HdwArinc429InLbloService*>(FindService(HDW_SERVICE_ARINC429_LABEL_IN));
+    auto* in = hdw::units::ServiceOn<CArinc429InBufferService>(this, HDW_SERVICE_ARINC429_IN_BUFFER);
+    auto* lblo = hdw::units::ServiceOn<CKVX_HdwArinc429InLbloService>(this, HDW_SERVICE_ARINC429_LABEL_IN);
     ctrl.HasFilter = in != nullptr || lblo != nullptr;
     if (in)
         in->GetLabelTable(ctrl.LabelFlags);
@@ -253,12 +257,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::AttachConfiguration(bool 
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429RxPort::Close()
 {
-    if (!IsOpen())
-        return 0;
-    DeviceLock();
-    AttachConfiguration(false);
-    DeviceUnlock();
-    return CKVX_HdwArinc429RxPort::Close();
+    return hdw::units::CloseChannel<CKVX_HdwArinc429RxPort>(*this);
 }
 
 template <class B>
@@ -298,14 +297,10 @@ CKVX_HdwKvxCommandDevice<B>::CCanPort::~CCanPort() = default;
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CCanPort::Open(CKVX_HdwPort::CParameters* params)
 {
-    if (params) {
-        auto* p = dynamic_cast<CKVX_HdwCanPort::CParameters*>(params);
+    return hdw::units::OpenChannel<B, CKVX_HdwCanPort>(*this, params, [](const auto& p) {
         unsigned char prescaler = 0, seg1 = 0, seg2 = 0;
-        if (!p || ExtractCanTimingParameters(p->BitRate, p->SamplePoint, prescaler, seg1, seg2) != 0)
-            return HDW_ERR_ARGUMENT;
-    }
-    const unsigned rc = CKVX_HdwCanPort::Open(params);
-    return hdw::units::FinishOpen<B>(*this, rc, hdw::units::OpenTimeout(params));
+        return ExtractCanTimingParameters(p.BitRate, p.SamplePoint, prescaler, seg1, seg2) == 0;
+    });
 }
 
 template <class B>
@@ -352,7 +347,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanPort::AttachStatusRequest(unsigned kin
         return HDW_ERR_LINK;
     if (const unsigned rc = unit->AttachStatusRequestCommand(m_DeviceInstance, m_Channel, kind))
         return rc;
-    auto* out = dynamic_cast<CCanOutBufferService*>(FindService(HDW_SERVICE_CAN_OUT_BUFFER));
+    auto* out = hdw::units::ServiceOn<CCanOutBufferService>(this, HDW_SERVICE_CAN_OUT_BUFFER);
     m_StatusMarks.push_back(out ? out->GetPushedCount() : 0);
     return 0;
 }
