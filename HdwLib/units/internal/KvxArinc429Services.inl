@@ -22,11 +22,7 @@ void CKVX_HdwKvxCommandDevice<B>::CArinc429InBufferService::GetLabelTable(uint8_
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429InBufferService::ReconfigureChannel(bool enable)
 {
-    auto* port = dynamic_cast<CArinc429RxPort*>(GetHdwPort());
-    if (!port || !port->IsOpen())
-        return 0;
-    CKVX_HdwServiceLock lock(*this);
-    return port->AttachConfiguration(enable);
+    return hdw::units::ReconfigureChannelOf<CArinc429RxPort>(*this, enable);
 }
 
 template <class B>
@@ -35,11 +31,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429InBufferService::Start()
     if (const unsigned rc = CKVX_HdwArinc429InBufferService::Start())
         return rc;
     // The port opened the channel with this filter; make sure it is on.
-    auto* port = dynamic_cast<CArinc429RxPort*>(GetHdwPort());
-    if (port) {
-        CKVX_HdwServiceLock lock(*this);
-        port->AttachConfiguration(true);
-    }
+    hdw::units::EnableChannelOf<CArinc429RxPort>(*this);
     return 0;
 }
 

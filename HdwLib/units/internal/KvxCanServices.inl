@@ -1,21 +1,6 @@
 // CAN buffer services of the command-protocol units. Included once, by
 // KvxPortsServices.inl.
 
-namespace hdw::units {
-
-// Re-sends the CAN port's configuration with the controller on.
-template <class B>
-void EnableCanChannel(CKVX_HdwService& service)
-{
-    auto* port = dynamic_cast<typename Unit<B>::CCanPort*>(service.GetHdwPort());
-    if (!port)
-        return;
-    CKVX_HdwServiceLock lock(service);
-    port->AttachConfiguration(true);
-}
-
-} // namespace hdw::units
-
 // ---- input --------------------------------------------------------------------
 
 template <class B>
@@ -36,7 +21,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::Start()
         CKVX_HdwServiceLock lock(*this);
         RxFlag = 1;
     }
-    hdw::units::EnableCanChannel<B>(*this);
+    hdw::units::EnableChannelOf<CCanPort>(*this);
     return 0;
 }
 
@@ -75,7 +60,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanInBufferService::EnableRx()
         CKVX_HdwServiceLock lock(*this);
         RxFlag = 1;
     }
-    hdw::units::EnableCanChannel<B>(*this);
+    hdw::units::EnableChannelOf<CCanPort>(*this);
     return 0;
 }
 

@@ -146,11 +146,7 @@ CKVX_HdwKvxCommandDevice<B>::CArinc429InLbloService::~CArinc429InLbloService() =
 template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429InLbloService::ReconfigureChannel(bool enable)
 {
-    auto* port = dynamic_cast<CArinc429RxPort*>(GetHdwPort());
-    if (!port || !port->IsOpen())
-        return 0;
-    CKVX_HdwServiceLock lock(*this);
-    return port->AttachConfiguration(enable);
+    return hdw::units::ReconfigureChannelOf<CArinc429RxPort>(*this, enable);
 }
 
 template <class B>

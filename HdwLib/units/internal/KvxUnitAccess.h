@@ -149,6 +149,19 @@ bool EnableChannelOf(CKVX_HdwService& service)
     return true;
 }
 
+// When the service's port is a P and open: re-sends its configuration with
+// the channel on or off, under the service's lock; 0 when there is nothing
+// to send.
+template <class P>
+unsigned ReconfigureChannelOf(CKVX_HdwService& service, bool enable)
+{
+    auto* port = dynamic_cast<P*>(service.GetHdwPort());
+    if (!port || !port->IsOpen())
+        return 0;
+    CKVX_HdwServiceLock lock(service);
+    return port->AttachConfiguration(enable);
+}
+
 // Run state answer of a service's data calls: 29 stopped, 15 failed, else 0.
 using hdw::bus::RunState;
 
