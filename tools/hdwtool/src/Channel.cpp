@@ -279,6 +279,29 @@ bool Channel::Open(const PortOptions& options, std::string& error)
     return true;
 }
 
+bool Channel::WakeThrough(CKVX_HdwSignalGroup& group)
+{
+    if (m_Signals)
+        return m_Signals->JoinGroup(&group) == 0;
+    unsigned kind = 0;
+    if (m_A429In)
+        kind = HDW_SIGNAL_ARINC429_RECEIVED;
+    else if (m_CanIn)
+        kind = HDW_SIGNAL_CAN_RECEIVED;
+    if (kind == 0)
+        return false;
+    // A short queue is enough: it is emptied before each read of the buffer
+    // and only has to tell that something came.
+    CKVX_HdwSignalService::CParameters p;
+    p.BufferSize = 16;
+    p.SignalMask = 1u << (kind - 1);
+    CKVX_HdwService* s = nullptr;
+    if (m_Port->EnableService(HDW_SERVICE_SIGNAL, &s, &p) != 0)
+        return false;
+    m_Wake = dynamic_cast<CKVX_HdwSignalService*>(s);
+    return m_Wake && m_Wake->JoinGroup(&group) == 0;
+}
+
 void Channel::Close()
 {
     if (m_Port->IsOpen())
@@ -306,6 +329,13 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
     unsigned rc = 0;
     unsigned n = 0;
     const uint64_t hostUs = HostMicroseconds();
+    if (m_Wake) {
+        // Before the buffer: what comes after this still leaves a signal.
+        CKVX_HdwSignalService::CSignal discard[16];
+        while (m_Wake->ReadSignals(discard, 16, n) == 0 && n == 16) {
+        }
+        n = 0;
+    }
     if (m_A429In) {
         CKVX_HdwArinc429Message buf[256];
         rc = m_A429In->Read(buf, 256, n);

@@ -65,6 +65,11 @@ public:
     bool Open(const PortOptions& options, std::string& error);
     void Close();
 
+    // Makes what arrives on the channel wake `group` (after EnableReceive,
+    // before Open): its signal service joins the group, one being enabled
+    // for receive buffers. False when the channel has no signal for what it
+    // receives (UART bytes); it must then be polled.
+    bool WakeThrough(CKVX_HdwSignalGroup& group);
     // Appends what arrived since the last call; false with a reason when
     // the service has failed.
     bool Poll(std::vector<Item>& items, std::string& error);
@@ -82,6 +87,7 @@ private:
     CKVX_HdwArinc429InBufferService* m_A429In = nullptr;
     CKVX_HdwArinc429OutBufferService* m_A429Out = nullptr;
     CKVX_HdwSignalService* m_Signals = nullptr;
+    CKVX_HdwSignalService* m_Wake = nullptr;  // only wakes: a receive buffer holds the data
     CKVX_HdwCanInBufferService* m_CanIn = nullptr;
     CKVX_HdwCanOutBufferService* m_CanOut = nullptr;
     CKVX_HdwByteInBufferService* m_ByteIn = nullptr;

@@ -6,6 +6,7 @@
 #include "SendPlan.h"
 #include "StatusLine.h"
 #include "Terminal.h"
+#include "Wait.h"
 
 #include <algorithm>
 #include <chrono>
@@ -110,6 +111,10 @@ int RunMonitor(const std::vector<std::string>& args)
             c = std::make_unique<Channel>(port, name);
         return c.get();
     };
+    // Arrivals on the watched channels wake the loop through one descriptor;
+    // a channel that cannot (UART bytes) makes the loop poll every 1 ms.
+    CKVX_HdwSignalGroup wake;
+    bool wakeOnArrival = wake.GetFileDescriptor() >= 0;
     std::vector<Channel*> watched;
     for (const auto& w : watch) {
         Channel* c = channelFor(w);
@@ -119,6 +124,7 @@ int RunMonitor(const std::vector<std::string>& args)
             continue;
         if (!c->EnableReceive(options, error))
             return Fail(error);
+        wakeOnArrival = c->WakeThrough(wake) && wakeOnArrival;
         watched.push_back(c);
     }
     std::vector<SendPlan::Value> values;
@@ -197,8 +203,18 @@ int RunMonitor(const std::vector<std::string>& args)
         if (any && !terminal)
             std::fflush(stdout);
         status.Draw(now());
-        if (!any)
+        if (any)
+            continue;
+        if (wakeOnArrival && plan.Done()) {
+            // Until something arrives; the status line and --duration are
+            // looked at ten times a second.
+            double waitMs = 100;
+            if (duration > 0)
+                waitMs = std::min(waitMs, (duration - now()) * 1000.0 + 1);
+            WaitReadable(wake.GetFileDescriptor(), unsigned(std::max(waitMs, 1.0)));
+        } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
     status.Clear();
     std::fflush(stdout);
