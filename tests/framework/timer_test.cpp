@@ -148,23 +148,4 @@ TEST(TimerHelpers, SleepsBlockAtLeastTheirTimeAndZeroReturns)
     EXPECT_GE(CKVX_HdwTimer::GetTickCount() - t0, 2u);
 }
 
-TEST(Event, DefaultsAndCopy)
-{
-    CKVX_HdwEvent e;
-    EXPECT_EQ(e.GetEventCode(), 0u);
-    EXPECT_EQ(e.GetObjectPtr(), nullptr);
-    EXPECT_EQ(e.GetWord(), 0u);
-    EXPECT_EQ(e.GetChannelId(), "");
-    int x = 0;
-    e.SetEventCode(CKVX_HdwEvent::EventNotDecoded);
-    e.SetObjectPtr(&x);
-    e.SetWord(9);
-    e.SetChannelId("3");
-    CKVX_HdwEvent copy(e);
-    EXPECT_EQ(copy.GetEventCode(), 255u);
-    EXPECT_EQ(copy.GetObjectPtr(), &x);
-    EXPECT_EQ(copy.GetWord(), 9u);
-    EXPECT_EQ(copy.GetChannelId(), "3");
-}
-
 } // namespace
