@@ -33,21 +33,6 @@ void ExpectSameFrame(const CKVX_HdwCanMessage& got, const CKVX_HdwCanMessage& se
         EXPECT_EQ(got.Data[i], sent.Data[i]) << index << " byte " << i;
 }
 
-std::vector<CKVX_HdwCanMessage> ReadFrames(CanIn* in, size_t count, unsigned timeoutMs = 10000)
-{
-    std::vector<CKVX_HdwCanMessage> got;
-    std::vector<CKVX_HdwCanMessage> chunk(128);
-    WaitUntil(
-        [&] {
-            unsigned n = 0;
-            if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-            return got.size() >= count;
-        },
-        timeoutMs);
-    return got;
-}
-
 TEST(HaldenCan, StandardExtendedAllLengthsAndRemoteFramesCrossTheBus)
 {
     Rig rig;
@@ -68,7 +53,7 @@ TEST(HaldenCan, StandardExtendedAllLengthsAndRemoteFramesCrossTheBus)
     frames.push_back(Frame(true, 0x1ABCDE, 2, true, 0));
     frames.push_back(Frame(false, 0, 0, false, 0));
     ASSERT_EQ(out->Write(frames.data(), unsigned(frames.size()), 0), 0u);
-    const auto got = ReadFrames(in, frames.size());
+    const auto got = ReadAll<CKVX_HdwCanMessage>(in, frames.size());
     ASSERT_EQ(got.size(), frames.size());
     uint64_t last = 0;
     for (size_t i = 0; i < frames.size(); ++i) {
