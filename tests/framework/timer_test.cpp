@@ -41,14 +41,14 @@ TEST(Timer, TicksCountFromZeroAndContinueAcrossStopAndStart)
     CKVX_HdwTimer t;
     ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
     EXPECT_TRUE(t.IsRunning());
-    ASSERT_TRUE(WaitFor([&] { return r.Count() >= 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return r.Count() >= 3; }));
     EXPECT_EQ(t.Stop(), 0u);
     const size_t afterFirst = r.Count();
     EXPECT_EQ(t.GetTickCounter(), afterFirst) << "Stop returns only after the last callback";
 
     ASSERT_EQ(t.Start(2, &Recorder::Callback, &r), 0u);
     EXPECT_EQ(t.GetPeriod(), 2u);
-    ASSERT_TRUE(WaitFor([&] { return r.Count() >= afterFirst + 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return r.Count() >= afterFirst + 3; }));
     t.Stop();
     std::lock_guard<std::mutex> lock(r.mutex);
     for (size_t i = 0; i < r.ticks.size(); ++i)
@@ -62,7 +62,7 @@ TEST(Timer, StartOnARunningTimerReplacesIt)
     CKVX_HdwTimer t;
     ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
     ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
-    ASSERT_TRUE(WaitFor([&] { return r.Count() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return r.Count() >= 2; }));
     t.Stop();
     const size_t n = r.Count();
     EXPECT_EQ(t.GetTickCounter(), n) << "no second timer may still be firing";
@@ -91,7 +91,7 @@ TEST(Timer, CanBeStoppedFromItsOwnCallback)
 {
     SelfStopper s;
     ASSERT_EQ(s.timer.Start(1, &SelfStopper::Callback, &s), 0u);
-    ASSERT_TRUE(WaitFor([&] { return !s.timer.IsRunning(); }));
+    ASSERT_TRUE(WaitUntil([&] { return !s.timer.IsRunning(); }));
     // No further callback arrives once Stop has returned inside the callback.
     const int calls = s.calls.load();
     EXPECT_EQ(calls, 2);
@@ -99,7 +99,7 @@ TEST(Timer, CanBeStoppedFromItsOwnCallback)
     EXPECT_EQ(s.calls.load(), calls);
     // It can be started again.
     ASSERT_EQ(s.timer.Start(1, &SelfStopper::Callback, &s), 0u);
-    ASSERT_TRUE(WaitFor([&] { return s.calls.load() > calls; }));
+    ASSERT_TRUE(WaitUntil([&] { return s.calls.load() > calls; }));
     s.timer.Stop();
 }
 
@@ -119,7 +119,7 @@ TEST(Timer, StopInsideTheFirstCallbackIsHonoured)
     for (int round = 0; round < 20; ++round) {
         FirstStopper s;
         ASSERT_EQ(s.timer.Start(1, &FirstStopper::Callback, &s), 0u);
-        ASSERT_TRUE(WaitFor([&] { return s.calls.load() >= 1 && !s.timer.IsRunning(); }));
+        ASSERT_TRUE(WaitUntil([&] { return s.calls.load() >= 1 && !s.timer.IsRunning(); }));
         CKVX_HdwTimer::MsSleep(5);
         EXPECT_EQ(s.calls.load(), 1) << "round " << round;
     }

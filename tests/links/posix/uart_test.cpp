@@ -41,7 +41,7 @@ protected:
     std::vector<uint8_t> ReadUart(size_t count)
     {
         std::vector<uint8_t> out;
-        WaitFor([&] {
+        WaitUntil([&] {
             unsigned char buf[512];
             unsigned got = 0;
             EXPECT_EQ(uart.Read(buf, sizeof buf, got), 0u);
@@ -208,7 +208,7 @@ TEST_F(UartPty, ReadAndWriteOfNothingAndOfZeroBytes)
     EXPECT_EQ(pty.MasterQueued(), 0);
     ASSERT_TRUE(pty.WriteMaster({1, 2, 3}));
     unsigned queued = 0;
-    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 3; }));
     n = 77;
     EXPECT_EQ(uart.Read(buf, 0, n), 0u);
     EXPECT_EQ(n, 0u);
@@ -222,7 +222,7 @@ TEST_F(UartPty, ReadTakesAtMostMaxBytesAndLeavesTheRestInOrder)
     const auto data = Pattern(10, 0x30);
     ASSERT_TRUE(pty.WriteMaster(data));
     unsigned queued = 0;
-    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 10; }));
+    ASSERT_TRUE(WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 10; }));
     unsigned char buf[10] = {};
     unsigned n = 0;
     ASSERT_EQ(uart.Read(buf, 4, n), 0u);
@@ -264,7 +264,7 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
         markerRc = uart.Write(marker, 3, 10000);
     });
     std::vector<uint8_t> got;
-    WaitFor([&] {
+    WaitUntil([&] {
         const auto more = pty.ReadSome();
         got.insert(got.end(), more.begin(), more.end());
         return got.size() >= 3 && got[got.size() - 3] == 0xEE && got[got.size() - 2] == 0xFF && got.back() == 0xEE;
@@ -294,7 +294,7 @@ TEST_F(UartPty, QueueCountsAndPurges)
     EXPECT_EQ(queued, 0u);
 
     ASSERT_TRUE(pty.WriteMaster(Pattern(50, 3)));
-    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 50; }));
+    ASSERT_TRUE(WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 50; }));
     EXPECT_EQ(uart.ResetReadBuffer(), 0u);
     EXPECT_EQ(uart.GetReadBufferBytes(queued), 0u);
     EXPECT_EQ(queued, 0u);
@@ -307,7 +307,7 @@ TEST_F(UartPty, QueueCountsAndPurges)
     // reached the other side nothing is left to count or purge.
     unsigned char out[] = {1, 2, 3, 4, 5};
     ASSERT_EQ(uart.Write(out, 5, 1000), 0u);
-    ASSERT_TRUE(WaitFor([&] { return pty.MasterQueued() == 5; }));
+    ASSERT_TRUE(WaitUntil([&] { return pty.MasterQueued() == 5; }));
     EXPECT_EQ(uart.GetBytesToBeWritten(queued), 0u);
     EXPECT_EQ(queued, 0u);
     EXPECT_EQ(uart.ResetWriteBuffer(), 0u);
@@ -317,7 +317,7 @@ TEST_F(UartPty, QueueCountsAndPurges)
 TEST_F(UartPty, OpenDiscardsWhatWasQueuedBefore)
 {
     ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
-    ASSERT_TRUE(WaitFor([&] {
+    ASSERT_TRUE(WaitUntil([&] {
         int n = 0;
         ioctl(pty.Slave(), FIONREAD, &n);
         return n == 20;

@@ -156,13 +156,13 @@ TEST_F(PtyFixture, StoppedEchoesAndHangUpSilenceTheUnit)
     UnitStream u;
     Sim->SetEchoEnabled(false);
     s.Write(Frame({Session(1, true)}));
-    ASSERT_TRUE(WaitFor([&] { return Sim->GetCounters().EchoesSuppressed == 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().EchoesSuppressed == 1; }));
 
     Sim->SetEchoEnabled(true);
     Sim->SetHungUp(true);
     const Bytes lost = Frame({Session(2, true)});
     s.Write(lost);
-    ASSERT_TRUE(WaitFor([&] { return Sim->GetCounters().BytesIgnored == lost.size(); }));
+    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().BytesIgnored == lost.size(); }));
     Sim->SetHungUp(false);
     s.Write(Frame({Session(3, true)}));
     ASSERT_TRUE(s.ReadUntil(u, [&] { return !u.OfType(EvEcho).empty(); }));

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Wait.h"
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -17,17 +19,7 @@
 
 namespace halden_test {
 
-// Polls `done` until it holds or `timeoutMs` passes.
-inline bool WaitUntil(const std::function<bool()>& done, unsigned timeoutMs = 10000)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (std::chrono::steady_clock::now() < end) {
-        if (done())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return done();
-}
+using testsupport::WaitUntil;
 
 inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, const std::string& serial = "")
 {
