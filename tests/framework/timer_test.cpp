@@ -26,13 +26,16 @@ struct Recorder {
     }
 };
 
-TEST(Timer, StopOnAStoppedTimerReturnsZero)
+TEST(Timer, StopOnAStoppedTimerReturnsZeroAndAZeroPeriodIsRefused)
 {
+    Recorder r;
     CKVX_HdwTimer t;
     EXPECT_EQ(t.Stop(), 0u);
     EXPECT_FALSE(t.IsRunning());
     EXPECT_EQ(t.GetPeriod(), 50u);
     EXPECT_EQ(t.GetTickCounter(), 0u);
+    EXPECT_EQ(t.Start(0, &Recorder::Callback, &r), 1u);
+    EXPECT_FALSE(t.IsRunning());
 }
 
 TEST(Timer, TicksCountFromZeroAndContinueAcrossStopAndStart)
@@ -66,14 +69,6 @@ TEST(Timer, StartOnARunningTimerReplacesIt)
     t.Stop();
     const size_t n = r.Count();
     EXPECT_EQ(t.GetTickCounter(), n) << "no second timer may still be firing";
-}
-
-TEST(Timer, ZeroPeriodIsRefused)
-{
-    Recorder r;
-    CKVX_HdwTimer t;
-    EXPECT_EQ(t.Start(0, &Recorder::Callback, &r), 1u);
-    EXPECT_FALSE(t.IsRunning());
 }
 
 struct SelfStopper {

@@ -30,7 +30,7 @@ TEST(RateConversion, Arinc429TransmitDividers)
     struct Case { unsigned rate, rc, high, divider; };
     const Case cases[] = {
         {100000, 0, 1, 299}, {12500, 0, 0, 2399}, {15000, 0, 0, 1999}, {15001, 0, 1, 1998},
-        {200000, 0, 1, 149}, {7325, 0, 0, 4094}, {200001, 2}, {7324, 2}, {0, 2},
+        {200000, 0, 1, 149}, {7325, 0, 0, 4094}, {200001, 2, 0, 0}, {7324, 2, 0, 0}, {0, 2, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char high = 9;
@@ -53,7 +53,7 @@ TEST(RateConversion, CanTiming)
     const Case cases[] = {
         {1000000, 0.5, 0, 1, 6, 6},    {1000000, 0.75, 0, 1, 9, 3},   {500000, 0.875, 0, 2, 13, 4},
         {500000, 0.1, 0, 2, 5, 12},    {7500000, 0.5, 0, 0, 5, 0xFC}, {1000000, std::nan(""), 0, 1, 5, 7},
-        {10000000, 0.5, 2},            {1000, 0.5, 2},                {0, 0.5, 2},
+        {10000000, 0.5, 2, 0, 0, 0},  {1000, 0.5, 2, 0, 0, 0},      {0, 0.5, 2, 0, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char index = 9, s1 = 0, s2 = 0;
@@ -74,7 +74,7 @@ TEST(RateConversion, UartDividers)
     struct Case { unsigned rate, rc, index, divider; };
     const Case cases[] = {
         {115200, 0, 3, 15}, {9600, 0, 3, 191}, {7000, 0, 1, 438}, {500, 0, 3, 3685}, {3000000, 0, 1, 0},
-        {2600000, 2},       {4000000, 2},      {300, 2},          {0, 2},
+        {2600000, 2, 0, 0}, {4000000, 2, 0, 0}, {300, 2, 0, 0},    {0, 2, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char index = 9;
