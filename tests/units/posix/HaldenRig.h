@@ -94,6 +94,8 @@ public:
         Arinc429Pair c;
         c.In = Enable<TIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
         c.Out = Enable<TOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+        if (!c.In || !c.Out) // already reported; no ports to open
+            return {};
         CKVX_HdwArinc429RxPort::CParameters rp;
         CKVX_HdwArinc429TxPort::CParameters tp;
         rp.BaudRate = tp.BaudRate = rate;
