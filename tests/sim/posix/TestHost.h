@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <functional>
 #include <poll.h>
-#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <vector>

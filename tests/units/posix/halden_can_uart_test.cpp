@@ -146,15 +146,7 @@ TEST(HaldenUart, BytesCrossFromChannelZeroToOne)
     for (size_t i = 0; i < sent.size(); ++i)
         sent[i] = uint8_t(i * 7 + (i >> 8));
     ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
-    std::vector<uint8_t> got;
-    uint8_t chunk[1024];
-    ASSERT_TRUE(WaitUntil([&] {
-        unsigned n = 0;
-        if (in->Read(chunk, sizeof chunk, n) == 0)
-            got.insert(got.end(), chunk, chunk + n);
-        return got.size() >= sent.size();
-    }));
-    EXPECT_EQ(got, sent);
+    EXPECT_EQ(ReadAll<uint8_t>(in, sent.size()), sent);
     unsigned pending = 1;
     EXPECT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
     EXPECT_EQ(rig.Sim.GetCounters().UartReceived[1], sent.size());
