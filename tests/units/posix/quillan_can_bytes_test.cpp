@@ -16,7 +16,7 @@ using FrameOut = CKVX_HdwKvxQuillanDevice::CCanOutBufferService;
 class QuillanBytes : public ::testing::Test {
 protected:
     QuillanBytes() : rig(UnitNamed("quillan"), EmulatorOptions(false, true)) {}
-    void SetUp() override { rig.Start(); }
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
 
     template <class S>
     S* Enable(unsigned channel, unsigned type, CKVX_HdwService::CParameters* params = nullptr)
