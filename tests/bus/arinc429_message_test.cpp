@@ -36,24 +36,16 @@ TEST(Arinc429Pack, AllOnesUnpacksToEveryFieldFull)
 
 TEST(Arinc429Pack, EachFieldLandsInItsOwnBits)
 {
-    // Sweep every field over its whole range with the others at a mixed value.
+    // Sweep every field over its range with the others at a mixed value.
     for (unsigned label = 0; label < 256; ++label) {
+        const unsigned v = label & 3;
         CKVX_HdwArinc429Message m;
-        m.SetFromUint32(Pack(label, 2, 0x55555, 1, 0));
+        m.SetFromUint32(Pack(label, v, 0x55555, 3 - v, v & 1));
         EXPECT_EQ(m.Label, label);
-        EXPECT_EQ(m.Sdi, 2);
-        EXPECT_EQ(m.Data, 0x55555u);
-        EXPECT_EQ(m.Ssm, 1);
-        ExpectRoundTrip(Pack(label, 2, 0x55555, 1, 0));
-    }
-    for (unsigned v = 0; v < 4; ++v) {
-        CKVX_HdwArinc429Message m;
-        m.SetFromUint32(Pack(0xA5, v, 0x2AAAA, 3 - v, v & 1));
         EXPECT_EQ(m.Sdi, v);
+        EXPECT_EQ(m.Data, 0x55555u);
         EXPECT_EQ(m.Ssm, 3 - v);
         EXPECT_EQ(m.Parity, v & 1);
-        EXPECT_EQ(m.Label, 0xA5);
-        EXPECT_EQ(m.Data, 0x2AAAAu);
     }
     for (unsigned bit = 0; bit < 19; ++bit) {
         CKVX_HdwArinc429Message m;
@@ -98,21 +90,6 @@ TEST(Arinc429Pack, UnpackKeepsTimeStampAndSpares)
     EXPECT_EQ(m.AuxValue, 2.5);
 }
 
-TEST(Arinc429Parity, KnownCases)
-{
-    CKVX_HdwArinc429Message m;
-    m.Label = 1;
-    m.SetParity(0);
-    EXPECT_EQ(m.Parity, 0);
-    m.SetParity(1);
-    EXPECT_EQ(m.Parity, 1);
-    CKVX_HdwArinc429Message z;
-    z.SetParity(0);
-    EXPECT_EQ(z.Parity, 1);
-    z.SetParity(1);
-    EXPECT_EQ(z.Parity, 0);
-}
-
 TEST(Arinc429Parity, BothConventionsOverRandomWords)
 {
     std::mt19937 rng(31);
@@ -145,24 +122,6 @@ TEST(Arinc429Compare, OnlyLabelSdiSsmAndDataCount)
         if (field == 3) c.Data ^= 0x40000;
         EXPECT_TRUE(a != c) << field;
         EXPECT_FALSE(a == c) << field;
-    }
-}
-
-TEST(Arinc429Compare, CopyCarriesEveryMember)
-{
-    CKVX_HdwArinc429Message a;
-    a.SetFromUint32(0xDEADBEEF);
-    a.TimeStamp = 123456789012ull;
-    a.AuxWord = 42;
-    a.AuxValue = -3.25;
-    const CKVX_HdwArinc429Message b(a);
-    CKVX_HdwArinc429Message c;
-    c = a;
-    for (const CKVX_HdwArinc429Message* m : {&b, static_cast<const CKVX_HdwArinc429Message*>(&c)}) {
-        EXPECT_EQ(m->GetToUint32(), 0xDEADBEEFu);
-        EXPECT_EQ(m->TimeStamp, 123456789012ull);
-        EXPECT_EQ(m->AuxWord, 42u);
-        EXPECT_EQ(m->AuxValue, -3.25);
     }
 }
 

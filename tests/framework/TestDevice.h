@@ -5,6 +5,8 @@
 
 #include <HdwLib/HdwLib.h>
 
+#include "support/Wait.h"
+
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -259,16 +261,6 @@ private:
     std::vector<PortSpec> m_Ports;
 };
 
-// Polls `condition` until it holds or `timeout` passes.
-inline bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10))
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
+using testsupport::WaitUntil;
 
 } // namespace fwtest

@@ -121,9 +121,9 @@ TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
 TEST_F(Tick, TheMainTimerDrivesOpenPortsWithIncreasingTicks)
 {
     TestService* s = OpenWithService(0, 0);
-    ASSERT_TRUE(WaitFor([&] { return s->tickCount.load() >= 5; }));
+    ASSERT_TRUE(WaitUntil([&] { return s->tickCount.load() >= 5; }));
     const uint64_t seen = s->lastTick.load();
-    ASSERT_TRUE(WaitFor([&] { return s->lastTick.load() > seen; }));
+    ASSERT_TRUE(WaitUntil([&] { return s->lastTick.load() > seen; }));
     EXPECT_GE(manager.GetTickCounter(), 5u);
 }
 

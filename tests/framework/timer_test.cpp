@@ -26,13 +26,16 @@ struct Recorder {
     }
 };
 
-TEST(Timer, StopOnAStoppedTimerReturnsZero)
+TEST(Timer, StopOnAStoppedTimerReturnsZeroAndAZeroPeriodIsRefused)
 {
+    Recorder r;
     CKVX_HdwTimer t;
     EXPECT_EQ(t.Stop(), 0u);
     EXPECT_FALSE(t.IsRunning());
     EXPECT_EQ(t.GetPeriod(), 50u);
     EXPECT_EQ(t.GetTickCounter(), 0u);
+    EXPECT_EQ(t.Start(0, &Recorder::Callback, &r), 1u);
+    EXPECT_FALSE(t.IsRunning());
 }
 
 TEST(Timer, TicksCountFromZeroAndContinueAcrossStopAndStart)
@@ -41,14 +44,14 @@ TEST(Timer, TicksCountFromZeroAndContinueAcrossStopAndStart)
     CKVX_HdwTimer t;
     ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
     EXPECT_TRUE(t.IsRunning());
-    ASSERT_TRUE(WaitFor([&] { return r.Count() >= 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return r.Count() >= 3; }));
     EXPECT_EQ(t.Stop(), 0u);
     const size_t afterFirst = r.Count();
     EXPECT_EQ(t.GetTickCounter(), afterFirst) << "Stop returns only after the last callback";
 
     ASSERT_EQ(t.Start(2, &Recorder::Callback, &r), 0u);
     EXPECT_EQ(t.GetPeriod(), 2u);
-    ASSERT_TRUE(WaitFor([&] { return r.Count() >= afterFirst + 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return r.Count() >= afterFirst + 3; }));
     t.Stop();
     std::lock_guard<std::mutex> lock(r.mutex);
     for (size_t i = 0; i < r.ticks.size(); ++i)
@@ -62,18 +65,10 @@ TEST(Timer, StartOnARunningTimerReplacesIt)
     CKVX_HdwTimer t;
     ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
     ASSERT_EQ(t.Start(1, &Recorder::Callback, &r), 0u);
-    ASSERT_TRUE(WaitFor([&] { return r.Count() >= 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return r.Count() >= 2; }));
     t.Stop();
     const size_t n = r.Count();
     EXPECT_EQ(t.GetTickCounter(), n) << "no second timer may still be firing";
-}
-
-TEST(Timer, ZeroPeriodIsRefused)
-{
-    Recorder r;
-    CKVX_HdwTimer t;
-    EXPECT_EQ(t.Start(0, &Recorder::Callback, &r), 1u);
-    EXPECT_FALSE(t.IsRunning());
 }
 
 struct SelfStopper {
@@ -91,7 +86,7 @@ TEST(Timer, CanBeStoppedFromItsOwnCallback)
 {
     SelfStopper s;
     ASSERT_EQ(s.timer.Start(1, &SelfStopper::Callback, &s), 0u);
-    ASSERT_TRUE(WaitFor([&] { return !s.timer.IsRunning(); }));
+    ASSERT_TRUE(WaitUntil([&] { return !s.timer.IsRunning(); }));
     // No further callback arrives once Stop has returned inside the callback.
     const int calls = s.calls.load();
     EXPECT_EQ(calls, 2);
@@ -99,7 +94,7 @@ TEST(Timer, CanBeStoppedFromItsOwnCallback)
     EXPECT_EQ(s.calls.load(), calls);
     // It can be started again.
     ASSERT_EQ(s.timer.Start(1, &SelfStopper::Callback, &s), 0u);
-    ASSERT_TRUE(WaitFor([&] { return s.calls.load() > calls; }));
+    ASSERT_TRUE(WaitUntil([&] { return s.calls.load() > calls; }));
     s.timer.Stop();
 }
 
@@ -119,7 +114,7 @@ TEST(Timer, StopInsideTheFirstCallbackIsHonoured)
     for (int round = 0; round < 20; ++round) {
         FirstStopper s;
         ASSERT_EQ(s.timer.Start(1, &FirstStopper::Callback, &s), 0u);
-        ASSERT_TRUE(WaitFor([&] { return s.calls.load() >= 1 && !s.timer.IsRunning(); }));
+        ASSERT_TRUE(WaitUntil([&] { return s.calls.load() >= 1 && !s.timer.IsRunning(); }));
         CKVX_HdwTimer::MsSleep(5);
         EXPECT_EQ(s.calls.load(), 1) << "round " << round;
     }
@@ -146,25 +141,6 @@ TEST(TimerHelpers, SleepsBlockAtLeastTheirTimeAndZeroReturns)
     const uint64_t t0 = CKVX_HdwTimer::GetTickCount();
     CKVX_HdwTimer::UsSleep(3000);
     EXPECT_GE(CKVX_HdwTimer::GetTickCount() - t0, 2u);
-}
-
-TEST(Event, DefaultsAndCopy)
-{
-    CKVX_HdwEvent e;
-    EXPECT_EQ(e.GetEventCode(), 0u);
-    EXPECT_EQ(e.GetObjectPtr(), nullptr);
-    EXPECT_EQ(e.GetWord(), 0u);
-    EXPECT_EQ(e.GetChannelId(), "");
-    int x = 0;
-    e.SetEventCode(CKVX_HdwEvent::EventNotDecoded);
-    e.SetObjectPtr(&x);
-    e.SetWord(9);
-    e.SetChannelId("3");
-    CKVX_HdwEvent copy(e);
-    EXPECT_EQ(copy.GetEventCode(), 255u);
-    EXPECT_EQ(copy.GetObjectPtr(), &x);
-    EXPECT_EQ(copy.GetWord(), 9u);
-    EXPECT_EQ(copy.GetChannelId(), "3");
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include <HdwLib/links/HdwHoe.h>
 
+#include "support/BitwiseCrc.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -10,18 +12,7 @@ namespace {
 
 using Packet = CKVX_HdwHoe::t_HoePacket_Union;
 
-// Bit-by-bit CRC-16 (poly 0x1021, init 0xFFFF, no reflection), independent of
-// the table-driven one in the library.
-uint16_t ReferenceCrc(const unsigned char* data, unsigned length)
-{
-    uint16_t crc = 0xFFFF;
-    for (unsigned i = 0; i < length; ++i) {
-        crc = static_cast<uint16_t>(crc ^ (data[i] << 8));
-        for (int bit = 0; bit < 8; ++bit)
-            crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
-    }
-    return crc;
-}
+using testsupport::BitwiseCrc16;
 
 Packet Filled(unsigned char value)
 {
@@ -84,7 +75,7 @@ TEST(HoePacket, ConnectAndDisconnectLayout)
     EXPECT_EQ(CKVX_HdwHoe::GetPacketClientId(p), 99u);
     Packet q = p;
     q.Bytes[62] = q.Bytes[63] = 0;
-    EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 62), ReferenceCrc(q.Bytes, 66));
+    EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 62), BitwiseCrc16(q.Bytes, 66));
 
     hoe.BuildDisconnectPacket(5, 6, p);
     EXPECT_EQ(CKVX_HdwHoe::GetCode(p), 0xC0000003u);
@@ -125,8 +116,8 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
         EXPECT_EQ(CKVX_HdwHoe::GetPayloadLength(p), 10u);
         Packet zeroed = p;
         zeroed.Bytes[62] = zeroed.Bytes[63] = 0;
-        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 62), ReferenceCrc(zeroed.Bytes, 74));
-        EXPECT_NE(CKVX_HdwHoe::GetU16(p, 62), ReferenceCrc(zeroed.Bytes, 75));
+        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 62), BitwiseCrc16(zeroed.Bytes, 74));
+        EXPECT_NE(CKVX_HdwHoe::GetU16(p, 62), BitwiseCrc16(zeroed.Bytes, 75));
     }
 }
 
@@ -139,7 +130,7 @@ TEST(HoePacket, BroadcastClassification)
     EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0x70000000u));
 }
 
-TEST(HoePacket, ClientIdentifiersAndCopies)
+TEST(HoePacket, NewClientIdentifiersAreDistinctAndNonZero)
 {
     EXPECT_EQ(CKVX_HdwHoe().GetClientId(), 0u);
     const unsigned a = CKVX_HdwHoe::NewClientId();
@@ -147,12 +138,6 @@ TEST(HoePacket, ClientIdentifiersAndCopies)
     EXPECT_NE(a, 0u);
     EXPECT_NE(b, 0u);
     EXPECT_NE(a, b);
-    CKVX_HdwHoe x(a);
-    CKVX_HdwHoe y(x);
-    EXPECT_EQ(y.GetClientId(), a);
-    CKVX_HdwHoe z;
-    z = x;
-    EXPECT_EQ(z.GetClientId(), a);
 }
 
 // Acceptance: a reply the unit would send, then one datagram per check that

@@ -7,6 +7,8 @@
 #include <HdwLib/HdwLib.h>
 #include <HdwLib/units/KvxCommandDevice.h>
 
+#include "support/BitwiseCrc.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -142,21 +144,11 @@ public:
     unsigned Result = 0;
 };
 
-// CRC-16 with polynomial 0x1021, initial 0xFFFF, bit by bit.
-inline uint16_t BitwiseCrc16(const std::vector<uint8_t>& bytes, size_t count)
-{
-    uint16_t crc = 0xFFFF;
-    for (size_t i = 0; i < count; ++i) {
-        crc ^= uint16_t(bytes[i] << 8);
-        for (int b = 0; b < 8; ++b)
-            crc = (crc & 0x8000) ? uint16_t((crc << 1) ^ 0x1021) : uint16_t(crc << 1);
-    }
-    return crc;
-}
+using testsupport::BitwiseCrc16;
 
 inline void AppendCrc(std::vector<uint8_t>& frame)
 {
-    const uint16_t crc = BitwiseCrc16(frame, frame.size());
+    const uint16_t crc = BitwiseCrc16(frame.data(), frame.size());
     frame.push_back(uint8_t(crc & 0xFF));
     frame.push_back(uint8_t(crc >> 8));
 }

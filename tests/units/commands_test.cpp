@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
@@ -23,145 +22,69 @@ protected:
     TestUnit dev;
 };
 
-// ---- ARINC 429 transmit rate ------------------------------------------------------
+// ---- rate conversions ----------------------------------------------------------------
 
-TEST(Arinc429TxRate, DividersAndSpeedAtTheStandardRates)
+TEST(RateConversion, Arinc429TransmitDividers)
 {
-    unsigned char high = 9;
-    unsigned short hi = 0, lo = 0;
-    ASSERT_EQ(Base::ExtractArinc429TxBaudRateParameters(100000, high, hi, lo), 0u);
-    EXPECT_EQ(high, 1);
-    EXPECT_EQ(hi, 299);
-    EXPECT_EQ(lo, 299);
-    ASSERT_EQ(Base::ExtractArinc429TxBaudRateParameters(12500, high, hi, lo), 0u);
-    EXPECT_EQ(high, 0);
-    EXPECT_EQ(hi, 2399);
-    EXPECT_EQ(lo, 2399);
+    // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
+    struct Case { unsigned rate, rc, high, divider; };
+    const Case cases[] = {
+        {100000, 0, 1, 299}, {12500, 0, 0, 2399}, {15000, 0, 0, 1999}, {15001, 0, 1, 1998},
+        {200000, 0, 1, 149}, {7325, 0, 0, 4094}, {200001, 2, 0, 0}, {7324, 2, 0, 0}, {0, 2, 0, 0},
+    };
+    for (const Case& c : cases) {
+        unsigned char high = 9;
+        unsigned short hi = 0, lo = 0;
+        ASSERT_EQ(Base::ExtractArinc429TxBaudRateParameters(c.rate, high, hi, lo), c.rc) << c.rate;
+        if (c.rc == 0) {
+            EXPECT_EQ(high, c.high) << c.rate;
+            EXPECT_EQ(hi, c.divider) << c.rate;
+            EXPECT_EQ(lo, c.divider) << c.rate;
+        }
+    }
 }
 
-TEST(Arinc429TxRate, LowSpeedUpTo15000)
+TEST(RateConversion, CanTiming)
 {
-    unsigned char high = 9;
-    unsigned short hi = 0, lo = 0;
-    ASSERT_EQ(Base::ExtractArinc429TxBaudRateParameters(15000, high, hi, lo), 0u);
-    EXPECT_EQ(high, 0);
-    EXPECT_EQ(hi, 1999); // 60e6 / 15000 / 2 - 1
-    ASSERT_EQ(Base::ExtractArinc429TxBaudRateParameters(15001, high, hi, lo), 0u);
-    EXPECT_EQ(high, 1);
-    EXPECT_EQ(hi, 1998); // 1998.87 truncated
+    // The smallest exact prescaler wins (1 Mbit/s: index 1, 15 quanta);
+    // s = trunc(quanta * point + 0.5) clamped to 7..15 (NaN too), segment 1 = s - 2,
+    // segment 2 = quanta - segment 1 - 3, wrapping as it stands when quanta are few.
+    struct Case { unsigned rate; double point; unsigned rc, index, s1, s2; };
+    const Case cases[] = {
+        {1000000, 0.5, 0, 1, 6, 6},    {1000000, 0.75, 0, 1, 9, 3},   {500000, 0.875, 0, 2, 13, 4},
+        {500000, 0.1, 0, 2, 5, 12},    {7500000, 0.5, 0, 0, 5, 0xFC}, {1000000, std::nan(""), 0, 1, 5, 7},
+        {10000000, 0.5, 2, 0, 0, 0},  {1000, 0.5, 2, 0, 0, 0},      {0, 0.5, 2, 0, 0, 0},
+    };
+    for (const Case& c : cases) {
+        unsigned char index = 9, s1 = 0, s2 = 0;
+        ASSERT_EQ(Base::ExtractCanTimingParameters(c.rate, c.point, index, s1, s2), c.rc) << c.rate << " " << c.point;
+        if (c.rc == 0) {
+            EXPECT_EQ(index, c.index) << c.rate << " " << c.point;
+            EXPECT_EQ(s1, c.s1) << c.rate << " " << c.point;
+            EXPECT_EQ(s2, c.s2) << c.rate << " " << c.point;
+        }
+    }
 }
 
-TEST(Arinc429TxRate, RangeLimits)
+TEST(RateConversion, UartDividers)
 {
-    unsigned char high = 0;
-    unsigned short hi = 0, lo = 0;
-    EXPECT_EQ(Base::ExtractArinc429TxBaudRateParameters(200000, high, hi, lo), 0u); // d = 149
-    EXPECT_EQ(hi, 149);
-    EXPECT_EQ(Base::ExtractArinc429TxBaudRateParameters(200001, high, hi, lo), 2u);
-    EXPECT_EQ(Base::ExtractArinc429TxBaudRateParameters(7325, high, hi, lo), 0u); // d = 4094.56
-    EXPECT_EQ(hi, 4094);
-    EXPECT_EQ(Base::ExtractArinc429TxBaudRateParameters(7324, high, hi, lo), 2u); // d = 4095.09
-    EXPECT_EQ(Base::ExtractArinc429TxBaudRateParameters(0, high, hi, lo), 2u);
-}
-
-// ---- CAN bit timing -------------------------------------------------------------------
-
-TEST(CanTiming, OneMegabitPicksTheSmallestExactPrescaler)
-{
-    // Prescalers 4, 6 and 10 all give an exact 1 Mbit/s; the first (index 1,
-    // 15 quanta) stays. s = trunc(15 * 0.5 + 0.5) = 8.
-    unsigned char index = 0, s1 = 0, s2 = 0;
-    ASSERT_EQ(Base::ExtractCanTimingParameters(1000000, 0.5, index, s1, s2), 0u);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(s1, 6);
-    EXPECT_EQ(s2, 6); // 15 - 6 - 3
-    ASSERT_EQ(Base::ExtractCanTimingParameters(1000000, 0.75, index, s1, s2), 0u);
-    EXPECT_EQ(s1, 9); // s = 11
-    EXPECT_EQ(s2, 3);
-}
-
-TEST(CanTiming, SamplePointIsClampedTo7Through15)
-{
-    unsigned char index = 0, s1 = 0, s2 = 0;
-    // 500 kbit/s: index 2 (prescaler 6), 20 quanta; 20 * 0.875 + 0.5 = 18 -> 15.
-    ASSERT_EQ(Base::ExtractCanTimingParameters(500000, 0.875, index, s1, s2), 0u);
-    EXPECT_EQ(index, 2);
-    EXPECT_EQ(s1, 13);
-    EXPECT_EQ(s2, 4);
-    // 20 * 0.1 + 0.5 = 2.5 -> 7.
-    ASSERT_EQ(Base::ExtractCanTimingParameters(500000, 0.1, index, s1, s2), 0u);
-    EXPECT_EQ(s1, 5);
-    EXPECT_EQ(s2, 12);
-}
-
-TEST(CanTiming, FewQuantaWrapSegment2AsItStands)
-{
-    // 7.5 Mbit/s: index 0, 4 quanta; s clamps to 7, segment 2 = 4 - 5 - 3 = -4.
-    unsigned char index = 9, s1 = 0, s2 = 0;
-    ASSERT_EQ(Base::ExtractCanTimingParameters(7500000, 0.5, index, s1, s2), 0u);
-    EXPECT_EQ(index, 0);
-    EXPECT_EQ(s1, 5);
-    EXPECT_EQ(s2, 0xFC);
-}
-
-TEST(CanTiming, RatesWithoutAPrescalerAreRefused)
-{
-    unsigned char index = 0, s1 = 0, s2 = 0;
-    EXPECT_EQ(Base::ExtractCanTimingParameters(10000000, 0.5, index, s1, s2), 2u); // 3 quanta at most
-    EXPECT_EQ(Base::ExtractCanTimingParameters(1000, 0.5, index, s1, s2), 2u);     // 117 quanta at least
-    EXPECT_EQ(Base::ExtractCanTimingParameters(0, 0.5, index, s1, s2), 2u);
-    // A sample point that is not a number still gives a defined, clamped value.
-    EXPECT_EQ(Base::ExtractCanTimingParameters(1000000, std::numeric_limits<double>::quiet_NaN(), index, s1, s2), 0u);
-    EXPECT_EQ(s1, 5);
-}
-
-// ---- UART rate --------------------------------------------------------------------------
-
-TEST(UartRate, ExactMatchAtTheLargestFactorWins)
-{
-    unsigned char index = 0;
-    unsigned short divider = 0;
-    ASSERT_EQ(Base::ExtractUartBaudRateParameters(115200, index, divider), 0u);
-    EXPECT_EQ(index, 3);
-    EXPECT_EQ(divider, 15);
-    ASSERT_EQ(Base::ExtractUartBaudRateParameters(9600, index, divider), 0u);
-    EXPECT_EQ(index, 3);
-    EXPECT_EQ(divider, 191);
-}
-
-TEST(UartRate, RoundsUpWhenTheNextDividerIsCloser)
-{
-    // 7000 bit/s: factor 20 -> 263 (err 8.37), 16 -> 329 (3.04), 12 -> 438
-    // then 439 (2.28), 10 -> 527 (4.93). Factor 12 wins with 439.
-    unsigned char index = 0;
-    unsigned short divider = 0;
-    ASSERT_EQ(Base::ExtractUartBaudRateParameters(7000, index, divider), 0u);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(divider, 438);
-    // 500 bit/s: factor 20 gives 3686.4; 3686 is closer than 3687.
-    ASSERT_EQ(Base::ExtractUartBaudRateParameters(500, index, divider), 0u);
-    EXPECT_EQ(index, 3);
-    EXPECT_EQ(divider, 3685);
-}
-
-TEST(UartRate, OnlyASmallFactorReachesHighRates)
-{
-    // 3 Mbit/s: only factors 12 (divider 1, 2.4 % off) and 10 are usable.
-    unsigned char index = 9;
-    unsigned short divider = 9;
-    ASSERT_EQ(Base::ExtractUartBaudRateParameters(3000000, index, divider), 0u);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(divider, 0);
-}
-
-TEST(UartRate, TenPercentOffOrUnreachableIsRefused)
-{
-    unsigned char index = 0;
-    unsigned short divider = 0;
-    EXPECT_EQ(Base::ExtractUartBaudRateParameters(2600000, index, divider), 2u); // best 18 % off
-    EXPECT_EQ(Base::ExtractUartBaudRateParameters(4000000, index, divider), 2u); // no divider >= 1
-    EXPECT_EQ(Base::ExtractUartBaudRateParameters(300, index, divider), 2u);     // every divider > 4095
-    EXPECT_EQ(Base::ExtractUartBaudRateParameters(0, index, divider), 2u);
+    // The factor whose rounded divider comes closest wins, the largest factor on
+    // a tie; the divider is sent less one (7000 bit/s: factor 12, 439). 10 % off,
+    // or no divider in 1..4096, is refused.
+    struct Case { unsigned rate, rc, index, divider; };
+    const Case cases[] = {
+        {115200, 0, 3, 15}, {9600, 0, 3, 191}, {7000, 0, 1, 438}, {500, 0, 3, 3685}, {3000000, 0, 1, 0},
+        {2600000, 2, 0, 0}, {4000000, 2, 0, 0}, {300, 2, 0, 0},    {0, 2, 0, 0},
+    };
+    for (const Case& c : cases) {
+        unsigned char index = 9;
+        unsigned short divider = 9;
+        ASSERT_EQ(Base::ExtractUartBaudRateParameters(c.rate, index, divider), c.rc) << c.rate;
+        if (c.rc == 0) {
+            EXPECT_EQ(index, c.index) << c.rate;
+            EXPECT_EQ(divider, c.divider) << c.rate;
+        }
+    }
 }
 
 // ---- ARINC 429 word ------------------------------------------------------------------------

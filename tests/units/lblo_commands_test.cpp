@@ -1,6 +1,6 @@
 // The label-control record (code 16) of the label-oriented ARINC 429 output,
-// byte for byte, with the label-data and label-reset records beside it, and
-// the label control's control word.
+// byte for byte (the label-data and label-reset records are in
+// commands_test), and the label control's control word.
 
 #include "UnitTestSupport.h"
 
@@ -52,19 +52,6 @@ TEST_F(LabelCommands, ControlOutsideTheUnitsRangeAttachesNothing)
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 4, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // 4 transmitters: 0..3
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(7, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // no such instance
     EXPECT_TRUE(records().empty());
-}
-
-TEST_F(LabelCommands, DataAndResetRecordsOfTheSameLabelTable)
-{
-    CKVX_HdwArinc429Message m;
-    m.SetFromUint32(0x9ABCDE12);
-    ASSERT_EQ(dev.AttachAtxCtxCtrlCommand(0, 2, Ctrl(0x12, 20, 1, 0, 0, 0)), 0u);
-    ASSERT_EQ(dev.AttachAtxCtxDataCommand(0, 2, m), 0u);
-    ASSERT_EQ(dev.AttachAtxCtxResetCommand(0, 2), 0u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 3u);
-    EXPECT_EQ(r[1], (Bytes{0x0A, 0x91, 0x01, 0x00, 0x02, 0x12, 0x12, 0xDE, 0xBC, 0x9A}));
-    EXPECT_EQ(r[2], (Bytes{0x05, 0x92, 0x02, 0x00, 0x02}));
 }
 
 TEST(LabelCommandProfile, AUnitWithoutLabelControlRefusesIt)

@@ -27,7 +27,7 @@ TEST(ProtocolCrc, TableAgreesWithTheBitwiseDefinition)
         std::vector<uint8_t> bytes(rng() % 300);
         for (auto& b : bytes)
             b = uint8_t(rng());
-        ASSERT_EQ(dev.CalcCRC16(bytes.data(), unsigned(bytes.size())), BitwiseCrc16(bytes, bytes.size()))
+        ASSERT_EQ(dev.CalcCRC16(bytes.data(), unsigned(bytes.size())), BitwiseCrc16(bytes.data(), bytes.size()))
             << "round " << round;
     }
 }

@@ -14,6 +14,7 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+#include "support/Wait.h"
 
 class PtyPair {
 public:
@@ -110,15 +111,4 @@ private:
     std::string m_Name;
 };
 
-// Polls `cond` every few milliseconds for up to `ms` (10 s unless told).
-template <typename Cond>
-bool WaitFor(Cond cond, int ms = 10000)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+using testsupport::WaitUntil;

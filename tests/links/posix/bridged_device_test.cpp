@@ -51,7 +51,7 @@ public:
         if (Com_Write(tmp, ping, sizeof ping) != 0)
             return 14;
         std::string answer;
-        const bool done = WaitFor([&] {
+        const bool done = WaitUntil([&] {
             unsigned char buf[16];
             unsigned n = 0;
             if (Com_Read(tmp, buf, sizeof buf, n) != 0)
@@ -205,7 +205,7 @@ TEST_F(BridgedDevice, ComOperationsByInstance)
     EXPECT_EQ(ptyA.ReadMaster(sizeof frame), std::vector<uint8_t>(frame, frame + sizeof frame));
 
     ASSERT_TRUE(ptyA.WriteMaster({9, 8, 7, 6}));
-    ASSERT_TRUE(WaitFor([&] { return device->Com_GetReadBufferBytes(0u, count) == 0 && count == 4; }));
+    ASSERT_TRUE(WaitUntil([&] { return device->Com_GetReadBufferBytes(0u, count) == 0 && count == 4; }));
     ASSERT_EQ(device->Com_Read(0u, buf, 3, n), 0u);
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>({9, 8, 7}));
     ASSERT_EQ(device->Com_Read(inst, buf, sizeof buf, n), 0u);

@@ -89,7 +89,7 @@ TEST_F(StdUartDevice, OpenPortConfiguresTheLineAndBytesPass)
 
     ASSERT_TRUE(pty.WriteMaster({'o', 'k', 0x11, 0x13}));
     std::vector<uint8_t> got;
-    ASSERT_TRUE(WaitFor([&] {
+    ASSERT_TRUE(WaitUntil([&] {
         EXPECT_EQ(port->Read(buf, sizeof buf, n), 0u);
         got.insert(got.end(), buf, buf + n);
         return got.size() >= 4;

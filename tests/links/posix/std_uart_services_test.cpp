@@ -86,7 +86,7 @@ TEST_F(StdUartServices, BytesFromTheLineComeOutInOrder)
     std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(sent)); });
     std::vector<uint8_t> got;
     unsigned char buf[5000];
-    ASSERT_TRUE(WaitFor(
+    ASSERT_TRUE(WaitUntil(
         [&] {
             unsigned n = 0;
             EXPECT_EQ(in->Read(buf, sizeof buf, n), 0u);
@@ -104,7 +104,7 @@ TEST_F(StdUartServices, FullInputBufferDropsTheOldestBytes)
     OpenWithServices(100);
     const auto sent = Pattern(300);
     ASSERT_TRUE(pty.WriteMaster(sent));
-    ASSERT_TRUE(WaitFor([&] { return in->GetDroppedCount() == 200; }));
+    ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() == 200; }));
     unsigned char buf[300];
     unsigned n = 0;
     ASSERT_EQ(in->Read(buf, sizeof buf, n), 0u);
@@ -122,7 +122,7 @@ TEST_F(StdUartServices, LargeWriteReachesTheLineWhole)
     EXPECT_GT(pending, 0u);
     const auto got = pty.ReadMaster(sent.size());
     EXPECT_EQ(got, sent);
-    ASSERT_TRUE(WaitFor([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
@@ -132,7 +132,7 @@ TEST_F(StdUartServices, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
     unsigned char buf[16];
     unsigned n = 0;
     pty.CloseMaster();
-    ASSERT_TRUE(WaitFor([&] { return in->Read(buf, sizeof buf, n) == 15u; }));
+    ASSERT_TRUE(WaitUntil([&] { return in->Read(buf, sizeof buf, n) == 15u; }));
     ASSERT_EQ(port->Close(), 0u);
     EXPECT_EQ(in->Read(buf, sizeof buf, n), 29u);
     EXPECT_EQ(out->Write(buf, 1, 0), 29u);

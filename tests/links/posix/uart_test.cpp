@@ -41,7 +41,7 @@ protected:
     std::vector<uint8_t> ReadUart(size_t count)
     {
         std::vector<uint8_t> out;
-        WaitFor([&] {
+        WaitUntil([&] {
             unsigned char buf[512];
             unsigned got = 0;
             EXPECT_EQ(uart.Read(buf, sizeof buf, got), 0u);
@@ -55,10 +55,15 @@ protected:
     CUart uart;
 };
 
-TEST(UartClosed, EveryOperationAnswersNotOpen)
+TEST(UartClosed, DefaultsAndEveryOperationAnswersNotOpen)
 {
     CUart uart;
     EXPECT_FALSE(uart.IsOpen());
+    EXPECT_EQ(uart.GetParameters().BaudRate, 9600u);
+    EXPECT_EQ(uart.GetParameters().DataBits, 8u);
+    EXPECT_EQ(uart.GetParameters().StopBits | uart.GetParameters().FlowControl, 0u);
+    EXPECT_EQ(uart.GetInputQueueSize(), 4096u);
+    EXPECT_EQ(uart.GetOutputQueueSize(), 4096u);
     unsigned char buf[4] = {1, 2, 3, 4};
     unsigned n = 99;
     EXPECT_EQ(uart.Read(buf, 4, n), 19u);
@@ -73,34 +78,16 @@ TEST(UartClosed, EveryOperationAnswersNotOpen)
     EXPECT_EQ(uart.Close(), 0u);
 }
 
-TEST(UartClosed, MissingDeviceFailsToOpenAndStaysClosed)
+TEST(UartClosed, MissingDeviceOrNonTerminalFailsToOpenAndStaysClosed)
 {
-    CUart uart;
-    Params p;
-    EXPECT_EQ(uart.Open("/dev/hdwlib-no-such-tty", &p), 14u);
-    EXPECT_FALSE(uart.IsOpen());
-    unsigned n = 0;
-    EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
-}
-
-TEST(UartClosed, NonTerminalFileIsRefused)
-{
-    CUart uart;
-    Params p;
-    EXPECT_EQ(uart.Open("/dev/null", &p), 14u);
-    EXPECT_FALSE(uart.IsOpen());
-}
-
-TEST(UartClosed, DefaultsAreThoseOfTheLineRecord)
-{
-    CUart uart;
-    EXPECT_EQ(uart.GetParameters().BaudRate, 9600u);
-    EXPECT_EQ(uart.GetParameters().DataBits, 8u);
-    EXPECT_EQ(uart.GetParameters().Parity, 0u);
-    EXPECT_EQ(uart.GetParameters().StopBits, 0u);
-    EXPECT_EQ(uart.GetParameters().FlowControl, 0u);
-    EXPECT_EQ(uart.GetInputQueueSize(), 4096u);
-    EXPECT_EQ(uart.GetOutputQueueSize(), 4096u);
+    for (const char* name : {"/dev/hdwlib-no-such-tty", "/dev/null"}) {
+        CUart uart;
+        Params p;
+        EXPECT_EQ(uart.Open(name, &p), 14u) << name;
+        EXPECT_FALSE(uart.IsOpen());
+        unsigned n = 0;
+        EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
+    }
 }
 
 TEST_F(UartPty, OpenConfiguresARawLine)
@@ -123,22 +110,6 @@ TEST_F(UartPty, OpenConfiguresARawLine)
     EXPECT_EQ(uart.Close(), 0u);
 }
 
-TEST_F(UartPty, StopBitsTwoAndOneAndAHalfSetTwo)
-{
-    Params p;
-    p.StopBits = Params::StopBitsTwo;
-    ASSERT_EQ(OpenWith(p), 0u);
-    EXPECT_NE(SlaveSettings(pty).c_cflag & CSTOPB, 0u);
-    uart.Close();
-    p.StopBits = Params::StopBitsOneAndHalf;
-    ASSERT_EQ(OpenWith(p), 0u);
-    EXPECT_NE(SlaveSettings(pty).c_cflag & CSTOPB, 0u);
-    uart.Close();
-    p.StopBits = Params::StopBitsOne;
-    ASSERT_EQ(OpenWith(p), 0u);
-    EXPECT_EQ(SlaveSettings(pty).c_cflag & CSTOPB, 0u);
-}
-
 TEST_F(UartPty, InvalidCodesFailTheConfiguration)
 {
     Params p;
@@ -159,30 +130,30 @@ TEST_F(UartPty, InvalidCodesFailTheConfiguration)
     EXPECT_EQ(OpenWith(Params()), 0u);
 }
 
-TEST_F(UartPty, XonXoffFlowControl)
+TEST_F(UartPty, StopBitsAndFlowControlReachTheLine)
 {
-    Params p;
-    p.FlowControl = Params::FlowXonXoff;
-    ASSERT_EQ(OpenWith(p), 0u);
-    const termios t = SlaveSettings(pty);
-    EXPECT_NE(t.c_iflag & IXON, 0u);
-    EXPECT_NE(t.c_iflag & IXOFF, 0u);
-    EXPECT_EQ(t.c_cflag & CRTSCTS, 0u);
-    EXPECT_EQ(t.c_cc[VSTART], 0x11);
-    EXPECT_EQ(t.c_cc[VSTOP], 0x13);
-}
-
-TEST_F(UartPty, RtsCtsFlowControl)
-{
-    Params p;
-    p.FlowControl = Params::FlowRtsCts | Params::FlowDtrDsr;
-    ASSERT_EQ(OpenWith(p), 0u);
-    const termios t = SlaveSettings(pty);
-    EXPECT_NE(t.c_cflag & CRTSCTS, 0u);
-    EXPECT_EQ(t.c_iflag & (IXON | IXOFF), 0u);
-    // The characters are set whenever any flow bit is.
-    EXPECT_EQ(t.c_cc[VSTART], 0x11);
-    EXPECT_EQ(t.c_cc[VSTOP], 0x13);
+    // One and a half stop bits set two, as the line has no such setting.
+    for (uint8_t stop : {Params::StopBitsTwo, Params::StopBitsOneAndHalf, Params::StopBitsOne}) {
+        Params p;
+        p.StopBits = stop;
+        ASSERT_EQ(OpenWith(p), 0u);
+        EXPECT_EQ((SlaveSettings(pty).c_cflag & CSTOPB) != 0, stop != Params::StopBitsOne) << int(stop);
+        uart.Close();
+    }
+    // The start and stop characters are set whenever any flow bit is.
+    struct Case { uint8_t flow; bool xon, rtscts; };
+    for (const Case c : {Case{Params::FlowXonXoff, true, false},
+                         Case{uint8_t(Params::FlowRtsCts | Params::FlowDtrDsr), false, true}}) {
+        Params p;
+        p.FlowControl = c.flow;
+        ASSERT_EQ(OpenWith(p), 0u);
+        const termios t = SlaveSettings(pty);
+        EXPECT_EQ(t.c_iflag & (IXON | IXOFF), c.xon ? tcflag_t(IXON | IXOFF) : 0u) << int(c.flow);
+        EXPECT_EQ((t.c_cflag & CRTSCTS) != 0, c.rtscts) << int(c.flow);
+        EXPECT_EQ(t.c_cc[VSTART], 0x11);
+        EXPECT_EQ(t.c_cc[VSTOP], 0x13);
+        uart.Close();
+    }
 }
 
 TEST_F(UartPty, ArbitraryRatesAreSetOrRefusedAsTheDriverDoes)
@@ -226,16 +197,18 @@ TEST_F(UartPty, SetParity)
     EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
 }
 
-TEST_F(UartPty, ReadOfNothingAndOfZeroBytes)
+TEST_F(UartPty, ReadAndWriteOfNothingAndOfZeroBytes)
 {
     ASSERT_EQ(OpenWith(Params()), 0u);
     unsigned char buf[8];
     unsigned n = 77;
     EXPECT_EQ(uart.Read(buf, sizeof buf, n), 0u);
     EXPECT_EQ(n, 0u);
+    EXPECT_EQ(uart.Write(buf, 0, 0), 0u);
+    EXPECT_EQ(pty.MasterQueued(), 0);
     ASSERT_TRUE(pty.WriteMaster({1, 2, 3}));
     unsigned queued = 0;
-    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 3; }));
     n = 77;
     EXPECT_EQ(uart.Read(buf, 0, n), 0u);
     EXPECT_EQ(n, 0u);
@@ -249,7 +222,7 @@ TEST_F(UartPty, ReadTakesAtMostMaxBytesAndLeavesTheRestInOrder)
     const auto data = Pattern(10, 0x30);
     ASSERT_TRUE(pty.WriteMaster(data));
     unsigned queued = 0;
-    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 10; }));
+    ASSERT_TRUE(WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 10; }));
     unsigned char buf[10] = {};
     unsigned n = 0;
     ASSERT_EQ(uart.Read(buf, 4, n), 0u);
@@ -274,14 +247,6 @@ TEST_F(UartPty, BytesPassBothWaysUnchanged)
     EXPECT_EQ(ReadUart(back.size()), back);
 }
 
-TEST_F(UartPty, WriteOfNothingSucceeds)
-{
-    ASSERT_EQ(OpenWith(Params()), 0u);
-    unsigned char b = 0;
-    EXPECT_EQ(uart.Write(&b, 0, 0), 0u);
-    EXPECT_EQ(pty.MasterQueued(), 0);
-}
-
 TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
 {
     ASSERT_EQ(OpenWith(Params()), 0u);
@@ -299,7 +264,7 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
         markerRc = uart.Write(marker, 3, 10000);
     });
     std::vector<uint8_t> got;
-    WaitFor([&] {
+    WaitUntil([&] {
         const auto more = pty.ReadSome();
         got.insert(got.end(), more.begin(), more.end());
         return got.size() >= 3 && got[got.size() - 3] == 0xEE && got[got.size() - 2] == 0xFF && got.back() == 0xEE;
@@ -329,7 +294,7 @@ TEST_F(UartPty, QueueCountsAndPurges)
     EXPECT_EQ(queued, 0u);
 
     ASSERT_TRUE(pty.WriteMaster(Pattern(50, 3)));
-    ASSERT_TRUE(WaitFor([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 50; }));
+    ASSERT_TRUE(WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == 50; }));
     EXPECT_EQ(uart.ResetReadBuffer(), 0u);
     EXPECT_EQ(uart.GetReadBufferBytes(queued), 0u);
     EXPECT_EQ(queued, 0u);
@@ -342,7 +307,7 @@ TEST_F(UartPty, QueueCountsAndPurges)
     // reached the other side nothing is left to count or purge.
     unsigned char out[] = {1, 2, 3, 4, 5};
     ASSERT_EQ(uart.Write(out, 5, 1000), 0u);
-    ASSERT_TRUE(WaitFor([&] { return pty.MasterQueued() == 5; }));
+    ASSERT_TRUE(WaitUntil([&] { return pty.MasterQueued() == 5; }));
     EXPECT_EQ(uart.GetBytesToBeWritten(queued), 0u);
     EXPECT_EQ(queued, 0u);
     EXPECT_EQ(uart.ResetWriteBuffer(), 0u);
@@ -352,7 +317,7 @@ TEST_F(UartPty, QueueCountsAndPurges)
 TEST_F(UartPty, OpenDiscardsWhatWasQueuedBefore)
 {
     ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
-    ASSERT_TRUE(WaitFor([&] {
+    ASSERT_TRUE(WaitUntil([&] {
         int n = 0;
         ioctl(pty.Slave(), FIONREAD, &n);
         return n == 20;

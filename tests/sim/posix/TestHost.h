@@ -4,13 +4,14 @@
 // and unit frames are taken apart here, independently of the emulator's code.
 
 #include <hdwsim/UnitEngine.h>
+#include "support/BitwiseCrc.h"
+#include "support/Wait.h"
 
 #include <chrono>
 #include <cstdint>
 #include <cstddef>
 #include <functional>
 #include <poll.h>
-#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -19,16 +20,7 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-// CRC-16/CCITT-FALSE, bit by bit (the emulator uses a table).
-inline uint16_t Crc(const uint8_t* data, size_t size, uint16_t crc = 0xFFFF)
-{
-    for (size_t i = 0; i < size; ++i) {
-        crc = static_cast<uint16_t>(crc ^ (data[i] << 8));
-        for (int b = 0; b < 8; ++b)
-            crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
-    }
-    return crc;
-}
+inline uint16_t Crc(const uint8_t* data, size_t size) { return testsupport::BitwiseCrc16(data, size); }
 
 inline void Le16(Bytes& b, uint32_t v)
 {
@@ -45,17 +37,7 @@ inline uint32_t GetLe32(const uint8_t* p)
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
 }
 
-// Polls `cond` until it holds or 10 s pass.
-inline bool WaitFor(const std::function<bool()>& cond)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        poll(nullptr, 0, 2);
-    }
-    return true;
-}
+using testsupport::WaitUntil;
 
 // One command record: length, code with the echo bit, number, parameters.
 inline Bytes Record(unsigned code, unsigned number, const Bytes& params)

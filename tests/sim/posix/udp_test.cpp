@@ -212,7 +212,7 @@ TEST_F(UdpFixture, SessionCarriesCommandsAndNumberedEventData)
     h.Send(SendCmd, 5, session, Frame({AtxPush(4, 3, 0xABCD)}));
     ASSERT_TRUE(h.Receive(EventData, r));
     u.Feed(r.Payload);
-    ASSERT_TRUE(WaitFor([&] {
+    ASSERT_TRUE(WaitUntil([&] {
         Packet more;
         while (u.OfType(2).empty() && h.Receive(EventData, more, 100))
             u.Feed(more.Payload);
@@ -260,7 +260,7 @@ TEST_F(UdpFixture, WrongSessionIdOrBadCrcIsIgnored)
     Bytes bad = Build({0x3333, s, 9, 0, SendCmd, Frame({Session(2, true)})});
     bad[70] ^= 0xFF;
     h.SendRaw(bad);
-    ASSERT_TRUE(WaitFor([&] { return Sim->GetCounters().UdpPacketsRejected == 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().UdpPacketsRejected == 2; }));
     Packet r;
     ExpectSingleEcho(h, 9, s, 3, r);
 }
@@ -277,7 +277,7 @@ TEST_F(UdpFixture, KeepAlivesFlowAndASilentSessionIsDropped)
     EXPECT_EQ(r.Second, s);
     EXPECT_EQ(r.First, 3u);
     // The host says nothing more: the unit ends the session.
-    ASSERT_TRUE(WaitFor([&] { return !Sim->HasUdpSession(); }));
+    ASSERT_TRUE(WaitUntil([&] { return !Sim->HasUdpSession(); }));
     EXPECT_EQ(Sim->GetCounters().SessionsTimedOut, 1u);
     // Another client may connect now.
     Host other(Sim->UdpPort(), 0x5555);
@@ -292,7 +292,7 @@ TEST_F(UdpFixture, DroppedPacketsAreCountedAndTheNextOnesArrive)
     ASSERT_NE(s, 0u);
     Sim->DropNextUdpPackets(1);
     h.Send(SendCmd, 1, s, Frame({Session(1, true)}));
-    ASSERT_TRUE(WaitFor([&] { return Sim->GetCounters().UdpPacketsDropped == 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().UdpPacketsDropped == 1; }));
     Packet r;
     ExpectSingleEcho(h, 1, s, 2, r);
     // The lost packet still took its number: the host can see the gap.
@@ -309,7 +309,7 @@ TEST_F(UdpFixture, DropFractionOneLosesEveryPacketAndZeroNone)
     for (unsigned i = 0; i < 5; ++i)
         h.Send(SendCmd, 1, s, Frame({Session(i, true)}));
     // Several frames may share one packet: wait until all five left the unit.
-    ASSERT_TRUE(WaitFor([&] { return Sim->GetCounters().FramesSent == 5; }));
+    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().FramesSent == 5; }));
     const uint64_t dropped = Sim->GetCounters().UdpPacketsDropped;
     EXPECT_GE(dropped, 1u);
     Sim->SetUdpDropFraction(0.0);

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Wait.h"
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -17,43 +19,42 @@
 
 namespace halden_test {
 
-// Polls `done` until it holds or `timeoutMs` passes.
-inline bool WaitUntil(const std::function<bool()>& done, unsigned timeoutMs = 10000)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (std::chrono::steady_clock::now() < end) {
-        if (done())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return done();
-}
+using testsupport::WaitUntil;
 
-inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing)
+inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, const std::string& serial = "")
 {
     hdwsim::Emulator::Options o;
     o.Pty = !udp;
     o.Udp = udp;
     o.Pacing = pacing;
     o.ClockStartUs = 1000;
+    o.SerialNumber = serial;
     return o;
 }
 
-class Rig {
+// An emulated unit and the application side: a manager with the unit's
+// driver (`device`, device code `code`) attached.
+template <class TDevice>
+class BasicRig {
 public:
-    explicit Rig(bool udp = false, bool pacing = false)
-        : Sim(hdwsim::HaldenModel(), EmulatorOptions(udp, pacing)), m_Udp(udp)
+    BasicRig(const hdwsim::UnitModel& model, TDevice* device, uint64_t code, const hdwsim::Emulator::Options& o)
+        : Sim(model, o), Device(device), m_Code(code), m_Udp(o.Udp)
     {
     }
-    ~Rig() { Manager.Stop(); }
+    ~BasicRig() { Manager.Stop(); }
+
+    void StartSim()
+    {
+        std::string error;
+        ASSERT_TRUE(Sim.Start(&error)) << error;
+    }
 
     // Starts the emulator, enumerates it through the manager and runs.
     void Start()
     {
-        std::string error;
-        ASSERT_TRUE(Sim.Start(&error)) << error;
+        StartSim();
         ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
-        CKVX_HdwManager::CInitPortDesc link(3, LinkText());
+        CKVX_HdwManager::CInitPortDesc link(m_Code, LinkText());
         ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
         ASSERT_EQ(link.Result, 0u) << "no unit answered on " << LinkText();
         ASSERT_EQ(Manager.Run(), 0u);
@@ -80,21 +81,58 @@ public:
         return typed;
     }
 
+    // Enables the buffer services of ARINC 429 pair `ch` (transmitter and
+    // receiver wired together on the unit) and opens both ports at `rate`
+    // (0: the ports' defaults).
+    struct Arinc429Pair {
+        CKVX_HdwArinc429InBufferService* In = nullptr;
+        CKVX_HdwArinc429OutBufferService* Out = nullptr;
+    };
+    template <class TIn = CKVX_HdwArinc429InBufferService, class TOut = CKVX_HdwArinc429OutBufferService>
+    Arinc429Pair OpenArinc429Pair(unsigned ch, uint32_t rate = 0)
+    {
+        Arinc429Pair c;
+        c.In = Enable<TIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+        c.Out = Enable<TOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+        if (!c.In || !c.Out) // already reported; no ports to open
+            return {};
+        CKVX_HdwArinc429RxPort::CParameters rp;
+        CKVX_HdwArinc429TxPort::CParameters tp;
+        rp.BaudRate = tp.BaudRate = rate;
+        EXPECT_EQ(Port(HDW_PORT_ARINC429_RX, ch)->Open(rate ? &rp : nullptr), 0u);
+        EXPECT_EQ(Port(HDW_PORT_ARINC429_TX, ch)->Open(rate ? &tp : nullptr), 0u);
+        return c;
+    }
+
     hdwsim::Emulator Sim;
-    std::unique_ptr<CKVX_HdwKvxHaldenDevice> Device = std::make_unique<CKVX_HdwKvxHaldenDevice>();
+    std::unique_ptr<TDevice> Device;
     CKVX_HdwManager Manager;
 
 private:
+    uint64_t m_Code;
     bool m_Udp;
 };
 
-// Reads everything an ARINC 429 input service receives until `count` words
-// are in or the deadline passes.
-inline std::vector<CKVX_HdwArinc429Message> ReadWords(CKVX_HdwArinc429InBufferService* in, size_t count,
-                                                      unsigned timeoutMs = 10000)
+class Rig : public BasicRig<CKVX_HdwKvxHaldenDevice> {
+public:
+    explicit Rig(bool udp = false, bool pacing = false)
+        : BasicRig(hdwsim::HaldenModel(), new CKVX_HdwKvxHaldenDevice, 3, EmulatorOptions(udp, pacing))
+    {
+    }
+    // The pair's services are the driver's own classes.
+    Arinc429Pair OpenPair(unsigned ch, uint32_t rate = 0)
+    {
+        return OpenArinc429Pair<CKVX_HdwKvxHaldenDevice::CArinc429InBufferService,
+                                CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService>(ch, rate);
+    }
+};
+
+// Reads from an input service until `count` items are in or the deadline passes.
+template <class TItem, class TService>
+std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 10000)
 {
-    std::vector<CKVX_HdwArinc429Message> got;
-    std::vector<CKVX_HdwArinc429Message> chunk(512);
+    std::vector<TItem> got;
+    std::vector<TItem> chunk(512);
     WaitUntil(
         [&] {
             unsigned n = 0;
@@ -104,6 +142,12 @@ inline std::vector<CKVX_HdwArinc429Message> ReadWords(CKVX_HdwArinc429InBufferSe
         },
         timeoutMs);
     return got;
+}
+
+inline std::vector<CKVX_HdwArinc429Message> ReadWords(CKVX_HdwArinc429InBufferService* in, size_t count,
+                                                      unsigned timeoutMs = 10000)
+{
+    return ReadAll<CKVX_HdwArinc429Message>(in, count, timeoutMs);
 }
 
 inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi = 0, unsigned ssm = 0)

@@ -48,71 +48,30 @@ inline std::vector<UnitCase> AllUnits()
     };
 }
 
-inline hdwsim::Emulator::Options SimOptions(bool udp, const std::string& serial = "")
+inline UnitCase UnitNamed(const std::string& name)
 {
-    hdwsim::Emulator::Options o;
-    o.Pty = !udp;
-    o.Udp = udp;
-    o.ClockStartUs = 1000;
-    o.SerialNumber = serial;
-    return o;
+    for (const UnitCase& u : AllUnits())
+        if (name == u.Sim)
+            return u;
+    ADD_FAILURE() << "no unit " << name;
+    return AllUnits().front();
 }
 
+using halden_test::EmulatorOptions;
+
 // One emulated unit and a manager with the unit's driver attached.
-class UnitRig {
+class UnitRig : public halden_test::BasicRig<CKVX_HdwDevice> {
 public:
     UnitRig(const UnitCase& unit, bool udp, const std::string& serial = "")
-        : Unit(unit), Sim(*hdwsim::FindUnitModel(unit.Sim), SimOptions(udp, serial)), Device(unit.Make()),
-          m_Udp(udp)
+        : UnitRig(unit, EmulatorOptions(udp, false, serial))
     {
     }
-    ~UnitRig() { Manager.Stop(); }
-
-    void StartSim()
+    UnitRig(const UnitCase& unit, const hdwsim::Emulator::Options& options)
+        : BasicRig(*hdwsim::FindUnitModel(unit.Sim), unit.Make(), unit.Code, options), Unit(unit)
     {
-        std::string error;
-        ASSERT_TRUE(Sim.Start(&error)) << error;
-    }
-
-    // Starts the emulator, enumerates it through the manager and runs.
-    void Start()
-    {
-        StartSim();
-        ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
-        CKVX_HdwManager::CInitPortDesc link(Unit.Code, LinkText());
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-        ASSERT_EQ(link.Result, 0u) << "no " << Unit.Sim << " answered on " << LinkText();
-        ASSERT_EQ(Manager.Run(), 0u);
-    }
-
-    std::string LinkText() const
-    {
-        return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath();
-    }
-
-    CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
-
-    template <class S>
-    S* Enable(unsigned portType, unsigned num, unsigned serviceType)
-    {
-        CKVX_HdwPort* port = Port(portType, num);
-        EXPECT_NE(port, nullptr);
-        if (!port)
-            return nullptr;
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(port->EnableService(serviceType, &s, nullptr), 0u);
-        auto* typed = dynamic_cast<S*>(s);
-        EXPECT_NE(typed, nullptr);
-        return typed;
     }
 
     UnitCase Unit;
-    hdwsim::Emulator Sim;
-    std::unique_ptr<CKVX_HdwDevice> Device;
-    CKVX_HdwManager Manager;
-
-private:
-    bool m_Udp;
 };
 
 // The status request builder of whichever link base the unit's driver has.
@@ -137,42 +96,20 @@ inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool ext
     return m;
 }
 
-// Reads from an input service until `count` items are in or 10 s pass.
-template <class TItem, class TService>
-std::vector<TItem> ReadAll(TService* in, size_t count)
-{
-    std::vector<TItem> got;
-    std::vector<TItem> chunk(64);
-    WaitUntil([&] {
-        unsigned n = 0;
-        if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-            got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-        return got.size() >= count;
-    });
-    return got;
-}
+using halden_test::ReadAll;
 
-// Opens ARINC 429 pair `ch` (transmitter and receiver of the same channel,
-// wired together on the unit) at 100 kbit/s and sends `count` words through
+// Opens ARINC 429 pair `ch` at 100 kbit/s and sends `count` words through
 // it; returns what the receiver read.
 inline std::vector<CKVX_HdwArinc429Message> Arinc429RoundTrip(UnitRig& rig, unsigned ch, unsigned count)
 {
-    auto* in = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-    auto* out =
-        rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
-    if (!in || !out)
+    const auto pair = rig.OpenArinc429Pair(ch, 100000);
+    if (!pair.In || !pair.Out)
         return {};
-    CKVX_HdwArinc429RxPort::CParameters rp;
-    rp.BaudRate = 100000;
-    CKVX_HdwArinc429TxPort::CParameters tp;
-    tp.BaudRate = 100000;
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(&rp), 0u);
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(&tp), 0u);
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < count; ++i)
         words.push_back(Word(0x20 + ch, i * 16 + ch, i & 3));
-    EXPECT_EQ(out->Write(words.data(), count, 0), 0u);
-    return ReadAll<CKVX_HdwArinc429Message>(in, count);
+    EXPECT_EQ(pair.Out->Write(words.data(), count, 0), 0u);
+    return ReadAll<CKVX_HdwArinc429Message>(pair.In, count);
 }
 
 // Opens CAN channels `from` and `to` (sharing a bus on the unit; the same

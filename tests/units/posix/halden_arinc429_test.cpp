@@ -14,25 +14,7 @@ using RxPort = CKVX_HdwKvxHaldenDevice::CArinc429RxPort;
 using InService = CKVX_HdwKvxHaldenDevice::CArinc429InBufferService;
 using OutService = CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService;
 
-struct Channel {
-    InService* In = nullptr;
-    OutService* Out = nullptr;
-};
-
-// Enables the buffer services of pair `ch` and opens both ports at `rate`.
-Channel OpenPair(Rig& rig, unsigned ch, uint32_t rate = 100000)
-{
-    Channel c;
-    c.In = rig.Enable<InService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-    c.Out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
-    CKVX_HdwArinc429RxPort::CParameters rp;
-    rp.BaudRate = rate;
-    CKVX_HdwArinc429TxPort::CParameters tp;
-    tp.BaudRate = rate;
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(&rp), 0u);
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(&tp), 0u);
-    return c;
-}
+using Channel = Rig::Arinc429Pair;
 
 TEST(HaldenArinc429, PortsAreTheDriversNestedClassesInChannelOrder)
 {
@@ -58,7 +40,7 @@ TEST(HaldenArinc429, WordsOnAllFourPairsArriveInOrderWithTimeStamps)
     rig.Start();
     Channel pairs[4];
     for (unsigned ch = 0; ch < 4; ++ch)
-        pairs[ch] = OpenPair(rig, ch);
+        pairs[ch] = rig.OpenPair(ch, 100000);
 
     constexpr unsigned kWords = 300;
     for (unsigned ch = 0; ch < 4; ++ch) {
@@ -91,7 +73,7 @@ TEST(HaldenArinc429, TenThousandWordsInOneWriteArriveComplete)
 {
     Rig rig;
     rig.Start();
-    Channel c = OpenPair(rig, 2);
+    Channel c = rig.OpenPair(2, 100000);
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 10000; ++i)
         words.push_back(Word(i & 0xFF, i));
@@ -111,7 +93,7 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
     // words fills up: the service must hold the rest back.
     Rig rig(false, true);
     rig.Start();
-    Channel c = OpenPair(rig, 0, 12500);
+    Channel c = rig.OpenPair(0, 12500);
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 700; ++i)
         words.push_back(Word(0x21, i));
@@ -230,7 +212,7 @@ TEST(HaldenArinc429, ReadableSignalDescriptorMeansTheWordsAreThere)
     auto* signals =
         rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
     ASSERT_NE(signals, nullptr);
-    Channel c = OpenPair(rig, 2);
+    Channel c = rig.OpenPair(2, 100000);
     const int fd = signals->GetFileDescriptor();
     ASSERT_GE(fd, 0);
     std::vector<CKVX_HdwArinc429Message> words;

@@ -33,21 +33,6 @@ void ExpectSameFrame(const CKVX_HdwCanMessage& got, const CKVX_HdwCanMessage& se
         EXPECT_EQ(got.Data[i], sent.Data[i]) << index << " byte " << i;
 }
 
-std::vector<CKVX_HdwCanMessage> ReadFrames(CanIn* in, size_t count, unsigned timeoutMs = 10000)
-{
-    std::vector<CKVX_HdwCanMessage> got;
-    std::vector<CKVX_HdwCanMessage> chunk(128);
-    WaitUntil(
-        [&] {
-            unsigned n = 0;
-            if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-            return got.size() >= count;
-        },
-        timeoutMs);
-    return got;
-}
-
 TEST(HaldenCan, StandardExtendedAllLengthsAndRemoteFramesCrossTheBus)
 {
     Rig rig;
@@ -68,7 +53,7 @@ TEST(HaldenCan, StandardExtendedAllLengthsAndRemoteFramesCrossTheBus)
     frames.push_back(Frame(true, 0x1ABCDE, 2, true, 0));
     frames.push_back(Frame(false, 0, 0, false, 0));
     ASSERT_EQ(out->Write(frames.data(), unsigned(frames.size()), 0), 0u);
-    const auto got = ReadFrames(in, frames.size());
+    const auto got = ReadAll<CKVX_HdwCanMessage>(in, frames.size());
     ASSERT_EQ(got.size(), frames.size());
     uint64_t last = 0;
     for (size_t i = 0; i < frames.size(); ++i) {
@@ -161,15 +146,7 @@ TEST(HaldenUart, BytesCrossFromChannelZeroToOne)
     for (size_t i = 0; i < sent.size(); ++i)
         sent[i] = uint8_t(i * 7 + (i >> 8));
     ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
-    std::vector<uint8_t> got;
-    uint8_t chunk[1024];
-    ASSERT_TRUE(WaitUntil([&] {
-        unsigned n = 0;
-        if (in->Read(chunk, sizeof chunk, n) == 0)
-            got.insert(got.end(), chunk, chunk + n);
-        return got.size() >= sent.size();
-    }));
-    EXPECT_EQ(got, sent);
+    EXPECT_EQ(ReadAll<uint8_t>(in, sent.size()), sent);
     unsigned pending = 1;
     EXPECT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
     EXPECT_EQ(rig.Sim.GetCounters().UartReceived[1], sent.size());

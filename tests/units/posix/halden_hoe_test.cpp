@@ -5,21 +5,13 @@ using namespace halden_test;
 
 namespace {
 
-using InService = CKVX_HdwKvxHaldenDevice::CArinc429InBufferService;
-using OutService = CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService;
-
 TEST(HaldenHoe, WordsOnAllFourPairsArriveInOrderOverUdp)
 {
     Rig rig(true);
     rig.Start();
-    InService* in[4];
-    OutService* out[4];
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        in[ch] = rig.Enable<InService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-        out[ch] = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
-        ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(nullptr), 0u);
-        ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(nullptr), 0u);
-    }
+    Rig::Arinc429Pair pairs[4];
+    for (unsigned ch = 0; ch < 4; ++ch)
+        pairs[ch] = rig.OpenPair(ch);
     EXPECT_TRUE(rig.Sim.HasUdpSession());
     // More than one Ethernet frame's worth per channel (1345 payload bytes = 134 words).
     constexpr unsigned kWords = 1000;
@@ -27,10 +19,10 @@ TEST(HaldenHoe, WordsOnAllFourPairsArriveInOrderOverUdp)
         std::vector<CKVX_HdwArinc429Message> words;
         for (unsigned i = 0; i < kWords; ++i)
             words.push_back(Word(0x60 + ch, i));
-        ASSERT_EQ(out[ch]->Write(words.data(), kWords, 0), 0u);
+        ASSERT_EQ(pairs[ch].Out->Write(words.data(), kWords, 0), 0u);
     }
     for (unsigned ch = 0; ch < 4; ++ch) {
-        const auto got = ReadWords(in[ch], kWords, 20000);
+        const auto got = ReadWords(pairs[ch].In, kWords, 20000);
         ASSERT_EQ(got.size(), kWords) << "channel " << ch;
         uint64_t last = 0;
         for (unsigned i = 0; i < kWords; ++i) {

@@ -24,16 +24,7 @@ UnitCase Halden()
             "Halden"};
 }
 
-UnitCase UnitNamed(const std::string& name)
-{
-    if (name == "halden")
-        return Halden();
-    for (const UnitCase& u : unit_test::AllUnits())
-        if (name == u.Sim)
-            return u;
-    ADD_FAILURE() << name;
-    return Halden();
-}
+UnitCase Named(const std::string& name) { return name == "halden" ? Halden() : unit_test::UnitNamed(name); }
 
 // Drains an input buffer, keeping what it read.
 struct Drain {
@@ -177,7 +168,7 @@ class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(LabelOutputUnits, LabelComesRoundOnTheLastChannel)
 {
-    UnitRig rig(UnitNamed(GetParam()), false);
+    UnitRig rig(Named(GetParam()), false);
     rig.Start();
     const unsigned ch = rig.Unit.Atx - 1;
     LabelLoop loop(rig, ch);
@@ -201,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(ArincUnits, LabelOutputUnits,
 // from what the service accepts (on a channel above 7).
 TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
 {
-    UnitRig rig(UnitNamed("pellor"), false);
+    UnitRig rig(Named("pellor"), false);
     rig.Start();
     const unsigned ch = 12;
     auto* in = rig.Enable<CKVX_HdwArinc429InLbloService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_LABEL_IN);
@@ -254,7 +245,7 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
 
 TEST(LabelServiceAdmission, OnTheUnitsPorts)
 {
-    UnitRig rig(UnitNamed("pellor"), false);
+    UnitRig rig(Named("pellor"), false);
     rig.Start();
     CKVX_HdwService* s = nullptr;
     // Receiver: the label-oriented input and an input buffer exclude each other.
@@ -286,7 +277,7 @@ TEST(LabelServiceAdmission, OnTheUnitsPorts)
 TEST(LabelServiceAdmission, LabelInputIsPellorsOnly)
 {
     for (const char* name : {"halden", "arvane", "mirrow"}) {
-        UnitRig rig(UnitNamed(name), false);
+        UnitRig rig(Named(name), false);
         rig.Start();
         CKVX_HdwService* s = nullptr;
         EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u)

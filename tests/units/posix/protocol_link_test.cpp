@@ -78,7 +78,7 @@ protected:
     unsigned Deliver(const Bytes& bytes)
     {
         EXPECT_TRUE(pty.WriteMaster(bytes));
-        EXPECT_TRUE(WaitFor([&] {
+        EXPECT_TRUE(WaitUntil([&] {
             unsigned waiting = 0;
             return dev.Com_GetReadBufferBytes(inst(), waiting) == 0 && waiting >= bytes.size();
         }));
@@ -132,7 +132,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     ASSERT_EQ(frame.size(), 4005u);
     EXPECT_EQ(frame[1], 0xA0); // 4000
     EXPECT_EQ(frame[2], 0x0F);
-    EXPECT_EQ(BitwiseCrc16(frame, 4003), uint16_t(frame[4003] | frame[4004] << 8));
+    EXPECT_EQ(BitwiseCrc16(frame.data(), 4003), uint16_t(frame[4003] | frame[4004] << 8));
     EXPECT_TRUE(inst()->CommandList.IsEmpty());
 
     std::vector<Bytes> echoes;
@@ -211,10 +211,10 @@ TEST_F(UnitLink, AnEchoOutstandingPastTheTimeOutFailsTheTick)
     dev.SetEchoTimeout(600000);
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 2), 0u);
     dev.SetEchoTimeout(20);
-    EXPECT_TRUE(WaitFor([&] { return dev.HdwTimerStartDeviceIntanceHandler(0, 3) == 14u; }));
+    EXPECT_TRUE(WaitUntil([&] { return dev.HdwTimerStartDeviceIntanceHandler(0, 3) == 14u; }));
     EXPECT_EQ(inst()->EchoList.GetLength(), 1u); // left as it is
     ASSERT_TRUE(pty.WriteMaster(UnitFrame({EchoRecord(0)})));
-    EXPECT_TRUE(WaitFor([&] { return dev.HdwTimerStartDeviceIntanceHandler(0, 4) == 0u; }));
+    EXPECT_TRUE(WaitUntil([&] { return dev.HdwTimerStartDeviceIntanceHandler(0, 4) == 0u; }));
     EXPECT_TRUE(inst()->EchoList.IsEmpty());
 }
 

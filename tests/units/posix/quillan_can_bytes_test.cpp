@@ -13,42 +13,22 @@ using ByteOut = CKVX_HdwKvxQuillanDevice::CCanByteOutBufferService;
 using FrameIn = CKVX_HdwKvxQuillanDevice::CCanInBufferService;
 using FrameOut = CKVX_HdwKvxQuillanDevice::CCanOutBufferService;
 
-hdwsim::Emulator::Options PacedOptions()
-{
-    hdwsim::Emulator::Options o = SimOptions(false);
-    o.Pacing = true;
-    return o;
-}
-
 class QuillanBytes : public ::testing::Test {
 protected:
-    QuillanBytes() : Sim(*hdwsim::FindUnitModel("quillan"), PacedOptions()) {}
-    ~QuillanBytes() override { Manager.Stop(); }
-
-    void SetUp() override
-    {
-        std::string error;
-        ASSERT_TRUE(Sim.Start(&error)) << error;
-        ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
-        CKVX_HdwManager::CInitPortDesc link(11, Sim.PtyPath());
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-        ASSERT_EQ(link.Result, 0u);
-        ASSERT_EQ(Manager.Run(), 0u);
-    }
+    QuillanBytes() : rig(UnitNamed("quillan"), EmulatorOptions(false, true)) {}
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
 
     template <class S>
     S* Enable(unsigned channel, unsigned type, CKVX_HdwService::CParameters* params = nullptr)
     {
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(Manager.GetPort(HDW_PORT_CAN, channel)->EnableService(type, &s, params), 0u);
-        return dynamic_cast<S*>(s);
+        return rig.Enable<S>(HDW_PORT_CAN, channel, type, params);
     }
 
     void Open(unsigned channel)
     {
         CKVX_HdwCanPort::CParameters p;
         p.BitRate = 500000;
-        ASSERT_EQ(Manager.GetPort(HDW_PORT_CAN, channel)->Open(&p), 0u);
+        ASSERT_EQ(rig.Port(HDW_PORT_CAN, channel)->Open(&p), 0u);
     }
 
     // Reads until `count` bytes are in or 10 s pass; `times` gets each byte's time.
@@ -77,9 +57,7 @@ protected:
         return v;
     }
 
-    hdwsim::Emulator Sim;
-    std::unique_ptr<CKVX_HdwDevice> Device{new CKVX_HdwKvxQuillanDevice};
-    CKVX_HdwManager Manager;
+    UnitRig rig;
 };
 
 TEST_F(QuillanBytes, TenThousandBytesArriveInOrderWithNoneLost)
@@ -109,7 +87,7 @@ TEST_F(QuillanBytes, TenThousandBytesArriveInOrderWithNoneLost)
         ASSERT_GE(times[i], times[i - 1]) << i;
     EXPECT_EQ(in->GetDroppedCount(), 0u);
 
-    const hdwsim::Counters c = Sim.GetCounters();
+    const hdwsim::Counters c = rig.Sim.GetCounters();
     EXPECT_EQ(c.CanFifoDropped[0], 0u);
     EXPECT_EQ(c.CanPushed[0], 1250u);
     unsigned pending = 1;
@@ -131,7 +109,7 @@ TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
     ASSERT_TRUE(bytesOut && framesOut && bytesIn && framesIn);
     // One of each type per port.
     CKVX_HdwService* again = nullptr;
-    EXPECT_EQ(Manager.GetPort(HDW_PORT_CAN, 0)->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &again, nullptr), 26u);
+    EXPECT_EQ(rig.Port(HDW_PORT_CAN, 0)->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &again, nullptr), 26u);
     Open(1);
     Open(0);
 
@@ -165,7 +143,7 @@ TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
         EXPECT_EQ(others[i].Dlc, frames[i].Dlc) << i;
         EXPECT_EQ(others[i].Extended, frames[i].Extended) << i;
     }
-    EXPECT_EQ(Sim.GetCounters().CanFifoDropped[0], 0u);
+    EXPECT_EQ(rig.Sim.GetCounters().CanFifoDropped[0], 0u);
     unsigned pending = 1;
     EXPECT_TRUE(WaitUntil([&] {
         return framesOut->GetMessagesToBeWritten(pending) == 0 && pending == 0 &&

@@ -7,21 +7,12 @@ using namespace unit_test;
 
 namespace {
 
-UnitCase Find(const char* sim)
-{
-    for (const UnitCase& u : AllUnits())
-        if (std::string(u.Sim) == sim)
-            return u;
-    ADD_FAILURE() << "no unit " << sim;
-    return {};
-}
-
 // Probes the emulator playing `played` with the driver of `driver`.
 unsigned Probe(const char* played, const char* driver, hdwsim::Counters* counters = nullptr)
 {
-    UnitRig rig(Find(played), false);
+    UnitRig rig(UnitNamed(played), false);
     rig.StartSim();
-    std::unique_ptr<CKVX_HdwDevice> probe(Find(driver).Make());
+    std::unique_ptr<CKVX_HdwDevice> probe(UnitNamed(driver).Make());
     unsigned rc = 99;
     if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(probe.get()))
         rc = d->CheckUartLink(rig.Sim.PtyPath());
@@ -80,7 +71,7 @@ TEST(UnitKindProbe, AProbeOfTheWrongKindLeavesTheUnitUntouched)
 
 TEST(UnitKindProbe, AListedLinkOfTheOtherKindIsNotTakenByEnumeration)
 {
-    UnitRig rig(Find("quillan"), false);
+    UnitRig rig(UnitNamed("quillan"), false);
     rig.StartSim();
     CKVX_HdwKvxMirrowDevice mirrow;
     CKVX_HdwManager manager;
@@ -95,7 +86,7 @@ TEST(UnitKindProbe, AListedLinkOfTheOtherKindIsNotTakenByEnumeration)
 
 TEST(PellorKeepAlive, AnIdleSessionHearsKeepAlivesAndTheWatchdogDoesNotFire)
 {
-    UnitRig rig(Find("pellor"), false);
+    UnitRig rig(UnitNamed("pellor"), false);
     static_cast<CKVX_HdwKvxPellorDevice*>(rig.Device.get())->SetSessionWatchdog(400);
     rig.Start();
     const auto got = Arinc429RoundTrip(rig, 12, 10);
@@ -114,7 +105,7 @@ TEST(PellorKeepAlive, AnIdleSessionHearsKeepAlivesAndTheWatchdogDoesNotFire)
 TEST(PellorKeepAlive, UnitsWithoutOneAreNeverSentOne)
 {
     for (const char* sim : {"arvane", "mirrow", "quillan"}) {
-        UnitRig rig(Find(sim), false);
+        UnitRig rig(UnitNamed(sim), false);
         rig.Start();
         auto* device = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(rig.Device.get());
         auto* dual = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(rig.Device.get());
@@ -135,7 +126,7 @@ TEST(PellorKeepAlive, UnitsWithoutOneAreNeverSentOne)
 
 TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOnes)
 {
-    UnitRig rig(Find("pellor"), false);
+    UnitRig rig(UnitNamed("pellor"), false);
     rig.Start();
     // Receivers 1 and 9 share a sub-field; only the bank byte tells them apart.
     auto* low = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 1, HDW_SERVICE_ARINC429_IN_BUFFER);
@@ -154,7 +145,7 @@ TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOn
 
 TEST(PellorChannels, ACriticalFailureFromTheUnitFailsItsRunningServices)
 {
-    UnitRig rig(Find("pellor"), false);
+    UnitRig rig(UnitNamed("pellor"), false);
     rig.Start();
     ASSERT_EQ(Arinc429RoundTrip(rig, 3, 5).size(), 5u);
     CKVX_HdwService* out = rig.Port(HDW_PORT_ARINC429_TX, 3)->FindService(HDW_SERVICE_ARINC429_OUT_BUFFER);
@@ -168,9 +159,9 @@ TEST(PellorChannels, ACriticalFailureFromTheUnitFailsItsRunningServices)
 
 TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder)
 {
-    UnitCase arvane = Find("arvane");
-    hdwsim::Emulator first(*hdwsim::FindUnitModel("arvane"), SimOptions(false));
-    hdwsim::Emulator second(*hdwsim::FindUnitModel("arvane"), SimOptions(false));
+    UnitCase arvane = UnitNamed("arvane");
+    hdwsim::Emulator first(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
+    hdwsim::Emulator second(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
     ASSERT_TRUE(first.Start());
     ASSERT_TRUE(second.Start());
 
