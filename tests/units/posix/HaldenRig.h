@@ -29,6 +29,26 @@ inline bool WaitUntil(const std::function<bool()>& done, unsigned timeoutMs = 10
     return done();
 }
 
+// Time-outs for units that answer late because the machine is busy (a
+// pseudo-terminal's bytes can take hundreds of milliseconds to cross then),
+// given where a test is not about the time-out itself.
+constexpr unsigned kEchoTimeoutMs = 5000; // the library's default is 500
+constexpr unsigned kOpenTimeoutMs = 5000; // a port's Open, 1000 by default
+
+// Enumerates `link` with `manager`, again while nothing answers (a probe
+// waits only 200 ms for the unit) until `timeoutMs` passes; the link's
+// last result stays in `link.Result`.
+inline void EnumerateLink(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortDesc& link,
+                          unsigned timeoutMs = 10000)
+{
+    WaitUntil(
+        [&] {
+            EXPECT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+            return link.Result == 0;
+        },
+        timeoutMs);
+}
+
 inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing)
 {
     hdwsim::Emulator::Options o;
@@ -44,6 +64,7 @@ public:
     explicit Rig(bool udp = false, bool pacing = false)
         : Sim(hdwsim::HaldenModel(), EmulatorOptions(udp, pacing)), m_Udp(udp)
     {
+        Device->SetEchoTimeout(kEchoTimeoutMs);
     }
     ~Rig() { Manager.Stop(); }
 
@@ -54,7 +75,7 @@ public:
         ASSERT_TRUE(Sim.Start(&error)) << error;
         ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
         CKVX_HdwManager::CInitPortDesc link(3, LinkText());
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        EnumerateLink(Manager, link);
         ASSERT_EQ(link.Result, 0u) << "no unit answered on " << LinkText();
         ASSERT_EQ(Manager.Run(), 0u);
     }

@@ -13,6 +13,9 @@
 
 namespace unit_test {
 
+using halden_test::EnumerateLink;
+using halden_test::kEchoTimeoutMs;
+using halden_test::kOpenTimeoutMs;
 using halden_test::WaitUntil;
 using halden_test::Word;
 
@@ -65,6 +68,10 @@ public:
         : Unit(unit), Sim(*hdwsim::FindUnitModel(unit.Sim), SimOptions(udp, serial)), Device(unit.Make()),
           m_Udp(udp)
     {
+        if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(Device.get()))
+            d->SetEchoTimeout(kEchoTimeoutMs);
+        if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(Device.get()))
+            d->SetEchoTimeout(kEchoTimeoutMs);
     }
     ~UnitRig() { Manager.Stop(); }
 
@@ -80,7 +87,7 @@ public:
         StartSim();
         ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
         CKVX_HdwManager::CInitPortDesc link(Unit.Code, LinkText());
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        EnumerateLink(Manager, link);
         ASSERT_EQ(link.Result, 0u) << "no " << Unit.Sim << " answered on " << LinkText();
         ASSERT_EQ(Manager.Run(), 0u);
     }
@@ -164,8 +171,10 @@ inline std::vector<CKVX_HdwArinc429Message> Arinc429RoundTrip(UnitRig& rig, unsi
         return {};
     CKVX_HdwArinc429RxPort::CParameters rp;
     rp.BaudRate = 100000;
+    rp.Timeout = kOpenTimeoutMs;
     CKVX_HdwArinc429TxPort::CParameters tp;
     tp.BaudRate = 100000;
+    tp.Timeout = kOpenTimeoutMs;
     EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(&rp), 0u);
     EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(&tp), 0u);
     std::vector<CKVX_HdwArinc429Message> words;
@@ -185,6 +194,7 @@ inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from,
         return {};
     CKVX_HdwCanPort::CParameters p;
     p.BitRate = 500000;
+    p.Timeout = kOpenTimeoutMs;
     EXPECT_EQ(rig.Port(HDW_PORT_CAN, to)->Open(&p), 0u);
     if (to != from) {
         EXPECT_EQ(rig.Port(HDW_PORT_CAN, from)->Open(&p), 0u);

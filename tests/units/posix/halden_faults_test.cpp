@@ -19,9 +19,22 @@ Pair OpenPair(Rig& rig, unsigned ch)
     Pair p;
     p.In = rig.Enable<InService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
     p.Out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(nullptr), 0u);
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(nullptr), 0u);
+    CKVX_HdwArinc429RxPort::CParameters rp;
+    rp.Timeout = kOpenTimeoutMs;
+    CKVX_HdwArinc429TxPort::CParameters tp;
+    tp.Timeout = kOpenTimeoutMs;
+    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(&rp), 0u);
+    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(&tp), 0u);
     return p;
+}
+
+// The echo time-out, changed under the lock the tick reads it under: the
+// tests of a silent unit run with the library's default.
+void SetEchoTimeout(Rig& rig, unsigned ms)
+{
+    rig.Device->DeviceLock(0);
+    rig.Device->SetEchoTimeout(ms);
+    rig.Device->DeviceUnlock(0);
 }
 
 std::vector<CKVX_HdwArinc429Message> Words(unsigned count, unsigned label)
@@ -53,6 +66,7 @@ TEST(HaldenFaults, EchoTimeOutFailsTheUnitsServices)
     Pair p = OpenPair(rig, 0);
     auto* can = rig.Enable<CKVX_HdwKvxHaldenDevice::CCanInBufferService>(HDW_PORT_CAN, 1, HDW_SERVICE_CAN_IN_BUFFER);
     ASSERT_EQ(rig.Port(HDW_PORT_CAN, 1)->Open(nullptr), 0u);
+    SetEchoTimeout(rig, CKVX_HdwKvxHaldenDevice::DefaultEchoTimeoutMs);
     rig.Sim.SetEchoEnabled(false);
     CKVX_HdwArinc429Message w = Word(7, 7);
     ASSERT_EQ(p.Out->Write(&w, 1, 0), 0u);
@@ -127,6 +141,7 @@ TEST(HaldenFaults, SilentUnitGivesResultCodesAndReopensCleanly)
     Rig rig;
     rig.Start();
     Pair p = OpenPair(rig, 3);
+    SetEchoTimeout(rig, CKVX_HdwKvxHaldenDevice::DefaultEchoTimeoutMs);
     rig.Sim.SetHungUp(true);
     CKVX_HdwArinc429Message w = Word(9, 9);
     ASSERT_EQ(p.Out->Write(&w, 1, 0), 0u);
@@ -140,6 +155,7 @@ TEST(HaldenFaults, SilentUnitGivesResultCodesAndReopensCleanly)
     EXPECT_FALSE(rig.Port(HDW_PORT_ARINC429_RX, 3)->IsOpen());
 
     rig.Sim.SetHungUp(false);
+    SetEchoTimeout(rig, kEchoTimeoutMs);
     ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 3)->Open(nullptr), 0u);
     ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 3)->Open(nullptr), 0u);
     EXPECT_EQ(p.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
@@ -171,7 +187,7 @@ TEST(HaldenFaults, HungUpLinkGivesResultCodesAndANewLinkWorks)
     ASSERT_TRUE(rig.Sim.ReopenPty(&error)) << error;
     ASSERT_EQ(rig.Manager.Stop(), 0u);
     CKVX_HdwManager::CInitPortDesc link(3, rig.Sim.PtyPath());
-    ASSERT_EQ(rig.Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EnumerateLink(rig.Manager, link);
     ASSERT_EQ(link.Result, 0u);
     ASSERT_EQ(rig.Manager.Run(), 0u);
     Pair q = OpenPair(rig, 0);

@@ -29,9 +29,10 @@ protected:
     {
         std::string error;
         ASSERT_TRUE(Sim.Start(&error)) << error;
+        static_cast<CKVX_HdwKvxQuillanDevice*>(Device.get())->SetEchoTimeout(kEchoTimeoutMs);
         ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
         CKVX_HdwManager::CInitPortDesc link(11, Sim.PtyPath());
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        EnumerateLink(Manager, link);
         ASSERT_EQ(link.Result, 0u);
         ASSERT_EQ(Manager.Run(), 0u);
     }
@@ -48,6 +49,7 @@ protected:
     {
         CKVX_HdwCanPort::CParameters p;
         p.BitRate = 500000;
+        p.Timeout = kOpenTimeoutMs;
         ASSERT_EQ(Manager.GetPort(HDW_PORT_CAN, channel)->Open(&p), 0u);
     }
 
