@@ -712,7 +712,9 @@ unsigned CKVX_HdwKvxCommandDevice<B>::Open(unsigned instance)
     AttachSessionCommand(inst, 0);
     const unsigned sent = ProcessCommandList(inst);
     this->DeviceUnlock(instance);
-    if (sent != 0 || WaitAllCommandEchoes(instance, DefaultEchoTimeoutMs) != 0) {
+    // The echoes get the device's echo time-out (DefaultEchoTimeoutMs unless
+    // the application set another), as every later command does.
+    if (sent != 0 || WaitAllCommandEchoes(instance, m_EchoTimeout) != 0) {
         // Closed under the lock first: the tick reads the link of an open
         // instance. The link itself closes outside it, as in Close.
         this->DeviceLock(instance);

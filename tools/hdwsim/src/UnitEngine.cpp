@@ -242,6 +242,7 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
             t.BusFreeNs = std::max(t.BusFreeNs, nowNs); // an idle bus starts now
         t.Fifo.push_back(le::Get32(rec + 6));
         ++Count.A429Pushed[ch];
+        Count.A429FifoPeak[ch] = std::max<uint64_t>(Count.A429FifoPeak[ch], t.Fifo.size());
         return true;
     }
     if (in(Model.A429TxConfigBase, Model.Arinc429TxChannels)) {

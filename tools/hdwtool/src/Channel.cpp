@@ -63,6 +63,8 @@ bool OpenArinc429(P* port, const PortOptions& options, unsigned& rc, std::string
         }
         p.Parity = parity;
     }
+    if (options.OpenTimeoutMs)
+        p.Timeout = *options.OpenTimeoutMs;
     rc = port->Open(&p);
     return true;
 }
@@ -245,6 +247,8 @@ bool Channel::Open(const PortOptions& options, std::string& error)
             p.BitRate = *options.BitRate;
         if (options.SamplePoint)
             p.SamplePoint = *options.SamplePoint;
+        if (options.OpenTimeoutMs)
+            p.Timeout = *options.OpenTimeoutMs;
         char buf[96];
         std::snprintf(buf, sizeof buf, "bit rate %u bit/s with sample point %.3f", unsigned(p.BitRate), p.SamplePoint);
         what = buf;
@@ -262,6 +266,8 @@ bool Channel::Open(const PortOptions& options, std::string& error)
         }
         if (options.Parity)
             p.Parity = parity;
+        if (options.OpenTimeoutMs)
+            p.Timeout = *options.OpenTimeoutMs;
         what = "line " + std::to_string(p.BaudRate) + " bit/s";
         rc = port->Open(&p);
         break;

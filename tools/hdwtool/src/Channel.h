@@ -32,6 +32,7 @@ struct PortOptions {
     std::optional<uint32_t> BitRate;    // CAN
     std::optional<double> SamplePoint;  // CAN
     std::vector<LabelAccept> Accepts;   // ARINC 429 receive filter; empty: all
+    std::optional<unsigned> OpenTimeoutMs; // how long Open waits for the unit; unset: the port's
 };
 bool ParsePortOptions(const ParsedArgs& args, PortOptions& options, std::string& error);
 

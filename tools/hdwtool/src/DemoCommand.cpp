@@ -114,8 +114,20 @@ int RunDemo(const std::vector<std::string>& args)
     const std::string link = udp ? "udp:127.0.0.1:" + std::to_string(sim.UdpPort()) : sim.PtyPath();
     std::printf("Emulated Halden unit on %s (hdwtool list --link 3:%s)\n\n", link.c_str(), link.c_str());
 
+    // The unit runs on this machine and has only just started. When the
+    // machine is busy, its answers can take longer to cross the link than
+    // a probe waits (200 ms) or the unit protocol waits for an echo (500
+    // ms): the enumeration is tried again for a while, and the echoes and
+    // port opens get generous time-outs. Neither is what the demo measures.
+    constexpr unsigned kPatienceMs = 5000;
     Session session;
-    if (!session.Enumerate({LinkSpec{3, link}}, false, error) || !session.Run(error))
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::milliseconds(2 * kPatienceMs);
+    while (!session.Enumerate({LinkSpec{3, link}}, false, error))
+        if (std::chrono::steady_clock::now() >= giveUp)
+            return Fail("demo: " + error);
+    if (auto* unit = dynamic_cast<CKVX_HdwKvxHaldenDevice*>(session.Manager().FindDevice(3)))
+        unit->SetEchoTimeout(kPatienceMs);
+    if (!session.Run(error))
         return Fail("demo: " + error);
     const Columns& listCols = ListColumns();
     std::printf("%s\n", RenderRow(listCols.Header, listCols, OutputFormat::Text).c_str());
@@ -144,6 +156,7 @@ int RunDemo(const std::vector<std::string>& args)
     std::vector<PortOptions> a429Options(4);
     for (unsigned k = 0; k < 4; ++k) {
         a429Options[k].Rate = k < 2 ? 12500 : 100000;
+        a429Options[k].OpenTimeoutMs = kPatienceMs;
         Channel* rx = make(HDW_PORT_ARINC429_RX, k);
         Channel* tx = make(HDW_PORT_ARINC429_TX, k);
         if (!rx || !tx)
@@ -168,6 +181,7 @@ int RunDemo(const std::vector<std::string>& args)
     PortOptions canOptions;
     canOptions.BitRate = 500000;
     canOptions.SamplePoint = 0.875;
+    canOptions.OpenTimeoutMs = kPatienceMs;
     Channel* can[2] = {make(HDW_PORT_CAN, 0), make(HDW_PORT_CAN, 1)};
     if (!can[0] || !can[1])
         return Fail("demo: " + error);

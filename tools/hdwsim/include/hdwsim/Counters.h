@@ -41,6 +41,7 @@ struct Counters {
     PerChannel A429Pushed{};         // words accepted into a transmit FIFO
     PerChannel A429Transmitted{};    // words that left the transmitter
     PerChannel A429FifoDropped{};    // words pushed into a full FIFO
+    PerChannel A429FifoPeak{};       // the most words a transmit FIFO held
     PerChannel A429Received{};       // receive events sent
     PerChannel A429FilterDropped{};  // dropped by the receive label filter
     PerChannel A429RxDisabled{};     // arrived at a disabled receiver
