@@ -218,8 +218,16 @@ unsigned CKVX_HdwDevice::ProcessEventHandlers(unsigned instance, unsigned portTy
     CDeviceInstance* inst = GetDeviceInstance(instance);
     if (!inst || !event)
         return 0;
+    const CKVX_String& channel = event->GetChannelId();
+    const unsigned length = channel.GetLength();
+    const char first = channel.c_str()[0];
     for (CKVX_HdwPort* port : inst->GetPortList()) {
-        if (port->GetPortType() != portType || !(port->GetChannelIdRef() == event->GetChannelId()))
+        if (port->GetPortType() != portType)
+            continue;
+        // Channel names are short ("0" ... "15"): most differ in length or
+        // in their first character, which spares the text comparison.
+        const CKVX_String& own = port->GetChannelIdRef();
+        if (own.GetLength() != length || own.c_str()[0] != first || !(own == channel))
             continue;
         if (const unsigned rc = port->ProcessEvent(event))
             return rc;

@@ -11,6 +11,9 @@
 namespace {
 // Bytes taken from the link per read while receiving.
 constexpr unsigned kReadChunk = 4096;
+// Record blocks kept per instance for reuse: one full frame's worth of the
+// smallest records.
+constexpr size_t kSpareCommandBlocks = 1024;
 
 // Eight bytes per step for the CRC of whole frames: Slice[k][v] is what byte
 // v followed by k zero bytes contributes from a zero register, Slice[0]
@@ -185,6 +188,10 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachCommand(CDeviceInstance* instance, u
     cmd.Number = GetLastCommandNum(instance);
     cmd.EchoExpected = 1;
     cmd.Length = paramCount + 4;
+    if (!instance->SpareCommandBytes.empty()) {
+        cmd.Bytes = std::move(instance->SpareCommandBytes.back());
+        instance->SpareCommandBytes.pop_back();
+    }
     cmd.Bytes.resize(cmd.Length);
     cmd.Bytes[0] = uint8_t(cmd.Length);
     cmd.Bytes[1] = uint8_t(code | 0x80);
@@ -289,8 +296,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(CDeviceInstance* inst)
         inst->CommandList.DeleteAll();
         return 14;
     }
-    for (unsigned i = 0; i < count; ++i)
+    for (unsigned i = 0; i < count; ++i) {
+        if (inst->SpareCommandBytes.size() < kSpareCommandBlocks)
+            inst->SpareCommandBytes.push_back(std::move(inst->CommandList.GetFirst()->Bytes));
         inst->CommandList.PopFront();
+    }
     return 0;
 }
 
@@ -470,21 +480,19 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessReception(unsigned instance)
     CDeviceInstance* inst = GetProtocolInstance(instance);
     if (!inst)
         return 14;
-    unsigned waiting = 0;
-    if (DoLinkGetReadBufferBytes(inst, waiting) != 0)
-        return 14;
+    // Everything queued, a chunk at a time, without asking for the count
+    // first: a read that does not fill the chunk has taken all there was, so
+    // a busy tick costs one read call and an idle one a single empty read.
     uint8_t chunk[kReadChunk];
-    while (waiting > 0) {
+    for (;;) {
         unsigned got = 0;
-        if (DoLinkRead(inst, chunk, std::min(waiting, kReadChunk), got) != 0)
+        if (DoLinkRead(inst, chunk, kReadChunk, got) != 0)
             return 14;
-        if (got == 0)
-            break;
-        waiting -= std::min(waiting, got);
-        if (ReceiveBytes(instance, inst, chunk, got) != 0)
+        if (got > 0 && ReceiveBytes(instance, inst, chunk, got) != 0)
             return 14;
+        if (got < kReadChunk)
+            return 0;
     }
-    return 0;
 }
 
 template <class B>

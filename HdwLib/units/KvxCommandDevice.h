@@ -378,6 +378,10 @@ public:
         std::vector<CCanCtrlStatus> CanCtrl;
         std::vector<CUartCtrlStatus> UartCtrl;
         std::vector<CMilStd1553Config> MilStd1553Ctrl;
+        // Record blocks of sent commands, kept for the next ones to attach:
+        // a busy output attaches thousands of commands a second, and reusing
+        // their blocks takes the heap off the tick's path.
+        std::vector<std::vector<uint8_t>> SpareCommandBytes;
     };
 
     CKVX_HdwKvxCommandDevice();

@@ -94,7 +94,9 @@ bool Configure(int fd, const CKVX_HdwUartPort::CParameters& p)
 {
     // Raw, binary line that does not stop on errors: no echo, no line
     // editing, no character translation, no signals, receiver on, modem
-    // status ignored for opening; reads never wait.
+    // status ignored for opening. Reads never wait (the descriptor is
+    // non-blocking); VMIN 1 makes an empty line answer EAGAIN, so that a read
+    // of 0 bytes means a hang-up and an empty tick costs one read call.
     if (!ConfigRound(
             fd,
             [](termios& t) {
@@ -102,7 +104,7 @@ bool Configure(int fd, const CKVX_HdwUartPort::CParameters& p)
                 t.c_oflag &= ~OPOST;
                 t.c_lflag &= ~(ECHO | ECHONL | ICANON | ISIG | IEXTEN);
                 t.c_cflag |= CREAD | CLOCAL;
-                t.c_cc[VMIN] = 0;
+                t.c_cc[VMIN] = 1;
                 t.c_cc[VTIME] = 0;
             },
             [](const termios& t) { return (t.c_lflag & ICANON) == 0 && (t.c_oflag & OPOST) == 0; }))
@@ -234,6 +236,9 @@ unsigned CUart::Read(unsigned char* buffer, unsigned int maxBytes, unsigned int&
         }
         if (got < 0 && errno != EAGAIN && errno != EINTR)
             return HDW_ERR_SYSTEM_CALL; // EIO: the other side of a pseudo-terminal closed
+        // Empty but alive: a hung-up line reads as end of file, not EAGAIN.
+        if (got < 0 && errno == EAGAIN)
+            return 0;
     }
     // Nothing queued: report a line that has gone away (a bridge unplugged, a
     // modem hang-up) instead of "empty".

@@ -13,6 +13,9 @@
 #include <numeric>
 #include <thread>
 
+#include <sys/ioctl.h>
+#include <termios.h>
+
 long ReadLineSpeed(int fd);
 
 namespace {
@@ -357,6 +360,24 @@ TEST_F(UartPty, VanishedOtherSideTurnsIntoResultCodes)
     unsigned char out[] = {1, 2, 3};
     const unsigned rc = uart.Write(out, 3, 100);
     EXPECT_TRUE(rc == 0u || rc == 23u) << rc;
+    EXPECT_EQ(uart.Close(), 0u);
+}
+
+// A hang-up (a bridge unplugged, a modem dropping the line) leaves the other
+// side open but makes every read answer end of file: that is a dead line, not
+// an empty one.
+TEST_F(UartPty, HungUpLineTurnsIntoResultCodes)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    unsigned char buf[8];
+    unsigned n = 5;
+    ASSERT_EQ(uart.Read(buf, sizeof buf, n), 0u);
+    EXPECT_EQ(n, 0u);
+    if (ioctl(pty.Slave(), TIOCVHANGUP) != 0)
+        GTEST_SKIP() << "hanging up a terminal needs CAP_SYS_ADMIN";
+    n = 5;
+    EXPECT_EQ(uart.Read(buf, sizeof buf, n), 13u);
+    EXPECT_EQ(n, 0u);
     EXPECT_EQ(uart.Close(), 0u);
 }
 
