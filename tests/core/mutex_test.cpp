@@ -82,22 +82,3 @@ TEST(Mutex, ExcludesOtherThreads)
     EXPECT_EQ(overlaps.load(), 0);
     EXPECT_EQ(counter, static_cast<long long>(kThreads) * kRounds);
 }
-
-TEST(Mutex, LockBlocksUntilTheOwnerReleases)
-{
-    CKVX_Mutex m;
-    std::atomic<int> stage{0};
-    ASSERT_EQ(m.Lock(), 0u);
-    std::thread t([&] {
-        stage.store(1);
-        m.Lock();
-        stage.store(2);
-        m.Unlock();
-    });
-    while (stage.load() < 1)
-        std::this_thread::yield();
-    EXPECT_EQ(stage.load(), 1) << "the waiter got in while the mutex was held";
-    m.Unlock();
-    t.join();
-    EXPECT_EQ(stage.load(), 2);
-}

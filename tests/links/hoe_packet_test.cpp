@@ -30,8 +30,8 @@ TEST(HoePacket, DetectIsByteForByteTheKnownPacket)
     hoe.BuildDetectPacket(7, p);
 
     std::array<unsigned char, 64> expected{};
-    const unsigned char head[] = {0xA1, 0x00, 0x00, 0xFE, 0x01, 0x00, 0x78, 0x56, 0x34, 0x12,
-                                  0x00, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00};
+    const unsigned char head[] = {
+        0xA1, 0x00, 0x00, 0xFE, 0x01, 0x00, 0x78, 0x56, 0x34, 0x12, 0x00, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00};
     std::memcpy(expected.data(), head, sizeof head);
     expected[32] = 0x01;
     expected[35] = 0xF0;
@@ -91,10 +91,14 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
         uint32_t code;
     };
     const Case cases[] = {
-        {&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},  {&CKVX_HdwHoe::BuildClosePortPacket, 0xA0000003u},
-        {&CKVX_HdwHoe::BuildKeepAlivePortPacket, 0xA0000005u}, {&CKVX_HdwHoe::BuildDataBufPortPacket, 0xA0000006u},
-        {&CKVX_HdwHoe::BuildCctxPortPacket, 0xA0000008u},  {&CKVX_HdwHoe::BuildRstTxPortPacket, 0xA000000Au},
-        {&CKVX_HdwHoe::BuildRstRxPortPacket, 0xA000000Cu}, {&CKVX_HdwHoe::BuildDctxPortPacket, 0xA000000Eu},
+        {&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},
+        {&CKVX_HdwHoe::BuildClosePortPacket, 0xA0000003u},
+        {&CKVX_HdwHoe::BuildKeepAlivePortPacket, 0xA0000005u},
+        {&CKVX_HdwHoe::BuildDataBufPortPacket, 0xA0000006u},
+        {&CKVX_HdwHoe::BuildCctxPortPacket, 0xA0000008u},
+        {&CKVX_HdwHoe::BuildRstTxPortPacket, 0xA000000Au},
+        {&CKVX_HdwHoe::BuildRstRxPortPacket, 0xA000000Cu},
+        {&CKVX_HdwHoe::BuildDctxPortPacket, 0xA000000Eu},
         {&CKVX_HdwHoe::BuildCfgPortPacket, 0xA0000010u},
     };
     CKVX_HdwHoe hoe(0xCAFE);
@@ -111,8 +115,8 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
         EXPECT_EQ(CKVX_HdwHoe::GetFirstWord(p), 3u);
         EXPECT_EQ(CKVX_HdwHoe::GetSecondWord(p), 9u);
         EXPECT_EQ(CKVX_HdwHoe::GetPacketNumber(p), 41u);
-        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 26), 2u);   // port type kept to 16 bits
-        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 28), 4u);   // channel kept to 16 bits
+        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 26), 2u); // port type kept to 16 bits
+        EXPECT_EQ(CKVX_HdwHoe::GetU16(p, 28), 4u); // channel kept to 16 bits
         EXPECT_EQ(CKVX_HdwHoe::GetPayloadLength(p), 10u);
         Packet zeroed = p;
         zeroed.Bytes[62] = zeroed.Bytes[63] = 0;
@@ -141,88 +145,64 @@ TEST(HoePacket, NewClientIdentifiersAreDistinctAndNonZero)
 }
 
 // Acceptance: a reply the unit would send, then one datagram per check that
-// fails exactly that check.
-class HoeAcceptance : public ::testing::Test {
-protected:
-    static constexpr unsigned kClient = 0x51515151;
-    static constexpr unsigned kFirst = 0x1234;
-
+// fails exactly that check, in the order the checks are made.
+TEST(HoePacket, EachAcceptanceCheckRejectsWhatItShould)
+{
+    constexpr unsigned kClient = 0x51515151;
+    constexpr unsigned kFirst = 0x1234;
+    const auto recrc = [](Packet& p) { CKVX_HdwHoe::SetU16(p, 62, CKVX_HdwHoe::ComputeCrc(p)); };
     // A well-formed event-data packet with `payload` bytes, as a unit sends it.
-    Packet Reply(unsigned payload = 4)
-    {
-        CKVX_HdwHoe unit(kClient);
+    const auto reply = [&](unsigned payload) {
         std::vector<unsigned char> data(payload, 0x5A);
         Packet p;
-        unit.BuildSendCmdPacket(kFirst, 7, data.data(), static_cast<unsigned short>(payload), p);
+        CKVX_HdwHoe(kClient).BuildSendCmdPacket(kFirst, 7, data.data(), static_cast<unsigned short>(payload), p);
         CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, CKVX_HdwHoe::CodeEventData);
-        Recrc(p);
+        recrc(p);
         return p;
+    };
+    using Edit = void (*)(Packet&);
+    struct Case {
+        const char* what;
+        unsigned payload;
+        int size;
+        Edit edit;
+        bool recrc;
+        CKVX_HdwHoe::t_HoeCheck expected;
+    };
+    const Case cases[] = {
+        {"good", 4, 68, [](Packet&) {}, false, CKVX_HdwHoe::HoeAccepted},
+        {"largest payload", 1350, 1414, [](Packet&) {}, false, CKVX_HdwHoe::HoeAccepted},
+        // The version is not checked.
+        {"other version", 4, 68, [](Packet& p) { CKVX_HdwHoe::SetU16(p, CKVX_HdwHoe::OffVersion, 9); }, true,
+            CKVX_HdwHoe::HoeAccepted},
+        {"read failed", 4, -1, [](Packet&) {}, false, CKVX_HdwHoe::HoeCheckRead},
+        {"nothing read", 4, 0, [](Packet&) {}, false, CKVX_HdwHoe::HoeCheckRead},
+        {"shorter than a header", 4, 63, [](Packet&) {}, false, CKVX_HdwHoe::HoeCheckMinSize},
+        {"signature", 4, 68, [](Packet& p) { p.Bytes[3] = 0xFF; }, true, CKVX_HdwHoe::HoeCheckSignature},
+        {"client", 4, 68, [](Packet& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffClientId, kClient + 1); }, true,
+            CKVX_HdwHoe::HoeCheckClientId},
+        {"first word", 4, 68, [](Packet& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffFirstWord, kFirst + 1); }, true,
+            CKVX_HdwHoe::HoeCheckFirstWord},
+        {"payload over the maximum", 1350, 1414, [](Packet& p) { CKVX_HdwHoe::SetPayloadLength(p, 1351); }, false,
+            CKVX_HdwHoe::HoeCheckPayloadMax},
+        {"one byte longer than length + 64", 4, 69, [](Packet&) {}, false, CKVX_HdwHoe::HoeCheckLength},
+        {"one byte shorter", 4, 67, [](Packet&) {}, false, CKVX_HdwHoe::HoeCheckLength},
+        {"crc", 4, 68, [](Packet& p) { p.Bytes[65] ^= 0x01; }, false, CKVX_HdwHoe::HoeCheckCrc},
+        {"code", 4, 68,
+            [](Packet& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, CKVX_HdwHoe::CodeDisconnectReply); }, true,
+            CKVX_HdwHoe::HoeCheckCode},
+    };
+    CKVX_HdwHoe host(kClient);
+    for (const Case& c : cases) {
+        Packet p = reply(c.payload);
+        c.edit(p);
+        if (c.recrc)
+            recrc(p);
+        const Packet before = p;
+        EXPECT_EQ(host.CheckReceivedPacket(p, c.size, kFirst, CKVX_HdwHoe::CodeEventData), c.expected) << c.what;
+        EXPECT_EQ(0, std::memcmp(before.Bytes, p.Bytes, sizeof p.Bytes)) << "the check altered the packet";
     }
-    static void Recrc(Packet& p) { CKVX_HdwHoe::SetU16(p, 62, CKVX_HdwHoe::ComputeCrc(p)); }
-    CKVX_HdwHoe::t_HoeCheck Check(const Packet& p, int size)
-    {
-        return host.CheckReceivedPacket(p, size, kFirst, CKVX_HdwHoe::CodeEventData);
-    }
-
-    CKVX_HdwHoe host{kClient};
-};
-
-TEST_F(HoeAcceptance, WellFormedReplyPasses)
-{
-    const Packet p = Reply();
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeAccepted);
-    const Packet full = Reply(1350);
-    EXPECT_EQ(Check(full, 1414), CKVX_HdwHoe::HoeAccepted);
+    // With a list of wanted codes, any of them passes.
     const uint32_t codes[] = {CKVX_HdwHoe::CodeKeepAlivePort, CKVX_HdwHoe::CodeEventData};
-    EXPECT_EQ(host.CheckReceivedPacket(p, 68, kFirst, codes, 2), CKVX_HdwHoe::HoeAccepted);
-}
-
-TEST_F(HoeAcceptance, EachCheckRejectsInOrder)
-{
-    Packet p = Reply();
-    EXPECT_EQ(Check(p, -1), CKVX_HdwHoe::HoeCheckRead);
-    EXPECT_EQ(Check(p, 0), CKVX_HdwHoe::HoeCheckRead);
-    EXPECT_EQ(Check(p, 63), CKVX_HdwHoe::HoeCheckMinSize);
-
-    p = Reply();
-    p.Bytes[3] = 0xFF;
-    Recrc(p);
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckSignature);
-
-    p = Reply();
-    CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffClientId, kClient + 1);
-    Recrc(p);
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckClientId);
-
-    p = Reply();
-    CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffFirstWord, kFirst + 1);
-    Recrc(p);
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckFirstWord);
-
-    p = Reply(1350);
-    CKVX_HdwHoe::SetPayloadLength(p, 1351);
-    EXPECT_EQ(Check(p, 1414), CKVX_HdwHoe::HoeCheckPayloadMax);
-
-    p = Reply();
-    EXPECT_EQ(Check(p, 69), CKVX_HdwHoe::HoeCheckLength); // one byte longer than length + 64
-    EXPECT_EQ(Check(p, 67), CKVX_HdwHoe::HoeCheckLength);
-
-    p = Reply();
-    p.Bytes[65] ^= 0x01;
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckCrc);
-
-    p = Reply();
-    CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, CKVX_HdwHoe::CodeDisconnectReply);
-    Recrc(p);
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeCheckCode);
-}
-
-TEST_F(HoeAcceptance, VersionIsNotCheckedAndCheckLeavesPacketIntact)
-{
-    Packet p = Reply();
-    CKVX_HdwHoe::SetU16(p, CKVX_HdwHoe::OffVersion, 9);
-    Recrc(p);
-    const Packet before = p;
-    EXPECT_EQ(Check(p, 68), CKVX_HdwHoe::HoeAccepted);
-    EXPECT_EQ(0, std::memcmp(before.Bytes, p.Bytes, sizeof p.Bytes));
+    EXPECT_EQ(host.CheckReceivedPacket(reply(4), 68, kFirst, codes, 2), CKVX_HdwHoe::HoeAccepted);
 }

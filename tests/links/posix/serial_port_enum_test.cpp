@@ -36,8 +36,7 @@ protected:
 
     // A USB device with one interface carrying the tty `name`.
     fs::path AddUsbTty(const std::string& usbDir, const std::string& name, const std::string& vid,
-                       const std::string& pid, const std::string& product, const std::string& serial,
-                       const std::string& bcd)
+        const std::string& pid, const std::string& product, const std::string& serial, const std::string& bcd)
     {
         const fs::path usb = sys / "devices" / "pci0000:00" / "0000:00:14.0" / "usb1" / usbDir;
         WriteFile(usb / "idVendor", vid);
@@ -67,31 +66,30 @@ protected:
     fs::path root, sys, dev;
 };
 
-TEST_F(FakeSysfs, UsbBridgeCarriesItsDescriptors)
+TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrder)
 {
-    AddUsbTty("1-2", "ttyUSB0", "0403", "6001", "Test Bridge", "A1B2C3", "0600");
-    AddNode("ttyUSB0");
-    const auto ports = Enumerate();
-    ASSERT_EQ(ports.size(), 1u);
-    EXPECT_EQ(ports[0].Name, (dev / "ttyUSB0").string());
-    EXPECT_TRUE(ports[0].IsUsb);
-    EXPECT_EQ(ports[0].VendorId, "0403");
-    EXPECT_EQ(ports[0].ProductId, "6001");
-    EXPECT_EQ(ports[0].Description, "Test Bridge");
-    EXPECT_EQ(ports[0].SerialNumber, "A1B2C3");
-    EXPECT_EQ(ports[0].Revision, "0600");
-}
-
-TEST_F(FakeSysfs, IdentifiersAreLowercaseAndMissingTextsEmpty)
-{
+    AddUsbTty("1-5", "ttyUSB10", "0403", "6010", "Dual", "S10", "0700");
+    AddUsbTty("1-2", "ttyUSB2", "0403", "6001", "Test Bridge", "A1B2C3", "0600");
+    // Identifiers come out in lower case; missing texts are empty.
     AddUsbTty("1-3", "ttyACM0", "1A86", "7D2B", "", "", "0264");
+    AddNode("ttyUSB10");
+    AddNode("ttyUSB2");
     AddNode("ttyACM0");
     const auto ports = Enumerate();
-    ASSERT_EQ(ports.size(), 1u);
+    ASSERT_EQ(ports.size(), 3u);
+    EXPECT_EQ(ports[0].Name, (dev / "ttyACM0").string());
+    EXPECT_TRUE(ports[0].IsUsb);
     EXPECT_EQ(ports[0].VendorId, "1a86");
     EXPECT_EQ(ports[0].ProductId, "7d2b");
     EXPECT_EQ(ports[0].Description, "");
     EXPECT_EQ(ports[0].SerialNumber, "");
+    EXPECT_EQ(ports[1].Name, (dev / "ttyUSB2").string());
+    EXPECT_EQ(ports[1].VendorId, "0403");
+    EXPECT_EQ(ports[1].ProductId, "6001");
+    EXPECT_EQ(ports[1].Description, "Test Bridge");
+    EXPECT_EQ(ports[1].SerialNumber, "A1B2C3");
+    EXPECT_EQ(ports[1].Revision, "0600");
+    EXPECT_EQ(ports[2].SerialNumber, "S10");
 }
 
 TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
@@ -123,21 +121,6 @@ TEST_F(FakeSysfs, VirtualTerminalsAndMissingNodesAreLeftOut)
     // A bridge whose /dev node does not exist (unplugged in between).
     AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000");
     EXPECT_TRUE(Enumerate().empty());
-}
-
-TEST_F(FakeSysfs, PortsComeInNameOrder)
-{
-    AddUsbTty("1-5", "ttyUSB10", "0403", "6010", "Dual", "S10", "0700");
-    AddUsbTty("1-6", "ttyUSB2", "0403", "6001", "Single", "S2", "0600");
-    AddUsbTty("1-7", "ttyACM0", "2341", "0043", "Board", "A0", "0001");
-    AddNode("ttyUSB10");
-    AddNode("ttyUSB2");
-    AddNode("ttyACM0");
-    const auto ports = Enumerate();
-    ASSERT_EQ(ports.size(), 3u);
-    EXPECT_EQ(ports[0].SerialNumber, "A0");
-    EXPECT_EQ(ports[1].SerialNumber, "S2");
-    EXPECT_EQ(ports[2].SerialNumber, "S10");
 }
 
 TEST_F(FakeSysfs, MissingTreeGivesNothing)

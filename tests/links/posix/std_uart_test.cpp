@@ -1,7 +1,9 @@
-// The byte services of the PC serial-port device on a pseudo-terminal: what
-// the other side writes comes out of the input service in order, what the
-// application writes reaches the other side in order however much it is, and
-// a hung-up line turns into result codes.
+// The PC serial-port device on a pseudo-terminal, through the manager: the
+// link given explicitly becomes a UART port that opens the line with the
+// port's settings; what the other side writes comes out of the input service
+// in order, what the application writes reaches the other side in order
+// however much it is, and a hung-up line turns into result codes. The
+// UDP emulator device shares these byte services.
 #include "PtyPair.h"
 
 #include <HdwLib/framework/HdwManager.h>
@@ -11,10 +13,14 @@
 
 #include <thread>
 
+long ReadLineSpeed(int fd);
+
 namespace {
 
 using Dev = CKVX_HdwStdUartDevice;
+using Params = CKVX_HdwUartPort::CParameters;
 
+// Not periodic in 256, so that a lost or repeated block of any size shows.
 std::vector<uint8_t> Pattern(size_t n)
 {
     std::vector<uint8_t> v(n);
@@ -23,16 +29,15 @@ std::vector<uint8_t> Pattern(size_t n)
     return v;
 }
 
-class StdUartServices : public ::testing::Test {
+class StdUart : public ::testing::Test {
 protected:
     void SetUp() override
     {
         ASSERT_TRUE(pty.Ok());
         ASSERT_EQ(manager.AttachDevice(&device), 0u);
-        CKVX_HdwManager::CInitPortDesc link(Dev::StdUartDeviceCode, pty.SlaveName().c_str());
-        ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
         ASSERT_EQ(manager.Run(), 0u);
-        port = manager.GetPort(HDW_PORT_UART, 0);
+        port = dynamic_cast<Dev::CStdUartPort*>(manager.GetPort(HDW_PORT_UART, 0));
         ASSERT_NE(port, nullptr);
     }
     void TearDown() override { manager.Stop(); }
@@ -51,20 +56,70 @@ protected:
         out = dynamic_cast<Dev::CByteOutBufferService*>(s);
         ASSERT_NE(in, nullptr);
         ASSERT_NE(out, nullptr);
-        CKVX_HdwUartPort::CParameters line;
+        Params line;
         line.BaudRate = 115200;
         ASSERT_EQ(port->Open(&line), 0u);
     }
 
     PtyPair pty;
+    CKVX_HdwManager::CInitPortDesc links[2] = {
+        {Dev::StdUartDeviceCode, pty.SlaveName().c_str()}, {Dev::StdUartDeviceCode, "/dev/hdwlib-missing-tty"}};
     Dev device;
     CKVX_HdwManager manager;
-    CKVX_HdwPort* port = nullptr;
+    Dev::CStdUartPort* port = nullptr;
     Dev::CByteInBufferService* in = nullptr;
     Dev::CByteOutBufferService* out = nullptr;
 };
 
-TEST_F(StdUartServices, AdmitsOneInputAndOneOutputOnly)
+TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
+{
+    EXPECT_EQ(links[0].Result, 0u);
+    EXPECT_EQ(links[1].Result, 14u);
+    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
+    const auto* desc = manager.GetPortDescriptor(HDW_PORT_UART, 0);
+    ASSERT_NE(desc, nullptr);
+    EXPECT_EQ(desc->SerialNumber, pty.SlaveName().c_str());
+    EXPECT_EQ(desc->Link, pty.SlaveName().c_str());
+    unsigned char buf[64];
+    unsigned n = 0;
+    EXPECT_EQ(port->Read(buf, sizeof buf, n), 19u);
+    EXPECT_EQ(port->Write(buf, 1), 19u);
+
+    // A port opens with a service enabled; the direct Read and Write work beside it.
+    CKVX_HdwService* s = nullptr;
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    Params params;
+    params.Parity = Params::ParityEven; // a pseudo-terminal has none: the port stays closed
+    EXPECT_EQ(port->Open(&params), 14u);
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_FALSE(device.GetStdInstance(0)->Uart.IsOpen());
+    params.Parity = Params::ParityNone;
+    params.BaudRate = 57600;
+    params.StopBits = Params::StopBitsTwo;
+    ASSERT_EQ(port->Open(&params), 0u);
+    EXPECT_EQ(ReadLineSpeed(pty.Slave()), 57600);
+    termios t{};
+    tcgetattr(pty.Slave(), &t);
+    EXPECT_NE(t.c_cflag & CSTOPB, 0u);
+
+    unsigned char hello[] = {'h', 'i', 0x00, 0xFF, '\r'};
+    ASSERT_EQ(port->Write(hello, sizeof hello), 0u);
+    EXPECT_EQ(pty.ReadMaster(sizeof hello), std::vector<uint8_t>(hello, hello + sizeof hello));
+    ASSERT_TRUE(pty.WriteMaster({'o', 'k'}));
+    ASSERT_TRUE(WaitUntil([&] { return port->Read(buf, sizeof buf, n) == 0 && n > 0; }));
+    EXPECT_EQ(buf[0], 'o');
+
+    ASSERT_EQ(port->Close(), 0u);
+    EXPECT_FALSE(device.GetStdInstance(0)->Uart.IsOpen());
+    EXPECT_EQ(port->Read(buf, sizeof buf, n), 19u);
+    // It opens again, and stopping the manager closes the line.
+    ASSERT_EQ(port->Open(&params), 0u);
+    ASSERT_EQ(manager.Stop(), 0u);
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_FALSE(device.GetStdInstance(0)->Uart.IsOpen());
+}
+
+TEST_F(StdUart, AdmitsOneInputAndOneOutputServiceOnly)
 {
     CKVX_HdwService* s = nullptr;
     EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
@@ -79,7 +134,7 @@ TEST_F(StdUartServices, AdmitsOneInputAndOneOutputOnly)
     EXPECT_EQ(port->GetServiceList().GetLength(), 2u);
 }
 
-TEST_F(StdUartServices, BytesFromTheLineComeOutInOrder)
+TEST_F(StdUart, BytesFromTheLineComeOutOfTheInputInOrder)
 {
     OpenWithServices();
     const auto sent = Pattern(200000);
@@ -99,7 +154,7 @@ TEST_F(StdUartServices, BytesFromTheLineComeOutInOrder)
     EXPECT_EQ(in->GetDroppedCount(), 0u);
 }
 
-TEST_F(StdUartServices, FullInputBufferDropsTheOldestBytes)
+TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
 {
     OpenWithServices(100);
     const auto sent = Pattern(300);
@@ -111,7 +166,7 @@ TEST_F(StdUartServices, FullInputBufferDropsTheOldestBytes)
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>(sent.begin() + 200, sent.end()));
 }
 
-TEST_F(StdUartServices, LargeWriteReachesTheLineWhole)
+TEST_F(StdUart, LargeWriteReachesTheLineWhole)
 {
     OpenWithServices();
     auto sent = Pattern(300000);
@@ -120,13 +175,12 @@ TEST_F(StdUartServices, LargeWriteReachesTheLineWhole)
     unsigned pending = 0;
     ASSERT_EQ(out->GetBytesToBeWritten(pending), 0u);
     EXPECT_GT(pending, 0u);
-    const auto got = pty.ReadMaster(sent.size());
-    EXPECT_EQ(got, sent);
+    EXPECT_EQ(pty.ReadMaster(sent.size()), sent);
     ASSERT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
-TEST_F(StdUartServices, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
+TEST_F(StdUart, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
 {
     OpenWithServices();
     unsigned char buf[16];
