@@ -90,23 +90,8 @@ TEST(StringConversion, ToUnsignedRejectsBadTextAndOverflowAndLeavesTheValue)
         const char* text;
         unsigned radix;
     };
-    const Case bad[] = {
-        {"", 10},
-        {"4294967296", 10},
-        {"99999999999", 10},
-        {"12a", 10},
-        {"-1", 10},
-        {"+1", 10},
-        {" 1", 10},
-        {"1 ", 10},
-        {"1.0", 10},
-        {"100000000", 16},
-        {"2", 2},
-        {"8", 8},
-        {"g", 16},
-        {"1", 1},
-        {"1", 37},
-    };
+    const Case bad[] = {{"", 10}, {"4294967296", 10}, {"99999999999", 10}, {"12a", 10}, {"-1", 10}, {"+1", 10},
+        {" 1", 10}, {"1 ", 10}, {"1.0", 10}, {"100000000", 16}, {"2", 2}, {"8", 8}, {"g", 16}, {"1", 1}, {"1", 37}};
     for (const Case& c : bad) {
         unsigned v = 1234;
         EXPECT_FALSE(CKVX_String(c.text).ToUnsigned(v, c.radix)) << '"' << c.text << "\" radix " << c.radix;

@@ -82,6 +82,20 @@ protected:
         buf.resize(got);
         return buf;
     }
+    // Takes every free port of the manager's pool; Release gives them back.
+    std::set<unsigned short> TakePool()
+    {
+        std::set<unsigned short> taken;
+        unsigned short p = 0;
+        while (manager.GetSysEthPort(p) == 0)
+            taken.insert(p);
+        return taken;
+    }
+    void Release(const std::set<unsigned short>& ports)
+    {
+        for (unsigned short p : ports)
+            manager.ReleaseSysEthPort(p);
+    }
     void Connect()
     {
         ASSERT_EQ(device.Open(0), 0u);
@@ -212,20 +226,15 @@ TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectReleasesThePortAndReop
     this->Connect();
     const unsigned short used = this->peer.Snapshot().HostPort;
     // Take every other pool port: the pool is then exhausted.
-    std::vector<unsigned short> taken;
-    unsigned short p = 0;
-    while (this->manager.GetSysEthPort(p) == 0)
-        taken.push_back(p);
+    const auto taken = this->TakePool();
     EXPECT_EQ(taken.size(), CKVX_HdwManager::SysEthPortCount - 1u);
 
     EXPECT_EQ(this->device.LinkClose(0u), 8u);
     EXPECT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Disconnects == 1; }));
     EXPECT_FALSE(this->device.GetHoeInstance(0)->IsEthConnected());
-    ASSERT_EQ(this->manager.GetSysEthPort(p), 0u);
-    EXPECT_EQ(p, used);
-    for (unsigned short t : taken)
-        this->manager.ReleaseSysEthPort(t);
-    this->manager.ReleaseSysEthPort(p);
+    EXPECT_EQ(this->TakePool(), std::set<unsigned short>{used});
+    this->Release(taken);
+    this->Release({used});
     // Close of the instance; the link time-out may change again; reopen: a new session.
     EXPECT_EQ(this->device.Close(0), 0u);
     EXPECT_FALSE(this->device.GetDeviceInstance(0)->IsOpen());
@@ -251,12 +260,7 @@ TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
     ASSERT_EQ(this->manager.GetSysEthPort(next), 0u);
     this->manager.ReleaseSysEthPort(next);
     // The cursor moved past it; walk the pool once so that it comes round again.
-    std::vector<unsigned short> all;
-    unsigned short p = 0;
-    while (this->manager.GetSysEthPort(p) == 0)
-        all.push_back(p);
-    for (unsigned short t : all)
-        this->manager.ReleaseSysEthPort(t);
+    this->Release(this->TakePool());
     // After a whole lap the cursor is back where it was: `next` comes next again.
     CKVX_HdwUdpSocket blocker;
     if (blocker.Open(next) != 0)
@@ -266,14 +270,11 @@ TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
     const unsigned short used = this->peer.Snapshot().HostPort;
     EXPECT_NE(used, next);
     // The skipped port went back to the pool.
-    std::set<unsigned short> free;
-    while (this->manager.GetSysEthPort(p) == 0)
-        free.insert(p);
+    const auto free = this->TakePool();
     EXPECT_EQ(free.count(next), 1u);
     EXPECT_EQ(free.count(used), 0u);
     EXPECT_EQ(free.size(), CKVX_HdwManager::SysEthPortCount - 1u);
-    for (unsigned short t : free)
-        this->manager.ReleaseSysEthPort(t);
+    this->Release(free);
 }
 
 TYPED_TEST(HoeDeviceTest, RefusedSessionFailsOpenAndGivesThePortBack)
@@ -281,11 +282,7 @@ TYPED_TEST(HoeDeviceTest, RefusedSessionFailsOpenAndGivesThePortBack)
     this->peer.SessionToGrant = 0;
     EXPECT_EQ(this->device.Open(0), 14u);
     EXPECT_FALSE(this->device.GetDeviceInstance(0)->IsOpen());
-    std::vector<unsigned short> all;
-    unsigned short p = 0;
-    while (this->manager.GetSysEthPort(p) == 0)
-        all.push_back(p);
-    EXPECT_EQ(all.size(), CKVX_HdwManager::SysEthPortCount);
+    EXPECT_EQ(this->TakePool().size(), CKVX_HdwManager::SysEthPortCount);
 }
 
 // Enumeration outcomes per link.

@@ -90,17 +90,11 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
         Builder build;
         uint32_t code;
     };
-    const Case cases[] = {
-        {&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},
-        {&CKVX_HdwHoe::BuildClosePortPacket, 0xA0000003u},
-        {&CKVX_HdwHoe::BuildKeepAlivePortPacket, 0xA0000005u},
-        {&CKVX_HdwHoe::BuildDataBufPortPacket, 0xA0000006u},
-        {&CKVX_HdwHoe::BuildCctxPortPacket, 0xA0000008u},
-        {&CKVX_HdwHoe::BuildRstTxPortPacket, 0xA000000Au},
-        {&CKVX_HdwHoe::BuildRstRxPortPacket, 0xA000000Cu},
-        {&CKVX_HdwHoe::BuildDctxPortPacket, 0xA000000Eu},
-        {&CKVX_HdwHoe::BuildCfgPortPacket, 0xA0000010u},
-    };
+    const Case cases[] = {{&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},
+        {&CKVX_HdwHoe::BuildClosePortPacket, 0xA0000003u}, {&CKVX_HdwHoe::BuildKeepAlivePortPacket, 0xA0000005u},
+        {&CKVX_HdwHoe::BuildDataBufPortPacket, 0xA0000006u}, {&CKVX_HdwHoe::BuildCctxPortPacket, 0xA0000008u},
+        {&CKVX_HdwHoe::BuildRstTxPortPacket, 0xA000000Au}, {&CKVX_HdwHoe::BuildRstRxPortPacket, 0xA000000Cu},
+        {&CKVX_HdwHoe::BuildDctxPortPacket, 0xA000000Eu}, {&CKVX_HdwHoe::BuildCfgPortPacket, 0xA0000010u}};
     CKVX_HdwHoe hoe(0xCAFE);
     for (const Case& c : cases) {
         Packet p = Filled(0);
