@@ -17,8 +17,8 @@ constexpr unsigned EvA429Rx = 2, EvA429Tx = 3;
 constexpr uint64_t Ms = 1000000;
 
 // Label control: period in ms (1..1024), flags, offset in ms, repeat count.
-Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true,
-                bool once = false, unsigned offsetMs = 0, unsigned repeat = 0)
+Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true, bool once = false,
+    unsigned offsetMs = 0, unsigned repeat = 0)
 {
     Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(label)};
     Le32(p, ((periodMs - 1) & 0x3FF) | (enabled ? 1u << 10 : 0) | (once ? 1u << 11 : 0));
@@ -26,7 +26,10 @@ Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs,
     Le16(p, repeat);
     return Record(16, number, p);
 }
-Bytes LabelReset(unsigned number, unsigned ch) { return Record(18, number, {static_cast<uint8_t>(ch)}); }
+Bytes LabelReset(unsigned number, unsigned ch)
+{
+    return Record(18, number, {static_cast<uint8_t>(ch)});
+}
 
 // ARINC 429 transmit events of one label, in order.
 std::vector<Event> TxOf(const EngineHost& h, unsigned label)
@@ -45,8 +48,8 @@ class LabelTable : public ::testing::TestWithParam<bool> {};
 TEST_P(LabelTable, CyclicLabelLeavesAtItsPeriodAndReachesTheWiredReceiver)
 {
     EngineHost h(GetParam());
-    h.Send(Frame({AtxConfig(1, 1, true, 299), ArxConfig(2, 1, true, true, AllLabels()),
-                  LabelCtrl(3, 1, 0x31, 10), AtxPush(4, 1, 0x00012331)}));
+    h.Send(Frame({AtxConfig(1, 1, true, 299), ArxConfig(2, 1, true, true, AllLabels()), LabelCtrl(3, 1, 0x31, 10),
+        AtxPush(4, 1, 0x00012331)}));
     EXPECT_EQ(h.Engine.GetCounters().A429LabelData[1], 1u);
     EXPECT_EQ(h.Engine.GetCounters().A429Pushed[1], 0u); // table data, not the FIFO
     // The first word left with the data; the next is due one period later.
@@ -71,7 +74,7 @@ TEST(LabelTableData, NewDataIsSentFromTheNextCycleAndLabelsKeepTheirOwnPeriods)
 {
     EngineHost h;
     h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x10, 20), LabelCtrl(3, 0, 0x20, 50, true, false, 5),
-                  AtxPush(4, 0, 0x0410), AtxPush(5, 0, 0x0820)}));
+        AtxPush(4, 0, 0x0410), AtxPush(5, 0, 0x0820)}));
     h.At(30 * Ms);
     h.Send(Frame({AtxPush(6, 0, 0x0C10)}));
     h.At(100 * Ms);
@@ -129,8 +132,8 @@ TEST(LabelTableData, ResetEmptiesTheTableAndLaterWordsGoToTheFifo)
 TEST(LabelTableData, TransmitOnceAndRepeatCount)
 {
     EngineHost h;
-    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x61, 10, true, true), LabelCtrl(3, 0, 0x62, 10, true, false, 0, 3),
-                  AtxPush(4, 0, 0x61), AtxPush(5, 0, 0x62)}));
+    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x61, 10, true, true),
+        LabelCtrl(3, 0, 0x62, 10, true, false, 0, 3), AtxPush(4, 0, 0x61), AtxPush(5, 0, 0x62)}));
     h.At(100 * Ms);
     EXPECT_EQ(TxOf(h, 0x61).size(), 1u); // once per update
     EXPECT_EQ(TxOf(h, 0x62).size(), 3u); // stops after its repeat count
