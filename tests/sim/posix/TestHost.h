@@ -18,10 +18,7 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-inline uint16_t Crc(const uint8_t* data, size_t size)
-{
-    return testsupport::BitwiseCrc16(data, size);
-}
+using testsupport::BitwiseCrc16;
 
 inline void Le16(Bytes& b, uint32_t v)
 {
@@ -128,7 +125,7 @@ inline Bytes FrameOf(const std::vector<Bytes>& records)
     Bytes f{0xA5};
     Le16(f, static_cast<uint32_t>(payload.size()));
     f.insert(f.end(), payload.begin(), payload.end());
-    Le16(f, Crc(f.data(), f.size()));
+    Le16(f, BitwiseCrc16(f.data(), f.size()));
     return f;
 }
 
@@ -175,7 +172,7 @@ public:
             if (events.size() < count || pos + 2 > m_Buf.size())
                 return; // incomplete: wait for more bytes
             const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
-            const bool good = count > 0 && crc == Crc(m_Buf.data(), pos);
+            const bool good = count > 0 && crc == BitwiseCrc16(m_Buf.data(), pos);
             ++(good ? GoodFrames : BadFrames);
             if (good)
                 Events.insert(Events.end(), events.begin(), events.end());

@@ -96,28 +96,6 @@ TEST(UnitFraming, TimeStampsAreMicrosecondsOfA32BitClock)
     EXPECT_EQ(h.Stream.Events[0].Time(), static_cast<uint32_t>(0xFFFFFF00u + 1'000'000u));
 }
 
-TEST(Arinc429Loop, WordsLeaveInOrderAndReachOnlyTheWiredReceiver)
-{
-    EngineHost h;
-    for (unsigned ch = 0; ch < 4; ++ch)
-        h.Send(Frame({AtxConfig(ch * 2, ch, true, 299), ArxConfig(ch * 2 + 1, ch, true, true, AllLabels())}));
-    for (unsigned i = 0; i < 100; ++i)
-        h.Send(Frame({AtxPush(100 + i, i % 4, 0x80000000u + 0x100u * i + i % 4)}));
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        const auto tx = OnChannel(h.Stream.OfType(EvA429Tx), ch);
-        const auto rx = OnChannel(h.Stream.OfType(EvA429Rx), ch);
-        ASSERT_EQ(tx.size(), 25u);
-        ASSERT_EQ(rx.size(), 25u);
-        for (unsigned k = 0; k < 25; ++k) {
-            EXPECT_EQ(tx[k].Word(), 0x80000000u + 0x100u * (4 * k + ch) + ch);
-            EXPECT_EQ(rx[k].Word(), tx[k].Word());
-        }
-        EXPECT_EQ(tx[0].Params.size(), 8u);
-        EXPECT_GE(rx[0].Params.size(), 10u);
-        EXPECT_EQ(h.Engine.GetCounters().A429Received[ch], 25u);
-    }
-}
-
 TEST(Arinc429Loop, FilterDisabledReceiverAndOtherSpeedStopWords)
 {
     EngineHost h;
@@ -256,27 +234,30 @@ TEST(Faults, DelayedAnswersLeaveOnlyAfterTheDelay)
     EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 1u);
 }
 
-TEST(Pacing, Arinc429WordsTake36BitTimes)
+TEST(Pacing, Arinc429WordsTake36BitTimesAtEitherSpeed)
 {
-    EngineHost h(true);
-    h.Send(Frame({AtxConfig(1, 0, true, 299), ArxConfig(2, 0, true, true, AllLabels())}));
-    std::vector<Bytes> recs;
-    for (unsigned i = 0; i < 100; ++i)
-        recs.push_back(AtxPush(10 + i, 0, i));
-    h.Send(FrameOf(recs));
-    EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
-    // 100 kbit/s: a word every 360 us.
-    h.At(3'600'000 - 1);
-    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 9u);
-    h.At(3'600'000);
-    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 10u);
-    EXPECT_EQ(h.Engine.NextBusEventNs(), 3'960'000u);
-    h.At(36'000'000);
-    const auto tx = h.Stream.OfType(EvA429Tx);
-    ASSERT_EQ(tx.size(), 100u);
-    for (size_t i = 1; i < tx.size(); ++i)
-        EXPECT_EQ(tx[i].Time() - tx[i - 1].Time(), 360u);
-    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 100u);
+    // Divider 299: 100 kbit/s, a word every 360 us; 2399: 12.5 kbit/s, every 2880 us.
+    for (const auto& [divider, us] : {std::pair{299u, 360u}, std::pair{2399u, 2880u}}) {
+        SCOPED_TRACE(divider);
+        EngineHost h(true);
+        h.Send(Frame({AtxConfig(1, 0, true, divider), ArxConfig(2, 0, true, divider < 2000, AllLabels())}));
+        std::vector<Bytes> recs;
+        for (unsigned i = 0; i < 100; ++i)
+            recs.push_back(AtxPush(10 + i, 0, i));
+        h.Send(FrameOf(recs));
+        EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
+        h.At(10ull * us * 1000 - 1);
+        EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 9u);
+        h.At(10ull * us * 1000);
+        EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 10u);
+        EXPECT_EQ(h.Engine.NextBusEventNs(), 11ull * us * 1000);
+        h.At(100ull * us * 1000);
+        const auto tx = h.Stream.OfType(EvA429Tx);
+        ASSERT_EQ(tx.size(), 100u);
+        for (size_t i = 1; i < tx.size(); ++i)
+            EXPECT_EQ(tx[i].Time() - tx[i - 1].Time(), us);
+        EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 100u);
+    }
 }
 
 TEST(Pacing, CanFramesTakeTheirStuffedLength)

@@ -19,7 +19,7 @@ using namespace simtest;
 
 namespace {
 
-constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3;
+constexpr unsigned EvEcho = 0, EvA429Rx = 2;
 
 // The host's end: the slave, raw and non-blocking; what it reads goes to Stream.
 struct Slave {
@@ -57,11 +57,9 @@ struct Slave {
 };
 
 struct PtyFixture : ::testing::Test {
-    void StartSim(bool pacing = false)
+    void StartSim()
     {
-        hdwsim::Emulator::Options o;
-        o.Pacing = pacing;
-        Sim = std::make_unique<hdwsim::Emulator>(hdwsim::HaldenModel(), o);
+        Sim = std::make_unique<hdwsim::Emulator>(hdwsim::HaldenModel(), hdwsim::Emulator::Options{});
         std::string error;
         ASSERT_TRUE(Sim->Start(&error)) << error;
         ASSERT_FALSE(Sim->PtyPath().empty());
@@ -110,22 +108,6 @@ TEST_F(PtyFixture, SlaveOpenedAgainIsServedAndBytesWhileHungUpAreIgnored)
     ASSERT_EQ(s.Stream.OfType(EvEcho).size(), 1u);
     EXPECT_EQ(s.Stream.OfType(EvEcho)[0].EchoNumber(), 2u);
     EXPECT_EQ(Sim->GetCounters().CommandsReceived, 2u);
-}
-
-TEST_F(PtyFixture, PacedWordsAreSpacedByTheirBusTimeOnTheUnitClock)
-{
-    StartSim(true);
-    Slave s(Sim->PtyPath());
-    std::vector<Bytes> recs{AtxConfig(1, 1, true, 2399), ArxConfig(2, 1, true, false, AllLabels())};
-    for (unsigned i = 0; i < 30; ++i)
-        recs.push_back(AtxPush(10 + i, 1, i));
-    s.Write(FrameOf(recs));
-    ASSERT_TRUE(s.ReadUntil([&] { return s.Stream.OfType(EvA429Tx).size() == 30; }));
-    const auto tx = s.Stream.OfType(EvA429Tx);
-    // 12.5 kbit/s: 36 bit times are 2880 us; the unit cannot send faster.
-    for (size_t i = 1; i < tx.size(); ++i)
-        EXPECT_EQ(tx[i].Time() - tx[i - 1].Time(), 2880u);
-    EXPECT_EQ(s.Stream.OfType(EvA429Rx).size(), 30u);
 }
 
 namespace {

@@ -44,7 +44,7 @@ Bytes Build(const Packet& p)
     Le16(d, static_cast<uint32_t>(p.Payload.size()));
     d.resize(64, 0);
     d.insert(d.end(), p.Payload.begin(), p.Payload.end());
-    const uint16_t crc = Crc(d.data(), d.size());
+    const uint16_t crc = BitwiseCrc16(d.data(), d.size());
     d[62] = static_cast<uint8_t>(crc);
     d[63] = static_cast<uint8_t>(crc >> 8);
     return d;
@@ -59,7 +59,7 @@ bool Parse(const Bytes& d, Packet& p)
         return false;
     Bytes z = d;
     z[62] = z[63] = 0;
-    if (Crc(z.data(), z.size()) != (d[62] | (d[63] << 8)))
+    if (BitwiseCrc16(z.data(), z.size()) != (d[62] | (d[63] << 8)))
         return false;
     p.ClientId = GetLe32(&d[6]);
     p.Second = GetLe32(&d[10]);
