@@ -7,20 +7,18 @@
 #include "support/BitwiseCrc.h"
 #include "support/Wait.h"
 
-#include <chrono>
-#include <cstdint>
+#include <algorithm>
 #include <cstddef>
-#include <functional>
-#include <poll.h>
+#include <cstdint>
 #include <initializer_list>
-#include <string>
+#include <iterator>
 #include <vector>
 
 namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-inline uint16_t Crc(const uint8_t* data, size_t size) { return testsupport::BitwiseCrc16(data, size); }
+using testsupport::BitwiseCrc16;
 
 inline void Le16(Bytes& b, uint32_t v)
 {
@@ -50,9 +48,15 @@ inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 
 // A host frame holding the records in order.
 inline Bytes FrameOf(const std::vector<Bytes>& records);
-inline Bytes Frame(std::initializer_list<Bytes> records) { return FrameOf(std::vector<Bytes>(records)); }
+inline Bytes Frame(std::initializer_list<Bytes> records)
+{
+    return FrameOf(std::vector<Bytes>(records));
+}
 
-inline Bytes Session(unsigned number, bool open) { return Record(1, number, {static_cast<uint8_t>(open ? 1 : 0), 0, 0}); }
+inline Bytes Session(unsigned number, bool open)
+{
+    return Record(1, number, {static_cast<uint8_t>(open ? 1 : 0), 0, 0});
+}
 inline Bytes StatusRequest(unsigned number, uint8_t a429Bits, uint8_t canBits)
 {
     return Record(2, number, {0, a429Bits, canBits});
@@ -75,7 +79,10 @@ inline Bytes ArxConfig(unsigned number, unsigned ch, bool enable, bool highSpeed
     p.insert(p.end(), filter32.begin(), filter32.end());
     return Record(24 + ch, number, p);
 }
-inline Bytes AllLabels() { return Bytes(32, 0xFF); }
+inline Bytes AllLabels()
+{
+    return Bytes(32, 0xFF);
+}
 inline Bytes AtxPush(unsigned number, unsigned ch, uint32_t word)
 {
     Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(word & 0xFF)};
@@ -84,8 +91,8 @@ inline Bytes AtxPush(unsigned number, unsigned ch, uint32_t word)
 }
 // CAN configuration: byte 4 bit 0 starts the controller; bytes 19-21 the
 // prescaler index and segments (1, 11, 1: 4 x 15 clocks, 1 Mbit/s).
-inline Bytes CanConfig(unsigned number, unsigned ch, bool start, uint8_t prescaler = 1, uint8_t seg1 = 11,
-                       uint8_t seg2 = 1)
+inline Bytes CanConfig(
+    unsigned number, unsigned ch, bool start, uint8_t prescaler = 1, uint8_t seg1 = 11, uint8_t seg2 = 1)
 {
     Bytes p(18, 0);
     p[0] = start ? 1 : 0;
@@ -98,8 +105,9 @@ inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, bool extended, b
 {
     Bytes p{static_cast<uint8_t>((data.size() & 0x0F) | (remote ? 0x40 : 0) | (extended ? 0x80 : 0))};
     if (extended) {
-        p.insert(p.end(), {static_cast<uint8_t>(id >> 21), static_cast<uint8_t>(id >> 13), static_cast<uint8_t>(id >> 5),
-                           static_cast<uint8_t>((id << 3) & 0xFF)});
+        p.insert(p.end(),
+            {static_cast<uint8_t>(id >> 21), static_cast<uint8_t>(id >> 13), static_cast<uint8_t>(id >> 5),
+                static_cast<uint8_t>((id << 3) & 0xFF)});
     } else {
         p.insert(p.end(), {static_cast<uint8_t>(id >> 3), static_cast<uint8_t>((id << 5) & 0xFF)});
     }
@@ -109,18 +117,6 @@ inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, bool extended, b
     p.resize(13, 0);
     return Record(50 + ch, number, p);
 }
-inline Bytes UartConfig(unsigned number, unsigned ch, bool enable)
-{
-    return Record(34 + ch, number, {static_cast<uint8_t>(enable ? 1 : 0), 3, 15, 0, 0});
-}
-inline Bytes UartPush(unsigned number, unsigned ch, uint32_t counter, const Bytes& data)
-{
-    Bytes p{static_cast<uint8_t>(ch)};
-    Le32(p, counter);
-    p.insert(p.end(), data.begin(), data.end());
-    return Record(33, number, p);
-}
-
 inline Bytes FrameOf(const std::vector<Bytes>& records)
 {
     Bytes payload;
@@ -129,7 +125,7 @@ inline Bytes FrameOf(const std::vector<Bytes>& records)
     Bytes f{0xA5};
     Le16(f, static_cast<uint32_t>(payload.size()));
     f.insert(f.end(), payload.begin(), payload.end());
-    Le16(f, Crc(f.data(), f.size()));
+    Le16(f, BitwiseCrc16(f.data(), f.size()));
     return f;
 }
 
@@ -166,42 +162,29 @@ public:
             const unsigned count = m_Buf[3] | ((m_Buf[4] & 0x0F) << 8);
             size_t pos = 5;
             std::vector<Event> events;
-            bool complete = true;
-            for (unsigned i = 0; i < count; ++i) {
-                if (pos >= m_Buf.size()) {
-                    complete = false;
-                    break;
-                }
-                const size_t len = m_Buf[pos];
-                if (pos + 1 + len > m_Buf.size()) {
-                    complete = false;
-                    break;
-                }
-                events.push_back({static_cast<unsigned>(m_Buf[pos + 1] >> 3), static_cast<unsigned>(m_Buf[pos + 1] & 7),
-                                  Bytes(m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2),
-                                        m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 1 + len))});
-                pos += 1 + len;
+            // Records until the count is reached or the bytes run out.
+            while (events.size() < count && pos < m_Buf.size() && pos + 1 + m_Buf[pos] <= m_Buf.size()) {
+                const auto at = m_Buf.begin() + static_cast<std::ptrdiff_t>(pos);
+                events.push_back({static_cast<unsigned>(at[1] >> 3), static_cast<unsigned>(at[1] & 7),
+                    Bytes(at + 2, at + 1 + m_Buf[pos])});
+                pos += 1 + m_Buf[pos];
             }
-            if (!complete || pos + 2 > m_Buf.size())
-                return;
+            if (events.size() < count || pos + 2 > m_Buf.size())
+                return; // incomplete: wait for more bytes
             const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
-            if (count > 0 && crc == Crc(m_Buf.data(), pos)) {
-                ++GoodFrames;
+            const bool good = count > 0 && crc == BitwiseCrc16(m_Buf.data(), pos);
+            ++(good ? GoodFrames : BadFrames);
+            if (good)
                 Events.insert(Events.end(), events.begin(), events.end());
-                m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
-            } else {
-                ++BadFrames;
-                m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
-            }
+            m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
         }
     }
 
     std::vector<Event> OfType(unsigned type) const
     {
         std::vector<Event> r;
-        for (const Event& e : Events)
-            if (e.Type == type)
-                r.push_back(e);
+        std::copy_if(
+            Events.begin(), Events.end(), std::back_inserter(r), [&](const Event& e) { return e.Type == type; });
         return r;
     }
 
@@ -214,8 +197,7 @@ private:
 struct EngineHost {
     explicit EngineHost(bool pacing = false, uint32_t clockStart = 0)
         : Engine(hdwsim::HaldenModel(), hdwsim::UnitEngine::Options{pacing, 1280, clockStart})
-    {
-    }
+    {}
     void Send(const Bytes& bytes)
     {
         Engine.OnHostBytes(hdwsim::UnitEngine::LinkSerial, bytes.data(), bytes.size(), Now);

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using namespace simtest;
 using hdwsim::UnitEngine;
 
@@ -17,8 +19,8 @@ constexpr unsigned EvA429Rx = 2, EvA429Tx = 3;
 constexpr uint64_t Ms = 1000000;
 
 // Label control: period in ms (1..1024), flags, offset in ms, repeat count.
-Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true,
-                bool once = false, unsigned offsetMs = 0, unsigned repeat = 0)
+Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true, bool once = false,
+    unsigned offsetMs = 0, unsigned repeat = 0)
 {
     Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(label)};
     Le32(p, ((periodMs - 1) & 0x3FF) | (enabled ? 1u << 10 : 0) | (once ? 1u << 11 : 0));
@@ -26,7 +28,10 @@ Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs,
     Le16(p, repeat);
     return Record(16, number, p);
 }
-Bytes LabelReset(unsigned number, unsigned ch) { return Record(18, number, {static_cast<uint8_t>(ch)}); }
+Bytes LabelReset(unsigned number, unsigned ch)
+{
+    return Record(18, number, {static_cast<uint8_t>(ch)});
+}
 
 // ARINC 429 transmit events of one label, in order.
 std::vector<Event> TxOf(const EngineHost& h, unsigned label)
@@ -45,8 +50,8 @@ class LabelTable : public ::testing::TestWithParam<bool> {};
 TEST_P(LabelTable, CyclicLabelLeavesAtItsPeriodAndReachesTheWiredReceiver)
 {
     EngineHost h(GetParam());
-    h.Send(Frame({AtxConfig(1, 1, true, 299), ArxConfig(2, 1, true, true, AllLabels()),
-                  LabelCtrl(3, 1, 0x31, 10), AtxPush(4, 1, 0x00012331)}));
+    h.Send(Frame({AtxConfig(1, 1, true, 299), ArxConfig(2, 1, true, true, AllLabels()), LabelCtrl(3, 1, 0x31, 10),
+        AtxPush(4, 1, 0x00012331)}));
     EXPECT_EQ(h.Engine.GetCounters().A429LabelData[1], 1u);
     EXPECT_EQ(h.Engine.GetCounters().A429Pushed[1], 0u); // table data, not the FIFO
     // The first word left with the data; the next is due one period later.
@@ -67,45 +72,59 @@ TEST_P(LabelTable, CyclicLabelLeavesAtItsPeriodAndReachesTheWiredReceiver)
 
 INSTANTIATE_TEST_SUITE_P(PacingOrNot, LabelTable, ::testing::Bool());
 
-TEST(LabelTableData, NewDataIsSentFromTheNextCycleAndLabelsKeepTheirOwnPeriods)
+TEST(LabelTableData, EachLabelLeavesAtItsOwnTimesOnceItHasData)
 {
+    // Label, period, enabled, once, offset, repeat, data pushed at (ms), and
+    // the times (ms) its words leave within the first 100 ms.
+    const struct {
+        unsigned Label, PeriodMs;
+        bool Enabled, Once;
+        unsigned OffsetMs, Repeat;
+        std::vector<unsigned> PushMs, SentMs;
+    } labels[] = {
+        {0x10, 20, true, false, 0, 0, {0}, {0, 20, 40, 60, 80, 100}},
+        {0x20, 50, true, false, 5, 0, {0}, {5, 55}}, // the offset delays the first
+        {0x44, 10, true, false, 0, 0, {50}, {50, 60, 70, 80, 90, 100}}, // waits for its data
+        {0x45, 10, false, false, 0, 0, {0}, {}}, // disabled
+        {0x61, 10, true, true, 0, 0, {0, 60}, {0, 60}}, // once per update
+        {0x62, 10, true, false, 0, 3, {0}, {0, 10, 20}}, // stops after its repeat count
+    };
     EngineHost h;
-    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x10, 20), LabelCtrl(3, 0, 0x20, 50, true, false, 5),
-                  AtxPush(4, 0, 0x0410), AtxPush(5, 0, 0x0820)}));
-    h.At(30 * Ms);
-    h.Send(Frame({AtxPush(6, 0, 0x0C10)}));
-    h.At(100 * Ms);
-    const auto a = TxOf(h, 0x10);
-    ASSERT_EQ(a.size(), 6u); // 0, 20, 40, 60, 80, 100
-    EXPECT_EQ(a[1].Word(), 0x0410u);
-    EXPECT_EQ(a[2].Word(), 0x0C10u);
-    const auto b = TxOf(h, 0x20);
-    ASSERT_EQ(b.size(), 2u); // 5 and 55 ms: the offset delays the first
-    EXPECT_EQ(b[0].Time(), 5000u);
-    EXPECT_EQ(b[1].Time(), 55000u);
-    // Events of one channel come in time order across labels.
-    uint32_t last = 0;
-    for (const Event& e : h.Stream.OfType(EvA429Tx)) {
-        EXPECT_GE(e.Time(), last);
-        last = e.Time();
+    std::vector<Bytes> ctrls{AtxConfig(1, 0, true, 299)};
+    for (const auto& l : labels)
+        ctrls.push_back(LabelCtrl(2, 0, l.Label, l.PeriodMs, l.Enabled, l.Once, l.OffsetMs, l.Repeat));
+    h.Send(FrameOf(ctrls));
+    EXPECT_EQ(h.Engine.NextBusEventNs(), UnitEngine::Never); // no label has data yet
+    for (unsigned ms : {0u, 50u, 60u}) {
+        h.At(ms * Ms);
+        for (const auto& l : labels)
+            if (std::find(l.PushMs.begin(), l.PushMs.end(), ms) != l.PushMs.end())
+                h.Send(Frame({AtxPush(3, 0, 0x400 * ms + l.Label)}));
     }
+    h.At(100 * Ms);
+    for (const auto& l : labels) {
+        std::vector<unsigned> sent;
+        for (const Event& e : TxOf(h, l.Label))
+            sent.push_back(e.Time() / 1000);
+        EXPECT_EQ(sent, l.SentMs) << "label " << l.Label;
+    }
+    // Events of one channel come in time order across labels.
+    const auto tx = h.Stream.OfType(EvA429Tx);
+    EXPECT_TRUE(
+        std::is_sorted(tx.begin(), tx.end(), [](const Event& a, const Event& b) { return a.Time() < b.Time(); }));
 }
 
-TEST(LabelTableData, NothingIsSentBeforeDataOrWhileDisabled)
+TEST(LabelTableData, NewDataIsSentFromTheNextCycle)
 {
     EngineHost h;
-    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x44, 10), LabelCtrl(3, 0, 0x45, 10, false)}));
-    h.At(50 * Ms);
-    EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
-    EXPECT_EQ(h.Engine.NextBusEventNs(), UnitEngine::Never);
-    h.Send(Frame({AtxPush(4, 0, 0x44), AtxPush(5, 0, 0x45)}));
-    h.At(75 * Ms);
-    EXPECT_EQ(TxOf(h, 0x44).size(), 3u); // 50, 60, 70: the label waited for its data
-    EXPECT_TRUE(TxOf(h, 0x45).empty());
-    // Disabling by a new control stops it; the transmitter switched off too.
-    h.Send(Frame({LabelCtrl(6, 0, 0x44, 10, false)}));
-    h.At(200 * Ms);
-    EXPECT_EQ(TxOf(h, 0x44).size(), 3u);
+    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x10, 20), AtxPush(3, 0, 0x0410)}));
+    h.At(30 * Ms);
+    h.Send(Frame({AtxPush(4, 0, 0x0C10)}));
+    h.At(40 * Ms);
+    const auto a = TxOf(h, 0x10);
+    ASSERT_EQ(a.size(), 3u); // 0, 20, 40
+    EXPECT_EQ(a[1].Word(), 0x0410u);
+    EXPECT_EQ(a[2].Word(), 0x0C10u);
 }
 
 TEST(LabelTableData, ResetEmptiesTheTableAndLaterWordsGoToTheFifo)
@@ -124,21 +143,6 @@ TEST(LabelTableData, ResetEmptiesTheTableAndLaterWordsGoToTheFifo)
     EXPECT_EQ(h.Engine.GetCounters().A429Pushed[2], 1u);
     EXPECT_EQ(TxOf(h, 0x55).size(), 4u);
     EXPECT_EQ(TxOf(h, 0x55).back().Word(), 0x255u);
-}
-
-TEST(LabelTableData, TransmitOnceAndRepeatCount)
-{
-    EngineHost h;
-    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x61, 10, true, true), LabelCtrl(3, 0, 0x62, 10, true, false, 0, 3),
-                  AtxPush(4, 0, 0x61), AtxPush(5, 0, 0x62)}));
-    h.At(100 * Ms);
-    EXPECT_EQ(TxOf(h, 0x61).size(), 1u); // once per update
-    EXPECT_EQ(TxOf(h, 0x62).size(), 3u); // stops after its repeat count
-    h.Send(Frame({AtxPush(6, 0, 0x461)}));
-    h.At(200 * Ms);
-    ASSERT_EQ(TxOf(h, 0x61).size(), 2u);
-    EXPECT_EQ(TxOf(h, 0x61)[1].Word(), 0x461u);
-    EXPECT_EQ(TxOf(h, 0x62).size(), 3u);
 }
 
 TEST(LabelTableData, BadRecordsAreRefusedAndCounted)

@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-
 using namespace hdwtool;
 
 namespace {
@@ -33,14 +31,6 @@ std::string CanError(const std::string& text)
     return error;
 }
 
-CKVX_HdwArinc429Message Word(const std::string& text)
-{
-    CKVX_HdwArinc429Message w;
-    std::string error;
-    EXPECT_TRUE(ParseArinc429(text, w, error)) << text << ": " << error;
-    return w;
-}
-
 std::string WordError(const std::string& text)
 {
     CKVX_HdwArinc429Message w;
@@ -51,52 +41,39 @@ std::string WordError(const std::string& text)
 
 } // namespace
 
-TEST(CanSyntax, StandardExtendedRemoteAndEmptyFrames)
+TEST(CanSyntax, FramesParseIntoTheirFieldsAndFormatBack)
 {
-    auto f = Can("123#DEADBEEF");
-    EXPECT_EQ(f.Extended, 0);
-    EXPECT_EQ(f.Identifier, 0x123u);
-    EXPECT_EQ(f.Dlc, 4);
-    EXPECT_EQ(f.Rtr, 0);
-    EXPECT_EQ(f.Data[0], 0xDE);
-    EXPECT_EQ(f.Data[3], 0xEF);
-
-    f = Can("1F334455#R");
-    EXPECT_EQ(f.Extended, 1);
-    EXPECT_EQ(f.Identifier, 0x1F334455u);
-    EXPECT_EQ(f.Rtr, 1);
-    EXPECT_EQ(f.Dlc, 0);
-
-    f = Can("7FF#R3");
-    EXPECT_EQ(f.Rtr, 1);
-    EXPECT_EQ(f.Dlc, 3);
-
-    f = Can("123#");
-    EXPECT_EQ(f.Dlc, 0);
-    EXPECT_EQ(f.Rtr, 0);
-
-    // Dotted bytes and an extended identifier written with leading zeros.
-    f = Can("00000123#11.22.33.44.55.66.77.88");
-    EXPECT_EQ(f.Extended, 1);
-    EXPECT_EQ(f.Identifier, 0x123u);
-    EXPECT_EQ(f.Dlc, 8);
-    EXPECT_EQ(f.Data[7], 0x88);
-}
-
-TEST(CanSyntax, FormatsBackToWhatWasTyped)
-{
-    for (const char* text : {"123#DEADBEEF", "1F334455#R", "123#", "7FF#R8", "00000000#0102030405060708", "000#00"})
-        EXPECT_EQ(FormatCanFrame(Can(text)), text);
-    EXPECT_EQ(FormatCanFrame(Can("123#de.ad")), "123#DEAD");
-    // A frame built by hand: standard identifiers take 3 digits, extended 8.
-    CKVX_HdwCanMessage m;
-    m.Extended = 0;
-    m.Identifier = 0x5;
-    m.Dlc = 1;
-    m.Data[0] = 0xA;
-    EXPECT_EQ(FormatCanFrame(m), "005#0A");
-    m.Extended = 1;
-    EXPECT_EQ(FormatCanFrame(m), "00000005#0A");
+    const struct {
+        const char* Text;
+        bool Extended;
+        uint32_t Id;
+        unsigned Dlc;
+        bool Rtr;
+        std::vector<uint8_t> Data;
+        const char* Formatted;
+    } cases[] = {
+        {"123#DEADBEEF", false, 0x123, 4, false, {0xDE, 0xAD, 0xBE, 0xEF}, "123#DEADBEEF"},
+        {"1F334455#R", true, 0x1F334455, 0, true, {}, "1F334455#R"},
+        {"7FF#R3", false, 0x7FF, 3, true, {}, "7FF#R3"},
+        {"123#", false, 0x123, 0, false, {}, "123#"},
+        {"000#00", false, 0, 1, false, {0}, "000#00"},
+        // Dotted or lower-case bytes; an extended identifier written with leading zeros.
+        {"123#de.ad", false, 0x123, 2, false, {0xDE, 0xAD}, "123#DEAD"},
+        {"00000123#11.22.33.44.55.66.77.88", true, 0x123, 8, false, {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88},
+            "00000123#1122334455667788"},
+        // Standard identifiers take 3 digits, extended 8, whatever their value.
+        {"005#0A", false, 5, 1, false, {0x0A}, "005#0A"},
+        {"00000005#0A", true, 5, 1, false, {0x0A}, "00000005#0A"},
+    };
+    for (const auto& c : cases) {
+        const CKVX_HdwCanMessage f = Can(c.Text);
+        EXPECT_EQ(f.Extended, c.Extended) << c.Text;
+        EXPECT_EQ(f.Identifier, c.Id) << c.Text;
+        EXPECT_EQ(f.Dlc, c.Dlc) << c.Text;
+        EXPECT_EQ(f.Rtr, c.Rtr) << c.Text;
+        EXPECT_EQ(std::vector<uint8_t>(f.Data, f.Data + (f.Rtr ? 0 : f.Dlc)), c.Data) << c.Text;
+        EXPECT_EQ(FormatCanFrame(f), c.Formatted);
+    }
 }
 
 TEST(CanSyntax, RefusesWhatCannotBeAFrame)
@@ -112,36 +89,35 @@ TEST(CanSyntax, RefusesWhatCannotBeAFrame)
     CanError("12G#00");
 }
 
-TEST(Arinc429Syntax, HexWordsUnpackIntoTheirFields)
+TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParity)
 {
-    const auto w = Word("0x6048D183");
-    EXPECT_EQ(w.Label, 0x83);
-    EXPECT_EQ(w.Sdi, 1);
-    EXPECT_EQ(w.Data, 0x1234u);
-    EXPECT_EQ(w.Ssm, 3);
-    EXPECT_EQ(w.Parity, 0);
-    EXPECT_EQ(Word("FFFFFFFF").Parity, 1);
-    EXPECT_EQ(Word("83").Label, 0x83);
-    WordError("123456789");
-    WordError("0xZZ");
-}
-
-TEST(Arinc429Syntax, FieldsWithOctalLabelsAndOddParity)
-{
-    const auto w = Word("label=203,sdi=1,data=0x1234,ssm=3");
-    EXPECT_EQ(w.Label, 0x83); // 203 octal
-    EXPECT_EQ(w.Sdi, 1);
-    EXPECT_EQ(w.Data, 0x1234u);
-    EXPECT_EQ(w.Ssm, 3);
-    CKVX_HdwArinc429Message copy = w;
-    EXPECT_EQ(std::popcount(copy.GetToUint32()) % 2, 1) << "odd parity by default";
-    copy = Word("label=203,sdi=1,data=0x1234,ssm=3,parity=even");
-    EXPECT_EQ(std::popcount(copy.GetToUint32()) % 2, 0);
-    EXPECT_EQ(Word("label=0o203").Label, 0x83);
-    EXPECT_EQ(Word("label=0x83").Label, 0x83);
-    EXPECT_EQ(Word("label=0d131").Label, 131);
-    EXPECT_EQ(Word("label=377,data=524287").Data, 0x7FFFFu);
-    EXPECT_EQ(Word("label=1,parity=1").Parity, 1);
+    // Raw words worked out by hand: label | SDI << 8 | data << 10 | SSM << 29 | parity << 31.
+    const struct {
+        const char* Text;
+        unsigned Label, Sdi, Data, Ssm;
+        uint32_t Raw;
+    } cases[] = {
+        {"0x6048D183", 0x83, 1, 0x1234, 3, 0x6048D183},
+        {"FFFFFFFF", 0xFF, 3, 0x7FFFF, 3, 0xFFFFFFFF},
+        {"83", 0x83, 0, 0, 0, 0x83},
+        {"label=203,sdi=1,data=0x1234,ssm=3", 0x83, 1, 0x1234, 3, 0x6048D183}, // odd parity by default
+        {"label=203,sdi=1,data=0x1234,ssm=3,parity=even", 0x83, 1, 0x1234, 3, 0xE048D183},
+        {"label=0o203", 0x83, 0, 0, 0, 0x83},
+        {"label=0x83", 0x83, 0, 0, 0, 0x83},
+        {"label=0d131", 0x83, 0, 0, 0, 0x83},
+        {"label=377,data=524287", 0xFF, 0, 0x7FFFF, 0, 0x1FFFFCFF},
+        {"label=1,parity=1", 1, 0, 0, 0, 0x80000001},
+    };
+    for (const auto& c : cases) {
+        CKVX_HdwArinc429Message w;
+        std::string error;
+        ASSERT_TRUE(ParseArinc429(c.Text, w, error)) << c.Text << ": " << error;
+        EXPECT_EQ(w.Label, c.Label) << c.Text;
+        EXPECT_EQ(w.Sdi, c.Sdi) << c.Text;
+        EXPECT_EQ(w.Data, c.Data) << c.Text;
+        EXPECT_EQ(w.Ssm, c.Ssm) << c.Text;
+        EXPECT_EQ(w.GetToUint32(), c.Raw) << c.Text;
+    }
 }
 
 TEST(Arinc429Syntax, RefusesFieldsOutOfRange)
@@ -155,6 +131,8 @@ TEST(Arinc429Syntax, RefusesFieldsOutOfRange)
     EXPECT_NE(WordError("label=1,speed=3").find("unknown"), std::string::npos);
     EXPECT_NE(WordError("label=1,parity=maybe").find("parity"), std::string::npos);
     WordError("label=1,,sdi=1");
+    WordError("123456789");
+    WordError("0xZZ");
 }
 
 TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
@@ -169,39 +147,35 @@ TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
     ASSERT_TRUE(ParseLabelAccept("0x10:0:3", a, error));
     EXPECT_EQ(a.Label, 0x10);
     EXPECT_EQ(a.Mask(), 0x1000); // bit 0 + 4 x 3
-    EXPECT_FALSE(ParseLabelAccept("203:4", a, error));
-    EXPECT_FALSE(ParseLabelAccept("203:1:2:3", a, error));
-    EXPECT_FALSE(ParseLabelAccept("999", a, error));
+    for (const char* bad : {"203:4", "203:1:2:3", "999"})
+        EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
 
 TEST(Numbers, RatesSamplePointsAndDurations)
 {
-    uint32_t r = 0;
     std::string error;
-    ASSERT_TRUE(ParseBitRate("100k", r, error));
-    EXPECT_EQ(r, 100000u);
-    ASSERT_TRUE(ParseBitRate("12.5k", r, error));
-    EXPECT_EQ(r, 12500u);
-    ASSERT_TRUE(ParseBitRate("1M", r, error));
-    EXPECT_EQ(r, 1000000u);
-    ASSERT_TRUE(ParseBitRate("low", r, error));
-    EXPECT_EQ(r, 12500u);
-    ASSERT_TRUE(ParseBitRate("high", r, error));
-    EXPECT_EQ(r, 100000u);
-    EXPECT_FALSE(ParseBitRate("fast", r, error));
-    EXPECT_FALSE(ParseBitRate("1.5", r, error));
-    EXPECT_FALSE(ParseBitRate("0", r, error));
-    double d = 0;
-    ASSERT_TRUE(ParseSamplePoint("87.5%", d, error));
-    EXPECT_DOUBLE_EQ(d, 0.875);
-    ASSERT_TRUE(ParseSamplePoint("0.75", d, error));
-    EXPECT_DOUBLE_EQ(d, 0.75);
-    EXPECT_FALSE(ParseSamplePoint("1.5", d, error));
-    ASSERT_TRUE(ParseSeconds("250ms", d, error));
-    EXPECT_DOUBLE_EQ(d, 0.25);
-    ASSERT_TRUE(ParseSeconds("2", d, error));
-    EXPECT_DOUBLE_EQ(d, 2);
-    EXPECT_FALSE(ParseSeconds("-1", d, error));
+    // 0: refused.
+    const std::pair<const char*, uint32_t> rates[] = {{"100k", 100000}, {"12.5k", 12500}, {"1M", 1000000},
+        {"low", 12500}, {"high", 100000}, {"fast", 0}, {"1.5", 0}, {"0", 0}};
+    for (const auto& [text, want] : rates) {
+        uint32_t r = 0;
+        const bool ok = ParseBitRate(text, r, error);
+        EXPECT_EQ(ok, want != 0) << text;
+        EXPECT_EQ(ok ? r : 0u, want) << text;
+    }
+    // A negative value: refused.
+    const struct {
+        bool (*Parse)(const std::string&, double&, std::string&);
+        const char* Text;
+        double Want;
+    } reals[] = {{ParseSamplePoint, "87.5%", 0.875}, {ParseSamplePoint, "0.75", 0.75}, {ParseSamplePoint, "1.5", -1},
+        {ParseSeconds, "250ms", 0.25}, {ParseSeconds, "2", 2}, {ParseSeconds, "-1", -1}};
+    for (const auto& c : reals) {
+        double d = 0;
+        const bool ok = c.Parse(c.Text, d, error);
+        EXPECT_EQ(ok, c.Want >= 0) << c.Text;
+        EXPECT_DOUBLE_EQ(ok ? d : -1, c.Want) << c.Text;
+    }
     uint64_t v = 0;
     EXPECT_TRUE(ParseNumber("0b101", v));
     EXPECT_EQ(v, 5u);
@@ -212,18 +186,20 @@ TEST(Numbers, RatesSamplePointsAndDurations)
 
 TEST(UartSyntax, TextEscapesAndHex)
 {
-    std::vector<uint8_t> b;
     std::string error;
-    ASSERT_TRUE(ParseUartBytes("hi\\r\\n\\x00\\\\", b, error)) << error;
-    EXPECT_EQ(b, (std::vector<uint8_t>{'h', 'i', '\r', '\n', 0, '\\'}));
-    ASSERT_TRUE(ParseUartBytes("hex:01.02:ff 10", b, error));
-    EXPECT_EQ(b, (std::vector<uint8_t>{1, 2, 0xFF, 0x10}));
-    ASSERT_TRUE(ParseUartBytes("text:hex:", b, error));
-    EXPECT_EQ(b.size(), 4u);
-    EXPECT_FALSE(ParseUartBytes("hex:123", b, error));
-    EXPECT_FALSE(ParseUartBytes("bad\\q", b, error));
-    EXPECT_FALSE(ParseUartBytes("\\x4", b, error));
-    EXPECT_FALSE(ParseUartBytes("", b, error));
+    const std::pair<const char*, std::vector<uint8_t>> good[] = {
+        {"hi\\r\\n\\x00\\\\", {'h', 'i', '\r', '\n', 0, '\\'}},
+        {"hex:01.02:ff 10", {1, 2, 0xFF, 0x10}},
+        {"text:hex:", {'h', 'e', 'x', ':'}},
+    };
+    for (const auto& [text, want] : good) {
+        std::vector<uint8_t> b;
+        ASSERT_TRUE(ParseUartBytes(text, b, error)) << text << ": " << error;
+        EXPECT_EQ(b, want) << text;
+    }
+    std::vector<uint8_t> b;
+    for (const char* bad : {"hex:123", "bad\\q", "\\x4", ""})
+        EXPECT_FALSE(ParseUartBytes(bad, b, error)) << bad;
     EXPECT_EQ(QuoteText({'a', '"', '\n', 0x7F}), "\"a\\\"\\n\\x7F\"");
 }
 
@@ -231,20 +207,17 @@ TEST(PortNames, TypeAndNumberOrKey)
 {
     PortSpec s;
     std::string error;
-    ASSERT_TRUE(ParsePortSpec("a429rx:3", s, error));
-    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_ARINC429_RX));
-    EXPECT_EQ(s.AbsNum, 3u);
-    ASSERT_TRUE(ParsePortSpec("a429tx:0", s, error));
-    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_ARINC429_TX));
-    ASSERT_TRUE(ParsePortSpec("can:1", s, error));
-    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_CAN));
-    ASSERT_TRUE(ParsePortSpec("uart:1", s, error));
-    EXPECT_EQ(s.PortType, unsigned(HDW_PORT_UART));
+    const std::tuple<const char*, unsigned, unsigned> good[] = {{"a429rx:3", HDW_PORT_ARINC429_RX, 3},
+        {"a429tx:0", HDW_PORT_ARINC429_TX, 0}, {"can:1", HDW_PORT_CAN, 1}, {"uart:1", HDW_PORT_UART, 1}};
+    for (const auto& [text, type, num] : good) {
+        ASSERT_TRUE(ParsePortSpec(text, s, error)) << text;
+        EXPECT_EQ(s.PortType, type) << text;
+        EXPECT_EQ(s.AbsNum, num) << text;
+    }
     EXPECT_EQ(PortName(HDW_PORT_CAN, 1), "can:1");
     EXPECT_EQ(PortName(HDW_PORT_ARINC429_RX, 2), "a429rx:2");
     for (const char* bad : {"can", "can:", "can:x", "lin:0", "a429:0", ":1"})
         EXPECT_FALSE(ParsePortSpec(bad, s, error)) << bad;
-
     CKVX_HdwManager::CPortIdentifier id;
     ASSERT_EQ(id.Set(3, 0, "Maker", "Halden", "1.0", "SN 1", 2), 0u);
     const std::string key = id.GetKeyString().c_str();
@@ -267,16 +240,15 @@ TEST(Links, CodeOrDriverNameThenLink)
     ASSERT_TRUE(ParseLinkSpec("halden:udp:127.0.0.1:55003", l, error));
     EXPECT_EQ(l.DeviceCode, 3u);
     EXPECT_EQ(l.Link, "udp:127.0.0.1:55003");
-    EXPECT_FALSE(ParseLinkSpec("/dev/ttyUSB0", l, error));
-    EXPECT_FALSE(ParseLinkSpec("x:/dev/ttyUSB0", l, error));
-    EXPECT_FALSE(ParseLinkSpec("3:", l, error));
+    for (const char* bad : {"/dev/ttyUSB0", "x:/dev/ttyUSB0", "3:"})
+        EXPECT_FALSE(ParseLinkSpec(bad, l, error)) << bad;
     EXPECT_NE(ResultText(14).find("result 14"), std::string::npos);
 }
 
 TEST(CommandLine, OptionsValuesAndPositionals)
 {
-    const std::vector<OptionSpec> specs = {{"count", 'n', true, false}, {"send", 's', true, true},
-                                           {"scan", 0, false, false}};
+    const std::vector<OptionSpec> specs = {
+        {"count", 'n', true, false}, {"send", 's', true, true}, {"scan", 0, false, false}};
     ParsedArgs a;
     std::string error;
     ASSERT_TRUE(ParseArgs(specs, {"can:0", "-n", "5", "--send=a", "--send", "b", "--scan", "--", "--x"}, a, error))
@@ -302,7 +274,7 @@ TEST(Columns, Arinc429CanAndUartRows)
     w.Ssm = 3;
     // 0x83 | 1 << 8 | 0x1234 << 10 | 3 << 29, parity bit clear.
     EXPECT_EQ(Arinc429Fields(12345678, "a429rx:0", w),
-              (Fields{"12.345678", "a429rx:0", "203", "1", "01234", "3", "0", "6048D183"}));
+        (Fields{"12.345678", "a429rx:0", "203", "1", "01234", "3", "0", "6048D183"}));
     const auto f = Can("1F334455#R");
     EXPECT_EQ(CanFields(5, "can:1", f), (Fields{"0.000005", "can:1", "1F334455", "0", "-", "R", "1F334455#R"}));
     EXPECT_EQ(CanFields(0, "can:1", Can("123#DE.AD"))[4], "DE.AD");
