@@ -35,11 +35,11 @@ protected:
     void Receive(const CKVX_HdwArinc429Message& word, uint64_t time) { rig.ReceiveWord(word, time); }
     std::vector<CKVX_HdwArinc429Message> Changed()
     {
-        std::vector<CKVX_HdwArinc429Message> out(1024);
+        std::vector<CKVX_HdwArinc429Message> changed(1024);
         unsigned n = 0;
-        EXPECT_EQ(in->ReadChangedLabels(out.data(), unsigned(out.size()), n), 0u);
-        out.resize(n);
-        return out;
+        EXPECT_EQ(in->ReadChangedLabels(changed.data(), unsigned(changed.size()), n), 0u);
+        changed.resize(n);
+        return changed;
     }
 
     CBusRig rig;
