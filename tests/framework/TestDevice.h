@@ -32,11 +32,6 @@ public:
         out.swap(m_Entries);
         return out;
     }
-    std::vector<std::string> Snapshot()
-    {
-        std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_Entries;
-    }
 
 private:
     std::mutex m_Mutex;
@@ -243,7 +238,6 @@ public:
             return nullptr;
         return static_cast<TestPort*>((*v)[index].Port);
     }
-    using CKVX_HdwDevice::AbortAllServices;
 
     CallLog log;
     unsigned RunResult = 0;
