@@ -49,35 +49,16 @@ unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwServ
         return rc;
     CKVX_HdwService* s = nullptr;
     switch (type) {
-    case HDW_SERVICE_SIGNAL:
-        s = new CTestSignalService(port);
-        break;
-    case HDW_SERVICE_BYTE_IN_BUFFER:
-        s = new CKVX_HdwByteInBufferService(port);
-        break;
-    case HDW_SERVICE_BYTE_OUT_BUFFER:
-        s = new CKVX_HdwByteOutBufferService(port);
-        break;
-    case HDW_SERVICE_ARINC429_IN_BUFFER:
-        s = new CTestArinc429InService(port);
-        break;
-    case HDW_SERVICE_ARINC429_LABEL_IN:
-        s = new CTestArinc429InLbloService(port);
-        break;
-    case HDW_SERVICE_ARINC429_OUT_BUFFER:
-        s = new CKVX_HdwArinc429OutBufferService(port);
-        break;
-    case HDW_SERVICE_ARINC429_LABEL_OUT:
-        s = new CKVX_HdwArinc429OutLbloService(port);
-        break;
-    case HDW_SERVICE_CAN_IN_BUFFER:
-        s = new CTestCanInService(port);
-        break;
-    case HDW_SERVICE_CAN_OUT_BUFFER:
-        s = new CKVX_HdwCanOutBufferService(port);
-        break;
-    default:
-        s = new CTypedService(port, type);
+    case HDW_SERVICE_SIGNAL: s = new CTestSignalService(port); break;
+    case HDW_SERVICE_BYTE_IN_BUFFER: s = new CKVX_HdwByteInBufferService(port); break;
+    case HDW_SERVICE_BYTE_OUT_BUFFER: s = new CKVX_HdwByteOutBufferService(port); break;
+    case HDW_SERVICE_ARINC429_IN_BUFFER: s = new CTestArinc429InService(port); break;
+    case HDW_SERVICE_ARINC429_LABEL_IN: s = new CTestArinc429InLbloService(port); break;
+    case HDW_SERVICE_ARINC429_OUT_BUFFER: s = new CKVX_HdwArinc429OutBufferService(port); break;
+    case HDW_SERVICE_ARINC429_LABEL_OUT: s = new CKVX_HdwArinc429OutLbloService(port); break;
+    case HDW_SERVICE_CAN_IN_BUFFER: s = new CTestCanInService(port); break;
+    case HDW_SERVICE_CAN_OUT_BUFFER: s = new CKVX_HdwCanOutBufferService(port); break;
+    default: s = new CTypedService(port, type);
     }
     port->GetServiceList() += s;
     if (out)

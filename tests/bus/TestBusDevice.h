@@ -14,10 +14,10 @@ namespace bustest {
 
 // Event codes of the test unit.
 enum : unsigned {
-    EventFailure = 1,       // the unit failed the channel's service
-    EventArinc429Rx = 100,  // an ARINC 429 word was received
-    EventCanRx = 101,       // a CAN frame was received
-    EventCanStatus = 102,   // the CAN controller reported its status
+    EventFailure = 1, // the unit failed the channel's service
+    EventArinc429Rx = 100, // an ARINC 429 word was received
+    EventCanRx = 101, // a CAN frame was received
+    EventCanStatus = 102, // the CAN controller reported its status
 };
 
 class CTestEvent : public CKVX_HdwEvent {
@@ -132,7 +132,7 @@ public:
     void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);
     void Fail(unsigned portType, const char* channel);
 
-    std::unique_ptr<CTestBusDevice> Device;  // outlives the manager
+    std::unique_ptr<CTestBusDevice> Device; // outlives the manager
     CKVX_HdwManager Manager;
 };
 

@@ -36,12 +36,9 @@ TEST(Arinc429Filter, MaskBuildingRule)
     const struct {
         unsigned sdiMask, ssmMask, filter;
     } cases[] = {
-        {0x0F, 0x0F, 0xFFFF},
-        {0x01, 0x08, 1u << 12},
-        {0, 0x0F, 0},
-        {0x0F, 0, 0},
-        {0xF1, 0xF1, 0x0001},                  // only the low four bits of each mask matter
-        {0x0A, 0x04, (1u << 9) | (1u << 11)},  // SDI 1 and 3 with SSM 2
+        {0x0F, 0x0F, 0xFFFF}, {0x01, 0x08, 1u << 12}, {0, 0x0F, 0}, {0x0F, 0, 0},
+        {0xF1, 0xF1, 0x0001}, // only the low four bits of each mask matter
+        {0x0A, 0x04, (1u << 9) | (1u << 11)}, // SDI 1 and 3 with SSM 2
     };
     for (const auto& c : cases)
         EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(uint8_t(c.sdiMask), uint8_t(c.ssmMask)), c.filter)
@@ -51,10 +48,10 @@ TEST(Arinc429Filter, MaskBuildingRule)
 TEST(Arinc429Filter, AcceptAndDiscardPerLabelSdiAndSsm)
 {
     CTestArinc429InService s(nullptr);
-    EXPECT_EQ(Accepted(s), 256u * 16u);  // a new service accepts everything
-    CKVX_HdwArinc429Message outOfRange = Word(1, 0, 4);  // SSM 4: bit 16 does not exist
+    EXPECT_EQ(Accepted(s), 256u * 16u); // a new service accepts everything
+    CKVX_HdwArinc429Message outOfRange = Word(1, 0, 4); // SSM 4: bit 16 does not exist
     EXPECT_EQ(s.Filter(outOfRange), 0);
-    EXPECT_EQ(s.AcceptMessage(0x12, 0, 0x0F), 0u);  // an empty mask discards the label
+    EXPECT_EQ(s.AcceptMessage(0x12, 0, 0x0F), 0u); // an empty mask discards the label
     EXPECT_EQ(s.GetLabelFilter(0x12), 0);
     EXPECT_EQ(s.DiscardMessage(0x13), 0u);
     EXPECT_EQ(Accepted(s), 254u * 16u);
@@ -85,7 +82,7 @@ TEST(BufferServiceDefaults, SizesAndTheirParameterClasses)
     EXPECT_EQ(out.GetParameters(&op), 0u);
     EXPECT_EQ(op.BufferSize, 10000u);
     CKVX_HdwArinc429InBufferService::CParameters ip;
-    ip.BufferSize = 0xFFFFFFFFu;  // no range check
+    ip.BufferSize = 0xFFFFFFFFu; // no range check
     EXPECT_EQ(in.SetParameters(&ip), 0u);
     EXPECT_EQ(in.GetBufferSize(), 0xFFFFFFFFu);
 }
@@ -151,7 +148,7 @@ TEST_F(Arinc429InBuffer, ReceivedWordsAreFilteredStampedAndReadInOrder)
     ASSERT_EQ(rx->Open(nullptr), 0u);
     for (unsigned i = 0; i < 10; ++i)
         rig.ReceiveWord(Word(i % 2 ? 0x77 : 0x10, 1, 2, i), 1000 + i);
-    rig.ReceiveWord(Word(0x10, 1, 2, 99), 5000, "RX1");  // another channel's word is not taken
+    rig.ReceiveWord(Word(0x10, 1, 2, 99), 5000, "RX1"); // another channel's word is not taken
     EXPECT_EQ(Waiting(), 5u);
 
     unsigned n = 0;
@@ -174,7 +171,7 @@ TEST_F(Arinc429InBuffer, ReceivedWordsAreFilteredStampedAndReadInOrder)
     EXPECT_EQ(n, 0u);
     rig.ReceiveWord(Word(0x10, 0, 0), 1);
     EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
-    EXPECT_EQ(Waiting(), 1u);  // a refused read takes nothing
+    EXPECT_EQ(Waiting(), 1u); // a refused read takes nothing
 }
 
 TEST_F(Arinc429InBuffer, StopAndStartLoseTheListButKeepTheFilter)
@@ -200,7 +197,7 @@ TEST_F(Arinc429InBuffer, FullListDropsTheOldest)
     p.BufferSize = 3;
     ASSERT_EQ(in->SetParameters(&p), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->SetParameters(&p), 10u);  // not while open
+    EXPECT_EQ(in->SetParameters(&p), 10u); // not while open
     for (unsigned i = 0; i < 5; ++i)
         rig.ReceiveWord(Word(1, 0, 0, i), i);
     CKVX_HdwArinc429Message out[5];

@@ -58,10 +58,10 @@ TEST(Arinc429Parity, BothConventionsOverRandomWords)
     std::mt19937 rng(31);
     for (int i = 0; i < 20000; ++i) {
         CKVX_HdwArinc429Message m;
-        m.SetFromUint32(static_cast<uint32_t>(rng()));  // parity bit set at random too
+        m.SetFromUint32(static_cast<uint32_t>(rng())); // parity bit set at random too
         m.SetParity(0);
         EXPECT_EQ(std::popcount(m.GetToUint32()) % 2, 1);
-        m.SetParity(7);  // any non-zero value means even
+        m.SetParity(7); // any non-zero value means even
         EXPECT_EQ(std::popcount(m.GetToUint32()) % 2, 0);
     }
 }
@@ -79,10 +79,14 @@ TEST(Arinc429Compare, OnlyLabelSdiSsmAndDataCount)
     EXPECT_FALSE(a != b);
     for (int field = 0; field < 4; ++field) {
         CKVX_HdwArinc429Message c = a;
-        if (field == 0) c.Label ^= 0x80;
-        if (field == 1) c.Sdi ^= 1;
-        if (field == 2) c.Ssm ^= 2;
-        if (field == 3) c.Data ^= 0x40000;
+        if (field == 0)
+            c.Label ^= 0x80;
+        if (field == 1)
+            c.Sdi ^= 1;
+        if (field == 2)
+            c.Ssm ^= 2;
+        if (field == 3)
+            c.Data ^= 0x40000;
         EXPECT_TRUE(a != c) << field;
         EXPECT_FALSE(a == c) << field;
     }

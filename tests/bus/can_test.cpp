@@ -89,7 +89,7 @@ TEST_F(Can, InputServiceLifecycleAndReads)
     EXPECT_EQ(in->GetStatus(), 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
     EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 0u);  // Stop and Start emptied the list
+    EXPECT_EQ(n, 0u); // Stop and Start emptied the list
 
     rig.Fail(HDW_PORT_CAN, "CAN0");
     EXPECT_EQ(in->GetReadMessagesNumber(n), 15u);
@@ -141,9 +141,9 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     ASSERT_NE(signals, nullptr);
     ASSERT_EQ(can->Open(nullptr), 0u);
 
-    Status(70, 0, 0, 0);     // error active, registers unchanged
-    Status(71, 0, 0, 0);     // no change, no signal
-    Status(72, 0, 0, 0x11);  // registers only
+    Status(70, 0, 0, 0); // error active, registers unchanged
+    Status(71, 0, 0, 0); // no change, no signal
+    Status(72, 0, 0, 0x11); // registers only
     Status(73, 2, 0x05, 0x11);
     CKVX_HdwCanPort::CFaultStatus f;
     EXPECT_EQ(in->GetFaultStatus(&f), 0u);
@@ -152,7 +152,7 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     EXPECT_EQ(f.ErrReg1, 0x11);
 
     const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
-                                      HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
+        HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
     const uint64_t expectedTimes[] = {70, 72, 73, 73};
     for (unsigned i = 0; i < 4; ++i) {
         CKVX_HdwSignalService::CSignal s;
@@ -178,12 +178,12 @@ TEST(CanOutBuffer, MessageBufferOwnsDeepCopies)
     EXPECT_EQ(copy->Identifier, 0x123u);
     CKVX_HdwCanOutBufferService::CMessageBuffer c;
     c += new CKVX_HdwCanMessage;
-    c = a;  // the frame c held is deleted, a's is copied
+    c = a; // the frame c held is deleted, a's is copied
     ASSERT_EQ(c.GetLength(), 1u);
     EXPECT_EQ((*c.begin())->Identifier, 0x123u);
     EXPECT_NE(*c.begin(), m);
     a.DeleteAll();
-    EXPECT_EQ(b.GetLength(), 1u);  // copies live on; the sanitizer build checks for leaks and double frees
+    EXPECT_EQ(b.GetLength(), 1u); // copies live on; the sanitizer build checks for leaks and double frees
 }
 
 // ---- byte streams in CAN frames ------------------------------------------------
@@ -208,7 +208,7 @@ TEST_F(Can, ByteOutputPacksBytesIntoFullFramesInOrder)
     const unsigned built = out->BuildFrames(frames, 8);
     can->DeviceUnlock();
     EXPECT_EQ(one, 1u);
-    ASSERT_EQ(built, 3u);  // building takes nothing: the same three frames again
+    ASSERT_EQ(built, 3u); // building takes nothing: the same three frames again
     const uint8_t dlcs[] = {8, 8, 5};
     unsigned next = 1;
     for (unsigned f = 0; f < 3; ++f) {
@@ -225,10 +225,10 @@ TEST_F(Can, ByteOutputPacksBytesIntoFullFramesInOrder)
     out->CommitFrames(2);
     can->DeviceUnlock();
     EXPECT_EQ(out->GetBytesToBeWritten(pending), 0u);
-    EXPECT_EQ(pending, 21u);  // 5 queued, 16 in flight
+    EXPECT_EQ(pending, 21u); // 5 queued, 16 in flight
     EXPECT_EQ(out->GetFramesInFlight(), 2u);
     can->DeviceLock();
-    EXPECT_FALSE(out->ConfirmFrame(Frame(0x1ABCDEF, 0, {1})));  // standard frame: another stream
+    EXPECT_FALSE(out->ConfirmFrame(Frame(0x1ABCDEF, 0, {1}))); // standard frame: another stream
     EXPECT_FALSE(out->ConfirmFrame(Frame(0x1ABCDEE, 1, {1})));
     EXPECT_TRUE(out->ConfirmFrame(frames[0]));
     EXPECT_EQ(out->BuildFrames(frames, 8), 1u);
@@ -255,13 +255,13 @@ TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
     ASSERT_EQ(can->Open(nullptr), 0u);
 
     rig.ReceiveFrame(Frame(0x321, 0, {1, 2, 3}), 100);
-    rig.ReceiveFrame(Frame(0x322, 0, {90, 91}), 101);  // other identifier
-    rig.ReceiveFrame(Frame(0x321, 1, {92}), 102);      // same number, extended
-    rig.ReceiveFrame(Frame(0x321, 0, {}, 1), 103);     // remote frame
-    rig.ReceiveFrame(Frame(0x321, 0, {}), 104);        // empty data frame
+    rig.ReceiveFrame(Frame(0x322, 0, {90, 91}), 101); // other identifier
+    rig.ReceiveFrame(Frame(0x321, 1, {92}), 102); // same number, extended
+    rig.ReceiveFrame(Frame(0x321, 0, {}, 1), 103); // remote frame
+    rig.ReceiveFrame(Frame(0x321, 0, {}), 104); // empty data frame
     rig.ReceiveFrame(Frame(0x321, 0, {4, 5, 6, 7, 8, 9, 10, 11}), 105);
     CKVX_HdwCanMessage wide = Frame(0x321, 0, {12, 13, 14, 15, 16, 17, 18, 19});
-    wide.Dlc = 15;  // a DLC above 8 carries 8 bytes
+    wide.Dlc = 15; // a DLC above 8 carries 8 bytes
     rig.ReceiveFrame(wide, 106);
 
     unsigned count = 0;
@@ -318,7 +318,7 @@ TEST_F(Can, ByteStreamParametersAndRunStates)
     p.BufferSize = 77;
     ASSERT_EQ(in->SetParameters(&p), 0u);
     CKVX_HdwCanByteInBufferService::CParameters bad = p;
-    bad.Identifier = 0x800;  // wider than 11 bits
+    bad.Identifier = 0x800; // wider than 11 bits
     EXPECT_EQ(in->SetParameters(&bad), 2u);
     bad.Identifier = 0x1FFFFFFF;
     bad.Extended = 2;
@@ -348,7 +348,7 @@ TEST_F(Can, ByteStreamParametersAndRunStates)
     EXPECT_EQ(in->SetParameters(&p), 10u);
     EXPECT_EQ(out->SetParameters(&po), 10u);
     EXPECT_EQ(out->Write(b, 1, 1), 2u);
-    EXPECT_EQ(out->Write(b, 17, 0), 2u);  // beyond BufferSize
+    EXPECT_EQ(out->Write(b, 17, 0), 2u); // beyond BufferSize
     EXPECT_EQ(out->Write(nullptr, 1, 0), 2u);
     EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
     EXPECT_EQ(out->Write(b, 16, 0), 0u);

@@ -80,7 +80,7 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
         for (unsigned k = 0; k < n; ++k) {
             ASSERT_EQ(words[k].Data, expectedWord);
             ASSERT_EQ(words[k].TimeStamp, expectedWord);
-            expectedWord += 2;  // the odd labels were filtered
+            expectedWord += 2; // the odd labels were filtered
         }
         ASSERT_EQ(frames->Read(got.data(), 128, m), 0u);
         for (unsigned k = 0; k < m; ++k)

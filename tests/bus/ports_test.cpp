@@ -19,9 +19,11 @@ TEST(Arinc429PortParameters, DefaultsAndWordIntergap)
         double bits;
         int gap;
     } cases[] = {
-        {12500, 4, 320}, {100000, 4, 40}, {12500, 4.5, 360},
-        {100000, 0.04, 0},  // 0.4 us rounds down
-        {100000, 0.05, 1},  // 0.5 us rounds up
+        {12500, 4, 320},
+        {100000, 4, 40},
+        {12500, 4.5, 360},
+        {100000, 0.04, 0}, // 0.4 us rounds down
+        {100000, 0.05, 1}, // 0.5 us rounds up
         {0, 4, 0},
     };
     for (const auto& c : cases)
@@ -44,9 +46,12 @@ TEST(CanPortParameters, DefaultsAndFaultStatusComparison)
     EXPECT_TRUE(a == CKVX_HdwCanPort::CFaultStatus());
     for (int field = 0; field < 3; ++field) {
         CKVX_HdwCanPort::CFaultStatus b = a;
-        if (field == 0) b.ErrReg1 = 1;
-        if (field == 1) b.ErrReg0 = 0x80;
-        if (field == 2) b.Status = 0;
+        if (field == 0)
+            b.ErrReg1 = 1;
+        if (field == 1)
+            b.ErrReg0 = 0x80;
+        if (field == 2)
+            b.Status = 0;
         EXPECT_TRUE(a != b) << field;
         EXPECT_FALSE(a == b) << field;
     }
@@ -141,7 +146,7 @@ TEST_F(BusPorts, MilStd1553OpenInstallsValidParametersOnly)
     EXPECT_FALSE(mil->IsOpen());
     CKVX_HdwMilStd1553Port::CParameters back;
     ASSERT_EQ(mil->GetParameters(&back), 0u);
-    EXPECT_EQ(back.ResponseTimeoutUs, 14u);  // refused opens changed nothing
+    EXPECT_EQ(back.ResponseTimeoutUs, 14u); // refused opens changed nothing
 
     p.Coupling = CKVX_HdwMilStd1553Port::CParameters::CouplingDirect;
     p.PortNum = 4;
@@ -167,49 +172,47 @@ struct PortScript {
     const char* name;
     CKVX_HdwPort* (*port)(CBusRig&);
     unsigned portType;
-    unsigned admitted;  // a type the port takes while closed without that service
+    unsigned admitted; // a type the port takes while closed without that service
     unsigned finalCount;
     std::vector<Step> steps;
 };
 
+// clang-format off: one step per line
 const PortScript kScripts[] = {
-    {"ARINC 429 RX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Rx(); }, 3, 4, 2, {
-        {{3, 5, 7, 8, 9, 15, 0, 99}, 10},
-        {{4}, 0},
-        {{4}, 26},
-        {{6, 2}, 10},  // the input buffer excludes the other readers
-        {{1}, 0},
-        {{1}, 26},
-        {{4}, 0, true},
-        {{6}, 0},
-        {{4, 2}, 10},  // so does the label-oriented input
-        {{6}, 0, true},
-        {{2}, 0},
-        {{4, 6}, 10},  // and the byte input
-    }},
-    {"ARINC 429 TX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Tx(); }, 2, 5, 2, {
-        {{2, 4, 6, 8, 9}, 10},
-        {{7, 15, 1}, 0},  // label-oriented output and data generator go together...
-        {{5, 3}, 10},     // ...and refuse either buffer service
-        {{15, 7}, 26},
-        {{7, 15}, 0, true},
-        {{5}, 0},
-        {{3, 7, 15}, 10},  // each buffer service runs alone
-        {{5}, 0, true},
-        {{3}, 0},
-        {{5, 7, 15}, 10},
-    }},
-    {"CAN", [](CBusRig& r) -> CKVX_HdwPort* { return r.Can(); }, 4, 9, 5, {
-        {{4, 5, 6, 7, 10, 15}, 10},
-        {{9, 2, 3, 8, 1}, 0},  // no exclusion
-        {{1, 2, 3, 8, 9}, 26},
-    }},
-    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 1, {
-        {{2, 3, 8, 9, 10, 11, 17}, 10},
-        {{1}, 0},
-        {{1}, 26},
-    }},
+    {"ARINC 429 RX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Rx(); }, 3, 4, 2,
+        {
+            {{3, 5, 7, 8, 9, 15, 0, 99}, 10}, {{4}, 0}, {{4}, 26},
+            {{6, 2}, 10}, // the input buffer excludes the other readers
+            {{1}, 0}, {{1}, 26}, {{4}, 0, true}, {{6}, 0}, {{4, 2}, 10}, // so does the label-oriented input
+            {{6}, 0, true}, {{2}, 0}, {{4, 6}, 10}, // and the byte input
+        }},
+    {"ARINC 429 TX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Tx(); }, 2, 5, 2,
+        {
+            {{2, 4, 6, 8, 9}, 10},
+            {{7, 15, 1}, 0}, // label-oriented output and data generator go together...
+            {{5, 3}, 10}, // ...and refuse either buffer service
+            {{15, 7}, 26},
+            {{7, 15}, 0, true},
+            {{5}, 0},
+            {{3, 7, 15}, 10}, // each buffer service runs alone
+            {{5}, 0, true},
+            {{3}, 0},
+            {{5, 7, 15}, 10},
+        }},
+    {"CAN", [](CBusRig& r) -> CKVX_HdwPort* { return r.Can(); }, 4, 9, 5,
+        {
+            {{4, 5, 6, 7, 10, 15}, 10},
+            {{9, 2, 3, 8, 1}, 0}, // no exclusion
+            {{1, 2, 3, 8, 9}, 26},
+        }},
+    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 1,
+        {
+            {{2, 3, 8, 9, 10, 11, 17}, 10},
+            {{1}, 0},
+            {{1}, 26},
+        }},
 };
+// clang-format on
 
 } // namespace
 

@@ -38,7 +38,7 @@ TEST_F(SignalQueue, StoppedServiceQueuesNothing)
     CKVX_HdwSignalService::CSignal s;
     EXPECT_EQ(PostWord(1, 1), 29u);
     EXPECT_EQ(signals.GetSignal(s), 29u);
-    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u);  // does not wait on a stopped service
+    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u); // does not wait on a stopped service
     unsigned n = 3;
     EXPECT_EQ(signals.GetSignalsNumber(n), 29u);
     EXPECT_EQ(n, 0u);

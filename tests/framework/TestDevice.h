@@ -43,7 +43,9 @@ class TestDevice;
 class TestService : public CKVX_HdwService {
 public:
     TestService(CKVX_HdwObject* port, unsigned type, CallLog* log, std::string name)
-        : CKVX_HdwService(port), m_Log(log), m_Name(std::move(name))
+        : CKVX_HdwService(port),
+          m_Log(log),
+          m_Name(std::move(name))
     {
         m_ServiceType = type;
     }
@@ -97,13 +99,14 @@ private:
 class TestPort : public CKVX_HdwPort {
 public:
     TestPort(CKVX_HdwObject* device, unsigned instance, const CKVX_String& channel, unsigned type, CallLog* log)
-        : CKVX_HdwPort(device, instance, channel), m_Log(log)
+        : CKVX_HdwPort(device, instance, channel),
+          m_Log(log)
     {
         m_PortType = type;
     }
 
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override
     {
         if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
             return rc;
@@ -158,7 +161,8 @@ struct PortSpec {
 class TestDevice : public CKVX_HdwDevice {
 public:
     TestDevice(uint64_t code, unsigned instances, std::vector<PortSpec> ports)
-        : m_Instances(instances), m_Ports(std::move(ports))
+        : m_Instances(instances),
+          m_Ports(std::move(ports))
     {
         m_DeviceCode = code;
         m_Manufacturer = "Test Manufacturer";

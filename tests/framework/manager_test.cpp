@@ -31,14 +31,14 @@ TEST(ManagerAttach, RefusesTheSameObjectOrDeviceCodeTwiceAndWhileRunning)
 TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder)
 {
     // Device A: 2 units, each with TX 0..1, RX 0, CAN 0. Device B: 1 unit with TX 0 and CAN 0..1.
-    TestDevice a{10, 2, {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_ARINC429_TX, "1"}, {HDW_PORT_ARINC429_RX, "0"},
-                         {HDW_PORT_CAN, "0"}}};
+    TestDevice a{10, 2,
+        {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_ARINC429_TX, "1"}, {HDW_PORT_ARINC429_RX, "0"}, {HDW_PORT_CAN, "0"}}};
     TestDevice b{11, 1, {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
     CKVX_HdwManager m;
     ASSERT_EQ(m.AttachDevice(&a), 0u);
     ASSERT_EQ(m.AttachDevice(&b), 0u);
     ASSERT_EQ(m.Enumerate(), 0u);
-    ASSERT_EQ(m.Enumerate(), 0u);  // numbering starts from zero again
+    ASSERT_EQ(m.Enumerate(), 0u); // numbering starts from zero again
 
     EXPECT_EQ(m.GetPortCount(HDW_PORT_ARINC429_TX), 5u);
     EXPECT_EQ(m.GetPortCount(HDW_PORT_ARINC429_RX), 2u);
@@ -194,7 +194,7 @@ TEST(ManagerSysEthPorts, RotatesNeverLendsAPortTwiceAndRunsOut)
     for (unsigned short q : seen)
         EXPECT_EQ(seen.count(q), 1u) << "port " << q << " lent twice";
     EXPECT_EQ(m.GetSysEthPort(p), 21u);
-    m.ReleaseSysEthPort(0);  // ignored
+    m.ReleaseSysEthPort(0); // ignored
     EXPECT_EQ(m.GetSysEthPort(p), 21u);
     m.ReleaseSysEthPort(CKVX_HdwManager::SysEthPortFirst + 7);
     ASSERT_EQ(m.GetSysEthPort(p), 0u);

@@ -113,8 +113,7 @@ public:
     OrderedDevice(std::vector<std::string> serials)
         : TestDevice(20, unsigned(serials.size()), {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}),
           m_Serials(std::move(serials))
-    {
-    }
+    {}
     unsigned Init(unsigned n) override
     {
         DestroyPorts();

@@ -20,7 +20,7 @@ protected:
         ASSERT_EQ(manager.Enumerate(), 0u);
         ASSERT_EQ(manager.Run(), 0u);
         // The manager's own timer must not interleave with the ticks made here.
-        }
+    }
     void TearDown() override { manager.Stop(); }
 
     TestService* OpenWithService(unsigned instance, unsigned index)
@@ -47,8 +47,8 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrder)
     device.log.Take();
 
     device.HdwTimerHandler(7);
-    const std::vector<std::string> expected = {"start0", "start1", "port00.svc0.Tick", "port01.svc0.Tick",
-                                               "port10.svc0.Tick", "end0", "end1"};
+    const std::vector<std::string> expected = {
+        "start0", "start1", "port00.svc0.Tick", "port01.svc0.Tick", "port10.svc0.Tick", "end0", "end1"};
     EXPECT_EQ(device.log.Take(), expected);
     EXPECT_EQ(a0->lastTick.load(), 7u);
 
@@ -68,11 +68,11 @@ TEST_F(Tick, EachPassHoldsTheInstanceLock)
         CKVX_Mutex* m = device.GetDeviceInstance(instance)->GetMutex();
         // Another thread must find the unit's mutex taken.
         lockedElsewhere = std::async(std::launch::async, [m] {
-                              const bool taken = m->TryLock() != 0;
-                              if (!taken)
-                                  m->Unlock();
-                              return taken;
-                          }).get();
+            const bool taken = m->TryLock() != 0;
+            if (!taken)
+                m->Unlock();
+            return taken;
+        }).get();
     };
     device.HdwTimerHandler(0);
     EXPECT_TRUE(lockedElsewhere);

@@ -31,7 +31,7 @@ TEST(SignalDescriptor, ReadableExactlyWhileSomethingWaits)
     EXPECT_TRUE(Readable(fd, 0));
     CKVX_HdwSignalService::CSignal s;
     ASSERT_EQ(signals.GetSignal(s), 0u);
-    EXPECT_TRUE(Readable(fd, 0));  // one still waits
+    EXPECT_TRUE(Readable(fd, 0)); // one still waits
     ASSERT_EQ(signals.GetSignal(s), 0u);
     EXPECT_FALSE(Readable(fd, 0));
 
@@ -40,7 +40,7 @@ TEST(SignalDescriptor, ReadableExactlyWhileSomethingWaits)
     signals.Stop();
     EXPECT_FALSE(Readable(fd, 0));
     ASSERT_EQ(signals.Start(), 0u);
-    signals.Abort();  // a failure makes it readable
+    signals.Abort(); // a failure makes it readable
     EXPECT_TRUE(Readable(fd, 0));
 }
 
