@@ -177,40 +177,45 @@ struct PortScript {
     std::vector<Step> steps;
 };
 
-// clang-format off: one step per line
+// One step per line.
+// clang-format off
 const PortScript kScripts[] = {
-    {"ARINC 429 RX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Rx(); }, 3, 4, 2,
-        {
-            {{3, 5, 7, 8, 9, 15, 0, 99}, 10}, {{4}, 0}, {{4}, 26},
-            {{6, 2}, 10}, // the input buffer excludes the other readers
-            {{1}, 0}, {{1}, 26}, {{4}, 0, true}, {{6}, 0}, {{4, 2}, 10}, // so does the label-oriented input
-            {{6}, 0, true}, {{2}, 0}, {{4, 6}, 10}, // and the byte input
-        }},
-    {"ARINC 429 TX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Tx(); }, 2, 5, 2,
-        {
-            {{2, 4, 6, 8, 9}, 10},
-            {{7, 15, 1}, 0}, // label-oriented output and data generator go together...
-            {{5, 3}, 10}, // ...and refuse either buffer service
-            {{15, 7}, 26},
-            {{7, 15}, 0, true},
-            {{5}, 0},
-            {{3, 7, 15}, 10}, // each buffer service runs alone
-            {{5}, 0, true},
-            {{3}, 0},
-            {{5, 7, 15}, 10},
-        }},
-    {"CAN", [](CBusRig& r) -> CKVX_HdwPort* { return r.Can(); }, 4, 9, 5,
-        {
-            {{4, 5, 6, 7, 10, 15}, 10},
-            {{9, 2, 3, 8, 1}, 0}, // no exclusion
-            {{1, 2, 3, 8, 9}, 26},
-        }},
-    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 1,
-        {
-            {{2, 3, 8, 9, 10, 11, 17}, 10},
-            {{1}, 0},
-            {{1}, 26},
-        }},
+    {"ARINC 429 RX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Rx(); }, 3, 4, 2, {
+        {{3, 5, 7, 8, 9, 15, 0, 99}, 10},
+        {{4}, 0},
+        {{4}, 26},
+        {{6, 2}, 10},  // the input buffer excludes the other readers
+        {{1}, 0},
+        {{1}, 26},
+        {{4}, 0, true},
+        {{6}, 0},
+        {{4, 2}, 10},  // so does the label-oriented input
+        {{6}, 0, true},
+        {{2}, 0},
+        {{4, 6}, 10},  // and the byte input
+    }},
+    {"ARINC 429 TX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Tx(); }, 2, 5, 2, {
+        {{2, 4, 6, 8, 9}, 10},
+        {{7, 15, 1}, 0},  // label-oriented output and data generator go together...
+        {{5, 3}, 10},     // ...and refuse either buffer service
+        {{15, 7}, 26},
+        {{7, 15}, 0, true},
+        {{5}, 0},
+        {{3, 7, 15}, 10},  // each buffer service runs alone
+        {{5}, 0, true},
+        {{3}, 0},
+        {{5, 7, 15}, 10},
+    }},
+    {"CAN", [](CBusRig& r) -> CKVX_HdwPort* { return r.Can(); }, 4, 9, 5, {
+        {{4, 5, 6, 7, 10, 15}, 10},
+        {{9, 2, 3, 8, 1}, 0},  // no exclusion
+        {{1, 2, 3, 8, 9}, 26},
+    }},
+    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 1, {
+        {{2, 3, 8, 9, 10, 11, 17}, 10},
+        {{1}, 0},
+        {{1}, 26},
+    }},
 };
 // clang-format on
 
