@@ -2,21 +2,6 @@
 
 namespace bustest {
 
-namespace {
-// Appends a new service of class S to the port once the generic check passed.
-template <typename S, typename... A>
-unsigned Add(CKVX_HdwPort* port, unsigned rc, CKVX_HdwService** out, A... args)
-{
-    if (rc != 0)
-        return rc;
-    auto* s = new S(port, args...);
-    port->GetServiceList() += s;
-    if (out)
-        *out = s;
-    return 0;
-}
-} // namespace
-
 unsigned CTestArinc429InService::ProcessEvent(CKVX_HdwEvent* event)
 {
     auto* e = static_cast<CTestEvent*>(event);
@@ -58,57 +43,27 @@ unsigned CTestSignalService::ProcessEvent(CKVX_HdwEvent* event)
     return 0;
 }
 
-unsigned CTestRxPort::EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
+unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwService** out)
 {
-    const unsigned rc = CKVX_HdwArinc429RxPort::EnableService(type, service, params);
+    if (rc != 0)
+        return rc;
+    CKVX_HdwService* s = nullptr;
     switch (type) {
-    case HDW_SERVICE_SIGNAL:
-        return Add<CTestSignalService>(this, rc, service);
-    case HDW_SERVICE_BYTE_IN_BUFFER:
-        return Add<CKVX_HdwByteInBufferService>(this, rc, service);
-    case HDW_SERVICE_ARINC429_IN_BUFFER:
-        return Add<CTestArinc429InService>(this, rc, service);
-    case HDW_SERVICE_ARINC429_LABEL_IN:
-        return Add<CTestArinc429InLbloService>(this, rc, service);
-    default:
-        return Add<CTypedService>(this, rc, service, type);
+    case HDW_SERVICE_SIGNAL: s = new CTestSignalService(port); break;
+    case HDW_SERVICE_BYTE_IN_BUFFER: s = new CKVX_HdwByteInBufferService(port); break;
+    case HDW_SERVICE_BYTE_OUT_BUFFER: s = new CKVX_HdwByteOutBufferService(port); break;
+    case HDW_SERVICE_ARINC429_IN_BUFFER: s = new CTestArinc429InService(port); break;
+    case HDW_SERVICE_ARINC429_LABEL_IN: s = new CTestArinc429InLbloService(port); break;
+    case HDW_SERVICE_ARINC429_OUT_BUFFER: s = new CKVX_HdwArinc429OutBufferService(port); break;
+    case HDW_SERVICE_ARINC429_LABEL_OUT: s = new CKVX_HdwArinc429OutLbloService(port); break;
+    case HDW_SERVICE_CAN_IN_BUFFER: s = new CTestCanInService(port); break;
+    case HDW_SERVICE_CAN_OUT_BUFFER: s = new CKVX_HdwCanOutBufferService(port); break;
+    default: s = new CTypedService(port, type);
     }
-}
-
-unsigned CTestTxPort::EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
-{
-    const unsigned rc = CKVX_HdwArinc429TxPort::EnableService(type, service, params);
-    switch (type) {
-    case HDW_SERVICE_SIGNAL:
-        return Add<CTestSignalService>(this, rc, service);
-    case HDW_SERVICE_BYTE_OUT_BUFFER:
-        return Add<CKVX_HdwByteOutBufferService>(this, rc, service);
-    case HDW_SERVICE_ARINC429_OUT_BUFFER:
-        return Add<CKVX_HdwArinc429OutBufferService>(this, rc, service);
-    case HDW_SERVICE_ARINC429_LABEL_OUT:
-        return Add<CKVX_HdwArinc429OutLbloService>(this, rc, service);
-    default:
-        return Add<CTypedService>(this, rc, service, type);
-    }
-}
-
-unsigned CTestCanPort::EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
-{
-    const unsigned rc = CKVX_HdwCanPort::EnableService(type, service, params);
-    switch (type) {
-    case HDW_SERVICE_SIGNAL:
-        return Add<CTestSignalService>(this, rc, service);
-    case HDW_SERVICE_BYTE_IN_BUFFER:
-        return Add<CKVX_HdwByteInBufferService>(this, rc, service);
-    case HDW_SERVICE_BYTE_OUT_BUFFER:
-        return Add<CKVX_HdwByteOutBufferService>(this, rc, service);
-    case HDW_SERVICE_CAN_IN_BUFFER:
-        return Add<CTestCanInService>(this, rc, service);
-    case HDW_SERVICE_CAN_OUT_BUFFER:
-        return Add<CKVX_HdwCanOutBufferService>(this, rc, service);
-    default:
-        return Add<CTypedService>(this, rc, service, type);
-    }
+    port->GetServiceList() += s;
+    if (out)
+        *out = s;
+    return 0;
 }
 
 unsigned CTestCanPort::ProcessEvent(CKVX_HdwEvent* event)
@@ -117,14 +72,6 @@ unsigned CTestCanPort::ProcessEvent(CKVX_HdwEvent* event)
     if (e->GetEventCode() == EventCanStatus)
         UpdateFaultStatus(e->Status, e->Time);
     return CKVX_HdwCanPort::ProcessEvent(event);
-}
-
-unsigned CTestMilPort::EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
-{
-    const unsigned rc = CKVX_HdwMilStd1553Port::EnableService(type, service, params);
-    if (type == HDW_SERVICE_SIGNAL)
-        return Add<CTestSignalService>(this, rc, service);
-    return Add<CTypedService>(this, rc, service, type);
 }
 
 CTestBusDevice::~CTestBusDevice() = default;
@@ -178,6 +125,26 @@ CBusRig::CBusRig() : Device(new CTestBusDevice)
     Manager.AttachDevice(Device.get());
     Manager.Enumerate();
     Manager.Run();
+}
+
+void CBusRig::ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel)
+{
+    CTestEvent e(EventArinc429Rx, channel, time);
+    e.Word = word;
+    Device->Deliver(HDW_PORT_ARINC429_RX, e);
+}
+
+void CBusRig::ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time)
+{
+    CTestEvent e(EventCanRx, "CAN0", time);
+    e.Frame = frame;
+    Device->Deliver(HDW_PORT_CAN, e);
+}
+
+void CBusRig::Fail(unsigned portType, const char* channel)
+{
+    CTestEvent e(EventFailure, channel, 0);
+    Device->Deliver(portType, e);
 }
 
 CBusRig::~CBusRig()

@@ -14,10 +14,10 @@ namespace bustest {
 
 // Event codes of the test unit.
 enum : unsigned {
-    EventFailure = 1,       // the unit failed the channel's service
-    EventArinc429Rx = 100,  // an ARINC 429 word was received
-    EventCanRx = 101,       // a CAN frame was received
-    EventCanStatus = 102,   // the CAN controller reported its status
+    EventFailure = 1, // the unit failed the channel's service
+    EventArinc429Rx = 100, // an ARINC 429 word was received
+    EventCanRx = 101, // a CAN frame was received
+    EventCanStatus = 102, // the CAN controller reported its status
 };
 
 class CTestEvent : public CKVX_HdwEvent {
@@ -79,30 +79,30 @@ public:
     CTypedService(CKVX_HdwObject* port, unsigned type) : CKVX_HdwService(port) { m_ServiceType = type; }
 };
 
-class CTestRxPort : public CKVX_HdwArinc429RxPort {
-public:
-    using CKVX_HdwArinc429RxPort::CKVX_HdwArinc429RxPort;
-    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
-};
+// Once the generic check passed (rc 0), appends a new service of the class
+// the test unit uses for that type.
+unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwService** out);
 
-class CTestTxPort : public CKVX_HdwArinc429TxPort {
+// A port of the test unit: the generic EnableService decides, then the
+// service of that type is created (each type maps to one class whatever the port).
+template <typename Base>
+class CTestPort : public Base {
 public:
-    using CKVX_HdwArinc429TxPort::CKVX_HdwArinc429TxPort;
-    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
+    using Base::Base;
+    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override
+    {
+        return AddService(this, type, Base::EnableService(type, service, params), service);
+    }
 };
+using CTestRxPort = CTestPort<CKVX_HdwArinc429RxPort>;
+using CTestTxPort = CTestPort<CKVX_HdwArinc429TxPort>;
+using CTestMilPort = CTestPort<CKVX_HdwMilStd1553Port>;
 
-class CTestCanPort : public CKVX_HdwCanPort {
+class CTestCanPort : public CTestPort<CKVX_HdwCanPort> {
 public:
-    using CKVX_HdwCanPort::CKVX_HdwCanPort;
-    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
+    using CTestPort<CKVX_HdwCanPort>::CTestPort;
     // The status path: fault status first, then the services.
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
-
-class CTestMilPort : public CKVX_HdwMilStd1553Port {
-public:
-    using CKVX_HdwMilStd1553Port::CKVX_HdwMilStd1553Port;
-    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 };
 
 class CTestBusDevice : public CKVX_HdwDevice {
@@ -127,8 +127,12 @@ public:
     CTestTxPort* Tx() { return static_cast<CTestTxPort*>(Manager.GetPort(HDW_PORT_ARINC429_TX, 0)); }
     CTestCanPort* Can() { return static_cast<CTestCanPort*>(Manager.GetPort(HDW_PORT_CAN, 0)); }
     CTestMilPort* Mil() { return static_cast<CTestMilPort*>(Manager.GetPort(HDW_PORT_MILSTD1553, 0)); }
+    // The unit reports a received word or frame, or a failure of the channel's services.
+    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel = "RX0");
+    void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);
+    void Fail(unsigned portType, const char* channel);
 
-    std::unique_ptr<CTestBusDevice> Device;  // outlives the manager
+    std::unique_ptr<CTestBusDevice> Device; // outlives the manager
     CKVX_HdwManager Manager;
 };
 

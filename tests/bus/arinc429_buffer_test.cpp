@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 using namespace bustest;
 
 namespace {
@@ -35,92 +33,70 @@ unsigned Accepted(CTestArinc429InService& s)
 
 TEST(Arinc429Filter, MaskBuildingRule)
 {
-    EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(0x0F, 0x0F), 0xFFFF);
-    EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(0x01, 0x08), 1u << 12);
-    EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(0, 0x0F), 0);
-    EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(0x0F, 0), 0);
-    // Only the low four bits of each mask matter.
-    EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(0xF1, 0xF1), 0x0001);
-    // SDI 1 and 3 with SSM 2: bits 9 and 11.
-    EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(0x0A, 0x04), (1u << 9) | (1u << 11));
+    const struct {
+        unsigned sdiMask, ssmMask, filter;
+    } cases[] = {
+        {0x0F, 0x0F, 0xFFFF}, {0x01, 0x08, 1u << 12}, {0, 0x0F, 0}, {0x0F, 0, 0},
+        {0xF1, 0xF1, 0x0001}, // only the low four bits of each mask matter
+        {0x0A, 0x04, (1u << 9) | (1u << 11)}, // SDI 1 and 3 with SSM 2
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(CKVX_HdwArinc429InBufferService::MakeFilterMask(uint8_t(c.sdiMask), uint8_t(c.ssmMask)), c.filter)
+            << c.sdiMask << "/" << c.ssmMask;
 }
 
-TEST(Arinc429Filter, AcceptMessageAfterDiscardAll)
+TEST(Arinc429Filter, AcceptAndDiscardPerLabelSdiAndSsm)
 {
     CTestArinc429InService s(nullptr);
+    EXPECT_EQ(Accepted(s), 256u * 16u); // a new service accepts everything
+    CKVX_HdwArinc429Message outOfRange = Word(1, 0, 4); // SSM 4: bit 16 does not exist
+    EXPECT_EQ(s.Filter(outOfRange), 0);
+    EXPECT_EQ(s.AcceptMessage(0x12, 0, 0x0F), 0u); // an empty mask discards the label
+    EXPECT_EQ(s.GetLabelFilter(0x12), 0);
+    EXPECT_EQ(s.DiscardMessage(0x13), 0u);
+    EXPECT_EQ(Accepted(s), 254u * 16u);
+    EXPECT_EQ(s.AcceptAllMessages(), 0u);
+    EXPECT_EQ(Accepted(s), 256u * 16u);
+
     EXPECT_EQ(s.DiscardAllMessages(), 0u);
     EXPECT_EQ(Accepted(s), 0u);
     EXPECT_EQ(s.AcceptMessage(0x31, 0x02, 0x01), 0u);
-    EXPECT_EQ(Accepted(s), 1u);
     CKVX_HdwArinc429Message m = Word(0x31, 1, 0);
     EXPECT_EQ(s.Filter(m), 1);
-
     EXPECT_EQ(s.AcceptMessage(0x40, 0x01, 0x08), 0u);
-    EXPECT_EQ(s.GetLabelFilter(0x40), 1u << 12);
     CKVX_HdwArinc429Message ssm3 = Word(0x40, 0, 3);
     EXPECT_EQ(s.Filter(ssm3), 1);
     EXPECT_EQ(Accepted(s), 2u);
 }
 
-TEST(Arinc429Filter, NewServiceAcceptsEverythingAndDiscardEqualsAnEmptyMask)
-{
-    CTestArinc429InService s(nullptr);
-    EXPECT_EQ(Accepted(s), 256u * 16u);
-    CKVX_HdwArinc429Message outOfRange = Word(1, 0, 4); // SSM 4: bit 16 does not exist
-    EXPECT_EQ(s.Filter(outOfRange), 0);
-    EXPECT_EQ(s.AcceptMessage(0x12, 0, 0x0F), 0u);
-    EXPECT_EQ(s.GetLabelFilter(0x12), 0);
-    EXPECT_EQ(s.DiscardMessage(0x13), 0u);
-    EXPECT_EQ(s.GetLabelFilter(0x13), 0);
-    EXPECT_EQ(Accepted(s), 254u * 16u);
-    EXPECT_EQ(s.AcceptAllMessages(), 0u);
-    EXPECT_EQ(Accepted(s), 256u * 16u);
-}
-
-TEST(BufferServiceDefaults, TypesSizesAndParameterClasses)
+TEST(BufferServiceDefaults, SizesAndTheirParameterClasses)
 {
     CKVX_HdwArinc429InBufferService in(nullptr);
     CKVX_HdwArinc429OutBufferService out(nullptr);
-    CKVX_HdwByteInBufferService bin(nullptr);
-    CKVX_HdwByteOutBufferService bout(nullptr);
-    EXPECT_EQ(in.GetServiceType(), 4u);
-    EXPECT_EQ(out.GetServiceType(), 5u);
-    EXPECT_EQ(bin.GetServiceType(), 2u);
-    EXPECT_EQ(bout.GetServiceType(), 3u);
-    for (CKVX_HdwService* s : std::vector<CKVX_HdwService*>{&in, &out, &bin, &bout})
-        EXPECT_EQ(s->GetStatus(), 0u);
     EXPECT_EQ(in.GetBufferSize(), 10000u);
-    EXPECT_EQ(out.GetBufferSize(), 10000u);
-    EXPECT_EQ(bin.GetBufferSize(), 10000u);
-    EXPECT_EQ(bout.GetBufferSize(), 0u);
-
+    EXPECT_EQ(CKVX_HdwByteInBufferService(nullptr).GetBufferSize(), 10000u);
+    EXPECT_EQ(CKVX_HdwByteOutBufferService(nullptr).GetBufferSize(), 0u);
     // The output service reports 10000 while a fresh CParameters holds 1000.
     CKVX_HdwArinc429OutBufferService::CParameters op;
     EXPECT_EQ(op.BufferSize, 1000u);
     EXPECT_EQ(out.GetParameters(&op), 0u);
     EXPECT_EQ(op.BufferSize, 10000u);
-    EXPECT_EQ(CKVX_HdwByteInBufferService::CParameters().BufferSize, 1000u);
-    EXPECT_EQ(CKVX_HdwByteOutBufferService::CParameters().BufferSize, 1000u);
-
-    CKVX_HdwByteOutBufferService::CParameters bp;
-    bp.BufferSize = 4096;
-    EXPECT_EQ(bout.SetParameters(&bp), 0u);
-    bp.BufferSize = 1;
-    EXPECT_EQ(bout.GetParameters(&bp), 0u);
-    EXPECT_EQ(bp.BufferSize, 4096u);
     CKVX_HdwArinc429InBufferService::CParameters ip;
-    ip.BufferSize = 0xFFFFFFFFu;  // no range check
+    ip.BufferSize = 0xFFFFFFFFu; // no range check
     EXPECT_EQ(in.SetParameters(&ip), 0u);
     EXPECT_EQ(in.GetBufferSize(), 0xFFFFFFFFu);
 }
 
-TEST(BufferServiceDefaults, GenericOperationsAnswer8)
+TEST(BufferServiceDefaults, OperationsLeftToTheDriverAnswer8)
 {
     CKVX_HdwArinc429InBufferService in(nullptr);
     CKVX_HdwArinc429OutBufferService out(nullptr);
     CKVX_HdwByteInBufferService bin(nullptr);
     CKVX_HdwByteOutBufferService bout(nullptr);
+    CKVX_HdwCanInBufferService cin(nullptr);
+    CKVX_HdwCanOutBufferService cout(nullptr);
     CKVX_HdwArinc429Message m;
+    CKVX_HdwCanMessage frame;
     unsigned n = 0;
     unsigned char bytes[4] = {};
     EXPECT_EQ(in.Read(&m, 1, n), 8u);
@@ -137,6 +113,13 @@ TEST(BufferServiceDefaults, GenericOperationsAnswer8)
     EXPECT_EQ(bout.Write(bytes, 4, 0), 8u);
     EXPECT_EQ(bout.GetBytesToBeWritten(n), 8u);
     EXPECT_EQ(bout.ResetWriteBuffer(), 8u);
+    EXPECT_EQ(cin.Read(&frame, 1, n), 8u);
+    EXPECT_EQ(cin.ResetRx(), 8u);
+    EXPECT_EQ(cin.EnableRx(), 0u);
+    EXPECT_EQ(cin.DisableRx(), 0u);
+    EXPECT_EQ(cout.Write(&frame, 1, 0), 8u);
+    EXPECT_EQ(cout.ResetWriteBuffer(), 8u);
+    EXPECT_EQ(cout.GetMessagesToBeWritten(n), 8u);
 }
 
 class Arinc429InBuffer : public ::testing::Test {
@@ -147,11 +130,11 @@ protected:
         in = Enable<CTestArinc429InService>(rx, 4);
         ASSERT_NE(in, nullptr);
     }
-    void Receive(const CKVX_HdwArinc429Message& word, uint64_t time)
+    unsigned Waiting()
     {
-        CTestEvent e(EventArinc429Rx, "RX0", time);
-        e.Word = word;
-        rig.Device->Deliver(HDW_PORT_ARINC429_RX, e);
+        unsigned n = 0;
+        EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
+        return n;
     }
 
     CBusRig rig;
@@ -159,28 +142,16 @@ protected:
     CTestArinc429InService* in = nullptr;
 };
 
-TEST_F(Arinc429InBuffer, StoppedServiceAnswers29)
-{
-    unsigned n = 5;
-    CKVX_HdwArinc429Message m;
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 29u);
-    EXPECT_EQ(n, 0u);
-    n = 5;
-    EXPECT_EQ(in->Read(&m, 1, n), 29u);
-    EXPECT_EQ(n, 0u);
-}
-
 TEST_F(Arinc429InBuffer, ReceivedWordsAreFilteredStampedAndReadInOrder)
 {
     in->DiscardMessage(0x77);
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->GetStatus(), 1u);
     for (unsigned i = 0; i < 10; ++i)
-        Receive(Word(i % 2 ? 0x77 : 0x10, 1, 2, i), 1000 + i);
+        rig.ReceiveWord(Word(i % 2 ? 0x77 : 0x10, 1, 2, i), 1000 + i);
+    rig.ReceiveWord(Word(0x10, 1, 2, 99), 5000, "RX1"); // another channel's word is not taken
+    EXPECT_EQ(Waiting(), 5u);
 
     unsigned n = 0;
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 5u);
     CKVX_HdwArinc429Message out[8];
     EXPECT_EQ(in->Read(out, 0, n), 0u);
     EXPECT_EQ(n, 0u);
@@ -198,10 +169,9 @@ TEST_F(Arinc429InBuffer, ReceivedWordsAreFilteredStampedAndReadInOrder)
     EXPECT_EQ(out[2].Label, 0x10);
     EXPECT_EQ(in->Read(out, 8, n), 0u);
     EXPECT_EQ(n, 0u);
-    Receive(Word(0x10, 0, 0), 1);
+    rig.ReceiveWord(Word(0x10, 0, 0), 1);
     EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 1u);  // a refused read takes nothing
+    EXPECT_EQ(Waiting(), 1u); // a refused read takes nothing
 }
 
 TEST_F(Arinc429InBuffer, StopAndStartLoseTheListButKeepTheFilter)
@@ -209,16 +179,14 @@ TEST_F(Arinc429InBuffer, StopAndStartLoseTheListButKeepTheFilter)
     in->DiscardAllMessages();
     in->AcceptMessage(0x20, 0x0F, 0x0F);
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    Receive(Word(0x20, 0, 0), 1);
-    Receive(Word(0x21, 0, 0), 2);
-    unsigned n = 0;
-    in->GetReadMessagesNumber(n);
-    EXPECT_EQ(n, 1u);
+    EXPECT_EQ(in->GetStatus(), 1u);
+    rig.ReceiveWord(Word(0x20, 0, 0), 1);
+    rig.ReceiveWord(Word(0x21, 0, 0), 2);
+    EXPECT_EQ(Waiting(), 1u);
     ASSERT_EQ(rx->Close(), 0u);
     EXPECT_EQ(in->GetStatus(), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 0u);
+    EXPECT_EQ(Waiting(), 0u);
     EXPECT_EQ(in->GetLabelFilter(0x20), 0xFFFF);
     EXPECT_EQ(in->GetLabelFilter(0x21), 0);
 }
@@ -229,9 +197,9 @@ TEST_F(Arinc429InBuffer, FullListDropsTheOldest)
     p.BufferSize = 3;
     ASSERT_EQ(in->SetParameters(&p), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->SetParameters(&p), 10u);  // not while open
+    EXPECT_EQ(in->SetParameters(&p), 10u); // not while open
     for (unsigned i = 0; i < 5; ++i)
-        Receive(Word(1, 0, 0, i), i);
+        rig.ReceiveWord(Word(1, 0, 0, i), i);
     CKVX_HdwArinc429Message out[5];
     unsigned n = 0;
     ASSERT_EQ(in->Read(out, 5, n), 0u);
@@ -241,44 +209,25 @@ TEST_F(Arinc429InBuffer, FullListDropsTheOldest)
     EXPECT_EQ(in->GetDroppedCount(), 2u);
 }
 
-TEST_F(Arinc429InBuffer, FailedServiceAnswers15UntilRestarted)
+TEST_F(Arinc429InBuffer, StoppedAnswers29AndFailedAnswers15UntilRestarted)
 {
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    Receive(Word(1, 0, 0), 1);
-    CTestEvent failure(EventFailure, "RX0", 2);
-    rig.Device->Deliver(HDW_PORT_ARINC429_RX, failure);
-    EXPECT_EQ(in->GetStatus(), 2u);
-    unsigned n = 9;
+    unsigned n = 5;
     CKVX_HdwArinc429Message m;
+    EXPECT_EQ(in->GetReadMessagesNumber(n), 29u);
+    EXPECT_EQ(n, 0u);
+    n = 5;
+    EXPECT_EQ(in->Read(&m, 1, n), 29u);
+    EXPECT_EQ(n, 0u);
+
+    ASSERT_EQ(rx->Open(nullptr), 0u);
+    rig.ReceiveWord(Word(1, 0, 0), 1);
+    rig.Fail(HDW_PORT_ARINC429_RX, "RX0");
+    EXPECT_EQ(in->GetStatus(), 2u);
+    n = 9;
     EXPECT_EQ(in->Read(&m, 1, n), 15u);
     EXPECT_EQ(n, 0u);
     EXPECT_EQ(in->GetReadMessagesNumber(n), 15u);
     rx->Close();
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-}
-
-TEST_F(Arinc429InBuffer, EventsForAnotherChannelAreNotTaken)
-{
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    CTestEvent e(EventArinc429Rx, "RX1", 5);
-    rig.Device->Deliver(HDW_PORT_ARINC429_RX, e);
-    unsigned n = 0;
-    in->GetReadMessagesNumber(n);
-    EXPECT_EQ(n, 0u);
-}
-
-TEST_F(Arinc429InBuffer, OutputServiceStartAndStopSetTheRunState)
-{
-    CTestTxPort* tx = rig.Tx();
-    auto* out = Enable<CKVX_HdwArinc429OutBufferService>(tx, 5);
-    ASSERT_NE(out, nullptr);
-    CKVX_HdwArinc429OutBufferService::CParameters p;
-    p.BufferSize = 77;
-    ASSERT_EQ(out->SetParameters(&p), 0u);
-    ASSERT_EQ(tx->Open(nullptr), 0u);
-    EXPECT_EQ(out->GetStatus(), 1u);
-    EXPECT_EQ(out->GetBufferSize(), 77u);
-    tx->Close();
-    EXPECT_EQ(out->GetStatus(), 0u);
+    EXPECT_EQ(Waiting(), 0u);
 }

@@ -20,50 +20,38 @@ CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned data)
     return m;
 }
 
-class InLblo : public ::testing::Test {
+// Label-oriented input on the receiver, label-oriented output on the transmitter.
+class Lblo : public ::testing::Test {
 protected:
     void SetUp() override
     {
         rx = rig.Rx();
+        tx = rig.Tx();
         in = Enable<CTestArinc429InLbloService>(rx, HDW_SERVICE_ARINC429_LABEL_IN);
+        out = Enable<CKVX_HdwArinc429OutLbloService>(tx, HDW_SERVICE_ARINC429_LABEL_OUT);
         ASSERT_NE(in, nullptr);
+        ASSERT_NE(out, nullptr);
     }
-    void Receive(const CKVX_HdwArinc429Message& word, uint64_t time)
-    {
-        CTestEvent e(EventArinc429Rx, "RX0", time);
-        e.Word = word;
-        rig.Device->Deliver(HDW_PORT_ARINC429_RX, e);
-    }
+    void Receive(const CKVX_HdwArinc429Message& word, uint64_t time) { rig.ReceiveWord(word, time); }
     std::vector<CKVX_HdwArinc429Message> Changed()
     {
-        std::vector<CKVX_HdwArinc429Message> out(1024);
+        std::vector<CKVX_HdwArinc429Message> changed(1024);
         unsigned n = 0;
-        EXPECT_EQ(in->ReadChangedLabels(out.data(), unsigned(out.size()), n), 0u);
-        out.resize(n);
-        return out;
+        EXPECT_EQ(in->ReadChangedLabels(changed.data(), unsigned(changed.size()), n), 0u);
+        changed.resize(n);
+        return changed;
     }
 
     CBusRig rig;
     CTestRxPort* rx = nullptr;
-    CTestArinc429InLbloService* in = nullptr;
-};
-
-class OutLblo : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        tx = rig.Tx();
-        out = Enable<CKVX_HdwArinc429OutLbloService>(tx, HDW_SERVICE_ARINC429_LABEL_OUT);
-        ASSERT_NE(out, nullptr);
-    }
-    CBusRig rig;
     CTestTxPort* tx = nullptr;
+    CTestArinc429InLbloService* in = nullptr;
     CKVX_HdwArinc429OutLbloService* out = nullptr;
 };
 
 } // namespace
 
-TEST_F(InLblo, KeepsTheLatestWordPerLabelAndSdiWithItsTimeAndCount)
+TEST_F(Lblo, InputKeepsTheLatestWordPerLabelAndSdiWithItsTimeAndCount)
 {
     ASSERT_EQ(rx->Open(nullptr), 0u);
     Receive(Word(0x31, 0, 1), 100);
@@ -85,7 +73,7 @@ TEST_F(InLblo, KeepsTheLatestWordPerLabelAndSdiWithItsTimeAndCount)
     EXPECT_EQ(in->ReadLabel(0x31, 4, m, count), 2u);
 }
 
-TEST_F(InLblo, ChangedLabelsAreReadOnceInLabelThenSdiOrder)
+TEST_F(Lblo, InputChangedLabelsAreReadOnceInLabelThenSdiOrder)
 {
     ASSERT_EQ(rx->Open(nullptr), 0u);
     Receive(Word(0x50, 3, 1), 1);
@@ -124,7 +112,7 @@ TEST_F(InLblo, ChangedLabelsAreReadOnceInLabelThenSdiOrder)
     EXPECT_EQ(in->ReadChangedLabels(nullptr, 1, n), 2u);
 }
 
-TEST_F(InLblo, FilterByLabelAndSdiAndTheHardwareTableFollowsIt)
+TEST_F(Lblo, InputFilterByLabelAndSdiAndTheHardwareTableFollowsIt)
 {
     in->DiscardAllLabels();
     in->AcceptLabel(0x31, 0x02); // SDI 1 only
@@ -147,7 +135,7 @@ TEST_F(InLblo, FilterByLabelAndSdiAndTheHardwareTableFollowsIt)
     EXPECT_EQ(in->GetLabelFilter(0x30), 0x0F);
 }
 
-TEST_F(InLblo, DisabledReceptionResetAndStopEmptyOrHoldTheTable)
+TEST_F(Lblo, InputDisabledReceptionResetAndStopEmptyOrHoldTheTable)
 {
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
@@ -170,12 +158,11 @@ TEST_F(InLblo, DisabledReceptionResetAndStopEmptyOrHoldTheTable)
     ASSERT_EQ(rx->Open(nullptr), 0u);
     EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 4u);
     // A failure reported by the unit answers 15.
-    CTestEvent fail(EventFailure, "RX0", 0);
-    rig.Device->Deliver(HDW_PORT_ARINC429_RX, fail);
+    rig.Fail(HDW_PORT_ARINC429_RX, "RX0");
     EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 15u);
 }
 
-TEST_F(InLblo, WithoutSdiKeyOneEntryPerLabelTakesEverySdi)
+TEST_F(Lblo, InputWithoutSdiKeyOneEntryPerLabelTakesEverySdi)
 {
     CKVX_HdwArinc429InLbloService::CParameters p;
     ASSERT_EQ(in->GetParameters(&p), 0u);
@@ -194,7 +181,7 @@ TEST_F(InLblo, WithoutSdiKeyOneEntryPerLabelTakesEverySdi)
     EXPECT_EQ(count, 2u);
 }
 
-TEST_F(OutLblo, ControlsAndDataAreKeptPerLabel)
+TEST_F(Lblo, OutputControlsAndDataAreKeptPerLabel)
 {
     CLabelCtrl c;
     CKVX_HdwArinc429Message m = Word(0x31, 0, 5);
@@ -220,7 +207,7 @@ TEST_F(OutLblo, ControlsAndDataAreKeptPerLabel)
     EXPECT_EQ(m.Sdi, 2);
 }
 
-TEST_F(OutLblo, ABadEntryRefusesTheWholeCall)
+TEST_F(Lblo, OutputABadEntryRefusesTheWholeCall)
 {
     ASSERT_EQ(tx->Open(nullptr), 0u);
     CLabelCtrl ctrls[3] = {CLabelCtrl(0x01, 10), CLabelCtrl(0x02, 0), CLabelCtrl(0x03, 10)};
@@ -240,7 +227,7 @@ TEST_F(OutLblo, ABadEntryRefusesTheWholeCall)
     EXPECT_EQ(out->UpdateMessages(nullptr, 1), 2u);
 }
 
-TEST_F(OutLblo, SwitchResetAndStartWithTransmissionOff)
+TEST_F(Lblo, OutputSwitchResetAndStartWithTransmissionOff)
 {
     CKVX_HdwArinc429OutLbloService::CParameters p;
     ASSERT_EQ(out->GetParameters(&p), 0u);
@@ -263,19 +250,4 @@ TEST_F(OutLblo, SwitchResetAndStartWithTransmissionOff)
     EXPECT_EQ(out->GetDefinedLabelsCount(), 0u); // Stop forgets the table
     EXPECT_EQ(out->EnableTx(), 29u);
     EXPECT_EQ(out->ResetTx(), 29u);
-}
-
-TEST(LabelServiceAdmission, LabelServicesOnTheGenericPorts)
-{
-    CBusRig rig;
-    unsigned rc = 0;
-    ASSERT_NE(Enable<CKVX_HdwArinc429InBufferService>(rig.Rx(), HDW_SERVICE_ARINC429_IN_BUFFER), nullptr);
-    EXPECT_EQ(Enable<CKVX_HdwService>(rig.Rx(), HDW_SERVICE_ARINC429_LABEL_IN, &rc), nullptr);
-    EXPECT_EQ(rc, 10u);
-    ASSERT_NE(Enable<CKVX_HdwArinc429OutLbloService>(rig.Tx(), HDW_SERVICE_ARINC429_LABEL_OUT), nullptr);
-    EXPECT_NE(Enable<CKVX_HdwService>(rig.Tx(), HDW_SERVICE_DATA_GENERATOR, &rc), nullptr);
-    EXPECT_EQ(Enable<CKVX_HdwService>(rig.Tx(), HDW_SERVICE_ARINC429_OUT_BUFFER, &rc), nullptr);
-    EXPECT_EQ(rc, 10u);
-    EXPECT_EQ(Enable<CKVX_HdwService>(rig.Tx(), HDW_SERVICE_ARINC429_LABEL_OUT, &rc), nullptr);
-    EXPECT_EQ(rc, 26u);
 }

@@ -1,93 +1,72 @@
+// The generic CAN services: frame input and output, fault status, and byte
+// streams carried in the frames of one identifier.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <numeric>
+#include <vector>
 
 using namespace bustest;
 
-TEST(CanPortParameters, DefaultsAndFaultStatusComparison)
+namespace {
+
+// The receive path a unit driver gives the byte input.
+class CByteIn : public CKVX_HdwCanByteInBufferService {
+public:
+    using CKVX_HdwCanByteInBufferService::CKVX_HdwCanByteInBufferService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    {
+        auto* e = static_cast<CTestEvent*>(event);
+        if (e->GetEventCode() == EventCanRx)
+            AppendFrame(e->Frame, e->Time);
+        else if (e->GetEventCode() == EventFailure)
+            SetStatus(HDW_SERVICE_FAILED);
+        return 0;
+    }
+};
+
+CKVX_HdwCanMessage Frame(uint32_t id, uint8_t extended, std::vector<uint8_t> data, uint8_t rtr = 0)
 {
-    // A default frame is an empty extended one.
-    const CKVX_HdwCanMessage m;
-    EXPECT_EQ(m.Extended, 1);
-    EXPECT_EQ(m.Identifier | m.Dlc | m.Rtr | m.Data[0] | m.Data[7], 0u);
-    const CKVX_HdwCanPort::CParameters p;
-    EXPECT_EQ(p.BitRate, 1000000u);
-    EXPECT_EQ(p.SamplePoint, 0.5);
-    EXPECT_EQ(p.ModeFlagA + p.ModeFlagB, 2);
-
-    CKVX_HdwCanPort::CFaultStatus a, b;
-    EXPECT_EQ(a.Status, 3u);
-    EXPECT_TRUE(a == b);
-    b.ErrReg1 = 1;
-    EXPECT_TRUE(a != b);
-    EXPECT_FALSE(a == b);
-    b = a;
-    b.ErrReg0 = 0x80;
-    EXPECT_TRUE(a != b);
-    b = a;
-    b.Status = 0;
-    EXPECT_TRUE(a != b);
-
-    CKVX_HdwCanPort port(nullptr, 0, "CAN0");
-    EXPECT_EQ(port.GetPortType(), 4u);
-    CKVX_HdwCanPort::CFaultStatus fresh;
-    fresh.Status = 0;
-    EXPECT_EQ(port.GetFaultStatus(&fresh), 0u);
-    EXPECT_EQ(fresh.Status, 3u);
+    CKVX_HdwCanMessage m;
+    m.Identifier = id;
+    m.Extended = extended;
+    m.Rtr = rtr;
+    m.Dlc = uint8_t(data.size());
+    for (size_t i = 0; i < data.size() && i < 8; ++i)
+        m.Data[i] = data[i];
+    return m;
 }
 
-class CanPort : public ::testing::Test {
+class Can : public ::testing::Test {
 protected:
     void SetUp() override { can = rig.Can(); }
-    void Deliver(CTestEvent& e) { rig.Device->Deliver(HDW_PORT_CAN, e); }
+    // Installs a service as a driver's EnableService does.
+    template <class S>
+    S* Install()
+    {
+        auto* s = new S(can);
+        can->GetServiceList() += s;
+        return s;
+    }
+    void Status(uint64_t time, uint8_t status, uint8_t reg0, uint8_t reg1)
+    {
+        CTestEvent e(EventCanStatus, "CAN0", time);
+        e.Status.Status = status;
+        e.Status.ErrReg0 = reg0;
+        e.Status.ErrReg1 = reg1;
+        rig.Device->Deliver(HDW_PORT_CAN, e);
+    }
     CBusRig rig;
     CTestCanPort* can = nullptr;
 };
 
-TEST_F(CanPort, AdmissionHasNoExclusion)
-{
-    unsigned rc = 0;
-    for (unsigned type : {4u, 5u, 6u, 7u, 10u, 15u}) {
-        Enable<CKVX_HdwService>(can, type, &rc);
-        EXPECT_EQ(rc, 10u) << type;
-    }
-    EXPECT_NE(Enable<CTestCanInService>(can, 9), nullptr);
-    EXPECT_NE(Enable<CKVX_HdwByteInBufferService>(can, 2), nullptr);
-    EXPECT_NE(Enable<CKVX_HdwByteOutBufferService>(can, 3), nullptr);
-    EXPECT_NE(Enable<CKVX_HdwCanOutBufferService>(can, 8), nullptr);
-    EXPECT_NE(Enable<CKVX_HdwSignalService>(can, 1), nullptr);
-    for (unsigned type : {1u, 2u, 3u, 8u, 9u}) {
-        Enable<CKVX_HdwService>(can, type, &rc);
-        EXPECT_EQ(rc, 26u) << type;
-    }
-    EXPECT_EQ(can->GetServiceCount(), 5u);
-}
+} // namespace
 
-TEST_F(CanPort, OpenInstallsParameters)
-{
-    ASSERT_NE(Enable<CTestCanInService>(can, 9), nullptr);
-    CKVX_HdwCanPort::CParameters p;
-    p.BitRate = 250000;
-    p.SamplePoint = 0.875;
-    p.Reserved = 0xABCD;
-    p.ModeFlagB = 0;
-    ASSERT_EQ(can->Open(&p), 0u);
-    CKVX_HdwCanPort::CParameters back;
-    EXPECT_EQ(can->GetParameters(&back), 0u);
-    EXPECT_EQ(back.BitRate, 250000u);
-    EXPECT_EQ(back.SamplePoint, 0.875);
-    EXPECT_EQ(back.Reserved, 0xABCDu);
-    EXPECT_EQ(back.ModeFlagA, 1);
-    EXPECT_EQ(back.ModeFlagB, 0);
-}
-
-TEST_F(CanPort, InputServiceLifecycleAndReads)
+TEST_F(Can, InputServiceLifecycleAndReads)
 {
     auto* in = Enable<CTestCanInService>(can, 9);
     ASSERT_NE(in, nullptr);
-    EXPECT_EQ(in->GetServiceType(), 9u);
     CKVX_HdwCanInBufferService::CParameters p;
     EXPECT_EQ(p.BufferSize, 1000u);
     EXPECT_EQ(in->GetParameters(&p), 0u);
@@ -97,11 +76,8 @@ TEST_F(CanPort, InputServiceLifecycleAndReads)
     EXPECT_EQ(in->GetReadMessagesNumber(n), 29u);
     EXPECT_EQ(n, 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
-    for (uint32_t id = 0; id < 4; ++id) {
-        CTestEvent e(EventCanRx, "CAN0", 500 + id);
-        e.Frame.Identifier = id;
-        Deliver(e);
-    }
+    for (uint32_t id = 0; id < 4; ++id)
+        rig.ReceiveFrame(Frame(id, 1, {}), 500 + id);
     EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
     EXPECT_EQ(n, 4u);
     CKVX_HdwCanMessage out[4];
@@ -113,19 +89,14 @@ TEST_F(CanPort, InputServiceLifecycleAndReads)
     EXPECT_EQ(in->GetStatus(), 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
     EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 0u);  // Stop and Start emptied the list
+    EXPECT_EQ(n, 0u); // Stop and Start emptied the list
 
-    CTestEvent failure(EventFailure, "CAN0", 9);
-    Deliver(failure);
+    rig.Fail(HDW_PORT_CAN, "CAN0");
     EXPECT_EQ(in->GetReadMessagesNumber(n), 15u);
     EXPECT_EQ(in->Read(out, 1, n), 15u);
-    EXPECT_EQ(in->EnableRx(), 0u);
-    EXPECT_EQ(in->DisableRx(), 0u);
-    EXPECT_EQ(in->ResetRx(), 8u);
-    EXPECT_EQ(in->CKVX_HdwCanInBufferService::Read(out, 1, n), 8u);
 }
 
-TEST_F(CanPort, OutputServiceKeepsTxStatusAcrossStop)
+TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
 {
     struct CProbe : CKVX_HdwCanOutBufferService {
         using CKVX_HdwCanOutBufferService::CKVX_HdwCanOutBufferService;
@@ -138,13 +109,8 @@ TEST_F(CanPort, OutputServiceKeepsTxStatusAcrossStop)
         }
         unsigned Queued() { return Messages.GetLength() + MessagesB.GetLength(); }
     };
-    auto* out = new CProbe(can);
-    can->GetServiceList() += out;  // as a driver's EnableService would
-    EXPECT_EQ(out->GetServiceType(), 8u);
-
+    auto* out = Install<CProbe>();
     CKVX_HdwCanOutBufferService::CParameters p;
-    EXPECT_EQ(p.BufferSize, 1000u);
-    EXPECT_EQ(p.IdWordA, 0xFFFF);
     EXPECT_EQ(p.IdWordB, 0xFFFF);
     p.BufferSize = 64;
     p.IdWordA = 0x1234;
@@ -153,7 +119,6 @@ TEST_F(CanPort, OutputServiceKeepsTxStatusAcrossStop)
     out->GetParameters(&back);
     EXPECT_EQ(back.BufferSize, 64u);
     EXPECT_EQ(back.IdWordA, 0x1234);
-    EXPECT_EQ(back.IdWordB, 0xFFFF);
 
     ASSERT_EQ(can->Open(nullptr), 0u);
     out->SetTx(0x42);
@@ -166,15 +131,9 @@ TEST_F(CanPort, OutputServiceKeepsTxStatusAcrossStop)
     ASSERT_EQ(can->Open(nullptr), 0u);
     out->GetTxStatus(status);
     EXPECT_EQ(status, 0u);
-
-    CKVX_HdwCanMessage m;
-    unsigned n = 0;
-    EXPECT_EQ(out->Write(&m, 1, 0), 8u);
-    EXPECT_EQ(out->ResetWriteBuffer(), 8u);
-    EXPECT_EQ(out->GetMessagesToBeWritten(n), 8u);
 }
 
-TEST_F(CanPort, FaultStatusFromTheUnitReachesServicesAndSignals)
+TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
 {
     auto* in = Enable<CTestCanInService>(can, 9);
     auto* signals = Enable<CKVX_HdwSignalService>(can, 1);
@@ -182,28 +141,18 @@ TEST_F(CanPort, FaultStatusFromTheUnitReachesServicesAndSignals)
     ASSERT_NE(signals, nullptr);
     ASSERT_EQ(can->Open(nullptr), 0u);
 
-    CTestEvent e(EventCanStatus, "CAN0", 70);
-    e.Status.Status = 0;  // error active, registers unchanged
-    Deliver(e);
-    CTestEvent same(EventCanStatus, "CAN0", 71);
-    same.Status = e.Status;
-    Deliver(same);  // no change, no signal
-    CTestEvent regs(EventCanStatus, "CAN0", 72);
-    regs.Status = e.Status;
-    regs.Status.ErrReg1 = 0x11;
-    Deliver(regs);
-    CTestEvent both(EventCanStatus, "CAN0", 73);
-    both.Status.Status = 2;
-    both.Status.ErrReg0 = 0x05;
-    both.Status.ErrReg1 = 0x11;
-    Deliver(both);
-
+    Status(70, 0, 0, 0); // error active, registers unchanged
+    Status(71, 0, 0, 0); // no change, no signal
+    Status(72, 0, 0, 0x11); // registers only
+    Status(73, 2, 0x05, 0x11);
     CKVX_HdwCanPort::CFaultStatus f;
     EXPECT_EQ(in->GetFaultStatus(&f), 0u);
-    EXPECT_TRUE(f == both.Status);
+    EXPECT_EQ(f.Status, 2u);
+    EXPECT_EQ(f.ErrReg0, 0x05);
+    EXPECT_EQ(f.ErrReg1, 0x11);
 
     const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
-                                      HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
+        HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
     const uint64_t expectedTimes[] = {70, 72, 73, 73};
     for (unsigned i = 0; i < 4; ++i) {
         CKVX_HdwSignalService::CSignal s;
@@ -229,11 +178,186 @@ TEST(CanOutBuffer, MessageBufferOwnsDeepCopies)
     EXPECT_EQ(copy->Identifier, 0x123u);
     CKVX_HdwCanOutBufferService::CMessageBuffer c;
     c += new CKVX_HdwCanMessage;
-    c = a;  // the frame c held is deleted, a's is copied
+    c = a; // the frame c held is deleted, a's is copied
     ASSERT_EQ(c.GetLength(), 1u);
     EXPECT_EQ((*c.begin())->Identifier, 0x123u);
     EXPECT_NE(*c.begin(), m);
     a.DeleteAll();
-    EXPECT_EQ(a.GetLength(), 0u);
-    EXPECT_EQ(b.GetLength(), 1u);  // copies live on; the sanitizer build checks for leaks and double frees
+    EXPECT_EQ(b.GetLength(), 1u); // copies live on; the sanitizer build checks for leaks and double frees
+}
+
+// ---- byte streams in CAN frames ------------------------------------------------
+
+TEST_F(Can, ByteOutputPacksBytesIntoFullFramesInOrder)
+{
+    auto* out = Install<CKVX_HdwCanByteOutBufferService>();
+    CKVX_HdwCanByteOutBufferService::CParameters p;
+    p.Identifier = 0x1ABCDEF;
+    p.Extended = 1;
+    p.BufferSize = 0;
+    ASSERT_EQ(out->SetParameters(&p), 0u);
+    ASSERT_EQ(can->Open(nullptr), 0u);
+
+    std::vector<uint8_t> bytes(21);
+    std::iota(bytes.begin(), bytes.end(), uint8_t(1));
+    ASSERT_EQ(out->Write(bytes.data(), unsigned(bytes.size()), 0), 0u);
+
+    CKVX_HdwCanMessage frames[8];
+    can->DeviceLock();
+    const unsigned one = out->BuildFrames(frames, 1);
+    const unsigned built = out->BuildFrames(frames, 8);
+    can->DeviceUnlock();
+    EXPECT_EQ(one, 1u);
+    ASSERT_EQ(built, 3u); // building takes nothing: the same three frames again
+    const uint8_t dlcs[] = {8, 8, 5};
+    unsigned next = 1;
+    for (unsigned f = 0; f < 3; ++f) {
+        EXPECT_EQ(frames[f].Identifier, 0x1ABCDEFu);
+        EXPECT_EQ(frames[f].Extended, 1);
+        EXPECT_EQ(frames[f].Rtr, 0);
+        ASSERT_EQ(frames[f].Dlc, dlcs[f]);
+        for (unsigned i = 0; i < frames[f].Dlc; ++i)
+            EXPECT_EQ(frames[f].Data[i], next++) << f << "/" << i;
+    }
+
+    unsigned pending = 0;
+    can->DeviceLock();
+    out->CommitFrames(2);
+    can->DeviceUnlock();
+    EXPECT_EQ(out->GetBytesToBeWritten(pending), 0u);
+    EXPECT_EQ(pending, 21u); // 5 queued, 16 in flight
+    EXPECT_EQ(out->GetFramesInFlight(), 2u);
+    can->DeviceLock();
+    EXPECT_FALSE(out->ConfirmFrame(Frame(0x1ABCDEF, 0, {1}))); // standard frame: another stream
+    EXPECT_FALSE(out->ConfirmFrame(Frame(0x1ABCDEE, 1, {1})));
+    EXPECT_TRUE(out->ConfirmFrame(frames[0]));
+    EXPECT_EQ(out->BuildFrames(frames, 8), 1u);
+    can->DeviceUnlock();
+    EXPECT_EQ(frames[0].Dlc, 5);
+    EXPECT_EQ(frames[0].Data[0], 17);
+    out->GetBytesToBeWritten(pending);
+    EXPECT_EQ(pending, 13u);
+
+    // Resetting drops the queue, not what the unit already holds.
+    EXPECT_EQ(out->ResetWriteBuffer(), 0u);
+    out->GetBytesToBeWritten(pending);
+    EXPECT_EQ(pending, 8u);
+}
+
+TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
+{
+    auto* in = Install<CByteIn>();
+    auto* frames = Enable<CTestCanInService>(can, 9);
+    ASSERT_NE(frames, nullptr);
+    CKVX_HdwCanByteInBufferService::CParameters p;
+    p.Identifier = 0x321;
+    ASSERT_EQ(in->SetParameters(&p), 0u);
+    ASSERT_EQ(can->Open(nullptr), 0u);
+
+    rig.ReceiveFrame(Frame(0x321, 0, {1, 2, 3}), 100);
+    rig.ReceiveFrame(Frame(0x322, 0, {90, 91}), 101); // other identifier
+    rig.ReceiveFrame(Frame(0x321, 1, {92}), 102); // same number, extended
+    rig.ReceiveFrame(Frame(0x321, 0, {}, 1), 103); // remote frame
+    rig.ReceiveFrame(Frame(0x321, 0, {}), 104); // empty data frame
+    rig.ReceiveFrame(Frame(0x321, 0, {4, 5, 6, 7, 8, 9, 10, 11}), 105);
+    CKVX_HdwCanMessage wide = Frame(0x321, 0, {12, 13, 14, 15, 16, 17, 18, 19});
+    wide.Dlc = 15; // a DLC above 8 carries 8 bytes
+    rig.ReceiveFrame(wide, 106);
+
+    unsigned count = 0;
+    EXPECT_EQ(in->GetReadBufferBytes(count), 0u);
+    ASSERT_EQ(count, 19u);
+    uint8_t bytes[19] = {};
+    uint64_t times[19] = {};
+    unsigned n = 0;
+    // Reads split frames anywhere.
+    ASSERT_EQ(in->ReadTimed(bytes, times, 2, n), 0u);
+    ASSERT_EQ(n, 2u);
+    ASSERT_EQ(in->ReadTimed(bytes + 2, times + 2, 7, n), 0u);
+    ASSERT_EQ(n, 7u);
+    ASSERT_EQ(in->ReadTimed(bytes + 9, times + 9, 100, n), 0u);
+    ASSERT_EQ(n, 10u);
+    for (unsigned i = 0; i < 19; ++i) {
+        EXPECT_EQ(bytes[i], i + 1) << i;
+        EXPECT_EQ(times[i], i < 3 ? 100u : i < 11 ? 105u : 106u) << i;
+    }
+    EXPECT_EQ(in->Read(bytes, 5, n), 0u);
+    EXPECT_EQ(n, 0u);
+    // The frame input saw every frame, the stream's included.
+    unsigned seen = 0;
+    EXPECT_EQ(frames->GetReadMessagesNumber(seen), 0u);
+    EXPECT_EQ(seen, 7u);
+}
+
+TEST_F(Can, AFullByteInputDropsTheOldestBytes)
+{
+    auto* in = Install<CByteIn>();
+    CKVX_HdwCanByteInBufferService::CParameters p;
+    p.BufferSize = 10;
+    ASSERT_EQ(in->SetParameters(&p), 0u);
+    ASSERT_EQ(can->Open(nullptr), 0u);
+    rig.ReceiveFrame(Frame(0x100, 0, {1, 2, 3, 4, 5, 6, 7, 8}), 1);
+    rig.ReceiveFrame(Frame(0x100, 0, {9, 10, 11, 12, 13}), 2);
+    EXPECT_EQ(in->GetDroppedCount(), 3u);
+    uint8_t bytes[20] = {};
+    unsigned n = 0;
+    ASSERT_EQ(in->Read(bytes, 20, n), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + n), (std::vector<uint8_t>{4, 5, 6, 7, 8, 9, 10, 11, 12, 13}));
+}
+
+TEST_F(Can, ByteStreamParametersAndRunStates)
+{
+    auto* in = Install<CByteIn>();
+    auto* out = Install<CKVX_HdwCanByteOutBufferService>();
+    const CKVX_HdwCanByteInBufferService::CParameters d;
+    EXPECT_EQ(d.Identifier, 0x100u);
+    EXPECT_EQ(d.Extended, 0);
+
+    CKVX_HdwCanByteInBufferService::CParameters p;
+    p.Identifier = 0x7FF;
+    p.BufferSize = 77;
+    ASSERT_EQ(in->SetParameters(&p), 0u);
+    CKVX_HdwCanByteInBufferService::CParameters bad = p;
+    bad.Identifier = 0x800; // wider than 11 bits
+    EXPECT_EQ(in->SetParameters(&bad), 2u);
+    bad.Identifier = 0x1FFFFFFF;
+    bad.Extended = 2;
+    EXPECT_EQ(in->SetParameters(&bad), 2u);
+    // Through the byte input's own parameter class only the size changes.
+    CKVX_HdwByteInBufferService::CParameters plain;
+    plain.BufferSize = 5;
+    ASSERT_EQ(static_cast<CKVX_HdwByteInBufferService*>(in)->SetParameters(&plain), 0u);
+    CKVX_HdwCanByteInBufferService::CParameters back;
+    ASSERT_EQ(in->GetParameters(&back), 0u);
+    EXPECT_EQ(back.BufferSize, 5u);
+    EXPECT_EQ(back.Identifier, 0x7FFu);
+
+    CKVX_HdwCanByteOutBufferService::CParameters po;
+    po.Identifier = 0x1FFFFFFF;
+    po.Extended = 1;
+    po.BufferSize = 16;
+    EXPECT_EQ(out->SetParameters(&po), 0u);
+
+    uint8_t b[20] = {};
+    unsigned n = 9;
+    EXPECT_EQ(in->Read(b, 1, n), 29u);
+    EXPECT_EQ(n, 0u);
+    EXPECT_EQ(out->Write(b, 1, 0), 29u);
+
+    ASSERT_EQ(can->Open(nullptr), 0u);
+    EXPECT_EQ(in->SetParameters(&p), 10u);
+    EXPECT_EQ(out->SetParameters(&po), 10u);
+    EXPECT_EQ(out->Write(b, 1, 1), 2u);
+    EXPECT_EQ(out->Write(b, 17, 0), 2u); // beyond BufferSize
+    EXPECT_EQ(out->Write(nullptr, 1, 0), 2u);
+    EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
+    EXPECT_EQ(out->Write(b, 16, 0), 0u);
+    EXPECT_EQ(out->Write(b, 1, 0), 2u);
+    unsigned pending = 0;
+    out->GetBytesToBeWritten(pending);
+    EXPECT_EQ(pending, 16u);
+
+    rig.Fail(HDW_PORT_CAN, "CAN0");
+    EXPECT_EQ(in->Read(b, 1, n), 15u);
+    EXPECT_EQ(in->GetReadBufferBytes(n), 15u);
 }

@@ -33,23 +33,12 @@ protected:
 
 } // namespace
 
-TEST_F(SignalQueue, TypeAndDefaults)
-{
-    EXPECT_EQ(signals.GetServiceType(), 1u);
-    CKVX_HdwSignalService::CParameters p;
-    EXPECT_EQ(p.BufferSize, 1000u);
-    EXPECT_EQ(p.SignalMask, 0xFFFFFFFFu);
-    p.BufferSize = 0;
-    EXPECT_EQ(signals.GetParameters(&p), 0u);
-    EXPECT_EQ(p.BufferSize, 1000u);
-}
-
 TEST_F(SignalQueue, StoppedServiceQueuesNothing)
 {
     CKVX_HdwSignalService::CSignal s;
     EXPECT_EQ(PostWord(1, 1), 29u);
     EXPECT_EQ(signals.GetSignal(s), 29u);
-    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u);  // does not wait on a stopped service
+    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u); // does not wait on a stopped service
     unsigned n = 3;
     EXPECT_EQ(signals.GetSignalsNumber(n), 29u);
     EXPECT_EQ(n, 0u);
@@ -141,7 +130,7 @@ TEST_F(SignalQueue, MaskedKindsAreIgnored)
     EXPECT_EQ(signals.GetSignal(s), 4u);
 }
 
-TEST_F(SignalQueue, StopEmptiesAndStartResets)
+TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15)
 {
     StartWith(2);
     PostWord(1, 1);
@@ -155,19 +144,14 @@ TEST_F(SignalQueue, StopEmptiesAndStartResets)
     uint64_t dropped = 9;
     signals.GetDroppedCount(dropped, false);
     EXPECT_EQ(dropped, 0u);
-}
 
-TEST_F(SignalQueue, AbortDeliversWhatWaitsThenAnswers15)
-{
-    StartWith(8);
-    PostWord(1, 1);
+    PostWord(4, 4);
     signals.Abort();
     EXPECT_EQ(signals.GetStatus(), 2u);
-    CKVX_HdwSignalService::CSignal s;
     EXPECT_EQ(signals.GetSignal(s), 0u);
     EXPECT_EQ(signals.GetSignal(s), 15u);
     EXPECT_EQ(signals.WaitSignal(s, 10000), 15u);
-    EXPECT_EQ(PostWord(2, 2), 29u);
+    EXPECT_EQ(PostWord(5, 5), 29u);
 }
 
 TEST_F(SignalQueue, WaitTimesOutWhenNothingComes)

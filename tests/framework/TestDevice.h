@@ -32,11 +32,6 @@ public:
         out.swap(m_Entries);
         return out;
     }
-    std::vector<std::string> Snapshot()
-    {
-        std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_Entries;
-    }
 
 private:
     std::mutex m_Mutex;
@@ -48,7 +43,9 @@ class TestDevice;
 class TestService : public CKVX_HdwService {
 public:
     TestService(CKVX_HdwObject* port, unsigned type, CallLog* log, std::string name)
-        : CKVX_HdwService(port), m_Log(log), m_Name(std::move(name))
+        : CKVX_HdwService(port),
+          m_Log(log),
+          m_Name(std::move(name))
     {
         m_ServiceType = type;
     }
@@ -102,13 +99,14 @@ private:
 class TestPort : public CKVX_HdwPort {
 public:
     TestPort(CKVX_HdwObject* device, unsigned instance, const CKVX_String& channel, unsigned type, CallLog* log)
-        : CKVX_HdwPort(device, instance, channel), m_Log(log)
+        : CKVX_HdwPort(device, instance, channel),
+          m_Log(log)
     {
         m_PortType = type;
     }
 
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override
     {
         if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
             return rc;
@@ -163,7 +161,8 @@ struct PortSpec {
 class TestDevice : public CKVX_HdwDevice {
 public:
     TestDevice(uint64_t code, unsigned instances, std::vector<PortSpec> ports)
-        : m_Instances(instances), m_Ports(std::move(ports))
+        : m_Instances(instances),
+          m_Ports(std::move(ports))
     {
         m_DeviceCode = code;
         m_Manufacturer = "Test Manufacturer";
@@ -243,7 +242,6 @@ public:
             return nullptr;
         return static_cast<TestPort*>((*v)[index].Port);
     }
-    using CKVX_HdwDevice::AbortAllServices;
 
     CallLog log;
     unsigned RunResult = 0;

@@ -19,6 +19,7 @@ protected:
         ASSERT_EQ(manager.AttachDevice(&device), 0u);
         ASSERT_EQ(manager.Enumerate(), 0u);
         ASSERT_EQ(manager.Run(), 0u);
+        // The manager's own timer must not interleave with the ticks made here.
     }
     void TearDown() override { manager.Stop(); }
 
@@ -38,8 +39,6 @@ protected:
 
 TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrder)
 {
-    // The manager's own timer must not interleave with the ticks made here.
-    manager.StopMainTimer();
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
     TestService* a1 = OpenWithService(1, 0);
@@ -48,37 +47,32 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrder)
     device.log.Take();
 
     device.HdwTimerHandler(7);
-    const std::vector<std::string> expected = {"start0", "start1", "port00.svc0.Tick", "port01.svc0.Tick",
-                                               "port10.svc0.Tick", "end0", "end1"};
+    const std::vector<std::string> expected = {
+        "start0", "start1", "port00.svc0.Tick", "port01.svc0.Tick", "port10.svc0.Tick", "end0", "end1"};
     EXPECT_EQ(device.log.Take(), expected);
     EXPECT_EQ(a0->lastTick.load(), 7u);
-}
 
-TEST_F(Tick, SkipsInstancesThatAreNotOpen)
-{
-    manager.StopMainTimer();
-    OpenWithService(1, 0);
-    device.LogTicks = true;
+    // A unit with no open port is skipped.
+    ASSERT_EQ(device.Port(0, 0)->Close(), 0u);
+    ASSERT_EQ(device.Port(0, 1)->Close(), 0u);
     device.log.Take();
-    device.HdwTimerHandler(0);
-    const std::vector<std::string> expected = {"start1", "end1"};
-    EXPECT_EQ(device.log.Take(), expected);
+    device.HdwTimerHandler(8);
+    EXPECT_EQ(device.log.Take(), (std::vector<std::string>{"start1", "port10.svc0.Tick", "end1"}));
 }
 
 TEST_F(Tick, EachPassHoldsTheInstanceLock)
 {
-    manager.StopMainTimer();
     OpenWithService(0, 0);
     bool lockedElsewhere = false;
     device.OnStartHandler = [&](unsigned instance) {
         CKVX_Mutex* m = device.GetDeviceInstance(instance)->GetMutex();
         // Another thread must find the unit's mutex taken.
         lockedElsewhere = std::async(std::launch::async, [m] {
-                              const bool taken = m->TryLock() != 0;
-                              if (!taken)
-                                  m->Unlock();
-                              return taken;
-                          }).get();
+            const bool taken = m->TryLock() != 0;
+            if (!taken)
+                m->Unlock();
+            return taken;
+        }).get();
     };
     device.HdwTimerHandler(0);
     EXPECT_TRUE(lockedElsewhere);
@@ -86,7 +80,6 @@ TEST_F(Tick, EachPassHoldsTheInstanceLock)
 
 TEST_F(Tick, FailingPortAbortsOnlyItsUnitAndEndsThatUnitsPortPass)
 {
-    manager.StopMainTimer();
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
     TestService* a1 = OpenWithService(1, 0);
@@ -103,7 +96,6 @@ TEST_F(Tick, FailingPortAbortsOnlyItsUnitAndEndsThatUnitsPortPass)
 
 TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
 {
-    manager.StopMainTimer();
     TestService* a0 = OpenWithService(0, 0);
     TestService* a1 = OpenWithService(1, 0);
     device.FailStartInstance = 1;
@@ -120,6 +112,7 @@ TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
 
 TEST_F(Tick, TheMainTimerDrivesOpenPortsWithIncreasingTicks)
 {
+    ASSERT_EQ(manager.StartMainTimer(1), 0u);
     TestService* s = OpenWithService(0, 0);
     ASSERT_TRUE(WaitUntil([&] { return s->tickCount.load() >= 5; }));
     const uint64_t seen = s->lastTick.load();
@@ -129,7 +122,6 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWithIncreasingTicks)
 
 TEST_F(Tick, EventsReachOnlyPortsOfMatchingTypeAndChannel)
 {
-    manager.StopMainTimer();
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
     CKVX_HdwEvent ev;
@@ -153,6 +145,7 @@ TEST_F(Tick, EventsReachOnlyPortsOfMatchingTypeAndChannel)
 TEST_F(Tick, OpenCloseFromApplicationThreadsWhileTheTimerTicks)
 {
     // Exercises the instance locks with the real timer thread (run under TSan).
+    ASSERT_EQ(manager.StartMainTimer(1), 0u);
     TestPort* p0 = device.Port(0, 0);
     TestPort* p1 = device.Port(1, 1);
     CKVX_HdwService* s = nullptr;

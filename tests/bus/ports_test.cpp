@@ -1,0 +1,258 @@
+// The generic bus ports: their parameters and which services each admits.
+#include "TestBusDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace bustest;
+
+TEST(Arinc429PortParameters, DefaultsAndWordIntergap)
+{
+    // 12.5 kbit/s by default, with the 4-bit gap of that rate less one.
+    EXPECT_EQ(CKVX_HdwArinc429RxPort::CParameters().BaudRate, 12500u);
+    CKVX_HdwArinc429TxPort::CParameters tx;
+    EXPECT_EQ(tx.BaudRate, 12500u);
+    EXPECT_EQ(tx.WordIntergap, 319);
+    const struct {
+        unsigned rate;
+        double bits;
+        int gap;
+    } cases[] = {
+        {12500, 4, 320},
+        {100000, 4, 40},
+        {12500, 4.5, 360},
+        {100000, 0.04, 0}, // 0.4 us rounds down
+        {100000, 0.05, 1}, // 0.5 us rounds up
+        {0, 4, 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(CKVX_HdwArinc429TxPort::CalcWordIntergap(c.rate, c.bits), c.gap) << c.rate << " " << c.bits;
+}
+
+TEST(CanPortParameters, DefaultsAndFaultStatusComparison)
+{
+    // A default frame is an empty extended one.
+    const CKVX_HdwCanMessage m;
+    EXPECT_EQ(m.Extended, 1);
+    EXPECT_EQ(m.Identifier | m.Dlc | m.Rtr | m.Data[0] | m.Data[7], 0u);
+    const CKVX_HdwCanPort::CParameters p;
+    EXPECT_EQ(p.BitRate, 1000000u);
+    EXPECT_EQ(p.SamplePoint, 0.5);
+    EXPECT_EQ(p.ModeFlagA + p.ModeFlagB, 2);
+
+    CKVX_HdwCanPort::CFaultStatus a;
+    EXPECT_EQ(a.Status, 3u);
+    EXPECT_TRUE(a == CKVX_HdwCanPort::CFaultStatus());
+    for (int field = 0; field < 3; ++field) {
+        CKVX_HdwCanPort::CFaultStatus b = a;
+        if (field == 0)
+            b.ErrReg1 = 1;
+        if (field == 1)
+            b.ErrReg0 = 0x80;
+        if (field == 2)
+            b.Status = 0;
+        EXPECT_TRUE(a != b) << field;
+        EXPECT_FALSE(a == b) << field;
+    }
+    CKVX_HdwCanPort port(nullptr, 0, "CAN0");
+    CKVX_HdwCanPort::CFaultStatus fresh;
+    fresh.Status = 0;
+    EXPECT_EQ(port.GetFaultStatus(&fresh), 0u);
+    EXPECT_EQ(fresh.Status, 3u);
+}
+
+class BusPorts : public ::testing::Test {
+protected:
+    CBusRig rig;
+};
+
+TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFails)
+{
+    CTestRxPort* rx = rig.Rx();
+    CKVX_HdwArinc429RxPort::CParameters p;
+    p.BaudRate = 100000;
+    p.Parity = 2;
+    p.PortNum = 9;
+    // No service enabled: the base open refuses, the parameters stay.
+    EXPECT_EQ(rx->Open(&p), 15u);
+    CKVX_HdwArinc429RxPort::CParameters back;
+    EXPECT_EQ(rx->GetParameters(&back), 0u);
+    EXPECT_EQ(back.BaudRate, 100000u);
+    EXPECT_EQ(back.Parity, 2);
+    EXPECT_EQ(back.PortNum, 9u);
+    EXPECT_FALSE(rx->IsOpen());
+    CKVX_HdwArinc429TxPort::CParameters wrongClass;
+    EXPECT_EQ(rx->Open(&wrongClass), 2u);
+}
+
+TEST_F(BusPorts, Arinc429SetBaudRateOnlyWhileOpenAndUnchecked)
+{
+    CTestTxPort* tx = rig.Tx();
+    EXPECT_EQ(tx->SetBaudRate(100000), 19u);
+    CKVX_HdwArinc429TxPort::CParameters p;
+    tx->GetParameters(&p);
+    EXPECT_EQ(p.BaudRate, 12500u);
+
+    ASSERT_NE(Enable<CKVX_HdwArinc429OutBufferService>(tx, 5), nullptr);
+    CKVX_HdwArinc429TxPort::CParameters open;
+    open.WordIntergap = 40;
+    ASSERT_EQ(tx->Open(&open), 0u);
+    EXPECT_EQ(tx->SetBaudRate(0), 0u);
+    tx->GetParameters(&p);
+    EXPECT_EQ(p.BaudRate, 0u);
+    EXPECT_EQ(p.WordIntergap, 40);
+    EXPECT_EQ(tx->Close(), 0u);
+    EXPECT_EQ(tx->SetBaudRate(12500), 19u);
+}
+
+TEST_F(BusPorts, CanOpenInstallsParameters)
+{
+    CTestCanPort* can = rig.Can();
+    ASSERT_NE(Enable<CTestCanInService>(can, 9), nullptr);
+    CKVX_HdwCanPort::CParameters p;
+    p.BitRate = 250000;
+    p.SamplePoint = 0.875;
+    p.Reserved = 0xABCD;
+    p.ModeFlagB = 0;
+    ASSERT_EQ(can->Open(&p), 0u);
+    CKVX_HdwCanPort::CParameters back;
+    EXPECT_EQ(can->GetParameters(&back), 0u);
+    EXPECT_EQ(back.BitRate, 250000u);
+    EXPECT_EQ(back.SamplePoint, 0.875);
+    EXPECT_EQ(back.Reserved, 0xABCDu);
+    EXPECT_EQ(back.ModeFlagA, 1);
+    EXPECT_EQ(back.ModeFlagB, 0);
+}
+
+TEST_F(BusPorts, MilStd1553OpenInstallsValidParametersOnly)
+{
+    CTestMilPort* mil = rig.Mil();
+    ASSERT_NE(Enable<CTestSignalService>(mil, 1), nullptr);
+    const CKVX_HdwMilStd1553Port::CParameters d;
+    EXPECT_EQ(d.Coupling, CKVX_HdwMilStd1553Port::CParameters::CouplingTransformer);
+    EXPECT_EQ(d.ResponseTimeoutUs, 14u);
+
+    // Response time-outs of 4 to 255 us and the two couplings.
+    CKVX_HdwMilStd1553Port::CParameters p;
+    const std::pair<unsigned, unsigned> bad[] = {{3, 1}, {256, 1}, {20, 2}};
+    for (const auto& [timeout, coupling] : bad) {
+        p.ResponseTimeoutUs = timeout;
+        p.Coupling = uint8_t(coupling);
+        EXPECT_EQ(mil->Open(&p), 2u) << timeout << " " << coupling;
+    }
+    CKVX_HdwCanPort::CParameters other;
+    EXPECT_EQ(mil->Open(&other), 2u);
+    EXPECT_FALSE(mil->IsOpen());
+    CKVX_HdwMilStd1553Port::CParameters back;
+    ASSERT_EQ(mil->GetParameters(&back), 0u);
+    EXPECT_EQ(back.ResponseTimeoutUs, 14u); // refused opens changed nothing
+
+    p.Coupling = CKVX_HdwMilStd1553Port::CParameters::CouplingDirect;
+    p.PortNum = 4;
+    ASSERT_EQ(mil->Open(&p), 0u);
+    EXPECT_EQ(mil->GetPortNum(), 4u);
+    mil->GetParameters(&back);
+    EXPECT_EQ(back.Coupling, 0);
+    EXPECT_EQ(back.ResponseTimeoutUs, 20u);
+}
+
+// ---- service admission ---------------------------------------------------------
+
+namespace {
+
+// Enables (or disables) each type in turn and expects the same result.
+struct Step {
+    std::vector<unsigned> types;
+    unsigned rc;
+    bool disable = false;
+};
+
+struct PortScript {
+    const char* name;
+    CKVX_HdwPort* (*port)(CBusRig&);
+    unsigned portType;
+    unsigned admitted; // a type the port takes while closed without that service
+    unsigned finalCount;
+    std::vector<Step> steps;
+};
+
+// One step per line.
+// clang-format off
+const PortScript kScripts[] = {
+    {"ARINC 429 RX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Rx(); }, 3, 4, 2, {
+        {{3, 5, 7, 8, 9, 15, 0, 99}, 10},
+        {{4}, 0},
+        {{4}, 26},
+        {{6, 2}, 10},  // the input buffer excludes the other readers
+        {{1}, 0},
+        {{1}, 26},
+        {{4}, 0, true},
+        {{6}, 0},
+        {{4, 2}, 10},  // so does the label-oriented input
+        {{6}, 0, true},
+        {{2}, 0},
+        {{4, 6}, 10},  // and the byte input
+    }},
+    {"ARINC 429 TX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Tx(); }, 2, 5, 2, {
+        {{2, 4, 6, 8, 9}, 10},
+        {{7, 15, 1}, 0},  // label-oriented output and data generator go together...
+        {{5, 3}, 10},     // ...and refuse either buffer service
+        {{15, 7}, 26},
+        {{7, 15}, 0, true},
+        {{5}, 0},
+        {{3, 7, 15}, 10},  // each buffer service runs alone
+        {{5}, 0, true},
+        {{3}, 0},
+        {{5, 7, 15}, 10},
+    }},
+    {"CAN", [](CBusRig& r) -> CKVX_HdwPort* { return r.Can(); }, 4, 9, 5, {
+        {{4, 5, 6, 7, 10, 15}, 10},
+        {{9, 2, 3, 8, 1}, 0},  // no exclusion
+        {{1, 2, 3, 8, 9}, 26},
+    }},
+    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 1, {
+        {{2, 3, 8, 9, 10, 11, 17}, 10},
+        {{1}, 0},
+        {{1}, 26},
+    }},
+};
+// clang-format on
+
+} // namespace
+
+TEST_F(BusPorts, EachPortAdmitsItsServicesAndExcludesTheRest)
+{
+    for (const PortScript& script : kScripts) {
+        CKVX_HdwPort* port = script.port(rig);
+        ASSERT_NE(port, nullptr) << script.name;
+        EXPECT_EQ(port->GetPortType(), script.portType) << script.name;
+        for (const Step& step : script.steps)
+            for (unsigned type : step.types) {
+                CKVX_HdwService* s = nullptr;
+                const unsigned rc = step.disable ? port->DisableService(port->FindService(type))
+                                                 : port->EnableService(type, &s, nullptr);
+                EXPECT_EQ(rc, step.rc) << script.name << " type " << type << (step.disable ? " disabled" : "");
+                EXPECT_EQ(s != nullptr, rc == 0 && !step.disable) << script.name << " type " << type;
+            }
+        EXPECT_EQ(port->GetServiceCount(), script.finalCount) << script.name;
+    }
+}
+
+TEST_F(BusPorts, BaseRulesComeBeforeEachPortsOwnTable)
+{
+    // An open port, or any port of a stopped manager, takes no service change.
+    for (const PortScript& script : kScripts) {
+        CKVX_HdwPort* port = script.port(rig);
+        CKVX_HdwService* s = nullptr;
+        ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u) << script.name;
+        ASSERT_EQ(port->Open(nullptr), 0u) << script.name;
+        EXPECT_EQ(port->EnableService(script.admitted, &s, nullptr), 10u) << script.name;
+        ASSERT_EQ(port->Close(), 0u);
+    }
+    rig.Manager.Stop();
+    for (const PortScript& script : kScripts) {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(script.port(rig)->EnableService(script.admitted, &s, nullptr), 10u) << script.name;
+    }
+}
