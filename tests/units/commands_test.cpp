@@ -27,10 +27,19 @@ protected:
 TEST(RateConversion, Arinc429TransmitDividers)
 {
     // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
-    struct Case { unsigned rate, rc, high, divider; };
+    struct Case {
+        unsigned rate, rc, high, divider;
+    };
     const Case cases[] = {
-        {100000, 0, 1, 299}, {12500, 0, 0, 2399}, {15000, 0, 0, 1999}, {15001, 0, 1, 1998},
-        {200000, 0, 1, 149}, {7325, 0, 0, 4094}, {200001, 2, 0, 0}, {7324, 2, 0, 0}, {0, 2, 0, 0},
+        {100000, 0, 1, 299},
+        {12500, 0, 0, 2399},
+        {15000, 0, 0, 1999},
+        {15001, 0, 1, 1998},
+        {200000, 0, 1, 149},
+        {7325, 0, 0, 4094},
+        {200001, 2, 0, 0},
+        {7324, 2, 0, 0},
+        {0, 2, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char high = 9;
@@ -49,11 +58,21 @@ TEST(RateConversion, CanTiming)
     // The smallest exact prescaler wins (1 Mbit/s: index 1, 15 quanta);
     // s = trunc(quanta * point + 0.5) clamped to 7..15 (NaN too), segment 1 = s - 2,
     // segment 2 = quanta - segment 1 - 3, wrapping as it stands when quanta are few.
-    struct Case { unsigned rate; double point; unsigned rc, index, s1, s2; };
+    struct Case {
+        unsigned rate;
+        double point;
+        unsigned rc, index, s1, s2;
+    };
     const Case cases[] = {
-        {1000000, 0.5, 0, 1, 6, 6},    {1000000, 0.75, 0, 1, 9, 3},   {500000, 0.875, 0, 2, 13, 4},
-        {500000, 0.1, 0, 2, 5, 12},    {7500000, 0.5, 0, 0, 5, 0xFC}, {1000000, std::nan(""), 0, 1, 5, 7},
-        {10000000, 0.5, 2, 0, 0, 0},  {1000, 0.5, 2, 0, 0, 0},      {0, 0.5, 2, 0, 0, 0},
+        {1000000, 0.5, 0, 1, 6, 6},
+        {1000000, 0.75, 0, 1, 9, 3},
+        {500000, 0.875, 0, 2, 13, 4},
+        {500000, 0.1, 0, 2, 5, 12},
+        {7500000, 0.5, 0, 0, 5, 0xFC},
+        {1000000, std::nan(""), 0, 1, 5, 7},
+        {10000000, 0.5, 2, 0, 0, 0},
+        {1000, 0.5, 2, 0, 0, 0},
+        {0, 0.5, 2, 0, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char index = 9, s1 = 0, s2 = 0;
@@ -71,10 +90,19 @@ TEST(RateConversion, UartDividers)
     // The factor whose rounded divider comes closest wins, the largest factor on
     // a tie; the divider is sent less one (7000 bit/s: factor 12, 439). 10 % off,
     // or no divider in 1..4096, is refused.
-    struct Case { unsigned rate, rc, index, divider; };
+    struct Case {
+        unsigned rate, rc, index, divider;
+    };
     const Case cases[] = {
-        {115200, 0, 3, 15}, {9600, 0, 3, 191}, {7000, 0, 1, 438}, {500, 0, 3, 3685}, {3000000, 0, 1, 0},
-        {2600000, 2, 0, 0}, {4000000, 2, 0, 0}, {300, 2, 0, 0},    {0, 2, 0, 0},
+        {115200, 0, 3, 15},
+        {9600, 0, 3, 191},
+        {7000, 0, 1, 438},
+        {500, 0, 3, 3685},
+        {3000000, 0, 1, 0},
+        {2600000, 2, 0, 0},
+        {4000000, 2, 0, 0},
+        {300, 2, 0, 0},
+        {0, 2, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char index = 9;
@@ -170,11 +198,11 @@ TEST_F(CommandRecords, Arinc429TransmitConfiguration)
     const auto r = records();
     ASSERT_EQ(r.size(), 2u);
     // flags 0x4F: enabled, option 1, high speed, parity 1 in bits 4..3, option 6.
-    EXPECT_EQ(r[0], (Bytes{0x10, 0x95, 0x00, 0x00, 0x4F, 0x3E, 0x01, 0x5A, 0x2B, 0x01, 0x2B, 0x01, 0x01, 0x02,
-                           0x03, 0x01}));
+    EXPECT_EQ(
+        r[0], (Bytes{0x10, 0x95, 0x00, 0x00, 0x4F, 0x3E, 0x01, 0x5A, 0x2B, 0x01, 0x2B, 0x01, 0x01, 0x02, 0x03, 0x01}));
     // flags 0x12: option 1 (default 1), parity 2; dividers 2399 = 0x95F.
-    EXPECT_EQ(r[1], (Bytes{0x10, 0x94, 0x01, 0x00, 0x12, 0x00, 0x00, 0x00, 0x5F, 0x09, 0x5F, 0x09, 0x00, 0x00,
-                           0x00, 0x00}));
+    EXPECT_EQ(
+        r[1], (Bytes{0x10, 0x94, 0x01, 0x00, 0x12, 0x00, 0x00, 0x00, 0x5F, 0x09, 0x5F, 0x09, 0x00, 0x00, 0x00, 0x00}));
 }
 
 TEST_F(CommandRecords, Arinc429TransmitConfigurationRefusals)
@@ -296,8 +324,9 @@ TEST_F(CommandRecords, CanConfigurationFromTheChannelRecord)
     EXPECT_EQ(dev.AttachCanConfigCommand(0, 2), 2u);
     const auto r = records();
     ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(r[0], (Bytes{0x16, 0xB1, 0x00, 0x00, 0x01, 0x00, 0x01, 0xA0, 0xA1, 0xA2, 0xA3, 0xB0, 0xB1, 0xB2,
-                           0xB3, 0xB4, 0xB5, 0xB6, 0xB7, 0x01, 0x06, 0x06}));
+    EXPECT_EQ(r[0],
+        (Bytes{0x16, 0xB1, 0x00, 0x00, 0x01, 0x00, 0x01, 0xA0, 0xA1, 0xA2, 0xA3, 0xB0, 0xB1, 0xB2, 0xB3, 0xB4, 0xB5,
+            0xB6, 0xB7, 0x01, 0x06, 0x06}));
 }
 
 TEST_F(CommandRecords, CanPushPacksIdentifiersMostSignificantFirst)
@@ -322,12 +351,12 @@ TEST_F(CommandRecords, CanPushPacksIdentifiersMostSignificantFirst)
     const auto r = records();
     ASSERT_EQ(r.size(), 3u);
     // Standard: identifier in 5..6, all eight data bytes in 7..14, 15..16 zero.
-    EXPECT_EQ(r[0], (Bytes{0x11, 0xB2, 0x00, 0x00, 0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
-                           0x88, 0x00, 0x00}));
-    EXPECT_EQ(r[1], (Bytes{0x11, 0xB2, 0x01, 0x00, 0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 0x01, 0x02, 0x03, 0x04, 0x05,
-                           0x06, 0x07, 0x08}));
-    EXPECT_EQ(r[2], (Bytes{0x11, 0xB2, 0x02, 0x00, 0x80, 0x91, 0xA2, 0xB3, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00,
-                           0x00, 0x00, 0x00}));
+    EXPECT_EQ(r[0],
+        (Bytes{0x11, 0xB2, 0x00, 0x00, 0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x00, 0x00}));
+    EXPECT_EQ(r[1],
+        (Bytes{0x11, 0xB2, 0x01, 0x00, 0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08}));
+    EXPECT_EQ(r[2],
+        (Bytes{0x11, 0xB2, 0x02, 0x00, 0x80, 0x91, 0xA2, 0xB3, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}));
 }
 
 TEST_F(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
@@ -343,7 +372,7 @@ TEST_F(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
     size_t w = 0;
     for (int k = 0; k < 3; ++k) {
         Bytes expected = {uint8_t(8 + 2 * counts[k]), 0x84, uint8_t(k), 0x00, uint8_t(addresses[k]),
-                          uint8_t(addresses[k] >> 8), uint8_t(addresses[k] >> 16), 0x00};
+            uint8_t(addresses[k] >> 8), uint8_t(addresses[k] >> 16), 0x00};
         for (size_t i = 0; i < counts[k]; ++i, ++w) {
             expected.push_back(uint8_t(words[w] & 0xFF));
             expected.push_back(uint8_t(words[w] >> 8));

@@ -40,11 +40,8 @@ TEST(HaldenDevice, CreatePortFollowsTheChannelMap)
     struct Case {
         unsigned Kind;
         unsigned PortType;
-    } cases[] = {{0, HDW_PORT_UART},
-                 {1, HDW_PORT_ARINC429_TX},
-                 {2, HDW_PORT_ARINC429_RX},
-                 {3, HDW_PORT_CAN},
-                 {5, HDW_PORT_MILSTD1553}};
+    } cases[] = {{0, HDW_PORT_UART}, {1, HDW_PORT_ARINC429_TX}, {2, HDW_PORT_ARINC429_RX}, {3, HDW_PORT_CAN},
+        {5, HDW_PORT_MILSTD1553}};
     for (const Case& c : cases) {
         std::unique_ptr<CKVX_HdwPort> port(d.CreatePort(c.Kind, &d, 0, "1"));
         ASSERT_NE(port, nullptr) << c.Kind;
@@ -52,12 +49,13 @@ TEST(HaldenDevice, CreatePortFollowsTheChannelMap)
         EXPECT_EQ(port->GetChannelId(), "1");
         EXPECT_EQ(port->GetDevice(), &d);
     }
-    EXPECT_NE(dynamic_cast<CKVX_HdwKvxHaldenDevice::CCanPort*>(std::unique_ptr<CKVX_HdwPort>(d.CreatePort(3, &d, 0, "0")).get()),
-              nullptr);
+    EXPECT_NE(dynamic_cast<CKVX_HdwKvxHaldenDevice::CCanPort*>(
+                  std::unique_ptr<CKVX_HdwPort>(d.CreatePort(3, &d, 0, "0")).get()),
+        nullptr);
     EXPECT_NE(dynamic_cast<CKVX_HdwKvxHaldenDevice::CMilStd1553Port*>(
                   std::unique_ptr<CKVX_HdwPort>(d.CreatePort(5, &d, 0, "1")).get()),
-              nullptr);
-    EXPECT_EQ(d.CreatePort(5, &d, 0, "2"), nullptr);  // two channels
+        nullptr);
+    EXPECT_EQ(d.CreatePort(5, &d, 0, "2"), nullptr); // two channels
     for (unsigned kind : {4u, 6u, 100u})
         EXPECT_EQ(d.CreatePort(kind, &d, 0, "0"), nullptr) << kind;
     std::unique_ptr<CKVX_HdwKvxHaldenDevice::CDeviceInstance> inst(d.CreateDeviceInstance());

@@ -21,7 +21,7 @@ protected:
 };
 
 CLabelCtrl Ctrl(unsigned char label, unsigned short period, unsigned char enabled, unsigned char once,
-                unsigned short offset, unsigned short repeat)
+    unsigned short offset, unsigned short repeat)
 {
     CLabelCtrl c(label, period);
     c.Enabled = enabled;
