@@ -299,7 +299,7 @@ std::vector<RecordCase> RecordCases()
             [](TestUnit& d, auto*) {
                 CKVX_HdwCanMessage m[3];
                 m[0].Extended = 0;
-             m[0].Identifier = 0x7FF;
+                m[0].Identifier = 0x7FF;
                 m[0].Dlc = 3;
                 for (int i = 0; i < 8; ++i) {
                     m[0].Data[i] = uint8_t(0x11 * (i + 1));
