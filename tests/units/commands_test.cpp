@@ -7,30 +7,32 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
+using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
-
-class CommandRecords : public ::testing::Test {
-protected:
-    void SetUp() override { dev.AddInstance(); }
-    Base::CDeviceInstance* inst() { return dev.Inst(); }
-    std::vector<Bytes> records() { return QueuedRecords(inst()); }
-
-    TestUnit dev;
-};
 
 // ---- rate conversions ----------------------------------------------------------------
 
 TEST(RateConversion, Arinc429TransmitDividers)
 {
     // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
-    struct Case { unsigned rate, rc, high, divider; };
+    struct Case {
+        unsigned rate, rc, high, divider;
+    };
     const Case cases[] = {
-        {100000, 0, 1, 299}, {12500, 0, 0, 2399}, {15000, 0, 0, 1999}, {15001, 0, 1, 1998},
-        {200000, 0, 1, 149}, {7325, 0, 0, 4094}, {200001, 2, 0, 0}, {7324, 2, 0, 0}, {0, 2, 0, 0},
+        {100000, 0, 1, 299},
+        {12500, 0, 0, 2399},
+        {15000, 0, 0, 1999},
+        {15001, 0, 1, 1998},
+        {200000, 0, 1, 149},
+        {7325, 0, 0, 4094},
+        {200001, 2, 0, 0},
+        {7324, 2, 0, 0},
+        {0, 2, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char high = 9;
@@ -49,11 +51,21 @@ TEST(RateConversion, CanTiming)
     // The smallest exact prescaler wins (1 Mbit/s: index 1, 15 quanta);
     // s = trunc(quanta * point + 0.5) clamped to 7..15 (NaN too), segment 1 = s - 2,
     // segment 2 = quanta - segment 1 - 3, wrapping as it stands when quanta are few.
-    struct Case { unsigned rate; double point; unsigned rc, index, s1, s2; };
+    struct Case {
+        unsigned rate;
+        double point;
+        unsigned rc, index, s1, s2;
+    };
     const Case cases[] = {
-        {1000000, 0.5, 0, 1, 6, 6},    {1000000, 0.75, 0, 1, 9, 3},   {500000, 0.875, 0, 2, 13, 4},
-        {500000, 0.1, 0, 2, 5, 12},    {7500000, 0.5, 0, 0, 5, 0xFC}, {1000000, std::nan(""), 0, 1, 5, 7},
-        {10000000, 0.5, 2, 0, 0, 0},  {1000, 0.5, 2, 0, 0, 0},      {0, 0.5, 2, 0, 0, 0},
+        {1000000, 0.5, 0, 1, 6, 6},
+        {1000000, 0.75, 0, 1, 9, 3},
+        {500000, 0.875, 0, 2, 13, 4},
+        {500000, 0.1, 0, 2, 5, 12},
+        {7500000, 0.5, 0, 0, 5, 0xFC},
+        {1000000, std::nan(""), 0, 1, 5, 7},
+        {10000000, 0.5, 2, 0, 0, 0},
+        {1000, 0.5, 2, 0, 0, 0},
+        {0, 0.5, 2, 0, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char index = 9, s1 = 0, s2 = 0;
@@ -71,10 +83,19 @@ TEST(RateConversion, UartDividers)
     // The factor whose rounded divider comes closest wins, the largest factor on
     // a tie; the divider is sent less one (7000 bit/s: factor 12, 439). 10 % off,
     // or no divider in 1..4096, is refused.
-    struct Case { unsigned rate, rc, index, divider; };
+    struct Case {
+        unsigned rate, rc, index, divider;
+    };
     const Case cases[] = {
-        {115200, 0, 3, 15}, {9600, 0, 3, 191}, {7000, 0, 1, 438}, {500, 0, 3, 3685}, {3000000, 0, 1, 0},
-        {2600000, 2, 0, 0}, {4000000, 2, 0, 0}, {300, 2, 0, 0},    {0, 2, 0, 0},
+        {115200, 0, 3, 15},
+        {9600, 0, 3, 191},
+        {7000, 0, 1, 438},
+        {500, 0, 3, 3685},
+        {3000000, 0, 1, 0},
+        {2600000, 2, 0, 0},
+        {4000000, 2, 0, 0},
+        {300, 2, 0, 0},
+        {0, 2, 0, 0},
     };
     for (const Case& c : cases) {
         unsigned char index = 9;
@@ -87,8 +108,6 @@ TEST(RateConversion, UartDividers)
     }
 }
 
-// ---- ARINC 429 word ------------------------------------------------------------------------
-
 TEST(Arinc429Word, PacksAndUnpacksTheFields)
 {
     CKVX_HdwArinc429Message m;
@@ -100,250 +119,259 @@ TEST(Arinc429Word, PacksAndUnpacksTheFields)
     EXPECT_EQ(Base::PackArinc429Word(m), 0xE48D1631u);
     m.Parity = 0;
     EXPECT_EQ(Base::PackArinc429Word(m), 0x648D1631u);
-
     CKVX_HdwArinc429Message out;
     out.TimeStamp = 77;
     Base::UnpackArinc429Word(0xE48D1631u, out);
-    EXPECT_EQ(out.Label, 0x31);
-    EXPECT_EQ(out.Sdi, 2);
-    EXPECT_EQ(out.Data, 0x12345u);
-    EXPECT_EQ(out.Ssm, 3);
+    EXPECT_EQ(out, m); // label, SDI, SSM and data
     EXPECT_EQ(out.Parity, 1);
     EXPECT_EQ(out.TimeStamp, 77u);
 }
 
 // ---- records ----------------------------------------------------------------------------------
 
-TEST_F(CommandRecords, KeepAliveAndLabelReset)
+CLabelCtrl Ctrl(unsigned char label, unsigned short period, unsigned char enabled, unsigned char once,
+    unsigned short offset, unsigned short repeat)
 {
-    ASSERT_EQ(dev.AttachKeepAliveCommand(0), 0u);
-    ASSERT_EQ(dev.AttachAtxCtxResetCommand(0, 3), 0u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 2u);
-    EXPECT_EQ(r[0], (Bytes{0x05, 0x84, 0x00, 0x00, 0x00}));
-    EXPECT_EQ(r[1], (Bytes{0x05, 0x92, 0x01, 0x00, 0x03}));
+    CLabelCtrl c(label, period);
+    c.Enabled = enabled;
+    c.TransmitOnce = once;
+    c.Offset = offset;
+    c.RepeatCount = repeat;
+    return c;
 }
 
-TEST_F(CommandRecords, LabelDataAndPushCarryLabelAndWord)
+CKVX_HdwArinc429Message Word0x31()
 {
-    CKVX_HdwArinc429Message m[2];
-    m[0].Label = 0x31;
-    m[0].Sdi = 2;
-    m[0].Data = 0x12345;
-    m[0].Ssm = 3;
-    m[0].Parity = 1;
-    m[1].Label = 0xFF;
-    ASSERT_EQ(dev.AttachAtxCtxDataCommand(0, 2, m[0]), 0u);
-    ASSERT_EQ(dev.AttachAtxPushCommand(0, 1, m, 2), 0u);
-    ASSERT_EQ(dev.AttachAtxPushCommand(0, 1, nullptr, 0), 0u); // nothing to push
-    const auto r = records();
-    ASSERT_EQ(r.size(), 3u);
-    EXPECT_EQ(r[0], (Bytes{0x0A, 0x91, 0x00, 0x00, 0x02, 0x31, 0x31, 0x16, 0x8D, 0xE4}));
-    EXPECT_EQ(r[1], (Bytes{0x0A, 0x91, 0x01, 0x00, 0x01, 0x31, 0x31, 0x16, 0x8D, 0xE4}));
-    EXPECT_EQ(r[2], (Bytes{0x0A, 0x91, 0x02, 0x00, 0x01, 0xFF, 0xFF, 0x00, 0x00, 0x00}));
+    // Packs to 0xE48D1631.
+    CKVX_HdwArinc429Message m;
+    m.Label = 0x31;
+    m.Sdi = 2;
+    m.Data = 0x12345;
+    m.Ssm = 3;
+    m.Parity = 1;
+    return m;
 }
 
-TEST_F(CommandRecords, Arinc429TransmitConfiguration)
+Bytes Padded(Bytes b, size_t size)
 {
-    Base::CArinc429TxCtrlStatus& c = inst()->AtxCtrl[1];
-    c.Enabled = 1;
-    c.Option1 = 1;
-    c.Option5 = 0;
-    c.Option6 = 1;
-    c.Setting7 = 0x5A;
-    c.Settings12[0] = 1;
-    c.Settings12[1] = 2;
-    c.Settings12[2] = 3;
-    c.Option15 = 1;
-    CKVX_HdwArinc429TxPort::CParameters p;
-    p.BaudRate = 100000;
-    p.Parity = 1;
-    p.WordIntergap = 319;
-    ASSERT_EQ(dev.AttachAtxConfigCommand(0, 1, p), 0u);
-
-    // Channel 0 as it is by default, low speed, parity mode 2.
-    p.BaudRate = 12500;
-    p.Parity = 2;
-    p.WordIntergap = 1;
-    ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, p), 0u);
-
-    const auto r = records();
-    ASSERT_EQ(r.size(), 2u);
-    // flags 0x4F: enabled, option 1, high speed, parity 1 in bits 4..3, option 6.
-    EXPECT_EQ(r[0], (Bytes{0x10, 0x95, 0x00, 0x00, 0x4F, 0x3E, 0x01, 0x5A, 0x2B, 0x01, 0x2B, 0x01, 0x01, 0x02,
-                           0x03, 0x01}));
-    // flags 0x12: option 1 (default 1), parity 2; dividers 2399 = 0x95F.
-    EXPECT_EQ(r[1], (Bytes{0x10, 0x94, 0x01, 0x00, 0x12, 0x00, 0x00, 0x00, 0x5F, 0x09, 0x5F, 0x09, 0x00, 0x00,
-                           0x00, 0x00}));
+    b.resize(size, 0);
+    return b;
 }
 
-TEST_F(CommandRecords, Arinc429TransmitConfigurationRefusals)
+// The attach calls of one case, made on a fresh unit (their results must be
+// 0), and the records the unit's command list then holds.
+struct RecordCase {
+    const char* What;
+    std::function<void(TestUnit&, Base::CDeviceInstance*)> Attach;
+    std::vector<Bytes> Records;
+};
+
+std::vector<RecordCase> RecordCases()
 {
-    CKVX_HdwArinc429TxPort::CParameters p;
-    p.WordIntergap = 0;
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, p), 2u);
-    p.WordIntergap = 319;
-    p.BaudRate = 250000;
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, p), 2u);
-    p.BaudRate = 12500;
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 4, p), 2u); // no fifth transmitter
-    EXPECT_EQ(dev.AttachAtxConfigCommand(1, 0, p), 2u); // no second unit
-    EXPECT_TRUE(inst()->CommandList.IsEmpty());
-    // Nothing was numbered either: the next command gets number 0.
-    ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, p), 0u);
-    EXPECT_EQ(records()[0][2], 0x00);
+    Bytes uartData(241);
+    for (size_t i = 0; i < uartData.size(); ++i)
+        uartData[i] = uint8_t(i * 7 + 1);
+    Bytes uartFirst = {249, 0xA1, 0x00, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
+    uartFirst.insert(uartFirst.end(), uartData.begin(), uartData.begin() + 240);
+    Bytes arxFirst = Padded({0x25, 0x9A, 0x00, 0x00, 0x37, 0x01, 0x02}, 37);
+    arxFirst[36] = 0x80;
+
+    return {
+        {"keep-alive and label reset",
+            [](TestUnit& d, auto*) {
+                EXPECT_EQ(d.AttachKeepAliveCommand(0), 0u);
+                EXPECT_EQ(d.AttachAtxCtxResetCommand(0, 3), 0u);
+            },
+            {{0x05, 0x84, 0x00, 0x00, 0x00}, {0x05, 0x92, 0x01, 0x00, 0x03}}},
+        // Label data and push carry label and word; a push of nothing is one empty record.
+        {"label data and push",
+            [](TestUnit& d, auto*) {
+                CKVX_HdwArinc429Message m[2] = {Word0x31(), {}};
+                m[1].Label = 0xFF;
+                EXPECT_EQ(d.AttachAtxCtxDataCommand(0, 2, m[0]), 0u);
+                EXPECT_EQ(d.AttachAtxPushCommand(0, 1, m, 2), 0u);
+                EXPECT_EQ(d.AttachAtxPushCommand(0, 1, nullptr, 0), 0u);
+            },
+            {{0x0A, 0x91, 0x00, 0x00, 0x02, 0x31, 0x31, 0x16, 0x8D, 0xE4},
+                {0x0A, 0x91, 0x01, 0x00, 0x01, 0x31, 0x31, 0x16, 0x8D, 0xE4},
+                {0x0A, 0x91, 0x02, 0x00, 0x01, 0xFF, 0xFF, 0x00, 0x00, 0x00}}},
+        // 14 bytes: period less one and flags in the control word.
+        {"label control",
+            [](TestUnit& d, auto*) {
+                EXPECT_EQ(d.AttachAtxCtxCtrlCommand(0, 3, Ctrl(0x31, 100, 1, 0, 0x0102, 0x0304)), 0u);
+                EXPECT_EQ(d.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0xFE, 1024, 0, 1, 0, 0)), 0u);
+                EXPECT_EQ(d.AttachAtxCtxCtrlCommand(0, 1, Ctrl(0x00, 1, 1, 1, 0xFFFF, 0xFFFF)), 0u);
+            },
+            {{0x0E, 0x90, 0x00, 0x00, 0x03, 0x31, 0x63, 0x04, 0x00, 0x00, 0x02, 0x01, 0x04, 0x03},
+                {0x0E, 0x90, 0x01, 0x00, 0x00, 0xFE, 0xFF, 0x0B, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
+                {0x0E, 0x90, 0x02, 0x00, 0x01, 0x00, 0x00, 0x0C, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF}}},
+        {"ARINC 429 transmit configuration",
+            [](TestUnit& d, Base::CDeviceInstance* inst) {
+                Base::CArinc429TxCtrlStatus& c = inst->AtxCtrl[1];
+                c.Enabled = 1;
+                c.Option1 = 1;
+                c.Option5 = 0;
+                c.Option6 = 1;
+                c.Setting7 = 0x5A;
+                c.Settings12[0] = 1;
+                c.Settings12[1] = 2;
+                c.Settings12[2] = 3;
+                c.Option15 = 1;
+                CKVX_HdwArinc429TxPort::CParameters p;
+                p.BaudRate = 100000;
+                p.Parity = 1;
+                p.WordIntergap = 319;
+                EXPECT_EQ(d.AttachAtxConfigCommand(0, 1, p), 0u);
+                // Channel 0 as it is by default, low speed, parity mode 2.
+                p.BaudRate = 12500;
+                p.Parity = 2;
+                p.WordIntergap = 1;
+                EXPECT_EQ(d.AttachAtxConfigCommand(0, 0, p), 0u);
+            },
+            // flags 0x4F: enabled, option 1, high speed, parity 1 in bits 4..3, option 6.
+            {{0x10, 0x95, 0x00, 0x00, 0x4F, 0x3E, 0x01, 0x5A, 0x2B, 0x01, 0x2B, 0x01, 0x01, 0x02, 0x03, 0x01},
+                // flags 0x12: option 1 (default 1), parity 2; dividers 2399 = 0x95F.
+                {0x10, 0x94, 0x01, 0x00, 0x12, 0x00, 0x00, 0x00, 0x5F, 0x09, 0x5F, 0x09, 0x00, 0x00, 0x00, 0x00}}},
+        {"ARINC 429 receive configuration",
+            [](TestUnit& d, auto*) {
+                CKVX_HdwArinc429RxPort::CParameters p;
+                p.Parity = 1;
+                p.BaudRate = 12500;
+                uint8_t labels[256] = {};
+                labels[0] = labels[9] = labels[255] = 1;
+                EXPECT_EQ(d.AttachArxConfigCommand(0, 2, p, true, labels), 0u);
+                p.Parity = 2;
+                p.BaudRate = 100000;
+                EXPECT_EQ(d.AttachArxConfigCommand(0, 3, p, false, nullptr), 0u);
+                p.Parity = 0; // only "not 2"
+                EXPECT_EQ(d.AttachArxConfigCommand(0, 0, p, false, nullptr), 0u);
+            },
+            {arxFirst, Padded({0x25, 0x9B, 0x01, 0x00, 0x00}, 37), Padded({0x25, 0x98, 0x02, 0x00, 0x04}, 37)}},
+        {"UART configuration",
+            [](TestUnit& d, Base::CDeviceInstance* inst) {
+                Base::CUartCtrlStatus& c = inst->UartCtrl[1];
+                c.Enabled = 1;
+                c.Option5 = 1;
+                c.Setting8 = 0x77;
+                CKVX_HdwUartPort::CParameters p;
+                p.BaudRate = 115200;
+                p.Parity = 1;
+                p.StopBits = 2;
+                EXPECT_EQ(d.AttachUartConfigCommand(0, 1, p), 0u);
+                p.BaudRate = 9600;
+                p.Parity = 2;
+                p.StopBits = 0;
+                p.DataBits = 3;
+                EXPECT_EQ(d.AttachUartConfigCommand(0, 0, p), 0u);
+            },
+            {{0x09, 0xA3, 0x00, 0x00, 0x2F, 0x03, 0x0F, 0x00, 0x77},
+                {0x09, 0xA2, 0x01, 0x00, 0x44, 0x03, 0xBF, 0x00, 0x00}}},
+        // Cut into 240-byte chunks, counted per channel; nothing to send is no record.
+        {"UART transmit",
+            [uartData](TestUnit& d, Base::CDeviceInstance* inst) {
+                EXPECT_EQ(d.AttachUartTxPushCommand(0, 1, uartData.data(), unsigned(uartData.size())), 0u);
+                EXPECT_EQ(d.AttachUartTxPushCommand(0, 1, uartData.data(), 0), 0u);
+                EXPECT_EQ(inst->UartCtrl[1].ChunkCounter, 2u);
+                EXPECT_EQ(inst->UartCtrl[0].ChunkCounter, 0u);
+            },
+            {uartFirst, {10, 0xA1, 0x01, 0x00, 0x01, 0x02, 0x00, 0x00, 0x00, uartData[240]}}},
+        {"CAN configuration from the channel record",
+            [](TestUnit& d, Base::CDeviceInstance* inst) {
+                Base::CCanCtrlStatus& c = inst->CanCtrl[1];
+                c.Enabled = 1;
+                c.ModeFlagA = 0;
+                c.ModeFlagB = 1;
+                for (int i = 0; i < 4; ++i)
+                    c.FilterA[i] = uint8_t(0xA0 + i);
+                for (int i = 0; i < 8; ++i)
+                    c.FilterB[i] = uint8_t(0xB0 + i);
+                c.PrescalerIndex = 1;
+                c.Segment1 = 6;
+                c.Segment2 = 6;
+                c.FaultState = 0x12345678; // status only, not sent
+                EXPECT_EQ(d.AttachCanConfigCommand(0, 1), 0u);
+                EXPECT_EQ(d.AttachCanConfigCommand(0, 2), 2u);
+            },
+            {{0x16, 0xB1, 0x00, 0x00, 0x01, 0x00, 0x01, 0xA0, 0xA1, 0xA2, 0xA3, 0xB0, 0xB1, 0xB2, 0xB3, 0xB4, 0xB5,
+                0xB6, 0xB7, 0x01, 0x06, 0x06}}},
+        // Identifiers most significant first; a push of nothing is no record.
+        {"CAN push",
+            [](TestUnit& d, auto*) {
+                CKVX_HdwCanMessage m[3];
+                m[0].Extended = 0;
+                m[0].Identifier = 0x7FF;
+                m[0].Dlc = 3;
+                for (int i = 0; i < 8; ++i) {
+                    m[0].Data[i] = uint8_t(0x11 * (i + 1));
+                    m[1].Data[i] = uint8_t(i + 1);
+                }
+                m[1].Extended = 1;
+                m[1].Identifier = 0x1FFFFFFF;
+                m[1].Dlc = 8;
+                m[1].Rtr = 1;
+                m[2].Extended = 1;
+                m[2].Identifier = 0x12345678;
+                m[2].Dlc = 0;
+                EXPECT_EQ(d.AttachCanPushCommand(0, 0, m, 3), 0u);
+                EXPECT_EQ(d.AttachCanPushCommand(0, 0, m, 0), 0u);
+            },
+            // Standard: identifier in 5..6, all eight data bytes in 7..14, 15..16 zero.
+            {{0x11, 0xB2, 0x00, 0x00, 0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x00, 0x00},
+                {0x11, 0xB2, 0x01, 0x00, 0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08},
+                {0x11, 0xB2, 0x02, 0x00, 0x80, 0x91, 0xA2, 0xB3, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+                    0x00}}},
+        {"MIL-STD-1553 configuration",
+            [](TestUnit& d, Base::CDeviceInstance* inst) {
+                for (int i = 0; i < 9; ++i)
+                    inst->MilStd1553Ctrl[1].Bytes[i] = uint8_t(0xC0 + i);
+                EXPECT_EQ(d.Attach1553ConfigCommand(0, 1), 0u);
+                EXPECT_EQ(d.Attach1553ConfigCommand(0, 2), 2u);
+            },
+            {{0x0D, 0xB5, 0x00, 0x00, 0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8}}},
+        {"session and status request",
+            [](TestUnit& d, auto*) {
+                EXPECT_EQ(d.AttachSessionCommand(0u, 0), 0u);
+                d.SetSessionWatchdog(25000); // 2500 -> 1023, enabled
+                EXPECT_EQ(d.AttachSessionCommand(0u, 1), 0u);
+                d.SetSessionWatchdog(1230);
+                EXPECT_EQ(d.AttachSessionCommand(0u, 0), 0u);
+                for (unsigned kind : {1u, 2u, 3u, 9u})
+                    EXPECT_EQ(d.AttachStatusRequestCommand(0, kind == 1 ? 3 : 1, kind), 0u);
+            },
+            {{0x07, 0x81, 0x00, 0x00, 0x01, 0x00, 0x00}, {0x07, 0x81, 0x01, 0x00, 0x00, 0xFF, 0x83},
+                {0x07, 0x81, 0x02, 0x00, 0x01, 0x7B, 0x80}, {0x07, 0x82, 0x03, 0x00, 0x00, 0x08, 0x00},
+                {0x07, 0x82, 0x04, 0x00, 0x00, 0x00, 0x02}, {0x07, 0x82, 0x05, 0x00, 0x00, 0x00, 0x08},
+                {0x07, 0x82, 0x06, 0x00, 0x00, 0x00, 0x00}}},
+    };
 }
 
-TEST_F(CommandRecords, Arinc429ReceiveConfiguration)
+TEST(CommandRecords, EachRecordByteForByte)
 {
-    CKVX_HdwArinc429RxPort::CParameters p;
-    p.Parity = 1;
-    p.BaudRate = 12500;
-    uint8_t labels[256] = {};
-    labels[0] = 1;
-    labels[9] = 1;
-    labels[255] = 1;
-    ASSERT_EQ(dev.AttachArxConfigCommand(0, 2, p, true, labels), 0u);
-    p.Parity = 2;
-    p.BaudRate = 100000;
-    ASSERT_EQ(dev.AttachArxConfigCommand(0, 3, p, false, nullptr), 0u);
-    p.Parity = 0;
-    ASSERT_EQ(dev.AttachArxConfigCommand(0, 0, p, false, nullptr), 0u);
-
-    const auto r = records();
-    ASSERT_EQ(r.size(), 3u);
-    Bytes first = {0x25, 0x9A, 0x00, 0x00, 0x37, 0x01, 0x02};
-    first.resize(37, 0);
-    first[36] = 0x80;
-    EXPECT_EQ(r[0], first);
-    Bytes second = {0x25, 0x9B, 0x01, 0x00, 0x00};
-    second.resize(37, 0);
-    EXPECT_EQ(r[1], second);
-    EXPECT_EQ(r[2][4], 0x04); // parity mode 0: only "not 2"
-    EXPECT_EQ(dev.AttachArxConfigCommand(0, 4, p, true, nullptr), 2u);
+    for (const RecordCase& c : RecordCases()) {
+        SCOPED_TRACE(c.What);
+        TestUnit dev;
+        dev.AddInstance();
+        c.Attach(dev, dev.Inst());
+        EXPECT_EQ(QueuedRecords(dev.Inst()), c.Records);
+    }
 }
 
-TEST_F(CommandRecords, UartConfiguration)
+TEST(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
 {
-    Base::CUartCtrlStatus& c = inst()->UartCtrl[1];
-    c.Enabled = 1;
-    c.Option5 = 1;
-    c.Setting8 = 0x77;
-    CKVX_HdwUartPort::CParameters p;
-    p.BaudRate = 115200;
-    p.Parity = 1;
-    p.StopBits = 2;
-    ASSERT_EQ(dev.AttachUartConfigCommand(0, 1, p), 0u);
-    p.BaudRate = 9600;
-    p.Parity = 2;
-    p.StopBits = 0;
-    p.DataBits = 3;
-    ASSERT_EQ(dev.AttachUartConfigCommand(0, 0, p), 0u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 2u);
-    EXPECT_EQ(r[0], (Bytes{0x09, 0xA3, 0x00, 0x00, 0x2F, 0x03, 0x0F, 0x00, 0x77}));
-    EXPECT_EQ(r[1], (Bytes{0x09, 0xA2, 0x01, 0x00, 0x44, 0x03, 0xBF, 0x00, 0x00}));
-}
-
-TEST_F(CommandRecords, UartConfigurationRefusals)
-{
-    CKVX_HdwUartPort::CParameters p;
-    p.Parity = 3;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, p), 2u);
-    p.Parity = 0;
-    p.StopBits = 1;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, p), 2u);
-    p.StopBits = 0;
-    p.BaudRate = 2600000;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, p), 2u);
-    p.BaudRate = 9600;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 2, p), 2u);
-    EXPECT_TRUE(inst()->CommandList.IsEmpty());
-}
-
-TEST_F(CommandRecords, UartTransmitIsCutInto240ByteChunks)
-{
-    Bytes data(241);
-    for (size_t i = 0; i < data.size(); ++i)
-        data[i] = uint8_t(i * 7 + 1);
-    ASSERT_EQ(dev.AttachUartTxPushCommand(0, 1, data.data(), unsigned(data.size())), 0u);
-    ASSERT_EQ(dev.AttachUartTxPushCommand(0, 1, data.data(), 0), 0u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 2u);
-    Bytes first = {249, 0xA1, 0x00, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
-    first.insert(first.end(), data.begin(), data.begin() + 240);
-    EXPECT_EQ(r[0], first);
-    EXPECT_EQ(r[1], (Bytes{10, 0xA1, 0x01, 0x00, 0x01, 0x02, 0x00, 0x00, 0x00, data[240]}));
-    EXPECT_EQ(inst()->UartCtrl[1].ChunkCounter, 2u);
-    EXPECT_EQ(inst()->UartCtrl[0].ChunkCounter, 0u);
-}
-
-TEST_F(CommandRecords, CanConfigurationFromTheChannelRecord)
-{
-    Base::CCanCtrlStatus& c = inst()->CanCtrl[1];
-    c.Enabled = 1;
-    c.ModeFlagA = 0;
-    c.ModeFlagB = 1;
-    for (int i = 0; i < 4; ++i)
-        c.FilterA[i] = uint8_t(0xA0 + i);
-    for (int i = 0; i < 8; ++i)
-        c.FilterB[i] = uint8_t(0xB0 + i);
-    c.PrescalerIndex = 1;
-    c.Segment1 = 6;
-    c.Segment2 = 6;
-    c.FaultState = 0x12345678; // status only, not sent
-    ASSERT_EQ(dev.AttachCanConfigCommand(0, 1), 0u);
-    EXPECT_EQ(dev.AttachCanConfigCommand(0, 2), 2u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(r[0], (Bytes{0x16, 0xB1, 0x00, 0x00, 0x01, 0x00, 0x01, 0xA0, 0xA1, 0xA2, 0xA3, 0xB0, 0xB1, 0xB2,
-                           0xB3, 0xB4, 0xB5, 0xB6, 0xB7, 0x01, 0x06, 0x06}));
-}
-
-TEST_F(CommandRecords, CanPushPacksIdentifiersMostSignificantFirst)
-{
-    CKVX_HdwCanMessage m[3];
-    m[0].Extended = 0;
-    m[0].Identifier = 0x7FF;
-    m[0].Dlc = 3;
-    for (int i = 0; i < 8; ++i)
-        m[0].Data[i] = uint8_t(0x11 * (i + 1));
-    m[1].Extended = 1;
-    m[1].Identifier = 0x1FFFFFFF;
-    m[1].Dlc = 8;
-    m[1].Rtr = 1;
-    for (int i = 0; i < 8; ++i)
-        m[1].Data[i] = uint8_t(i + 1);
-    m[2].Extended = 1;
-    m[2].Identifier = 0x12345678;
-    m[2].Dlc = 0;
-    ASSERT_EQ(dev.AttachCanPushCommand(0, 0, m, 3), 0u);
-    ASSERT_EQ(dev.AttachCanPushCommand(0, 0, m, 0), 0u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 3u);
-    // Standard: identifier in 5..6, all eight data bytes in 7..14, 15..16 zero.
-    EXPECT_EQ(r[0], (Bytes{0x11, 0xB2, 0x00, 0x00, 0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
-                           0x88, 0x00, 0x00}));
-    EXPECT_EQ(r[1], (Bytes{0x11, 0xB2, 0x01, 0x00, 0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 0x01, 0x02, 0x03, 0x04, 0x05,
-                           0x06, 0x07, 0x08}));
-    EXPECT_EQ(r[2], (Bytes{0x11, 0xB2, 0x02, 0x00, 0x80, 0x91, 0xA2, 0xB3, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00,
-                           0x00, 0x00, 0x00}));
-}
-
-TEST_F(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
-{
+    TestUnit dev;
+    dev.AddInstance();
     std::vector<uint16_t> words(250);
     for (size_t i = 0; i < words.size(); ++i)
         words[i] = uint16_t(0x0100 + i);
     ASSERT_EQ(dev.AttachSramWriteCommand(0, 1, 0x00011000, words.data(), 250), 0u);
-    const auto r = records();
+    const auto r = QueuedRecords(dev.Inst());
     ASSERT_EQ(r.size(), 3u);
     const uint32_t addresses[3] = {0x11000, 0x11064, 0x110C8};
     const size_t counts[3] = {100, 100, 50};
     size_t w = 0;
     for (int k = 0; k < 3; ++k) {
         Bytes expected = {uint8_t(8 + 2 * counts[k]), 0x84, uint8_t(k), 0x00, uint8_t(addresses[k]),
-                          uint8_t(addresses[k] >> 8), uint8_t(addresses[k] >> 16), 0x00};
+            uint8_t(addresses[k] >> 8), uint8_t(addresses[k] >> 16), 0x00};
         for (size_t i = 0; i < counts[k]; ++i, ++w) {
             expected.push_back(uint8_t(words[w] & 0xFF));
             expected.push_back(uint8_t(words[w] >> 8));
@@ -353,37 +381,41 @@ TEST_F(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
     EXPECT_EQ(dev.AttachSramWriteCommand(0, 2, 0, words.data(), 1), 2u);
 }
 
-TEST_F(CommandRecords, MilStd1553Configuration)
+// Settings a record cannot carry, channels and units that are not there:
+// answer 2, attach nothing and use up no command number.
+TEST(CommandRecords, RefusalsAttachNothing)
 {
-    for (int i = 0; i < 9; ++i)
-        inst()->MilStd1553Ctrl[1].Bytes[i] = uint8_t(0xC0 + i);
-    ASSERT_EQ(dev.Attach1553ConfigCommand(0, 1), 0u);
-    EXPECT_EQ(dev.Attach1553ConfigCommand(0, 2), 2u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(r[0], (Bytes{0x0D, 0xB5, 0x00, 0x00, 0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8}));
-}
-
-TEST_F(CommandRecords, SessionAndStatusRequest)
-{
-    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
-    dev.SetSessionWatchdog(25000); // 2500 -> 1023, enabled
-    ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
-    dev.SetSessionWatchdog(1230);
-    ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
-    ASSERT_EQ(dev.AttachStatusRequestCommand(0, 3, 1), 0u);
-    ASSERT_EQ(dev.AttachStatusRequestCommand(0, 1, 2), 0u);
-    ASSERT_EQ(dev.AttachStatusRequestCommand(0, 1, 3), 0u);
-    ASSERT_EQ(dev.AttachStatusRequestCommand(0, 1, 9), 0u);
-    const auto r = records();
-    ASSERT_EQ(r.size(), 7u);
-    EXPECT_EQ(r[0], (Bytes{0x07, 0x81, 0x00, 0x00, 0x01, 0x00, 0x00}));
-    EXPECT_EQ(r[1], (Bytes{0x07, 0x81, 0x01, 0x00, 0x00, 0xFF, 0x83}));
-    EXPECT_EQ(r[2], (Bytes{0x07, 0x81, 0x02, 0x00, 0x01, 0x7B, 0x80}));
-    EXPECT_EQ(r[3], (Bytes{0x07, 0x82, 0x03, 0x00, 0x00, 0x08, 0x00}));
-    EXPECT_EQ(r[4], (Bytes{0x07, 0x82, 0x04, 0x00, 0x00, 0x00, 0x02}));
-    EXPECT_EQ(r[5], (Bytes{0x07, 0x82, 0x05, 0x00, 0x00, 0x00, 0x08}));
-    EXPECT_EQ(r[6], (Bytes{0x07, 0x82, 0x06, 0x00, 0x00, 0x00, 0x00}));
+    TestUnit dev;
+    dev.AddInstance();
+    CKVX_HdwArinc429TxPort::CParameters atx;
+    atx.WordIntergap = 0;
+    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 2u);
+    atx.WordIntergap = 319;
+    atx.BaudRate = 250000;
+    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 2u);
+    atx.BaudRate = 12500;
+    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 4, atx), 2u); // no fifth transmitter
+    EXPECT_EQ(dev.AttachAtxConfigCommand(1, 0, atx), 2u); // no second unit
+    CKVX_HdwArinc429RxPort::CParameters arx;
+    EXPECT_EQ(dev.AttachArxConfigCommand(0, 4, arx, true, nullptr), 2u);
+    CKVX_HdwUartPort::CParameters uart;
+    uart.Parity = 3;
+    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
+    uart.Parity = 0;
+    uart.StopBits = 1;
+    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
+    uart.StopBits = 0;
+    uart.BaudRate = 2600000;
+    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
+    uart.BaudRate = 9600;
+    EXPECT_EQ(dev.AttachUartConfigCommand(0, 2, uart), 2u);
+    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
+    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
+    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 4, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // 4 transmitters: 0..3
+    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(7, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // no such instance
+    EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
+    ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 0u);
+    EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00);
 }
 
 TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
@@ -403,6 +435,7 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
     EXPECT_EQ(dev.AttachAtxCtxDataCommand(0, 0, word), 2u);
     EXPECT_EQ(dev.AttachAtxCtxResetCommand(0, 0), 2u);
+    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, tx), 2u);
     EXPECT_EQ(dev.AttachArxConfigCommand(0, 0, rx, true, nullptr), 2u);
     EXPECT_EQ(dev.AttachUartTxPushCommand(0, 0, &byte, 1), 2u);
@@ -434,6 +467,25 @@ TEST(CommandProfile, PerChannelCodesFollowTheProfileBases)
     ASSERT_EQ(r.size(), 2u);
     EXPECT_EQ(r[0][1], 0x80 | 67);
     EXPECT_EQ(r[1][1], 0x80 | 81);
+}
+
+TEST(LabelControlWord, RoundTripsPeriodAndFlagsAndKeepsHighBitsClear)
+{
+    for (unsigned period : {1u, 2u, 500u, 1023u, 1024u}) {
+        for (unsigned flags = 0; flags < 4; ++flags) {
+            const CLabelCtrl c = Ctrl(0x20, static_cast<unsigned short>(period), flags & 1, (flags >> 1) & 1, 7, 9);
+            const uint32_t w = c.GetControlWord();
+            EXPECT_EQ(w & 0x3FFu, period - 1);
+            EXPECT_EQ(w >> 12, 0u);
+            CLabelCtrl back;
+            back.SetFromControlWord(w);
+            EXPECT_EQ(back.Period, period);
+            EXPECT_EQ(back.Enabled, flags & 1);
+            EXPECT_EQ(back.TransmitOnce, (flags >> 1) & 1);
+        }
+    }
+    EXPECT_FALSE(CLabelCtrl(0, 0).IsValid());
+    EXPECT_FALSE(CLabelCtrl(0, 1025).IsValid());
 }
 
 } // namespace

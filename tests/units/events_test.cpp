@@ -87,6 +87,9 @@ TEST_F(UnitEvents, Arinc429ReceiveReachesTheReceiverOfItsChannel)
     ASSERT_EQ(Dispatch(EventRecord(2, 2, 0xFFFFFFFF, {1, 0, 0, 0, 0, 0})), 0u);
     EXPECT_EQ(a429rx2->seen.back().TimeStamp, 0xFFFFFFFFull);
     EXPECT_EQ(a429rx2->seen.back().Word.TimeStamp, 0xFFFFFFFFull);
+    // The port's result is the handler's result.
+    a429rx2->Result = 15;
+    EXPECT_EQ(Dispatch(EventRecord(2, 2, 0, {0, 0, 0, 0, 0, 0})), 15u);
 }
 
 TEST_F(UnitEvents, Arinc429LengthRules)
@@ -118,12 +121,6 @@ TEST_F(UnitEvents, Arinc429TransmitReachesTheTransmitterOfItsChannel)
     EXPECT_EQ(a429tx3->seen[0].Word.Label, 0xFF);
     EXPECT_EQ(a429tx3->seen[0].Word.Sdi, 3);
     EXPECT_EQ(a429tx3->seen[0].Word.TimeStamp, 42u);
-}
-
-TEST_F(UnitEvents, APortsResultIsTheHandlersResult)
-{
-    a429rx2->Result = 15;
-    EXPECT_EQ(Dispatch(EventRecord(2, 2, 0, {0, 0, 0, 0, 0, 0})), 15u);
 }
 
 // ---- status ----------------------------------------------------------------------------
@@ -206,8 +203,8 @@ TEST_F(UnitEvents, CanLengthRulesAreAsLooseAsTheyStand)
     ASSERT_EQ(Dispatch(record), 0u);
     ASSERT_EQ(can0->seen.size(), 1u);
     EXPECT_EQ(can0->seen[0].Frame.Identifier, 0x123u);
-    EXPECT_EQ((Bytes(can0->seen[0].Frame.Data, can0->seen[0].Frame.Data + 8)),
-              (Bytes{0xA1, 0xA2, 0xA3, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(
+        (Bytes(can0->seen[0].Frame.Data, can0->seen[0].Frame.Data + 8)), (Bytes{0xA1, 0xA2, 0xA3, 0, 0, 0, 0, 0}));
     record[0] = 10;
     EXPECT_EQ(Dispatch(record), 11u);
 
@@ -217,7 +214,7 @@ TEST_F(UnitEvents, CanLengthRulesAreAsLooseAsTheyStand)
     ASSERT_EQ(Dispatch(ext), 0u);
     EXPECT_EQ(can0->seen.back().Frame.Identifier, 1u);
     EXPECT_EQ((Bytes(can0->seen.back().Frame.Data, can0->seen.back().Frame.Data + 8)),
-              (Bytes{0xB1, 0xB2, 0xB3, 0, 0, 0, 0, 0}));
+        (Bytes{0xB1, 0xB2, 0xB3, 0, 0, 0, 0, 0}));
     ext[0] = 12;
     EXPECT_EQ(Dispatch(ext), 11u);
     ext[0] = 0;
@@ -262,8 +259,8 @@ TEST_F(UnitEvents, UartTransmitCarriesChunkCounterAndCount)
 TEST(MilStd1553Event, TransferCompleted)
 {
     // Kind 1: id 0x0007, 2 words, then status 1, status 2, flags.
-    const Bytes r = EventRecord(8, 0, 9, {1, 0x07, 0x00, 0x02, 0x00, 0x34, 0x12, 0x78, 0x56, 0xAA, 0xAA, 0xBB,
-                                          0xBB, 0x01, 0x00});
+    const Bytes r =
+        EventRecord(8, 0, 9, {1, 0x07, 0x00, 0x02, 0x00, 0x34, 0x12, 0x78, 0x56, 0xAA, 0xAA, 0xBB, 0xBB, 0x01, 0x00});
     Base::CMilStd1553Event e;
     ASSERT_EQ(e.ExtractData(r.data() + 2, r[0]), 0u);
     EXPECT_EQ(e.TimeStamp, 9u);

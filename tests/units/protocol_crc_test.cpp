@@ -32,17 +32,6 @@ TEST(ProtocolCrc, TableAgreesWithTheBitwiseDefinition)
     }
 }
 
-TEST(CommandNumbers, RunFromZeroAndWrapAt65535)
-{
-    TestUnit dev;
-    dev.AddInstance();
-    EXPECT_EQ(dev.GetLastCommandNum(0u), 0);
-    EXPECT_EQ(dev.GetLastCommandNum(0u), 1);
-    dev.Inst()->CommandCounter = 65535;
-    EXPECT_EQ(dev.GetLastCommandNum(0u), 65535);
-    EXPECT_EQ(dev.GetLastCommandNum(0u), 0);
-}
-
 TEST(CommandNumbers, RecordsLongerThan255BytesAreRefused)
 {
     TestUnit dev;
@@ -50,7 +39,7 @@ TEST(CommandNumbers, RecordsLongerThan255BytesAreRefused)
     std::vector<uint8_t> params(252);
     EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 251), 0u); // 255 bytes
     EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
-    EXPECT_EQ(dev.AttachCommand(1u, 9, params.data(), 1), 2u);    // no such unit
+    EXPECT_EQ(dev.AttachCommand(1u, 9, params.data(), 1), 2u); // no such unit
     EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 1u);
 }
 

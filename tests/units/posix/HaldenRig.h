@@ -21,6 +21,29 @@ namespace halden_test {
 
 using testsupport::WaitUntil;
 
+// Generous time-outs for a loaded machine, where bytes crossing a
+// pseudo-terminal between threads can come 200 to 800 ms late: the driver's
+// echo time-out and the ports' open time-out. Tests of those time-outs set
+// their own.
+constexpr unsigned kEchoTimeoutMs = 5000;
+constexpr unsigned kOpenTimeoutMs = 10000;
+
+// Calls `f` with the driver as the command-protocol device of whichever link
+// base it has; false when it is neither.
+template <class F>
+bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
+{
+    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(device)) {
+        f(*d);
+        return true;
+    }
+    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(device)) {
+        f(*d);
+        return true;
+    }
+    return false;
+}
+
 inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, const std::string& serial = "")
 {
     hdwsim::Emulator::Options o;
@@ -38,8 +61,12 @@ template <class TDevice>
 class BasicRig {
 public:
     BasicRig(const hdwsim::UnitModel& model, TDevice* device, uint64_t code, const hdwsim::Emulator::Options& o)
-        : Sim(model, o), Device(device), m_Code(code), m_Udp(o.Udp)
+        : Sim(model, o),
+          Device(device),
+          m_Code(code),
+          m_Udp(o.Udp)
     {
+        SetEchoTimeout(kEchoTimeoutMs);
     }
     ~BasicRig() { Manager.Stop(); }
 
@@ -49,23 +76,56 @@ public:
         ASSERT_TRUE(Sim.Start(&error)) << error;
     }
 
+    void SetEchoTimeout(unsigned ms)
+    {
+        EXPECT_TRUE(WithCommandDevice(Device.get(), [ms](auto& d) { d.SetEchoTimeout(ms); }));
+    }
+
     // Starts the emulator, enumerates it through the manager and runs.
     void Start()
     {
         StartSim();
         ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
-        CKVX_HdwManager::CInitPortDesc link(m_Code, LinkText());
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-        ASSERT_EQ(link.Result, 0u) << "no unit answered on " << LinkText();
+        ASSERT_NO_FATAL_FAILURE(Enumerate());
         ASSERT_EQ(Manager.Run(), 0u);
     }
 
-    std::string LinkText() const
+    // Enumerates the unit's link, a few times when no unit answered: the
+    // probe waits a fixed 200 ms, which a loaded machine can miss.
+    void Enumerate()
     {
-        return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath();
+        CKVX_HdwManager::CInitPortDesc link(m_Code, LinkText());
+        for (int attempt = 0; attempt < 5; ++attempt) {
+            ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+            if (link.Result == 0)
+                return;
+        }
+        FAIL() << "no unit answered on " << LinkText();
     }
 
+    std::string LinkText() const { return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath(); }
+
     CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
+
+    // Opens a port with `params` and the generous open time-out.
+    template <class P>
+    unsigned Open(unsigned type, unsigned num, P params, unsigned timeoutMs = kOpenTimeoutMs)
+    {
+        params.Timeout = timeoutMs;
+        return Port(type, num)->Open(&params);
+    }
+    // The same with the port's default settings.
+    unsigned Open(unsigned type, unsigned num)
+    {
+        switch (type) {
+        case HDW_PORT_ARINC429_RX: return Open(type, num, CKVX_HdwArinc429RxPort::CParameters());
+        case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
+        case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
+        case HDW_PORT_UART: return Open(type, num, CKVX_HdwUartPort::CParameters());
+        case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
+        default: ADD_FAILURE() << "no port type " << type; return 2;
+        }
+    }
 
     template <class S>
     S* Enable(unsigned portType, unsigned num, unsigned serviceType, CKVX_HdwService::CParameters* params = nullptr)
@@ -98,9 +158,10 @@ public:
             return {};
         CKVX_HdwArinc429RxPort::CParameters rp;
         CKVX_HdwArinc429TxPort::CParameters tp;
-        rp.BaudRate = tp.BaudRate = rate;
-        EXPECT_EQ(Port(HDW_PORT_ARINC429_RX, ch)->Open(rate ? &rp : nullptr), 0u);
-        EXPECT_EQ(Port(HDW_PORT_ARINC429_TX, ch)->Open(rate ? &tp : nullptr), 0u);
+        if (rate)
+            rp.BaudRate = tp.BaudRate = rate;
+        EXPECT_EQ(Open(HDW_PORT_ARINC429_RX, ch, rp), 0u);
+        EXPECT_EQ(Open(HDW_PORT_ARINC429_TX, ch, tp), 0u);
         return c;
     }
 
@@ -117,13 +178,12 @@ class Rig : public BasicRig<CKVX_HdwKvxHaldenDevice> {
 public:
     explicit Rig(bool udp = false, bool pacing = false)
         : BasicRig(hdwsim::HaldenModel(), new CKVX_HdwKvxHaldenDevice, 3, EmulatorOptions(udp, pacing))
-    {
-    }
+    {}
     // The pair's services are the driver's own classes.
     Arinc429Pair OpenPair(unsigned ch, uint32_t rate = 0)
     {
         return OpenArinc429Pair<CKVX_HdwKvxHaldenDevice::CArinc429InBufferService,
-                                CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService>(ch, rate);
+            CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService>(ch, rate);
     }
 };
 
@@ -144,8 +204,8 @@ std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 1000
     return got;
 }
 
-inline std::vector<CKVX_HdwArinc429Message> ReadWords(CKVX_HdwArinc429InBufferService* in, size_t count,
-                                                      unsigned timeoutMs = 10000)
+inline std::vector<CKVX_HdwArinc429Message> ReadWords(
+    CKVX_HdwArinc429InBufferService* in, size_t count, unsigned timeoutMs = 10000)
 {
     return ReadAll<CKVX_HdwArinc429Message>(in, count, timeoutMs);
 }

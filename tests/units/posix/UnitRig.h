@@ -20,8 +20,8 @@ using halden_test::Word;
 // (not read from the driver or the emulator, so that a wrong table in either
 // shows).
 struct UnitCase {
-    const char* Sim;   // emulator row name
-    uint64_t Code;     // device code = kind number
+    const char* Sim; // emulator row name
+    uint64_t Code; // device code = kind number
     std::function<CKVX_HdwDevice*()> Make;
     unsigned Atx, Arx, Can;
     bool Ethernet;
@@ -31,20 +31,21 @@ struct UnitCase {
     const char* Model;
 };
 
-inline std::ostream& operator<<(std::ostream& os, const UnitCase& u) { return os << u.Sim; }
+inline std::ostream& operator<<(std::ostream& os, const UnitCase& u)
+{
+    return os << u.Sim;
+}
 
 inline std::vector<UnitCase> AllUnits()
 {
     return {
         {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, true, 4000, 64, 72, 0, 0, false, "Arvane"},
         {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, false, 0, 20, 24, 48, 50, false,
-         "Halden Small"},
-        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, true, 1345, 80, 96, 0, 0, true,
-         "Pellor"},
+            "Halden Small"},
+        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, true, 1345, 80, 96, 0, 0, true, "Pellor"},
         {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, false, 0, 20, 24, 0, 0, false, "Mirrow"},
         {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, false, 0, 0, 0, 48, 56, false, "Bexley"},
-        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, false, 0, 0, 0, 48, 50, false,
-         "Quillan"},
+        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, false, 0, 0, 0, 48, 50, false, "Quillan"},
     };
 }
 
@@ -64,12 +65,11 @@ class UnitRig : public halden_test::BasicRig<CKVX_HdwDevice> {
 public:
     UnitRig(const UnitCase& unit, bool udp, const std::string& serial = "")
         : UnitRig(unit, EmulatorOptions(udp, false, serial))
-    {
-    }
+    {}
     UnitRig(const UnitCase& unit, const hdwsim::Emulator::Options& options)
-        : BasicRig(*hdwsim::FindUnitModel(unit.Sim), unit.Make(), unit.Code, options), Unit(unit)
-    {
-    }
+        : BasicRig(*hdwsim::FindUnitModel(unit.Sim), unit.Make(), unit.Code, options),
+          Unit(unit)
+    {}
 
     UnitCase Unit;
 };
@@ -77,12 +77,10 @@ public:
 // The status request builder of whichever link base the unit's driver has.
 inline unsigned AttachStatusRequest(CKVX_HdwDevice* device, unsigned channel, unsigned kind)
 {
-    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(device))
-        return d->AttachStatusRequestCommand(0, channel, kind);
-    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(device))
-        return d->AttachStatusRequestCommand(0, channel, kind);
-    ADD_FAILURE() << "not a command-protocol unit";
-    return 2;
+    unsigned rc = 2;
+    EXPECT_TRUE(
+        halden_test::WithCommandDevice(device, [&](auto& d) { rc = d.AttachStatusRequestCommand(0, channel, kind); }));
+    return rc;
 }
 
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
@@ -122,9 +120,9 @@ inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from,
         return {};
     CKVX_HdwCanPort::CParameters p;
     p.BitRate = 500000;
-    EXPECT_EQ(rig.Port(HDW_PORT_CAN, to)->Open(&p), 0u);
+    EXPECT_EQ(rig.Open(HDW_PORT_CAN, to, p), 0u);
     if (to != from) {
-        EXPECT_EQ(rig.Port(HDW_PORT_CAN, from)->Open(&p), 0u);
+        EXPECT_EQ(rig.Open(HDW_PORT_CAN, from, p), 0u);
     }
     std::vector<CKVX_HdwCanMessage> frames;
     for (unsigned i = 0; i < count; ++i)

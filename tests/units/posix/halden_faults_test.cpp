@@ -36,7 +36,8 @@ TEST(HaldenFaults, EchoTimeOutFailsTheUnitsServices)
     rig.Start();
     Pair p = rig.OpenPair(0);
     auto* can = rig.Enable<CKVX_HdwKvxHaldenDevice::CCanInBufferService>(HDW_PORT_CAN, 1, HDW_SERVICE_CAN_IN_BUFFER);
-    ASSERT_EQ(rig.Port(HDW_PORT_CAN, 1)->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1), 0u);
+    rig.SetEchoTimeout(500); // the driver's own
     rig.Sim.SetEchoEnabled(false);
     CKVX_HdwArinc429Message w = Word(7, 7);
     ASSERT_EQ(p.Out->Write(&w, 1, 0), 0u);
@@ -94,6 +95,7 @@ TEST(HaldenFaults, SilentUnitGivesResultCodesAndReopensCleanly)
     Rig rig;
     rig.Start();
     Pair p = rig.OpenPair(3);
+    rig.SetEchoTimeout(500); // the driver's own, for the silence
     rig.Sim.SetHungUp(true);
     CKVX_HdwArinc429Message w = Word(9, 9);
     ASSERT_EQ(p.Out->Write(&w, 1, 0), 0u);
@@ -103,12 +105,13 @@ TEST(HaldenFaults, SilentUnitGivesResultCodesAndReopensCleanly)
     // While it stays silent a new open is refused.
     ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 3)->Close(), 0u);
     ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 3)->Close(), 0u);
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 3)->Open(nullptr), 14u);
+    EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 3, CKVX_HdwArinc429RxPort::CParameters(), 1000), 14u);
     EXPECT_FALSE(rig.Port(HDW_PORT_ARINC429_RX, 3)->IsOpen());
 
     rig.Sim.SetHungUp(false);
-    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 3)->Open(nullptr), 0u);
-    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 3)->Open(nullptr), 0u);
+    rig.SetEchoTimeout(kEchoTimeoutMs);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 3), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 3), 0u);
     EXPECT_EQ(p.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
     const auto sent = Words(50, 0x46);
     ASSERT_EQ(p.Out->Write(const_cast<CKVX_HdwArinc429Message*>(sent.data()), unsigned(sent.size()), 0), 0u);
@@ -137,9 +140,7 @@ TEST(HaldenFaults, HungUpLinkGivesResultCodesAndANewLinkWorks)
     std::string error;
     ASSERT_TRUE(rig.Sim.ReopenPty(&error)) << error;
     ASSERT_EQ(rig.Manager.Stop(), 0u);
-    CKVX_HdwManager::CInitPortDesc link(3, rig.Sim.PtyPath());
-    ASSERT_EQ(rig.Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    ASSERT_EQ(link.Result, 0u);
+    ASSERT_NO_FATAL_FAILURE(rig.Enumerate());
     ASSERT_EQ(rig.Manager.Run(), 0u);
     Pair q = rig.OpenPair(0);
     const auto sent = Words(20, 0x47);
@@ -155,7 +156,7 @@ TEST(HaldenFaults, CriticalFailureEventFailsEveryServiceOfTheUnit)
     rig.Start();
     Pair p = rig.OpenPair(1);
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, 0, HDW_SERVICE_SIGNAL);
-    ASSERT_EQ(rig.Port(HDW_PORT_CAN, 0)->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0), 0u);
     // A type-1 record as the receive machine would hand it over: time stamp only.
     uint8_t params[4] = {1, 2, 3, 4};
     rig.Device->DeviceLock(0);

@@ -27,13 +27,17 @@ void ExpectRtAccessSignal(const CKVX_HdwSignalService::CSignal& s, CKVX_HdwPort*
     EXPECT_NE(s.TimeStamp, 0u);
 }
 
-void InjectAndCheck(Rig& rig)
+class HaldenMilStd1553Link : public ::testing::TestWithParam<bool> {};
+
+TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
 {
+    Rig rig(GetParam());
+    rig.Start();
     auto* sig0 = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
     auto* sig1 = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_SIGNAL);
     ASSERT_TRUE(sig0 && sig1);
-    ASSERT_EQ(rig.Port(HDW_PORT_MILSTD1553, 0)->Open(nullptr), 0u);
-    ASSERT_EQ(rig.Port(HDW_PORT_MILSTD1553, 1)->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_MILSTD1553, 1), 0u);
 
     ASSERT_TRUE(rig.Sim.InjectMilStd1553Event(1, kRtAccess));
     ASSERT_TRUE(rig.Sim.InjectMilStd1553Event(0, kTransfer));
@@ -51,7 +55,11 @@ void InjectAndCheck(Rig& rig)
     EXPECT_EQ(sig1->GetSignalsNumber(left), 0u);
     EXPECT_EQ(left, 0u);
     EXPECT_EQ(static_cast<MilPort*>(rig.Port(HDW_PORT_MILSTD1553, 1))->GetMessageCount(), 1u);
+    EXPECT_FALSE(rig.Sim.InjectMilStd1553Event(2, kRtAccess)); // the unit has two channels
 }
+
+INSTANTIATE_TEST_SUITE_P(PtyAndUdp, HaldenMilStd1553Link, ::testing::Values(false, true),
+    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
 
 TEST(HaldenMilStd1553, TwoPortsOfTypeFiveWithKeys)
 {
@@ -86,7 +94,7 @@ TEST(HaldenMilStd1553, OpensClosesAndRefusesTheBusServicesForNow)
     rig.Start();
     CKVX_HdwPort* port = rig.Port(HDW_PORT_MILSTD1553, 0);
     ASSERT_NE(port, nullptr);
-    EXPECT_EQ(port->Open(nullptr), 15u);  // no service yet
+    EXPECT_EQ(port->Open(nullptr), 15u); // no service yet
     for (unsigned type : {unsigned(HDW_SERVICE_MIL1553_BC), unsigned(HDW_SERVICE_MIL1553_RT), 2u, 3u, 9u}) {
         CKVX_HdwService* s = nullptr;
         EXPECT_EQ(port->EnableService(type, &s, nullptr), 10u) << type;
@@ -96,37 +104,22 @@ TEST(HaldenMilStd1553, OpensClosesAndRefusesTheBusServicesForNow)
     // The other channel keeps the unit's link open, so that closing and
     // re-opening channel 0 is about the port, not about the link's session.
     ASSERT_NE(rig.Enable<Signals>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_SIGNAL), nullptr);
-    ASSERT_EQ(rig.Port(HDW_PORT_MILSTD1553, 1)->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_MILSTD1553, 1), 0u);
     CKVX_HdwMilStd1553Port::CParameters p;
     p.ResponseTimeoutUs = 2;
-    EXPECT_EQ(port->Open(&p), 2u);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0, p), 2u);
     p.ResponseTimeoutUs = 30;
-    ASSERT_EQ(port->Open(&p), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0, p), 0u);
     EXPECT_TRUE(port->IsOpen());
-    EXPECT_EQ(port->Open(&p), 18u);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0, p), 18u);
     EXPECT_EQ(port->Close(), 0u);
     EXPECT_FALSE(port->IsOpen());
     // And again, after a close.
-    ASSERT_EQ(port->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
     EXPECT_TRUE(port->IsOpen());
     EXPECT_EQ(port->Close(), 0u);
     EXPECT_EQ(rig.Port(HDW_PORT_MILSTD1553, 1)->Close(), 0u);
     EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
-}
-
-TEST(HaldenMilStd1553, InjectedEventsReachTheirChannelsSignalService)
-{
-    Rig rig;
-    rig.Start();
-    InjectAndCheck(rig);
-    EXPECT_FALSE(rig.Sim.InjectMilStd1553Event(2, kRtAccess));  // the unit has two channels
-}
-
-TEST(HaldenMilStd1553, InjectedEventsOverHoe)
-{
-    Rig rig(true);
-    rig.Start();
-    InjectAndCheck(rig);
 }
 
 } // namespace

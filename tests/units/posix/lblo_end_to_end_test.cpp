@@ -20,11 +20,14 @@ namespace {
 
 UnitCase Halden()
 {
-    return {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, true, 1345, 20, 24, 48, 50, false,
-            "Halden"};
+    return {
+        "halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, true, 1345, 20, 24, 48, 50, false, "Halden"};
 }
 
-UnitCase Named(const std::string& name) { return name == "halden" ? Halden() : unit_test::UnitNamed(name); }
+UnitCase Named(const std::string& name)
+{
+    return name == "halden" ? Halden() : unit_test::UnitNamed(name);
+}
 
 // Drains an input buffer, keeping what it read.
 struct Drain {
@@ -40,7 +43,7 @@ struct Drain {
     {
         std::vector<CKVX_HdwArinc429Message> r;
         std::copy_if(Got.begin(), Got.end(), std::back_inserter(r),
-                     [label](const CKVX_HdwArinc429Message& m) { return m.Label == label; });
+            [label](const CKVX_HdwArinc429Message& m) { return m.Label == label; });
         return r;
     }
     // Polls until `label` has been read `count` times.
@@ -64,8 +67,8 @@ struct LabelLoop {
     {
         if (!Out || !In.In)
             return;
-        EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(nullptr), 0u);
-        EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(nullptr), 0u);
+        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_RX, ch), 0u);
+        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_TX, ch), 0u);
         Ok = true;
     }
     CKVX_HdwArinc429OutLbloService* Out;
@@ -161,7 +164,7 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 }
 
 INSTANTIATE_TEST_SUITE_P(SerialAndEthernet, LabelOutput, ::testing::Values(false, true),
-                         [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
+    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
 
 // Every unit with ARINC 429 transmitters runs a label on its last channel.
 class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
@@ -184,8 +187,8 @@ TEST_P(LabelOutputUnits, LabelComesRoundOnTheLastChannel)
     EXPECT_EQ(rig.Sim.GetCounters().A429LabelWords[ch], 5u);
 }
 
-INSTANTIATE_TEST_SUITE_P(ArincUnits, LabelOutputUnits,
-                         ::testing::Values("halden", "arvane", "haldensmall", "pellor", "mirrow"));
+INSTANTIATE_TEST_SUITE_P(
+    ArincUnits, LabelOutputUnits, ::testing::Values("halden", "arvane", "haldensmall", "pellor", "mirrow"));
 
 // Pellor's label-oriented input: the latest word per label and SDI, the
 // receive counts, the changed labels, and the unit's hardware filter derived
@@ -201,8 +204,8 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
     ASSERT_EQ(in->DiscardAllLabels(), 0u);
     ASSERT_EQ(in->AcceptLabel(0x10, 0x0F), 0u);
     ASSERT_EQ(in->AcceptLabel(0x11, 0x01), 0u); // SDI 0 only: the unit passes the label, the service drops SDI 1
-    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->Open(nullptr), 0u);
-    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->Open(nullptr), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, ch), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, ch), 0u);
 
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 30; ++i) {

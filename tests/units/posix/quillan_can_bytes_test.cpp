@@ -28,7 +28,7 @@ protected:
     {
         CKVX_HdwCanPort::CParameters p;
         p.BitRate = 500000;
-        ASSERT_EQ(rig.Port(HDW_PORT_CAN, channel)->Open(&p), 0u);
+        ASSERT_EQ(rig.Open(HDW_PORT_CAN, channel, p), 0u);
     }
 
     // Reads until `count` bytes are in or 10 s pass; `times` gets each byte's time.
@@ -63,7 +63,7 @@ protected:
 TEST_F(QuillanBytes, TenThousandBytesArriveInOrderWithNoneLost)
 {
     CKVX_HdwCanByteOutBufferService::CParameters po;
-    po.BufferSize = 0;  // no bound: the whole Write is queued at once
+    po.BufferSize = 0; // no bound: the whole Write is queued at once
     po.Identifier = 0x1234567;
     po.Extended = 1;
     CKVX_HdwCanByteInBufferService::CParameters pi;
@@ -113,7 +113,7 @@ TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
     Open(1);
     Open(0);
 
-    const std::vector<uint8_t> sent = Pattern(3001);  // 375 full frames and one of 1 byte
+    const std::vector<uint8_t> sent = Pattern(3001); // 375 full frames and one of 1 byte
     std::vector<CKVX_HdwCanMessage> frames;
     for (unsigned i = 0; i < 400; ++i)
         frames.push_back(Frame(0x400 + (i % 0x100), uint8_t(i % 9), uint8_t(i), i % 3 == 0));
@@ -147,7 +147,7 @@ TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
     unsigned pending = 1;
     EXPECT_TRUE(WaitUntil([&] {
         return framesOut->GetMessagesToBeWritten(pending) == 0 && pending == 0 &&
-               bytesOut->GetBytesToBeWritten(pending) == 0 && pending == 0;
+            bytesOut->GetBytesToBeWritten(pending) == 0 && pending == 0;
     }));
 }
 

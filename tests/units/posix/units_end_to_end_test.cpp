@@ -12,7 +12,10 @@ namespace {
 
 class UnitEndToEnd : public ::testing::TestWithParam<UnitCase> {};
 
-std::string CaseName(const ::testing::TestParamInfo<UnitCase>& info) { return info.param.Sim; }
+std::string CaseName(const ::testing::TestParamInfo<UnitCase>& info)
+{
+    return info.param.Sim;
+}
 
 // The command codes a unit may be sent: the fixed ones of its command set
 // and its per-channel codes.
@@ -76,12 +79,12 @@ void OpenFirstPort(UnitRig& rig)
         rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 0, HDW_SERVICE_ARINC429_OUT_BUFFER);
         CKVX_HdwArinc429TxPort::CParameters tp;
         tp.BaudRate = 100000;
-        ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 0)->Open(&tp), 0u);
+        ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0, tp), 0u);
     } else {
         rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
         CKVX_HdwCanPort::CParameters p;
         p.BitRate = 500000;
-        ASSERT_EQ(rig.Port(HDW_PORT_CAN, 0)->Open(&p), 0u);
+        ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0, p), 0u);
     }
 }
 
