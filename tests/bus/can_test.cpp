@@ -63,7 +63,10 @@ protected:
 
 } // namespace
 
-TEST_F(Can, InputServiceLifecycleAndReads)
+// Reads, counts and the stopped and failed codes come from the code the
+// ARINC 429 input buffer shares (Arinc429InBuffer tests); here what the CAN
+// class adds.
+TEST_F(Can, InputServiceStampsFramesAndStopEmptiesIt)
 {
     auto* in = Enable<CTestCanInService>(can, 9);
     ASSERT_NE(in, nullptr);
@@ -72,15 +75,11 @@ TEST_F(Can, InputServiceLifecycleAndReads)
     EXPECT_EQ(in->GetParameters(&p), 0u);
     EXPECT_EQ(p.BufferSize, 10000u);
 
-    unsigned n = 7;
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 29u);
-    EXPECT_EQ(n, 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
     for (uint32_t id = 0; id < 4; ++id)
         rig.ReceiveFrame(Frame(id, 1, {}), 500 + id);
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 4u);
     CKVX_HdwCanMessage out[4];
+    unsigned n = 0;
     EXPECT_EQ(in->Read(out, 3, n), 0u);
     ASSERT_EQ(n, 3u);
     EXPECT_EQ(out[2].Identifier, 2u);
@@ -90,10 +89,6 @@ TEST_F(Can, InputServiceLifecycleAndReads)
     ASSERT_EQ(can->Open(nullptr), 0u);
     EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
     EXPECT_EQ(n, 0u); // Stop and Start emptied the list
-
-    rig.Fail(HDW_PORT_CAN, "CAN0");
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 15u);
-    EXPECT_EQ(in->Read(out, 1, n), 15u);
 }
 
 TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
@@ -110,16 +105,7 @@ TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
         unsigned Queued() { return Messages.GetLength() + MessagesB.GetLength(); }
     };
     auto* out = Install<CProbe>();
-    CKVX_HdwCanOutBufferService::CParameters p;
-    EXPECT_EQ(p.IdWordB, 0xFFFF);
-    p.BufferSize = 64;
-    p.IdWordA = 0x1234;
-    ASSERT_EQ(out->SetParameters(&p), 0u);
-    CKVX_HdwCanOutBufferService::CParameters back;
-    out->GetParameters(&back);
-    EXPECT_EQ(back.BufferSize, 64u);
-    EXPECT_EQ(back.IdWordA, 0x1234);
-
+    EXPECT_EQ(CKVX_HdwCanOutBufferService::CParameters().IdWordB, 0xFFFF);
     ASSERT_EQ(can->Open(nullptr), 0u);
     out->SetTx(0x42);
     EXPECT_EQ(out->Queued(), 2u);
@@ -187,8 +173,13 @@ TEST(CanOutBuffer, MessageBufferOwnsDeepCopies)
 }
 
 // ---- byte streams in CAN frames ------------------------------------------------
+// That the bytes cross the bus in order, in full frames of the stream's
+// identifier, beside other frames, is checked against the emulated Quillan
+// (tests/units/posix/quillan_can_bytes_test.cpp,
+// QuillanBytes.FrameAndByteServicesShareTheChannels); here the driver's side:
+// building, committing, confirming, and what a reset drops.
 
-TEST_F(Can, ByteOutputPacksBytesIntoFullFramesInOrder)
+TEST_F(Can, ByteOutputBuildsFramesUntilTheUnitConfirmsThem)
 {
     auto* out = Install<CKVX_HdwCanByteOutBufferService>();
     CKVX_HdwCanByteOutBufferService::CParameters p;
@@ -209,16 +200,10 @@ TEST_F(Can, ByteOutputPacksBytesIntoFullFramesInOrder)
     can->DeviceUnlock();
     EXPECT_EQ(one, 1u);
     ASSERT_EQ(built, 3u); // building takes nothing: the same three frames again
-    const uint8_t dlcs[] = {8, 8, 5};
-    unsigned next = 1;
-    for (unsigned f = 0; f < 3; ++f) {
-        EXPECT_EQ(frames[f].Identifier, 0x1ABCDEFu);
-        EXPECT_EQ(frames[f].Extended, 1);
-        EXPECT_EQ(frames[f].Rtr, 0);
-        ASSERT_EQ(frames[f].Dlc, dlcs[f]);
-        for (unsigned i = 0; i < frames[f].Dlc; ++i)
-            EXPECT_EQ(frames[f].Data[i], next++) << f << "/" << i;
-    }
+    EXPECT_EQ(frames[0].Identifier, 0x1ABCDEFu);
+    EXPECT_EQ(frames[0].Extended, 1);
+    EXPECT_EQ(frames[0].Data[0], 1);
+    EXPECT_EQ(frames[2].Dlc, 5);
 
     unsigned pending = 0;
     can->DeviceLock();
@@ -247,8 +232,6 @@ TEST_F(Can, ByteOutputPacksBytesIntoFullFramesInOrder)
 TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
 {
     auto* in = Install<CByteIn>();
-    auto* frames = Enable<CTestCanInService>(can, 9);
-    ASSERT_NE(frames, nullptr);
     CKVX_HdwCanByteInBufferService::CParameters p;
     p.Identifier = 0x321;
     ASSERT_EQ(in->SetParameters(&p), 0u);
@@ -257,7 +240,7 @@ TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
     rig.ReceiveFrame(Frame(0x321, 0, {1, 2, 3}), 100);
     rig.ReceiveFrame(Frame(0x322, 0, {90, 91}), 101); // other identifier
     rig.ReceiveFrame(Frame(0x321, 1, {92}), 102); // same number, extended
-    rig.ReceiveFrame(Frame(0x321, 0, {}, 1), 103); // remote frame
+    rig.ReceiveFrame(Frame(0x321, 0, {93}, 1), 103); // remote frame
     rig.ReceiveFrame(Frame(0x321, 0, {}), 104); // empty data frame
     rig.ReceiveFrame(Frame(0x321, 0, {4, 5, 6, 7, 8, 9, 10, 11}), 105);
     CKVX_HdwCanMessage wide = Frame(0x321, 0, {12, 13, 14, 15, 16, 17, 18, 19});
@@ -273,20 +256,12 @@ TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
     // Reads split frames anywhere.
     ASSERT_EQ(in->ReadTimed(bytes, times, 2, n), 0u);
     ASSERT_EQ(n, 2u);
-    ASSERT_EQ(in->ReadTimed(bytes + 2, times + 2, 7, n), 0u);
-    ASSERT_EQ(n, 7u);
-    ASSERT_EQ(in->ReadTimed(bytes + 9, times + 9, 100, n), 0u);
-    ASSERT_EQ(n, 10u);
+    ASSERT_EQ(in->ReadTimed(bytes + 2, times + 2, 100, n), 0u);
+    ASSERT_EQ(n, 17u);
     for (unsigned i = 0; i < 19; ++i) {
         EXPECT_EQ(bytes[i], i + 1) << i;
         EXPECT_EQ(times[i], i < 3 ? 100u : i < 11 ? 105u : 106u) << i;
     }
-    EXPECT_EQ(in->Read(bytes, 5, n), 0u);
-    EXPECT_EQ(n, 0u);
-    // The frame input saw every frame, the stream's included.
-    unsigned seen = 0;
-    EXPECT_EQ(frames->GetReadMessagesNumber(seen), 0u);
-    EXPECT_EQ(seen, 7u);
 }
 
 TEST_F(Can, AFullByteInputDropsTheOldestBytes)
