@@ -33,17 +33,6 @@ protected:
 
 } // namespace
 
-TEST_F(SignalQueue, StoppedServiceQueuesNothing)
-{
-    CKVX_HdwSignalService::CSignal s;
-    EXPECT_EQ(PostWord(1, 1), 29u);
-    EXPECT_EQ(signals.GetSignal(s), 29u);
-    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u); // does not wait on a stopped service
-    unsigned n = 3;
-    EXPECT_EQ(signals.GetSignalsNumber(n), 29u);
-    EXPECT_EQ(n, 0u);
-}
-
 TEST_F(SignalQueue, DeliversInPostingOrderWithPayloadAndTime)
 {
     StartWith(100);
@@ -77,6 +66,8 @@ TEST_F(SignalQueue, DeliversInPostingOrderWithPayloadAndTime)
     EXPECT_EQ(two[1].Aux, 3u);
     EXPECT_EQ(two[1].TimeStamp, 103u);
     EXPECT_EQ(signals.GetSignal(s), 4u);
+    EXPECT_EQ(signals.WaitSignal(s, 0), 4u);
+    EXPECT_EQ(signals.WaitSignal(s, 20), 4u); // times out when nothing comes
     EXPECT_EQ(signals.ReadSignals(two, 4, n), 0u);
     EXPECT_EQ(n, 0u);
 }
@@ -132,6 +123,7 @@ TEST_F(SignalQueue, MaskedKindsAreIgnored)
 
 TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15)
 {
+    EXPECT_EQ(PostWord(1, 1), 29u); // never started
     StartWith(2);
     PostWord(1, 1);
     PostWord(2, 2);
@@ -139,6 +131,10 @@ TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15
     ASSERT_EQ(signals.Stop(), 0u);
     CKVX_HdwSignalService::CSignal s;
     EXPECT_EQ(signals.GetSignal(s), 29u);
+    EXPECT_EQ(signals.WaitSignal(s, 10000), 29u); // does not wait on a stopped service
+    unsigned n = 3;
+    EXPECT_EQ(signals.GetSignalsNumber(n), 29u);
+    EXPECT_EQ(n, 0u);
     ASSERT_EQ(signals.Start(), 0u);
     EXPECT_EQ(signals.GetSignal(s), 4u);
     uint64_t dropped = 9;
@@ -152,14 +148,6 @@ TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15
     EXPECT_EQ(signals.GetSignal(s), 15u);
     EXPECT_EQ(signals.WaitSignal(s, 10000), 15u);
     EXPECT_EQ(PostWord(5, 5), 29u);
-}
-
-TEST_F(SignalQueue, WaitTimesOutWhenNothingComes)
-{
-    StartWith(8);
-    CKVX_HdwSignalService::CSignal s;
-    EXPECT_EQ(signals.WaitSignal(s, 0), 4u);
-    EXPECT_EQ(signals.WaitSignal(s, 20), 4u);
 }
 
 TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPosts)

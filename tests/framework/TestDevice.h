@@ -182,16 +182,24 @@ public:
             seenLinks.push_back(link->Link.c_str());
         }
         seenScan = IsScanRequested();
-        if (const unsigned rc = CKVX_HdwDevice::Init(m_Instances))
+        const unsigned count = Serials.empty() ? m_Instances : unsigned(Serials.size());
+        if (const unsigned rc = CKVX_HdwDevice::Init(count))
             return rc;
-        for (unsigned i = 0; i < m_Instances; ++i) {
+        for (unsigned i = 0; i < count; ++i) {
             auto* inst = new TestInstance(&log, i);
-            inst->SerialNumber.Format("SN%u", i);
+            if (Serials.empty())
+                inst->SerialNumber.Format("SN%u", i);
+            else
+                inst->SerialNumber = Serials[i].c_str();
+            inst->Revision = "2.1";
+            inst->Link.Format("/dev/pts/%u", i);
             m_DeviceList += inst;
         }
-        for (unsigned i = 0; i < m_Instances; ++i)
-            for (const PortSpec& p : m_Ports)
-                AddPortDescriptor(i, new TestPort(this, i, p.channel, p.type, &log), 0, p.channel);
+        // A port's internal channel number is its place in the layout.
+        for (unsigned i = 0; i < count; ++i)
+            for (unsigned ch = 0; ch < m_Ports.size(); ++ch)
+                AddPortDescriptor(
+                    i, new TestPort(this, i, m_Ports[ch].channel, m_Ports[ch].type, &log), ch, m_Ports[ch].channel);
         return 0;
     }
     unsigned Run() override
@@ -251,6 +259,9 @@ public:
     unsigned FailStartInstance = ~0u;
     unsigned FailEndInstance = ~0u;
     std::function<void(unsigned)> OnStartHandler;
+    // The units' serial numbers in the order the next scan finds them
+    // (empty: SN0, SN1 ... for the instance count given).
+    std::vector<std::string> Serials;
     std::vector<std::string> seenLinks;
     bool seenScan = false;
 

@@ -107,38 +107,10 @@ TEST(PortIdentifierMatch, IgnoresAbsoluteNumberButNotChannelOrIdentity)
     EXPECT_FALSE(a.CheckMatch(CKVX_String("garbage")));
 }
 
-// A device whose units have given serial numbers, created in a given order.
-class OrderedDevice : public TestDevice {
-public:
-    OrderedDevice(std::vector<std::string> serials)
-        : TestDevice(20, unsigned(serials.size()), {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}),
-          m_Serials(std::move(serials))
-    {}
-    unsigned Init(unsigned n) override
-    {
-        DestroyPorts();
-        DestroyDeviceList();
-        if (const unsigned rc = CKVX_HdwDevice::Init(unsigned(m_Serials.size())))
-            return rc;
-        for (size_t i = 0; i < m_Serials.size(); ++i) {
-            auto* inst = new TestInstance(&log, unsigned(i));
-            inst->SerialNumber = m_Serials[i].c_str();
-            inst->Revision = "2.1";
-            inst->Link.Format("/dev/pts/%zu", i);
-            m_DeviceList += inst;
-        }
-        for (unsigned i = 0; i < m_Serials.size(); ++i)
-            for (unsigned ch = 0; ch < 2; ++ch)
-                AddPortDescriptor(i, new TestPort(this, i, ch ? "1" : "0", HDW_PORT_CAN, &log), ch, "CAN");
-        (void)n;
-        return 0;
-    }
-    std::vector<std::string> m_Serials;
-};
-
 TEST(PortIdentifierManager, AStoredKeyFindsTheSamePhysicalPortAfterReordering)
 {
-    OrderedDevice device({"A100", "B200"});
+    TestDevice device{20, 2, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
+    device.Serials = {"A100", "B200"};
     CKVX_HdwManager m;
     ASSERT_EQ(m.AttachDevice(&device), 0u);
     ASSERT_EQ(m.Enumerate(), 0u);
@@ -152,7 +124,7 @@ TEST(PortIdentifierManager, AStoredKeyFindsTheSamePhysicalPortAfterReordering)
     EXPECT_EQ(list[list.GetLength() - 1].Key, stored);
 
     // Next run: the units come in the other order.
-    device.m_Serials = {"B200", "A100"};
+    device.Serials = {"B200", "A100"};
     ASSERT_EQ(m.Enumerate(), 0u);
     unsigned abs = 99;
     CKVX_HdwPort* found = m.FindPort(stored, &abs);
@@ -161,7 +133,7 @@ TEST(PortIdentifierManager, AStoredKeyFindsTheSamePhysicalPortAfterReordering)
     EXPECT_EQ(found, device.Port(0, 1));
 
     // A unit that is gone is not found; a unit without serial number is known by its link.
-    device.m_Serials = {"", "A100"};
+    device.Serials = {"", "A100"};
     ASSERT_EQ(m.Enumerate(), 0u);
     EXPECT_EQ(m.FindPort(stored), nullptr);
     EXPECT_EQ(m.FindPort("not a key"), nullptr);

@@ -50,20 +50,28 @@ TEST_F(PortLifecycle, OpenOpensLinkThenChannelThenStartsServicesBeforeThePortCou
     EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
-TEST_F(PortLifecycle, OpenRefusesWithoutServiceOrWhenOpenOrWhenManagerStopped)
+TEST_F(PortLifecycle, WrongStatesAreRefusedAndChangeNothing)
 {
-    EXPECT_EQ(port->Open(nullptr), 15u);
+    EXPECT_EQ(port->Open(nullptr), 15u) << "no service";
     EXPECT_TRUE(device.log.Take().empty()) << "the device must not be touched";
-
-    Enable();
+    TestService* s = Enable();
     ASSERT_EQ(port->Open(nullptr), 0u);
     EXPECT_EQ(port->Open(nullptr), 18u);
+    CKVX_HdwService* extra = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &extra, nullptr), 10u);
+    EXPECT_EQ(extra, nullptr);
+    CKVX_HdwService::CParameters params;
+    EXPECT_EQ(s->SetParameters(&params), 10u);
+    EXPECT_EQ(port->DisableService(s), 1u);
+    EXPECT_EQ(port->DisableAllServices(), 0u);
+    EXPECT_EQ(port->GetServiceCount(), 1u) << "DisableAllServices leaves an open port alone";
 
-    TestPort* other = device.Port(0, 1);
-    manager.Stop();
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
-    EXPECT_EQ(other->Open(nullptr), 10u);
+    ASSERT_EQ(port->Close(), 0u);
+    EXPECT_EQ(port->Close(), 0u) << "closing a closed port is a no-op";
+    EXPECT_EQ(s->SetParameters(&params), 0u);
+    EXPECT_EQ(port->DisableService(s), 0u);
+    EXPECT_EQ(port->GetServiceCount(), 0u);
+    EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
 }
 
 TEST_F(PortLifecycle, FailingServiceStartDeletesAllServicesAndLeavesTheLinkOpen)
@@ -108,9 +116,6 @@ TEST_F(PortLifecycle, CloseClosesChannelDetachesStopsServicesThenClosesDevice)
     // A later Open starts them again.
     EXPECT_EQ(port->Open(nullptr), 0u);
     EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-    // Close of a closed port is a no-op.
-    EXPECT_EQ(port->Close(), 0u);
-    EXPECT_EQ(port->Close(), 0u);
 }
 
 TEST_F(PortLifecycle, DeviceLinkStaysOpenWhileAnotherPortOfTheUnitIsOpen)
@@ -129,16 +134,20 @@ TEST_F(PortLifecycle, DeviceLinkStaysOpenWhileAnotherPortOfTheUnitIsOpen)
     EXPECT_TRUE(device.CanClose(0));
 }
 
-TEST_F(PortLifecycle, CloseAndDisableWithManagerStoppedAreRefused)
+TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
 {
+    TestPort* other = device.Port(0, 1);
     CKVX_HdwService* idle = nullptr;
-    ASSERT_EQ(device.Port(0, 1)->EnableService(HDW_SERVICE_SIGNAL, &idle, nullptr), 0u);
+    ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &idle, nullptr), 0u);
     Enable();
     ASSERT_EQ(port->Open(nullptr), 0u);
     device.SkipBaseStop = true; // the base Stop would close the port and disable the services itself
     manager.Stop();
-    EXPECT_EQ(device.Port(0, 1)->DisableService(idle), 10u);
-    EXPECT_EQ(device.Port(0, 1)->GetServiceCount(), 1u);
+    CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
+    EXPECT_EQ(other->Open(nullptr), 10u);
+    EXPECT_EQ(other->DisableService(idle), 10u);
+    EXPECT_EQ(other->GetServiceCount(), 1u);
     device.log.Take();
     EXPECT_EQ(port->Close(), 10u);
     EXPECT_TRUE(port->IsOpen());
@@ -149,26 +158,6 @@ TEST_F(PortLifecycle, CloseAndDisableWithManagerStoppedAreRefused)
     ASSERT_EQ(manager.Run(), 0u);
     EXPECT_EQ(port->Close(), 0u);
     EXPECT_FALSE(port->IsOpen());
-}
-
-TEST_F(PortLifecycle, ServiceChangesOnAnOpenPortAreRefused)
-{
-    TestService* s = Enable();
-    ASSERT_EQ(port->Open(nullptr), 0u);
-    CKVX_HdwService* extra = nullptr;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &extra, nullptr), 10u);
-    EXPECT_EQ(extra, nullptr);
-    CKVX_HdwService::CParameters params;
-    EXPECT_EQ(s->SetParameters(&params), 10u);
-    EXPECT_EQ(port->DisableService(s), 1u);
-    EXPECT_EQ(port->DisableAllServices(), 0u);
-    EXPECT_EQ(port->GetServiceCount(), 1u) << "DisableAllServices leaves an open port alone";
-
-    ASSERT_EQ(port->Close(), 0u);
-    EXPECT_EQ(s->SetParameters(&params), 0u);
-    EXPECT_EQ(port->DisableService(s), 0u);
-    EXPECT_EQ(port->GetServiceCount(), 0u);
-    EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
 }
 
 TEST_F(PortLifecycle, ManagerStopDisablesServicesOfClosedPortsAndClosesOpenOnes)

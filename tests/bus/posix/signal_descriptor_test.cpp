@@ -1,61 +1,206 @@
-// The signal service's descriptor in a poll loop (Linux).
+// The signal service's descriptor in a poll loop, alone and with several
+// services behind one group descriptor (Linux).
+#include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <poll.h>
 #include <thread>
 
 namespace {
 
-bool Readable(int fd, int timeoutMs)
+bool Readable(int fd, int timeoutMs = 0)
 {
     pollfd p{fd, POLLIN, 0};
     return poll(&p, 1, timeoutMs) == 1 && (p.revents & POLLIN);
 }
 
-} // namespace
-
-TEST(SignalDescriptor, ReadableExactlyWhileSomethingWaits)
+void PostWord(CKVX_HdwSignalService& s, unsigned data)
 {
-    CKVX_HdwSignalService signals(nullptr);
-    const int fd = signals.GetFileDescriptor();
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(signals.GetWaitHandle(), nullptr);
-    ASSERT_EQ(signals.Start(), 0u);
-    EXPECT_FALSE(Readable(fd, 0));
-
     CKVX_HdwArinc429Message m;
-    signals.PostArinc429(HDW_SIGNAL_ARINC429_SENT, m, 1);
-    signals.PostArinc429(HDW_SIGNAL_ARINC429_SENT, m, 2);
-    EXPECT_TRUE(Readable(fd, 0));
-    CKVX_HdwSignalService::CSignal s;
-    ASSERT_EQ(signals.GetSignal(s), 0u);
-    EXPECT_TRUE(Readable(fd, 0)); // one still waits
-    ASSERT_EQ(signals.GetSignal(s), 0u);
-    EXPECT_FALSE(Readable(fd, 0));
-
-    signals.PostArinc429(HDW_SIGNAL_ARINC429_SENT, m, 3);
-    EXPECT_TRUE(Readable(fd, 0));
-    signals.Stop();
-    EXPECT_FALSE(Readable(fd, 0));
-    ASSERT_EQ(signals.Start(), 0u);
-    signals.Abort(); // a failure makes it readable
-    EXPECT_TRUE(Readable(fd, 0));
+    m.Data = data;
+    ASSERT_EQ(s.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, m, data), 0u);
 }
 
-TEST(SignalDescriptor, PollWakesWhenAnotherThreadPosts)
+unsigned Drain(CKVX_HdwSignalService& s)
 {
-    CKVX_HdwSignalService signals(nullptr);
-    ASSERT_EQ(signals.Start(), 0u);
-    std::thread poster([&] {
-        CKVX_HdwCanMessage frame;
-        frame.Identifier = 5;
-        signals.PostCan(HDW_SIGNAL_CAN_RECEIVED, frame, 9);
-    });
-    EXPECT_TRUE(Readable(signals.GetFileDescriptor(), 10000));
+    CKVX_HdwSignalService::CSignal buffer[8];
+    unsigned n = 0;
+    EXPECT_EQ(s.ReadSignals(buffer, 8, n), 0u);
+    return n;
+}
+
+class SignalDescriptor : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_GE(group.GetFileDescriptor(), 0);
+        ASSERT_EQ(a.Start(), 0u);
+        ASSERT_EQ(b.Start(), 0u);
+    }
+    CKVX_HdwSignalService a{nullptr};
+    CKVX_HdwSignalService b{nullptr};
+    CKVX_HdwSignalGroup group;
+};
+
+} // namespace
+
+TEST_F(SignalDescriptor, AServicesOwnDescriptorIsReadableExactlyWhileSomethingWaitsOrItFailed)
+{
+    const int fd = a.GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(a.GetWaitHandle(), nullptr);
+    EXPECT_FALSE(Readable(fd));
+    PostWord(a, 1);
+    PostWord(a, 2);
+    EXPECT_TRUE(Readable(fd));
+    CKVX_HdwSignalService::CSignal s;
+    ASSERT_EQ(a.GetSignal(s), 0u);
+    EXPECT_TRUE(Readable(fd)); // one still waits
+    ASSERT_EQ(a.GetSignal(s), 0u);
+    EXPECT_FALSE(Readable(fd));
+
+    PostWord(a, 3);
+    a.Stop();
+    EXPECT_FALSE(Readable(fd));
+    ASSERT_EQ(a.Start(), 0u);
+    a.Abort(); // a failure makes it readable
+    EXPECT_TRUE(Readable(fd));
+}
+
+TEST_F(SignalDescriptor, PollOnTheOwnDescriptorWakesWhenAnotherThreadPosts)
+{
+    std::thread poster([&] { PostWord(a, 5); });
+    EXPECT_TRUE(Readable(a.GetFileDescriptor(), 10000));
     poster.join();
     CKVX_HdwSignalService::CSignal s;
-    ASSERT_EQ(signals.GetSignal(s), 0u);
-    EXPECT_EQ(s.Can.Identifier, 5u);
+    ASSERT_EQ(a.GetSignal(s), 0u);
+    EXPECT_EQ(s.Arinc429.Data, 5u);
+}
+
+TEST_F(SignalDescriptor, ReadableWhileAnyMemberHoldsSignalsAndMembersOwnDescriptorsStayQuiet)
+{
+    ASSERT_EQ(a.JoinGroup(&group), 0u);
+    ASSERT_EQ(b.JoinGroup(&group), 0u);
+    EXPECT_EQ(group.GetMemberCount(), 2u);
+    EXPECT_EQ(a.GetGroup(), &group);
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+
+    PostWord(a, 1);
+    PostWord(b, 2);
+    PostWord(b, 3);
+    EXPECT_TRUE(Readable(group.GetFileDescriptor()));
+    EXPECT_EQ(group.GetReadyMembers(), 2u);
+    EXPECT_FALSE(Readable(a.GetFileDescriptor()));
+    EXPECT_FALSE(Readable(b.GetFileDescriptor()));
+
+    EXPECT_EQ(Drain(a), 1u);
+    EXPECT_TRUE(Readable(group.GetFileDescriptor())); // b still holds two
+    EXPECT_EQ(Drain(b), 2u);
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+    EXPECT_EQ(group.GetReadyMembers(), 0u);
+
+    // Again after it emptied: the counter must not have drifted.
+    PostWord(b, 4);
+    EXPECT_TRUE(Readable(group.GetFileDescriptor()));
+    EXPECT_EQ(Drain(b), 1u);
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+}
+
+TEST_F(SignalDescriptor, JoiningAndLeavingCarryAWaitingSignalAlong)
+{
+    PostWord(a, 1);
+    ASSERT_TRUE(Readable(a.GetFileDescriptor()));
+    ASSERT_EQ(a.JoinGroup(&group), 0u);
+    EXPECT_FALSE(Readable(a.GetFileDescriptor()));
+    EXPECT_TRUE(Readable(group.GetFileDescriptor()));
+    EXPECT_EQ(a.JoinGroup(&group), 0u); // joining twice changes nothing
+    EXPECT_EQ(group.GetMemberCount(), 1u);
+    EXPECT_EQ(group.GetReadyMembers(), 1u);
+
+    ASSERT_EQ(a.LeaveGroup(), 0u);
+    EXPECT_EQ(a.GetGroup(), nullptr);
+    EXPECT_TRUE(Readable(a.GetFileDescriptor()));
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+    EXPECT_EQ(a.LeaveGroup(), 0u); // not in a group: harmless
+    EXPECT_EQ(a.JoinGroup(nullptr), 2u);
+
+    // Moving straight to another group.
+    CKVX_HdwSignalGroup other;
+    ASSERT_EQ(a.JoinGroup(&group), 0u);
+    ASSERT_EQ(a.JoinGroup(&other), 0u);
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+    EXPECT_TRUE(Readable(other.GetFileDescriptor()));
+    EXPECT_EQ(group.GetMemberCount(), 0u);
+    EXPECT_EQ(Drain(a), 1u);
+    EXPECT_FALSE(Readable(other.GetFileDescriptor()));
+}
+
+TEST_F(SignalDescriptor, FailedOrStoppedMembers)
+{
+    ASSERT_EQ(a.JoinGroup(&group), 0u);
+    ASSERT_EQ(b.JoinGroup(&group), 0u);
+    a.Abort(); // a failed service is ready until it is stopped
+    EXPECT_TRUE(Readable(group.GetFileDescriptor()));
+    PostWord(b, 1);
+    a.Stop();
+    EXPECT_TRUE(Readable(group.GetFileDescriptor())); // b's signal remains
+    b.Stop();
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+}
+
+TEST_F(SignalDescriptor, EitherSideMayBeDestroyedFirst)
+{
+    auto c = std::make_unique<CKVX_HdwSignalService>(nullptr);
+    ASSERT_EQ(c->Start(), 0u);
+    ASSERT_EQ(c->JoinGroup(&group), 0u);
+    PostWord(*c, 1);
+    ASSERT_TRUE(Readable(group.GetFileDescriptor()));
+    c.reset(); // a ready member leaves with its readiness
+    EXPECT_EQ(group.GetMemberCount(), 0u);
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+
+    auto g = std::make_unique<CKVX_HdwSignalGroup>();
+    ASSERT_EQ(a.JoinGroup(g.get()), 0u);
+    PostWord(a, 2);
+    g.reset(); // the members fall back to their own descriptors
+    EXPECT_EQ(a.GetGroup(), nullptr);
+    EXPECT_TRUE(Readable(a.GetFileDescriptor()));
+    EXPECT_EQ(Drain(a), 1u);
+}
+
+TEST_F(SignalDescriptor, ConcurrentPostersAndOneReaderLoseNothingAndEndQuiet)
+{
+    ASSERT_EQ(a.JoinGroup(&group), 0u);
+    ASSERT_EQ(b.JoinGroup(&group), 0u);
+    CKVX_HdwSignalService::CParameters p;
+    p.BufferSize = 100000;
+    a.Stop();
+    b.Stop();
+    a.SetParameters(&p);
+    b.SetParameters(&p);
+    ASSERT_EQ(a.Start(), 0u);
+    ASSERT_EQ(b.Start(), 0u);
+    constexpr unsigned kEach = 20000;
+    std::thread pa([&] {
+        for (unsigned i = 0; i < kEach; ++i)
+            PostWord(a, i);
+    });
+    std::thread pb([&] {
+        for (unsigned i = 0; i < kEach; ++i)
+            PostWord(b, i);
+    });
+    unsigned got = 0;
+    // A lost readiness stalls this loop until the deadline; a stale one
+    // shows after the last read.
+    while (got < 2 * kEach && Readable(group.GetFileDescriptor(), 30000))
+        got += Drain(a) + Drain(b);
+    pa.join();
+    pb.join();
+    got += Drain(a) + Drain(b);
+    EXPECT_EQ(got, 2 * kEach);
+    EXPECT_FALSE(Readable(group.GetFileDescriptor()));
+    EXPECT_EQ(group.GetReadyMembers(), 0u);
 }
