@@ -33,7 +33,7 @@ protected:
     TestPort* port = nullptr;
 };
 
-TEST_F(PortLifecycle, OpenOpensLinkThenChannelThenStartsServicesBeforeThePortCountsAsOpen)
+TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrder)
 {
     Enable();
     Enable();
@@ -42,12 +42,25 @@ TEST_F(PortLifecycle, OpenOpensLinkThenChannelThenStartsServicesBeforeThePortCou
     ASSERT_EQ(port->Open(&params), 0u);
     EXPECT_TRUE(port->IsOpen());
     EXPECT_EQ(port->GetPortNum(), 17u);
-    const std::vector<std::string> expected = {
+    // Link, channel, then the services, before the port counts as open.
+    const std::vector<std::string> opened = {
         "dev.Open(0)", "inst0.OpenPort:0", "port00.svc0.Start(port closed)", "port00.svc1.Start(port closed)"};
-    EXPECT_EQ(device.log.Take(), expected);
+    EXPECT_EQ(device.log.Take(), opened);
     // Attached to the tick only after it counts as open.
     EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 1u);
     EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+
+    EXPECT_EQ(port->Close(), 0u);
+    EXPECT_FALSE(port->IsOpen());
+    const std::vector<std::string> closed = {
+        "inst0.ClosePort:0", "port00.svc0.Stop", "port00.svc1.Stop", "dev.Close(0)"};
+    EXPECT_EQ(device.log.Take(), closed);
+    EXPECT_EQ(port->GetServiceCount(), 2u) << "services stay enabled";
+    EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
+    EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 0u);
+    // A later Open starts them again.
+    EXPECT_EQ(port->Open(nullptr), 0u);
+    EXPECT_EQ(port->Service(1)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
 TEST_F(PortLifecycle, WrongStatesAreRefusedAndChangeNothing)
@@ -100,22 +113,6 @@ TEST_F(PortLifecycle, FailingLinkOrChannelOpenIsReported)
     EXPECT_EQ(port->Open(nullptr), 2u) << "OnOpening's own code comes back";
     EXPECT_FALSE(port->IsOpen());
     EXPECT_EQ(port->GetServiceCount(), 1u) << "a channel refusal keeps the services";
-}
-
-TEST_F(PortLifecycle, CloseClosesChannelDetachesStopsServicesThenClosesDevice)
-{
-    Enable();
-    ASSERT_EQ(port->Open(nullptr), 0u);
-    device.log.Take();
-    EXPECT_EQ(port->Close(), 0u);
-    EXPECT_FALSE(port->IsOpen());
-    const std::vector<std::string> expected = {"inst0.ClosePort:0", "port00.svc0.Stop", "dev.Close(0)"};
-    EXPECT_EQ(device.log.Take(), expected);
-    EXPECT_EQ(port->GetServiceCount(), 1u) << "services stay enabled";
-    EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
-    // A later Open starts them again.
-    EXPECT_EQ(port->Open(nullptr), 0u);
-    EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
 TEST_F(PortLifecycle, DeviceLinkStaysOpenWhileAnotherPortOfTheUnitIsOpen)
