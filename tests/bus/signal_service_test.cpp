@@ -199,15 +199,12 @@ TEST(SignalPort, ReceivedWordsAreSignalledOnTheirPort)
     EXPECT_EQ(CKVX_HdwSignalService::FindOn(rx), signals);
     EXPECT_EQ(CKVX_HdwSignalService::FindOn(rig.Tx()), nullptr);
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(signals->GetStatus(), 1u);
-    CTestEvent e(EventArinc429Rx, "RX0", 3210);
-    e.Word.SetFromUint32(0x80001234);
-    rig.Device->Deliver(HDW_PORT_ARINC429_RX, e);
+    CKVX_HdwArinc429Message w;
+    w.SetFromUint32(0x80001234);
+    rig.ReceiveWord(w, 3210);
     CKVX_HdwSignalService::CSignal s;
     ASSERT_EQ(signals->WaitSignal(s, 10000), 0u);
     EXPECT_EQ(s.Port, rx);
     EXPECT_EQ(s.Arinc429.GetToUint32(), 0x80001234u);
     EXPECT_EQ(s.TimeStamp, 3210u);
-    rx->Close();
-    EXPECT_EQ(signals->GetStatus(), 0u);
 }
