@@ -22,7 +22,7 @@ bool OtherThreadCanTake(CKVX_Mutex& m)
 }
 } // namespace
 
-TEST(Mutex, TheOwnerMayLockAgainAndHoldsItUntilTheLastUnlock)
+TEST(Mutex, TheOwnerOrItsLockerMayLockAgainAndHoldsItUntilTheLastUnlock)
 {
     CKVX_Mutex m;
     ASSERT_TRUE(m.IsValid());
@@ -36,11 +36,7 @@ TEST(Mutex, TheOwnerMayLockAgainAndHoldsItUntilTheLastUnlock)
     EXPECT_FALSE(OtherThreadCanTake(m)) << "still held once";
     EXPECT_EQ(m.Unlock(), 0u);
     EXPECT_TRUE(OtherThreadCanTake(m));
-}
-
-TEST(Mutex, LockerReleasesAtScopeEnd)
-{
-    CKVX_Mutex m;
+    // The locker holds it for its scope, nested too.
     {
         CKVX_MutexLocker lock(m);
         CKVX_MutexLocker again(m);

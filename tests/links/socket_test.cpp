@@ -16,33 +16,9 @@ constexpr unsigned kWaitMs = 10000; // generous: the machine may be loaded
 
 } // namespace
 
-TEST(UdpSocket, DatagramsBothWaysOnLoopback)
-{
-    CKVX_HdwUdpSocket a, b;
-    ASSERT_EQ(a.Open(0, kLoopback), 0u);
-    ASSERT_EQ(b.Open(0, kLoopback), 0u);
-    ASSERT_NE(a.GetLocalPort(), 0);
-    ASSERT_NE(a.GetLocalPort(), b.GetLocalPort());
-
-    const std::string msg = "hello unit";
-    ASSERT_EQ(a.SendTo(msg.data(), unsigned(msg.size()), kLoopback, b.GetLocalPort()), 0u);
-    char buf[64] = {};
-    unsigned got = 0;
-    CKVX_IpAddress from;
-    unsigned short fromPort = 0;
-    ASSERT_EQ(b.ReceiveFrom(buf, sizeof buf, got, from, fromPort, kWaitMs), 0u);
-    EXPECT_EQ(std::string(buf, got), msg);
-    EXPECT_EQ(from, kLoopback);
-    EXPECT_EQ(fromPort, a.GetLocalPort());
-
-    // Answer to where it came from; datagram boundaries are kept.
-    ASSERT_EQ(b.SendTo("x", 1, from, fromPort), 0u);
-    ASSERT_EQ(b.SendTo("yz", 2, from, fromPort), 0u);
-    ASSERT_EQ(a.ReceiveFrom(buf, sizeof buf, got, from, fromPort, kWaitMs), 0u);
-    EXPECT_EQ(std::string(buf, got), "x");
-    ASSERT_EQ(a.ReceiveFrom(buf, sizeof buf, got, from, fromPort, kWaitMs), 0u);
-    EXPECT_EQ(std::string(buf, got), "yz");
-}
+// Datagrams both ways, answered to the sender's address and port with their
+// boundaries kept, carry every HOE test: HoeTestPeer (one packet a datagram,
+// answered to where the request came from) and udp_emulator_test.cpp.
 
 TEST(UdpSocket, TimeOutWrongStateAndPortHeldElsewhereCodes)
 {

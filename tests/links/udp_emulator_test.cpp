@@ -46,7 +46,7 @@ protected:
     CKVX_HdwManager manager;
 };
 
-TEST_F(UdpEmulatorTest, EnumerationMakesOneUartPortPerLink)
+TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
 {
     CKVX_HdwManager::CInitPortDesc links[] = {{101, UnitLink()}, {101, "udp:127.0.0.1:99999"}, {101, "COM3"}};
     ASSERT_EQ(manager.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
@@ -56,12 +56,6 @@ TEST_F(UdpEmulatorTest, EnumerationMakesOneUartPortPerLink)
     ASSERT_EQ(device.GetInstanceCount(), 1u);
     ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(manager.GetPort(HDW_PORT_UART, 0)), nullptr);
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
-}
-
-TEST_F(UdpEmulatorTest, BytesBothWaysThroughTheTick)
-{
-    CKVX_HdwManager::CInitPortDesc link(101, UnitLink());
-    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
     unsigned n = 0;
     EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 19u); // not open yet
     const unsigned char hello[] = {'h', 'i', '!'};

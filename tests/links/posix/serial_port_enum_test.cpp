@@ -113,7 +113,7 @@ TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
     EXPECT_EQ(ports[0].VendorId, "");
 }
 
-TEST_F(FakeSysfs, VirtualTerminalsAndMissingNodesAreLeftOut)
+TEST_F(FakeSysfs, VirtualTerminalsMissingNodesAndAMissingTreeGiveNothing)
 {
     // A virtual console has no device link.
     fs::create_directories(sys / "class" / "tty" / "tty1");
@@ -121,10 +121,7 @@ TEST_F(FakeSysfs, VirtualTerminalsAndMissingNodesAreLeftOut)
     // A bridge whose /dev node does not exist (unplugged in between).
     AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000");
     EXPECT_TRUE(Enumerate().empty());
-}
-
-TEST_F(FakeSysfs, MissingTreeGivesNothing)
-{
+    // No tree at all: nothing either.
     fs::remove_all(sys);
     EXPECT_TRUE(Enumerate().empty());
 }

@@ -143,9 +143,7 @@ struct Event {
 class UnitStream {
 public:
     std::vector<Event> Events;
-    unsigned GoodFrames = 0;
     unsigned BadFrames = 0;
-    size_t Skipped = 0; // bytes before a start byte
 
     void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
     void Feed(const uint8_t* data, size_t size)
@@ -155,7 +153,6 @@ public:
             size_t start = 0;
             while (start < m_Buf.size() && m_Buf[start] != 0xA5)
                 ++start;
-            Skipped += start;
             m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(start));
             if (m_Buf.size() < 5)
                 return;
@@ -173,9 +170,10 @@ public:
                 return; // incomplete: wait for more bytes
             const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
             const bool good = count > 0 && crc == BitwiseCrc16(m_Buf.data(), pos);
-            ++(good ? GoodFrames : BadFrames);
             if (good)
                 Events.insert(Events.end(), events.begin(), events.end());
+            else
+                ++BadFrames;
             m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
         }
     }

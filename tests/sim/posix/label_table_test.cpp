@@ -114,18 +114,8 @@ TEST(LabelTableData, EachLabelLeavesAtItsOwnTimesOnceItHasData)
         std::is_sorted(tx.begin(), tx.end(), [](const Event& a, const Event& b) { return a.Time() < b.Time(); }));
 }
 
-TEST(LabelTableData, NewDataIsSentFromTheNextCycle)
-{
-    EngineHost h;
-    h.Send(Frame({AtxConfig(1, 0, true, 299), LabelCtrl(2, 0, 0x10, 20), AtxPush(3, 0, 0x0410)}));
-    h.At(30 * Ms);
-    h.Send(Frame({AtxPush(4, 0, 0x0C10)}));
-    h.At(40 * Ms);
-    const auto a = TxOf(h, 0x10);
-    ASSERT_EQ(a.size(), 3u); // 0, 20, 40
-    EXPECT_EQ(a[1].Word(), 0x0410u);
-    EXPECT_EQ(a[2].Word(), 0x0C10u);
-}
+// New data for a cyclic label is carried by every later word: units/posix/
+// lblo_end_to_end_test.cpp (HaldenLabelsComeRoundAtTheirPeriods...) over both links.
 
 TEST(LabelTableData, ResetEmptiesTheTableAndLaterWordsGoToTheFifo)
 {

@@ -101,8 +101,6 @@ public:
                 Packet pk;
                 if (!Parse(d, pk))
                     return false;
-                if (pk.Code == EventData)
-                    EventPacketNumbers.push_back(pk.Number);
                 if (pk.Code == code)
                     out = pk;
                 return pk.Code == code;
@@ -110,7 +108,6 @@ public:
             timeoutMs);
     }
     uint32_t ClientId() const { return m_ClientId; }
-    std::vector<uint32_t> EventPacketNumbers;
 
 private:
     int m_Fd = -1;
@@ -178,41 +175,9 @@ TEST_F(UdpFixture, DetectAnswersWithKindModelAndSerialNumber)
     EXPECT_EQ(r.Payload[67], 0); // NUL-padded fields
 }
 
-TEST_F(UdpFixture, SessionCarriesCommandsAndNumberedEventData)
-{
-    StartSim();
-    Host h(Sim->UdpPort(), 0x2222);
-    const uint32_t session = ConnectHost(h, 5);
-    ASSERT_NE(session, 0u);
-    h.Send(SendCmd, 5, session,
-        Frame({Session(1, true), AtxConfig(2, 3, true, 299), ArxConfig(3, 3, true, true, AllLabels())}));
-    Packet r;
-    ASSERT_TRUE(h.Receive(EventData, r));
-    EXPECT_EQ(r.Second, session);
-    EXPECT_EQ(r.First, 5u);
-    UnitStream u;
-    u.Feed(r.Payload);
-    ASSERT_EQ(u.OfType(0).size(), 3u);
-    EXPECT_EQ(u.OfType(0)[2].EchoNumber(), 3u);
-
-    h.Send(SendCmd, 5, session, Frame({AtxPush(4, 3, 0xABCD)}));
-    ASSERT_TRUE(WaitUntil([&] {
-        Packet more;
-        if (h.Receive(EventData, more, 100))
-            u.Feed(more.Payload);
-        return !u.OfType(2).empty();
-    }));
-    EXPECT_EQ(u.OfType(2)[0].Word(), 0xABCDu);
-    EXPECT_EQ(u.OfType(2)[0].Sub, 3u);
-    // Event data packets are numbered from 0 without gaps.
-    for (size_t i = 0; i < h.EventPacketNumbers.size(); ++i)
-        EXPECT_EQ(h.EventPacketNumbers[i], i);
-
-    h.Send(Disconnect, 5, session);
-    ASSERT_TRUE(h.Receive(DisconnectReply, r));
-    EXPECT_EQ(r.Second, session);
-    EXPECT_FALSE(Sim->HasUdpSession());
-}
+// Commands and their echoes over a session are run end to end by the units
+// area (HaldenRig and UnitRig over UDP); the packet numbering is checked below
+// where a dropped packet leaves its gap.
 
 TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLeaves)
 {
@@ -236,6 +201,7 @@ TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLea
 
     a.Send(Disconnect, 1, sa);
     ASSERT_TRUE(a.Receive(DisconnectReply, r));
+    EXPECT_EQ(r.Second, sa);
     const uint32_t sb = ConnectHost(b, 2);
     EXPECT_NE(sb, 0u);
     EXPECT_NE(sb, sa);

@@ -1,0 +1,49 @@
+// The emulator's unit clock. Serving on a pseudo-terminal is run end to end
+// by the units area (HaldenRig on a pty: words, CAN frames, a hung-up and a
+// reopened unit) and by the tool tests (each hdwtool run opens hdwsim's pty
+// anew), so it is not driven byte by byte here again.
+
+#include <hdwsim/Emulator.h>
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+namespace {
+
+uint32_t MonotonicUs()
+{
+    timespec t{};
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return uint32_t(uint64_t(t.tv_sec) * 1000000u + uint64_t(t.tv_nsec) / 1000u);
+}
+
+// A load test in another process compares the events' time stamps with its
+// own CLOCK_MONOTONIC: with the option the unit clock is that clock.
+TEST(EmulatorClock, MonotonicOptionMakesTheUnitClockTheSystemMonotonicClock)
+{
+    hdwsim::Emulator::Options o;
+    o.MonotonicClock = true;
+    o.ClockStartUs = 12345; // overridden by the option
+    hdwsim::Emulator sim(hdwsim::HaldenModel(), o);
+    ASSERT_TRUE(sim.Start());
+    for (int i = 0; i < 100; ++i) {
+        const uint32_t before = MonotonicUs();
+        const uint32_t unit = sim.ClockUs();
+        const uint32_t after = MonotonicUs();
+        // Wrap-safe: unit lies in [before - 1, after + 1] (whole microseconds on both sides).
+        ASSERT_LE(uint32_t(unit - before + 1), uint32_t(after - before + 2)) << "try " << i;
+    }
+}
+
+TEST(EmulatorClock, WithoutTheOptionTheUnitClockStartsAtClockStartUs)
+{
+    hdwsim::Emulator::Options o;
+    o.ClockStartUs = 0x7FFF0000u;
+    hdwsim::Emulator sim(hdwsim::HaldenModel(), o);
+    ASSERT_TRUE(sim.Start());
+    const uint32_t elapsed = sim.ClockUs() - o.ClockStartUs;
+    EXPECT_LT(elapsed, 10'000'000u); // the emulator was made less than 10 s ago
+}
+
+} // namespace
