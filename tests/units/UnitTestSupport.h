@@ -9,7 +9,10 @@
 
 #include "support/BitwiseCrc.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -65,22 +68,23 @@ public:
     using Base::FeedBytes;
 };
 
-// What a recording port was offered.
+// What a recording port was offered: the event's code, channel and time
+// stamp, and a copy of the event as its own class.
 struct SeenEvent {
     unsigned Code = 0;
     std::string Channel;
     uint64_t TimeStamp = 0;
-    // Decoded contents, by event type.
-    CKVX_HdwArinc429Message Word;
-    uint16_t AuxValue = 0;
-    CKVX_HdwCanMessage Frame;
-    uint8_t StatusKind = 0;
-    uint32_t StatusWord = 0;
-    uint8_t UartStatus = 0;
-    std::vector<uint8_t> UartData;
-    uint32_t ChunkCounter = 0;
-    uint16_t Count = 0;
-    unsigned FailureCode = 0;
+    std::shared_ptr<const Base::CEvent> Copy;
+
+    // The copy as event class E; a failure when it is of another class.
+    template <class E>
+    const E& As() const
+    {
+        static const E none;
+        const E* e = dynamic_cast<const E*>(Copy.get());
+        EXPECT_NE(e, nullptr) << "event " << Code << " is of another class";
+        return e ? *e : none;
+    }
 };
 
 class RecordingPort : public CKVX_HdwPort {
@@ -97,51 +101,23 @@ public:
         s.Code = event->GetEventCode();
         s.Channel = event->GetChannelId().c_str();
         s.TimeStamp = static_cast<Base::CEvent*>(event)->TimeStamp;
-        switch (s.Code) {
-        case Base::EventCriticalFailure:
-            s.FailureCode = static_cast<Base::CCriticalFailureEvent*>(event)->FailureCode;
-            break;
-        case Base::EventA429Rx: {
-            auto* e = static_cast<Base::CArinc429RxEvent*>(event);
-            s.Word = e->Message;
-            s.AuxValue = e->AuxValue;
-            break;
-        }
-        case Base::EventA429Tx:
-            s.Word = static_cast<Base::CArinc429TxEvent*>(event)->Message;
-            break;
-        case Base::EventStatus: {
-            auto* e = static_cast<Base::CStatusEvent*>(event);
-            s.StatusKind = e->Kind;
-            s.StatusWord = e->StatusWord;
-            break;
-        }
-        case Base::EventCanRx:
-            s.Frame = static_cast<Base::CCanRxEvent*>(event)->Message;
-            break;
-        case Base::EventCanTx:
-            s.Frame = static_cast<Base::CCanTxEvent*>(event)->Message;
-            break;
-        case Base::EventUartRx: {
-            auto* e = static_cast<Base::CUartRxEvent*>(event);
-            s.UartStatus = e->Status;
-            s.UartData = e->Data;
-            break;
-        }
-        case Base::EventUartTx: {
-            auto* e = static_cast<Base::CUartTxEvent*>(event);
-            s.ChunkCounter = e->ChunkCounter;
-            s.Count = e->Count;
-            break;
-        }
-        default: break;
-        }
+        CopyAs<Base::CCriticalFailureEvent, Base::CArinc429RxEvent, Base::CArinc429TxEvent, Base::CStatusEvent,
+            Base::CCanRxEvent, Base::CCanTxEvent, Base::CMilStd1553Event, Base::CUartRxEvent, Base::CUartTxEvent>(
+            event, s.Copy);
         seen.push_back(s);
         return Result;
     }
 
     std::vector<SeenEvent> seen;
     unsigned Result = 0;
+
+private:
+    // Copies `event` as the first of the classes E that it is.
+    template <class... E>
+    static void CopyAs(CKVX_HdwEvent* event, std::shared_ptr<const Base::CEvent>& copy)
+    {
+        (void)((dynamic_cast<E*>(event) && (copy = std::make_shared<E>(*dynamic_cast<E*>(event)))) || ...);
+    }
 };
 
 using testsupport::BitwiseCrc16;

@@ -23,7 +23,7 @@ struct UnitCase {
     const char* Sim; // emulator row name
     uint64_t Code; // device code = kind number
     std::function<CKVX_HdwDevice*()> Make;
-    unsigned Atx, Arx, Can;
+    unsigned Atx, Arx, Can, Uart, Mil;
     bool Ethernet;
     unsigned EthernetLimit; // payload limit of one frame over Ethernet
     uint8_t AtxConfigBase, ArxConfigBase, CanConfigBase, CanPushBase;
@@ -39,13 +39,20 @@ inline std::ostream& operator<<(std::ostream& os, const UnitCase& u)
 inline std::vector<UnitCase> AllUnits()
 {
     return {
-        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, true, 4000, 64, 72, 0, 0, false, "Arvane"},
-        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, false, 0, 20, 24, 48, 50, false,
-            "Halden Small"},
-        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, true, 1345, 80, 96, 0, 0, true, "Pellor"},
-        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, false, 0, 20, 24, 0, 0, false, "Mirrow"},
-        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, false, 0, 0, 0, 48, 56, false, "Bexley"},
-        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, false, 0, 0, 0, 48, 50, false, "Quillan"},
+        {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, 2, 2, true, 1345, 20, 24, 48, 50, false,
+            "Halden"},
+        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, 0, 0, true, 4000, 64, 72, 0, 0, false,
+            "Arvane"},
+        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, 0, 0, false, 0, 20, 24, 48, 50,
+            false, "Halden Small"},
+        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, 0, 0, true, 1345, 80, 96, 0, 0, true,
+            "Pellor"},
+        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, 0, 0, false, 0, 20, 24, 0, 0, false,
+            "Mirrow"},
+        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, 0, 0, false, 0, 0, 0, 48, 56, false,
+            "Bexley"},
+        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, 0, 0, false, 0, 0, 0, 48, 50, false,
+            "Quillan"},
     };
 }
 
@@ -110,6 +117,16 @@ inline std::vector<CKVX_HdwArinc429Message> Arinc429RoundTrip(UnitRig& rig, unsi
     return ReadAll<CKVX_HdwArinc429Message>(pair.In, count);
 }
 
+// The i-th frame sent from CAN channel `from`: every length, standard and
+// extended identifiers up to the highest, some remote frames.
+inline CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
+{
+    const bool extended = i % 2 == 1;
+    CKVX_HdwCanMessage m = Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended);
+    m.Rtr = i % 5 == 4 ? 1 : 0;
+    return m;
+}
+
 // Opens CAN channels `from` and `to` (sharing a bus on the unit; the same
 // channel on a unit with one) at 500 kbit/s and sends `count` frames.
 inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from, unsigned to, unsigned count)
@@ -126,7 +143,7 @@ inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from,
     }
     std::vector<CKVX_HdwCanMessage> frames;
     for (unsigned i = 0; i < count; ++i)
-        frames.push_back(Frame(0x100 + i + from, uint8_t(i % 9), uint8_t(i), i % 2 == 1));
+        frames.push_back(BusFrame(from, i));
     EXPECT_EQ(out->Write(frames.data(), count, 0), 0u);
     return ReadAll<CKVX_HdwCanMessage>(in, count);
 }

@@ -1,6 +1,7 @@
-// ARINC 429 through the whole stack against the emulated unit (wired
-// transmitter k to receiver k) on a pseudo-terminal, and over HOE (UDP on
-// 127.0.0.1).
+// ARINC 429 through the whole stack against the emulated Halden (wired
+// transmitter k to receiver k) on a pseudo-terminal: flow control, the label
+// filter, refusals and signals. Round trips on every unit, over serial and
+// UDP: units_end_to_end_test.
 #include "HaldenRig.h"
 
 #include <chrono>
@@ -10,76 +11,10 @@ using namespace halden_test;
 
 namespace {
 
-using TxPort = CKVX_HdwKvxHaldenDevice::CArinc429TxPort;
-using RxPort = CKVX_HdwKvxHaldenDevice::CArinc429RxPort;
 using InService = CKVX_HdwKvxHaldenDevice::CArinc429InBufferService;
 using OutService = CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService;
 
 using Channel = Rig::Arinc429Pair;
-
-TEST(HaldenArinc429, PortsAreTheDriversNestedClassesInChannelOrder)
-{
-    Rig rig;
-    rig.Start();
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_TX), 4u);
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_RX), 4u);
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_CAN), 2u);
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 2u);
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        auto* tx = dynamic_cast<TxPort*>(rig.Port(HDW_PORT_ARINC429_TX, ch));
-        auto* rx = dynamic_cast<RxPort*>(rig.Port(HDW_PORT_ARINC429_RX, ch));
-        ASSERT_NE(tx, nullptr);
-        ASSERT_NE(rx, nullptr);
-        EXPECT_EQ(tx->GetChannel(), ch);
-        EXPECT_EQ(rx->GetChannelId(), CKVX_String(std::to_string(ch)));
-    }
-}
-
-class HaldenArinc429Link : public ::testing::TestWithParam<bool> {};
-
-// Pair 2 takes ten thousand words in one write; over UDP every pair takes
-// more than one Ethernet frame's worth (1345 payload bytes = 134 words).
-TEST_P(HaldenArinc429Link, WordsOnAllFourPairsArriveInOrderWithTimeStamps)
-{
-    const bool udp = GetParam();
-    Rig rig(udp);
-    rig.Start();
-    Channel pairs[4];
-    for (unsigned ch = 0; ch < 4; ++ch)
-        pairs[ch] = rig.OpenPair(ch, 100000);
-    EXPECT_EQ(rig.Sim.HasUdpSession(), udp);
-    const unsigned counts[4] = {300, 1000, 10000, 300};
-    auto word = [](unsigned ch, unsigned i) { return Word(0x10 + ch + (i & 0xC0), i * 4 + ch, i & 3, (i >> 2) & 3); };
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        std::vector<CKVX_HdwArinc429Message> words;
-        for (unsigned i = 0; i < counts[ch]; ++i)
-            words.push_back(word(ch, i));
-        ASSERT_EQ(pairs[ch].Out->Write(words.data(), counts[ch], 0), 0u);
-    }
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        const auto got = ReadWords(pairs[ch].In, counts[ch], 30000);
-        ASSERT_EQ(got.size(), counts[ch]) << "channel " << ch;
-        uint64_t last = 0;
-        for (unsigned i = 0; i < counts[ch]; ++i) {
-            ASSERT_EQ(got[i], word(ch, i)) << "channel " << ch << " word " << i;
-            ASSERT_GE(got[i].TimeStamp, last);
-            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
-            last = got[i].TimeStamp;
-        }
-    }
-    // Everything written is confirmed sent, and the unit dropped nothing.
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        unsigned pending = 1;
-        EXPECT_TRUE(WaitUntil([&] { return pairs[ch].Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
-        const hdwsim::Counters c = rig.Sim.GetCounters();
-        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
-        EXPECT_EQ(c.A429Pushed[ch], counts[ch]);
-        EXPECT_EQ(c.A429Received[ch], counts[ch]);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(PtyAndUdp, HaldenArinc429Link, ::testing::Values(false, true),
-    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
 
 TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
 {

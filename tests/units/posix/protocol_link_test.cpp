@@ -90,7 +90,7 @@ protected:
     {
         std::vector<uint32_t> out;
         for (const SeenEvent& e : rx0->seen)
-            out.push_back(e.Word.Data);
+            out.push_back(e.As<Base::CArinc429RxEvent>().Message.Data);
         return out;
     }
 

@@ -1,12 +1,13 @@
-// Every further command-protocol unit against the emulator playing it:
-// enumeration over each transport, channel counts and port classes, a round
-// trip on each bus kind, the frame payload limit, the command codes on the
-// wire, and the commands a unit must never be sent.
+// Every command-protocol unit against the emulator playing it: enumeration
+// over each transport, channel counts, port classes and keys, a round trip on
+// each bus kind, the frame payload limit, the command codes on the wire, the
+// commands a unit must never be sent, keep-alives and critical failures.
 #include "UnitRig.h"
 
 #include <set>
 
 using namespace unit_test;
+using halden_test::WithCommandDevice;
 
 namespace {
 
@@ -51,25 +52,80 @@ void ExpectOnlyAllowedCommands(const UnitRig& rig)
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
 
+// The unit's ports: as many of each kind as it has channels, of the kind's
+// class, named by their channel numbers, and none beyond.
 void ExpectPortCounts(UnitRig& rig)
 {
     const UnitCase& u = rig.Unit;
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_TX), u.Atx);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_RX), u.Arx);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_CAN), u.Can);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 0u);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_MILSTD1553), 0u);
-    for (unsigned ch = 0; ch < u.Atx; ++ch) {
-        CKVX_HdwPort* p = rig.Port(HDW_PORT_ARINC429_TX, ch);
-        ASSERT_NE(dynamic_cast<CKVX_HdwArinc429TxPort*>(p), nullptr);
-        EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
+    const std::pair<unsigned, unsigned> kinds[] = {{HDW_PORT_ARINC429_TX, u.Atx}, {HDW_PORT_ARINC429_RX, u.Arx},
+        {HDW_PORT_CAN, u.Can}, {HDW_PORT_UART, u.Uart}, {HDW_PORT_MILSTD1553, u.Mil}};
+    for (const auto& [type, count] : kinds) {
+        EXPECT_EQ(rig.Manager.GetPortCount(type), count) << "port type " << type;
+        for (unsigned ch = 0; ch < count; ++ch) {
+            CKVX_HdwPort* p = rig.Port(type, ch);
+            ASSERT_NE(p, nullptr) << "port type " << type << " channel " << ch;
+            EXPECT_EQ(p->GetPortType(), type);
+            EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
+        }
+        EXPECT_EQ(rig.Port(type, count), nullptr) << "port type " << type;
     }
+    for (unsigned ch = 0; ch < u.Atx; ++ch)
+        EXPECT_NE(dynamic_cast<CKVX_HdwArinc429TxPort*>(rig.Port(HDW_PORT_ARINC429_TX, ch)), nullptr);
     for (unsigned ch = 0; ch < u.Arx; ++ch)
-        ASSERT_NE(dynamic_cast<CKVX_HdwArinc429RxPort*>(rig.Port(HDW_PORT_ARINC429_RX, ch)), nullptr);
-    for (unsigned ch = 0; ch < u.Can; ++ch) {
-        CKVX_HdwPort* p = rig.Port(HDW_PORT_CAN, ch);
-        ASSERT_NE(dynamic_cast<CKVX_HdwCanPort*>(p), nullptr);
-        EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
+        EXPECT_NE(dynamic_cast<CKVX_HdwArinc429RxPort*>(rig.Port(HDW_PORT_ARINC429_RX, ch)), nullptr);
+    for (unsigned ch = 0; ch < u.Can; ++ch)
+        EXPECT_NE(dynamic_cast<CKVX_HdwCanPort*>(rig.Port(HDW_PORT_CAN, ch)), nullptr);
+    for (unsigned ch = 0; ch < u.Uart; ++ch)
+        EXPECT_NE(dynamic_cast<CKVX_HdwUartPort*>(rig.Port(HDW_PORT_UART, ch)), nullptr);
+    for (unsigned ch = 0; ch < u.Mil; ++ch)
+        EXPECT_NE(dynamic_cast<CKVX_HdwMilStd1553Port*>(rig.Port(HDW_PORT_MILSTD1553, ch)), nullptr);
+}
+
+// The i-th word sent on ARINC 429 pair `ch`: labels, SDI and SSM vary.
+CKVX_HdwArinc429Message PairWord(unsigned ch, unsigned i)
+{
+    return Word(0x20 + ch + (i & 0xC0), i * 16 + ch, i & 3, (i >> 2) & 3);
+}
+
+// Opens ARINC 429 pairs at 100 kbit/s and writes `count` words to each,
+// every pair before reading any, so that the pairs' words share frames. Each
+// receiver reads its words in order with rising time stamps; every word is
+// confirmed sent, went through the emulated pair of its channel (configured
+// with the unit's own codes), and none was dropped.
+void ExpectArinc429RoundTrip(UnitRig& rig, const std::vector<std::pair<unsigned, unsigned>>& channelCounts)
+{
+    const UnitCase& u = rig.Unit;
+    std::vector<UnitRig::Arinc429Pair> pairs;
+    for (const auto& [ch, count] : channelCounts) {
+        pairs.push_back(rig.OpenArinc429Pair(ch, 100000));
+        ASSERT_TRUE(pairs.back().In && pairs.back().Out) << "channel " << ch;
+    }
+    for (size_t k = 0; k < pairs.size(); ++k) {
+        const auto [ch, count] = channelCounts[k];
+        std::vector<CKVX_HdwArinc429Message> words;
+        for (unsigned i = 0; i < count; ++i)
+            words.push_back(PairWord(ch, i));
+        ASSERT_EQ(pairs[k].Out->Write(words.data(), count, 0), 0u);
+    }
+    for (size_t k = 0; k < pairs.size(); ++k) {
+        const auto [ch, count] = channelCounts[k];
+        const auto got = ReadAll<CKVX_HdwArinc429Message>(pairs[k].In, count, 30000);
+        ASSERT_EQ(got.size(), count) << "channel " << ch;
+        uint64_t last = 0;
+        for (unsigned i = 0; i < count; ++i) {
+            ASSERT_EQ(got[i], PairWord(ch, i)) << "channel " << ch << " word " << i;
+            ASSERT_GE(got[i].TimeStamp, last);
+            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
+            last = got[i].TimeStamp;
+        }
+        unsigned pending = 1;
+        EXPECT_TRUE(WaitUntil([&] { return pairs[k].Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
+        const hdwsim::Counters c = rig.Sim.GetCounters();
+        EXPECT_EQ(c.A429Pushed[ch], count);
+        EXPECT_EQ(c.A429Received[ch], count);
+        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
+        EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
+        EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
     }
 }
 
@@ -88,7 +144,7 @@ void OpenFirstPort(UnitRig& rig)
     }
 }
 
-TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsAndPortClasses)
+TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsPortClassesAndKeys)
 {
     UnitRig rig(GetParam(), false);
     rig.Start();
@@ -100,10 +156,16 @@ TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsAndPortClasses)
     for (const auto& info : list) {
         EXPECT_EQ(info.DeviceCode, GetParam().Code);
         EXPECT_EQ(info.FullName, CKVX_String(GetParam().Model));
-        EXPECT_FALSE(info.Key.IsEmpty());
+        // The key starts with the port type and leads back to the port.
+        EXPECT_EQ(info.Key.Left(2), CKVX_String(std::to_string(info.PortType) + "@")) << info.Key.c_str();
+        unsigned absNum = 99;
+        EXPECT_EQ(rig.Manager.FindPort(info.Key, &absNum), info.Port) << info.Key.c_str();
+        EXPECT_EQ(absNum, info.AbsNum);
     }
 }
 
+// Over UDP every pair takes more than one frame's worth of words (1345
+// payload bytes hold 134).
 TEST_P(UnitEndToEnd, EnumeratesOverEthernetWhereTheUnitHasIt)
 {
     if (!GetParam().Ethernet)
@@ -111,35 +173,21 @@ TEST_P(UnitEndToEnd, EnumeratesOverEthernetWhereTheUnitHasIt)
     UnitRig rig(GetParam(), true);
     rig.Start();
     ExpectPortCounts(rig);
-    // The session opens with the first port; the highest pair carries words.
-    const unsigned ch = GetParam().Atx - 1;
-    const auto got = Arinc429RoundTrip(rig, ch, 40);
-    ASSERT_EQ(got.size(), 40u);
-    EXPECT_EQ(got.back(), Word(0x20 + ch, 39 * 16 + ch, 39 & 3));
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{0, 1000}, {GetParam().Atx - 1, 300}}));
     EXPECT_TRUE(rig.Sim.HasUdpSession());
-    EXPECT_EQ(rig.Sim.GetCounters().A429Received[ch], 40u);
     ExpectOnlyAllowedCommands(rig);
 }
 
-TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnTheFirstAndLastPair)
+// The first pair takes ten thousand words in one write.
+TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnTheFirstAndLastPairAtOnce)
 {
     const UnitCase& u = GetParam();
     if (!u.Atx)
         GTEST_SKIP() << u.Sim << " has no ARINC 429 channel";
     UnitRig rig(u, false);
     rig.Start();
-    for (unsigned ch : {0u, u.Atx - 1}) {
-        const auto got = Arinc429RoundTrip(rig, ch, 40);
-        ASSERT_EQ(got.size(), 40u) << "channel " << ch;
-        for (unsigned i = 0; i < 40; ++i)
-            EXPECT_EQ(got[i], Word(0x20 + ch, i * 16 + ch, i & 3)) << "channel " << ch << " word " << i;
-        const hdwsim::Counters c = rig.Sim.GetCounters();
-        // The words went through the emulated pair of that channel, configured
-        // with the unit's own codes.
-        EXPECT_EQ(c.A429Received[ch], 40u);
-        EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
-        EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
-    }
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{0, 10000}, {u.Atx - 1, 300}}));
+    EXPECT_FALSE(rig.Sim.HasUdpSession());
     ExpectOnlyAllowedCommands(rig);
 }
 
@@ -154,14 +202,19 @@ TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
         const unsigned to = u.Can == 1 ? from : from + 1;
         const auto got = CanRoundTrip(rig, from, to, 20);
         ASSERT_EQ(got.size(), 20u) << "from channel " << from;
+        uint64_t last = 0;
         for (unsigned i = 0; i < 20; ++i) {
-            const CKVX_HdwCanMessage want = Frame(0x100 + i + from, uint8_t(i % 9), uint8_t(i), i % 2 == 1);
+            const CKVX_HdwCanMessage want = BusFrame(from, i);
             EXPECT_EQ(got[i].Identifier, want.Identifier);
             EXPECT_EQ(got[i].Extended, want.Extended);
+            EXPECT_EQ(got[i].Rtr, want.Rtr);
             ASSERT_EQ(got[i].Dlc, want.Dlc);
             for (unsigned b = 0; b < want.Dlc; ++b)
                 EXPECT_EQ(got[i].Data[b], want.Data[b]);
+            EXPECT_GE(got[i].TimeStamp, last);
+            last = got[i].TimeStamp;
         }
+        EXPECT_NE(last, 0u);
         const hdwsim::Counters c = rig.Sim.GetCounters();
         EXPECT_EQ(c.CanPushed[from], 20u);
         EXPECT_EQ(c.CanReceived[to], 20u);
@@ -200,6 +253,50 @@ TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
         // Full frames: the largest holds as many 7-byte records as fit.
         EXPECT_EQ(after.LargestFramePayload, limit / 7 * 7) << (udp ? "udp" : "serial");
     }
+}
+
+TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
+{
+    const UnitCase& u = GetParam();
+    UnitRig rig(u, false);
+    rig.Start();
+    OpenFirstPort(rig);
+    if (u.KeepAlive) {
+        // At least one per 250 ms of idling.
+        EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 3; }));
+        return;
+    }
+    // An observation window of four keep-alive periods, in which a unit that
+    // takes them would have heard at least three.
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    WaitUntil([&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
+    EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
+    EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u);
+    // And its builder refuses.
+    EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u); }));
+}
+
+// Halden and Pellor report critical failures; the others have none to send.
+TEST_P(UnitEndToEnd, ACriticalFailureFromTheUnitFailsTheServicesOfEveryOpenPort)
+{
+    const UnitCase& u = GetParam();
+    UnitRig rig(u, false);
+    rig.Start();
+    const bool sends = u.Sim == std::string("halden") || u.Sim == std::string("pellor");
+    std::vector<CKVX_HdwService*> services;
+    for (const auto& [type, count] : {std::pair{unsigned(HDW_PORT_ARINC429_TX), u.Atx}, {HDW_PORT_CAN, u.Can}}) {
+        if (!count)
+            continue;
+        services.push_back(rig.Enable<CKVX_HdwSignalService>(type, count - 1, HDW_SERVICE_SIGNAL));
+        ASSERT_NE(services.back(), nullptr);
+        ASSERT_EQ(rig.Open(type, count - 1), 0u);
+        EXPECT_EQ(services.back()->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    }
+    ASSERT_EQ(rig.Sim.InjectCriticalFailure(2), sends);
+    if (!sends)
+        return;
+    for (CKVX_HdwService* s : services)
+        EXPECT_TRUE(WaitUntil([&] { return s->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, UnitEndToEnd, ::testing::ValuesIn(AllUnits()), CaseName);

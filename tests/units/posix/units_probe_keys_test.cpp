@@ -1,5 +1,5 @@
 // Telling units with the same USB identity apart, Pellor's keep-alive and
-// critical failure, and finding a port again by its key after the units
+// upper channels, and finding a port again by its key after the units
 // came in another order.
 #include "UnitRig.h"
 
@@ -93,27 +93,6 @@ TEST(PellorKeepAlive, AnIdleSessionHearsKeepAlivesAndTheWatchdogDoesNotFire)
     EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
 }
 
-TEST(PellorKeepAlive, UnitsWithoutOneAreNeverSentOne)
-{
-    for (const char* sim : {"arvane", "mirrow", "quillan"}) {
-        UnitRig rig(UnitNamed(sim), false);
-        rig.Start();
-        if (rig.Unit.Atx)
-            ASSERT_EQ(Arinc429RoundTrip(rig, 0, 5).size(), 5u);
-        else
-            ASSERT_EQ(CanRoundTrip(rig, 0, 1, 5).size(), 5u);
-        // An observation window of four keep-alive periods, in which a Pellor
-        // would have sent at least three.
-        const uint64_t start = CKVX_HdwTimer::GetTickCount();
-        WaitUntil(
-            [&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
-        EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
-        EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u) << sim;
-        // And its builder refuses.
-        WithCommandDevice(rig.Device.get(), [&](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u) << sim; });
-    }
-}
-
 TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOnes)
 {
     UnitRig rig(UnitNamed("pellor"), false);
@@ -131,18 +110,6 @@ TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOn
     EXPECT_NE(low->Read(&m, 1, n) == 0 && n > 0, true) << "receiver 1 saw a word of receiver 9";
     EXPECT_EQ(rig.Sim.GetCounters().A429Received[9], 25u);
     EXPECT_EQ(rig.Sim.GetCounters().A429Received[1], 0u);
-}
-
-TEST(PellorChannels, ACriticalFailureFromTheUnitFailsItsRunningServices)
-{
-    UnitRig rig(UnitNamed("pellor"), false);
-    rig.Start();
-    ASSERT_EQ(Arinc429RoundTrip(rig, 3, 5).size(), 5u);
-    CKVX_HdwService* out = rig.Port(HDW_PORT_ARINC429_TX, 3)->FindService(HDW_SERVICE_ARINC429_OUT_BUFFER);
-    ASSERT_NE(out, nullptr);
-    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-    ASSERT_TRUE(rig.Sim.InjectCriticalFailure(2));
-    EXPECT_TRUE(WaitUntil([&] { return out->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
 }
 
 // ---- keys -----------------------------------------------------------------------
