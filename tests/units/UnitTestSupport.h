@@ -130,8 +130,8 @@ inline void AppendCrc(std::vector<uint8_t>& frame)
 }
 
 // One event record: L, type byte, parameters (time stamp first).
-inline std::vector<uint8_t> EventRecord(unsigned type, unsigned subField, uint32_t timeStamp,
-                                        const std::vector<uint8_t>& fields)
+inline std::vector<uint8_t> EventRecord(
+    unsigned type, unsigned subField, uint32_t timeStamp, const std::vector<uint8_t>& fields)
 {
     std::vector<uint8_t> r;
     r.push_back(uint8_t(1 + 4 + fields.size()));
@@ -150,8 +150,8 @@ inline std::vector<uint8_t> EchoRecord(uint16_t number)
 // An ARINC 429 receive record carrying `word` on `channel`.
 inline std::vector<uint8_t> A429RxRecord(unsigned channel, uint32_t word, uint32_t timeStamp = 1000)
 {
-    return EventRecord(2, channel, timeStamp,
-                       {uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0});
+    return EventRecord(
+        2, channel, timeStamp, {uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0});
 }
 
 // A unit frame around `records` with its CRC.
@@ -163,7 +163,7 @@ inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& r
     std::vector<uint8_t> f;
     f.reserve(body.size() + 7);
     f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F), uint8_t(records.size() & 0xFF),
-         uint8_t((records.size() >> 8) & 0x0F)};
+        uint8_t((records.size() >> 8) & 0x0F)};
     f.insert(f.end(), body.begin(), body.end());
     AppendCrc(f);
     return f;

@@ -114,13 +114,6 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(r.AuxValue, 0xBEEF);
             },
             {7}},
-        // The time stamp is the unsigned low 32 bits.
-        {"ARINC 429 receive, last time stamp", EventRecord(2, 2, 0xFFFFFFFF, {1, 0, 0, 0, 0, 0}), a429rx2,
-            [](const SeenEvent& e) {
-                EXPECT_EQ(e.TimeStamp, 0xFFFFFFFFull);
-                EXPECT_EQ(e.As<A429Rx>().Message.TimeStamp, 0xFFFFFFFFull);
-            },
-            {}},
         // L = 8: the word's last byte is not part of the record.
         {"ARINC 429 receive, L = 8", a429Short, a429rx0,
             [](const SeenEvent& e) {
@@ -128,11 +121,13 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(e.As<A429Rx>().AuxValue, 0);
             },
             {7}},
-        {"ARINC 429 transmit", EventRecord(3, 3, 42, {0xFF, 0x03, 0x00, 0x00}), a429tx3,
+        // The time stamp is the unsigned low 32 bits.
+        {"ARINC 429 transmit", EventRecord(3, 3, 0xFFFFFFFF, {0xFF, 0x03, 0x00, 0x00}), a429tx3,
             [](const SeenEvent& e) {
+                EXPECT_EQ(e.TimeStamp, 0xFFFFFFFFull);
                 EXPECT_EQ(e.As<A429Tx>().Message.Label, 0xFF);
                 EXPECT_EQ(e.As<A429Tx>().Message.Sdi, 3);
-                EXPECT_EQ(e.As<A429Tx>().Message.TimeStamp, 42u);
+                EXPECT_EQ(e.As<A429Tx>().Message.TimeStamp, 0xFFFFFFFFull);
             },
             {7}},
         {"transmitter status", EventRecord(5, 3, 7, {1, 0xF4, 0x01, 0x00, 0x00}), a429tx3,
@@ -220,8 +215,48 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(e.As<UartTx>().Count, 240);
             },
             {5}},
-        // Other kinds than 1 and 2 carry time stamp and kind only.
-        {"MIL-STD-1553", EventRecord(8, 0, 9, {7, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), mil0,
+        // Kind 1: id 0x0007, 2 words, then status 1, status 2, flags.
+        {"MIL-STD-1553 transfer completed",
+            EventRecord(8, 0, 9, {1, 0x07, 0x00, 0x02, 0x00, 0x34, 0x12, 0x78, 0x56, 0xAA, 0xAA, 0xBB, 0xBB, 0x01, 0x00}),
+            mil0,
+            [](const SeenEvent& e) {
+                const Mil& m = e.As<Mil>();
+                EXPECT_EQ(m.Kind, 1);
+                EXPECT_EQ(m.TransferId, 7);
+                EXPECT_EQ(m.WordCount, 2);
+                EXPECT_EQ(m.Data, (std::vector<uint16_t>{0x1234, 0x5678}));
+                EXPECT_EQ(m.StatusWord1, 0xAAAA);
+                EXPECT_EQ(m.StatusWord2, 0xBBBB);
+                EXPECT_EQ(m.TransferFlags, 1);
+            },
+            {11}},
+        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words; field 0x13.
+        {"MIL-STD-1553 remote-terminal access", EventRecord(8, 0, 9, {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03}),
+            mil0,
+            [](const SeenEvent& e) {
+                const Mil& m = e.As<Mil>();
+                EXPECT_EQ(m.Kind, 2);
+                EXPECT_EQ(m.TerminalAddress, 17);
+                EXPECT_EQ(m.Field1, 5);
+                EXPECT_EQ(m.Subaddress, 11);
+                EXPECT_EQ(m.Transmit, 1);
+                EXPECT_EQ(m.WordCount, 2);
+                EXPECT_EQ(m.Flag, 1);
+                EXPECT_EQ(m.Field2, 0x13);
+                EXPECT_EQ(m.Data, (std::vector<uint16_t>{0x0102, 0x0304}));
+            },
+            {}},
+        // 1000 words announced, room for 3 in the record: only the record is read.
+        {"MIL-STD-1553 word count beyond the record", EventRecord(8, 0, 9, {1, 0x00, 0x00, 0xE8, 0x03, 1, 0, 2, 0, 3, 0}),
+            mil0,
+            [](const SeenEvent& e) {
+                EXPECT_EQ(e.As<Mil>().WordCount, 1000);
+                EXPECT_EQ(e.As<Mil>().Data, (std::vector<uint16_t>{1, 2, 3}));
+                EXPECT_EQ(e.As<Mil>().StatusWord1, 0);
+            },
+            {}},
+        // Other kinds carry time stamp and kind only.
+        {"MIL-STD-1553 other kind", EventRecord(8, 0, 9, {7, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), mil0,
             [](const SeenEvent& e) {
                 const Mil& m = e.As<Mil>();
                 EXPECT_EQ(m.TimeStamp, 9u);
@@ -263,54 +298,6 @@ TEST_F(UnitEvents, StatusOfOtherKindsOrChannelsReachesNoPortAndARefusedOneChange
     // A channel the unit does not have changes no record.
     EXPECT_EQ(Dispatch(EventRecord(5, 7, 7, {1, 9, 0, 0, 0})), 0u);
     EXPECT_TRUE(Reached().empty());
-}
-
-// ---- MIL-STD-1553 ----------------------------------------------------------------------------
-
-Base::CMilStd1553Event Extracted(const Bytes& record)
-{
-    Base::CMilStd1553Event e;
-    EXPECT_EQ(e.ExtractData(record.data() + 2, record[0]), 0u);
-    return e;
-}
-
-TEST(MilStd1553Event, TransferCompleted)
-{
-    // Kind 1: id 0x0007, 2 words, then status 1, status 2, flags.
-    const Base::CMilStd1553Event e = Extracted(
-        EventRecord(8, 0, 9, {1, 0x07, 0x00, 0x02, 0x00, 0x34, 0x12, 0x78, 0x56, 0xAA, 0xAA, 0xBB, 0xBB, 0x01, 0x00}));
-    EXPECT_EQ(e.Kind, 1);
-    EXPECT_EQ(e.TransferId, 7);
-    EXPECT_EQ(e.WordCount, 2);
-    EXPECT_EQ(e.Data, (std::vector<uint16_t>{0x1234, 0x5678}));
-    EXPECT_EQ(e.StatusWord1, 0xAAAA);
-    EXPECT_EQ(e.StatusWord2, 0xBBBB);
-    EXPECT_EQ(e.TransferFlags, 1);
-}
-
-TEST(MilStd1553Event, RemoteTerminalAccess)
-{
-    // Address 17, field 5; transmit, subaddress 11; flag, 2 words; field 0x13.
-    const Base::CMilStd1553Event e =
-        Extracted(EventRecord(8, 1, 9, {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03}));
-    EXPECT_EQ(e.Kind, 2);
-    EXPECT_EQ(e.TerminalAddress, 17);
-    EXPECT_EQ(e.Field1, 5);
-    EXPECT_EQ(e.Subaddress, 11);
-    EXPECT_EQ(e.Transmit, 1);
-    EXPECT_EQ(e.WordCount, 2);
-    EXPECT_EQ(e.Flag, 1);
-    EXPECT_EQ(e.Field2, 0x13);
-    EXPECT_EQ(e.Data, (std::vector<uint16_t>{0x0102, 0x0304}));
-}
-
-TEST(MilStd1553Event, AWordCountBeyondTheRecordReadsOnlyTheRecord)
-{
-    // 1000 words announced, room for 3 in the record.
-    const Base::CMilStd1553Event e = Extracted(EventRecord(8, 0, 9, {1, 0x00, 0x00, 0xE8, 0x03, 1, 0, 2, 0, 3, 0}));
-    EXPECT_EQ(e.WordCount, 1000);
-    EXPECT_EQ(e.Data, (std::vector<uint16_t>{1, 2, 3}));
-    EXPECT_EQ(e.StatusWord1, 0);
 }
 
 // ---- critical failure, echo, unknown types -----------------------------------------------------

@@ -135,31 +135,23 @@ TEST(ReceiveInBlocks, TheStreamHasEveryCaseTheByteWiseMachineTellsApart)
     EXPECT_EQ(bad, 2u);
 }
 
-TEST(ReceiveInBlocks, WholeStreamInOneRead)
-{
-    const Bytes stream = MixedStream();
-    EXPECT_EQ(InReads(stream, {unsigned(stream.size())}), ByteWise(stream));
-}
-
-TEST(ReceiveInBlocks, EveryFixedReadSize)
+// The whole stream in one read, reads of every size up to 40, and reads of
+// random sizes.
+TEST(ReceiveInBlocks, AnyReadSizesEndTheFramesAsTheByteWiseMachineDoes)
 {
     const Bytes stream = MixedStream();
     const std::vector<FrameSeen> ref = ByteWise(stream);
+    std::vector<std::vector<unsigned>> reads = {{unsigned(stream.size())}};
     for (unsigned size = 1; size <= 40; ++size)
-        ASSERT_EQ(InReads(stream, {size}), ref) << "reads of " << size;
-}
-
-TEST(ReceiveInBlocks, RandomReadSizes)
-{
-    const Bytes stream = MixedStream();
-    const std::vector<FrameSeen> ref = ByteWise(stream);
+        reads.push_back({size});
     std::mt19937 rng(42);
     for (int round = 0; round < 50; ++round) {
-        std::vector<unsigned> sizes(17);
-        for (auto& s : sizes)
+        reads.emplace_back(17);
+        for (auto& s : reads.back())
             s = 1 + rng() % 64;
-        ASSERT_EQ(InReads(stream, sizes), ref) << "round " << round;
     }
+    for (size_t k = 0; k < reads.size(); ++k)
+        ASSERT_EQ(InReads(stream, reads[k]), ref) << "read pattern " << k << " (" << reads[k][0] << " bytes first)";
 }
 
 } // namespace
