@@ -1,20 +1,224 @@
 #pragma once
-// Any command-protocol unit emulated and enumerated through the whole
-// library, described by a table row (UnitCase) so that one set of tests runs
-// against every unit.
+// An emulated unit and an application that talks to it through the whole
+// library: manager, driver, ports, services, frames on a pseudo-terminal or
+// over UDP on 127.0.0.1. The Halden's own rig, and any command-protocol unit
+// described by a table row (UnitCase) so that one set of tests runs against
+// every unit.
 
-#include "HaldenRig.h"
+#include <HdwLib/HdwLib.h>
+#include <hdwsim/Emulator.h>
 
+#include <gtest/gtest.h>
+
+#include "support/Wait.h"
+
+#include <chrono>
 #include <functional>
-#include <memory>
 #include <ostream>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
-namespace unit_test {
+namespace halden_test {
 
-using halden_test::WaitUntil;
-using halden_test::Word;
+using testsupport::WaitUntil;
+
+// Generous time-outs for a loaded machine, where bytes crossing a
+// pseudo-terminal between threads can come 200 to 800 ms late: the driver's
+// echo time-out and the ports' open time-out. Tests of those time-outs set
+// their own.
+constexpr unsigned kEchoTimeoutMs = 5000;
+constexpr unsigned kOpenTimeoutMs = 10000;
+
+// Calls `f` with the driver as the command-protocol device of whichever link
+// base it has; false when it is neither.
+template <class F>
+bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
+{
+    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(device)) {
+        f(*d);
+        return true;
+    }
+    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(device)) {
+        f(*d);
+        return true;
+    }
+    return false;
+}
+
+inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, const std::string& serial = "")
+{
+    hdwsim::Emulator::Options o;
+    o.Pty = !udp;
+    o.Udp = udp;
+    o.Pacing = pacing;
+    o.ClockStartUs = 1000;
+    o.SerialNumber = serial;
+    return o;
+}
+
+// An emulated unit and the application side: a manager with the unit's
+// driver (`device`, device code `code`) attached.
+template <class TDevice>
+class BasicRig {
+public:
+    BasicRig(const hdwsim::UnitModel& model, TDevice* device, uint64_t code, const hdwsim::Emulator::Options& o)
+        : Sim(model, o),
+          Device(device),
+          m_Code(code),
+          m_Udp(o.Udp)
+    {
+        SetEchoTimeout(kEchoTimeoutMs);
+    }
+    ~BasicRig() { Manager.Stop(); }
+
+    void StartSim()
+    {
+        std::string error;
+        ASSERT_TRUE(Sim.Start(&error)) << error;
+    }
+
+    void SetEchoTimeout(unsigned ms)
+    {
+        EXPECT_TRUE(WithCommandDevice(Device.get(), [ms](auto& d) { d.SetEchoTimeout(ms); }));
+    }
+
+    // Starts the emulator, enumerates it through the manager and runs.
+    void Start()
+    {
+        StartSim();
+        ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
+        ASSERT_NO_FATAL_FAILURE(Enumerate());
+        ASSERT_EQ(Manager.Run(), 0u);
+    }
+
+    // Enumerates the unit's link, a few times when no unit answered: the
+    // probe waits a fixed 200 ms, which a loaded machine can miss.
+    void Enumerate()
+    {
+        CKVX_HdwManager::CInitPortDesc link(m_Code, LinkText());
+        for (int attempt = 0; attempt < 5; ++attempt) {
+            ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+            if (link.Result == 0)
+                return;
+        }
+        FAIL() << "no unit answered on " << LinkText();
+    }
+
+    std::string LinkText() const { return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath(); }
+
+    CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
+
+    // Opens a port with `params` and the generous open time-out.
+    template <class P>
+    unsigned Open(unsigned type, unsigned num, P params, unsigned timeoutMs = kOpenTimeoutMs)
+    {
+        params.Timeout = timeoutMs;
+        return Port(type, num)->Open(&params);
+    }
+    // The same with the port's default settings.
+    unsigned Open(unsigned type, unsigned num)
+    {
+        switch (type) {
+        case HDW_PORT_ARINC429_RX: return Open(type, num, CKVX_HdwArinc429RxPort::CParameters());
+        case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
+        case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
+        case HDW_PORT_UART: return Open(type, num, CKVX_HdwUartPort::CParameters());
+        case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
+        default: ADD_FAILURE() << "no port type " << type; return 2;
+        }
+    }
+
+    template <class S>
+    S* Enable(unsigned portType, unsigned num, unsigned serviceType, CKVX_HdwService::CParameters* params = nullptr)
+    {
+        CKVX_HdwPort* port = Port(portType, num);
+        EXPECT_NE(port, nullptr);
+        if (!port)
+            return nullptr;
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(port->EnableService(serviceType, &s, params), 0u);
+        auto* typed = dynamic_cast<S*>(s);
+        EXPECT_NE(typed, nullptr);
+        return typed;
+    }
+
+    // Enables the buffer services of ARINC 429 pair `ch` (transmitter and
+    // receiver wired together on the unit) and opens both ports at `rate`
+    // (0: the ports' defaults).
+    struct Arinc429Pair {
+        CKVX_HdwArinc429InBufferService* In = nullptr;
+        CKVX_HdwArinc429OutBufferService* Out = nullptr;
+    };
+    template <class TIn = CKVX_HdwArinc429InBufferService, class TOut = CKVX_HdwArinc429OutBufferService>
+    Arinc429Pair OpenArinc429Pair(unsigned ch, uint32_t rate = 0)
+    {
+        Arinc429Pair c;
+        c.In = Enable<TIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+        c.Out = Enable<TOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+        if (!c.In || !c.Out) // already reported; no ports to open
+            return {};
+        CKVX_HdwArinc429RxPort::CParameters rp;
+        CKVX_HdwArinc429TxPort::CParameters tp;
+        if (rate)
+            rp.BaudRate = tp.BaudRate = rate;
+        EXPECT_EQ(Open(HDW_PORT_ARINC429_RX, ch, rp), 0u);
+        EXPECT_EQ(Open(HDW_PORT_ARINC429_TX, ch, tp), 0u);
+        return c;
+    }
+
+    hdwsim::Emulator Sim;
+    std::unique_ptr<TDevice> Device;
+    CKVX_HdwManager Manager;
+
+private:
+    uint64_t m_Code;
+    bool m_Udp;
+};
+
+class Rig : public BasicRig<CKVX_HdwKvxHaldenDevice> {
+public:
+    explicit Rig(bool udp = false, bool pacing = false)
+        : BasicRig(hdwsim::HaldenModel(), new CKVX_HdwKvxHaldenDevice, 3, EmulatorOptions(udp, pacing))
+    {}
+    // The pair's services are the driver's own classes.
+    Arinc429Pair OpenPair(unsigned ch, uint32_t rate = 0)
+    {
+        return OpenArinc429Pair<CKVX_HdwKvxHaldenDevice::CArinc429InBufferService,
+            CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService>(ch, rate);
+    }
+};
+
+// Reads from an input service until `count` items are in or the deadline passes.
+template <class TItem, class TService>
+std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 10000)
+{
+    std::vector<TItem> got;
+    std::vector<TItem> chunk(512);
+    WaitUntil(
+        [&] {
+            unsigned n = 0;
+            if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
+                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
+            return got.size() >= count;
+        },
+        timeoutMs);
+    return got;
+}
+
+inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi = 0, unsigned ssm = 0)
+{
+    CKVX_HdwArinc429Message m;
+    m.Label = uint8_t(label);
+    m.Data = data & 0x7FFFF;
+    m.Sdi = uint8_t(sdi);
+    m.Ssm = uint8_t(ssm);
+    m.SetParity(0);
+    return m;
+}
+
+// ---- any unit, described by a table row ------------------------------------------
 
 // What a test needs to know of a unit, written from the unit's description
 // (not read from the driver or the emulator, so that a wrong table in either
@@ -65,10 +269,8 @@ inline UnitCase UnitNamed(const std::string& name)
     return AllUnits().front();
 }
 
-using halden_test::EmulatorOptions;
-
 // One emulated unit and a manager with the unit's driver attached.
-class UnitRig : public halden_test::BasicRig<CKVX_HdwDevice> {
+class UnitRig : public BasicRig<CKVX_HdwDevice> {
 public:
     UnitRig(const UnitCase& unit, bool udp, const std::string& serial = "")
         : UnitRig(unit, EmulatorOptions(udp, false, serial))
@@ -85,8 +287,7 @@ public:
 inline unsigned AttachStatusRequest(CKVX_HdwDevice* device, unsigned channel, unsigned kind)
 {
     unsigned rc = 2;
-    EXPECT_TRUE(
-        halden_test::WithCommandDevice(device, [&](auto& d) { rc = d.AttachStatusRequestCommand(0, channel, kind); }));
+    EXPECT_TRUE(WithCommandDevice(device, [&](auto& d) { rc = d.AttachStatusRequestCommand(0, channel, kind); }));
     return rc;
 }
 
@@ -99,22 +300,6 @@ inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool ext
     for (unsigned i = 0; i < 8; ++i)
         m.Data[i] = i < dlc ? uint8_t(seed + i) : 0;
     return m;
-}
-
-using halden_test::ReadAll;
-
-// Opens ARINC 429 pair `ch` at 100 kbit/s and sends `count` words through
-// it; returns what the receiver read.
-inline std::vector<CKVX_HdwArinc429Message> Arinc429RoundTrip(UnitRig& rig, unsigned ch, unsigned count)
-{
-    const auto pair = rig.OpenArinc429Pair(ch, 100000);
-    if (!pair.In || !pair.Out)
-        return {};
-    std::vector<CKVX_HdwArinc429Message> words;
-    for (unsigned i = 0; i < count; ++i)
-        words.push_back(Word(0x20 + ch, i * 16 + ch, i & 3));
-    EXPECT_EQ(pair.Out->Write(words.data(), count, 0), 0u);
-    return ReadAll<CKVX_HdwArinc429Message>(pair.In, count);
 }
 
 // The i-th frame sent from CAN channel `from`: every length, standard and
@@ -148,4 +333,55 @@ inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from,
     return ReadAll<CKVX_HdwCanMessage>(in, count);
 }
 
-} // namespace unit_test
+// The i-th word sent on ARINC 429 pair `ch`: labels, SDI and SSM vary.
+inline CKVX_HdwArinc429Message PairWord(unsigned ch, unsigned i)
+{
+    return Word(0x20 + ch + (i & 0xC0), i * 16 + ch, i & 3, (i >> 2) & 3);
+}
+
+// Opens ARINC 429 pairs at 100 kbit/s and writes `count` words to each,
+// every pair before reading any, so that the pairs' words share frames. Each
+// receiver reads its words in order with rising time stamps; every word is
+// confirmed sent, went through the emulated pair of its channel (`sim`, or the
+// rig's own) configured with the unit's own codes, and none was dropped.
+inline void ExpectArinc429RoundTrip(
+    UnitRig& rig, const std::vector<std::pair<unsigned, unsigned>>& channelCounts, hdwsim::Emulator* sim = nullptr)
+{
+    const UnitCase& u = rig.Unit;
+    std::vector<UnitRig::Arinc429Pair> pairs;
+    for (const auto& [ch, count] : channelCounts) {
+        pairs.push_back(rig.OpenArinc429Pair(ch, 100000));
+        ASSERT_TRUE(pairs.back().In && pairs.back().Out) << "channel " << ch;
+    }
+    for (size_t k = 0; k < pairs.size(); ++k) {
+        const auto [ch, count] = channelCounts[k];
+        std::vector<CKVX_HdwArinc429Message> words;
+        for (unsigned i = 0; i < count; ++i)
+            words.push_back(PairWord(ch, i));
+        ASSERT_EQ(pairs[k].Out->Write(words.data(), count, 0), 0u);
+    }
+    for (size_t k = 0; k < pairs.size(); ++k) {
+        const auto [ch, count] = channelCounts[k];
+        const auto got = ReadAll<CKVX_HdwArinc429Message>(pairs[k].In, count, 30000);
+        ASSERT_EQ(got.size(), count) << "channel " << ch;
+        uint64_t last = 0;
+        for (unsigned i = 0; i < count; ++i) {
+            ASSERT_EQ(got[i], PairWord(ch, i)) << "channel " << ch << " word " << i;
+            ASSERT_GE(got[i].TimeStamp, last);
+            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
+            last = got[i].TimeStamp;
+        }
+        unsigned pending = 1;
+        EXPECT_TRUE(WaitUntil([&] { return pairs[k].Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
+        const hdwsim::Counters c = (sim ? *sim : rig.Sim).GetCounters();
+        EXPECT_EQ(c.A429Pushed[ch], count);
+        EXPECT_EQ(c.A429Received[ch], count);
+        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
+        EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
+        EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
+    }
+}
+
+} // namespace halden_test
+
+namespace unit_test = halden_test;

@@ -2,7 +2,7 @@
 // transmitter k to receiver k) on a pseudo-terminal: flow control, the label
 // filter, refusals and signals. Round trips on every unit, over serial and
 // UDP: units_end_to_end_test.
-#include "HaldenRig.h"
+#include "UnitRig.h"
 
 #include <chrono>
 #include <poll.h>
@@ -53,7 +53,7 @@ TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
         Word(0x30, 1, 1), Word(0x31, 2, 1), Word(0x31, 3, 0), Word(0x32, 4, 1), Word(0x31, 5, 1, 3)};
     ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
     ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429Transmitted[1] == words.size(); }));
-    const auto got = ReadWords(in, 2);
+    const auto got = ReadAll<CKVX_HdwArinc429Message>(in, 2);
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(got[0], words[1]);
     EXPECT_EQ(got[1], words[4]);
@@ -64,7 +64,7 @@ TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
     // Accepting everything while running reaches the unit too.
     ASSERT_EQ(in->AcceptAllMessages(), 0u);
     ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
-    const auto all = ReadWords(in, words.size());
+    const auto all = ReadAll<CKVX_HdwArinc429Message>(in, words.size());
     ASSERT_EQ(all.size(), words.size());
     for (size_t i = 0; i < words.size(); ++i)
         EXPECT_EQ(all[i], words[i]);

@@ -1,7 +1,7 @@
 // CAN (channel 0 wired to 1) and UART (0 wired to 1) through the whole stack
 // against the emulated Halden on a pseudo-terminal (frames of every kind on
 // every unit: units_end_to_end_test).
-#include "HaldenRig.h"
+#include "UnitRig.h"
 
 using namespace halden_test;
 

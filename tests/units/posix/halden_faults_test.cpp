@@ -1,7 +1,7 @@
 // What the driver makes of a unit that misbehaves: stops echoing, goes
 // silent or away. Noise and damaged frames: protocol_link_test and
 // receive_blocks_test; a critical failure: units_end_to_end_test.
-#include "HaldenRig.h"
+#include "UnitRig.h"
 
 using namespace halden_test;
 
@@ -59,7 +59,7 @@ TEST(HaldenFaults, AUnitThatStopsEchoingFailsItsServicesAndReopensCleanly)
         EXPECT_EQ(p.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
         const auto sent = Words(50, 0x46);
         ASSERT_EQ(p.Out->Write(const_cast<CKVX_HdwArinc429Message*>(sent.data()), unsigned(sent.size()), 0), 0u);
-        const auto got = ReadWords(p.In, sent.size());
+        const auto got = ReadAll<CKVX_HdwArinc429Message>(p.In, sent.size());
         ASSERT_EQ(got.size(), sent.size());
         for (size_t i = 0; i < sent.size(); ++i)
             EXPECT_EQ(got[i], sent[i]);
@@ -90,7 +90,7 @@ TEST(HaldenFaults, HungUpLinkGivesResultCodesAndANewLinkWorks)
     Pair q = rig.OpenPair(0);
     const auto sent = Words(20, 0x47);
     ASSERT_EQ(q.Out->Write(const_cast<CKVX_HdwArinc429Message*>(sent.data()), unsigned(sent.size()), 0), 0u);
-    const auto got = ReadWords(q.In, sent.size());
+    const auto got = ReadAll<CKVX_HdwArinc429Message>(q.In, sent.size());
     ASSERT_EQ(got.size(), sent.size());
     EXPECT_EQ(got.back(), sent.back());
 }

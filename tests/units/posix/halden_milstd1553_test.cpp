@@ -2,7 +2,7 @@
 // emulated unit: opening and closing, and the unit's MIL-STD-1553 events
 // reaching the channel's signal service (the ports and their keys:
 // units_end_to_end_test).
-#include "HaldenRig.h"
+#include "UnitRig.h"
 
 using namespace halden_test;
 

@@ -5,6 +5,7 @@
 #include "UnitRig.h"
 
 #include <set>
+#include <tuple>
 
 using namespace unit_test;
 using halden_test::WithCommandDevice;
@@ -52,96 +53,41 @@ void ExpectOnlyAllowedCommands(const UnitRig& rig)
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
 
+template <class P>
+bool IsA(CKVX_HdwPort* port)
+{
+    return dynamic_cast<P*>(port) != nullptr;
+}
+
 // The unit's ports: as many of each kind as it has channels, of the kind's
 // class, named by their channel numbers, and none beyond.
 void ExpectPortCounts(UnitRig& rig)
 {
     const UnitCase& u = rig.Unit;
-    const std::pair<unsigned, unsigned> kinds[] = {{HDW_PORT_ARINC429_TX, u.Atx}, {HDW_PORT_ARINC429_RX, u.Arx},
-        {HDW_PORT_CAN, u.Can}, {HDW_PORT_UART, u.Uart}, {HDW_PORT_MILSTD1553, u.Mil}};
-    for (const auto& [type, count] : kinds) {
+    const std::tuple<unsigned, unsigned, bool (*)(CKVX_HdwPort*)> kinds[] = {
+        {HDW_PORT_ARINC429_TX, u.Atx, IsA<CKVX_HdwArinc429TxPort>},
+        {HDW_PORT_ARINC429_RX, u.Arx, IsA<CKVX_HdwArinc429RxPort>}, {HDW_PORT_CAN, u.Can, IsA<CKVX_HdwCanPort>},
+        {HDW_PORT_UART, u.Uart, IsA<CKVX_HdwUartPort>}, {HDW_PORT_MILSTD1553, u.Mil, IsA<CKVX_HdwMilStd1553Port>}};
+    for (const auto& [type, count, isOfItsClass] : kinds) {
         EXPECT_EQ(rig.Manager.GetPortCount(type), count) << "port type " << type;
         for (unsigned ch = 0; ch < count; ++ch) {
             CKVX_HdwPort* p = rig.Port(type, ch);
             ASSERT_NE(p, nullptr) << "port type " << type << " channel " << ch;
+            EXPECT_TRUE(isOfItsClass(p)) << "port type " << type << " channel " << ch;
             EXPECT_EQ(p->GetPortType(), type);
             EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
         }
         EXPECT_EQ(rig.Port(type, count), nullptr) << "port type " << type;
     }
-    for (unsigned ch = 0; ch < u.Atx; ++ch)
-        EXPECT_NE(dynamic_cast<CKVX_HdwArinc429TxPort*>(rig.Port(HDW_PORT_ARINC429_TX, ch)), nullptr);
-    for (unsigned ch = 0; ch < u.Arx; ++ch)
-        EXPECT_NE(dynamic_cast<CKVX_HdwArinc429RxPort*>(rig.Port(HDW_PORT_ARINC429_RX, ch)), nullptr);
-    for (unsigned ch = 0; ch < u.Can; ++ch)
-        EXPECT_NE(dynamic_cast<CKVX_HdwCanPort*>(rig.Port(HDW_PORT_CAN, ch)), nullptr);
-    for (unsigned ch = 0; ch < u.Uart; ++ch)
-        EXPECT_NE(dynamic_cast<CKVX_HdwUartPort*>(rig.Port(HDW_PORT_UART, ch)), nullptr);
-    for (unsigned ch = 0; ch < u.Mil; ++ch)
-        EXPECT_NE(dynamic_cast<CKVX_HdwMilStd1553Port*>(rig.Port(HDW_PORT_MILSTD1553, ch)), nullptr);
 }
 
-// The i-th word sent on ARINC 429 pair `ch`: labels, SDI and SSM vary.
-CKVX_HdwArinc429Message PairWord(unsigned ch, unsigned i)
-{
-    return Word(0x20 + ch + (i & 0xC0), i * 16 + ch, i & 3, (i >> 2) & 3);
-}
-
-// Opens ARINC 429 pairs at 100 kbit/s and writes `count` words to each,
-// every pair before reading any, so that the pairs' words share frames. Each
-// receiver reads its words in order with rising time stamps; every word is
-// confirmed sent, went through the emulated pair of its channel (configured
-// with the unit's own codes), and none was dropped.
-void ExpectArinc429RoundTrip(UnitRig& rig, const std::vector<std::pair<unsigned, unsigned>>& channelCounts)
-{
-    const UnitCase& u = rig.Unit;
-    std::vector<UnitRig::Arinc429Pair> pairs;
-    for (const auto& [ch, count] : channelCounts) {
-        pairs.push_back(rig.OpenArinc429Pair(ch, 100000));
-        ASSERT_TRUE(pairs.back().In && pairs.back().Out) << "channel " << ch;
-    }
-    for (size_t k = 0; k < pairs.size(); ++k) {
-        const auto [ch, count] = channelCounts[k];
-        std::vector<CKVX_HdwArinc429Message> words;
-        for (unsigned i = 0; i < count; ++i)
-            words.push_back(PairWord(ch, i));
-        ASSERT_EQ(pairs[k].Out->Write(words.data(), count, 0), 0u);
-    }
-    for (size_t k = 0; k < pairs.size(); ++k) {
-        const auto [ch, count] = channelCounts[k];
-        const auto got = ReadAll<CKVX_HdwArinc429Message>(pairs[k].In, count, 30000);
-        ASSERT_EQ(got.size(), count) << "channel " << ch;
-        uint64_t last = 0;
-        for (unsigned i = 0; i < count; ++i) {
-            ASSERT_EQ(got[i], PairWord(ch, i)) << "channel " << ch << " word " << i;
-            ASSERT_GE(got[i].TimeStamp, last);
-            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
-            last = got[i].TimeStamp;
-        }
-        unsigned pending = 1;
-        EXPECT_TRUE(WaitUntil([&] { return pairs[k].Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
-        const hdwsim::Counters c = rig.Sim.GetCounters();
-        EXPECT_EQ(c.A429Pushed[ch], count);
-        EXPECT_EQ(c.A429Received[ch], count);
-        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
-        EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
-        EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
-    }
-}
-
+// Opens the first ARINC 429 transmitter, or CAN channel, with a signal
+// service; the first open port opens the unit's session.
 void OpenFirstPort(UnitRig& rig)
 {
-    if (rig.Unit.Atx) {
-        rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 0, HDW_SERVICE_ARINC429_OUT_BUFFER);
-        CKVX_HdwArinc429TxPort::CParameters tp;
-        tp.BaudRate = 100000;
-        ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0, tp), 0u);
-    } else {
-        rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
-        CKVX_HdwCanPort::CParameters p;
-        p.BitRate = 500000;
-        ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0, p), 0u);
-    }
+    const unsigned type = rig.Unit.Atx ? HDW_PORT_ARINC429_TX : HDW_PORT_CAN;
+    ASSERT_NE(rig.Enable<CKVX_HdwSignalService>(type, 0, HDW_SERVICE_SIGNAL), nullptr);
+    ASSERT_EQ(rig.Open(type, 0), 0u);
 }
 
 TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsPortClassesAndKeys)
@@ -255,19 +201,28 @@ TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
     }
 }
 
+// A unit that takes keep-alives (Pellor) hears one per 250 ms of idling, so
+// more than a second of idling passes without its 400 ms session watchdog
+// expiring; a host that stops ticking falls silent and the watchdog stops
+// the unit. The others are never sent one.
 TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
 {
     const UnitCase& u = GetParam();
     UnitRig rig(u, false);
+    if (u.KeepAlive) {
+        ASSERT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { d.SetSessionWatchdog(400); }));
+    }
     rig.Start();
     OpenFirstPort(rig);
     if (u.KeepAlive) {
-        // At least one per 250 ms of idling.
-        EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 3; }));
+        ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 5; }));
+        EXPECT_EQ(rig.Sim.GetCounters().WatchdogExpiries, 0u);
+        EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
+        rig.Manager.Stop();
+        EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
         return;
     }
-    // An observation window of four keep-alive periods, in which a unit that
-    // takes them would have heard at least three.
+    // An observation window of four keep-alive periods.
     const uint64_t start = CKVX_HdwTimer::GetTickCount();
     WaitUntil([&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
     EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
