@@ -12,6 +12,7 @@
 
 #include "support/Wait.h"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <ostream>
@@ -47,31 +48,91 @@ bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
     return false;
 }
 
-inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, const std::string& serial = "")
+inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
 {
     hdwsim::Emulator::Options o;
     o.Pty = !udp;
     o.Udp = udp;
     o.Pacing = pacing;
     o.ClockStartUs = 1000;
-    o.SerialNumber = serial;
     return o;
 }
 
+// What a test needs to know of a unit, written from the unit's description
+// (not read from the driver or the emulator, so that a wrong table in either
+// shows).
+struct UnitCase {
+    const char* Sim; // emulator row name
+    uint64_t Code; // device code = kind number
+    std::function<CKVX_HdwDevice*()> Make;
+    unsigned Atx, Arx, Can, Uart, Mil;
+    bool Ethernet;
+    unsigned EthernetLimit; // payload limit of one frame over Ethernet
+    uint8_t AtxConfigBase, ArxConfigBase, CanConfigBase, CanPushBase;
+    bool KeepAlive;
+    const char* Model;
+};
+
+inline std::ostream& operator<<(std::ostream& os, const UnitCase& u)
+{
+    return os << u.Sim;
+}
+
+inline std::vector<UnitCase> AllUnits()
+{
+    return {
+        {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, 2, 2, true, 1345, 20, 24, 48, 50, false,
+            "Halden"},
+        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, 0, 0, true, 4000, 64, 72, 0, 0, false,
+            "Arvane"},
+        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, 0, 0, false, 0, 20, 24, 48, 50,
+            false, "Halden Small"},
+        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, 0, 0, true, 1345, 80, 96, 0, 0, true,
+            "Pellor"},
+        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, 0, 0, false, 0, 20, 24, 0, 0, false,
+            "Mirrow"},
+        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, 0, 0, false, 0, 0, 0, 48, 56, false,
+            "Bexley"},
+        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, 0, 0, false, 0, 0, 0, 48, 50, false,
+            "Quillan"},
+    };
+}
+
+inline UnitCase UnitNamed(const std::string& name)
+{
+    for (const UnitCase& u : AllUnits())
+        if (name == u.Sim)
+            return u;
+    ADD_FAILURE() << "no unit " << name;
+    return AllUnits().front();
+}
+
+// Enumerates `links`, a few times when a unit did not answer: the probe
+// waits a fixed 200 ms, which a loaded machine can miss.
+inline void EnumerateLinks(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortDesc* links, unsigned count)
+{
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        ASSERT_EQ(manager.Enumerate(links, count, CKVX_HdwManager::EnumerateNoScan), 0u);
+        if (std::all_of(links, links + count, [](const auto& link) { return link.Result == 0; }))
+            return;
+    }
+    FAIL() << "a unit did not answer on " << links[0].Link.c_str();
+}
+
 // An emulated unit and the application side: a manager with the unit's
-// driver (`device`, device code `code`) attached.
-template <class TDevice>
-class BasicRig {
+// driver attached.
+class UnitRig {
 public:
-    BasicRig(const hdwsim::UnitModel& model, TDevice* device, uint64_t code, const hdwsim::Emulator::Options& o)
-        : Sim(model, o),
-          Device(device),
-          m_Code(code),
+    UnitRig(const UnitCase& unit, bool udp) : UnitRig(unit, EmulatorOptions(udp)) {}
+    UnitRig(const UnitCase& unit, const hdwsim::Emulator::Options& o)
+        : Sim(*hdwsim::FindUnitModel(unit.Sim), o),
+          Device(unit.Make()),
+          Unit(unit),
           m_Udp(o.Udp)
     {
         SetEchoTimeout(kEchoTimeoutMs);
     }
-    ~BasicRig() { Manager.Stop(); }
+    ~UnitRig() { Manager.Stop(); }
 
     void StartSim()
     {
@@ -93,17 +154,10 @@ public:
         ASSERT_EQ(Manager.Run(), 0u);
     }
 
-    // Enumerates the unit's link, a few times when no unit answered: the
-    // probe waits a fixed 200 ms, which a loaded machine can miss.
     void Enumerate()
     {
-        CKVX_HdwManager::CInitPortDesc link(m_Code, LinkText());
-        for (int attempt = 0; attempt < 5; ++attempt) {
-            ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-            if (link.Result == 0)
-                return;
-        }
-        FAIL() << "no unit answered on " << LinkText();
+        CKVX_HdwManager::CInitPortDesc link(Unit.Code, LinkText());
+        EnumerateLinks(Manager, &link, 1);
     }
 
     std::string LinkText() const { return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath(); }
@@ -169,19 +223,18 @@ public:
     }
 
     hdwsim::Emulator Sim;
-    std::unique_ptr<TDevice> Device;
+    std::unique_ptr<CKVX_HdwDevice> Device;
     CKVX_HdwManager Manager;
+    UnitCase Unit;
 
 private:
-    uint64_t m_Code;
     bool m_Udp;
 };
 
-class Rig : public BasicRig<CKVX_HdwKvxHaldenDevice> {
+// The Halden.
+class Rig : public UnitRig {
 public:
-    explicit Rig(bool udp = false, bool pacing = false)
-        : BasicRig(hdwsim::HaldenModel(), new CKVX_HdwKvxHaldenDevice, 3, EmulatorOptions(udp, pacing))
-    {}
+    explicit Rig(bool udp = false, bool pacing = false) : UnitRig(UnitNamed("halden"), EmulatorOptions(udp, pacing)) {}
     // The pair's services are the driver's own classes.
     Arinc429Pair OpenPair(unsigned ch, uint32_t rate = 0)
     {
@@ -217,71 +270,6 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi 
     m.SetParity(0);
     return m;
 }
-
-// ---- any unit, described by a table row ------------------------------------------
-
-// What a test needs to know of a unit, written from the unit's description
-// (not read from the driver or the emulator, so that a wrong table in either
-// shows).
-struct UnitCase {
-    const char* Sim; // emulator row name
-    uint64_t Code; // device code = kind number
-    std::function<CKVX_HdwDevice*()> Make;
-    unsigned Atx, Arx, Can, Uart, Mil;
-    bool Ethernet;
-    unsigned EthernetLimit; // payload limit of one frame over Ethernet
-    uint8_t AtxConfigBase, ArxConfigBase, CanConfigBase, CanPushBase;
-    bool KeepAlive;
-    const char* Model;
-};
-
-inline std::ostream& operator<<(std::ostream& os, const UnitCase& u)
-{
-    return os << u.Sim;
-}
-
-inline std::vector<UnitCase> AllUnits()
-{
-    return {
-        {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, 2, 2, true, 1345, 20, 24, 48, 50, false,
-            "Halden"},
-        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, 0, 0, true, 4000, 64, 72, 0, 0, false,
-            "Arvane"},
-        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, 0, 0, false, 0, 20, 24, 48, 50,
-            false, "Halden Small"},
-        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, 0, 0, true, 1345, 80, 96, 0, 0, true,
-            "Pellor"},
-        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, 0, 0, false, 0, 20, 24, 0, 0, false,
-            "Mirrow"},
-        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, 0, 0, false, 0, 0, 0, 48, 56, false,
-            "Bexley"},
-        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, 0, 0, false, 0, 0, 0, 48, 50, false,
-            "Quillan"},
-    };
-}
-
-inline UnitCase UnitNamed(const std::string& name)
-{
-    for (const UnitCase& u : AllUnits())
-        if (name == u.Sim)
-            return u;
-    ADD_FAILURE() << "no unit " << name;
-    return AllUnits().front();
-}
-
-// One emulated unit and a manager with the unit's driver attached.
-class UnitRig : public BasicRig<CKVX_HdwDevice> {
-public:
-    UnitRig(const UnitCase& unit, bool udp, const std::string& serial = "")
-        : UnitRig(unit, EmulatorOptions(udp, false, serial))
-    {}
-    UnitRig(const UnitCase& unit, const hdwsim::Emulator::Options& options)
-        : BasicRig(*hdwsim::FindUnitModel(unit.Sim), unit.Make(), unit.Code, options),
-          Unit(unit)
-    {}
-
-    UnitCase Unit;
-};
 
 // The status request builder of whichever link base the unit's driver has.
 inline unsigned AttachStatusRequest(CKVX_HdwDevice* device, unsigned channel, unsigned kind)

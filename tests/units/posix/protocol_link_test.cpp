@@ -158,32 +158,25 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     EXPECT_EQ(frame[5], 31); // its number
 }
 
-TEST_F(UnitLink, CommandNumbersWrapInTheFrame)
-{
-    inst()->CommandCounter = 65534;
-    for (int i = 0; i < 3; ++i)
-        ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
-    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
-    const Bytes expected =
-        HostFrame({SessionRecord(65534, false), SessionRecord(65535, false), SessionRecord(0, false)});
-    EXPECT_EQ(ReadHostFrame(pty), expected);
-}
-
+// The next frame waits for the echoes of the one in flight; command numbers
+// wrap from 65535 to 0.
 TEST_F(UnitLink, OneFrameInFlightUntilItsEchoesReturn)
 {
+    inst()->CommandCounter = 65534;
     ASSERT_EQ(dev.AttachSessionCommand(0u, 0), 0u);
+    ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
-    ASSERT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, true)}));
+    ASSERT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(65534, true), SessionRecord(65535, false)}));
 
     ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
     EXPECT_EQ(dev.ProcessCommandList(0u), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0); // the write would have completed by now
     EXPECT_EQ(inst()->CommandList.GetLength(), 1u);
 
-    ASSERT_EQ(Deliver(UnitFrame({EchoRecord(0)})), 0u);
+    ASSERT_EQ(Deliver(UnitFrame({EchoRecord(65534), EchoRecord(65535)})), 0u);
     EXPECT_TRUE(inst()->EchoList.IsEmpty());
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
-    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(1, false)}));
+    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false)}));
 }
 
 TEST_F(UnitLink, AnEchoOutstandingPastTheTimeOutFailsTheTick)
@@ -317,6 +310,7 @@ TEST(UnitProbe, OnlyAUnitThatEchoesTheProbeIsRecognised)
 }
 
 // ---- open and close of an instance, with the tick running ----------------------------------------
+// (An open that a unit does not echo: HaldenFaults.AUnitThatStopsEchoingFailsItsServicesAndReopensCleanly.)
 
 class UnitSession : public ::testing::Test {
 protected:
@@ -394,15 +388,6 @@ TEST_F(UnitSession, OpenClosesThenOpensTheSessionAndCloseDoesNotWaitForEchoes)
     EXPECT_EQ(dev.Close(0), 0u);
     EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(4, false)}));
     EXPECT_FALSE(dev.Inst()->IsOpen());
-    EXPECT_TRUE(ListsEmpty());
-}
-
-TEST_F(UnitSession, OpenFailsWhenTheUnitDoesNotEcho)
-{
-    dev.SetEchoTimeout(500);
-    EXPECT_EQ(dev.Open(0), 14u);
-    EXPECT_FALSE(dev.Inst()->IsOpen());
-    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false), SessionRecord(1, true)}));
     EXPECT_TRUE(ListsEmpty());
 }
 

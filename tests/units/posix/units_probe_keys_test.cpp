@@ -93,17 +93,6 @@ TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOn
 
 // ---- keys -----------------------------------------------------------------------
 
-// Enumerates two links, again while a unit did not answer its probe in time.
-void EnumerateBoth(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortDesc* links)
-{
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
-        if (links[0].Result == 0 && links[1].Result == 0)
-            return;
-    }
-    FAIL() << "a unit did not answer";
-}
-
 TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder)
 {
     UnitCase arvane = UnitNamed("arvane");
@@ -119,7 +108,7 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
         CKVX_HdwManager manager;
         ASSERT_EQ(manager.AttachDevice(&device), 0u);
         CKVX_HdwManager::CInitPortDesc links[2] = {{6, first.PtyPath()}, {6, second.PtyPath()}};
-        ASSERT_NO_FATAL_FAILURE(EnumerateBoth(manager, links));
+        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(manager, links, 2));
         CKVX_HdwManager::CPortInfoVector list;
         ASSERT_EQ(manager.GetPortList(HDW_PORT_ARINC429_TX, list), 0u);
         for (const auto& info : list)
@@ -134,7 +123,7 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     UnitRig rig(arvane, false);
     ASSERT_EQ(rig.Manager.AttachDevice(rig.Device.get()), 0u);
     CKVX_HdwManager::CInitPortDesc links[2] = {{6, second.PtyPath()}, {6, first.PtyPath()}};
-    ASSERT_NO_FATAL_FAILURE(EnumerateBoth(rig.Manager, links));
+    ASSERT_NO_FATAL_FAILURE(EnumerateLinks(rig.Manager, links, 2));
     unsigned absNum = 99;
     CKVX_HdwPort* port = rig.Manager.FindPort(key, &absNum);
     ASSERT_NE(port, nullptr);
