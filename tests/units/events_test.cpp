@@ -86,8 +86,8 @@ struct EventCase {
     const char* What;
     Bytes Record;
     RecordingPort* Port;
-    std::function<void(const SeenEvent&)> Check;
     std::vector<unsigned> Refused;
+    std::function<void(const SeenEvent&)> Check;
 };
 
 TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
@@ -100,7 +100,7 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
     canExtShort[0] = 13;
     const EventCase cases[] = {
         // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1; then 0xBEEF.
-        {"ARINC 429 receive", EventRecord(2, 2, 0x11223344, {0x31, 0x16, 0x8D, 0xE4, 0xEF, 0xBE}), a429rx2,
+        {"ARINC 429 receive", EventRecord(2, 2, 0x11223344, {0x31, 0x16, 0x8D, 0xE4, 0xEF, 0xBE}), a429rx2, {7},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.Channel, "2");
                 EXPECT_EQ(e.TimeStamp, 0x11223344u);
@@ -112,33 +112,29 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(r.Message.Parity, 1);
                 EXPECT_EQ(r.Message.TimeStamp, 0x11223344u);
                 EXPECT_EQ(r.AuxValue, 0xBEEF);
-            },
-            {7}},
+            }},
         // L = 8: the word's last byte is not part of the record.
-        {"ARINC 429 receive, L = 8", a429Short, a429rx0,
+        {"ARINC 429 receive, L = 8", a429Short, a429rx0, {7},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<A429Rx>().Message.GetToUint32(), 0x008D1631u);
                 EXPECT_EQ(e.As<A429Rx>().AuxValue, 0);
-            },
-            {7}},
+            }},
         // The time stamp is the unsigned low 32 bits.
-        {"ARINC 429 transmit", EventRecord(3, 3, 0xFFFFFFFF, {0xFF, 0x03, 0x00, 0x00}), a429tx3,
+        {"ARINC 429 transmit", EventRecord(3, 3, 0xFFFFFFFF, {0xFF, 0x03, 0x00, 0x00}), a429tx3, {7},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.TimeStamp, 0xFFFFFFFFull);
                 EXPECT_EQ(e.As<A429Tx>().Message.Label, 0xFF);
                 EXPECT_EQ(e.As<A429Tx>().Message.Sdi, 3);
                 EXPECT_EQ(e.As<A429Tx>().Message.TimeStamp, 0xFFFFFFFFull);
-            },
-            {7}},
-        {"transmitter status", EventRecord(5, 3, 7, {1, 0xF4, 0x01, 0x00, 0x00}), a429tx3,
+            }},
+        {"transmitter status", EventRecord(5, 3, 7, {1, 0xF4, 0x01, 0x00, 0x00}), a429tx3, {9, 11},
             [this](const SeenEvent& e) {
                 EXPECT_EQ(e.As<Status>().Kind, 1);
                 EXPECT_EQ(e.As<Status>().StatusWord, 500u);
                 EXPECT_EQ(dev.Inst()->AtxCtrl[3].FifoWaiting, 500u);
                 EXPECT_EQ(dev.Inst()->AtxCtrl[2].FifoWaiting, 0u);
-            },
-            {9, 11}},
-        {"CAN status", EventRecord(5, 1, 7, {2, 0x01, 0x05, 0xAA, 0xBB}), can1,
+            }},
+        {"CAN status", EventRecord(5, 1, 7, {2, 0x01, 0x05, 0xAA, 0xBB}), can1, {9, 11},
             [this](const SeenEvent& e) {
                 EXPECT_EQ(e.As<Status>().StatusWord, 0xBBAA0501u);
                 const Base::CCanCtrlStatus& c = dev.Inst()->CanCtrl[1];
@@ -147,9 +143,8 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(c.ErrReg0, 0xAA);
                 EXPECT_EQ(c.ErrReg1, 0xBB);
                 EXPECT_EQ(dev.Inst()->CanCtrl[0].FaultState, 3u);
-            },
-            {9, 11}},
-        {"CAN standard", EventRecord(6, 0, 99, {0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33}), can0,
+            }},
+        {"CAN standard", EventRecord(6, 0, 99, {0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33}), can0, {},
             [](const SeenEvent& e) {
                 const CKVX_HdwCanMessage& m = e.As<CanRx>().Message;
                 EXPECT_EQ(m.Extended, 0);
@@ -158,9 +153,8 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.Rtr, 0);
                 EXPECT_EQ(Data(m), (Bytes{0x11, 0x22, 0x33, 0, 0, 0, 0, 0}));
                 EXPECT_EQ(m.TimeStamp, 99u);
-            },
-            {}},
-        {"CAN extended remote", EventRecord(6, 1, 100, {0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 1, 2, 3, 4, 5, 6, 7, 8}), can1,
+            }},
+        {"CAN extended remote", EventRecord(6, 1, 100, {0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 1, 2, 3, 4, 5, 6, 7, 8}), can1, {0},
             [](const SeenEvent& e) {
                 const CKVX_HdwCanMessage& m = e.As<CanRx>().Message;
                 EXPECT_EQ(m.Extended, 1);
@@ -168,57 +162,49 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.Dlc, 8);
                 EXPECT_EQ(m.Rtr, 1);
                 EXPECT_EQ(Data(m), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
-            },
-            {0}},
-        {"CAN transmit", EventRecord(7, 1, 101, {0x80, 0x91, 0xA2, 0xB3, 0xC0}), can1,
+            }},
+        {"CAN transmit", EventRecord(7, 1, 101, {0x80, 0x91, 0xA2, 0xB3, 0xC0}), can1, {},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<CanTx>().Message.Identifier, 0x12345678u);
                 EXPECT_EQ(e.As<CanTx>().Message.Dlc, 0);
                 EXPECT_EQ(e.As<CanTx>().Message.TimeStamp, 101u);
-            },
-            {}},
+            }},
         // The CAN rules are as loose as they stand: L >= DLC + 3 standard, DLC + 5 extended.
-        {"CAN standard, DLC 8, L = 11", canShort, can0,
+        {"CAN standard, DLC 8, L = 11", canShort, can0, {10},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<CanRx>().Message.Identifier, 0x123u);
                 EXPECT_EQ(Data(e.As<CanRx>().Message), (Bytes{0xA1, 0xA2, 0xA3, 0, 0, 0, 0, 0}));
-            },
-            {10}},
-        {"CAN extended, DLC 8, L = 13", canExtShort, can0,
+            }},
+        {"CAN extended, DLC 8, L = 13", canExtShort, can0, {12, 0},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<CanRx>().Message.Identifier, 1u);
                 EXPECT_EQ(Data(e.As<CanRx>().Message), (Bytes{0xB1, 0xB2, 0xB3, 0, 0, 0, 0, 0}));
-            },
-            {12, 0}},
+            }},
         // A DLC above 8 is kept as received; eight data bytes at most.
-        {"CAN DLC 15", EventRecord(6, 0, 1, {0x0F, 0xFF, 0xE0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), can0,
+        {"CAN DLC 15", EventRecord(6, 0, 1, {0x0F, 0xFF, 0xE0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), can0, {},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<CanRx>().Message.Dlc, 15);
                 EXPECT_EQ(Data(e.As<CanRx>().Message), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
-            },
-            {}},
-        {"UART receive without data", EventRecord(9, 1, 3, {0x5A}), uart1,
+            }},
+        {"UART receive without data", EventRecord(9, 1, 3, {0x5A}), uart1, {5},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<UartRx>().Status, 0x5A);
                 EXPECT_TRUE(e.As<UartRx>().Data.empty());
-            },
-            {5}},
-        {"UART receive", EventRecord(9, 1, 4, {0x00, 'a', 'b', 'c'}), uart1,
+            }},
+        {"UART receive", EventRecord(9, 1, 4, {0x00, 'a', 'b', 'c'}), uart1, {},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<UartRx>().Data, (Bytes{'a', 'b', 'c'}));
                 EXPECT_EQ(e.TimeStamp, 4u);
-            },
-            {}},
-        {"UART transmit", EventRecord(10, 0, 3, {0x02, 0x01, 0x00, 0x00, 0xF0, 0x00}), uart0,
+            }},
+        {"UART transmit", EventRecord(10, 0, 3, {0x02, 0x01, 0x00, 0x00, 0xF0, 0x00}), uart0, {5},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<UartTx>().ChunkCounter, 0x102u);
                 EXPECT_EQ(e.As<UartTx>().Count, 240);
-            },
-            {5}},
+            }},
         // Kind 1: id 0x0007, 2 words, then status 1, status 2, flags.
         {"MIL-STD-1553 transfer completed",
             EventRecord(8, 0, 9, {1, 0x07, 0x00, 0x02, 0x00, 0x34, 0x12, 0x78, 0x56, 0xAA, 0xAA, 0xBB, 0xBB, 0x01, 0x00}),
-            mil0,
+            mil0, {11},
             [](const SeenEvent& e) {
                 const Mil& m = e.As<Mil>();
                 EXPECT_EQ(m.Kind, 1);
@@ -228,11 +214,10 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.StatusWord1, 0xAAAA);
                 EXPECT_EQ(m.StatusWord2, 0xBBBB);
                 EXPECT_EQ(m.TransferFlags, 1);
-            },
-            {11}},
+            }},
         // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words; field 0x13.
         {"MIL-STD-1553 remote-terminal access", EventRecord(8, 0, 9, {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03}),
-            mil0,
+            mil0, {},
             [](const SeenEvent& e) {
                 const Mil& m = e.As<Mil>();
                 EXPECT_EQ(m.Kind, 2);
@@ -244,19 +229,17 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.Flag, 1);
                 EXPECT_EQ(m.Field2, 0x13);
                 EXPECT_EQ(m.Data, (std::vector<uint16_t>{0x0102, 0x0304}));
-            },
-            {}},
+            }},
         // 1000 words announced, room for 3 in the record: only the record is read.
         {"MIL-STD-1553 word count beyond the record", EventRecord(8, 0, 9, {1, 0x00, 0x00, 0xE8, 0x03, 1, 0, 2, 0, 3, 0}),
-            mil0,
+            mil0, {},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<Mil>().WordCount, 1000);
                 EXPECT_EQ(e.As<Mil>().Data, (std::vector<uint16_t>{1, 2, 3}));
                 EXPECT_EQ(e.As<Mil>().StatusWord1, 0);
-            },
-            {}},
+            }},
         // Other kinds carry time stamp and kind only.
-        {"MIL-STD-1553 other kind", EventRecord(8, 0, 9, {7, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), mil0,
+        {"MIL-STD-1553 other kind", EventRecord(8, 0, 9, {7, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), mil0, {11},
             [](const SeenEvent& e) {
                 const Mil& m = e.As<Mil>();
                 EXPECT_EQ(m.TimeStamp, 9u);
@@ -265,8 +248,7 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.TransferId, 0);
                 EXPECT_EQ(m.TerminalAddress, 0);
                 EXPECT_TRUE(m.Data.empty());
-            },
-            {11}},
+            }},
     };
     for (const EventCase& c : cases) {
         SCOPED_TRACE(c.What);

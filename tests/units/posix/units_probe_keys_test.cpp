@@ -28,6 +28,7 @@ unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Cou
     return rc;
 }
 
+// A link whose probe fails becomes no instance: links/posix/bridged_device_test.
 TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnly)
 {
     // Mirrow and Quillan share their USB identity, not their probe answer; a
@@ -58,19 +59,6 @@ TEST(UnitKindProbe, AProbeOfTheWrongKindLeavesTheUnitUntouched)
         EXPECT_EQ(c.CommandsUnknown, 0u) << played;
         EXPECT_EQ(c.SessionOpens, 0u) << played;
     }
-}
-
-TEST(UnitKindProbe, AListedLinkOfTheOtherKindIsNotTakenByEnumeration)
-{
-    UnitRig rig(UnitNamed("quillan"), false);
-    rig.StartSim();
-    CKVX_HdwKvxMirrowDevice mirrow;
-    CKVX_HdwManager manager;
-    ASSERT_EQ(manager.AttachDevice(&mirrow), 0u);
-    CKVX_HdwManager::CInitPortDesc link(12, rig.Sim.PtyPath());
-    manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
-    EXPECT_NE(link.Result, 0u);
-    EXPECT_EQ(manager.GetPortCount(HDW_PORT_ARINC429_TX), 0u);
 }
 
 // ---- Pellor -------------------------------------------------------------------
