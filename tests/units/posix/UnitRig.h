@@ -271,14 +271,6 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi 
     return m;
 }
 
-// The status request builder of whichever link base the unit's driver has.
-inline unsigned AttachStatusRequest(CKVX_HdwDevice* device, unsigned channel, unsigned kind)
-{
-    unsigned rc = 2;
-    EXPECT_TRUE(WithCommandDevice(device, [&](auto& d) { rc = d.AttachStatusRequestCommand(0, channel, kind); }));
-    return rc;
-}
-
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
 {
     CKVX_HdwCanMessage m;

@@ -18,16 +18,6 @@ const std::vector<uint8_t> kRtAccess = {2, 5 << 3 | 6, 17, 1 << 6 | 2, 9, 0x34, 
 // 0x2800 and 0x0000, flags 0x0040.
 const std::vector<uint8_t> kTransfer = {1, 0x02, 0x01, 1, 0, 0xCD, 0xAB, 0x00, 0x28, 0x00, 0x00, 0x40, 0x00};
 
-void ExpectRtAccessSignal(const CKVX_HdwSignalService::CSignal& s, CKVX_HdwPort* port)
-{
-    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
-    EXPECT_EQ(s.Port, port);
-    // Command word: terminal 5, receive, subaddress 17, 2 words.
-    EXPECT_EQ(s.Value, (5u << 11) | (17u << 5) | 2u);
-    EXPECT_EQ(s.Aux, (2u << 24) | (9u << 8) | (1u << 3) | 6u);
-    EXPECT_NE(s.TimeStamp, 0u);
-}
-
 class HaldenMilStd1553Link : public ::testing::TestWithParam<bool> {};
 
 TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
@@ -44,7 +34,12 @@ TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
     ASSERT_TRUE(rig.Sim.InjectMilStd1553Event(0, kTransfer));
     CKVX_HdwSignalService::CSignal s;
     ASSERT_EQ(sig1->WaitSignal(s, 10000), 0u);
-    ExpectRtAccessSignal(s, rig.Port(HDW_PORT_MILSTD1553, 1));
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
+    EXPECT_EQ(s.Port, rig.Port(HDW_PORT_MILSTD1553, 1));
+    // Command word: terminal 5, receive, subaddress 17, 2 words.
+    EXPECT_EQ(s.Value, (5u << 11) | (17u << 5) | 2u);
+    EXPECT_EQ(s.Aux, (2u << 24) | (9u << 8) | (1u << 3) | 6u);
+    EXPECT_NE(s.TimeStamp, 0u);
     ASSERT_EQ(sig0->WaitSignal(s, 10000), 0u);
     EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
     EXPECT_EQ(s.Value, 0x28000102u);

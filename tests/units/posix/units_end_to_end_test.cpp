@@ -14,11 +14,6 @@ namespace {
 
 class UnitEndToEnd : public ::testing::TestWithParam<UnitCase> {};
 
-std::string CaseName(const ::testing::TestParamInfo<UnitCase>& info)
-{
-    return info.param.Sim;
-}
-
 // The command codes a unit may be sent: the fixed ones of its command set
 // and its per-channel codes.
 std::set<unsigned> AllowedCodes(const UnitCase& u)
@@ -185,10 +180,12 @@ TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
         // answered by none of its channels; 700 of them are 4900 bytes,
         // attached at once under the device lock.
         constexpr unsigned kCount = 700;
-        rig.Device->DeviceLock(0);
         unsigned attached = 0;
-        for (unsigned i = 0; i < kCount; ++i)
-            attached += AttachStatusRequest(rig.Device.get(), 0, 0) == 0 ? 1 : 0;
+        rig.Device->DeviceLock(0);
+        EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) {
+            for (unsigned i = 0; i < kCount; ++i)
+                attached += d.AttachStatusRequestCommand(0, 0, 0) == 0 ? 1 : 0;
+        }));
         rig.Device->DeviceUnlock(0);
         ASSERT_EQ(attached, kCount);
         ASSERT_TRUE(WaitUntil([&] {
@@ -254,6 +251,7 @@ TEST_P(UnitEndToEnd, ACriticalFailureFromTheUnitFailsTheServicesOfEveryOpenPort)
         EXPECT_TRUE(WaitUntil([&] { return s->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
 }
 
-INSTANTIATE_TEST_SUITE_P(Units, UnitEndToEnd, ::testing::ValuesIn(AllUnits()), CaseName);
+INSTANTIATE_TEST_SUITE_P(Units, UnitEndToEnd, ::testing::ValuesIn(AllUnits()),
+    [](const ::testing::TestParamInfo<UnitCase>& p) { return std::string(p.param.Sim); });
 
 } // namespace
