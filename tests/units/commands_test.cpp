@@ -121,18 +121,6 @@ CLabelCtrl Ctrl(unsigned char label, unsigned short period, unsigned char enable
     return c;
 }
 
-CKVX_HdwArinc429Message Word0x31()
-{
-    // Packs to 0xE48D1631.
-    CKVX_HdwArinc429Message m;
-    m.Label = 0x31;
-    m.Sdi = 2;
-    m.Data = 0x12345;
-    m.Ssm = 3;
-    m.Parity = 1;
-    return m;
-}
-
 Bytes Padded(Bytes b, size_t size)
 {
     b.resize(size, 0);
@@ -168,7 +156,13 @@ std::vector<RecordCase> RecordCases()
         // a push of nothing is one empty record.
         {"label data and push",
             [](TestUnit& d, auto*) {
-                CKVX_HdwArinc429Message m[2] = {Word0x31(), {}};
+                // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1.
+                CKVX_HdwArinc429Message m[2];
+                m[0].Label = 0x31;
+                m[0].Sdi = 2;
+                m[0].Data = 0x12345;
+                m[0].Ssm = 3;
+                m[0].Parity = 1;
                 m[1].Label = 0xFF;
                 EXPECT_EQ(d.AttachAtxCtxDataCommand(0, 2, m[0]), 0u);
                 EXPECT_EQ(d.AttachAtxPushCommand(0, 1, m, 2), 0u);

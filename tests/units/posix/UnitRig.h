@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <ostream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -72,11 +71,6 @@ struct UnitCase {
     bool KeepAlive;
     const char* Model;
 };
-
-inline std::ostream& operator<<(std::ostream& os, const UnitCase& u)
-{
-    return os << u.Sim;
-}
 
 inline std::vector<UnitCase> AllUnits()
 {
@@ -235,12 +229,6 @@ private:
 class Rig : public UnitRig {
 public:
     explicit Rig(bool udp = false, bool pacing = false) : UnitRig(UnitNamed("halden"), EmulatorOptions(udp, pacing)) {}
-    // The pair's services are the driver's own classes.
-    Arinc429Pair OpenPair(unsigned ch, uint32_t rate = 0)
-    {
-        return OpenArinc429Pair<CKVX_HdwKvxHaldenDevice::CArinc429InBufferService,
-            CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService>(ch, rate);
-    }
 };
 
 // Reads from an input service until `count` items are in or the deadline passes.

@@ -22,7 +22,7 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
     // words fills up: the service must hold the rest back.
     Rig rig(false, true);
     rig.Start();
-    Channel c = rig.OpenPair(0, 12500);
+    Channel c = rig.OpenArinc429Pair(0, 12500);
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 700; ++i)
         words.push_back(Word(0x21, i));
@@ -64,10 +64,7 @@ TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
     // Accepting everything while running reaches the unit too.
     ASSERT_EQ(in->AcceptAllMessages(), 0u);
     ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
-    const auto all = ReadAll<CKVX_HdwArinc429Message>(in, words.size());
-    ASSERT_EQ(all.size(), words.size());
-    for (size_t i = 0; i < words.size(); ++i)
-        EXPECT_EQ(all[i], words[i]);
+    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in, words.size()), words);
 }
 
 TEST(HaldenArinc429, WriteOptionsAndStatesAnswerTheirCodes)
@@ -112,7 +109,7 @@ TEST(HaldenArinc429, SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
     auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_SIGNAL);
     ASSERT_TRUE(signals && txSignals);
-    Channel c = rig.OpenPair(2, 100000);
+    Channel c = rig.OpenArinc429Pair(2, 100000);
     const int fd = signals->GetFileDescriptor();
     ASSERT_GE(fd, 0);
     std::vector<CKVX_HdwArinc429Message> words;

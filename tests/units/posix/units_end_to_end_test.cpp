@@ -8,7 +8,6 @@
 #include <tuple>
 
 using namespace unit_test;
-using halden_test::WithCommandDevice;
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include "UnitRig.h"
 
 using namespace unit_test;
-using halden_test::WithCommandDevice;
 
 namespace {
 
