@@ -1,9 +1,8 @@
 #pragma once
 // An emulated unit and an application that talks to it through the whole
 // library: manager, driver, ports, services, frames on a pseudo-terminal or
-// over UDP on 127.0.0.1. The Halden's own rig, and any command-protocol unit
-// described by a table row (UnitCase) so that one set of tests runs against
-// every unit.
+// over UDP on 127.0.0.1. Each command-protocol unit is described by a table
+// row (UnitCase), so that one set of tests runs against every unit.
 
 #include <HdwLib/HdwLib.h>
 #include <hdwsim/Emulator.h>
@@ -223,12 +222,6 @@ public:
 
 private:
     bool m_Udp;
-};
-
-// The Halden.
-class Rig : public UnitRig {
-public:
-    explicit Rig(bool udp = false, bool pacing = false) : UnitRig(UnitNamed("halden"), EmulatorOptions(udp, pacing)) {}
 };
 
 // Reads from an input service until `count` items are in or the deadline passes.

@@ -14,13 +14,13 @@ namespace {
 using InService = CKVX_HdwKvxHaldenDevice::CArinc429InBufferService;
 using OutService = CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService;
 
-using Channel = Rig::Arinc429Pair;
+using Channel = UnitRig::Arinc429Pair;
 
 TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
 {
     // At 12.5 kbit/s a word takes 2.9 ms on the bus, so the FIFO of 512
     // words fills up: the service must hold the rest back.
-    Rig rig(false, true);
+    UnitRig rig(UnitNamed("halden"), EmulatorOptions(false, true));
     rig.Start();
     Channel c = rig.OpenArinc429Pair(0, 12500);
     std::vector<CKVX_HdwArinc429Message> words;
@@ -39,7 +39,7 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
 
 TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* in = rig.Enable<InService>(HDW_PORT_ARINC429_RX, 1, HDW_SERVICE_ARINC429_IN_BUFFER);
     auto* out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, 1, HDW_SERVICE_ARINC429_OUT_BUFFER);
@@ -69,7 +69,7 @@ TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
 
 TEST(HaldenArinc429, WriteOptionsAndStatesAnswerTheirCodes)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* in = rig.Enable<InService>(HDW_PORT_ARINC429_RX, 0, HDW_SERVICE_ARINC429_IN_BUFFER);
     auto* out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, 0, HDW_SERVICE_ARINC429_OUT_BUFFER);
@@ -104,7 +104,7 @@ TEST(HaldenArinc429, SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
 {
     // An application that sleeps in poll() on the signal service and then
     // reads the input buffer must find every word the signals announce.
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
     auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_SIGNAL);

@@ -15,7 +15,7 @@ using UartOut = CKVX_HdwKvxHaldenDevice::CUartByteOutBufferService;
 
 TEST(HaldenCan, FaultStatusFollowsTheUnitAndIsSignalled)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, 0, HDW_SERVICE_SIGNAL);
     auto* out = rig.Enable<CanOut>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
@@ -47,7 +47,7 @@ TEST(HaldenCan, FaultStatusFollowsTheUnitAndIsSignalled)
 
 TEST(HaldenUart, BytesCrossFromChannelZeroToOne)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* out = rig.Enable<UartOut>(HDW_PORT_UART, 0, HDW_SERVICE_BYTE_OUT_BUFFER);
     auto* in = rig.Enable<UartIn>(HDW_PORT_UART, 1, HDW_SERVICE_BYTE_IN_BUFFER);

@@ -18,11 +18,10 @@ const std::vector<uint8_t> kRtAccess = {2, 5 << 3 | 6, 17, 1 << 6 | 2, 9, 0x34, 
 // 0x2800 and 0x0000, flags 0x0040.
 const std::vector<uint8_t> kTransfer = {1, 0x02, 0x01, 1, 0, 0xCD, 0xAB, 0x00, 0x28, 0x00, 0x00, 0x40, 0x00};
 
-class HaldenMilStd1553Link : public ::testing::TestWithParam<bool> {};
-
-TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
+// On a pseudo-terminal; the same event frames over UDP: units_end_to_end_test.
+TEST(HaldenMilStd1553, InjectedEventsReachTheirChannelsSignalService)
 {
-    Rig rig(GetParam());
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* sig0 = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
     auto* sig1 = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_SIGNAL);
@@ -56,12 +55,9 @@ TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
     EXPECT_FALSE(rig.Sim.InjectMilStd1553Event(2, kRtAccess)); // the unit has two channels
 }
 
-INSTANTIATE_TEST_SUITE_P(PtyAndUdp, HaldenMilStd1553Link, ::testing::Values(false, true),
-    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
-
 TEST(HaldenMilStd1553, OpensClosesAndRefusesTheBusServicesForNow)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     CKVX_HdwPort* port = rig.Port(HDW_PORT_MILSTD1553, 0);
     ASSERT_NE(port, nullptr);

@@ -117,7 +117,7 @@ TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
 TEST(CanByteServices, OnlyTheUnitsThatCarryThemAdmitThem)
 {
     // The Halden's CAN ports take frame services only.
-    halden_test::Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     for (unsigned type : {unsigned(HDW_SERVICE_BYTE_IN_BUFFER), unsigned(HDW_SERVICE_BYTE_OUT_BUFFER)}) {
         CKVX_HdwService* s = nullptr;

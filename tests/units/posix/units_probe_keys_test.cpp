@@ -78,7 +78,6 @@ TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOn
 
 TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder)
 {
-    UnitCase arvane = UnitNamed("arvane");
     hdwsim::Emulator first(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
     hdwsim::Emulator second(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
     ASSERT_TRUE(first.Start());
@@ -103,7 +102,7 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     // Second run: the other order. The key names the second unit's
     // transmitter 5, now absolute number 5, and words sent through it come
     // out of the second emulator.
-    UnitRig rig(arvane, false);
+    UnitRig rig(UnitNamed("arvane"), false);
     ASSERT_EQ(rig.Manager.AttachDevice(rig.Device.get()), 0u);
     CKVX_HdwManager::CInitPortDesc links[2] = {{6, second.PtyPath()}, {6, first.PtyPath()}};
     ASSERT_NO_FATAL_FAILURE(EnumerateLinks(rig.Manager, links, 2));
