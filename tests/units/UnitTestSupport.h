@@ -40,9 +40,6 @@ public:
     explicit TestUnit(const CUnitProfile& profile = FullProfile())
     {
         m_Profile = profile;
-        m_DeviceCode = 900;
-        m_Manufacturer = "Test Manufacturer";
-        m_ModelName = "Testunit";
         m_LinkParameters.BaudRate = 115200;
         m_LinkParameters.DataBits = 8;
     }

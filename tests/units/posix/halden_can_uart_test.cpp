@@ -13,7 +13,7 @@ using CanOut = CKVX_HdwKvxHaldenDevice::CCanOutBufferService;
 using UartIn = CKVX_HdwKvxHaldenDevice::CUartByteInBufferService;
 using UartOut = CKVX_HdwKvxHaldenDevice::CUartByteOutBufferService;
 
-TEST(HaldenCan, FaultStatusFollowsTheUnitAndIsSignalled)
+TEST(HaldenCan, FaultStatusFollowsTheUnitAndIsSignalledAndOnlyFrameServicesAreAdmitted)
 {
     UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
@@ -21,6 +21,12 @@ TEST(HaldenCan, FaultStatusFollowsTheUnitAndIsSignalled)
     auto* out = rig.Enable<CanOut>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
     auto* port = dynamic_cast<CKVX_HdwCanPort*>(rig.Port(HDW_PORT_CAN, 0));
     ASSERT_NE(port, nullptr);
+    // Byte streams over CAN are the Quillan's (quillan_can_bytes_test).
+    for (unsigned type : {unsigned(HDW_SERVICE_BYTE_IN_BUFFER), unsigned(HDW_SERVICE_BYTE_OUT_BUFFER)}) {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(port->EnableService(type, &s, nullptr), 10u) << type;
+        EXPECT_EQ(s, nullptr);
+    }
     CKVX_HdwCanPort::CFaultStatus status;
     ASSERT_EQ(port->GetFaultStatus(&status), 0u);
     EXPECT_EQ(status.Status, 3u); // not started

@@ -114,16 +114,4 @@ TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
     }));
 }
 
-TEST(CanByteServices, OnlyTheUnitsThatCarryThemAdmitThem)
-{
-    // The Halden's CAN ports take frame services only.
-    UnitRig rig(UnitNamed("halden"), false);
-    rig.Start();
-    for (unsigned type : {unsigned(HDW_SERVICE_BYTE_IN_BUFFER), unsigned(HDW_SERVICE_BYTE_OUT_BUFFER)}) {
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(rig.Port(HDW_PORT_CAN, 0)->EnableService(type, &s, nullptr), 10u) << type;
-        EXPECT_EQ(s, nullptr);
-    }
-}
-
 } // namespace
