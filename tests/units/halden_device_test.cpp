@@ -51,7 +51,6 @@ TEST(HaldenDevice, ResetTurnsEveryChannelOff)
     EXPECT_EQ(inst->CanCtrl[1].FaultState, 3u);
     EXPECT_EQ(inst->UartCtrl[0].ChunkCounter, 0u);
     EXPECT_EQ(inst->RxState, 0u);
-    EXPECT_EQ(inst->AtxCtrl.size(), 4u);
 }
 
 TEST(HaldenDevice, HardwareIdGivesTheUnitNumber)

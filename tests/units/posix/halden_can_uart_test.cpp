@@ -8,7 +8,6 @@ using namespace halden_test;
 
 namespace {
 
-using CanIn = CKVX_HdwKvxHaldenDevice::CCanInBufferService;
 using CanOut = CKVX_HdwKvxHaldenDevice::CCanOutBufferService;
 using UartIn = CKVX_HdwKvxHaldenDevice::CUartByteInBufferService;
 using UartOut = CKVX_HdwKvxHaldenDevice::CUartByteOutBufferService;
