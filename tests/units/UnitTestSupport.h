@@ -9,7 +9,10 @@
 
 #include "support/BitwiseCrc.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -37,9 +40,6 @@ public:
     explicit TestUnit(const CUnitProfile& profile = FullProfile())
     {
         m_Profile = profile;
-        m_DeviceCode = 900;
-        m_Manufacturer = "Test Manufacturer";
-        m_ModelName = "Testunit";
         m_LinkParameters.BaudRate = 115200;
         m_LinkParameters.DataBits = 8;
     }
@@ -65,22 +65,23 @@ public:
     using Base::FeedBytes;
 };
 
-// What a recording port was offered.
+// What a recording port was offered: the event's code, channel and time
+// stamp, and a copy of the event as its own class.
 struct SeenEvent {
     unsigned Code = 0;
     std::string Channel;
     uint64_t TimeStamp = 0;
-    // Decoded contents, by event type.
-    CKVX_HdwArinc429Message Word;
-    uint16_t AuxValue = 0;
-    CKVX_HdwCanMessage Frame;
-    uint8_t StatusKind = 0;
-    uint32_t StatusWord = 0;
-    uint8_t UartStatus = 0;
-    std::vector<uint8_t> UartData;
-    uint32_t ChunkCounter = 0;
-    uint16_t Count = 0;
-    unsigned FailureCode = 0;
+    std::shared_ptr<const Base::CEvent> Copy;
+
+    // The copy as event class E; a failure when it is of another class.
+    template <class E>
+    const E& As() const
+    {
+        static const E none;
+        const E* e = dynamic_cast<const E*>(Copy.get());
+        EXPECT_NE(e, nullptr) << "event " << Code << " is of another class";
+        return e ? *e : none;
+    }
 };
 
 class RecordingPort : public CKVX_HdwPort {
@@ -97,51 +98,23 @@ public:
         s.Code = event->GetEventCode();
         s.Channel = event->GetChannelId().c_str();
         s.TimeStamp = static_cast<Base::CEvent*>(event)->TimeStamp;
-        switch (s.Code) {
-        case Base::EventCriticalFailure:
-            s.FailureCode = static_cast<Base::CCriticalFailureEvent*>(event)->FailureCode;
-            break;
-        case Base::EventA429Rx: {
-            auto* e = static_cast<Base::CArinc429RxEvent*>(event);
-            s.Word = e->Message;
-            s.AuxValue = e->AuxValue;
-            break;
-        }
-        case Base::EventA429Tx:
-            s.Word = static_cast<Base::CArinc429TxEvent*>(event)->Message;
-            break;
-        case Base::EventStatus: {
-            auto* e = static_cast<Base::CStatusEvent*>(event);
-            s.StatusKind = e->Kind;
-            s.StatusWord = e->StatusWord;
-            break;
-        }
-        case Base::EventCanRx:
-            s.Frame = static_cast<Base::CCanRxEvent*>(event)->Message;
-            break;
-        case Base::EventCanTx:
-            s.Frame = static_cast<Base::CCanTxEvent*>(event)->Message;
-            break;
-        case Base::EventUartRx: {
-            auto* e = static_cast<Base::CUartRxEvent*>(event);
-            s.UartStatus = e->Status;
-            s.UartData = e->Data;
-            break;
-        }
-        case Base::EventUartTx: {
-            auto* e = static_cast<Base::CUartTxEvent*>(event);
-            s.ChunkCounter = e->ChunkCounter;
-            s.Count = e->Count;
-            break;
-        }
-        default: break;
-        }
+        CopyAs<Base::CCriticalFailureEvent, Base::CArinc429RxEvent, Base::CArinc429TxEvent, Base::CStatusEvent,
+            Base::CCanRxEvent, Base::CCanTxEvent, Base::CMilStd1553Event, Base::CUartRxEvent, Base::CUartTxEvent>(
+            event, s.Copy);
         seen.push_back(s);
         return Result;
     }
 
     std::vector<SeenEvent> seen;
     unsigned Result = 0;
+
+private:
+    // Copies `event` as the first of the classes E that it is.
+    template <class... E>
+    static void CopyAs(CKVX_HdwEvent* event, std::shared_ptr<const Base::CEvent>& copy)
+    {
+        (void)((dynamic_cast<E*>(event) && (copy = std::make_shared<E>(*dynamic_cast<E*>(event)))) || ...);
+    }
 };
 
 using testsupport::BitwiseCrc16;
@@ -154,8 +127,8 @@ inline void AppendCrc(std::vector<uint8_t>& frame)
 }
 
 // One event record: L, type byte, parameters (time stamp first).
-inline std::vector<uint8_t> EventRecord(unsigned type, unsigned subField, uint32_t timeStamp,
-                                        const std::vector<uint8_t>& fields)
+inline std::vector<uint8_t> EventRecord(
+    unsigned type, unsigned subField, uint32_t timeStamp, const std::vector<uint8_t>& fields)
 {
     std::vector<uint8_t> r;
     r.push_back(uint8_t(1 + 4 + fields.size()));
@@ -174,8 +147,8 @@ inline std::vector<uint8_t> EchoRecord(uint16_t number)
 // An ARINC 429 receive record carrying `word` on `channel`.
 inline std::vector<uint8_t> A429RxRecord(unsigned channel, uint32_t word, uint32_t timeStamp = 1000)
 {
-    return EventRecord(2, channel, timeStamp,
-                       {uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0});
+    return EventRecord(
+        2, channel, timeStamp, {uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0});
 }
 
 // A unit frame around `records` with its CRC.
@@ -187,7 +160,7 @@ inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& r
     std::vector<uint8_t> f;
     f.reserve(body.size() + 7);
     f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F), uint8_t(records.size() & 0xFF),
-         uint8_t((records.size() >> 8) & 0x0F)};
+        uint8_t((records.size() >> 8) & 0x0F)};
     f.insert(f.end(), body.begin(), body.end());
     AppendCrc(f);
     return f;

@@ -1,20 +1,60 @@
 #pragma once
-// Any command-protocol unit emulated and enumerated through the whole
-// library, described by a table row (UnitCase) so that one set of tests runs
-// against every unit.
+// An emulated unit and an application that talks to it through the whole
+// library: manager, driver, ports, services, frames on a pseudo-terminal or
+// over UDP on 127.0.0.1. Each command-protocol unit is described by a table
+// row (UnitCase), so that one set of tests runs against every unit.
 
-#include "HaldenRig.h"
+#include <HdwLib/HdwLib.h>
+#include <hdwsim/Emulator.h>
 
+#include <gtest/gtest.h>
+
+#include "support/Wait.h"
+
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
-namespace unit_test {
+namespace halden_test {
 
-using halden_test::WaitUntil;
-using halden_test::Word;
+using testsupport::WaitUntil;
+
+// Generous time-outs for a loaded machine, where bytes crossing a
+// pseudo-terminal between threads can come 200 to 800 ms late: the driver's
+// echo time-out and the ports' open time-out. Tests of those time-outs set
+// their own.
+constexpr unsigned kEchoTimeoutMs = 5000;
+constexpr unsigned kOpenTimeoutMs = 10000;
+
+// Calls `f` with the driver as the command-protocol device of whichever link
+// base it has; false when it is neither.
+template <class F>
+bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
+{
+    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(device)) {
+        f(*d);
+        return true;
+    }
+    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(device)) {
+        f(*d);
+        return true;
+    }
+    return false;
+}
+
+inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
+{
+    hdwsim::Emulator::Options o;
+    o.Pty = !udp;
+    o.Udp = udp;
+    o.Pacing = pacing;
+    o.ClockStartUs = 1000;
+    return o;
+}
 
 // What a test needs to know of a unit, written from the unit's description
 // (not read from the driver or the emulator, so that a wrong table in either
@@ -23,7 +63,7 @@ struct UnitCase {
     const char* Sim; // emulator row name
     uint64_t Code; // device code = kind number
     std::function<CKVX_HdwDevice*()> Make;
-    unsigned Atx, Arx, Can;
+    unsigned Atx, Arx, Can, Uart, Mil;
     bool Ethernet;
     unsigned EthernetLimit; // payload limit of one frame over Ethernet
     uint8_t AtxConfigBase, ArxConfigBase, CanConfigBase, CanPushBase;
@@ -31,21 +71,23 @@ struct UnitCase {
     const char* Model;
 };
 
-inline std::ostream& operator<<(std::ostream& os, const UnitCase& u)
-{
-    return os << u.Sim;
-}
-
 inline std::vector<UnitCase> AllUnits()
 {
     return {
-        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, true, 4000, 64, 72, 0, 0, false, "Arvane"},
-        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, false, 0, 20, 24, 48, 50, false,
-            "Halden Small"},
-        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, true, 1345, 80, 96, 0, 0, true, "Pellor"},
-        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, false, 0, 20, 24, 0, 0, false, "Mirrow"},
-        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, false, 0, 0, 0, 48, 56, false, "Bexley"},
-        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, false, 0, 0, 0, 48, 50, false, "Quillan"},
+        {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, 2, 2, true, 1345, 20, 24, 48, 50, false,
+            "Halden"},
+        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, 0, 0, true, 4000, 64, 72, 0, 0, false,
+            "Arvane"},
+        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, 0, 0, false, 0, 20, 24, 48, 50,
+            false, "Halden Small"},
+        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, 0, 0, true, 1345, 80, 96, 0, 0, true,
+            "Pellor"},
+        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, 0, 0, false, 0, 20, 24, 0, 0, false,
+            "Mirrow"},
+        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, 0, 0, false, 0, 0, 0, 48, 56, false,
+            "Bexley"},
+        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, 0, 0, false, 0, 0, 0, 48, 50, false,
+            "Quillan"},
     };
 }
 
@@ -58,29 +100,156 @@ inline UnitCase UnitNamed(const std::string& name)
     return AllUnits().front();
 }
 
-using halden_test::EmulatorOptions;
+// Enumerates `links`, a few times when a unit did not answer: the probe
+// waits a fixed 200 ms, which a loaded machine can miss.
+inline void EnumerateLinks(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortDesc* links, unsigned count)
+{
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        ASSERT_EQ(manager.Enumerate(links, count, CKVX_HdwManager::EnumerateNoScan), 0u);
+        if (std::all_of(links, links + count, [](const auto& link) { return link.Result == 0; }))
+            return;
+    }
+    FAIL() << "a unit did not answer on " << links[0].Link.c_str();
+}
 
-// One emulated unit and a manager with the unit's driver attached.
-class UnitRig : public halden_test::BasicRig<CKVX_HdwDevice> {
+// An emulated unit and the application side: a manager with the unit's
+// driver attached.
+class UnitRig {
 public:
-    UnitRig(const UnitCase& unit, bool udp, const std::string& serial = "")
-        : UnitRig(unit, EmulatorOptions(udp, false, serial))
-    {}
-    UnitRig(const UnitCase& unit, const hdwsim::Emulator::Options& options)
-        : BasicRig(*hdwsim::FindUnitModel(unit.Sim), unit.Make(), unit.Code, options),
-          Unit(unit)
-    {}
+    UnitRig(const UnitCase& unit, bool udp) : UnitRig(unit, EmulatorOptions(udp)) {}
+    UnitRig(const UnitCase& unit, const hdwsim::Emulator::Options& o)
+        : Sim(*hdwsim::FindUnitModel(unit.Sim), o),
+          Device(unit.Make()),
+          Unit(unit),
+          m_Udp(o.Udp)
+    {
+        SetEchoTimeout(kEchoTimeoutMs);
+    }
+    ~UnitRig() { Manager.Stop(); }
 
+    void StartSim()
+    {
+        std::string error;
+        ASSERT_TRUE(Sim.Start(&error)) << error;
+    }
+
+    void SetEchoTimeout(unsigned ms)
+    {
+        EXPECT_TRUE(WithCommandDevice(Device.get(), [ms](auto& d) { d.SetEchoTimeout(ms); }));
+    }
+
+    // Starts the emulator, enumerates it through the manager and runs.
+    void Start()
+    {
+        StartSim();
+        ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
+        ASSERT_NO_FATAL_FAILURE(Enumerate());
+        ASSERT_EQ(Manager.Run(), 0u);
+    }
+
+    void Enumerate()
+    {
+        CKVX_HdwManager::CInitPortDesc link(Unit.Code, LinkText());
+        EnumerateLinks(Manager, &link, 1);
+    }
+
+    std::string LinkText() const { return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath(); }
+
+    CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
+
+    // Opens a port with `params` and the generous open time-out.
+    template <class P>
+    unsigned Open(unsigned type, unsigned num, P params, unsigned timeoutMs = kOpenTimeoutMs)
+    {
+        params.Timeout = timeoutMs;
+        return Port(type, num)->Open(&params);
+    }
+    // The same with the port's default settings.
+    unsigned Open(unsigned type, unsigned num)
+    {
+        switch (type) {
+        case HDW_PORT_ARINC429_RX: return Open(type, num, CKVX_HdwArinc429RxPort::CParameters());
+        case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
+        case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
+        case HDW_PORT_UART: return Open(type, num, CKVX_HdwUartPort::CParameters());
+        case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
+        default: ADD_FAILURE() << "no port type " << type; return 2;
+        }
+    }
+
+    template <class S>
+    S* Enable(unsigned portType, unsigned num, unsigned serviceType, CKVX_HdwService::CParameters* params = nullptr)
+    {
+        CKVX_HdwPort* port = Port(portType, num);
+        EXPECT_NE(port, nullptr);
+        if (!port)
+            return nullptr;
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(port->EnableService(serviceType, &s, params), 0u);
+        auto* typed = dynamic_cast<S*>(s);
+        EXPECT_NE(typed, nullptr);
+        return typed;
+    }
+
+    // Enables the buffer services of ARINC 429 pair `ch` (transmitter and
+    // receiver wired together on the unit) and opens both ports at `rate`
+    // (0: the ports' defaults).
+    struct Arinc429Pair {
+        CKVX_HdwArinc429InBufferService* In = nullptr;
+        CKVX_HdwArinc429OutBufferService* Out = nullptr;
+    };
+    template <class TIn = CKVX_HdwArinc429InBufferService, class TOut = CKVX_HdwArinc429OutBufferService>
+    Arinc429Pair OpenArinc429Pair(unsigned ch, uint32_t rate = 0)
+    {
+        Arinc429Pair c;
+        c.In = Enable<TIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+        c.Out = Enable<TOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+        if (!c.In || !c.Out) // already reported; no ports to open
+            return {};
+        CKVX_HdwArinc429RxPort::CParameters rp;
+        CKVX_HdwArinc429TxPort::CParameters tp;
+        if (rate)
+            rp.BaudRate = tp.BaudRate = rate;
+        EXPECT_EQ(Open(HDW_PORT_ARINC429_RX, ch, rp), 0u);
+        EXPECT_EQ(Open(HDW_PORT_ARINC429_TX, ch, tp), 0u);
+        return c;
+    }
+
+    hdwsim::Emulator Sim;
+    std::unique_ptr<CKVX_HdwDevice> Device;
+    CKVX_HdwManager Manager;
     UnitCase Unit;
+
+private:
+    bool m_Udp;
 };
 
-// The status request builder of whichever link base the unit's driver has.
-inline unsigned AttachStatusRequest(CKVX_HdwDevice* device, unsigned channel, unsigned kind)
+// Reads from an input service until `count` items are in or the deadline passes.
+template <class TItem, class TService>
+std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 10000)
 {
-    unsigned rc = 2;
-    EXPECT_TRUE(
-        halden_test::WithCommandDevice(device, [&](auto& d) { rc = d.AttachStatusRequestCommand(0, channel, kind); }));
-    return rc;
+    std::vector<TItem> got;
+    std::vector<TItem> chunk(512);
+    WaitUntil(
+        [&] {
+            unsigned n = 0;
+            if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
+                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
+            return got.size() >= count;
+        },
+        timeoutMs);
+    return got;
+}
+
+inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi = 0, unsigned ssm = 0)
+{
+    CKVX_HdwArinc429Message m;
+    m.Label = uint8_t(label);
+    m.Data = data & 0x7FFFF;
+    m.Sdi = uint8_t(sdi);
+    m.Ssm = uint8_t(ssm);
+    m.SetParity(0);
+    return m;
 }
 
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
@@ -94,20 +263,14 @@ inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool ext
     return m;
 }
 
-using halden_test::ReadAll;
-
-// Opens ARINC 429 pair `ch` at 100 kbit/s and sends `count` words through
-// it; returns what the receiver read.
-inline std::vector<CKVX_HdwArinc429Message> Arinc429RoundTrip(UnitRig& rig, unsigned ch, unsigned count)
+// The i-th frame sent from CAN channel `from`: every length, standard and
+// extended identifiers up to the highest, some remote frames.
+inline CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
 {
-    const auto pair = rig.OpenArinc429Pair(ch, 100000);
-    if (!pair.In || !pair.Out)
-        return {};
-    std::vector<CKVX_HdwArinc429Message> words;
-    for (unsigned i = 0; i < count; ++i)
-        words.push_back(Word(0x20 + ch, i * 16 + ch, i & 3));
-    EXPECT_EQ(pair.Out->Write(words.data(), count, 0), 0u);
-    return ReadAll<CKVX_HdwArinc429Message>(pair.In, count);
+    const bool extended = i % 2 == 1;
+    CKVX_HdwCanMessage m = Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended);
+    m.Rtr = i % 5 == 4 ? 1 : 0;
+    return m;
 }
 
 // Opens CAN channels `from` and `to` (sharing a bus on the unit; the same
@@ -126,9 +289,60 @@ inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from,
     }
     std::vector<CKVX_HdwCanMessage> frames;
     for (unsigned i = 0; i < count; ++i)
-        frames.push_back(Frame(0x100 + i + from, uint8_t(i % 9), uint8_t(i), i % 2 == 1));
+        frames.push_back(BusFrame(from, i));
     EXPECT_EQ(out->Write(frames.data(), count, 0), 0u);
     return ReadAll<CKVX_HdwCanMessage>(in, count);
 }
 
-} // namespace unit_test
+// The i-th word sent on ARINC 429 pair `ch`: labels, SDI and SSM vary.
+inline CKVX_HdwArinc429Message PairWord(unsigned ch, unsigned i)
+{
+    return Word(0x20 + ch + (i & 0xC0), i * 16 + ch, i & 3, (i >> 2) & 3);
+}
+
+// Opens ARINC 429 pairs at 100 kbit/s and writes `count` words to each,
+// every pair before reading any, so that the pairs' words share frames. Each
+// receiver reads its words in order with rising time stamps; every word is
+// confirmed sent, went through the emulated pair of its channel (`sim`, or the
+// rig's own) configured with the unit's own codes, and none was dropped.
+inline void ExpectArinc429RoundTrip(
+    UnitRig& rig, const std::vector<std::pair<unsigned, unsigned>>& channelCounts, hdwsim::Emulator* sim = nullptr)
+{
+    const UnitCase& u = rig.Unit;
+    std::vector<UnitRig::Arinc429Pair> pairs;
+    for (const auto& [ch, count] : channelCounts) {
+        pairs.push_back(rig.OpenArinc429Pair(ch, 100000));
+        ASSERT_TRUE(pairs.back().In && pairs.back().Out) << "channel " << ch;
+    }
+    for (size_t k = 0; k < pairs.size(); ++k) {
+        const auto [ch, count] = channelCounts[k];
+        std::vector<CKVX_HdwArinc429Message> words;
+        for (unsigned i = 0; i < count; ++i)
+            words.push_back(PairWord(ch, i));
+        ASSERT_EQ(pairs[k].Out->Write(words.data(), count, 0), 0u);
+    }
+    for (size_t k = 0; k < pairs.size(); ++k) {
+        const auto [ch, count] = channelCounts[k];
+        const auto got = ReadAll<CKVX_HdwArinc429Message>(pairs[k].In, count, 30000);
+        ASSERT_EQ(got.size(), count) << "channel " << ch;
+        uint64_t last = 0;
+        for (unsigned i = 0; i < count; ++i) {
+            ASSERT_EQ(got[i], PairWord(ch, i)) << "channel " << ch << " word " << i;
+            ASSERT_GE(got[i].TimeStamp, last);
+            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
+            last = got[i].TimeStamp;
+        }
+        unsigned pending = 1;
+        EXPECT_TRUE(WaitUntil([&] { return pairs[k].Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
+        const hdwsim::Counters c = (sim ? *sim : rig.Sim).GetCounters();
+        EXPECT_EQ(c.A429Pushed[ch], count);
+        EXPECT_EQ(c.A429Received[ch], count);
+        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
+        EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
+        EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
+    }
+}
+
+} // namespace halden_test
+
+namespace unit_test = halden_test;

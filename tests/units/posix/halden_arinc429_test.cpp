@@ -1,7 +1,8 @@
-// ARINC 429 through the whole stack against the emulated unit (wired
-// transmitter k to receiver k) on a pseudo-terminal, and over HOE (UDP on
-// 127.0.0.1).
-#include "HaldenRig.h"
+// ARINC 429 through the whole stack against the emulated Halden (wired
+// transmitter k to receiver k) on a pseudo-terminal: flow control, the label
+// filter, refusals and signals. Round trips on every unit, over serial and
+// UDP: units_end_to_end_test.
+#include "UnitRig.h"
 
 #include <chrono>
 #include <poll.h>
@@ -10,84 +11,18 @@ using namespace halden_test;
 
 namespace {
 
-using TxPort = CKVX_HdwKvxHaldenDevice::CArinc429TxPort;
-using RxPort = CKVX_HdwKvxHaldenDevice::CArinc429RxPort;
 using InService = CKVX_HdwKvxHaldenDevice::CArinc429InBufferService;
 using OutService = CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService;
 
-using Channel = Rig::Arinc429Pair;
-
-TEST(HaldenArinc429, PortsAreTheDriversNestedClassesInChannelOrder)
-{
-    Rig rig;
-    rig.Start();
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_TX), 4u);
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_RX), 4u);
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_CAN), 2u);
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 2u);
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        auto* tx = dynamic_cast<TxPort*>(rig.Port(HDW_PORT_ARINC429_TX, ch));
-        auto* rx = dynamic_cast<RxPort*>(rig.Port(HDW_PORT_ARINC429_RX, ch));
-        ASSERT_NE(tx, nullptr);
-        ASSERT_NE(rx, nullptr);
-        EXPECT_EQ(tx->GetChannel(), ch);
-        EXPECT_EQ(rx->GetChannelId(), CKVX_String(std::to_string(ch)));
-    }
-}
-
-class HaldenArinc429Link : public ::testing::TestWithParam<bool> {};
-
-// Pair 2 takes ten thousand words in one write; over UDP every pair takes
-// more than one Ethernet frame's worth (1345 payload bytes = 134 words).
-TEST_P(HaldenArinc429Link, WordsOnAllFourPairsArriveInOrderWithTimeStamps)
-{
-    const bool udp = GetParam();
-    Rig rig(udp);
-    rig.Start();
-    Channel pairs[4];
-    for (unsigned ch = 0; ch < 4; ++ch)
-        pairs[ch] = rig.OpenPair(ch, 100000);
-    EXPECT_EQ(rig.Sim.HasUdpSession(), udp);
-    const unsigned counts[4] = {300, 1000, 10000, 300};
-    auto word = [](unsigned ch, unsigned i) { return Word(0x10 + ch + (i & 0xC0), i * 4 + ch, i & 3, (i >> 2) & 3); };
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        std::vector<CKVX_HdwArinc429Message> words;
-        for (unsigned i = 0; i < counts[ch]; ++i)
-            words.push_back(word(ch, i));
-        ASSERT_EQ(pairs[ch].Out->Write(words.data(), counts[ch], 0), 0u);
-    }
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        const auto got = ReadWords(pairs[ch].In, counts[ch], 30000);
-        ASSERT_EQ(got.size(), counts[ch]) << "channel " << ch;
-        uint64_t last = 0;
-        for (unsigned i = 0; i < counts[ch]; ++i) {
-            ASSERT_EQ(got[i], word(ch, i)) << "channel " << ch << " word " << i;
-            ASSERT_GE(got[i].TimeStamp, last);
-            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
-            last = got[i].TimeStamp;
-        }
-    }
-    // Everything written is confirmed sent, and the unit dropped nothing.
-    for (unsigned ch = 0; ch < 4; ++ch) {
-        unsigned pending = 1;
-        EXPECT_TRUE(WaitUntil([&] { return pairs[ch].Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
-        const hdwsim::Counters c = rig.Sim.GetCounters();
-        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
-        EXPECT_EQ(c.A429Pushed[ch], counts[ch]);
-        EXPECT_EQ(c.A429Received[ch], counts[ch]);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(PtyAndUdp, HaldenArinc429Link, ::testing::Values(false, true),
-    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
+using Channel = UnitRig::Arinc429Pair;
 
 TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
 {
     // At 12.5 kbit/s a word takes 2.9 ms on the bus, so the FIFO of 512
     // words fills up: the service must hold the rest back.
-    Rig rig(false, true);
+    UnitRig rig(UnitNamed("halden"), EmulatorOptions(false, true));
     rig.Start();
-    Channel c = rig.OpenPair(0, 12500);
+    Channel c = rig.OpenArinc429Pair(0, 12500);
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 700; ++i)
         words.push_back(Word(0x21, i));
@@ -104,7 +39,7 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
 
 TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* in = rig.Enable<InService>(HDW_PORT_ARINC429_RX, 1, HDW_SERVICE_ARINC429_IN_BUFFER);
     auto* out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, 1, HDW_SERVICE_ARINC429_OUT_BUFFER);
@@ -118,7 +53,7 @@ TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
         Word(0x30, 1, 1), Word(0x31, 2, 1), Word(0x31, 3, 0), Word(0x32, 4, 1), Word(0x31, 5, 1, 3)};
     ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
     ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429Transmitted[1] == words.size(); }));
-    const auto got = ReadWords(in, 2);
+    const auto got = ReadAll<CKVX_HdwArinc429Message>(in, 2);
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(got[0], words[1]);
     EXPECT_EQ(got[1], words[4]);
@@ -129,15 +64,12 @@ TEST(HaldenArinc429, LabelFilterBecomesTheUnitsLabelTable)
     // Accepting everything while running reaches the unit too.
     ASSERT_EQ(in->AcceptAllMessages(), 0u);
     ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
-    const auto all = ReadWords(in, words.size());
-    ASSERT_EQ(all.size(), words.size());
-    for (size_t i = 0; i < words.size(); ++i)
-        EXPECT_EQ(all[i], words[i]);
+    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in, words.size()), words);
 }
 
 TEST(HaldenArinc429, WriteOptionsAndStatesAnswerTheirCodes)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* in = rig.Enable<InService>(HDW_PORT_ARINC429_RX, 0, HDW_SERVICE_ARINC429_IN_BUFFER);
     auto* out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, 0, HDW_SERVICE_ARINC429_OUT_BUFFER);
@@ -172,12 +104,12 @@ TEST(HaldenArinc429, SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
 {
     // An application that sleeps in poll() on the signal service and then
     // reads the input buffer must find every word the signals announce.
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
     auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_SIGNAL);
     ASSERT_TRUE(signals && txSignals);
-    Channel c = rig.OpenPair(2, 100000);
+    Channel c = rig.OpenArinc429Pair(2, 100000);
     const int fd = signals->GetFileDescriptor();
     ASSERT_GE(fd, 0);
     std::vector<CKVX_HdwArinc429Message> words;

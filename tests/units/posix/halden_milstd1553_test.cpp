@@ -1,7 +1,8 @@
 // The Halden's two MIL-STD-1553 channels through the whole stack against the
-// emulated unit: enumeration, opening and closing, and the unit's
-// MIL-STD-1553 events reaching the channel's signal service.
-#include "HaldenRig.h"
+// emulated unit: opening and closing, and the unit's MIL-STD-1553 events
+// reaching the channel's signal service (the ports and their keys:
+// units_end_to_end_test).
+#include "UnitRig.h"
 
 using namespace halden_test;
 
@@ -17,21 +18,10 @@ const std::vector<uint8_t> kRtAccess = {2, 5 << 3 | 6, 17, 1 << 6 | 2, 9, 0x34, 
 // 0x2800 and 0x0000, flags 0x0040.
 const std::vector<uint8_t> kTransfer = {1, 0x02, 0x01, 1, 0, 0xCD, 0xAB, 0x00, 0x28, 0x00, 0x00, 0x40, 0x00};
 
-void ExpectRtAccessSignal(const CKVX_HdwSignalService::CSignal& s, CKVX_HdwPort* port)
+// On a pseudo-terminal; the same event frames over UDP: units_end_to_end_test.
+TEST(HaldenMilStd1553, InjectedEventsReachTheirChannelsSignalService)
 {
-    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
-    EXPECT_EQ(s.Port, port);
-    // Command word: terminal 5, receive, subaddress 17, 2 words.
-    EXPECT_EQ(s.Value, (5u << 11) | (17u << 5) | 2u);
-    EXPECT_EQ(s.Aux, (2u << 24) | (9u << 8) | (1u << 3) | 6u);
-    EXPECT_NE(s.TimeStamp, 0u);
-}
-
-class HaldenMilStd1553Link : public ::testing::TestWithParam<bool> {};
-
-TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
-{
-    Rig rig(GetParam());
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     auto* sig0 = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
     auto* sig1 = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_SIGNAL);
@@ -43,7 +33,12 @@ TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
     ASSERT_TRUE(rig.Sim.InjectMilStd1553Event(0, kTransfer));
     CKVX_HdwSignalService::CSignal s;
     ASSERT_EQ(sig1->WaitSignal(s, 10000), 0u);
-    ExpectRtAccessSignal(s, rig.Port(HDW_PORT_MILSTD1553, 1));
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
+    EXPECT_EQ(s.Port, rig.Port(HDW_PORT_MILSTD1553, 1));
+    // Command word: terminal 5, receive, subaddress 17, 2 words.
+    EXPECT_EQ(s.Value, (5u << 11) | (17u << 5) | 2u);
+    EXPECT_EQ(s.Aux, (2u << 24) | (9u << 8) | (1u << 3) | 6u);
+    EXPECT_NE(s.TimeStamp, 0u);
     ASSERT_EQ(sig0->WaitSignal(s, 10000), 0u);
     EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
     EXPECT_EQ(s.Value, 0x28000102u);
@@ -54,43 +49,15 @@ TEST_P(HaldenMilStd1553Link, InjectedEventsReachTheirChannelsSignalService)
     EXPECT_EQ(left, 0u);
     EXPECT_EQ(sig1->GetSignalsNumber(left), 0u);
     EXPECT_EQ(left, 0u);
-    EXPECT_EQ(static_cast<MilPort*>(rig.Port(HDW_PORT_MILSTD1553, 1))->GetMessageCount(), 1u);
+    auto* port = dynamic_cast<MilPort*>(rig.Port(HDW_PORT_MILSTD1553, 1)); // the driver's own class
+    ASSERT_NE(port, nullptr);
+    EXPECT_EQ(port->GetMessageCount(), 1u);
     EXPECT_FALSE(rig.Sim.InjectMilStd1553Event(2, kRtAccess)); // the unit has two channels
-}
-
-INSTANTIATE_TEST_SUITE_P(PtyAndUdp, HaldenMilStd1553Link, ::testing::Values(false, true),
-    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
-
-TEST(HaldenMilStd1553, TwoPortsOfTypeFiveWithKeys)
-{
-    Rig rig;
-    rig.Start();
-    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_MILSTD1553), 2u);
-    for (unsigned n = 0; n < 2; ++n) {
-        auto* port = dynamic_cast<MilPort*>(rig.Port(HDW_PORT_MILSTD1553, n));
-        ASSERT_NE(port, nullptr) << n;
-        EXPECT_EQ(port->GetPortType(), 5u);
-        EXPECT_EQ(port->GetChannelId(), CKVX_String(std::to_string(n)));
-        EXPECT_EQ(port->GetChannel(), n);
-    }
-    EXPECT_EQ(rig.Port(HDW_PORT_MILSTD1553, 2), nullptr);
-
-    CKVX_HdwManager::CPortInfoVector list;
-    ASSERT_EQ(rig.Manager.GetPortList(HDW_PORT_MILSTD1553, list), 0u);
-    ASSERT_EQ(list.GetLength(), 2u);
-    for (unsigned n = 0; n < 2; ++n) {
-        const CKVX_String key = list[n].Key;
-        ASSERT_NE(key.GetLength(), 0u) << n;
-        EXPECT_EQ(key.Left(2), CKVX_String("5@")) << key.c_str();
-        unsigned abs = 99;
-        EXPECT_EQ(rig.Manager.FindPort(key, &abs), rig.Port(HDW_PORT_MILSTD1553, n)) << key.c_str();
-        EXPECT_EQ(abs, n);
-    }
 }
 
 TEST(HaldenMilStd1553, OpensClosesAndRefusesTheBusServicesForNow)
 {
-    Rig rig;
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     CKVX_HdwPort* port = rig.Port(HDW_PORT_MILSTD1553, 0);
     ASSERT_NE(port, nullptr);

@@ -10,24 +10,13 @@
 #include <algorithm>
 #include <map>
 
-using unit_test::UnitCase;
+using unit_test::UnitNamed;
 using unit_test::UnitRig;
 using unit_test::WaitUntil;
 using unit_test::Word;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
-
-UnitCase Halden()
-{
-    return {
-        "halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, true, 1345, 20, 24, 48, 50, false, "Halden"};
-}
-
-UnitCase Named(const std::string& name)
-{
-    return name == "halden" ? Halden() : unit_test::UnitNamed(name);
-}
 
 // Drains an input buffer, keeping what it read.
 struct Drain {
@@ -85,7 +74,7 @@ class LabelOutput : public ::testing::TestWithParam<bool> {};
 // its own all along, the clock that proves that nothing more came on 0.
 TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 {
-    UnitRig rig(Halden(), GetParam());
+    UnitRig rig(UnitNamed("halden"), GetParam());
     rig.Start();
     LabelLoop loop(rig, 0), clock(rig, 1);
     ASSERT_TRUE(loop.Ok && clock.Ok);
@@ -171,7 +160,7 @@ class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(LabelOutputUnits, LabelComesRoundOnTheLastChannel)
 {
-    UnitRig rig(Named(GetParam()), false);
+    UnitRig rig(UnitNamed(GetParam()), false);
     rig.Start();
     const unsigned ch = rig.Unit.Atx - 1;
     LabelLoop loop(rig, ch);
@@ -195,7 +184,7 @@ INSTANTIATE_TEST_SUITE_P(
 // from what the service accepts (on a channel above 7).
 TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
 {
-    UnitRig rig(Named("pellor"), false);
+    UnitRig rig(UnitNamed("pellor"), false);
     rig.Start();
     const unsigned ch = 12;
     auto* in = rig.Enable<CKVX_HdwArinc429InLbloService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_LABEL_IN);
@@ -248,7 +237,7 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
 
 TEST(LabelServiceAdmission, OnTheUnitsPorts)
 {
-    UnitRig rig(Named("pellor"), false);
+    UnitRig rig(UnitNamed("pellor"), false);
     rig.Start();
     CKVX_HdwService* s = nullptr;
     // Receiver: the label-oriented input and an input buffer exclude each other.
@@ -280,7 +269,7 @@ TEST(LabelServiceAdmission, OnTheUnitsPorts)
 TEST(LabelServiceAdmission, LabelInputIsPellorsOnly)
 {
     for (const char* name : {"halden", "arvane", "mirrow"}) {
-        UnitRig rig(Named(name), false);
+        UnitRig rig(UnitNamed(name), false);
         rig.Start();
         CKVX_HdwService* s = nullptr;
         EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u)

@@ -1,21 +1,17 @@
-// Every further command-protocol unit against the emulator playing it:
-// enumeration over each transport, channel counts and port classes, a round
-// trip on each bus kind, the frame payload limit, the command codes on the
-// wire, and the commands a unit must never be sent.
+// Every command-protocol unit against the emulator playing it: enumeration
+// over each transport, channel counts, port classes and keys, a round trip on
+// each bus kind, the frame payload limit, the command codes on the wire, the
+// commands a unit must never be sent, keep-alives and critical failures.
 #include "UnitRig.h"
 
 #include <set>
+#include <tuple>
 
 using namespace unit_test;
 
 namespace {
 
 class UnitEndToEnd : public ::testing::TestWithParam<UnitCase> {};
-
-std::string CaseName(const ::testing::TestParamInfo<UnitCase>& info)
-{
-    return info.param.Sim;
-}
 
 // The command codes a unit may be sent: the fixed ones of its command set
 // and its per-channel codes.
@@ -51,44 +47,43 @@ void ExpectOnlyAllowedCommands(const UnitRig& rig)
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
 
+template <class P>
+bool IsA(CKVX_HdwPort* port)
+{
+    return dynamic_cast<P*>(port) != nullptr;
+}
+
+// The unit's ports: as many of each kind as it has channels, of the kind's
+// class, named by their channel numbers, and none beyond.
 void ExpectPortCounts(UnitRig& rig)
 {
     const UnitCase& u = rig.Unit;
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_TX), u.Atx);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_ARINC429_RX), u.Arx);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_CAN), u.Can);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 0u);
-    EXPECT_EQ(rig.Manager.GetPortCount(HDW_PORT_MILSTD1553), 0u);
-    for (unsigned ch = 0; ch < u.Atx; ++ch) {
-        CKVX_HdwPort* p = rig.Port(HDW_PORT_ARINC429_TX, ch);
-        ASSERT_NE(dynamic_cast<CKVX_HdwArinc429TxPort*>(p), nullptr);
-        EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
-    }
-    for (unsigned ch = 0; ch < u.Arx; ++ch)
-        ASSERT_NE(dynamic_cast<CKVX_HdwArinc429RxPort*>(rig.Port(HDW_PORT_ARINC429_RX, ch)), nullptr);
-    for (unsigned ch = 0; ch < u.Can; ++ch) {
-        CKVX_HdwPort* p = rig.Port(HDW_PORT_CAN, ch);
-        ASSERT_NE(dynamic_cast<CKVX_HdwCanPort*>(p), nullptr);
-        EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
+    const std::tuple<unsigned, unsigned, bool (*)(CKVX_HdwPort*)> kinds[] = {
+        {HDW_PORT_ARINC429_TX, u.Atx, IsA<CKVX_HdwArinc429TxPort>},
+        {HDW_PORT_ARINC429_RX, u.Arx, IsA<CKVX_HdwArinc429RxPort>}, {HDW_PORT_CAN, u.Can, IsA<CKVX_HdwCanPort>},
+        {HDW_PORT_UART, u.Uart, IsA<CKVX_HdwUartPort>}, {HDW_PORT_MILSTD1553, u.Mil, IsA<CKVX_HdwMilStd1553Port>}};
+    for (const auto& [type, count, isOfItsClass] : kinds) {
+        EXPECT_EQ(rig.Manager.GetPortCount(type), count) << "port type " << type;
+        for (unsigned ch = 0; ch < count; ++ch) {
+            CKVX_HdwPort* p = rig.Port(type, ch);
+            ASSERT_NE(p, nullptr) << "port type " << type << " channel " << ch;
+            EXPECT_TRUE(isOfItsClass(p)) << "port type " << type << " channel " << ch;
+            EXPECT_EQ(p->GetChannelId(), CKVX_String(std::to_string(ch)));
+        }
+        EXPECT_EQ(rig.Port(type, count), nullptr) << "port type " << type;
     }
 }
 
+// Opens the first ARINC 429 transmitter, or CAN channel, with a signal
+// service; the first open port opens the unit's session.
 void OpenFirstPort(UnitRig& rig)
 {
-    if (rig.Unit.Atx) {
-        rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 0, HDW_SERVICE_ARINC429_OUT_BUFFER);
-        CKVX_HdwArinc429TxPort::CParameters tp;
-        tp.BaudRate = 100000;
-        ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0, tp), 0u);
-    } else {
-        rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
-        CKVX_HdwCanPort::CParameters p;
-        p.BitRate = 500000;
-        ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0, p), 0u);
-    }
+    const unsigned type = rig.Unit.Atx ? HDW_PORT_ARINC429_TX : HDW_PORT_CAN;
+    ASSERT_NE(rig.Enable<CKVX_HdwSignalService>(type, 0, HDW_SERVICE_SIGNAL), nullptr);
+    ASSERT_EQ(rig.Open(type, 0), 0u);
 }
 
-TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsAndPortClasses)
+TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsPortClassesAndKeys)
 {
     UnitRig rig(GetParam(), false);
     rig.Start();
@@ -100,10 +95,16 @@ TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsAndPortClasses)
     for (const auto& info : list) {
         EXPECT_EQ(info.DeviceCode, GetParam().Code);
         EXPECT_EQ(info.FullName, CKVX_String(GetParam().Model));
-        EXPECT_FALSE(info.Key.IsEmpty());
+        // The key starts with the port type and leads back to the port.
+        EXPECT_EQ(info.Key.Left(2), CKVX_String(std::to_string(info.PortType) + "@")) << info.Key.c_str();
+        unsigned absNum = 99;
+        EXPECT_EQ(rig.Manager.FindPort(info.Key, &absNum), info.Port) << info.Key.c_str();
+        EXPECT_EQ(absNum, info.AbsNum);
     }
 }
 
+// Over UDP every pair takes more than one frame's worth of words (1345
+// payload bytes hold 134).
 TEST_P(UnitEndToEnd, EnumeratesOverEthernetWhereTheUnitHasIt)
 {
     if (!GetParam().Ethernet)
@@ -111,35 +112,21 @@ TEST_P(UnitEndToEnd, EnumeratesOverEthernetWhereTheUnitHasIt)
     UnitRig rig(GetParam(), true);
     rig.Start();
     ExpectPortCounts(rig);
-    // The session opens with the first port; the highest pair carries words.
-    const unsigned ch = GetParam().Atx - 1;
-    const auto got = Arinc429RoundTrip(rig, ch, 40);
-    ASSERT_EQ(got.size(), 40u);
-    EXPECT_EQ(got.back(), Word(0x20 + ch, 39 * 16 + ch, 39 & 3));
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{0, 1000}, {GetParam().Atx - 1, 300}}));
     EXPECT_TRUE(rig.Sim.HasUdpSession());
-    EXPECT_EQ(rig.Sim.GetCounters().A429Received[ch], 40u);
     ExpectOnlyAllowedCommands(rig);
 }
 
-TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnTheFirstAndLastPair)
+// The first pair takes ten thousand words in one write.
+TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnTheFirstAndLastPairAtOnce)
 {
     const UnitCase& u = GetParam();
     if (!u.Atx)
         GTEST_SKIP() << u.Sim << " has no ARINC 429 channel";
     UnitRig rig(u, false);
     rig.Start();
-    for (unsigned ch : {0u, u.Atx - 1}) {
-        const auto got = Arinc429RoundTrip(rig, ch, 40);
-        ASSERT_EQ(got.size(), 40u) << "channel " << ch;
-        for (unsigned i = 0; i < 40; ++i)
-            EXPECT_EQ(got[i], Word(0x20 + ch, i * 16 + ch, i & 3)) << "channel " << ch << " word " << i;
-        const hdwsim::Counters c = rig.Sim.GetCounters();
-        // The words went through the emulated pair of that channel, configured
-        // with the unit's own codes.
-        EXPECT_EQ(c.A429Received[ch], 40u);
-        EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
-        EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
-    }
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{0, 10000}, {u.Atx - 1, 300}}));
+    EXPECT_FALSE(rig.Sim.HasUdpSession());
     ExpectOnlyAllowedCommands(rig);
 }
 
@@ -154,14 +141,19 @@ TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
         const unsigned to = u.Can == 1 ? from : from + 1;
         const auto got = CanRoundTrip(rig, from, to, 20);
         ASSERT_EQ(got.size(), 20u) << "from channel " << from;
+        uint64_t last = 0;
         for (unsigned i = 0; i < 20; ++i) {
-            const CKVX_HdwCanMessage want = Frame(0x100 + i + from, uint8_t(i % 9), uint8_t(i), i % 2 == 1);
+            const CKVX_HdwCanMessage want = BusFrame(from, i);
             EXPECT_EQ(got[i].Identifier, want.Identifier);
             EXPECT_EQ(got[i].Extended, want.Extended);
+            EXPECT_EQ(got[i].Rtr, want.Rtr);
             ASSERT_EQ(got[i].Dlc, want.Dlc);
             for (unsigned b = 0; b < want.Dlc; ++b)
                 EXPECT_EQ(got[i].Data[b], want.Data[b]);
+            EXPECT_GE(got[i].TimeStamp, last);
+            last = got[i].TimeStamp;
         }
+        EXPECT_NE(last, 0u);
         const hdwsim::Counters c = rig.Sim.GetCounters();
         EXPECT_EQ(c.CanPushed[from], 20u);
         EXPECT_EQ(c.CanReceived[to], 20u);
@@ -186,10 +178,12 @@ TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
         // answered by none of its channels; 700 of them are 4900 bytes,
         // attached at once under the device lock.
         constexpr unsigned kCount = 700;
-        rig.Device->DeviceLock(0);
         unsigned attached = 0;
-        for (unsigned i = 0; i < kCount; ++i)
-            attached += AttachStatusRequest(rig.Device.get(), 0, 0) == 0 ? 1 : 0;
+        rig.Device->DeviceLock(0);
+        EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) {
+            for (unsigned i = 0; i < kCount; ++i)
+                attached += d.AttachStatusRequestCommand(0, 0, 0) == 0 ? 1 : 0;
+        }));
         rig.Device->DeviceUnlock(0);
         ASSERT_EQ(attached, kCount);
         ASSERT_TRUE(WaitUntil([&] {
@@ -202,6 +196,60 @@ TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Units, UnitEndToEnd, ::testing::ValuesIn(AllUnits()), CaseName);
+// A unit that takes keep-alives (Pellor) hears one per 250 ms of idling, so
+// more than a second of idling passes without its 400 ms session watchdog
+// expiring; a host that stops ticking falls silent and the watchdog stops
+// the unit. The others are never sent one.
+TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
+{
+    const UnitCase& u = GetParam();
+    UnitRig rig(u, false);
+    if (u.KeepAlive) {
+        ASSERT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { d.SetSessionWatchdog(400); }));
+    }
+    rig.Start();
+    OpenFirstPort(rig);
+    if (u.KeepAlive) {
+        ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 5; }));
+        EXPECT_EQ(rig.Sim.GetCounters().WatchdogExpiries, 0u);
+        EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
+        rig.Manager.Stop();
+        EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
+        return;
+    }
+    // An observation window of four keep-alive periods.
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    WaitUntil([&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
+    EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
+    EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u);
+    // And its builder refuses.
+    EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u); }));
+}
+
+// Halden and Pellor report critical failures; the others have none to send.
+TEST_P(UnitEndToEnd, ACriticalFailureFromTheUnitFailsTheServicesOfEveryOpenPort)
+{
+    const UnitCase& u = GetParam();
+    UnitRig rig(u, false);
+    rig.Start();
+    const bool sends = u.Sim == std::string("halden") || u.Sim == std::string("pellor");
+    std::vector<CKVX_HdwService*> services;
+    for (const auto& [type, count] : {std::pair{unsigned(HDW_PORT_ARINC429_TX), u.Atx}, {HDW_PORT_CAN, u.Can}}) {
+        if (!count)
+            continue;
+        services.push_back(rig.Enable<CKVX_HdwSignalService>(type, count - 1, HDW_SERVICE_SIGNAL));
+        ASSERT_NE(services.back(), nullptr);
+        ASSERT_EQ(rig.Open(type, count - 1), 0u);
+        EXPECT_EQ(services.back()->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    }
+    ASSERT_EQ(rig.Sim.InjectCriticalFailure(2), sends);
+    if (!sends)
+        return;
+    for (CKVX_HdwService* s : services)
+        EXPECT_TRUE(WaitUntil([&] { return s->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, UnitEndToEnd, ::testing::ValuesIn(AllUnits()),
+    [](const ::testing::TestParamInfo<UnitCase>& p) { return std::string(p.param.Sim); });
 
 } // namespace

@@ -1,10 +1,9 @@
-// Telling units with the same USB identity apart, Pellor's keep-alive and
-// critical failure, and finding a port again by its key after the units
-// came in another order.
+// Telling units with the same USB identity apart, Pellor's upper channels,
+// and finding a port again by its key after the units came in another order
+// (Pellor's keep-alive and critical failure: units_end_to_end_test).
 #include "UnitRig.h"
 
 using namespace unit_test;
-using halden_test::WithCommandDevice;
 
 namespace {
 
@@ -28,91 +27,31 @@ unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Cou
     return rc;
 }
 
-TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnly)
+// A link whose probe fails becomes no instance: links/posix/bridged_device_test.
+TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnlyAndLeavesOthersUntouched)
 {
     // Mirrow and Quillan share their USB identity, not their probe answer; a
     // unit with both buses (Halden Small) is neither of the single-bus kinds.
-    CKVX_HdwKvxMirrowDevice mirrow;
-    CKVX_HdwKvxQuillanDevice quillan;
-    EXPECT_EQ(mirrow.GetUsbVendorId(), quillan.GetUsbVendorId());
-    EXPECT_EQ(mirrow.GetUsbProductId(), quillan.GetUsbProductId());
-    EXPECT_EQ(mirrow.GetUsbDescription(), quillan.GetUsbDescription());
     for (const UnitCase& u : AllUnits())
         EXPECT_EQ(Probe(u.Sim, u.Sim, 5), 0u) << u.Sim;
+    // A probe of the wrong kind leaves the unit untouched: only the closing
+    // session and a status request reach it, it understands both, opens no
+    // session and changes no channel.
     const std::pair<const char*, const char*> strangers[] = {{"quillan", "mirrow"}, {"mirrow", "quillan"},
         {"haldensmall", "mirrow"}, {"haldensmall", "quillan"}, {"mirrow", "haldensmall"}, {"quillan", "haldensmall"}};
-    for (const auto& [played, driver] : strangers)
-        EXPECT_NE(Probe(played, driver, 1), 0u) << played << " probed by " << driver;
-}
-
-TEST(UnitKindProbe, AProbeOfTheWrongKindLeavesTheUnitUntouched)
-{
-    // Only the closing session and a status request reach the unit: it
-    // understands both, opens no session and changes no channel.
-    for (const auto& [played, driver] : {std::pair{"quillan", "mirrow"}, std::pair{"mirrow", "quillan"}}) {
+    for (const auto& [played, driver] : strangers) {
+        SCOPED_TRACE(std::string(played) + " probed by " + driver);
         hdwsim::Counters c;
-        ASSERT_NE(Probe(played, driver, 1, &c), 0u);
-        EXPECT_EQ(c.CommandsByCode[1], 1u) << played;
-        EXPECT_EQ(c.CommandsByCode[2], 1u) << played;
-        EXPECT_EQ(c.CommandsReceived, 2u) << played;
-        EXPECT_EQ(c.CommandsUnknown, 0u) << played;
-        EXPECT_EQ(c.SessionOpens, 0u) << played;
+        EXPECT_NE(Probe(played, driver, 1, &c), 0u);
+        EXPECT_EQ(c.CommandsByCode[1], 1u);
+        EXPECT_EQ(c.CommandsByCode[2], 1u);
+        EXPECT_EQ(c.CommandsReceived, 2u);
+        EXPECT_EQ(c.CommandsUnknown, 0u);
+        EXPECT_EQ(c.SessionOpens, 0u);
     }
-}
-
-TEST(UnitKindProbe, AListedLinkOfTheOtherKindIsNotTakenByEnumeration)
-{
-    UnitRig rig(UnitNamed("quillan"), false);
-    rig.StartSim();
-    CKVX_HdwKvxMirrowDevice mirrow;
-    CKVX_HdwManager manager;
-    ASSERT_EQ(manager.AttachDevice(&mirrow), 0u);
-    CKVX_HdwManager::CInitPortDesc link(12, rig.Sim.PtyPath());
-    manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
-    EXPECT_NE(link.Result, 0u);
-    EXPECT_EQ(manager.GetPortCount(HDW_PORT_ARINC429_TX), 0u);
 }
 
 // ---- Pellor -------------------------------------------------------------------
-
-TEST(PellorKeepAlive, AnIdleSessionHearsKeepAlivesAndTheWatchdogDoesNotFire)
-{
-    UnitRig rig(UnitNamed("pellor"), false);
-    static_cast<CKVX_HdwKvxPellorDevice*>(rig.Device.get())->SetSessionWatchdog(400);
-    rig.Start();
-    const auto got = Arinc429RoundTrip(rig, 12, 10);
-    ASSERT_EQ(got.size(), 10u);
-    // Idle now: at least a keep-alive per 250 ms, so more than a second of
-    // idling passes without the 400 ms watchdog expiring.
-    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 5; }));
-    EXPECT_EQ(rig.Sim.GetCounters().WatchdogExpiries, 0u);
-    EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
-
-    // A host that stops ticking falls silent: the unit's watchdog stops it.
-    rig.Manager.Stop();
-    EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
-}
-
-TEST(PellorKeepAlive, UnitsWithoutOneAreNeverSentOne)
-{
-    for (const char* sim : {"arvane", "mirrow", "quillan"}) {
-        UnitRig rig(UnitNamed(sim), false);
-        rig.Start();
-        if (rig.Unit.Atx)
-            ASSERT_EQ(Arinc429RoundTrip(rig, 0, 5).size(), 5u);
-        else
-            ASSERT_EQ(CanRoundTrip(rig, 0, 1, 5).size(), 5u);
-        // An observation window of four keep-alive periods, in which a Pellor
-        // would have sent at least three.
-        const uint64_t start = CKVX_HdwTimer::GetTickCount();
-        WaitUntil(
-            [&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
-        EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
-        EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u) << sim;
-        // And its builder refuses.
-        WithCommandDevice(rig.Device.get(), [&](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u) << sim; });
-    }
-}
 
 TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOnes)
 {
@@ -123,44 +62,17 @@ TEST(PellorChannels, TheUpperEightChannelsAreTheirOwnPortsNotAliasesOfTheLowerOn
     CKVX_HdwArinc429RxPort::CParameters rp;
     rp.BaudRate = 100000;
     ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 1, rp), 0u);
-    const auto got = Arinc429RoundTrip(rig, 9, 25);
-    ASSERT_EQ(got.size(), 25u);
-    EXPECT_EQ(got[24], Word(0x20 + 9, 24 * 16 + 9, 24 & 3));
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{9, 25}}));
     unsigned n = 99;
     CKVX_HdwArinc429Message m;
     EXPECT_NE(low->Read(&m, 1, n) == 0 && n > 0, true) << "receiver 1 saw a word of receiver 9";
-    EXPECT_EQ(rig.Sim.GetCounters().A429Received[9], 25u);
     EXPECT_EQ(rig.Sim.GetCounters().A429Received[1], 0u);
-}
-
-TEST(PellorChannels, ACriticalFailureFromTheUnitFailsItsRunningServices)
-{
-    UnitRig rig(UnitNamed("pellor"), false);
-    rig.Start();
-    ASSERT_EQ(Arinc429RoundTrip(rig, 3, 5).size(), 5u);
-    CKVX_HdwService* out = rig.Port(HDW_PORT_ARINC429_TX, 3)->FindService(HDW_SERVICE_ARINC429_OUT_BUFFER);
-    ASSERT_NE(out, nullptr);
-    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-    ASSERT_TRUE(rig.Sim.InjectCriticalFailure(2));
-    EXPECT_TRUE(WaitUntil([&] { return out->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
 }
 
 // ---- keys -----------------------------------------------------------------------
 
-// Enumerates two links, again while a unit did not answer its probe in time.
-void EnumerateBoth(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortDesc* links)
-{
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
-        if (links[0].Result == 0 && links[1].Result == 0)
-            return;
-    }
-    FAIL() << "a unit did not answer";
-}
-
 TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder)
 {
-    UnitCase arvane = UnitNamed("arvane");
     hdwsim::Emulator first(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
     hdwsim::Emulator second(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
     ASSERT_TRUE(first.Start());
@@ -173,7 +85,7 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
         CKVX_HdwManager manager;
         ASSERT_EQ(manager.AttachDevice(&device), 0u);
         CKVX_HdwManager::CInitPortDesc links[2] = {{6, first.PtyPath()}, {6, second.PtyPath()}};
-        ASSERT_NO_FATAL_FAILURE(EnumerateBoth(manager, links));
+        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(manager, links, 2));
         CKVX_HdwManager::CPortInfoVector list;
         ASSERT_EQ(manager.GetPortList(HDW_PORT_ARINC429_TX, list), 0u);
         for (const auto& info : list)
@@ -185,19 +97,17 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     // Second run: the other order. The key names the second unit's
     // transmitter 5, now absolute number 5, and words sent through it come
     // out of the second emulator.
-    UnitRig rig(arvane, false);
+    UnitRig rig(UnitNamed("arvane"), false);
     ASSERT_EQ(rig.Manager.AttachDevice(rig.Device.get()), 0u);
     CKVX_HdwManager::CInitPortDesc links[2] = {{6, second.PtyPath()}, {6, first.PtyPath()}};
-    ASSERT_NO_FATAL_FAILURE(EnumerateBoth(rig.Manager, links));
+    ASSERT_NO_FATAL_FAILURE(EnumerateLinks(rig.Manager, links, 2));
     unsigned absNum = 99;
     CKVX_HdwPort* port = rig.Manager.FindPort(key, &absNum);
     ASSERT_NE(port, nullptr);
     EXPECT_EQ(absNum, 5u);
     EXPECT_EQ(port, rig.Port(HDW_PORT_ARINC429_TX, 5));
     ASSERT_EQ(rig.Manager.Run(), 0u);
-    const auto got = Arinc429RoundTrip(rig, 5, 10);
-    ASSERT_EQ(got.size(), 10u);
-    EXPECT_EQ(second.GetCounters().A429Transmitted[5], 10u);
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{5, 10}}, &second));
     EXPECT_EQ(first.GetCounters().A429Transmitted[5], 0u);
     rig.Manager.Stop();
 }
