@@ -193,7 +193,7 @@ TEST_F(BridgedDevice, ComOperationsByInstance)
     EXPECT_EQ(inst->Uart.GetParameters().BaudRate, 115200u);
 
     // Bytes both ways through Com_Write and Com_Read: every frame of the units
-    // area's pseudo-terminal runs (HaldenRig, UnitRig) goes this way.
+    // area's pseudo-terminal runs (UnitRig) goes this way.
     ASSERT_TRUE(ptyA.WriteMaster({9, 8, 7, 6}));
     ASSERT_TRUE(WaitUntil([&] { return device->Com_GetReadBufferBytes(0u, count) == 0 && count == 4; }));
 

@@ -1,5 +1,5 @@
 // The emulator's unit clock. Serving on a pseudo-terminal is run end to end
-// by the units area (HaldenRig on a pty: words, CAN frames, a hung-up and a
+// by the units area (UnitRig on a pty: words, CAN frames, a hung-up and a
 // reopened unit) and by the tool tests (each hdwtool run opens hdwsim's pty
 // anew), so it is not driven byte by byte here again.
 

@@ -141,7 +141,7 @@ TEST(TransmitFifo, Arinc429WordsBeyond512AreDroppedAndCountedAndTheRestHeldUntil
 }
 
 // CAN frames crossing between the two channels (standard, extended, remote,
-// every length) are checked end to end by units/posix/halden_can_uart_test.cpp
+// every length) are checked end to end by units/posix/units_end_to_end_test.cpp
 // and the tool's UDP round trip, against the library's own decoding, which
 // units/events_test.cpp checks on hand-written bytes.
 

@@ -176,7 +176,7 @@ TEST_F(UdpFixture, DetectAnswersWithKindModelAndSerialNumber)
 }
 
 // Commands and their echoes over a session are run end to end by the units
-// area (HaldenRig and UnitRig over UDP); the packet numbering is checked below
+// area (UnitRig over UDP); the packet numbering is checked below
 // where a dropped packet leaves its gap.
 
 TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLeaves)
