@@ -19,7 +19,9 @@ protected:
         ASSERT_EQ(manager.AttachDevice(&device), 0u);
         ASSERT_EQ(manager.Enumerate(), 0u);
         ASSERT_EQ(manager.Run(), 0u);
-        // The manager's own timer must not interleave with the ticks made here.
+        // The manager's own timer must not interleave with the ticks made here
+        // (nor call the test's hooks while they are replaced).
+        ASSERT_EQ(manager.StopMainTimer(), 0u);
     }
     void TearDown() override { manager.Stop(); }
 

@@ -68,17 +68,18 @@ public:
         return done == bytes.size();
     }
 
-    // Reads from the master until `count` bytes came or 10 s passed.
+    // Reads from the master until `count` bytes came or nothing came for 10 s.
     std::vector<uint8_t> ReadMaster(size_t count)
     {
         std::vector<uint8_t> out;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         while (out.size() < count && std::chrono::steady_clock::now() < deadline) {
             uint8_t buf[4096];
             const ssize_t n = read(m_Master, buf, std::min(sizeof buf, count - out.size()));
-            if (n > 0)
+            if (n > 0) {
                 out.insert(out.end(), buf, buf + n);
-            else {
+                deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            } else {
                 pollfd p{m_Master, POLLIN, 0};
                 poll(&p, 1, 100);
             }

@@ -42,8 +42,9 @@ protected:
     }
     void TearDown() override { manager.Stop(); }
 
-    // Enables both services (input with room for `inSize` bytes) and opens the port.
-    void OpenWithServices(uint32_t inSize = 1u << 20)
+    // Enables both services (input with room for `inSize` bytes) and opens the
+    // port; a write to the line may wait `writeTimeoutMs` for the reader.
+    void OpenWithServices(uint32_t inSize = 1u << 20, unsigned writeTimeoutMs = 1000)
     {
         CKVX_HdwService* s = nullptr;
         CKVX_HdwByteInBufferService::CParameters ip;
@@ -58,6 +59,7 @@ protected:
         ASSERT_NE(out, nullptr);
         Params line;
         line.BaudRate = 115200;
+        line.Timeout = writeTimeoutMs;
         ASSERT_EQ(port->Open(&line), 0u);
     }
 
@@ -164,7 +166,9 @@ TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
 
 TEST_F(StdUart, LargeWriteReachesTheLineWhole)
 {
-    OpenWithServices();
+    // A pty has no output queue to pace by: the line fills whenever this
+    // reader lags, and a loaded machine may stall it for over a second.
+    OpenWithServices(1u << 20, 30000);
     auto sent = Pattern(300000);
     EXPECT_EQ(out->Write(sent.data(), unsigned(sent.size()), 1), 2u) << "reserved option";
     ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
