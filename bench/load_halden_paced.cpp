@@ -3,10 +3,11 @@
 // transmitter kept busy and every receiver read, for the given number of
 // seconds (default 60).
 //
-//     load_halden_paced [--per-service] [--no-traffic] [seconds [hdwsim program (a path, or a name looked up in PATH)]]
+//     load_halden_paced [--per-service] [--no-traffic] [--tick MS] [seconds [hdwsim program (a path, or a name looked up in PATH)]]
 //
 // --no-traffic opens the same ports and services but sends nothing: the cost
-// of the tick itself, the floor under the figures with traffic.
+// of the tick itself, the floor under the figures with traffic. --tick sets
+// the manager's timer period (default: the manager's default, 1 ms).
 //
 // The emulator runs as its own process (hdwsim on a pseudo-terminal), so the
 // CPU time of this process is the library's plus this small application's.
@@ -159,12 +160,16 @@ double Percentile(const std::vector<uint32_t>& sorted, double q)
 int main(int argc, char** argv)
 {
     bool perService = false, noTraffic = false;
+    unsigned tickMs = CKVX_HdwManager::DefaultTimerPeriod;
     for (; argc > 1 && argv[1][0] == '-'; --argc, ++argv) {
         if (std::strcmp(argv[1], "--per-service") == 0)
             perService = true;
         else if (std::strcmp(argv[1], "--no-traffic") == 0)
             noTraffic = true;
-        else {
+        else if (std::strcmp(argv[1], "--tick") == 0 && argc > 2 && std::atoi(argv[2]) > 0) {
+            tickMs = unsigned(std::atoi(argv[2]));
+            --argc, ++argv;
+        } else {
             std::fprintf(stderr, "unknown option %s\n", argv[1]);
             return 2;
         }
@@ -179,6 +184,9 @@ int main(int argc, char** argv)
     }
     auto device = std::make_unique<D>();
     CKVX_HdwManager manager;
+    CKVX_HdwManager::CParameters mp;
+    mp.TimerPeriod = tickMs;
+    manager.SetParameters(mp);
     manager.AttachDevice(device.get());
     CKVX_HdwManager::CInitPortDesc link(3, sim.PtyPath().c_str());
     if (manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan) != 0 || link.Result != 0 || manager.Run() != 0) {

@@ -106,8 +106,12 @@ bool CKVX_HdwSignalService::PopLocked(CSignal& signal)
     if (m_Count == 0)
         return false;
     signal = m_Ring[m_Head];
-    m_Head = (m_Head + 1) % static_cast<unsigned>(m_Ring.size());
+    // An emptied ring starts over at its first slot: the next signals land
+    // in memory that was just used instead of walking the whole ring cold.
     --m_Count;
+    ++m_Head;
+    if (m_Count == 0 || m_Head == m_Ring.size())
+        m_Head = 0;
     return true;
 }
 

@@ -98,6 +98,23 @@ TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
     ASSERT_EQ(n, 3u);
     EXPECT_EQ(s[0].Arinc429.Data, 100u);
     EXPECT_EQ(s[2].Arinc429.Data, 102u);
+
+    // Posts and partial reads in uneven steps, emptying it now and then:
+    // order holds wherever the oldest signal sits in the ring.
+    unsigned next = 0, expected = 0;
+    for (unsigned round = 0; round < 12; ++round) {
+        for (unsigned i = 0; i < 1 + round % 3; ++i)
+            ASSERT_EQ(PostWord(next++, 0), 0u);
+        ASSERT_EQ(signals.ReadSignals(s, 1 + round % 2 * 2, n), 0u); // never more than 4 wait
+        for (unsigned i = 0; i < n; ++i)
+            EXPECT_EQ(s[i].Arinc429.Data, expected++) << "round " << round;
+    }
+    ASSERT_EQ(signals.ReadSignals(s, 10, n), 0u);
+    for (unsigned i = 0; i < n; ++i)
+        EXPECT_EQ(s[i].Arinc429.Data, expected++);
+    EXPECT_EQ(expected, next);
+    EXPECT_EQ(signals.GetDroppedCount(dropped, false), 0u);
+    EXPECT_EQ(dropped, 0u);
 }
 
 TEST_F(SignalQueue, MaskedKindsAreIgnored)
