@@ -206,6 +206,13 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::SendImmediate()
     CKVX_HdwCanMessage batch[KvxCanTxFifoFrames];
     auto& items = Messages.Items();
     auto it = items.begin();
+#if defined(__GNUC__)
+    // The application's thread wrote these frames, one heap object each:
+    // ask for all of them before the first is needed, so that the cache
+    // misses overlap instead of following one another.
+    for (unsigned i = 0; i < n; ++i)
+        __builtin_prefetch(it[i]);
+#endif
     for (unsigned i = 0; i < n; ++i, ++it)
         batch[i] = **it;
     if (unit->AttachCanPushCommand(port->GetDeviceId(), hdw::units::ChannelOf(this), batch, n) != 0)
