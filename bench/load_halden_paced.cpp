@@ -186,7 +186,10 @@ int main(int argc, char** argv)
     CKVX_HdwManager manager;
     CKVX_HdwManager::CParameters mp;
     mp.TimerPeriod = tickMs;
-    manager.SetParameters(mp);
+    if (manager.SetParameters(mp) != 0) {
+        std::fprintf(stderr, "timer period %u ms refused\n", tickMs);
+        return 2;
+    }
     manager.AttachDevice(device.get());
     CKVX_HdwManager::CInitPortDesc link(3, sim.PtyPath().c_str());
     if (manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan) != 0 || link.Result != 0 || manager.Run() != 0) {
