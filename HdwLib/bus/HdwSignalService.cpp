@@ -186,8 +186,10 @@ unsigned CKVX_HdwSignalService::GetSignal(CSignal& signal)
 unsigned CKVX_HdwSignalService::WaitSignal(CSignal& signal, unsigned timeoutMs)
 {
     std::unique_lock<std::mutex> lock(m_QueueMutex);
+    ++m_Waiters;
     m_QueueCv.wait_for(lock, std::chrono::milliseconds(timeoutMs),
                        [this] { return m_Count > 0 || GetStatus() != HDW_SERVICE_RUNNING; });
+    --m_Waiters;
     if (!PopLocked(signal))
         return RunStateLocked();
     UpdateReadinessLocked();
@@ -250,6 +252,7 @@ void* CKVX_HdwSignalService::GetWaitHandle() const
 template <class Fill>
 unsigned CKVX_HdwSignalService::PostWith(unsigned kind, uint64_t eventTime, Fill&& fill)
 {
+    bool wake = false;
     {
         std::lock_guard<std::mutex> lock(m_QueueMutex);
         if (GetStatus() != HDW_SERVICE_RUNNING)
@@ -259,11 +262,16 @@ unsigned CKVX_HdwSignalService::PostWith(unsigned kind, uint64_t eventTime, Fill
         const unsigned capacity = static_cast<unsigned>(m_Ring.size());
         if (m_Count == capacity) {
             // Full: the oldest makes room.
-            m_Head = (m_Head + 1) % capacity;
+            if (++m_Head == capacity)
+                m_Head = 0;
             --m_Count;
             ++m_Dropped;
         }
-        CSignal& slot = m_Ring[(m_Head + m_Count) % capacity];
+        // Head and count are below the capacity: one subtraction wraps.
+        unsigned tail = m_Head + m_Count;
+        if (tail >= capacity)
+            tail -= capacity;
+        CSignal& slot = m_Ring[tail];
         fill(slot);
         slot.Kind = kind;
         slot.TimeStamp = eventTime;
@@ -271,8 +279,10 @@ unsigned CKVX_HdwSignalService::PostWith(unsigned kind, uint64_t eventTime, Fill
         ++m_Count;
         if (!m_HoldReadiness)
             UpdateReadinessLocked();
+        wake = m_Waiters > 0;
     }
-    m_QueueCv.notify_one();
+    if (wake)
+        m_QueueCv.notify_one();
     return 0;
 }
 

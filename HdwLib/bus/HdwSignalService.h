@@ -163,6 +163,7 @@ private:
     std::vector<CSignal> m_Ring;  // capacity fixed at Start
     unsigned m_Head = 0;          // oldest
     unsigned m_Count = 0;
+    unsigned m_Waiters = 0;       // WaitSignal callers asleep on m_QueueCv
     uint64_t m_Dropped = 0;
     void* m_Readiness = nullptr;  // platform event behind the descriptor / handle
     bool m_Ready = false;         // what m_Readiness shows

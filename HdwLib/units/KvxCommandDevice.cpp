@@ -273,7 +273,8 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessCommandList(CDeviceInstance* inst)
     }
     if (count == 0)
         return 0;
-    std::vector<uint8_t> frame(payload + 5);
+    std::vector<uint8_t>& frame = inst->TxFrame;
+    frame.resize(payload + 5);
     frame[0] = FrameStart;
     frame[1] = uint8_t(payload & 0xFF);
     frame[2] = uint8_t(payload >> 8);
@@ -501,14 +502,19 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventPayload(unsigned instance)
     CDeviceInstance* inst = GetProtocolInstance(instance);
     if (!inst)
         return 14;
+    // The caller holds the device lock: the port list stays as it is for
+    // the whole pass, and each event finds its port in the routes.
+    inst->Routes.Build(inst->GetPortList());
+    unsigned rc = 0;
     for (uint32_t p : inst->EventPosList) {
         const unsigned length = inst->EventBuffer[p];
         const unsigned typeByte = inst->EventBuffer[p + 1];
-        if (const unsigned rc =
-                ProcessEventRecord(instance, typeByte >> 3, typeByte & 7, length, inst->EventBuffer.data() + p + 2))
-            return rc;
+        rc = ProcessEventRecord(instance, typeByte >> 3, typeByte & 7, length, inst->EventBuffer.data() + p + 2);
+        if (rc)
+            break;
     }
-    return 0;
+    inst->Routes.Clear();
+    return rc;
 }
 
 template <class B>

@@ -39,6 +39,7 @@
 #include <HdwLib/bus/HdwCanMessage.h>
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/bus/HdwUartPort.h>
+#include <HdwLib/units/KvxEventRoutes.h>
 
 #include <cstdint>
 #include <memory>
@@ -382,6 +383,11 @@ public:
         // a busy output attaches thousands of commands a second, and reusing
         // their blocks takes the heap off the tick's path.
         std::vector<std::vector<uint8_t>> SpareCommandBytes;
+        // The frame being sent, kept so that its block is reused.
+        std::vector<uint8_t> TxFrame;
+        // The port of each (port type, channel) while a frame's events are
+        // handed out (ProcessEventPayload).
+        CKVX_HdwEventRoutes Routes;
     };
 
     CKVX_HdwKvxCommandDevice();
@@ -553,6 +559,10 @@ protected:
     template <class TEvent>
     unsigned DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField, unsigned length,
                                uint8_t* params, TEvent& event);
+    // ProcessEventHandlers for the ports of `portType` on `channel` (the
+    // number the event's channel text was made from), through the routes
+    // of the receive pass when it has them.
+    unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwEvent* event);
 
     uint16_t m_Crc16Table[256] = {};
     unsigned m_EchoTimeout = DefaultEchoTimeoutMs;

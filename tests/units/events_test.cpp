@@ -344,3 +344,90 @@ TEST(UnitEventProfile, TypesTheUnitDoesNotSendAreErrors)
 }
 
 } // namespace
+
+// ---- a whole frame: the ports each event reaches ---------------------------------------------
+
+// A frame's events go through the driver's per-frame routes. Whatever the
+// layout of the port list, each event must reach the ports the list walk
+// (ProcessEventHandlers) gives: several ports on one channel all hear it, in
+// list order, until one answers non-zero; channel ids that are not the
+// decimal text of a channel hear nothing; channels past the routes' range
+// still arrive.
+TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDoes)
+{
+    Base::CUnitProfile profile = FullProfile();
+    profile.ArxChannels = 24; // a bank byte after the ARINC 429 word
+    TestUnit dev(profile);
+    dev.AddInstance();
+    std::vector<std::unique_ptr<RecordingPort>> ports;
+    auto add = [&](const char* channel, unsigned type) {
+        ports.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
+        dev.AttachPortToHdwTimer(0, ports.back().get());
+        return ports.back().get();
+    };
+    RecordingPort* first1 = add("1", HDW_PORT_ARINC429_RX);
+    RecordingPort* padded7 = add("07", HDW_PORT_ARINC429_RX);
+    RecordingPort* can1 = add("1", HDW_PORT_CAN);
+    RecordingPort* second1 = add("1", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx7 = add("7", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx12 = add("12", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx17 = add("17", HDW_PORT_ARINC429_RX);
+    RecordingPort* named = add("A", HDW_PORT_ARINC429_RX);
+    RecordingPort* padded3 = add("03", HDW_PORT_ARINC429_RX); // alone on channel 3
+
+    // Channel = bank * 8 + sub-field.
+    auto rx = [](unsigned channel, uint8_t tag) {
+        return EventRecord(2, channel & 7, tag, {tag, 0, 0, 0, 0, 0, uint8_t(channel >> 3)});
+    };
+    const Bytes canRx = EventRecord(6, 1, 50, {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00});
+    auto feed = [&](const Bytes& frame) {
+        unsigned used = 0;
+        bool ok = false;
+        EXPECT_EQ(dev.FeedBytes(dev.Inst(), frame.data(), unsigned(frame.size()), used, ok), 1u);
+        EXPECT_TRUE(ok);
+        return dev.ProcessEventPayload(0);
+    };
+    auto stamps = [](const RecordingPort* p) {
+        std::vector<uint64_t> out;
+        for (const SeenEvent& s : p->seen)
+            out.push_back(s.TimeStamp);
+        return out;
+    };
+    using Stamps = std::vector<uint64_t>;
+
+    ASSERT_EQ(feed(UnitFrame({rx(1, 1), rx(7, 2), canRx, rx(12, 3), rx(17, 4), rx(1, 5), rx(9, 6), rx(3, 11)})), 0u);
+    EXPECT_EQ(stamps(first1), (Stamps{1, 5}));
+    EXPECT_EQ(stamps(second1), (Stamps{1, 5}));
+    EXPECT_EQ(stamps(rx7), (Stamps{2}));
+    EXPECT_EQ(stamps(rx12), (Stamps{3}));
+    EXPECT_EQ(stamps(rx17), (Stamps{4}));
+    EXPECT_EQ(stamps(can1), (Stamps{50}));
+    EXPECT_TRUE(padded7->seen.empty());
+    EXPECT_TRUE(named->seen.empty());
+    EXPECT_TRUE(padded3->seen.empty());
+    ASSERT_EQ(rx12->seen.size(), 1u);
+    EXPECT_EQ(rx12->seen[0].Channel, "12");
+
+    // The first port's answer stops the event there and ends the frame's pass.
+    first1->Result = 15;
+    EXPECT_EQ(feed(UnitFrame({rx(1, 7), rx(7, 8)})), 15u);
+    EXPECT_EQ(stamps(first1), (Stamps{1, 5, 7}));
+    EXPECT_EQ(stamps(second1), (Stamps{1, 5}));
+    EXPECT_EQ(stamps(rx7), (Stamps{2}));
+
+    // A port that leaves the list between frames hears nothing more, and the
+    // one left on its channel takes the events alone.
+    first1->Result = 0;
+    dev.DetachPortFromHdwTimer(0, first1);
+    ASSERT_EQ(feed(UnitFrame({rx(1, 9)})), 0u);
+    EXPECT_EQ(stamps(first1), (Stamps{1, 5, 7}));
+    EXPECT_EQ(stamps(second1), (Stamps{1, 5, 9}));
+
+    // Outside a frame's pass the list walk is the only way.
+    const Bytes direct = rx(1, 10);
+    EXPECT_EQ(dev.ProcessEventRecord(0, 2, 1, direct[0], const_cast<uint8_t*>(direct.data()) + 2), 0u);
+    EXPECT_EQ(stamps(second1), (Stamps{1, 5, 9, 10}));
+
+    for (auto& p : ports)
+        dev.DetachPortFromHdwTimer(0, p.get());
+}

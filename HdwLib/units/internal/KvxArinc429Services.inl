@@ -244,7 +244,6 @@ template <class B>
 unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429OutBufferService::SendImmediate()
 {
     constexpr unsigned kRecord = 10; // one push record per word
-    constexpr unsigned kBatch = 64;
     CKVX_HdwServiceLock lock(*this);
     if (GetStatus() != HDW_SERVICE_RUNNING || Messages.IsEmpty())
         return 0;
@@ -257,21 +256,19 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CArinc429OutBufferService::SendImmediate()
         return 0;
     unsigned n = unsigned(std::min<uint64_t>(KvxArinc429TxFifoWords - m_InFlight, Messages.GetLength()));
     n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);
+    // One record per word, built straight from the queued word; what was
+    // attached leaves the queue.
+    const unsigned device = port->GetDeviceId();
     const unsigned channel = hdw::units::ChannelOf(this);
-    CKVX_HdwArinc429Message batch[kBatch];
     auto& items = Messages.Items();
-    while (n > 0) {
-        const unsigned k = std::min(n, kBatch);
-        auto it = items.begin();
-        for (unsigned i = 0; i < k; ++i, ++it)
-            batch[i] = *it;
-        if (unit->AttachAtxPushCommand(port->GetDeviceId(), channel, batch, k) != 0)
+    auto it = items.begin();
+    unsigned sent = 0;
+    for (; sent < n; ++sent, ++it)
+        if (unit->AttachAtxPushCommand(device, channel, &*it, 1) != 0)
             break;
-        items.erase(items.begin(), it);
-        Messages.ToStart();
-        m_InFlight += k;
-        m_Pushed += k;
-        n -= k;
-    }
+    items.erase(items.begin(), it);
+    Messages.ToStart();
+    m_InFlight += sent;
+    m_Pushed += sent;
     return 0;
 }

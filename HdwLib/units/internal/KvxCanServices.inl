@@ -203,7 +203,6 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::SendImmediate()
     n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);
     if (n == 0)
         return 0;
-    CKVX_HdwCanMessage batch[KvxCanTxFifoFrames];
     auto& items = Messages.Items();
     auto it = items.begin();
 #if defined(__GNUC__)
@@ -213,15 +212,19 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanOutBufferService::SendImmediate()
     for (unsigned i = 0; i < n; ++i)
         __builtin_prefetch(it[i]);
 #endif
-    for (unsigned i = 0; i < n; ++i, ++it)
-        batch[i] = **it;
-    if (unit->AttachCanPushCommand(port->GetDeviceId(), hdw::units::ChannelOf(this), batch, n) != 0)
-        return 0;
+    // One record per frame, built straight from the queued frame; what was
+    // attached leaves the queue.
+    const unsigned device = port->GetDeviceId();
+    const unsigned channel = hdw::units::ChannelOf(this);
+    unsigned sent = 0;
+    for (; sent < n; ++sent, ++it)
+        if (unit->AttachCanPushCommand(device, channel, *it, 1) != 0)
+            break;
     for (auto d = items.begin(); d != it; ++d)
         delete *d;
     items.erase(items.begin(), it);
     Messages.ToStart();
-    m_InFlight += n;
-    m_Pushed += n;
+    m_InFlight += sent;
+    m_Pushed += sent;
     return 0;
 }

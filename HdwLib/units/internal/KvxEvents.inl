@@ -41,20 +41,31 @@ unsigned CKVX_HdwKvxCommandDevice<B>::DecodeAndDispatch(unsigned instance, unsig
     event.SetChannelId(kvx_events::ChannelText(subField));
     if (const unsigned rc = event.ExtractData(params, length))
         return rc;
-    return this->ProcessEventHandlers(instance, portType, &event);
+    return DispatchEvent(instance, portType, subField, &event);
+}
+
+template <class B>
+unsigned CKVX_HdwKvxCommandDevice<B>::DispatchEvent(unsigned instance, unsigned portType, unsigned channel,
+                                                    CKVX_HdwEvent* event)
+{
+    CKVX_HdwPort* port = nullptr;
+    if (CDeviceInstance* inst = GetProtocolInstance(instance))
+        if (inst->Routes.Find(inst->GetPortList(), portType, channel, port))
+            return port ? port->ProcessEvent(event) : 0;
+    return this->ProcessEventHandlers(instance, portType, event);
 }
 
 // An echo removes its command from the head of the echo list; an echo of
 // any other command fails the reception (the unit answers in order).
 template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned subField, unsigned length,
-                                                          uint8_t* params)
+unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned /*subField*/,
+                                                          unsigned length, uint8_t* params)
 {
     CDeviceInstance* inst = GetProtocolInstance(instance);
     if (!inst)
         return 14;
+    // Consumed here, offered to no port: it needs no channel text.
     CComEchoEvent echo;
-    echo.SetChannelId(kvx_events::ChannelText(subField));
     if (const unsigned rc = echo.ExtractData(params, length))
         return rc;
     CEchoWaiting* oldest = inst->EchoList.GetFirst();
@@ -115,7 +126,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventStatus(unsigned instance, unsi
     if (event.Kind == 1) {
         if (subField < inst->AtxCtrl.size())
             inst->AtxCtrl[subField].FifoWaiting = event.StatusWord;
-        return this->ProcessEventHandlers(instance, HDW_PORT_ARINC429_TX, &event);
+        return DispatchEvent(instance, HDW_PORT_ARINC429_TX, subField, &event);
     }
     if (event.Kind == 2) {
         if (subField < inst->CanCtrl.size()) {
@@ -125,7 +136,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventStatus(unsigned instance, unsi
             c.ErrReg0 = uint8_t(event.StatusWord >> 16);
             c.ErrReg1 = uint8_t(event.StatusWord >> 24);
         }
-        return this->ProcessEventHandlers(instance, HDW_PORT_CAN, &event);
+        return DispatchEvent(instance, HDW_PORT_CAN, subField, &event);
     }
     return 0;
 }
