@@ -54,6 +54,7 @@
 #include <HdwLib/links/HdwUdpSocket.h>
 #include <HdwLib/links/Uart.h>
 
+#include <HdwLib/units/KvxEventRoutes.h>
 #include <HdwLib/units/KvxCommandDevice.h>
 #include <HdwLib/units/KvxCommandEvents.h>
 #include <HdwLib/units/KvxCommandPorts.h>
