@@ -34,6 +34,7 @@
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 
 #include <cstdint>
+#include <vector>
 
 template <class B>
 class HDWLIB_EXPORT CKVX_HdwKvxCommandDevice<B>::CCanByteInBufferService : public CKVX_HdwCanByteInBufferService {
@@ -69,6 +70,11 @@ public:
     // stream's (0 and false without a byte output on `port`).
     static unsigned FramesInFlightOn(CKVX_HdwPort* port);
     static bool IsStreamFrameOn(CKVX_HdwPort* port, const CKVX_HdwCanMessage& frame);
+
+private:
+    // The frames of one push, kept from tick to tick rather than built and
+    // destroyed in each.
+    std::vector<CKVX_HdwCanMessage> m_Batch;
 };
 
 template <class B>

@@ -1,4 +1,5 @@
-// The receive machine fed whole reads at once (event bodies copied as blocks)
+// The receive machine fed whole reads at once (whole records and event bodies
+// copied as blocks)
 // must end every frame exactly where, and exactly as, the byte-wise machine
 // does: same frames, same CRC verdicts, same event records and positions,
 // same state between reads, whatever the read boundaries.
@@ -55,6 +56,16 @@ Bytes MixedStream()
     parts.push_back({0xA5, 0x00, 0x00, 0x00, 0x00}); // zero event count
     parts.push_back({0xA5, 0x05, 0x00, 0x01, 0x00, 0x00}); // zero event length
     parts.push_back(UnitFrame({{1, 0x10}, EventRecord(9, 1, 5, Bytes(200, 0xEE))}));
+    // Record sizes on each side of the block copy's word moves (3 to 17 bytes).
+    std::vector<Bytes> sized;
+    for (unsigned n : {3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u}) {
+        Bytes r(n);
+        r[0] = uint8_t(n - 1);
+        for (unsigned k = 1; k < n; ++k)
+            r[k] = uint8_t(0x30 + n * 7 + k);
+        sized.push_back(r);
+    }
+    parts.push_back(UnitFrame(sized));
     parts.push_back(UnitFrame({A429RxRecord(0, 0x55555555)}));
     Bytes stream;
     for (const Bytes& p : parts)
@@ -116,6 +127,7 @@ std::vector<FrameSeen> InReads(const Bytes& stream, const std::vector<unsigned>&
         EXPECT_EQ(a->RawIndex, b->RawIndex) << "after offset " << offset;
         EXPECT_EQ(a->WritePos, b->WritePos) << "after offset " << offset;
         EXPECT_EQ(a->EventBytes, b->EventBytes) << "after offset " << offset;
+        EXPECT_EQ(a->EventLength, b->EventLength) << "after offset " << offset;
         EXPECT_EQ(a->EventsCompleted, b->EventsCompleted) << "after offset " << offset;
         EXPECT_EQ(a->EventBufferUsed, b->EventBufferUsed) << "after offset " << offset;
         EXPECT_TRUE(std::equal(a->RawBuffer.begin(), a->RawBuffer.begin() + a->RawIndex, b->RawBuffer.begin()))
@@ -132,8 +144,9 @@ TEST(ReceiveInBlocks, AnyReadSizesEndTheFramesAsTheByteWiseMachineDoes)
     const std::vector<FrameSeen> ref = ByteWise(stream);
     // The stream has every case the byte-wise machine tells apart. Good: the
     // first, the 100-event frame, the one after the lost one, the one with
-    // L = 1 and the last. Bad: the one after the stray bytes, the bad CRC.
-    EXPECT_EQ(std::count_if(ref.begin(), ref.end(), [](const FrameSeen& f) { return f.CrcOk; }), 5);
+    // L = 1, the one of sized records and the last. Bad: the one after the
+    // stray bytes, the bad CRC.
+    EXPECT_EQ(std::count_if(ref.begin(), ref.end(), [](const FrameSeen& f) { return f.CrcOk; }), 6);
     EXPECT_EQ(std::count_if(ref.begin(), ref.end(), [](const FrameSeen& f) { return !f.CrcOk; }), 2);
     std::vector<std::vector<unsigned>> reads = {{unsigned(stream.size())}};
     for (unsigned size = 1; size <= 40; ++size)

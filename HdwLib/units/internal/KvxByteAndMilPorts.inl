@@ -124,11 +124,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::CCanByteOutBufferService::SendImmediate()
         return 0;
     unsigned n = unsigned(KvxCanTxFifoFrames - used);
     n = std::min(n, hdw::units::FreePayload<B>(unit, inst) / kRecord);
-    CKVX_HdwCanMessage batch[KvxCanTxFifoFrames];
-    n = BuildFrames(batch, n);
+    if (m_Batch.size() < KvxCanTxFifoFrames)
+        m_Batch.resize(KvxCanTxFifoFrames);
+    n = BuildFrames(m_Batch.data(), n);
     if (n == 0)
         return 0;
-    if (unit->AttachCanPushCommand(port->GetDeviceId(), hdw::units::ChannelOf(this), batch, n) != 0)
+    if (unit->AttachCanPushCommand(port->GetDeviceId(), hdw::units::ChannelOf(this), m_Batch.data(), n) != 0)
         return 0;
     CommitFrames(n);
     return 0;
