@@ -58,7 +58,10 @@ public:
         return true;
     }
 
-    // The channel number whose decimal text `id` is, or -1.
+    // The channel number whose decimal text `id` is, or -1. Stricter than
+    // the ports' own hdw::units::ChannelNumber, which reads "07" as 7 and
+    // "A" as 0: an event of channel 7 names it "7" and only a port of that
+    // exact text takes it.
     static int ChannelNumber(const CKVX_String& id)
     {
         const char* s = id.c_str();
