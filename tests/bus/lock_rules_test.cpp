@@ -22,6 +22,8 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
     auto* signals = Enable<CKVX_HdwSignalService>(rx, 1);
     auto* frames = Enable<CTestCanInService>(can, 9);
     ASSERT_TRUE(in && signals && frames);
+    EXPECT_EQ(CKVX_HdwSignalService::FindOn(rx), signals);
+    EXPECT_EQ(CKVX_HdwSignalService::FindOn(can), nullptr);
     // Room for all: a slow reader loses nothing.
     CKVX_HdwArinc429InBufferService::CParameters p;
     p.BufferSize = kWords;
@@ -64,6 +66,8 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
             if (signals->WaitSignal(s, 100) != 0)
                 continue;
             EXPECT_EQ(s.Arinc429.Data, expected);
+            EXPECT_EQ(s.TimeStamp, expected);
+            EXPECT_EQ(s.Port, rx);
             if (s.Arinc429.Data != expected)
                 break;
             ++expected;
@@ -83,8 +87,10 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
             expectedWord += 2; // the odd labels were filtered
         }
         ASSERT_EQ(frames->Read(got.data(), 128, m), 0u);
-        for (unsigned k = 0; k < m; ++k)
-            ASSERT_EQ(got[k].Identifier, expectedFrame++);
+        for (unsigned k = 0; k < m; ++k, ++expectedFrame) {
+            ASSERT_EQ(got[k].Identifier, expectedFrame);
+            ASSERT_EQ(got[k].TimeStamp, expectedFrame);
+        }
         CKVX_HdwCanPort::CFaultStatus f;
         ASSERT_EQ(frames->GetFaultStatus(&f), 0u);
         EXPECT_LE(f.Status, 3u);
