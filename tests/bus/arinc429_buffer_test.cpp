@@ -6,16 +6,6 @@ using namespace bustest;
 
 namespace {
 
-CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned ssm, unsigned data = 0)
-{
-    CKVX_HdwArinc429Message m;
-    m.Label = static_cast<uint8_t>(label);
-    m.Sdi = static_cast<uint8_t>(sdi);
-    m.Ssm = static_cast<uint8_t>(ssm);
-    m.Data = data;
-    return m;
-}
-
 // Number of (label, SDI, SSM) combinations the filter passes.
 unsigned Accepted(CTestArinc429InService& s)
 {

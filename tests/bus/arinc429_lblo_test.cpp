@@ -15,15 +15,6 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
-CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned data)
-{
-    CKVX_HdwArinc429Message m;
-    m.Label = static_cast<unsigned char>(label);
-    m.Sdi = static_cast<unsigned char>(sdi);
-    m.Data = data;
-    return m;
-}
-
 // Label-oriented input on the receiver, label-oriented output on the transmitter.
 class Lblo : public ::testing::Test {
 protected:
@@ -57,7 +48,7 @@ protected:
 
 TEST_F(Lblo, BothServicesAnswer29BeforeTheFirstOpen)
 {
-    CKVX_HdwArinc429Message m = Word(0x31, 0, 5);
+    CKVX_HdwArinc429Message m = Word(0x31, 0, 0, 5);
     unsigned count = 0;
     CLabelCtrl c(0x31, 20);
     EXPECT_EQ(in->ReadLabel(0x31, 0, m, count), 29u);
@@ -72,8 +63,8 @@ TEST_F(Lblo, BothServicesAnswer29BeforeTheFirstOpen)
 TEST_F(Lblo, InputEntryKeepsTheLatestTimeAndTheSdiMustBeZeroToThree)
 {
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    Receive(Word(0x31, 0, 1), 100);
-    Receive(Word(0x31, 0, 3), 300);
+    Receive(Word(0x31, 0, 0, 1), 100);
+    Receive(Word(0x31, 0, 0, 3), 300);
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
     ASSERT_EQ(in->ReadLabel(0x31, 0, m, count), 0u);
@@ -87,10 +78,10 @@ TEST_F(Lblo, InputEntryKeepsTheLatestTimeAndTheSdiMustBeZeroToThree)
 TEST_F(Lblo, ChangedLabelsComeInLabelThenSdiOrderAndAShortArrayLeavesTheRestMarked)
 {
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    Receive(Word(0x50, 3, 1), 1);
-    Receive(Word(0x20, 1, 2), 2);
-    Receive(Word(0x50, 0, 3), 3);
-    Receive(Word(0x20, 1, 5), 4);
+    Receive(Word(0x50, 3, 0, 1), 1);
+    Receive(Word(0x20, 1, 0, 2), 2);
+    Receive(Word(0x50, 0, 0, 3), 3);
+    Receive(Word(0x20, 1, 0, 5), 4);
     auto c = Changed();
     ASSERT_EQ(c.size(), 3u);
     EXPECT_EQ(c[0].Label, 0x20);
@@ -100,7 +91,7 @@ TEST_F(Lblo, ChangedLabelsComeInLabelThenSdiOrderAndAShortArrayLeavesTheRestMark
     EXPECT_EQ(c[2].Sdi, 3);
 
     for (unsigned l = 1; l <= 5; ++l)
-        Receive(Word(l, 0, l), 10 + l);
+        Receive(Word(l, 0, 0, l), 10 + l);
     CKVX_HdwArinc429Message two[2];
     unsigned n = 0;
     ASSERT_EQ(in->ReadChangedLabels(two, 2, n), 0u);
@@ -117,27 +108,27 @@ TEST_F(Lblo, InputSwitchesResetAndStopWhileTheFilterStays)
     ASSERT_EQ(rx->Open(nullptr), 0u);
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
-    Receive(Word(0x10, 0, 1), 1);
+    Receive(Word(0x10, 0, 0, 1), 1);
     ASSERT_EQ(in->DisableRx(), 0u);
-    Receive(Word(0x10, 0, 2), 2);
+    Receive(Word(0x10, 0, 0, 2), 2);
     ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
     EXPECT_EQ(m.Data, 1u);
     ASSERT_EQ(in->EnableRx(), 0u);
-    Receive(Word(0x10, 0, 3), 3);
+    Receive(Word(0x10, 0, 0, 3), 3);
     ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
     EXPECT_EQ(count, 2u);
     ASSERT_EQ(in->ResetRx(), 0u);
     EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 4u);
-    Receive(Word(0x10, 1, 4), 4);
+    Receive(Word(0x10, 1, 0, 4), 4);
     ASSERT_EQ(rx->Close(), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
     EXPECT_EQ(in->ReadLabel(0x10, 1, m, count), 4u); // Stop and Start emptied the table
-    Receive(Word(0x10, 2, 5), 5); // the filter still holds: SDI 2 is dropped
-    Receive(Word(0x11, 0, 5), 5);
-    Receive(Word(0x10, 1, 6), 6);
+    Receive(Word(0x10, 2, 0, 5), 5); // the filter still holds: SDI 2 is dropped
+    Receive(Word(0x11, 0, 0, 5), 5);
+    Receive(Word(0x10, 1, 0, 6), 6);
     EXPECT_EQ(Changed().size(), 1u);
     in->AcceptAllLabels();
-    Receive(Word(0x11, 2, 7), 7);
+    Receive(Word(0x11, 2, 0, 7), 7);
     EXPECT_EQ(Changed().size(), 1u);
     // A failure reported by the unit answers 15.
     rig.Fail(HDW_PORT_ARINC429_RX, "RX0");
@@ -151,8 +142,8 @@ TEST_F(Lblo, InputWithoutSdiKeyOneEntryPerLabelTakesEverySdi)
     ASSERT_EQ(in->SetParameters(&p), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
     EXPECT_EQ(in->SetParameters(&p), 10u); // parameters change only while closed
-    Receive(Word(0x31, 1, 1), 1);
-    Receive(Word(0x31, 3, 2), 2);
+    Receive(Word(0x31, 1, 0, 1), 1);
+    Receive(Word(0x31, 3, 0, 2), 2);
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
     ASSERT_EQ(in->ReadLabel(0x31, 2, m, count), 0u);
@@ -174,7 +165,7 @@ TEST_F(Lblo, OutputABadEntryRefusesTheWholeCall)
 
     ctrls[1].Period = 1024;
     ASSERT_EQ(out->SetLabelsCtrl(ctrls, 2), 0u);
-    CKVX_HdwArinc429Message words[2] = {Word(0x01, 0, 1), Word(0x03, 0, 3)};
+    CKVX_HdwArinc429Message words[2] = {Word(0x01, 0, 0, 1), Word(0x03, 0, 0, 3)};
     EXPECT_EQ(out->UpdateMessages(words, 2), 2u); // 0x03 has no control
     CKVX_HdwArinc429Message m;
     EXPECT_EQ(out->GetLabelMessage(0x01, m), 4u); // defined, and the refused call stored no data

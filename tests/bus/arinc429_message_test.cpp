@@ -39,14 +39,8 @@ TEST(Arinc429Pack, EachFieldLandsInItsOwnBitsAndWordsRoundTrip)
         EXPECT_EQ(m.Data, r.data) << std::hex << w;
         EXPECT_EQ(m.Ssm, r.ssm) << std::hex << w;
         EXPECT_EQ(m.Parity, r.parity) << std::hex << w;
-        CKVX_HdwArinc429Message built;
-        built.Label = uint8_t(r.label);
-        built.Sdi = uint8_t(r.sdi);
-        built.Data = r.data;
-        built.Ssm = uint8_t(r.ssm);
-        built.Parity = uint8_t(r.parity);
-        EXPECT_EQ(built.GetToUint32(), w);
     }
+    // With unpacking right, the round trip makes packing right too.
     std::mt19937 rng(429);
     for (int i = 0; i < 200000 + 64; ++i) {
         // Random words, then every single bit set and every single bit clear.
