@@ -1,7 +1,9 @@
 // The receive path of a unit driver (appending under the device lock, from
 // its own thread) against the application reading from others, with the
 // timer tick running: nothing lost, nothing reordered, no data race (run it
-// under ThreadSanitizer).
+// under ThreadSanitizer). Also the reference for the plain receive path:
+// filtered words and frames read in order with their times, and words
+// signalled on their port.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
