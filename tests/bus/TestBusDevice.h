@@ -136,6 +136,17 @@ public:
     CKVX_HdwManager Manager;
 };
 
+// An ARINC 429 word with these fields.
+inline CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned ssm = 0, unsigned data = 0)
+{
+    CKVX_HdwArinc429Message m;
+    m.Label = uint8_t(label);
+    m.Sdi = uint8_t(sdi);
+    m.Ssm = uint8_t(ssm);
+    m.Data = data;
+    return m;
+}
+
 // Enables a service and returns it as its class (null on refusal).
 template <typename S>
 S* Enable(CKVX_HdwPort* port, unsigned type, unsigned* rc = nullptr)

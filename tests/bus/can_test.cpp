@@ -64,31 +64,21 @@ protected:
 } // namespace
 
 // Reads, counts and the stopped and failed codes come from the code the
-// ARINC 429 input buffer shares (Arinc429InBuffer tests); here what the CAN
-// class adds.
-TEST_F(Can, InputServiceStampsFramesAndStopEmptiesIt)
+// ARINC 429 input buffer shares (Arinc429InBuffer tests); frames read in
+// order with their times: LockRules. Here what the CAN class adds.
+TEST_F(Can, InputServiceStopEmptiesTheList)
 {
     auto* in = Enable<CTestCanInService>(can, 9);
     ASSERT_NE(in, nullptr);
-    CKVX_HdwCanInBufferService::CParameters p;
-    EXPECT_EQ(p.BufferSize, 1000u);
-    EXPECT_EQ(in->GetParameters(&p), 0u);
-    EXPECT_EQ(p.BufferSize, 10000u);
-
     ASSERT_EQ(can->Open(nullptr), 0u);
-    for (uint32_t id = 0; id < 4; ++id)
-        rig.ReceiveFrame(Frame(id, 1, {}), 500 + id);
-    CKVX_HdwCanMessage out[4];
+    rig.ReceiveFrame(Frame(1, 1, {}), 500);
     unsigned n = 0;
-    EXPECT_EQ(in->Read(out, 3, n), 0u);
-    ASSERT_EQ(n, 3u);
-    EXPECT_EQ(out[2].Identifier, 2u);
-    EXPECT_EQ(out[2].TimeStamp, 502u);
+    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
+    EXPECT_EQ(n, 1u);
     can->Close();
-    EXPECT_EQ(in->GetStatus(), 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
     EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 0u); // Stop and Start emptied the list
+    EXPECT_EQ(n, 0u);
 }
 
 TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
@@ -105,7 +95,6 @@ TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
         unsigned Queued() { return Messages.GetLength() + MessagesB.GetLength(); }
     };
     auto* out = Install<CProbe>();
-    EXPECT_EQ(CKVX_HdwCanOutBufferService::CParameters().IdWordB, 0xFFFF);
     ASSERT_EQ(can->Open(nullptr), 0u);
     out->SetTx(0x42);
     EXPECT_EQ(out->Queued(), 2u);
@@ -157,17 +146,14 @@ TEST(CanOutBuffer, MessageBufferOwnsDeepCopies)
     auto* m = new CKVX_HdwCanMessage;
     m->Identifier = 0x123;
     a += m;
-    CKVX_HdwCanOutBufferService::CMessageBuffer b(a);
-    ASSERT_EQ(b.GetLength(), 1u);
-    CKVX_HdwCanMessage* copy = *b.begin();
-    EXPECT_NE(copy, m);
-    EXPECT_EQ(copy->Identifier, 0x123u);
-    CKVX_HdwCanOutBufferService::CMessageBuffer c;
+    CKVX_HdwCanOutBufferService::CMessageBuffer b(a), c;
     c += new CKVX_HdwCanMessage;
     c = a; // the frame c held is deleted, a's is copied
-    ASSERT_EQ(c.GetLength(), 1u);
-    EXPECT_EQ((*c.begin())->Identifier, 0x123u);
-    EXPECT_NE(*c.begin(), m);
+    for (auto* copy : {&b, &c}) {
+        ASSERT_EQ(copy->GetLength(), 1u);
+        EXPECT_NE(*copy->begin(), m);
+        EXPECT_EQ((*copy->begin())->Identifier, 0x123u);
+    }
     a.DeleteAll();
     EXPECT_EQ(b.GetLength(), 1u); // copies live on; the sanitizer build checks for leaks and double frees
 }
@@ -202,7 +188,6 @@ TEST_F(Can, ByteOutputBuildsFramesUntilTheUnitConfirmsThem)
     ASSERT_EQ(built, 3u); // building takes nothing: the same three frames again
     EXPECT_EQ(frames[0].Identifier, 0x1ABCDEFu);
     EXPECT_EQ(frames[0].Extended, 1);
-    EXPECT_EQ(frames[0].Data[0], 1);
     EXPECT_EQ(frames[2].Dlc, 5);
 
     unsigned pending = 0;
@@ -284,13 +269,8 @@ TEST_F(Can, ByteStreamParametersAndRunStates)
 {
     auto* in = Install<CByteIn>();
     auto* out = Install<CKVX_HdwCanByteOutBufferService>();
-    const CKVX_HdwCanByteInBufferService::CParameters d;
-    EXPECT_EQ(d.Identifier, 0x100u);
-    EXPECT_EQ(d.Extended, 0);
-
     CKVX_HdwCanByteInBufferService::CParameters p;
     p.Identifier = 0x7FF;
-    p.BufferSize = 77;
     ASSERT_EQ(in->SetParameters(&p), 0u);
     CKVX_HdwCanByteInBufferService::CParameters bad = p;
     bad.Identifier = 0x800; // wider than 11 bits
@@ -312,7 +292,6 @@ TEST_F(Can, ByteStreamParametersAndRunStates)
     po.Extended = 1;
     po.BufferSize = 16;
     EXPECT_EQ(out->SetParameters(&po), 0u);
-
     uint8_t b[20] = {};
     unsigned n = 9;
     EXPECT_EQ(in->Read(b, 1, n), 29u);
@@ -327,11 +306,7 @@ TEST_F(Can, ByteStreamParametersAndRunStates)
     EXPECT_EQ(out->Write(nullptr, 1, 0), 2u);
     EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
     EXPECT_EQ(out->Write(b, 16, 0), 0u);
-    EXPECT_EQ(out->Write(b, 1, 0), 2u);
-    unsigned pending = 0;
-    out->GetBytesToBeWritten(pending);
-    EXPECT_EQ(pending, 16u);
-
+    EXPECT_EQ(out->Write(b, 1, 0), 2u); // full
     rig.Fail(HDW_PORT_CAN, "CAN0");
     EXPECT_EQ(in->Read(b, 1, n), 15u);
     EXPECT_EQ(in->GetReadBufferBytes(n), 15u);

@@ -1,7 +1,9 @@
 // The receive path of a unit driver (appending under the device lock, from
 // its own thread) against the application reading from others, with the
 // timer tick running: nothing lost, nothing reordered, no data race (run it
-// under ThreadSanitizer).
+// under ThreadSanitizer). Also the reference for the plain receive path:
+// filtered words and frames read in order with their times, and words
+// signalled on their port.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +24,8 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
     auto* signals = Enable<CKVX_HdwSignalService>(rx, 1);
     auto* frames = Enable<CTestCanInService>(can, 9);
     ASSERT_TRUE(in && signals && frames);
+    EXPECT_EQ(CKVX_HdwSignalService::FindOn(rx), signals);
+    EXPECT_EQ(CKVX_HdwSignalService::FindOn(can), nullptr);
     // Room for all: a slow reader loses nothing.
     CKVX_HdwArinc429InBufferService::CParameters p;
     p.BufferSize = kWords;
@@ -64,6 +68,8 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
             if (signals->WaitSignal(s, 100) != 0)
                 continue;
             EXPECT_EQ(s.Arinc429.Data, expected);
+            EXPECT_EQ(s.TimeStamp, expected);
+            EXPECT_EQ(s.Port, rx);
             if (s.Arinc429.Data != expected)
                 break;
             ++expected;
@@ -83,8 +89,10 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
             expectedWord += 2; // the odd labels were filtered
         }
         ASSERT_EQ(frames->Read(got.data(), 128, m), 0u);
-        for (unsigned k = 0; k < m; ++k)
-            ASSERT_EQ(got[k].Identifier, expectedFrame++);
+        for (unsigned k = 0; k < m; ++k, ++expectedFrame) {
+            ASSERT_EQ(got[k].Identifier, expectedFrame);
+            ASSERT_EQ(got[k].TimeStamp, expectedFrame);
+        }
         CKVX_HdwCanPort::CFaultStatus f;
         ASSERT_EQ(frames->GetFaultStatus(&f), 0u);
         EXPECT_LE(f.Status, 3u);
