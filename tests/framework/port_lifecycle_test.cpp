@@ -85,32 +85,30 @@ TEST_F(PortLifecycle, WrongStatesAreRefusedAndChangeNothing)
     EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
 }
 
-TEST_F(PortLifecycle, FailingServiceStartDeletesAllServicesAndLeavesTheLinkOpen)
-{
-    Enable();
-    TestService* second = Enable();
-    second->StartResult = 3;
-    EXPECT_EQ(port->Open(nullptr), 15u);
-    EXPECT_FALSE(port->IsOpen());
-    EXPECT_EQ(port->GetServiceCount(), 0u);
-    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen()) << "the unit link opened in step 4 stays open";
-    EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 0u);
-    const auto log = device.log.Take();
-    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc0.deleted"), log.end());
-    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc1.deleted"), log.end());
-}
-
-TEST_F(PortLifecycle, FailingLinkOrChannelOpenIsReported)
+TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
 {
     Enable();
     device.OpenResult = 5;
-    EXPECT_EQ(port->Open(nullptr), 14u);
-    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->Open(nullptr), 14u) << "the unit link did not open";
     device.OpenResult = 0;
-    static_cast<TestInstance*>(device.GetDeviceInstance(0))->OpenPortResult = 2;
+    auto* instance = static_cast<TestInstance*>(device.GetDeviceInstance(0));
+    instance->OpenPortResult = 2;
     EXPECT_EQ(port->Open(nullptr), 2u) << "OnOpening's own code comes back";
     EXPECT_FALSE(port->IsOpen());
     EXPECT_EQ(port->GetServiceCount(), 1u) << "a channel refusal keeps the services";
+
+    // A failing service start deletes every service and leaves the unit link open.
+    instance->OpenPortResult = 0;
+    Enable()->StartResult = 3;
+    device.log.Take();
+    EXPECT_EQ(port->Open(nullptr), 15u);
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->GetServiceCount(), 0u);
+    EXPECT_TRUE(instance->IsOpen());
+    EXPECT_EQ(instance->GetPortList().GetLength(), 0u) << "not attached to the tick";
+    const auto log = device.log.Take();
+    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc0.deleted"), log.end());
+    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc1.deleted"), log.end());
 }
 
 TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
