@@ -37,8 +37,6 @@ private:
     std::vector<std::string> m_Entries;
 };
 
-class TestDevice;
-
 class TestService : public CKVX_HdwService {
 public:
     TestService(CKVX_HdwObject* port, unsigned type, CallLog* log, std::string name)
@@ -48,11 +46,7 @@ public:
     {
         m_ServiceType = type;
     }
-    ~TestService() override
-    {
-        if (m_Log)
-            m_Log->Add(m_Name + ".deleted");
-    }
+    ~TestService() override { m_Log->Add(m_Name + ".deleted"); }
 
     unsigned Start() override
     {
@@ -183,7 +177,6 @@ public:
         for (unsigned i = 0; i < count; ++i) {
             auto* inst = new TestInstance(&log, i);
             inst->SerialNumber = Serials[i].c_str();
-            inst->Revision = "2.1";
             inst->Link.Format("/dev/pts/%u", i);
             m_DeviceList += inst;
         }
