@@ -72,6 +72,11 @@ TEST(ListCursor, FindToStartThenDeleteItemErasesThatItemAndMovesToTheNext)
     EXPECT_FALSE(list.FindToStart(4));
     EXPECT_EQ(Cur(list), -1);
     EXPECT_FALSE(list.DeleteItem());
+    // DeleteAll puts the cursor back at the start.
+    ASSERT_TRUE(list.FindToStart(30));
+    list.DeleteAll();
+    list += 5;
+    EXPECT_EQ(Cur(list), 5);
 }
 
 TEST(ListCursor, RemovingTheFrontKeepsTheCursorOnItsItem)
@@ -96,20 +101,12 @@ TEST(ListCursor, RemovingTheFrontKeepsTheCursorOnItsItem)
     list.PopFront();
     EXPECT_EQ(Cur(list), -1);
     EXPECT_TRUE(list.IsEmpty());
-}
-
-TEST(ListCursor, DeleteAllLeavesNoCursorUntilTheNextAppend)
-{
-    auto list = MakeList({1, 2});
-    ASSERT_TRUE(list.FindToStart(2));
-    list.DeleteAll();
-    int v = 7;
+    // An empty list has nothing to step to or remove.
+    v = 7;
     EXPECT_FALSE(list >> v);
     EXPECT_FALSE(list.DeleteItem());
     EXPECT_FALSE(list.RemoveFirst(v));
     EXPECT_EQ(v, 7);
-    list += 5;
-    EXPECT_EQ(Cur(list), 5);
 }
 
 TEST(ListCopy, CopiesAreIndependentStartAtTheFirstItemAndSelfAppendDoubles)

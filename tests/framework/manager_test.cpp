@@ -55,6 +55,9 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     CKVX_HdwDevice::CPortDescriptorsVector* v = nullptr;
     ASSERT_EQ(b.GetPortDescriptor(0, &v), 0u);
     EXPECT_EQ((*v)[2].AbsNum, 3);
+    // The device base checks its instance numbers (a has units 0 and 1).
+    EXPECT_EQ(a.GetDeviceInstance(2), nullptr);
+    EXPECT_EQ(a.GetPortDescriptor(2, &v), 2u);
 
     CKVX_HdwManager::CPortInfoVector list;
     ASSERT_EQ(m.GetPortList(list), 0u);
@@ -65,6 +68,7 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     ASSERT_EQ(list.GetLength(), 4u);
     EXPECT_EQ(list[3].DeviceCode, 11u);
     EXPECT_EQ(list[3].ChannelId, "1");
+    EXPECT_EQ(a.CKVX_HdwDevice::Init(0), 2u) << "no units";
 }
 
 TEST(ManagerNumbering, PortSorterComparesAbsoluteNumbersUnsigned)
@@ -176,19 +180,6 @@ TEST(ManagerSysEthPorts, ConcurrentBorrowersNeverGetAPortTwiceAndThePoolRunsOut)
     m.ReleaseSysEthPort(CKVX_HdwManager::SysEthPortFirst + 7);
     ASSERT_EQ(m.GetSysEthPort(p), 0u);
     EXPECT_EQ(p, CKVX_HdwManager::SysEthPortFirst + 7);
-}
-
-TEST(DeviceBase, InstanceAndDescriptorRangeChecks)
-{
-    TestDevice d{5, 2, {{HDW_PORT_CAN, "0"}}};
-    CKVX_HdwManager m;
-    ASSERT_EQ(m.AttachDevice(&d), 0u);
-    ASSERT_EQ(m.Enumerate(), 0u);
-    EXPECT_NE(d.GetDeviceInstance(1), nullptr);
-    EXPECT_EQ(d.GetDeviceInstance(2), nullptr);
-    CKVX_HdwDevice::CPortDescriptorsVector* v = nullptr;
-    EXPECT_EQ(d.GetPortDescriptor(2, &v), 2u);
-    EXPECT_EQ(d.CKVX_HdwDevice::Init(0), 2u);
 }
 
 TEST(HdwObject, BusNamesAtTheEdgesOfTheTable)
