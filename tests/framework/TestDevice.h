@@ -145,11 +145,11 @@ private:
 };
 
 // One port layout entry: port type and channel text.
-using PortSpec = std::pair<unsigned, const char*>;
+using PortEntry = std::pair<unsigned, const char*>;
 
 class TestDevice : public CKVX_HdwDevice {
 public:
-    TestDevice(uint64_t code, unsigned instances, std::vector<PortSpec> ports) : m_Ports(std::move(ports))
+    TestDevice(uint64_t code, unsigned instances, std::vector<PortEntry> ports) : m_Ports(std::move(ports))
     {
         for (unsigned i = 0; i < instances; ++i)
             Serials.push_back("SN" + std::to_string(i));
@@ -251,7 +251,7 @@ public:
     bool seenScan = false;
 
 private:
-    std::vector<PortSpec> m_Ports;
+    std::vector<PortEntry> m_Ports;
 };
 
 using testsupport::WaitUntil;
