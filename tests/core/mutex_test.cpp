@@ -1,8 +1,10 @@
+// The recursion rule and the release on the last Unlock are this class's own;
+// that a held mutex keeps other threads out is the OS primitive's job, checked
+// here through TryLock from another thread.
 #include <HdwLib/core/KvxMutex.h>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
 
 namespace {
@@ -43,38 +45,4 @@ TEST(Mutex, TheOwnerOrItsLockerMayLockAgainAndHoldsItUntilTheLastUnlock)
         EXPECT_FALSE(OtherThreadCanTake(m));
     }
     EXPECT_TRUE(OtherThreadCanTake(m));
-}
-
-TEST(Mutex, ExcludesOtherThreads)
-{
-    CKVX_Mutex m;
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 20000;
-    // Non-atomic on purpose: the mutex alone must make the updates exact.
-    long long counter = 0;
-    int inside = 0;
-    std::atomic<int> overlaps{0};
-    std::atomic<int> ready{0};
-    std::thread threads[kThreads];
-    for (auto& t : threads) {
-        t = std::thread([&] {
-            ready.fetch_add(1);
-            while (ready.load() < kThreads) {
-                std::this_thread::yield();
-            }
-            for (int i = 0; i < kRounds; ++i) {
-                CKVX_MutexLocker lock(m);
-                if (++inside != 1)
-                    overlaps.fetch_add(1);
-                const long long seen = counter;
-                std::this_thread::yield();
-                counter = seen + 1;
-                --inside;
-            }
-        });
-    }
-    for (auto& t : threads)
-        t.join();
-    EXPECT_EQ(overlaps.load(), 0);
-    EXPECT_EQ(counter, static_cast<long long>(kThreads) * kRounds);
 }

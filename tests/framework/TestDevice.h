@@ -13,6 +13,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace fwtest {
@@ -28,17 +29,13 @@ public:
     std::vector<std::string> Take()
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
-        std::vector<std::string> out;
-        out.swap(m_Entries);
-        return out;
+        return std::exchange(m_Entries, {});
     }
 
 private:
     std::mutex m_Mutex;
     std::vector<std::string> m_Entries;
 };
-
-class TestDevice;
 
 class TestService : public CKVX_HdwService {
 public:
@@ -49,11 +46,7 @@ public:
     {
         m_ServiceType = type;
     }
-    ~TestService() override
-    {
-        if (m_Log)
-            m_Log->Add(m_Name + ".deleted");
-    }
+    ~TestService() override { m_Log->Add(m_Name + ".deleted"); }
 
     unsigned Start() override
     {
@@ -76,10 +69,9 @@ public:
             m_Log->Add(m_Name + ".Tick");
         return TickResult;
     }
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    unsigned ProcessEvent(CKVX_HdwEvent*) override
     {
         ++eventCount;
-        m_Log->Add(m_Name + ".Event:" + event->GetChannelId().c_str());
         return EventResult;
     }
 
@@ -153,17 +145,14 @@ private:
 };
 
 // One port layout entry: port type and channel text.
-struct PortSpec {
-    unsigned type;
-    const char* channel;
-};
+using PortEntry = std::pair<unsigned, const char*>;
 
 class TestDevice : public CKVX_HdwDevice {
 public:
-    TestDevice(uint64_t code, unsigned instances, std::vector<PortSpec> ports)
-        : m_Instances(instances),
-          m_Ports(std::move(ports))
+    TestDevice(uint64_t code, unsigned instances, std::vector<PortEntry> ports) : m_Ports(std::move(ports))
     {
+        for (unsigned i = 0; i < instances; ++i)
+            Serials.push_back("SN" + std::to_string(i));
         m_DeviceCode = code;
         m_Manufacturer = "Test Manufacturer";
         m_ModelName = "Testunit";
@@ -182,16 +171,12 @@ public:
             seenLinks.push_back(link->Link.c_str());
         }
         seenScan = IsScanRequested();
-        const unsigned count = Serials.empty() ? m_Instances : unsigned(Serials.size());
+        const auto count = unsigned(Serials.size());
         if (const unsigned rc = CKVX_HdwDevice::Init(count))
             return rc;
         for (unsigned i = 0; i < count; ++i) {
             auto* inst = new TestInstance(&log, i);
-            if (Serials.empty())
-                inst->SerialNumber.Format("SN%u", i);
-            else
-                inst->SerialNumber = Serials[i].c_str();
-            inst->Revision = "2.1";
+            inst->SerialNumber = Serials[i].c_str();
             inst->Link.Format("/dev/pts/%u", i);
             m_DeviceList += inst;
         }
@@ -199,7 +184,7 @@ public:
         for (unsigned i = 0; i < count; ++i)
             for (unsigned ch = 0; ch < m_Ports.size(); ++ch)
                 AddPortDescriptor(
-                    i, new TestPort(this, i, m_Ports[ch].channel, m_Ports[ch].type, &log), ch, m_Ports[ch].channel);
+                    i, new TestPort(this, i, m_Ports[ch].second, m_Ports[ch].first, &log), ch, m_Ports[ch].second);
         return 0;
     }
     unsigned Run() override
@@ -259,15 +244,14 @@ public:
     unsigned FailStartInstance = ~0u;
     unsigned FailEndInstance = ~0u;
     std::function<void(unsigned)> OnStartHandler;
-    // The units' serial numbers in the order the next scan finds them
-    // (empty: SN0, SN1 ... for the instance count given).
+    // The units' serial numbers in the order the next scan finds them (SN0,
+    // SN1 ... for the instance count given; "" for a unit without one).
     std::vector<std::string> Serials;
     std::vector<std::string> seenLinks;
     bool seenScan = false;
 
 private:
-    unsigned m_Instances;
-    std::vector<PortSpec> m_Ports;
+    std::vector<PortEntry> m_Ports;
 };
 
 using testsupport::WaitUntil;

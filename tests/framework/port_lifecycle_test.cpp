@@ -70,9 +70,7 @@ TEST_F(PortLifecycle, WrongStatesAreRefusedAndChangeNothing)
     TestService* s = Enable();
     ASSERT_EQ(port->Open(nullptr), 0u);
     EXPECT_EQ(port->Open(nullptr), 18u);
-    CKVX_HdwService* extra = nullptr;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &extra, nullptr), 10u);
-    EXPECT_EQ(extra, nullptr);
+    // (EnableService on an open port: bus/ports_test BaseRulesComeBeforeEachPortsOwnTable.)
     CKVX_HdwService::CParameters params;
     EXPECT_EQ(s->SetParameters(&params), 10u);
     EXPECT_EQ(port->DisableService(s), 1u);
@@ -87,48 +85,30 @@ TEST_F(PortLifecycle, WrongStatesAreRefusedAndChangeNothing)
     EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
 }
 
-TEST_F(PortLifecycle, FailingServiceStartDeletesAllServicesAndLeavesTheLinkOpen)
-{
-    Enable();
-    TestService* second = Enable();
-    second->StartResult = 3;
-    EXPECT_EQ(port->Open(nullptr), 15u);
-    EXPECT_FALSE(port->IsOpen());
-    EXPECT_EQ(port->GetServiceCount(), 0u);
-    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen()) << "the unit link opened in step 4 stays open";
-    EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 0u);
-    const auto log = device.log.Take();
-    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc0.deleted"), log.end());
-    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc1.deleted"), log.end());
-}
-
-TEST_F(PortLifecycle, FailingLinkOrChannelOpenIsReported)
+TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
 {
     Enable();
     device.OpenResult = 5;
-    EXPECT_EQ(port->Open(nullptr), 14u);
-    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->Open(nullptr), 14u) << "the unit link did not open";
     device.OpenResult = 0;
-    static_cast<TestInstance*>(device.GetDeviceInstance(0))->OpenPortResult = 2;
+    auto* instance = static_cast<TestInstance*>(device.GetDeviceInstance(0));
+    instance->OpenPortResult = 2;
     EXPECT_EQ(port->Open(nullptr), 2u) << "OnOpening's own code comes back";
     EXPECT_FALSE(port->IsOpen());
     EXPECT_EQ(port->GetServiceCount(), 1u) << "a channel refusal keeps the services";
-}
 
-TEST_F(PortLifecycle, DeviceLinkStaysOpenWhileAnotherPortOfTheUnitIsOpen)
-{
-    TestPort* other = device.Port(0, 1);
-    Enable();
-    CKVX_HdwService* s = nullptr;
-    ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
-    ASSERT_EQ(port->Open(nullptr), 0u);
-    ASSERT_EQ(other->Open(nullptr), 0u);
-    EXPECT_FALSE(device.CanClose(0));
-    ASSERT_EQ(port->Close(), 0u);
-    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen());
-    ASSERT_EQ(other->Close(), 0u);
-    EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
-    EXPECT_TRUE(device.CanClose(0));
+    // A failing service start deletes every service and leaves the unit link open.
+    instance->OpenPortResult = 0;
+    Enable()->StartResult = 3;
+    device.log.Take();
+    EXPECT_EQ(port->Open(nullptr), 15u);
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(port->GetServiceCount(), 0u);
+    EXPECT_TRUE(instance->IsOpen());
+    EXPECT_EQ(instance->GetPortList().GetLength(), 0u) << "not attached to the tick";
+    const auto log = device.log.Take();
+    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc0.deleted"), log.end());
+    EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc1.deleted"), log.end());
 }
 
 TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
@@ -140,8 +120,6 @@ TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
     ASSERT_EQ(port->Open(nullptr), 0u);
     device.SkipBaseStop = true; // the base Stop would close the port and disable the services itself
     manager.Stop();
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
     EXPECT_EQ(other->Open(nullptr), 10u);
     EXPECT_EQ(other->DisableService(idle), 10u);
     EXPECT_EQ(other->GetServiceCount(), 1u);
@@ -157,19 +135,24 @@ TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
     EXPECT_FALSE(port->IsOpen());
 }
 
-TEST_F(PortLifecycle, ManagerStopDisablesServicesOfClosedPortsAndClosesOpenOnes)
+TEST_F(PortLifecycle, UnitLinkClosesWithItsLastPortAndManagerStopClosesOpenPorts)
 {
-    Enable();
     TestPort* other = device.Port(0, 1);
+    Enable();
     CKVX_HdwService* s = nullptr;
     ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
     ASSERT_EQ(port->Open(nullptr), 0u);
+    ASSERT_EQ(other->Open(nullptr), 0u);
+    EXPECT_FALSE(device.CanClose(0));
+    ASSERT_EQ(other->Close(), 0u);
+    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen()) << "another port of the unit is still open";
+
     manager.Stop();
     EXPECT_FALSE(port->IsOpen());
     EXPECT_EQ(port->GetServiceCount(), 1u) << "services of a port open at Stop stay enabled";
     EXPECT_EQ(other->GetServiceCount(), 0u) << "services of a closed port are disabled";
     EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
-    EXPECT_FALSE(manager.IsRunning());
+    EXPECT_TRUE(device.CanClose(0));
 }
 
 TEST(ServiceWithoutPort, HasNoDeviceAndAcceptsParameters)

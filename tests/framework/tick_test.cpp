@@ -39,7 +39,7 @@ protected:
     CKVX_HdwManager manager;
 };
 
-TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrder)
+TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLock)
 {
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
@@ -47,12 +47,24 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrder)
     a0->LogTicks = b0->LogTicks = a1->LogTicks = true;
     device.LogTicks = true;
     device.log.Take();
+    unsigned lockedElsewhere = 0;
+    device.OnStartHandler = [&](unsigned instance) {
+        CKVX_Mutex* m = device.GetDeviceInstance(instance)->GetMutex();
+        // Another thread must find the unit's mutex taken.
+        lockedElsewhere += std::async(std::launch::async, [m] {
+            const bool taken = m->TryLock() != 0;
+            if (!taken)
+                m->Unlock();
+            return taken;
+        }).get();
+    };
 
     device.HdwTimerHandler(7);
     const std::vector<std::string> expected = {
         "start0", "start1", "port00.svc0.Tick", "port01.svc0.Tick", "port10.svc0.Tick", "end0", "end1"};
     EXPECT_EQ(device.log.Take(), expected);
     EXPECT_EQ(a0->lastTick.load(), 7u);
+    EXPECT_EQ(lockedElsewhere, 2u);
 
     // A unit with no open port is skipped.
     ASSERT_EQ(device.Port(0, 0)->Close(), 0u);
@@ -60,24 +72,6 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrder)
     device.log.Take();
     device.HdwTimerHandler(8);
     EXPECT_EQ(device.log.Take(), (std::vector<std::string>{"start1", "port10.svc0.Tick", "end1"}));
-}
-
-TEST_F(Tick, EachPassHoldsTheInstanceLock)
-{
-    OpenWithService(0, 0);
-    bool lockedElsewhere = false;
-    device.OnStartHandler = [&](unsigned instance) {
-        CKVX_Mutex* m = device.GetDeviceInstance(instance)->GetMutex();
-        // Another thread must find the unit's mutex taken.
-        lockedElsewhere = std::async(std::launch::async, [m] {
-            const bool taken = m->TryLock() != 0;
-            if (!taken)
-                m->Unlock();
-            return taken;
-        }).get();
-    };
-    device.HdwTimerHandler(0);
-    EXPECT_TRUE(lockedElsewhere);
 }
 
 TEST_F(Tick, FailingPortAbortsOnlyItsUnitAndEndsThatUnitsPortPass)
@@ -112,7 +106,22 @@ TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
     EXPECT_EQ(a0->GetStatus(), unsigned(HDW_SERVICE_FAILED));
 }
 
-TEST_F(Tick, TheMainTimerDrivesOpenPortsWithIncreasingTicks)
+// Events reaching the ports of their type and channel, and every open port:
+// units/events_test (UnitFrameEvents, CriticalFailureReachesEveryOpenPortOfTheUnit).
+TEST_F(Tick, UntypedEventFanOutStopsAtTheFirstPortThatRefuses)
+{
+    TestService* a0 = OpenWithService(0, 0);
+    TestService* b0 = OpenWithService(0, 1);
+    a0->EventResult = 9;
+    CKVX_HdwEvent ev;
+    device.DeviceLock(0);
+    EXPECT_EQ(device.ProcessEventHandlers(0, &ev), 9u);
+    device.DeviceUnlock(0);
+    EXPECT_EQ(a0->eventCount.load(), 1u);
+    EXPECT_EQ(b0->eventCount.load(), 0u);
+}
+
+TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
 {
     ASSERT_EQ(manager.StartMainTimer(1), 0u);
     TestService* s = OpenWithService(0, 0);
@@ -120,39 +129,13 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWithIncreasingTicks)
     const uint64_t seen = s->lastTick.load();
     ASSERT_TRUE(WaitUntil([&] { return s->lastTick.load() > seen; }));
     EXPECT_GE(manager.GetTickCounter(), 5u);
-}
 
-TEST_F(Tick, EventsReachOnlyPortsOfMatchingTypeAndChannel)
-{
-    TestService* a0 = OpenWithService(0, 0);
-    TestService* b0 = OpenWithService(0, 1);
-    CKVX_HdwEvent ev;
-    ev.SetChannelId("1");
-    device.DeviceLock(0);
-    EXPECT_EQ(device.ProcessEventHandlers(0, HDW_PORT_CAN, &ev), 0u);
-    EXPECT_EQ(device.ProcessEventHandlers(0, HDW_PORT_ARINC429_RX, &ev), 0u);
-    device.DeviceUnlock(0);
-    EXPECT_EQ(a0->eventCount.load(), 0u);
-    EXPECT_EQ(b0->eventCount.load(), 1u);
-
-    // The untyped form offers it to every open port and stops at the first non-zero.
-    a0->EventResult = 9;
-    device.DeviceLock(0);
-    EXPECT_EQ(device.ProcessEventHandlers(0, &ev), 9u);
-    device.DeviceUnlock(0);
-    EXPECT_EQ(a0->eventCount.load(), 1u);
-    EXPECT_EQ(b0->eventCount.load(), 1u) << "fan-out stops at the first port that refuses";
-}
-
-TEST_F(Tick, OpenCloseFromApplicationThreadsWhileTheTimerTicks)
-{
     // Exercises the instance locks with the real timer thread (run under TSan).
-    ASSERT_EQ(manager.StartMainTimer(1), 0u);
     TestPort* p0 = device.Port(0, 0);
     TestPort* p1 = device.Port(1, 1);
-    CKVX_HdwService* s = nullptr;
-    ASSERT_EQ(p0->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
-    ASSERT_EQ(p1->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+    ASSERT_EQ(p0->Close(), 0u);
+    CKVX_HdwService* other = nullptr;
+    ASSERT_EQ(p1->EnableService(HDW_SERVICE_SIGNAL, &other, nullptr), 0u);
     std::atomic<bool> stop{false};
     std::thread events([&] {
         CKVX_HdwEvent ev;
