@@ -101,19 +101,13 @@ inline Bytes CanConfig(
     p[17] = seg2;
     return Record(48 + ch, number, p);
 }
-inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, bool extended, bool remote, const Bytes& data)
+// A standard data frame (extended and remote frames cross the emulator in the
+// units area's end-to-end tests).
+inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, const Bytes& data)
 {
-    Bytes p{static_cast<uint8_t>((data.size() & 0x0F) | (remote ? 0x40 : 0) | (extended ? 0x80 : 0))};
-    if (extended) {
-        p.insert(p.end(),
-            {static_cast<uint8_t>(id >> 21), static_cast<uint8_t>(id >> 13), static_cast<uint8_t>(id >> 5),
-                static_cast<uint8_t>((id << 3) & 0xFF)});
-    } else {
-        p.insert(p.end(), {static_cast<uint8_t>(id >> 3), static_cast<uint8_t>((id << 5) & 0xFF)});
-    }
-    Bytes d = data;
-    d.resize(8, 0);
-    p.insert(p.end(), d.begin(), d.end());
+    Bytes p{static_cast<uint8_t>(data.size() & 0x0F), static_cast<uint8_t>(id >> 3),
+        static_cast<uint8_t>((id << 5) & 0xFF)};
+    p.insert(p.end(), data.begin(), data.end());
     p.resize(13, 0);
     return Record(50 + ch, number, p);
 }
