@@ -7,6 +7,8 @@
 #include "support/BitwiseCrc.h"
 #include "support/Wait.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -137,7 +139,6 @@ struct Event {
 class UnitStream {
 public:
     std::vector<Event> Events;
-    unsigned BadFrames = 0;
 
     void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
     void Feed(const uint8_t* data, size_t size)
@@ -164,10 +165,9 @@ public:
                 return; // incomplete: wait for more bytes
             const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
             const bool good = count > 0 && crc == BitwiseCrc16(m_Buf.data(), pos);
-            if (good)
-                Events.insert(Events.end(), events.begin(), events.end());
-            else
-                ++BadFrames;
+            // The unit never sends a damaged or empty frame.
+            EXPECT_TRUE(good) << "unit frame of " << count << " events with a bad CRC or none";
+            Events.insert(Events.end(), events.begin(), events.end());
             m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
         }
     }
