@@ -16,40 +16,21 @@ namespace {
 
 constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3, EvStatus = 5, EvCanTx = 7;
 
-Bytes OnlyLabel(unsigned label)
-{
-    Bytes f(32, 0);
-    f[label / 8] = static_cast<uint8_t>(1u << (label % 8));
-    return f;
-}
-
 } // namespace
 
-TEST(UnitFraming, KnownAnswerSessionFrameIsEchoedWithKnownBytes)
+// Frames of several commands, echoed in order, are what the library sends on
+// every tick of the units area (UnitRig); what only this shows is the bytes.
+TEST(UnitFraming, KnownAnswerSessionFrameFedByteByByteIsEchoedWithKnownBytes)
 {
     EngineHost h;
     // Session open, command number 0, written out with its CRC.
-    h.Send({0xA5, 0x07, 0x00, 0x07, 0x81, 0x00, 0x00, 0x01, 0x00, 0x00, 0x2F, 0xF0});
+    for (uint8_t b : {0xA5, 0x07, 0x00, 0x07, 0x81, 0x00, 0x00, 0x01, 0x00, 0x00, 0x2F, 0xF0})
+        h.Send({b});
     // Echo at clock 0: start, length 8, one event, L 7, type 0, time 0, number 0, CRC.
     const Bytes expected{0xA5, 0x08, 0x00, 0x01, 0x00, 0x07, 0x00, 0, 0, 0, 0, 0x00, 0x00, 0xFF, 0x43};
     EXPECT_EQ(h.Raw, expected);
     EXPECT_EQ(h.Engine.GetCounters().SessionOpens, 1u);
-}
-
-TEST(UnitFraming, EveryCommandOfAFrameFedByteByByteIsEchoedInOrder)
-{
-    EngineHost h;
-    const Bytes f = Frame({Session(100, false), Session(101, true), StatusRequest(102, 0, 0),
-        AtxConfig(103, 0, true, 299), CanConfig(104, 1, true)});
-    for (uint8_t b : f)
-        h.Send({b});
-    const auto echoes = h.Stream.OfType(EvEcho);
-    ASSERT_EQ(echoes.size(), 5u);
-    for (unsigned i = 0; i < 5; ++i)
-        EXPECT_EQ(echoes[i].EchoNumber(), 100 + i);
-    EXPECT_EQ(h.Engine.GetCounters().CommandsReceived, 5u);
     EXPECT_EQ(h.Engine.GetCounters().FramesReceived, 1u);
-    EXPECT_EQ(h.Stream.BadFrames, 0u);
 }
 
 TEST(UnitFraming, InputThatIsNoFrameIsCountedAndTheNextFrameServed)
@@ -89,23 +70,18 @@ TEST(UnitFraming, TimeStampsAreMicrosecondsOfA32BitClock)
     EXPECT_EQ(h.Stream.Events[0].Time(), static_cast<uint32_t>(0xFFFFFF00u + 1'000'000u));
 }
 
-TEST(Arinc429Loop, FilterDisabledReceiverAndOtherSpeedStopWords)
+// A one-label filter is the units area's (HaldenArinc429.LabelFilterBecomesTheUnitsLabelTable).
+TEST(Arinc429Loop, AnAllZeroFilterADisabledReceiverAndTheOtherSpeedStopWords)
 {
     EngineHost h;
-    // 0: one label; 1: receiver off; 2: all-zero filter; 3: transmitter at low speed.
-    h.Send(Frame({AtxConfig(1, 0, true, 299), ArxConfig(2, 0, true, true, OnlyLabel(0x2B)), AtxConfig(3, 1, true, 299),
-        ArxConfig(4, 1, false, true, AllLabels()), AtxConfig(5, 2, true, 299),
+    // 1: receiver off; 2: all-zero filter; 3: transmitter at low speed.
+    h.Send(Frame({AtxConfig(3, 1, true, 299), ArxConfig(4, 1, false, true, AllLabels()), AtxConfig(5, 2, true, 299),
         ArxConfig(6, 2, true, true, Bytes(32, 0)), AtxConfig(7, 3, true, 2399),
         ArxConfig(8, 3, true, true, AllLabels())}));
-    h.Send(Frame({AtxPush(10, 0, 0x2B), AtxPush(11, 0, 0x2C), AtxPush(12, 0, 0x0402B), AtxPush(13, 0, 0x2A),
-        AtxPush(14, 1, 0x22), AtxPush(15, 2, 0x11), AtxPush(16, 3, 0x33)}));
-    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 7u);
-    const auto rx = h.Stream.OfType(EvA429Rx);
-    ASSERT_EQ(rx.size(), 2u);
-    EXPECT_EQ(rx[0].Word(), 0x2Bu);
-    EXPECT_EQ(rx[1].Word(), 0x0402Bu);
+    h.Send(Frame({AtxPush(14, 1, 0x22), AtxPush(15, 2, 0x11), AtxPush(16, 3, 0x33)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 3u);
+    EXPECT_TRUE(h.Stream.OfType(EvA429Rx).empty());
     const hdwsim::Counters c = h.Engine.GetCounters();
-    EXPECT_EQ(c.A429FilterDropped[0], 2u);
     EXPECT_EQ(c.A429RxDisabled[1], 1u);
     EXPECT_EQ(c.A429FilterDropped[2], 1u);
     EXPECT_EQ(c.A429SpeedMismatch[3], 1u);
@@ -150,7 +126,7 @@ TEST(CanLoop, FramesBeyond64AreDroppedAndStatusReportsStateAndWaitingFrames)
     EngineHost h;
     h.Send(Frame({CanConfig(1, 1, true)}));
     for (unsigned i = 0; i < 70; ++i) // channel 0 not started: frames wait
-        h.Send(Frame({CanPush(10 + i, 0, i, false, false, {static_cast<uint8_t>(i)})}));
+        h.Send(Frame({CanPush(10 + i, 0, i, {static_cast<uint8_t>(i)})}));
     EXPECT_EQ(h.Engine.CanFifoLevel(0), 64u);
     EXPECT_EQ(h.Engine.GetCounters().CanFifoDropped[0], 6u);
     h.Send(Frame({StatusRequest(100, 0, 0x01 | 0x08)})); // kind 2 of channel 0, kind 3 of channel 1
@@ -239,7 +215,7 @@ TEST(Pacing, CanFramesTakeTheirStuffedLength)
     EngineHost h(true);
     h.Send(Frame({CanConfig(1, 0, true), CanConfig(2, 1, true)}));
     for (unsigned i = 0; i < 10; ++i)
-        h.Send(Frame({CanPush(10 + i, 0, 0, false, false, {0, 0, 0, 0, 0, 0, 0, 0})}));
+        h.Send(Frame({CanPush(10 + i, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0})}));
     h.At(uint64_t(bits) * 1000 * 10); // 1 Mbit/s: 1 us per bit
     const auto tx = h.Stream.OfType(EvCanTx);
     ASSERT_EQ(tx.size(), 10u);

@@ -1,8 +1,11 @@
-// The emulator served over HOE on loopback UDP, driven with datagrams built
-// here byte by byte.
+// The emulator served over HOE on loopback UDP. The host's packets are built
+// and checked with the library's HOE codec (known bytes: links/hoe_packet_test),
+// which shares no code with the emulator; the unit frames inside are taken
+// apart by TestHost.h.
 
 #include "TestHost.h"
 
+#include <HdwLib/links/HdwHoe.h>
 #include <hdwsim/Emulator.h>
 
 #include <gtest/gtest.h>
@@ -15,64 +18,14 @@
 #include <unistd.h>
 
 using namespace simtest;
+using Hoe = CKVX_HdwHoe;
+using Packet = Hoe::t_HoePacket_Union;
 
 namespace {
 
-constexpr uint32_t Detect = 0xF0000001, DetectReply = 0xF0000002, Connect = 0xC0000001, ConnectReply = 0xC0000002,
-                   Disconnect = 0xC0000003, DisconnectReply = 0xC0000004, SendCmd = 0xC0000005, EventData = 0xC0000006,
-                   KeepAlive = 0xA0000005;
-
-struct Packet {
-    uint32_t ClientId = 0, Second = 0, First = 0, Number = 0, Code = 0;
-    Bytes Payload;
-};
-
-Bytes Build(const Packet& p)
-{
-    Bytes d;
-    Le32(d, 0xFE0000A1);
-    Le16(d, 1);
-    Le32(d, p.ClientId);
-    Le32(d, p.Second);
-    Le32(d, p.First);
-    Le32(d, 0);
-    Le32(d, p.Number);
-    Le16(d, 0); // port type
-    Le16(d, 0); // channel
-    Le16(d, 0);
-    Le32(d, p.Code);
-    Le16(d, static_cast<uint32_t>(p.Payload.size()));
-    d.resize(64, 0);
-    d.insert(d.end(), p.Payload.begin(), p.Payload.end());
-    const uint16_t crc = BitwiseCrc16(d.data(), d.size());
-    d[62] = static_cast<uint8_t>(crc);
-    d[63] = static_cast<uint8_t>(crc >> 8);
-    return d;
-}
-
-bool Parse(const Bytes& d, Packet& p)
-{
-    if (d.size() < 64 || GetLe32(d.data()) != 0xFE0000A1)
-        return false;
-    const size_t len = d[36] | (d[37] << 8);
-    if (len + 64 != d.size())
-        return false;
-    Bytes z = d;
-    z[62] = z[63] = 0;
-    if (BitwiseCrc16(z.data(), z.size()) != (d[62] | (d[63] << 8)))
-        return false;
-    p.ClientId = GetLe32(&d[6]);
-    p.Second = GetLe32(&d[10]);
-    p.First = GetLe32(&d[14]);
-    p.Number = GetLe32(&d[22]);
-    p.Code = GetLe32(&d[32]);
-    p.Payload.assign(d.begin() + 64, d.end());
-    return true;
-}
-
 class Host {
 public:
-    Host(uint16_t unitPort, uint32_t clientId) : m_ClientId(clientId)
+    Host(uint16_t unitPort, uint32_t clientId) : m_Hoe(clientId)
     {
         m_Fd = socket(AF_INET, SOCK_DGRAM, 0);
         m_Unit.sin_family = AF_INET;
@@ -82,36 +35,42 @@ public:
     }
     ~Host() { close(m_Fd); }
 
+    // A packet of any code: a send-command packet with its code and CRC redone.
+    Packet Make(uint32_t code, uint32_t first, uint32_t second, Bytes payload = {})
+    {
+        Packet p;
+        m_Hoe.BuildSendCmdPacket(first, second, payload.data(), static_cast<unsigned short>(payload.size()), p);
+        Hoe::SetU32(p, Hoe::OffCode, code);
+        Hoe::SetU16(p, Hoe::OffCrc, Hoe::ComputeCrc(p));
+        return p;
+    }
     void Send(uint32_t code, uint32_t first, uint32_t second, const Bytes& payload = {})
     {
-        SendRaw(Build({m_ClientId, second, first, 0, code, payload}));
+        SendRaw(Make(code, first, second, payload));
     }
-    void SendRaw(const Bytes& d)
+    void SendRaw(const Packet& p)
     {
-        sendto(m_Fd, d.data(), d.size(), 0, reinterpret_cast<const sockaddr*>(&m_Unit), sizeof m_Unit);
+        sendto(m_Fd, p.Bytes, Hoe::GetPacketSize(p), 0, reinterpret_cast<const sockaddr*>(&m_Unit), sizeof m_Unit);
     }
-    // Next valid packet with `code` within the time-out (others are passed over).
-    bool Receive(uint32_t code, Packet& out, unsigned timeoutMs = 10000)
+    // Next packet with `code` for this client and `first` within the time-out
+    // that passes every check of size, signature and CRC (others are passed over).
+    bool Receive(uint32_t code, uint32_t first, Packet& out)
     {
         return WaitUntil(
             [&] {
-                Bytes d(2048);
-                const ssize_t n = recv(m_Fd, d.data(), d.size(), MSG_DONTWAIT);
-                d.resize(n > 0 ? static_cast<size_t>(n) : 0);
-                Packet pk;
-                if (!Parse(d, pk))
-                    return false;
-                if (pk.Code == code)
-                    out = pk;
-                return pk.Code == code;
+                const ssize_t n = recv(m_Fd, out.Bytes, sizeof out.Bytes, MSG_DONTWAIT);
+                return m_Hoe.CheckReceivedPacket(out, static_cast<int>(n), first, code) == Hoe::HoeAccepted;
             },
-            timeoutMs);
+            10000);
     }
-    uint32_t ClientId() const { return m_ClientId; }
+    static Bytes Payload(const Packet& p)
+    {
+        return Bytes(p.Sections.Payload, p.Sections.Payload + Hoe::GetPayloadLength(p));
+    }
 
 private:
     int m_Fd = -1;
-    uint32_t m_ClientId;
+    Hoe m_Hoe;
     sockaddr_in m_Unit{};
 };
 
@@ -119,10 +78,10 @@ private:
 // packet to hold exactly its echo.
 void ExpectSingleEcho(Host& h, uint32_t tag, uint32_t session, unsigned number, Packet& r)
 {
-    h.Send(SendCmd, tag, session, Frame({Session(number, true)}));
-    ASSERT_TRUE(h.Receive(EventData, r));
+    h.Send(Hoe::CodeSendCmd, tag, session, Frame({Session(number, true)}));
+    ASSERT_TRUE(h.Receive(Hoe::CodeEventData, tag, r));
     UnitStream u;
-    u.Feed(r.Payload);
+    u.Feed(Host::Payload(r));
     ASSERT_EQ(u.OfType(0).size(), 1u);
     EXPECT_EQ(u.OfType(0)[0].EchoNumber(), number);
 }
@@ -144,15 +103,13 @@ struct UdpFixture : ::testing::Test {
     // The session id the unit grants (0: refused).
     uint32_t ConnectHost(Host& h, uint32_t tag)
     {
-        h.Send(Connect, tag, 0, {0x34, 0x12});
+        h.Send(Hoe::CodeConnect, tag, 0, {0x34, 0x12});
         Packet r;
-        if (!h.Receive(ConnectReply, r)) {
+        if (!h.Receive(Hoe::CodeConnectReply, tag, r)) {
             ADD_FAILURE() << "no answer to connect";
             return 0;
         }
-        EXPECT_EQ(r.ClientId, h.ClientId());
-        EXPECT_EQ(r.First, tag);
-        return r.Second;
+        return Hoe::GetSecondWord(r);
     }
     std::unique_ptr<hdwsim::Emulator> Sim;
 };
@@ -163,16 +120,15 @@ TEST_F(UdpFixture, DetectAnswersWithKindModelAndSerialNumber)
 {
     StartSim();
     Host h(Sim->UdpPort(), 0x1111);
-    h.Send(Detect, 77, 0);
+    h.Send(Hoe::CodeDetect, 77, 0);
     Packet r;
-    ASSERT_TRUE(h.Receive(DetectReply, r));
-    EXPECT_EQ(r.ClientId, 0x1111u);
-    EXPECT_EQ(r.First, 77u);
-    ASSERT_EQ(r.Payload.size(), 84u);
-    EXPECT_EQ(GetLe32(r.Payload.data()), 3u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&r.Payload[4])), "Halden");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&r.Payload[36])), "SN-4711");
-    EXPECT_EQ(r.Payload[67], 0); // NUL-padded fields
+    ASSERT_TRUE(h.Receive(Hoe::CodeDetectReply, 77, r));
+    const Bytes payload = Host::Payload(r);
+    ASSERT_EQ(payload.size(), 84u);
+    EXPECT_EQ(GetLe32(payload.data()), 3u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&payload[4])), "Halden");
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&payload[36])), "SN-4711");
+    EXPECT_EQ(payload[67], 0); // NUL-padded fields
 }
 
 // Commands and their echoes over a session are run end to end by the units
@@ -189,19 +145,19 @@ TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLea
     EXPECT_EQ(ConnectHost(b, 2), 0u);
     EXPECT_EQ(Sim->GetCounters().SessionsRefused, 1u);
     // None of these is executed: the refused client's, a wrong session id, a bad CRC.
-    b.Send(SendCmd, 2, sa, Frame({Session(1, true)}));
-    a.Send(SendCmd, 1, sa + 1, Frame({Session(2, true)}));
-    Bytes bad = Build({0xA, sa, 1, 0, SendCmd, Frame({Session(3, true)})});
-    bad[70] ^= 0xFF;
+    b.Send(Hoe::CodeSendCmd, 2, sa, Frame({Session(1, true)}));
+    a.Send(Hoe::CodeSendCmd, 1, sa + 1, Frame({Session(2, true)}));
+    Packet bad = a.Make(Hoe::CodeSendCmd, 1, sa, Frame({Session(3, true)}));
+    bad.Bytes[70] ^= 0xFF;
     a.SendRaw(bad);
     ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().UdpPacketsRejected == 3; }));
     Packet r;
     ExpectSingleEcho(a, 1, sa, 4, r);
     EXPECT_EQ(Sim->GetCounters().CommandsReceived, 1u);
 
-    a.Send(Disconnect, 1, sa);
-    ASSERT_TRUE(a.Receive(DisconnectReply, r));
-    EXPECT_EQ(r.Second, sa);
+    a.Send(Hoe::CodeDisconnect, 1, sa);
+    ASSERT_TRUE(a.Receive(Hoe::CodeDisconnectReply, 1, r));
+    EXPECT_EQ(Hoe::GetSecondWord(r), sa);
     const uint32_t sb = ConnectHost(b, 2);
     EXPECT_NE(sb, 0u);
     EXPECT_NE(sb, sa);
@@ -215,9 +171,8 @@ TEST_F(UdpFixture, KeepAlivesFlowAndASilentSessionIsDropped)
     const uint32_t s = ConnectHost(h, 3);
     ASSERT_NE(s, 0u);
     Packet r;
-    ASSERT_TRUE(h.Receive(KeepAlive, r));
-    EXPECT_EQ(r.Second, s);
-    EXPECT_EQ(r.First, 3u);
+    ASSERT_TRUE(h.Receive(Hoe::CodeKeepAlivePort, 3, r)); // for the connect's first word
+    EXPECT_EQ(Hoe::GetSecondWord(r), s);
     // The host says nothing more: the unit ends the session.
     ASSERT_TRUE(WaitUntil([&] { return !Sim->HasUdpSession(); }));
     EXPECT_EQ(Sim->GetCounters().SessionsTimedOut, 1u);
@@ -233,17 +188,17 @@ TEST_F(UdpFixture, DroppedPacketsAreCountedAndTheNextOnesArrive)
     const uint32_t s = ConnectHost(h, 1);
     ASSERT_NE(s, 0u);
     Sim->DropNextUdpPackets(1);
-    h.Send(SendCmd, 1, s, Frame({Session(1, true)}));
+    h.Send(Hoe::CodeSendCmd, 1, s, Frame({Session(1, true)}));
     ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().UdpPacketsDropped == 1; }));
     Packet r;
     ExpectSingleEcho(h, 1, s, 2, r);
     // The lost packet still took its number: the host can see the gap.
-    EXPECT_EQ(r.Number, 1u);
+    EXPECT_EQ(Hoe::GetPacketNumber(r), 1u);
 
     // Fraction 1 loses every packet, 0 none.
     Sim->SetUdpDropFraction(1.0);
     for (unsigned i = 0; i < 5; ++i)
-        h.Send(SendCmd, 1, s, Frame({Session(10 + i, true)}));
+        h.Send(Hoe::CodeSendCmd, 1, s, Frame({Session(10 + i, true)}));
     // Several frames may share one packet: wait until all five left the unit.
     ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().FramesSent == 7; }));
     const uint64_t dropped = Sim->GetCounters().UdpPacketsDropped;
