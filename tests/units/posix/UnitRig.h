@@ -197,12 +197,11 @@ public:
         CKVX_HdwArinc429InBufferService* In = nullptr;
         CKVX_HdwArinc429OutBufferService* Out = nullptr;
     };
-    template <class TIn = CKVX_HdwArinc429InBufferService, class TOut = CKVX_HdwArinc429OutBufferService>
     Arinc429Pair OpenArinc429Pair(unsigned ch, uint32_t rate = 0)
     {
         Arinc429Pair c;
-        c.In = Enable<TIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-        c.Out = Enable<TOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+        c.In = Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+        c.Out = Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
         if (!c.In || !c.Out) // already reported; no ports to open
             return {};
         CKVX_HdwArinc429RxPort::CParameters rp;
