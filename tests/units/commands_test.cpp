@@ -15,6 +15,15 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
+// The frame CRC's check value (the frames themselves are compared with the
+// bit-by-bit CRC in posix/protocol_link_test).
+TEST(ProtocolCrc, CheckValueOfTheNineDigits)
+{
+    TestUnit dev;
+    EXPECT_EQ(dev.CalcCRC16(reinterpret_cast<const uint8_t*>("123456789"), 9), 0x29B1);
+    EXPECT_EQ(dev.CalcCRC16(nullptr, 0), 0xFFFF);
+}
+
 // ---- rate conversions ----------------------------------------------------------------
 
 // One rate (and sample point, for CAN) converted: the result code and, when
