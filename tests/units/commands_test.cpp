@@ -15,35 +15,53 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
+// The frame CRC's check value (the frames themselves are compared with the
+// bit-by-bit CRC in posix/protocol_link_test).
+TEST(ProtocolCrc, CheckValueOfTheNineDigits)
+{
+    TestUnit dev;
+    EXPECT_EQ(dev.CalcCRC16(reinterpret_cast<const uint8_t*>("123456789"), 9), 0x29B1);
+    EXPECT_EQ(dev.CalcCRC16(nullptr, 0), 0xFFFF);
+}
+
 // ---- rate conversions ----------------------------------------------------------------
+
+// One rate (and sample point, for CAN) converted: the result code and, when
+// 0, the settings it gives in the order of the converter's output fields.
+struct RateCase {
+    unsigned Rate;
+    double Point;
+    unsigned Rc;
+    std::vector<unsigned> Want;
+};
+using Converter = std::function<unsigned(unsigned, double, std::vector<unsigned>&)>;
+
+void ExpectConversions(const Converter& convert, const std::vector<RateCase>& cases)
+{
+    for (const RateCase& c : cases) {
+        std::vector<unsigned> got;
+        ASSERT_EQ(convert(c.Rate, c.Point, got), c.Rc) << c.Rate << " " << c.Point;
+        if (c.Rc == 0) {
+            EXPECT_EQ(got, c.Want) << c.Rate << " " << c.Point;
+        }
+    }
+}
 
 TEST(RateConversion, Arinc429TransmitDividers)
 {
     // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
-    struct Case {
-        unsigned rate, rc, high, divider;
-    };
-    const Case cases[] = {
-        {100000, 0, 1, 299},
-        {12500, 0, 0, 2399},
-        {15000, 0, 0, 1999},
-        {15001, 0, 1, 1998},
-        {200000, 0, 1, 149},
-        {7325, 0, 0, 4094},
-        {200001, 2, 0, 0},
-        {7324, 2, 0, 0},
-        {0, 2, 0, 0},
-    };
-    for (const Case& c : cases) {
-        unsigned char high = 9;
-        unsigned short hi = 0, lo = 0;
-        ASSERT_EQ(Base::ExtractArinc429TxBaudRateParameters(c.rate, high, hi, lo), c.rc) << c.rate;
-        if (c.rc == 0) {
-            EXPECT_EQ(high, c.high) << c.rate;
-            EXPECT_EQ(hi, c.divider) << c.rate;
-            EXPECT_EQ(lo, c.divider) << c.rate;
-        }
-    }
+    // Fields: high speed, divider of the high half, divider of the low half.
+    ExpectConversions(
+        [](unsigned rate, double, std::vector<unsigned>& got) {
+            unsigned char high = 9;
+            unsigned short hi = 0, lo = 0;
+            const unsigned rc = Base::ExtractArinc429TxBaudRateParameters(rate, high, hi, lo);
+            got = {high, hi, lo};
+            return rc;
+        },
+        {{100000, 0, 0, {1, 299, 299}}, {12500, 0, 0, {0, 2399, 2399}}, {15000, 0, 0, {0, 1999, 1999}},
+            {15001, 0, 0, {1, 1998, 1998}}, {200000, 0, 0, {1, 149, 149}}, {7325, 0, 0, {0, 4094, 4094}},
+            {200001, 0, 2, {}}, {7324, 0, 2, {}}, {0, 0, 2, {}}});
 }
 
 TEST(RateConversion, CanTiming)
@@ -51,61 +69,34 @@ TEST(RateConversion, CanTiming)
     // The smallest exact prescaler wins (1 Mbit/s: index 1, 15 quanta);
     // s = trunc(quanta * point + 0.5) clamped to 7..15 (NaN too), segment 1 = s - 2,
     // segment 2 = quanta - segment 1 - 3, wrapping as it stands when quanta are few.
-    struct Case {
-        unsigned rate;
-        double point;
-        unsigned rc, index, s1, s2;
-    };
-    const Case cases[] = {
-        {1000000, 0.5, 0, 1, 6, 6},
-        {1000000, 0.75, 0, 1, 9, 3},
-        {500000, 0.875, 0, 2, 13, 4},
-        {500000, 0.1, 0, 2, 5, 12},
-        {7500000, 0.5, 0, 0, 5, 0xFC},
-        {1000000, std::nan(""), 0, 1, 5, 7},
-        {10000000, 0.5, 2, 0, 0, 0},
-        {1000, 0.5, 2, 0, 0, 0},
-        {0, 0.5, 2, 0, 0, 0},
-    };
-    for (const Case& c : cases) {
-        unsigned char index = 9, s1 = 0, s2 = 0;
-        ASSERT_EQ(Base::ExtractCanTimingParameters(c.rate, c.point, index, s1, s2), c.rc) << c.rate << " " << c.point;
-        if (c.rc == 0) {
-            EXPECT_EQ(index, c.index) << c.rate << " " << c.point;
-            EXPECT_EQ(s1, c.s1) << c.rate << " " << c.point;
-            EXPECT_EQ(s2, c.s2) << c.rate << " " << c.point;
-        }
-    }
+    // Fields: prescaler index, segment 1, segment 2.
+    ExpectConversions(
+        [](unsigned rate, double point, std::vector<unsigned>& got) {
+            unsigned char index = 9, s1 = 0, s2 = 0;
+            const unsigned rc = Base::ExtractCanTimingParameters(rate, point, index, s1, s2);
+            got = {index, s1, s2};
+            return rc;
+        },
+        {{1000000, 0.5, 0, {1, 6, 6}}, {1000000, 0.75, 0, {1, 9, 3}}, {500000, 0.875, 0, {2, 13, 4}},
+            {500000, 0.1, 0, {2, 5, 12}}, {7500000, 0.5, 0, {0, 5, 0xFC}}, {1000000, std::nan(""), 0, {1, 5, 7}},
+            {10000000, 0.5, 2, {}}, {1000, 0.5, 2, {}}, {0, 0.5, 2, {}}});
 }
 
 TEST(RateConversion, UartDividers)
 {
     // The factor whose rounded divider comes closest wins, the largest factor on
     // a tie; the divider is sent less one (7000 bit/s: factor 12, 439). 10 % off,
-    // or no divider in 1..4096, is refused.
-    struct Case {
-        unsigned rate, rc, index, divider;
-    };
-    const Case cases[] = {
-        {115200, 0, 3, 15},
-        {9600, 0, 3, 191},
-        {7000, 0, 1, 438},
-        {500, 0, 3, 3685},
-        {3000000, 0, 1, 0},
-        {2600000, 2, 0, 0},
-        {4000000, 2, 0, 0},
-        {300, 2, 0, 0},
-        {0, 2, 0, 0},
-    };
-    for (const Case& c : cases) {
-        unsigned char index = 9;
-        unsigned short divider = 9;
-        ASSERT_EQ(Base::ExtractUartBaudRateParameters(c.rate, index, divider), c.rc) << c.rate;
-        if (c.rc == 0) {
-            EXPECT_EQ(index, c.index) << c.rate;
-            EXPECT_EQ(divider, c.divider) << c.rate;
-        }
-    }
+    // or no divider in 1..4096, is refused. Fields: factor index, divider.
+    ExpectConversions(
+        [](unsigned rate, double, std::vector<unsigned>& got) {
+            unsigned char index = 9;
+            unsigned short divider = 9;
+            const unsigned rc = Base::ExtractUartBaudRateParameters(rate, index, divider);
+            got = {index, divider};
+            return rc;
+        },
+        {{115200, 0, 0, {3, 15}}, {9600, 0, 0, {3, 191}}, {7000, 0, 0, {1, 438}}, {500, 0, 0, {3, 3685}},
+            {3000000, 0, 0, {1, 0}}, {2600000, 0, 2, {}}, {4000000, 0, 2, {}}, {300, 0, 2, {}}, {0, 0, 2, {}}});
 }
 
 // ---- records ----------------------------------------------------------------------------------
@@ -389,9 +380,15 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 4, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // 4 transmitters: 0..3
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(7, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // no such instance
+    // A record longer than 255 bytes (4 + 252 parameter bytes) cannot be framed.
+    const std::vector<uint8_t> params(252);
+    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
+    EXPECT_EQ(dev.AttachCommand(1u, 9, params.data(), 1), 2u); // no such unit
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
     ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 0u);
     EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00);
+    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 251), 0u); // 255 bytes
+    EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
 }
 
 TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)

@@ -1,4 +1,6 @@
-// The Halden driver's identity, channel map and hardware identifier, without a unit.
+// The Halden driver without a unit: the reset of its instance and the unit
+// number in its hardware identifier. Its channel map, port classes and
+// command set show end to end (posix/units_end_to_end_test).
 #include <HdwLib/HdwLib.h>
 
 #include <gtest/gtest.h>
@@ -6,35 +8,6 @@
 #include <memory>
 
 namespace {
-
-TEST(HaldenDevice, IdentityAndDefaults)
-{
-    CKVX_HdwKvxHaldenDevice d;
-    EXPECT_EQ(d.GetManufacturer(), "Kalvionix Engineering");
-    EXPECT_EQ(d.GetUsbDescription(), "Kalvionix Halden Link");
-    EXPECT_EQ(d.GetUsbVendorId(), "5A3C");
-    EXPECT_EQ(d.GetUsbProductId(), "000A");
-    EXPECT_EQ(d.GetHoeUdpPort(), 55003u);
-    EXPECT_EQ(d.GetLinkParameters().BaudRate, 6000000u);
-    EXPECT_EQ(d.GetLinkParameters().DataBits, 8u);
-    EXPECT_EQ(d.GetLinkTimeout(), 500u);
-    EXPECT_EQ(d.GetEchoTimeout(), 500u);
-    // Device code, model name, channel counts, the Ethernet payload limit and
-    // the commands it takes (no keep-alive) show end to end (units_end_to_end_test).
-    EXPECT_NE(d.GetUnitProfile().Commands & CKVX_HdwKvxHaldenDevice::Cmd1553Config, 0u);
-}
-
-// The port class of each kind shows in the end-to-end tests; here the kinds
-// and channels that make no port.
-TEST(HaldenDevice, CreatePortMakesNoPortOutsideTheChannelMap)
-{
-    CKVX_HdwKvxHaldenDevice d;
-    std::unique_ptr<CKVX_HdwPort> port(d.CreatePort(5, &d, 0, "1"));
-    ASSERT_NE(port, nullptr);
-    EXPECT_EQ(d.CreatePort(5, &d, 0, "2"), nullptr); // two channels
-    for (unsigned kind : {4u, 6u, 100u})
-        EXPECT_EQ(d.CreatePort(kind, &d, 0, "0"), nullptr) << kind;
-}
 
 TEST(HaldenDevice, ResetTurnsEveryChannelOff)
 {

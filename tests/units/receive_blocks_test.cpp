@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
@@ -73,6 +74,14 @@ Bytes MixedStream()
     return stream;
 }
 
+// The receive machine's state between reads: its state number, counters and
+// the raw bytes of the frame so far.
+auto MachineState(const Base::CDeviceInstance* i)
+{
+    return std::tuple(i->RxState, i->RawIndex, i->WritePos, i->EventBytes, i->EventLength, i->EventsCompleted,
+        i->EventBufferUsed, Bytes(i->RawBuffer.begin(), i->RawBuffer.begin() + i->RawIndex));
+}
+
 std::vector<FrameSeen> ByteWise(const Bytes& stream)
 {
     TestUnit dev;
@@ -121,17 +130,7 @@ std::vector<FrameSeen> InReads(const Bytes& stream, const std::vector<unsigned>&
             bool ok = false;
             twin.FeedByte(twin.Inst(), stream[i], ok);
         }
-        const auto* a = dev.Inst();
-        const auto* b = twin.Inst();
-        EXPECT_EQ(a->RxState, b->RxState) << "after offset " << offset;
-        EXPECT_EQ(a->RawIndex, b->RawIndex) << "after offset " << offset;
-        EXPECT_EQ(a->WritePos, b->WritePos) << "after offset " << offset;
-        EXPECT_EQ(a->EventBytes, b->EventBytes) << "after offset " << offset;
-        EXPECT_EQ(a->EventLength, b->EventLength) << "after offset " << offset;
-        EXPECT_EQ(a->EventsCompleted, b->EventsCompleted) << "after offset " << offset;
-        EXPECT_EQ(a->EventBufferUsed, b->EventBufferUsed) << "after offset " << offset;
-        EXPECT_TRUE(std::equal(a->RawBuffer.begin(), a->RawBuffer.begin() + a->RawIndex, b->RawBuffer.begin()))
-            << "after offset " << offset;
+        EXPECT_EQ(MachineState(dev.Inst()), MachineState(twin.Inst())) << "after offset " << offset;
     }
     return seen;
 }

@@ -149,11 +149,10 @@ public:
 
     void Enumerate()
     {
-        CKVX_HdwManager::CInitPortDesc link(Unit.Code, LinkText());
+        CKVX_HdwManager::CInitPortDesc link(
+            Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath());
         EnumerateLinks(Manager, &link, 1);
     }
-
-    std::string LinkText() const { return m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath(); }
 
     CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
 
@@ -198,12 +197,11 @@ public:
         CKVX_HdwArinc429InBufferService* In = nullptr;
         CKVX_HdwArinc429OutBufferService* Out = nullptr;
     };
-    template <class TIn = CKVX_HdwArinc429InBufferService, class TOut = CKVX_HdwArinc429OutBufferService>
     Arinc429Pair OpenArinc429Pair(unsigned ch, uint32_t rate = 0)
     {
         Arinc429Pair c;
-        c.In = Enable<TIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-        c.Out = Enable<TOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
+        c.In = Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+        c.Out = Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_OUT_BUFFER);
         if (!c.In || !c.Out) // already reported; no ports to open
             return {};
         CKVX_HdwArinc429RxPort::CParameters rp;
@@ -261,37 +259,6 @@ inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool ext
     for (unsigned i = 0; i < 8; ++i)
         m.Data[i] = i < dlc ? uint8_t(seed + i) : 0;
     return m;
-}
-
-// The i-th frame sent from CAN channel `from`: every length, standard and
-// extended identifiers up to the highest, some remote frames.
-inline CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
-{
-    const bool extended = i % 2 == 1;
-    CKVX_HdwCanMessage m = Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended);
-    m.Rtr = i % 5 == 4 ? 1 : 0;
-    return m;
-}
-
-// Opens CAN channels `from` and `to` (sharing a bus on the unit; the same
-// channel on a unit with one) at 500 kbit/s and sends `count` frames.
-inline std::vector<CKVX_HdwCanMessage> CanRoundTrip(UnitRig& rig, unsigned from, unsigned to, unsigned count)
-{
-    auto* out = rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, from, HDW_SERVICE_CAN_OUT_BUFFER);
-    auto* in = rig.Enable<CKVX_HdwCanInBufferService>(HDW_PORT_CAN, to, HDW_SERVICE_CAN_IN_BUFFER);
-    if (!in || !out)
-        return {};
-    CKVX_HdwCanPort::CParameters p;
-    p.BitRate = 500000;
-    EXPECT_EQ(rig.Open(HDW_PORT_CAN, to, p), 0u);
-    if (to != from) {
-        EXPECT_EQ(rig.Open(HDW_PORT_CAN, from, p), 0u);
-    }
-    std::vector<CKVX_HdwCanMessage> frames;
-    for (unsigned i = 0; i < count; ++i)
-        frames.push_back(BusFrame(from, i));
-    EXPECT_EQ(out->Write(frames.data(), count, 0), 0u);
-    return ReadAll<CKVX_HdwCanMessage>(in, count);
 }
 
 // The i-th word sent on ARINC 429 pair `ch`: labels, SDI and SSM vary.

@@ -13,79 +13,41 @@ using ByteOut = CKVX_HdwKvxQuillanDevice::CCanByteOutBufferService;
 using FrameIn = CKVX_HdwKvxQuillanDevice::CCanInBufferService;
 using FrameOut = CKVX_HdwKvxQuillanDevice::CCanOutBufferService;
 
-class QuillanBytes : public ::testing::Test {
-protected:
-    QuillanBytes() : rig(UnitNamed("quillan"), EmulatorOptions(false, true)) {}
-    void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
-
-    template <class S>
-    S* Enable(unsigned channel, unsigned type, CKVX_HdwService::CParameters* params = nullptr)
-    {
-        return rig.Enable<S>(HDW_PORT_CAN, channel, type, params);
-    }
-
-    void Open(unsigned channel)
-    {
-        CKVX_HdwCanPort::CParameters p;
-        p.BitRate = 500000;
-        ASSERT_EQ(rig.Open(HDW_PORT_CAN, channel, p), 0u);
-    }
-
-    // Reads until `count` bytes are in or 10 s pass.
-    static std::vector<uint8_t> ReadBytes(ByteIn* in, size_t count)
-    {
-        std::vector<uint8_t> got;
-        std::vector<uint8_t> chunk(700);
-        std::vector<uint64_t> stamps(700);
-        WaitUntil([&] {
-            unsigned n = 0;
-            if (in->ReadTimed(chunk.data(), stamps.data(), unsigned(chunk.size()), n) == 0)
-                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-            return got.size() >= count;
-        });
-        return got;
-    }
-
-    static std::vector<uint8_t> Pattern(size_t n)
-    {
-        std::vector<uint8_t> v(n);
-        for (size_t i = 0; i < n; ++i)
-            v[i] = uint8_t(i ^ (i >> 8) ^ 0x5A);
-        return v;
-    }
-
-    UnitRig rig;
-};
-
-TEST_F(QuillanBytes, FrameAndByteServicesShareTheChannels)
+TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
 {
+    UnitRig rig(UnitNamed("quillan"), EmulatorOptions(false, true));
+    rig.Start();
     CKVX_HdwCanByteOutBufferService::CParameters po;
     po.BufferSize = 0;
     po.Identifier = 0x300;
     CKVX_HdwCanByteInBufferService::CParameters pi;
     pi.BufferSize = 0;
     pi.Identifier = 0x300;
-    auto* bytesOut = Enable<ByteOut>(0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
-    auto* framesOut = Enable<FrameOut>(0, HDW_SERVICE_CAN_OUT_BUFFER);
-    auto* bytesIn = Enable<ByteIn>(1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
-    auto* framesIn = Enable<FrameIn>(1, HDW_SERVICE_CAN_IN_BUFFER);
+    auto* bytesOut = rig.Enable<ByteOut>(HDW_PORT_CAN, 0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
+    auto* framesOut = rig.Enable<FrameOut>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
+    auto* bytesIn = rig.Enable<ByteIn>(HDW_PORT_CAN, 1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
+    auto* framesIn = rig.Enable<FrameIn>(HDW_PORT_CAN, 1, HDW_SERVICE_CAN_IN_BUFFER);
     ASSERT_TRUE(bytesOut && framesOut && bytesIn && framesIn);
     // One of each type per port.
     CKVX_HdwService* again = nullptr;
     EXPECT_EQ(rig.Port(HDW_PORT_CAN, 0)->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &again, nullptr), 26u);
-    Open(1);
-    Open(0);
+    CKVX_HdwCanPort::CParameters p;
+    p.BitRate = 500000;
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1, p), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0, p), 0u);
 
-    const std::vector<uint8_t> sent = Pattern(3001); // 375 full frames and one of 1 byte
+    std::vector<uint8_t> sent(3001); // 375 full frames and one of 1 byte
+    for (size_t i = 0; i < sent.size(); ++i)
+        sent[i] = uint8_t(i ^ (i >> 8) ^ 0x5A);
     std::vector<CKVX_HdwCanMessage> frames;
     for (unsigned i = 0; i < 400; ++i)
         frames.push_back(Frame(0x400 + (i % 0x100), uint8_t(i % 9), uint8_t(i), i % 3 == 0));
     // Both queues fill the one transmit FIFO at once.
-    ASSERT_EQ(bytesOut->Write(const_cast<uint8_t*>(sent.data()), 1500, 0), 0u);
+    ASSERT_EQ(bytesOut->Write(sent.data(), 1500, 0), 0u);
     ASSERT_EQ(framesOut->Write(frames.data(), unsigned(frames.size()), 0), 0u);
-    ASSERT_EQ(bytesOut->Write(const_cast<uint8_t*>(sent.data()) + 1500, 1501, 0), 0u);
+    ASSERT_EQ(bytesOut->Write(sent.data() + 1500, 1501, 0), 0u);
 
-    EXPECT_TRUE(ReadBytes(bytesIn, sent.size()) == sent);
+    EXPECT_TRUE(ReadAll<uint8_t>(bytesIn, sent.size()) == sent); // the timed read: tests/bus can_test
     // The frame input gets every frame: the other frames in their order, and
     // the stream's too.
     const size_t total = frames.size() + 376;
