@@ -54,7 +54,6 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(links[1].Result, 2u);
     EXPECT_EQ(links[2].Result, 2u);
     ASSERT_EQ(device.GetInstanceCount(), 1u);
-    ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(manager.GetPort(HDW_PORT_UART, 0)), nullptr);
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
     unsigned n = 0;
     EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 19u); // not open yet
@@ -62,14 +61,36 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
     EXPECT_EQ(device.UartWrite(3, hello, 3), 2u);
 
+    // The byte services are shared with the PC serial port and tested there
+    // (posix/std_uart_test.cpp); here only that the datagram line feeds them.
     ASSERT_EQ(manager.Run(), 0u);
-    ASSERT_EQ(device.Open(0), 0u);
-    ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
+    CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
+    ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(port), nullptr);
+    CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr), 10u);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
+    auto* in = dynamic_cast<CKVX_HdwUdpEmulatorDevice::CByteInBufferService*>(s);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    auto* out = dynamic_cast<CKVX_HdwUdpEmulatorDevice::CByteOutBufferService*>(s);
+    ASSERT_TRUE(in && out);
+    ASSERT_EQ(port->Open(nullptr), 0u);
+
+    // Queued bytes leave with the next tick, as one datagram.
+    unsigned char five[] = {'h', 'e', 'l', 'l', 'o'};
+    ASSERT_EQ(out->Write(five, sizeof five, 0), 0u);
     CKVX_IpAddress from;
     unsigned short hostPort = 0;
-    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
+    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hello");
+    ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return in->Read(five, sizeof five, n) == 0 && n > 0; }));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(five), n), "abc");
+    ASSERT_EQ(port->Close(), 0u);
 
-    // The unit answers; the tick queues it; reads split it as asked.
+    // The device's own calls: the unit answers; the tick queues it; reads
+    // split it as asked.
+    ASSERT_EQ(device.Open(0), 0u);
+    ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
+    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
     ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
     ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
     ASSERT_TRUE(WaitUntil([&] { return Waiting() == 8; }));
@@ -91,37 +112,6 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
 
     EXPECT_EQ(device.Close(0), 0u);
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
-}
-
-// The byte services are shared with the PC serial port and tested there
-// (posix/std_uart_test.cpp); here only that the datagram line feeds them.
-TEST_F(UdpEmulatorTest, ByteServicesOnThePort)
-{
-    CKVX_HdwManager::CInitPortDesc link(101, UnitLink());
-    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    ASSERT_EQ(manager.Run(), 0u);
-    CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
-    ASSERT_NE(port, nullptr);
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr), 10u);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
-    auto* in = dynamic_cast<CKVX_HdwUdpEmulatorDevice::CByteInBufferService*>(s);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
-    auto* out = dynamic_cast<CKVX_HdwUdpEmulatorDevice::CByteOutBufferService*>(s);
-    ASSERT_TRUE(in && out);
-    ASSERT_EQ(port->Open(nullptr), 0u);
-
-    // Queued bytes leave with the next tick, as one datagram.
-    unsigned char hello[] = {'h', 'e', 'l', 'l', 'o'};
-    ASSERT_EQ(out->Write(hello, sizeof hello, 0), 0u);
-    CKVX_IpAddress from;
-    unsigned short hostPort = 0;
-    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hello");
-
-    ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
-    unsigned n = 0;
-    ASSERT_TRUE(WaitUntil([&] { return in->Read(hello, sizeof hello, n) == 0 && n > 0; }));
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(hello), n), "abc");
 }
 
 } // namespace

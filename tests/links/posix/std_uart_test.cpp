@@ -132,11 +132,13 @@ TEST_F(StdUart, AdmitsOneInputAndOneOutputServiceOnly)
     EXPECT_EQ(port->GetServiceList().GetLength(), 2u);
 }
 
-TEST_F(StdUart, BytesFromTheLineComeOutOfTheInputInOrder)
+TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
 {
-    OpenWithServices();
-    const auto sent = Pattern(200000);
-    std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(sent)); });
+    // A pty has no output queue to pace by: the line fills whenever this
+    // reader lags, and a loaded machine may stall it for over a second.
+    OpenWithServices(1u << 20, 30000);
+    const auto fromLine = Pattern(200000);
+    std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(fromLine)); });
     std::vector<uint8_t> got;
     unsigned char buf[5000];
     ASSERT_TRUE(WaitUntil(
@@ -144,12 +146,22 @@ TEST_F(StdUart, BytesFromTheLineComeOutOfTheInputInOrder)
             unsigned n = 0;
             EXPECT_EQ(in->Read(buf, sizeof buf, n), 0u);
             got.insert(got.end(), buf, buf + n);
-            return got.size() >= sent.size();
+            return got.size() >= fromLine.size();
         },
         30000));
     writer.join();
-    EXPECT_EQ(got, sent);
+    EXPECT_EQ(got, fromLine);
     EXPECT_EQ(in->GetDroppedCount(), 0u);
+
+    auto sent = Pattern(300000);
+    EXPECT_EQ(out->Write(sent.data(), unsigned(sent.size()), 1), 2u) << "reserved option";
+    ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
+    unsigned pending = 0;
+    ASSERT_EQ(out->GetBytesToBeWritten(pending), 0u);
+    EXPECT_GT(pending, 0u);
+    EXPECT_EQ(pty.ReadMaster(sent.size()), sent);
+    ASSERT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
 TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
@@ -162,22 +174,6 @@ TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
     unsigned n = 0;
     ASSERT_EQ(in->Read(buf, sizeof buf, n), 0u);
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>(sent.begin() + 200, sent.end()));
-}
-
-TEST_F(StdUart, LargeWriteReachesTheLineWhole)
-{
-    // A pty has no output queue to pace by: the line fills whenever this
-    // reader lags, and a loaded machine may stall it for over a second.
-    OpenWithServices(1u << 20, 30000);
-    auto sent = Pattern(300000);
-    EXPECT_EQ(out->Write(sent.data(), unsigned(sent.size()), 1), 2u) << "reserved option";
-    ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
-    unsigned pending = 0;
-    ASSERT_EQ(out->GetBytesToBeWritten(pending), 0u);
-    EXPECT_GT(pending, 0u);
-    EXPECT_EQ(pty.ReadMaster(sent.size()), sent);
-    ASSERT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
-    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
 TEST_F(StdUart, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
