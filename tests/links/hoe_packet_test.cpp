@@ -89,11 +89,10 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
 
 TEST(HoePacket, BroadcastClassification)
 {
-    EXPECT_TRUE(CKVX_HdwHoe::IsBroadcastPacket(0xF0000002u));
-    EXPECT_TRUE(CKVX_HdwHoe::IsBroadcastPacket(0xF0000001u));
-    EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0xA0000005u));
-    EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0xC0000001u));
-    EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(0x70000000u));
+    for (uint32_t code : {0xF0000002u, 0xF0000001u})
+        EXPECT_TRUE(CKVX_HdwHoe::IsBroadcastPacket(code)) << std::hex << code;
+    for (uint32_t code : {0xA0000005u, 0xC0000001u, 0x70000000u})
+        EXPECT_FALSE(CKVX_HdwHoe::IsBroadcastPacket(code)) << std::hex << code;
 }
 
 // New client identifiers (non-zero, one per device): hoe_device_test.cpp.

@@ -22,13 +22,6 @@ namespace {
 
 using Params = CKVX_HdwUartPort::CParameters;
 
-termios SlaveSettings(const PtyPair& pty)
-{
-    termios t{};
-    tcgetattr(pty.Slave(), &t);
-    return t;
-}
-
 class UartPty : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(pty.Ok()); }
@@ -112,7 +105,8 @@ TEST_F(UartPty, OpenConfiguresARawLineWithTheStopBitsFlowControlAndRate)
         p.BaudRate = c.Rate;
         ASSERT_EQ(OpenWith(p), 0u);
         EXPECT_TRUE(uart.IsOpen());
-        const termios t = SlaveSettings(pty);
+        termios t{};
+        ASSERT_EQ(tcgetattr(pty.Slave(), &t), 0);
         EXPECT_EQ(t.c_lflag & (ICANON | ECHO | ISIG), 0u);
         EXPECT_EQ(t.c_oflag & OPOST, 0u);
         EXPECT_EQ(t.c_iflag & (ICRNL | IXON | IXOFF), c.Iflag);
