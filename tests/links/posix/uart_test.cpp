@@ -148,8 +148,14 @@ TEST_F(UartPty, InvalidCodesOrParityFailTheConfigurationAndFreeTheLine)
     EXPECT_EQ(uart.GetParameters().Parity, Params::ParityNone);
 }
 
-TEST_F(UartPty, ReadsTakeAtMostMaxBytesInOrderAndQueuesCountAndPurge)
+TEST_F(UartPty, OpenDiscardsWhatWasQueuedAndReadsTakeAtMostMaxBytesInOrderAndQueuesCountAndPurge)
 {
+    ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
+    ASSERT_TRUE(WaitUntil([&] {
+        int n = 0;
+        ioctl(pty.Slave(), FIONREAD, &n);
+        return n == 20;
+    }));
     ASSERT_EQ(OpenWith(Params()), 0u);
     EXPECT_TRUE(Read(64).empty());
     unsigned char out[] = {1, 2, 3, 4, 5};
@@ -214,18 +220,6 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     const size_t before = got.size() - 3;
     EXPECT_LT(before, big.size());
     EXPECT_TRUE(std::equal(got.begin(), got.begin() + long(before), big.begin()));
-}
-
-TEST_F(UartPty, OpenDiscardsWhatWasQueuedBefore)
-{
-    ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
-    ASSERT_TRUE(WaitUntil([&] {
-        int n = 0;
-        ioctl(pty.Slave(), FIONREAD, &n);
-        return n == 20;
-    }));
-    ASSERT_EQ(OpenWith(Params()), 0u);
-    EXPECT_TRUE(WaitQueued(0));
 }
 
 TEST_F(UartPty, CopiesShareTheOpenPort)
