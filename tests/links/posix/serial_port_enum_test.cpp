@@ -91,7 +91,9 @@ TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrder)
     EXPECT_EQ(Enumerate(), expected);
 }
 
-TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
+// Only a registered UART with a driver, or a USB bridge, whose /dev node
+// exists is a serial port.
+TEST_F(FakeSysfs, OnboardPortsNeedADriverAndATypeAndVirtualTerminalsAndMissingNodesGiveNothing)
 {
     const fs::path platform = sys / "devices" / "platform" / "serial8250";
     // ttyS0: a real UART (type 4 = 16550A).
@@ -105,18 +107,13 @@ TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
     WriteFile(sys / "class" / "tty" / "ttyS1" / "type", "0");
     AddNode("ttyS0");
     AddNode("ttyS1");
-    EXPECT_EQ(Enumerate(), std::vector<std::string>{"ttyS0 - ||||"});
-}
-
-TEST_F(FakeSysfs, VirtualTerminalsMissingNodesAndAMissingTreeGiveNothing)
-{
     // A virtual console has no device link.
     fs::create_directories(sys / "class" / "tty" / "tty1");
     AddNode("tty1");
     // A bridge whose /dev node does not exist (unplugged in between).
     AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000", false);
-    EXPECT_TRUE(Enumerate().empty());
-    // No tree at all: nothing either.
+    EXPECT_EQ(Enumerate(), std::vector<std::string>{"ttyS0 - ||||"});
+    // No tree at all: nothing.
     fs::remove_all(sys);
     EXPECT_TRUE(Enumerate().empty());
 }

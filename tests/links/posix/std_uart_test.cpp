@@ -87,9 +87,19 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
     EXPECT_EQ(port->Read(buf, sizeof buf, n), 19u);
     EXPECT_EQ(port->Write(buf, 1), 19u);
 
-    // A port opens with a service enabled; the direct Read and Write work beside it.
+    // One input and one output service only; parameters of another service
+    // class are refused and nothing is added.
     CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
     ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 26u);
+    CKVX_HdwByteOutBufferService::CParameters wrong;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, &wrong), 2u);
+    // Only the output service: the direct Read below has the input to itself.
+    EXPECT_EQ(port->GetServiceList().GetLength(), 1u);
+
+    // A port opens with a service enabled; the direct Read and Write work beside it.
     Params params;
     params.Parity = Params::ParityEven; // a pseudo-terminal has none: the port stays closed
     EXPECT_EQ(port->Open(&params), 14u);
@@ -115,21 +125,6 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
     ASSERT_EQ(manager.Stop(), 0u);
     EXPECT_FALSE(port->IsOpen());
     EXPECT_FALSE(device.GetStdInstance(0)->Uart.IsOpen());
-}
-
-TEST_F(StdUart, AdmitsOneInputAndOneOutputServiceOnly)
-{
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 26u);
-    // Parameters of another service class are refused and nothing is added.
-    CKVX_HdwByteInBufferService::CParameters wrong;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, &wrong), 2u);
-    EXPECT_EQ(port->GetServiceList().GetLength(), 1u);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(port->GetServiceList().GetLength(), 2u);
 }
 
 TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
@@ -164,7 +159,7 @@ TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
-TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
+TEST_F(StdUart, FullInputDropsTheOldestBytesAHungUpLineFailsItAndStoppedServicesAnswer29)
 {
     OpenWithServices(100);
     const auto sent = Pattern(300);
@@ -174,13 +169,7 @@ TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
     unsigned n = 0;
     ASSERT_EQ(in->Read(buf, sizeof buf, n), 0u);
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>(sent.begin() + 200, sent.end()));
-}
 
-TEST_F(StdUart, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
-{
-    OpenWithServices();
-    unsigned char buf[16];
-    unsigned n = 0;
     pty.CloseMaster();
     ASSERT_TRUE(WaitUntil([&] { return in->Read(buf, sizeof buf, n) == 15u; }));
     ASSERT_EQ(port->Close(), 0u);
