@@ -34,12 +34,6 @@ protected:
         EXPECT_EQ(unit.ReceiveFrom(buf, sizeof buf, got, from, fromPort, 10000), 0u);
         return std::string(buf, got);
     }
-    unsigned Waiting()
-    {
-        unsigned n = 0;
-        EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 0u);
-        return n;
-    }
 
     CKVX_HdwUdpSocket unit; // the serial unit's end of the byte stream
     CKVX_HdwUdpEmulatorDevice device; // outlives the manager, which does not own it
@@ -97,7 +91,7 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
     ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
     ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return Waiting() == 8; }));
+    ASSERT_TRUE(WaitUntil([&] { return device.UartGetReadBufferBytes(0, n) == 0 && n == 8; }));
     unsigned char buf[16] = {};
     unsigned got = 0;
     ASSERT_EQ(device.UartRead(0, buf, 4, got), 0u);
