@@ -73,7 +73,7 @@ protected:
     CKVX_HdwManager manager;
 };
 
-TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstances)
+TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstancesThatEnumerationReplaces)
 {
     device.refuse = ptyB.SlaveName();
     CKVX_HdwManager::CInitPortDesc links[] = {
@@ -109,6 +109,25 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstances)
     EXPECT_EQ(desc->FullName, "Probe");
     EXPECT_EQ(desc->SerialNumber, ptyA.SlaveName().c_str());
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
+
+    // Enumerating again replaces the instances: the open one is dropped (and
+    // its link closed) before probing again.
+    ASSERT_EQ(device.Open(0), 0u);
+    device.refuse.clear();
+    ASSERT_EQ(manager.Enumerate(&links[0], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(links[0].Result, 0u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    EXPECT_EQ(device.GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
+    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
+    // With nothing to look at, the device is emptied.
+    ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(device.GetInstanceCount(), 0u);
+    // No bridge with the test driver's identifiers exists here: the scan
+    // finds candidates only by identifier, so nothing is probed.
+    device.probes = 0;
+    ASSERT_EQ(manager.Enumerate(), 0u);
+    EXPECT_EQ(device.probes.load(), 0);
+    EXPECT_EQ(device.GetInstanceCount(), 0u);
 }
 
 TEST_F(BridgedDevice, ComOperationsByInstance)
@@ -144,30 +163,6 @@ TEST_F(BridgedDevice, ComOperationsByInstance)
     EXPECT_FALSE(inst->IsOpen());
     EXPECT_FALSE(inst->Uart.IsOpen());
     EXPECT_EQ(device.Com_Write(0u, buf, 1), 19u);
-}
-
-TEST_F(BridgedDevice, ReEnumerationReplacesTheInstances)
-{
-    CKVX_HdwManager::CInitPortDesc links[] = {
-        {kTestDeviceCode, ptyA.SlaveName().c_str()}, {kTestDeviceCode, ptyB.SlaveName().c_str()}};
-    ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
-    ASSERT_EQ(device.GetInstanceCount(), 2u);
-    ASSERT_EQ(device.Open(0), 0u);
-    // The open instance is dropped (and its link closed) before probing again.
-    ASSERT_EQ(manager.Enumerate(&links[1], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(links[1].Result, 0u);
-    ASSERT_EQ(device.GetInstanceCount(), 1u);
-    EXPECT_EQ(device.GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
-    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
-    // With nothing to look at, the device is emptied.
-    ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(device.GetInstanceCount(), 0u);
-    // No bridge with the test driver's identifiers exists here: the scan
-    // finds candidates only by identifier, so nothing is probed.
-    device.probes = 0;
-    ASSERT_EQ(manager.Enumerate(), 0u);
-    EXPECT_EQ(device.probes.load(), 0);
-    EXPECT_EQ(device.GetInstanceCount(), 0u);
 }
 
 TEST(BridgedDeviceBase, AcceptsNothingItCannotProbeAndWritesWithTheLinkTimeOut)
