@@ -1,7 +1,8 @@
 #pragma once
 // A small HOE unit for the tests, on a UDP socket of 127.0.0.1: answers
-// Detect, Connect and Disconnect, records what the host sends, sends event
-// data on request and keep-alives every 250 ms unless told to be silent.
+// Detect, Connect and Disconnect, records the host's sessions and
+// keep-alives, sends event data on request and keep-alives every 250 ms
+// unless told to be silent.
 
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/links/HdwUdpSocket.h>
@@ -21,7 +22,9 @@ public:
     using Packet = CKVX_HdwHoe::t_HoePacket_Union;
 
     explicit HoeTestPeer(unsigned deviceKind, std::string serial = "SN-0042", std::string revision = "R7")
-        : m_DeviceKind(deviceKind), m_Serial(std::move(serial)), m_Revision(std::move(revision))
+        : m_DeviceKind(deviceKind),
+          m_Serial(std::move(serial)),
+          m_Revision(std::move(revision))
     {
         m_Socket.Open(0, CKVX_IpAddress(127, 0, 0, 1));
         m_Thread = std::thread([this] { Run(); });
@@ -37,7 +40,7 @@ public:
 
     // Behaviour switches.
     std::atomic<bool> AnswerDetect{true};
-    std::atomic<bool> Silent{false};          // sends nothing (keep-alives, replies)
+    std::atomic<bool> Silent{false}; // sends nothing (keep-alives, replies)
     std::atomic<uint32_t> SessionToGrant{0x5E55};
 
     // What the host did, read under Lock().
@@ -45,7 +48,6 @@ public:
         unsigned Detects = 0, Connects = 0, Disconnects = 0, KeepAlives = 0;
         uint32_t ClientId = 0, Tag = 0, Session = 0;
         unsigned short HostPort = 0, ConnectField = 0;
-        std::vector<std::vector<unsigned char>> Commands;
         std::vector<uint32_t> KeepAliveNumbers;
         unsigned KeepAliveWrongWords = 0;
     };
@@ -68,7 +70,7 @@ public:
         CKVX_HdwHoe unit(s.ClientId);
         Packet p;
         unit.BuildSendCmdPacket(s.Tag, s.Session, const_cast<unsigned char*>(payload.data()),
-                                static_cast<unsigned short>(payload.size()), p);
+            static_cast<unsigned short>(payload.size()), p);
         CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffCode, CKVX_HdwHoe::CodeEventData);
         CKVX_HdwHoe::SetPacketNumber(p, number);
         Recrc(p);
@@ -107,12 +109,12 @@ private:
     }
 
     void Reply(const Packet& request, uint32_t code, uint32_t second, const unsigned char* payload, unsigned length,
-               unsigned short port)
+        unsigned short port)
     {
         CKVX_HdwHoe unit(CKVX_HdwHoe::GetPacketClientId(request));
         Packet r;
         unit.BuildSendCmdPacket(CKVX_HdwHoe::GetFirstWord(request), second, const_cast<unsigned char*>(payload),
-                                static_cast<unsigned short>(length), r);
+            static_cast<unsigned short>(length), r);
         CKVX_HdwHoe::SetU32(r, CKVX_HdwHoe::OffCode, code);
         Recrc(r);
         m_Socket.SendTo(r.Bytes, CKVX_HdwHoe::GetPacketSize(r), CKVX_IpAddress(127, 0, 0, 1), port);
@@ -160,17 +162,13 @@ private:
             lock.lock();
             m_Seen.Session = 0;
             break;
-        case CKVX_HdwHoe::CodeSendCmd:
-            m_Seen.Commands.emplace_back(p.Sections.Payload, p.Sections.Payload + CKVX_HdwHoe::GetPayloadLength(p));
-            break;
         case CKVX_HdwHoe::CodeKeepAlivePort:
             ++m_Seen.KeepAlives;
             m_Seen.KeepAliveNumbers.push_back(CKVX_HdwHoe::GetPacketNumber(p));
             if (CKVX_HdwHoe::GetSecondWord(p) != m_Seen.Session || CKVX_HdwHoe::GetFirstWord(p) != m_Seen.Tag)
                 ++m_Seen.KeepAliveWrongWords;
             break;
-        default:
-            break;
+        default: break;
         }
         lock.unlock();
         m_Cond.notify_all();

@@ -34,12 +34,6 @@ protected:
         EXPECT_EQ(unit.ReceiveFrom(buf, sizeof buf, got, from, fromPort, 10000), 0u);
         return std::string(buf, got);
     }
-    unsigned Waiting()
-    {
-        unsigned n = 0;
-        EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 0u);
-        return n;
-    }
 
     CKVX_HdwUdpSocket unit; // the serial unit's end of the byte stream
     CKVX_HdwUdpEmulatorDevice device; // outlives the manager, which does not own it
@@ -54,7 +48,6 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(links[1].Result, 2u);
     EXPECT_EQ(links[2].Result, 2u);
     ASSERT_EQ(device.GetInstanceCount(), 1u);
-    ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(manager.GetPort(HDW_PORT_UART, 0)), nullptr);
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
     unsigned n = 0;
     EXPECT_EQ(device.UartGetReadBufferBytes(0, n), 19u); // not open yet
@@ -62,46 +55,11 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
     EXPECT_EQ(device.UartWrite(3, hello, 3), 2u);
 
-    ASSERT_EQ(manager.Run(), 0u);
-    ASSERT_EQ(device.Open(0), 0u);
-    ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
-    CKVX_IpAddress from;
-    unsigned short hostPort = 0;
-    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
-
-    // The unit answers; the tick queues it; reads split it as asked.
-    ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
-    ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return Waiting() == 8; }));
-    unsigned char buf[16] = {};
-    unsigned got = 0;
-    ASSERT_EQ(device.UartRead(0, buf, 4, got), 0u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "abcd");
-    ASSERT_EQ(device.UartRead(0, buf, sizeof buf, got), 0u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "efgh");
-
-    // Datagrams from anyone but the unit are not part of its stream.
-    CKVX_HdwUdpSocket stranger;
-    ASSERT_EQ(stranger.Open(0, kLoopback), 0u);
-    ASSERT_EQ(stranger.SendTo("XX", 2, from, hostPort), 0u);
-    ASSERT_EQ(unit.SendTo("ok", 2, from, hostPort), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return Waiting() >= 2; }));
-    ASSERT_EQ(device.UartRead(0, buf, sizeof buf, got), 0u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "ok");
-
-    EXPECT_EQ(device.Close(0), 0u);
-    EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
-}
-
-// The byte services are shared with the PC serial port and tested there
-// (posix/std_uart_test.cpp); here only that the datagram line feeds them.
-TEST_F(UdpEmulatorTest, ByteServicesOnThePort)
-{
-    CKVX_HdwManager::CInitPortDesc link(101, UnitLink());
-    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    // The byte services are shared with the PC serial port and tested there
+    // (posix/std_uart_test.cpp); here only that the datagram line feeds them.
     ASSERT_EQ(manager.Run(), 0u);
     CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
-    ASSERT_NE(port, nullptr);
+    ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(port), nullptr);
     CKVX_HdwService* s = nullptr;
     EXPECT_EQ(port->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr), 10u);
     ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
@@ -112,16 +70,37 @@ TEST_F(UdpEmulatorTest, ByteServicesOnThePort)
     ASSERT_EQ(port->Open(nullptr), 0u);
 
     // Queued bytes leave with the next tick, as one datagram.
-    unsigned char hello[] = {'h', 'e', 'l', 'l', 'o'};
-    ASSERT_EQ(out->Write(hello, sizeof hello, 0), 0u);
+    unsigned char five[] = {'h', 'e', 'l', 'l', 'o'};
+    ASSERT_EQ(out->Write(five, sizeof five, 0), 0u);
     CKVX_IpAddress from;
     unsigned short hostPort = 0;
     EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hello");
-
+    // Datagrams from anyone but the unit are not part of its stream.
+    CKVX_HdwUdpSocket stranger;
+    ASSERT_EQ(stranger.Open(0, kLoopback), 0u);
+    ASSERT_EQ(stranger.SendTo("XX", 2, from, hostPort), 0u);
     ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
-    unsigned n = 0;
-    ASSERT_TRUE(WaitUntil([&] { return in->Read(hello, sizeof hello, n) == 0 && n > 0; }));
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(hello), n), "abc");
+    ASSERT_TRUE(WaitUntil([&] { return in->Read(five, sizeof five, n) == 0 && n > 0; }));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(five), n), "abc");
+    ASSERT_EQ(port->Close(), 0u);
+
+    // The device's own calls: the unit answers; the tick queues it; reads
+    // split it as asked.
+    ASSERT_EQ(device.Open(0), 0u);
+    ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
+    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
+    ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
+    ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return device.UartGetReadBufferBytes(0, n) == 0 && n == 8; }));
+    unsigned char buf[16] = {};
+    unsigned got = 0;
+    ASSERT_EQ(device.UartRead(0, buf, 4, got), 0u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "abcd");
+    ASSERT_EQ(device.UartRead(0, buf, sizeof buf, got), 0u);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "efgh");
+
+    EXPECT_EQ(device.Close(0), 0u);
+    EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
 }
 
 } // namespace

@@ -42,7 +42,6 @@ public:
 
     bool Ok() const { return m_Master >= 0 && m_Slave >= 0; }
     const std::string& SlaveName() const { return m_Name; }
-    int Master() const { return m_Master; }
     // The test's own descriptor of the slave, to look at its line settings.
     int Slave() const { return m_Slave; }
     void CloseMaster()

@@ -1,6 +1,8 @@
 // The USB-UART bridged device base on pseudo-terminals: a test driver whose
-// probe sends "PING?" and wants "PONG!" back, played by a thread on the
-// master side of each pseudo-terminal.
+// probe opens the link, writes "PING?" and accepts every link but the one it
+// is told to refuse. Probes that read a unit's answer: units/posix
+// protocol_link_test.cpp (UnitProbe); identity of real units found this way:
+// units/posix/units_end_to_end_test.cpp.
 #include "PtyPair.h"
 
 #include <HdwLib/framework/HdwManager.h>
@@ -9,16 +11,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
-#include <memory>
 #include <string>
-#include <thread>
 
 namespace {
 
 constexpr uint64_t kTestDeviceCode = 0x7E57;
-// How long the test driver's probe waits for an answer.
-constexpr int kProbeTimeoutMs = 2000;
 
 class CTestBridgedDevice : public CKVX_HdwFtdiUartBridgedDevice {
 public:
@@ -45,23 +42,10 @@ public:
         ++probes;
         if (!(tmp->PortName == portName))
             return 2;
-        if (Com_Open(tmp) != 0)
-            return 14;
         unsigned char ping[] = {'P', 'I', 'N', 'G', '?'};
-        if (Com_Write(tmp, ping, sizeof ping) != 0)
+        if (Com_Open(tmp) != 0 || Com_Write(tmp, ping, sizeof ping) != 0)
             return 14;
-        std::string answer;
-        const bool done = WaitUntil(
-            [&] {
-                unsigned char buf[16];
-                unsigned n = 0;
-                if (Com_Read(tmp, buf, sizeof buf, n) != 0)
-                    return true;
-                answer.append(reinterpret_cast<char*>(buf), n);
-                return answer.size() >= 5;
-            },
-            kProbeTimeoutMs);
-        return done && answer == "PONG!" ? 0u : 14u;
+        return portName == refuse.c_str() ? 14u : 0u;
     }
 
     unsigned CreateInstancePorts(unsigned instance) override
@@ -71,40 +55,7 @@ public:
     }
 
     std::atomic<int> probes{0};
-};
-
-// Plays a unit on the master side: answers "PING?" with `reply` once.
-class CFakeUnit {
-public:
-    CFakeUnit(PtyPair& pty, std::string reply) : m_Pty(pty), m_Reply(std::move(reply))
-    {
-        m_Thread = std::thread([this] { Run(); });
-    }
-    ~CFakeUnit()
-    {
-        m_Stop = true;
-        m_Thread.join();
-    }
-
-private:
-    void Run()
-    {
-        std::string seen;
-        while (!m_Stop) {
-            const auto bytes = m_Pty.ReadSome();
-            seen.append(bytes.begin(), bytes.end());
-            if (seen.find("PING?") != std::string::npos) {
-                seen.clear();
-                if (!m_Reply.empty())
-                    m_Pty.WriteMaster(std::vector<uint8_t>(m_Reply.begin(), m_Reply.end()));
-            }
-        }
-    }
-
-    PtyPair& m_Pty;
-    std::string m_Reply;
-    std::atomic<bool> m_Stop{false};
-    std::thread m_Thread;
+    std::string refuse; // the link the probe refuses, as another kind of unit
 };
 
 class BridgedDevice : public ::testing::Test {
@@ -113,19 +64,18 @@ protected:
     {
         ASSERT_TRUE(ptyA.Ok());
         ASSERT_TRUE(ptyB.Ok());
-        ASSERT_EQ(manager.AttachDevice(device.get()), 0u);
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
     }
     void TearDown() override { manager.Stop(); }
 
     PtyPair ptyA, ptyB;
-    std::unique_ptr<CTestBridgedDevice> device = std::make_unique<CTestBridgedDevice>();
+    CTestBridgedDevice device; // outlives the manager, which does not own it
     CKVX_HdwManager manager;
 };
 
-TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAnsweredOnesBecomeInstances)
+TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstancesThatEnumerationReplaces)
 {
-    CFakeUnit unitA(ptyA, "PONG!");
-    CFakeUnit unitB(ptyB, "NOPE!"); // another kind of unit
+    device.refuse = ptyB.SlaveName();
     CKVX_HdwManager::CInitPortDesc links[] = {
         {kTestDeviceCode, ptyB.SlaveName().c_str()},
         {kTestDeviceCode, "/dev/hdwlib-missing-tty"},
@@ -138,10 +88,11 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAnsweredOnesBecomeInstances)
     EXPECT_EQ(links[2].Result, 0u);
     // Ethernet links are for the subclasses that reach units that way.
     EXPECT_EQ(links[3].Result, CKVX_HdwInitPortDesc::ResultNotTried);
-    EXPECT_EQ(device->probes.load(), 3);
+    EXPECT_EQ(device.probes.load(), 3);
+    EXPECT_EQ(ptyA.ReadMaster(5), std::vector<uint8_t>({'P', 'I', 'N', 'G', '?'}));
 
-    ASSERT_EQ(device->GetInstanceCount(), 1u);
-    auto* inst = device->GetUartInstance(0);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    auto* inst = device.GetUartInstance(0);
     ASSERT_NE(inst, nullptr);
     EXPECT_EQ(dynamic_cast<CTestBridgedDevice::CTestInstance*>(inst)->Marker, 42);
     EXPECT_EQ(inst->PortName, ptyA.SlaveName().c_str());
@@ -152,108 +103,85 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAnsweredOnesBecomeInstances)
     EXPECT_FALSE(inst->Uart.IsOpen());
     EXPECT_FALSE(inst->IsOpen());
 
-    CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
-    ASSERT_NE(port, nullptr);
     const auto* desc = manager.GetPortDescriptor(HDW_PORT_UART, 0);
     ASSERT_NE(desc, nullptr);
     EXPECT_EQ(desc->Manufacturer, "Test Maker");
     EXPECT_EQ(desc->FullName, "Probe");
     EXPECT_EQ(desc->SerialNumber, ptyA.SlaveName().c_str());
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
+
+    // Enumerating again replaces the instances: the open one is dropped (and
+    // its link closed) before probing again.
+    ASSERT_EQ(device.Open(0), 0u);
+    device.refuse.clear();
+    ASSERT_EQ(manager.Enumerate(&links[0], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(links[0].Result, 0u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    EXPECT_EQ(device.GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
+    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
+    // With nothing to look at, the device is emptied.
+    ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(device.GetInstanceCount(), 0u);
+    // No bridge with the test driver's identifiers exists here: the scan
+    // finds candidates only by identifier, so nothing is probed.
+    device.probes = 0;
+    ASSERT_EQ(manager.Enumerate(), 0u);
+    EXPECT_EQ(device.probes.load(), 0);
+    EXPECT_EQ(device.GetInstanceCount(), 0u);
 }
 
 TEST_F(BridgedDevice, ComOperationsByInstance)
 {
-    {
-        CFakeUnit unitA(ptyA, "PONG!");
-        CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
-        ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-        ASSERT_EQ(link.Result, 0u);
-    }
-    ASSERT_EQ(device->GetInstanceCount(), 1u);
-    auto* inst = device->GetUartInstance(0);
+    CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
+    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    auto* inst = device.GetUartInstance(0);
     unsigned count = 99;
     unsigned char buf[32];
     unsigned n = 0;
     // Closed link: the serial layer's 19.
-    EXPECT_EQ(device->Com_Read(0u, buf, sizeof buf, n), 19u);
-    EXPECT_EQ(device->Com_GetReadBufferBytes(0u, count), 19u);
+    EXPECT_EQ(device.Com_Read(0u, buf, sizeof buf, n), 19u);
+    EXPECT_EQ(device.Com_GetReadBufferBytes(0u, count), 19u);
     // No such instance: 2.
-    EXPECT_EQ(device->Com_Open(1u), 2u);
-    EXPECT_EQ(device->Com_Read(1u, buf, sizeof buf, n), 2u);
-    EXPECT_EQ(device->Com_Write(1u, buf, 1), 2u);
-    EXPECT_EQ(device->Com_GetReadBufferBytes(1u, count), 2u);
-    EXPECT_EQ(device->Com_Close(1u), 2u);
-    EXPECT_EQ(device->Open(1), 2u);
+    EXPECT_EQ(device.Com_Open(1u), 2u);
+    EXPECT_EQ(device.Com_Read(1u, buf, sizeof buf, n), 2u);
+    EXPECT_EQ(device.Com_Write(1u, buf, 1), 2u);
+    EXPECT_EQ(device.Com_GetReadBufferBytes(1u, count), 2u);
+    EXPECT_EQ(device.Com_Close(1u), 2u);
+    EXPECT_EQ(device.Open(1), 2u);
 
-    ASSERT_EQ(device->Open(0), 0u);
+    ASSERT_EQ(device.Open(0), 0u);
     EXPECT_TRUE(inst->IsOpen());
     EXPECT_TRUE(inst->Uart.IsOpen());
-    EXPECT_EQ(device->Open(0), 0u); // a second open succeeds
+    EXPECT_EQ(device.Open(0), 0u); // a second open succeeds
     EXPECT_EQ(inst->Uart.GetParameters().BaudRate, 115200u);
 
-    // Bytes both ways through Com_Write and Com_Read: every frame of the units
-    // area's pseudo-terminal runs (UnitRig) goes this way.
-    ASSERT_TRUE(ptyA.WriteMaster({9, 8, 7, 6}));
-    ASSERT_TRUE(WaitUntil([&] { return device->Com_GetReadBufferBytes(0u, count) == 0 && count == 4; }));
+    // Bytes both ways through Com_Write and Com_Read on an open link: every
+    // frame of the units area's pseudo-terminal runs (UnitRig) goes this way.
 
-    EXPECT_EQ(device->Close(0), 0u);
+    EXPECT_EQ(device.Close(0), 0u);
     EXPECT_FALSE(inst->IsOpen());
     EXPECT_FALSE(inst->Uart.IsOpen());
-    EXPECT_EQ(device->Com_Write(0u, buf, 1), 19u);
+    EXPECT_EQ(device.Com_Write(0u, buf, 1), 19u);
 }
 
-TEST_F(BridgedDevice, ReEnumerationReplacesTheInstances)
-{
-    CFakeUnit unitA(ptyA, "PONG!");
-    CFakeUnit unitB(ptyB, "PONG!");
-    CKVX_HdwManager::CInitPortDesc links[] = {
-        {kTestDeviceCode, ptyA.SlaveName().c_str()}, {kTestDeviceCode, ptyB.SlaveName().c_str()}};
-    ASSERT_EQ(manager.Enumerate(links, 2, CKVX_HdwManager::EnumerateNoScan), 0u);
-    ASSERT_EQ(device->GetInstanceCount(), 2u);
-    ASSERT_EQ(device->Open(0), 0u);
-    // The open instance is dropped (and its link closed) before probing again.
-    ASSERT_EQ(manager.Enumerate(&links[1], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(links[1].Result, 0u);
-    ASSERT_EQ(device->GetInstanceCount(), 1u);
-    EXPECT_EQ(device->GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
-    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
-    // With nothing to look at, the device is emptied.
-    ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(device->GetInstanceCount(), 0u);
-}
-
-TEST_F(BridgedDevice, ScanProbesOnlyMatchingBridges)
-{
-    // No bridge with the test driver's identifiers exists here: the scan
-    // finds candidates only by identifier, so nothing is probed.
-    ASSERT_EQ(manager.Enumerate(), 0u);
-    EXPECT_EQ(device->probes.load(), 0);
-    EXPECT_EQ(device->GetInstanceCount(), 0u);
-}
-
-TEST(BridgedDeviceBase, AcceptsNothingItCannotProbe)
+TEST(BridgedDeviceBase, AcceptsNothingItCannotProbeAndWritesWithTheLinkTimeOut)
 {
     PtyPair pty;
     ASSERT_TRUE(pty.Ok());
     CKVX_HdwFtdiUartBridgedDevice device;
+    ASSERT_EQ(device.SetLinkTimeout(250), 0u);
+    EXPECT_EQ(device.GetWriteTimeoutMs(), 250u);
     CKVX_HdwManager manager;
     ASSERT_EQ(manager.AttachDevice(&device), 0u);
     CKVX_HdwManager::CInitPortDesc link{0, pty.SlaveName().c_str()};
     ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
     EXPECT_EQ(link.Result, 14u);
     EXPECT_EQ(device.GetInstanceCount(), 0u);
-}
-
-TEST(BridgedDeviceBase, SerialLinkNamesAndWriteTimeOutFollowingTheLinkTimeOut)
-{
-    EXPECT_TRUE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName("/dev/ttyUSB0"));
-    EXPECT_TRUE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName("COM5"));
-    EXPECT_FALSE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName("udp:127.0.0.1:40003"));
-    EXPECT_FALSE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName(""));
-    CKVX_HdwFtdiUartBridgedDevice device;
-    ASSERT_EQ(device.SetLinkTimeout(250), 0u);
-    EXPECT_EQ(device.GetWriteTimeoutMs(), 250u);
+    for (const char* name : {"/dev/ttyUSB0", "COM5"})
+        EXPECT_TRUE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName(name)) << name;
+    for (const char* name : {"udp:127.0.0.1:40003", ""})
+        EXPECT_FALSE(CKVX_HdwFtdiUartBridgedDevice::IsSerialLinkName(name)) << name;
 }
 
 } // namespace

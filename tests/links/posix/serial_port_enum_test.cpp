@@ -34,9 +34,10 @@ protected:
         std::ofstream(p) << text << "\n";
     }
 
-    // A USB device with one interface carrying the tty `name`.
-    fs::path AddUsbTty(const std::string& usbDir, const std::string& name, const std::string& vid,
-        const std::string& pid, const std::string& product, const std::string& serial, const std::string& bcd)
+    // A USB device with one interface carrying the tty `name`, and its /dev node
+    // unless told otherwise.
+    void AddUsbTty(const std::string& usbDir, const std::string& name, const std::string& vid, const std::string& pid,
+        const std::string& product, const std::string& serial, const std::string& bcd, bool withNode = true)
     {
         const fs::path usb = sys / "devices" / "pci0000:00" / "0000:00:14.0" / "usb1" / usbDir;
         WriteFile(usb / "idVendor", vid);
@@ -49,7 +50,8 @@ protected:
         const fs::path port = usb / (usbDir + ":1.0") / name;
         fs::create_directories(port / "tty" / name);
         AddClassTty(name, port);
-        return usb;
+        if (withNode)
+            AddNode(name);
     }
 
     void AddClassTty(const std::string& name, const fs::path& device)
@@ -61,7 +63,16 @@ protected:
 
     void AddNode(const std::string& name) { WriteFile(dev / name, ""); }
 
-    std::vector<SerialPortInfo> Enumerate() { return EnumerateSerialPorts(sys.string(), dev.string()); }
+    // One line per port: name (without the /dev folder), USB or not, and the
+    // USB descriptors, so that a whole enumeration compares at once.
+    std::vector<std::string> Enumerate()
+    {
+        std::vector<std::string> rows;
+        for (const SerialPortInfo& p : EnumerateSerialPorts(sys.string(), dev.string()))
+            rows.push_back(fs::path(p.Name).lexically_relative(dev).string() + (p.IsUsb ? " usb " : " - ") +
+                p.VendorId + "|" + p.ProductId + "|" + p.Description + "|" + p.SerialNumber + "|" + p.Revision);
+        return rows;
+    }
 
     fs::path root, sys, dev;
 };
@@ -72,27 +83,17 @@ TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrder)
     AddUsbTty("1-2", "ttyUSB2", "0403", "6001", "Test Bridge", "A1B2C3", "0600");
     // Identifiers come out in lower case; missing texts are empty.
     AddUsbTty("1-3", "ttyACM0", "1A86", "7D2B", "", "", "0264");
-    AddNode("ttyUSB10");
-    AddNode("ttyUSB2");
-    AddNode("ttyACM0");
-    const auto ports = Enumerate();
-    ASSERT_EQ(ports.size(), 3u);
-    EXPECT_EQ(ports[0].Name, (dev / "ttyACM0").string());
-    EXPECT_TRUE(ports[0].IsUsb);
-    EXPECT_EQ(ports[0].VendorId, "1a86");
-    EXPECT_EQ(ports[0].ProductId, "7d2b");
-    EXPECT_EQ(ports[0].Description, "");
-    EXPECT_EQ(ports[0].SerialNumber, "");
-    EXPECT_EQ(ports[1].Name, (dev / "ttyUSB2").string());
-    EXPECT_EQ(ports[1].VendorId, "0403");
-    EXPECT_EQ(ports[1].ProductId, "6001");
-    EXPECT_EQ(ports[1].Description, "Test Bridge");
-    EXPECT_EQ(ports[1].SerialNumber, "A1B2C3");
-    EXPECT_EQ(ports[1].Revision, "0600");
-    EXPECT_EQ(ports[2].SerialNumber, "S10");
+    const std::vector<std::string> expected = {
+        "ttyACM0 usb 1a86|7d2b|||0264",
+        "ttyUSB2 usb 0403|6001|Test Bridge|A1B2C3|0600",
+        "ttyUSB10 usb 0403|6010|Dual|S10|0700",
+    };
+    EXPECT_EQ(Enumerate(), expected);
 }
 
-TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
+// Only a registered UART with a driver, or a USB bridge, whose /dev node
+// exists is a serial port.
+TEST_F(FakeSysfs, OnboardPortsNeedADriverAndATypeAndVirtualTerminalsAndMissingNodesGiveNothing)
 {
     const fs::path platform = sys / "devices" / "platform" / "serial8250";
     // ttyS0: a real UART (type 4 = 16550A).
@@ -106,22 +107,13 @@ TEST_F(FakeSysfs, OnboardPortsNeedADriverAndAType)
     WriteFile(sys / "class" / "tty" / "ttyS1" / "type", "0");
     AddNode("ttyS0");
     AddNode("ttyS1");
-    const auto ports = Enumerate();
-    ASSERT_EQ(ports.size(), 1u);
-    EXPECT_EQ(ports[0].Name, (dev / "ttyS0").string());
-    EXPECT_FALSE(ports[0].IsUsb);
-    EXPECT_EQ(ports[0].VendorId, "");
-}
-
-TEST_F(FakeSysfs, VirtualTerminalsMissingNodesAndAMissingTreeGiveNothing)
-{
     // A virtual console has no device link.
     fs::create_directories(sys / "class" / "tty" / "tty1");
     AddNode("tty1");
     // A bridge whose /dev node does not exist (unplugged in between).
-    AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000");
-    EXPECT_TRUE(Enumerate().empty());
-    // No tree at all: nothing either.
+    AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000", false);
+    EXPECT_EQ(Enumerate(), std::vector<std::string>{"ttyS0 - ||||"});
+    // No tree at all: nothing.
     fs::remove_all(sys);
     EXPECT_TRUE(Enumerate().empty());
 }

@@ -87,9 +87,19 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
     EXPECT_EQ(port->Read(buf, sizeof buf, n), 19u);
     EXPECT_EQ(port->Write(buf, 1), 19u);
 
-    // A port opens with a service enabled; the direct Read and Write work beside it.
+    // One input and one output service only; parameters of another service
+    // class are refused and nothing is added.
     CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
     ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 26u);
+    CKVX_HdwByteOutBufferService::CParameters wrong;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, &wrong), 2u);
+    // Only the output service: the direct Read below has the input to itself.
+    EXPECT_EQ(port->GetServiceList().GetLength(), 1u);
+
+    // A port opens with a service enabled; the direct Read and Write work beside it.
     Params params;
     params.Parity = Params::ParityEven; // a pseudo-terminal has none: the port stays closed
     EXPECT_EQ(port->Open(&params), 14u);
@@ -117,26 +127,13 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
     EXPECT_FALSE(device.GetStdInstance(0)->Uart.IsOpen());
 }
 
-TEST_F(StdUart, AdmitsOneInputAndOneOutputServiceOnly)
+TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
 {
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 26u);
-    // Parameters of another service class are refused and nothing is added.
-    CKVX_HdwByteInBufferService::CParameters wrong;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, &wrong), 2u);
-    EXPECT_EQ(port->GetServiceList().GetLength(), 1u);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(port->GetServiceList().GetLength(), 2u);
-}
-
-TEST_F(StdUart, BytesFromTheLineComeOutOfTheInputInOrder)
-{
-    OpenWithServices();
-    const auto sent = Pattern(200000);
-    std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(sent)); });
+    // A pty has no output queue to pace by: the line fills whenever this
+    // reader lags, and a loaded machine may stall it for over a second.
+    OpenWithServices(1u << 20, 30000);
+    const auto fromLine = Pattern(200000);
+    std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(fromLine)); });
     std::vector<uint8_t> got;
     unsigned char buf[5000];
     ASSERT_TRUE(WaitUntil(
@@ -144,31 +141,13 @@ TEST_F(StdUart, BytesFromTheLineComeOutOfTheInputInOrder)
             unsigned n = 0;
             EXPECT_EQ(in->Read(buf, sizeof buf, n), 0u);
             got.insert(got.end(), buf, buf + n);
-            return got.size() >= sent.size();
+            return got.size() >= fromLine.size();
         },
         30000));
     writer.join();
-    EXPECT_EQ(got, sent);
+    EXPECT_EQ(got, fromLine);
     EXPECT_EQ(in->GetDroppedCount(), 0u);
-}
 
-TEST_F(StdUart, FullInputBufferDropsTheOldestBytes)
-{
-    OpenWithServices(100);
-    const auto sent = Pattern(300);
-    ASSERT_TRUE(pty.WriteMaster(sent));
-    ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() == 200; }));
-    unsigned char buf[300];
-    unsigned n = 0;
-    ASSERT_EQ(in->Read(buf, sizeof buf, n), 0u);
-    EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>(sent.begin() + 200, sent.end()));
-}
-
-TEST_F(StdUart, LargeWriteReachesTheLineWhole)
-{
-    // A pty has no output queue to pace by: the line fills whenever this
-    // reader lags, and a loaded machine may stall it for over a second.
-    OpenWithServices(1u << 20, 30000);
     auto sent = Pattern(300000);
     EXPECT_EQ(out->Write(sent.data(), unsigned(sent.size()), 1), 2u) << "reserved option";
     ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
@@ -180,11 +159,17 @@ TEST_F(StdUart, LargeWriteReachesTheLineWhole)
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
-TEST_F(StdUart, HungUpLineFailsTheInputAndStoppedServicesAnswer29)
+TEST_F(StdUart, FullInputDropsTheOldestBytesAHungUpLineFailsItAndStoppedServicesAnswer29)
 {
-    OpenWithServices();
-    unsigned char buf[16];
+    OpenWithServices(100);
+    const auto sent = Pattern(300);
+    ASSERT_TRUE(pty.WriteMaster(sent));
+    ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() == 200; }));
+    unsigned char buf[300];
     unsigned n = 0;
+    ASSERT_EQ(in->Read(buf, sizeof buf, n), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(buf, buf + n), std::vector<uint8_t>(sent.begin() + 200, sent.end()));
+
     pty.CloseMaster();
     ASSERT_TRUE(WaitUntil([&] { return in->Read(buf, sizeof buf, n) == 15u; }));
     ASSERT_EQ(port->Close(), 0u);

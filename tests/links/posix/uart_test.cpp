@@ -22,13 +22,6 @@ namespace {
 
 using Params = CKVX_HdwUartPort::CParameters;
 
-termios SlaveSettings(const PtyPair& pty)
-{
-    termios t{};
-    tcgetattr(pty.Slave(), &t);
-    return t;
-}
-
 class UartPty : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(pty.Ok()); }
@@ -44,6 +37,17 @@ protected:
     {
         unsigned queued = 0;
         return WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == expected; });
+    }
+
+    // Reads up to `max` bytes; n must come back as what was read.
+    std::vector<uint8_t> Read(unsigned max)
+    {
+        std::vector<uint8_t> buf(max + 1);
+        unsigned n = 77;
+        EXPECT_EQ(uart.Read(buf.data(), max, n), 0u);
+        EXPECT_LE(n, max);
+        buf.resize(std::min(n, max));
+        return buf;
     }
 
     PtyPair pty;
@@ -79,7 +83,8 @@ TEST(UartClosed, NotOpenOrFailedToOpenAnswers19)
 TEST_F(UartPty, OpenConfiguresARawLineWithTheStopBitsFlowControlAndRate)
 {
     // One and a half stop bits set two, as the line has no such setting. The
-    // start and stop characters are set whenever any flow bit is.
+    // start and stop characters are set whenever any flow bit is. Every rate,
+    // standard or not, is set the same way (termios2), so odd ones are mixed in.
     const struct {
         const char* What;
         uint8_t Stop, Flow;
@@ -87,8 +92,8 @@ TEST_F(UartPty, OpenConfiguresARawLineWithTheStopBitsFlowControlAndRate)
         tcflag_t Cflag, Iflag; // of CSTOPB | CRTSCTS and IXON | IXOFF
     } cases[] = {
         {"plain", Params::StopBitsOne, 0, 115200, 0, 0},
-        {"two stop bits", Params::StopBitsTwo, 0, 9600, CSTOPB, 0},
-        {"one and a half", Params::StopBitsOneAndHalf, 0, 9600, CSTOPB, 0},
+        {"two stop bits", Params::StopBitsTwo, 0, 250000, CSTOPB, 0},
+        {"one and a half", Params::StopBitsOneAndHalf, 0, 6000000, CSTOPB, 0},
         {"xon/xoff", Params::StopBitsOne, Params::FlowXonXoff, 9600, 0, IXON | IXOFF},
         {"rts/cts", Params::StopBitsOne, uint8_t(Params::FlowRtsCts | Params::FlowDtrDsr), 9600, CRTSCTS, 0},
     };
@@ -100,7 +105,8 @@ TEST_F(UartPty, OpenConfiguresARawLineWithTheStopBitsFlowControlAndRate)
         p.BaudRate = c.Rate;
         ASSERT_EQ(OpenWith(p), 0u);
         EXPECT_TRUE(uart.IsOpen());
-        const termios t = SlaveSettings(pty);
+        termios t{};
+        ASSERT_EQ(tcgetattr(pty.Slave(), &t), 0);
         EXPECT_EQ(t.c_lflag & (ICANON | ECHO | ISIG), 0u);
         EXPECT_EQ(t.c_oflag & OPOST, 0u);
         EXPECT_EQ(t.c_iflag & (ICRNL | IXON | IXOFF), c.Iflag);
@@ -121,23 +127,15 @@ TEST_F(UartPty, OpenConfiguresARawLineWithTheStopBitsFlowControlAndRate)
 
 TEST_F(UartPty, InvalidCodesOrParityFailTheConfigurationAndFreeTheLine)
 {
-    const auto with = [](auto edit) {
-        Params p;
-        edit(p);
-        return p;
-    };
     // The kernel clears PARENB on a pseudo-terminal: every parity is refused.
-    const Params refused[] = {
-        with([](Params& p) { p.StopBits = 3; }),
-        with([](Params& p) { p.Parity = 5; }),
-        with([](Params& p) { p.DataBits = 9; }),
-        with([](Params& p) { p.BaudRate = 0; }),
-        with([](Params& p) { p.Parity = Params::ParityOdd; }),
-        with([](Params& p) { p.Parity = Params::ParityEven; }),
-        with([](Params& p) { p.Parity = Params::ParityMark; }),
-        with([](Params& p) { p.Parity = Params::ParitySpace; }),
-    };
-    for (size_t i = 0; i < std::size(refused); ++i) {
+    std::vector<Params> refused(8);
+    refused[0].StopBits = 3;
+    refused[1].DataBits = 9;
+    refused[2].BaudRate = 0;
+    const uint8_t parities[] = {5, Params::ParityOdd, Params::ParityEven, Params::ParityMark, Params::ParitySpace};
+    for (size_t i = 0; i < std::size(parities); ++i)
+        refused[3 + i].Parity = parities[i];
+    for (size_t i = 0; i < refused.size(); ++i) {
         EXPECT_EQ(OpenWith(refused[i]), 14u) << "case " << i;
         EXPECT_FALSE(uart.IsOpen()) << "case " << i;
     }
@@ -150,31 +148,18 @@ TEST_F(UartPty, InvalidCodesOrParityFailTheConfigurationAndFreeTheLine)
     EXPECT_EQ(uart.GetParameters().Parity, Params::ParityNone);
 }
 
-TEST_F(UartPty, ArbitraryRatesAreSetOrRefusedAsTheDriverDoes)
+TEST_F(UartPty, OpenDiscardsWhatWasQueuedAndReadsTakeAtMostMaxBytesInOrderAndQueuesCountAndPurge)
 {
-    for (uint32_t rate : {6000000u, 8000000u, 250000u, 1000000u}) {
-        Params p;
-        p.BaudRate = rate;
-        const unsigned rc = OpenWith(p);
-        if (rc == 0) {
-            EXPECT_EQ(ReadLineSpeed(pty.Slave()), long(rate)) << rate;
-            uart.Close();
-        } else {
-            // A refusal is a failed configuration and leaves nothing open.
-            EXPECT_EQ(rc, 14u) << rate;
-            EXPECT_FALSE(uart.IsOpen());
-        }
-    }
-}
-
-TEST_F(UartPty, ReadsTakeAtMostMaxBytesInOrderAndQueuesCountAndPurge)
-{
+    ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
+    ASSERT_TRUE(WaitUntil([&] {
+        int n = 0;
+        ioctl(pty.Slave(), FIONREAD, &n);
+        return n == 20;
+    }));
     ASSERT_EQ(OpenWith(Params()), 0u);
-    unsigned char buf[64];
-    unsigned n = 77;
-    EXPECT_EQ(uart.Read(buf, sizeof buf, n), 0u);
-    EXPECT_EQ(n, 0u);
-    EXPECT_EQ(uart.Write(buf, 0, 0), 0u);
+    EXPECT_TRUE(Read(64).empty());
+    unsigned char out[] = {1, 2, 3, 4, 5};
+    EXPECT_EQ(uart.Write(out, 0, 0), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0);
     unsigned queued = 99;
     EXPECT_EQ(uart.GetBytesToBeWritten(queued), 0u);
@@ -183,26 +168,18 @@ TEST_F(UartPty, ReadsTakeAtMostMaxBytesInOrderAndQueuesCountAndPurge)
     const auto data = Pattern(10, 0x30);
     ASSERT_TRUE(pty.WriteMaster(data));
     ASSERT_TRUE(WaitQueued(10));
-    n = 77;
-    EXPECT_EQ(uart.Read(buf, 0, n), 0u);
-    EXPECT_EQ(n, 0u);
-    ASSERT_EQ(uart.Read(buf, 4, n), 0u);
-    ASSERT_EQ(n, 4u);
-    EXPECT_EQ(std::vector<uint8_t>(buf, buf + 4), std::vector<uint8_t>(data.begin(), data.begin() + 4));
-    ASSERT_EQ(uart.Read(buf, 10, n), 0u);
-    ASSERT_EQ(n, 6u);
-    EXPECT_EQ(std::vector<uint8_t>(buf, buf + 6), std::vector<uint8_t>(data.begin() + 4, data.end()));
+    EXPECT_TRUE(Read(0).empty());
+    EXPECT_EQ(Read(4), std::vector<uint8_t>(data.begin(), data.begin() + 4));
+    EXPECT_EQ(Read(10), std::vector<uint8_t>(data.begin() + 4, data.end()));
 
     ASSERT_TRUE(pty.WriteMaster(Pattern(50, 3)));
     ASSERT_TRUE(WaitQueued(50));
     EXPECT_EQ(uart.ResetReadBuffer(), 0u);
     EXPECT_TRUE(WaitQueued(0));
-    EXPECT_EQ(uart.Read(buf, sizeof buf, n), 0u);
-    EXPECT_EQ(n, 0u);
+    EXPECT_TRUE(Read(64).empty());
 
     // A pseudo-terminal has no output queue of its own: once the bytes have
     // reached the other side nothing is left to count or purge.
-    unsigned char out[] = {1, 2, 3, 4, 5};
     ASSERT_EQ(uart.Write(out, 5, 1000), 0u);
     ASSERT_TRUE(WaitUntil([&] { return pty.MasterQueued() == 5; }));
     EXPECT_EQ(uart.ResetWriteBuffer(), 0u);
@@ -245,33 +222,17 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     EXPECT_TRUE(std::equal(got.begin(), got.begin() + long(before), big.begin()));
 }
 
-TEST_F(UartPty, OpenDiscardsWhatWasQueuedBefore)
-{
-    ASSERT_TRUE(pty.WriteMaster(Pattern(20, 4)));
-    ASSERT_TRUE(WaitUntil([&] {
-        int n = 0;
-        ioctl(pty.Slave(), FIONREAD, &n);
-        return n == 20;
-    }));
-    ASSERT_EQ(OpenWith(Params()), 0u);
-    EXPECT_TRUE(WaitQueued(0));
-}
-
 TEST_F(UartPty, CopiesShareTheOpenPort)
 {
     ASSERT_EQ(OpenWith(Params()), 0u);
-    CUart copy(uart);
-    EXPECT_TRUE(copy.IsOpen());
+    CUart copy;
+    copy = uart;
     unsigned char b[] = {0x42};
-    ASSERT_EQ(copy.Write(b, 1, 1000), 0u);
+    ASSERT_EQ(CUart(copy).Write(b, 1, 1000), 0u);
     EXPECT_EQ(pty.ReadMaster(1), std::vector<uint8_t>({0x42}));
-    CUart assigned;
-    assigned = copy;
-    EXPECT_EQ(assigned.Close(), 0u);
-    EXPECT_FALSE(assigned.IsOpen());
-    // The original still holds the (now closed) descriptor number as open.
-    EXPECT_TRUE(uart.IsOpen());
-    uart = CUart();
+    EXPECT_EQ(copy.Close(), 0u);
+    EXPECT_FALSE(copy.IsOpen());
+    uart = CUart(); // its descriptor was closed through the copy
 }
 
 // The other side closed: std_uart_test.cpp (HungUpLineFailsTheInput...) and
@@ -285,8 +246,6 @@ TEST_F(UartPty, HungUpLineTurnsIntoResultCodes)
     ASSERT_EQ(OpenWith(Params()), 0u);
     unsigned char buf[8];
     unsigned n = 5;
-    ASSERT_EQ(uart.Read(buf, sizeof buf, n), 0u);
-    EXPECT_EQ(n, 0u);
     if (ioctl(pty.Slave(), TIOCVHANGUP) != 0)
         GTEST_SKIP() << "hanging up a terminal needs CAP_SYS_ADMIN";
     n = 5;
