@@ -149,7 +149,7 @@ TEST_F(Arinc429InBuffer, FullListDropsTheOldest)
     EXPECT_EQ(in->GetDroppedCount(), 2u);
 }
 
-// Read before the first open answers 29 in HaldenArinc429.WriteOptionsAndStatesAnswerTheirCodes
+// Read before the first open answers 29 in Halden.BuffersWaitForTheOpenAndPortsRefuseSettingsTheUnitCannotMake
 // (tests/units), through the same read code.
 TEST_F(Arinc429InBuffer, StoppedAnswers29FailedAnswers15AndRestartEmptiesTheListButKeepsTheFilter)
 {

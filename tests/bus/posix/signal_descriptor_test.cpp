@@ -71,7 +71,7 @@ TEST_F(SignalDescriptor, AServicesOwnDescriptorIsReadableExactlyWhileSomethingWa
 }
 
 // Poll on the own descriptor woken by another thread (the timer's):
-// HaldenArinc429.SignalsTellWordsSentAndReceivedBeforeThePollReadsThem (tests/units).
+// Halden.Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem (tests/units).
 
 TEST_F(SignalDescriptor, ReadableWhileAnyMemberHoldsSignalsAndMembersOwnDescriptorsStayQuiet)
 {

@@ -70,7 +70,7 @@ TEST(UnitFraming, TimeStampsAreMicrosecondsOfA32BitClock)
     EXPECT_EQ(h.Stream.Events[0].Time(), static_cast<uint32_t>(0xFFFFFF00u + 1'000'000u));
 }
 
-// A one-label filter is the units area's (HaldenArinc429.LabelFilterBecomesTheUnitsLabelTable).
+// A one-label filter is the units area's (Halden.Arinc429LabelFilterBecomesTheUnitsLabelTable).
 TEST(Arinc429Loop, AnAllZeroFilterADisabledReceiverAndTheOtherSpeedStopWords)
 {
     EngineHost h;
