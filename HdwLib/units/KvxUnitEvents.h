@@ -1,7 +1,7 @@
 #pragma once
-// Event objects of the command-protocol units (nested in
-// CKVX_HdwKvxCommandDevice): one class per event type, each decoding its
-// record in ExtractData. Included by KvxCommandDevice.h.
+// Event objects of the command-protocol units: one class per event type,
+// each decoding its record in ExtractData. The drivers carry them under
+// their nested names (CKVX_HdwKvxHaldenDevice::CArinc429RxEvent ...).
 //
 // `params` points at the record's first parameter (the byte after the type
 // byte) and `length` is the record's L (type byte plus parameters), so a
@@ -10,8 +10,10 @@
 // accepted, a CAN record needs only L >= DLC + 3); the bytes such a short
 // record lacks are read as zero, never from beyond the record.
 
-// The template these classes are nested in (which includes this file at its end).
-#include <HdwLib/units/KvxCommandDevice.h>
+#include <HdwLib/bus/HdwArinc429Message.h>
+#include <HdwLib/bus/HdwCanMessage.h>
+#include <HdwLib/framework/HdwEvent.h>
+#include <HdwLib/units/KvxUnitProfile.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -81,23 +83,61 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
 
 } // namespace kvx_events
 
-// Type 1, L >= 5: time stamp only; the sub-field is the failure code.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CCriticalFailureEvent : public CEvent {
+// Base of the unit's event objects: the unit's 32-bit time stamp (first
+// four parameter bytes) widened to 64 bits; the channel id is the record's
+// sub-field in decimal.
+class HDWLIB_EXPORT CKVX_HdwKvxEvent : public CKVX_HdwEvent {
 public:
-    CCriticalFailureEvent() { this->m_EventCode = EventCriticalFailure; }
+    CKVX_HdwKvxEvent() { m_EventCode = EventNotDecoded; }
+    ~CKVX_HdwKvxEvent() override = default;
+    // Fills the object from the record's parameters; `length` is the
+    // record's L (type byte plus parameters). 0, or 11 when malformed.
+    virtual unsigned ExtractData(const uint8_t* params, unsigned length)
+    {
+        if (length < 5)
+            return 11;
+        ExtractTimeStamp(params);
+        return 0;
+    }
+    void ExtractTimeStamp(const uint8_t* params)
+    {
+        TimeStamp = uint64_t(params[0]) | uint64_t(params[1]) << 8 | uint64_t(params[2]) << 16 |
+                    uint64_t(params[3]) << 24;
+    }
+    uint64_t TimeStamp = 0;
+};
+
+// Echo of a command (type 0): L = 7, the echoed command number at 4..5.
+class HDWLIB_EXPORT CKVX_HdwKvxComEchoEvent : public CKVX_HdwKvxEvent {
+public:
+    CKVX_HdwKvxComEchoEvent() { m_EventCode = KvxEventComEcho; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length != 7)
+            return 11;
+        this->ExtractTimeStamp(params);
+        CommandNumber = uint16_t(params[4] | params[5] << 8);
+        return 0;
+    }
+    uint16_t CommandNumber = 0;
+};
+
+
+// Type 1, L >= 5: time stamp only; the sub-field is the failure code.
+class HDWLIB_EXPORT CKVX_HdwKvxCriticalFailureEvent : public CKVX_HdwKvxEvent {
+public:
+    CKVX_HdwKvxCriticalFailureEvent() { m_EventCode = KvxEventCriticalFailure; }
     // Set by the handler from the record's sub-field.
     unsigned FailureCode = 0;
 };
 
 // Type 2, L >= 8: 4..7 the received word, 8..9 a value the unit appends.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CArinc429RxEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxArinc429RxEvent : public CKVX_HdwKvxEvent {
 public:
-    CArinc429RxEvent() { this->m_EventCode = EventA429Rx; }
+    CKVX_HdwKvxArinc429RxEvent() { m_EventCode = KvxEventA429Rx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        if (const unsigned rc = kvx_events::ExtractArinc429Word(params, length, Message, this->TimeStamp))
+        if (const unsigned rc = kvx_events::ExtractArinc429Word(params, length, Message, TimeStamp))
             return rc;
         AuxValue = kvx_events::ParamLe16(params, length, 8);
         return 0;
@@ -107,13 +147,12 @@ public:
 };
 
 // Type 3, L >= 8: 4..7 the word that went out on the bus.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CArinc429TxEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxArinc429TxEvent : public CKVX_HdwKvxEvent {
 public:
-    CArinc429TxEvent() { this->m_EventCode = EventA429Tx; }
+    CKVX_HdwKvxArinc429TxEvent() { m_EventCode = KvxEventA429Tx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        return kvx_events::ExtractArinc429Word(params, length, Message, this->TimeStamp);
+        return kvx_events::ExtractArinc429Word(params, length, Message, TimeStamp);
     }
     CKVX_HdwArinc429Message Message;
 };
@@ -122,15 +161,14 @@ public:
 // waiting in ARINC 429 transmitter `sub-field`'s FIFO; kind 2: CAN channel
 // `sub-field`, bits 0-7 fault state, 8-15 frames waiting, 16-31 the two
 // error-register bytes.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CStatusEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxStatusEvent : public CKVX_HdwKvxEvent {
 public:
-    CStatusEvent() { this->m_EventCode = EventStatus; }
+    CKVX_HdwKvxStatusEvent() { m_EventCode = KvxEventStatus; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length != 10)
             return 11;
-        this->ExtractTimeStamp(params);
+        ExtractTimeStamp(params);
         Kind = params[4];
         StatusWord = kvx_events::ParamLe32(params, length, 5);
         return 0;
@@ -142,25 +180,23 @@ public:
 // Type 6: a frame the channel received (layout of the push record from
 // offset 4); refused for L = 0 and unless L >= DLC + 3 (standard) or
 // L >= DLC + 5 (extended).
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CCanRxEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxCanRxEvent : public CKVX_HdwKvxEvent {
 public:
-    CCanRxEvent() { this->m_EventCode = EventCanRx; }
+    CKVX_HdwKvxCanRxEvent() { m_EventCode = KvxEventCanRx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        return kvx_events::ExtractCanFrame(params, length, Message, this->TimeStamp);
+        return kvx_events::ExtractCanFrame(params, length, Message, TimeStamp);
     }
     CKVX_HdwCanMessage Message;
 };
 
 // Type 7: a frame the channel sent, as type 6.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CCanTxEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxCanTxEvent : public CKVX_HdwKvxEvent {
 public:
-    CCanTxEvent() { this->m_EventCode = EventCanTx; }
+    CKVX_HdwKvxCanTxEvent() { m_EventCode = KvxEventCanTx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        return kvx_events::ExtractCanFrame(params, length, Message, this->TimeStamp);
+        return kvx_events::ExtractCanFrame(params, length, Message, TimeStamp);
     }
     CKVX_HdwCanMessage Message;
 };
@@ -173,16 +209,15 @@ public:
 // bit 6 a flag; 8 bits 4..0 a field; 9.. n data words.
 // Other kinds: time stamp and kind only. Data holds the words that the
 // record carries (at most n).
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CMilStd1553Event : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxMilStd1553Event : public CKVX_HdwKvxEvent {
 public:
-    CMilStd1553Event() { this->m_EventCode = EventMilStd1553; }
+    CKVX_HdwKvxMilStd1553Event() { m_EventCode = KvxEventMilStd1553; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         using namespace kvx_events;
         if (length < 12)
             return 11;
-        this->ExtractTimeStamp(params);
+        ExtractTimeStamp(params);
         Kind = params[4];
         unsigned words = 0;
         if (Kind == 1) {
@@ -234,15 +269,14 @@ public:
 };
 
 // Type 9, L >= 6: 4 the receiver's status byte, 5.. the L - 6 bytes received.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CUartRxEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxUartRxEvent : public CKVX_HdwKvxEvent {
 public:
-    CUartRxEvent() { this->m_EventCode = EventUartRx; }
+    CKVX_HdwKvxUartRxEvent() { m_EventCode = KvxEventUartRx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length < 6)
             return 11;
-        this->ExtractTimeStamp(params);
+        ExtractTimeStamp(params);
         Status = params[4];
         Data.assign(params + 5, params + 5 + (length - 6));
         return 0;
@@ -253,15 +287,14 @@ public:
 
 // Type 10, L >= 6: 4..7 the chunk counter of the transmit record that
 // completed, 8..9 a 16-bit count.
-template <class B>
-class CKVX_HdwKvxCommandDevice<B>::CUartTxEvent : public CEvent {
+class HDWLIB_EXPORT CKVX_HdwKvxUartTxEvent : public CKVX_HdwKvxEvent {
 public:
-    CUartTxEvent() { this->m_EventCode = EventUartTx; }
+    CKVX_HdwKvxUartTxEvent() { m_EventCode = KvxEventUartTx; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length < 6)
             return 11;
-        this->ExtractTimeStamp(params);
+        ExtractTimeStamp(params);
         ChunkCounter = kvx_events::ParamLe32(params, length, 4);
         Count = kvx_events::ParamLe16(params, length, 8);
         return 0;

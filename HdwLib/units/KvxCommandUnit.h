@@ -1,0 +1,346 @@
+#pragma once
+// What every command-protocol unit driver is made of besides its link base:
+// the per-unit protocol state (CKVX_HdwKvxUnitInstance: the engine plus the
+// control records of the unit's channels), the command builders, the event
+// handlers and the tick. A driver derives from one of the two link adapters
+// (CKVX_HdwKvxUsbCommandDevice for USB-only units, CKVX_HdwKvxDualCommandDevice
+// for units also reached over Ethernet), each of which is its link base plus
+// this class; so the driver's nested names (CKVX_HdwKvxHaldenDevice::CCommand,
+// ::CArinc429RxPort, ::ProcessReception ...) come from here.
+//
+// The link and the clock come from the adapter: reception reads the link
+// once per tick and feeds the engine; the time of every deadline is read
+// once per tick (GetUnitTime) and passed down.
+//
+// Locking: everything here runs under the device lock of the instance (the
+// tick takes it; client calls that attach commands take it themselves),
+// except WaitAllCommandEchoes and the waits of Open and Close, which take and
+// release it around each look.
+
+#include <HdwLib/core/KvxList.h>
+#include <HdwLib/core/KvxString.h>
+#include <HdwLib/framework/HdwDevice.h>
+#include <HdwLib/bus/HdwArinc429Message.h>
+#include <HdwLib/bus/HdwArinc429OutLbloService.h>
+#include <HdwLib/bus/HdwArinc429RxPort.h>
+#include <HdwLib/bus/HdwArinc429TxPort.h>
+#include <HdwLib/bus/HdwCanMessage.h>
+#include <HdwLib/bus/HdwUartPort.h>
+#include <HdwLib/units/KvxChannelControl.h>
+#include <HdwLib/units/KvxEventRoutes.h>
+#include <HdwLib/units/KvxUnitEngine.h>
+#include <HdwLib/units/KvxUnitEvents.h>
+#include <HdwLib/units/KvxUnitProfile.h>
+
+#include <cstdint>
+#include <vector>
+
+class CKVX_HdwKvxUartPort;
+class CKVX_HdwKvxArinc429TxPort;
+class CKVX_HdwKvxArinc429RxPort;
+class CKVX_HdwKvxCanPort;
+class CKVX_HdwKvxMilStd1553Port;
+class CKVX_HdwKvxUartByteInBufferService;
+class CKVX_HdwKvxUartByteOutBufferService;
+class CKVX_HdwKvxArinc429InBufferService;
+class CKVX_HdwKvxArinc429OutBufferService;
+class CKVX_HdwKvxArinc429OutLbloService;
+class CKVX_HdwKvxArinc429InLbloService;
+class CKVX_HdwKvxCanInBufferService;
+class CKVX_HdwKvxCanOutBufferService;
+class CKVX_HdwKvxCanByteInBufferService;
+class CKVX_HdwKvxCanByteOutBufferService;
+class CKVX_HdwKvxSignalService;
+
+// The protocol state of one unit: the engine, the control records of its
+// channels and the routes of the frame being dispatched. The adapters'
+// CDeviceInstance classes are their link base's instance plus this.
+class HDWLIB_EXPORT CKVX_HdwKvxUnitInstance : public CKVX_HdwKvxUnitEngine {
+public:
+    CKVX_HdwKvxUnitInstance();
+    ~CKVX_HdwKvxUnitInstance() override;
+
+    // Back to a fresh session: the queues, the receive machine and every
+    // channel's control record (all channels off).
+    virtual void Reset();
+    // One control record per channel of each kind of `profile`.
+    void SizeChannels(const CKVX_HdwKvxUnitProfile& profile);
+    // The object-model instance this state belongs to (its port list, open flag).
+    virtual CKVX_HdwDevice::CDeviceInstance& GetDeviceInstanceBase() = 0;
+
+    std::vector<CKVX_HdwKvxArinc429TxCtrlStatus> AtxCtrl;
+    std::vector<CKVX_HdwKvxArinc429RxCtrlStatus> ArxCtrl;
+    std::vector<CKVX_HdwKvxCanCtrlStatus> CanCtrl;
+    std::vector<CKVX_HdwKvxUartCtrlStatus> UartCtrl;
+    std::vector<CKVX_HdwKvxMilStd1553Config> MilStd1553Ctrl;
+    // The port of each (port type, channel) while a frame's events are
+    // handed out (ProcessEventPayload).
+    CKVX_HdwEventRoutes Routes;
+};
+
+class HDWLIB_EXPORT CKVX_HdwKvxCommandUnit {
+public:
+    static constexpr uint8_t FrameStart = CKVX_HdwKvxUnitEngine::FrameStart;
+    static constexpr unsigned EventBufferSize = CKVX_HdwKvxUnitEngine::EventBufferSize;
+    static constexpr unsigned PayloadLimitUart = CKVX_HdwKvxUnitEngine::PayloadLimitUart;
+    static constexpr unsigned PayloadLimitEthernet = CKVX_HdwKvxUnitEngine::PayloadLimitEthernet;
+    static constexpr unsigned DefaultEchoTimeoutMs = 500;
+    static constexpr unsigned ProbeTimeoutMs = 200;
+
+    // The names the drivers carry.
+    using CCommand = CKVX_HdwKvxUnitEngine::CCommand;
+    using CCommandList = CKVX_HdwKvxUnitEngine::CCommandList;
+    using CEchoWaiting = CKVX_HdwKvxUnitEngine::CEchoWaiting;
+    using CCommandEchoList = CKVX_HdwKvxUnitEngine::CCommandEchoList;
+    using CEventPosList = CKVX_HdwKvxUnitEngine::CEventPosList;
+    using CByteList = CKVX_HdwKvxUnitEngine::CByteList;
+    using CUnitProfile = CKVX_HdwKvxUnitProfile;
+
+    using CEvent = CKVX_HdwKvxEvent;
+    using CComEchoEvent = CKVX_HdwKvxComEchoEvent;
+    using CCriticalFailureEvent = CKVX_HdwKvxCriticalFailureEvent;
+    using CArinc429RxEvent = CKVX_HdwKvxArinc429RxEvent;
+    using CArinc429TxEvent = CKVX_HdwKvxArinc429TxEvent;
+    using CStatusEvent = CKVX_HdwKvxStatusEvent;
+    using CCanRxEvent = CKVX_HdwKvxCanRxEvent;
+    using CCanTxEvent = CKVX_HdwKvxCanTxEvent;
+    using CMilStd1553Event = CKVX_HdwKvxMilStd1553Event;
+    using CUartRxEvent = CKVX_HdwKvxUartRxEvent;
+    using CUartTxEvent = CKVX_HdwKvxUartTxEvent;
+
+    using CArinc429TxCtrlStatus = CKVX_HdwKvxArinc429TxCtrlStatus;
+    using CArinc429RxCtrlStatus = CKVX_HdwKvxArinc429RxCtrlStatus;
+    using CCanCtrlStatus = CKVX_HdwKvxCanCtrlStatus;
+    using CUartCtrlStatus = CKVX_HdwKvxUartCtrlStatus;
+    using CMilStd1553Config = CKVX_HdwKvxMilStd1553Config;
+
+    using CUartPort = CKVX_HdwKvxUartPort;
+    using CArinc429TxPort = CKVX_HdwKvxArinc429TxPort;
+    using CArinc429RxPort = CKVX_HdwKvxArinc429RxPort;
+    using CCanPort = CKVX_HdwKvxCanPort;
+    using CMilStd1553Port = CKVX_HdwKvxMilStd1553Port;
+    using CUartByteInBufferService = CKVX_HdwKvxUartByteInBufferService;
+    using CUartByteOutBufferService = CKVX_HdwKvxUartByteOutBufferService;
+    using CArinc429InBufferService = CKVX_HdwKvxArinc429InBufferService;
+    using CArinc429OutBufferService = CKVX_HdwKvxArinc429OutBufferService;
+    using CArinc429OutLbloService = CKVX_HdwKvxArinc429OutLbloService;
+    using CArinc429InLbloService = CKVX_HdwKvxArinc429InLbloService;
+    using CCanInBufferService = CKVX_HdwKvxCanInBufferService;
+    using CCanOutBufferService = CKVX_HdwKvxCanOutBufferService;
+    using CCanByteInBufferService = CKVX_HdwKvxCanByteInBufferService;
+    using CCanByteOutBufferService = CKVX_HdwKvxCanByteOutBufferService;
+    using CSignalService = CKVX_HdwKvxSignalService;
+
+    enum t_EventType : unsigned {
+        EventComEcho = KvxEventComEcho,
+        EventCriticalFailure = KvxEventCriticalFailure,
+        EventA429Rx = KvxEventA429Rx,
+        EventA429Tx = KvxEventA429Tx,
+        EventStatus = KvxEventStatus,
+        EventCanRx = KvxEventCanRx,
+        EventCanTx = KvxEventCanTx,
+        EventMilStd1553 = KvxEventMilStd1553,
+        EventUartRx = KvxEventUartRx,
+        EventUartTx = KvxEventUartTx,
+    };
+    enum t_PortKind : unsigned {
+        PortKindUart = KvxPortKindUart,
+        PortKindArinc429Tx = KvxPortKindArinc429Tx,
+        PortKindArinc429Rx = KvxPortKindArinc429Rx,
+        PortKindCan = KvxPortKindCan,
+        PortKindNone = KvxPortKindNone,
+        PortKindMilStd1553 = KvxPortKindMilStd1553,
+    };
+    enum t_CommandKind : uint32_t {
+        CmdSession = KvxCmdSession,
+        CmdStatusRequest = KvxCmdStatusRequest,
+        CmdSramWrite = KvxCmdSramWrite,
+        CmdKeepAlive = KvxCmdKeepAlive,
+        CmdAtxCtxCtrl = KvxCmdAtxCtxCtrl,
+        CmdAtxCtxData = KvxCmdAtxCtxData,
+        CmdAtxPush = KvxCmdAtxPush,
+        CmdAtxCtxReset = KvxCmdAtxCtxReset,
+        CmdAtxConfig = KvxCmdAtxConfig,
+        CmdArxConfig = KvxCmdArxConfig,
+        CmdUartTxPush = KvxCmdUartTxPush,
+        CmdUartConfig = KvxCmdUartConfig,
+        CmdCanConfig = KvxCmdCanConfig,
+        CmdCanPush = KvxCmdCanPush,
+        Cmd1553Config = KvxCmd1553Config,
+    };
+
+    explicit CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxUnitProfile& profile);
+    virtual ~CKVX_HdwKvxCommandUnit();
+    CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxCommandUnit&) = delete;
+    CKVX_HdwKvxCommandUnit& operator=(const CKVX_HdwKvxCommandUnit&) = delete;
+
+    const CKVX_HdwKvxUnitProfile& GetUnitProfile() const { return m_Profile; }
+
+    // ---- what the adapter provides (its link base and the object model)
+    // The device this unit is (the adapter itself).
+    virtual CKVX_HdwDevice& GetUnitDevice() = 0;
+    // The protocol state of instance `instance`; null when there is none.
+    virtual CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) = 0;
+    // The byte link of an instance over whichever transport it uses.
+    virtual unsigned UnitLinkWrite(CKVX_HdwKvxUnitInstance* instance, uint8_t* data, unsigned count) = 0;
+    virtual unsigned UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes,
+                                  unsigned& bytesRead) = 0;
+    virtual bool IsEthernetInstance(CKVX_HdwKvxUnitInstance* instance) = 0;
+    // Closes an instance's link after a failed open.
+    virtual void UnitLinkAbandon(CKVX_HdwKvxUnitInstance* instance) = 0;
+    // Adds a port of a new instance to the device's descriptors.
+    virtual void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel,
+                             const CKVX_String& description) = 0;
+    // Milliseconds of the unit's deadlines (echo time-out, keep-alive),
+    // read once per tick; the system tick count unless a test steps it.
+    virtual uint64_t GetUnitTime();
+
+    // ---- virtual operations added here, in interface order
+    // Payload limit of one frame for this instance (1345 over Ethernet, 4000 otherwise).
+    virtual unsigned GetPayloadLimit(CKVX_HdwKvxUnitInstance* instance);
+    // Takes one event record of a received frame.
+    virtual unsigned ProcessEventRecord(unsigned instance, unsigned type, unsigned subField, unsigned length,
+                                        uint8_t* params);
+    // Before the link closes: what is queued goes out, then the closing
+    // session command.
+    virtual unsigned OnClosing(unsigned instance);
+
+    // CRC (the library's one 0x1021 table).
+    void BuildCrc16Table();
+    uint16_t CalcCRC16Word(uint16_t crc, uint8_t byte) const;
+    uint16_t CalcCRC16(const uint8_t* bytes, unsigned count) const;
+
+    // Command numbers 0, 1, 2 ... wrapping at 65535.
+    uint16_t GetLastCommandNum(unsigned instance);
+    uint16_t GetLastCommandNum(CKVX_HdwKvxUnitInstance* instance);
+
+    // Appends one command record (header built here) to the instance's list.
+    // 2 without an instance or for a record longer than 255 bytes.
+    unsigned AttachCommand(CKVX_HdwKvxUnitInstance* instance, uint8_t code, const uint8_t* params,
+                           unsigned paramCount);
+    unsigned AttachCommand(unsigned instance, uint8_t code, const uint8_t* params, unsigned paramCount);
+    unsigned AttachSessionCommand(unsigned instance, unsigned char close);
+    unsigned AttachSessionCommand(CKVX_HdwKvxUnitInstance* instance, unsigned char close);
+    unsigned AttachStatusRequestCommand(unsigned instance, unsigned channel, unsigned kind);
+
+    // Command builders: each appends its record(s) to the instance's command
+    // list (sent by the next ProcessCommandList). 2, attaching nothing, for a
+    // parameter the unit cannot represent, a channel it does not have or a
+    // command it does not take; the push builders attach nothing and answer 0
+    // for no items.
+    unsigned AttachKeepAliveCommand(unsigned instance);
+    unsigned AttachSramWriteCommand(unsigned instance, unsigned channel, uint32_t startAddress, const uint16_t* words,
+                                    unsigned count);
+    // Code 16: one label's transmit control (2 for a period outside 1..1024).
+    unsigned AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
+                                     const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl);
+    unsigned AttachAtxCtxDataCommand(unsigned instance, unsigned channel, const CKVX_HdwArinc429Message& message);
+    unsigned AttachAtxPushCommand(unsigned instance, unsigned channel, const CKVX_HdwArinc429Message* messages,
+                                  unsigned count);
+    unsigned AttachAtxCtxResetCommand(unsigned instance, unsigned channel);
+    // From the port's parameters and the instance's AtxCtrl[channel].
+    unsigned AttachAtxConfigCommand(unsigned instance, unsigned channel,
+                                    const CKVX_HdwArinc429TxPort::CParameters& params);
+    // From the port's parameters and a table of 256 label flags (null: all zero).
+    unsigned AttachArxConfigCommand(unsigned instance, unsigned channel,
+                                    const CKVX_HdwArinc429RxPort::CParameters& params, bool enable,
+                                    const uint8_t* labelFlags);
+    unsigned AttachUartTxPushCommand(unsigned instance, unsigned channel, const uint8_t* data, unsigned count);
+    unsigned AttachUartConfigCommand(unsigned instance, unsigned channel, const CKVX_HdwUartPort::CParameters& params);
+    // From the instance's CanCtrl[channel].
+    unsigned AttachCanConfigCommand(unsigned instance, unsigned channel);
+    unsigned AttachCanPushCommand(unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages,
+                                  unsigned count);
+    // From the instance's MilStd1553Ctrl[channel].
+    unsigned Attach1553ConfigCommand(unsigned instance, unsigned channel);
+
+    // Rate conversions (0, or 2 when the rate cannot be represented).
+    static unsigned ExtractArinc429TxBaudRateParameters(unsigned rate, unsigned char& highSpeed,
+                                                        unsigned short& highDivider, unsigned short& lowDivider);
+    static unsigned ExtractCanTimingParameters(unsigned rate, double samplePoint, unsigned char& prescalerIndex,
+                                               unsigned char& segment1, unsigned char& segment2);
+    static unsigned ExtractUartBaudRateParameters(unsigned rate, unsigned char& oversamplingIndex,
+                                                  unsigned short& divider);
+    // The ARINC 429 word of a command or event record, and back.
+    static uint32_t PackArinc429Word(const CKVX_HdwArinc429Message& message);
+    static void UnpackArinc429Word(uint32_t word, CKVX_HdwArinc429Message& message);
+
+    // Event handlers, one per event type: decode the record into its event
+    // object and offer it to the instance's open ports (ProcessEventHandlers).
+    unsigned ProcessEventCriticalFailure(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventA429Rx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventA429Tx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventStatus(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventCanRx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventCanTx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventMilStd1553(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventUartRx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+
+    // Sends the next frame of queued commands when none is in flight.
+    unsigned ProcessCommandList(unsigned instance);
+    unsigned ProcessCommandList(CKVX_HdwKvxUnitInstance* instance);
+    // Reads what waits on the link and dispatches every complete frame.
+    unsigned ProcessReception(unsigned instance);
+    unsigned ProcessEventPayload(unsigned instance);
+    unsigned ProcessEventComEcho(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned WaitAllCommandEchoes(unsigned instance, unsigned timeoutMs);
+    unsigned ProcessUartEchoReception(CKVX_HdwKvxUnitInstance* instance);
+
+    // ---- the adapters' overrides of the link base, written once
+    // The rest of Open once the link base has opened the link: a fresh
+    // session (close, then open), its echoes awaited; 14, with the link
+    // closed again, when the unit does not answer.
+    unsigned OpenSession(unsigned instance);
+    unsigned UnitTickStart(unsigned instance);
+    unsigned UnitTickEnd(unsigned instance);
+    // The serial probe on a temporary instance whose link is set; the
+    // adapter opens and closes the link around it.
+    unsigned ProbeUnit(CKVX_HdwKvxUnitInstance* tmp);
+
+    // ---- what the drivers share
+    unsigned ProfileChannelCount(unsigned kind) const { return m_Profile.ChannelCount(kind); }
+    // The port class of `kind`; null for kinds without one.
+    CKVX_HdwPort* CreateProfilePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
+    // One port per channel, in channel-map order, made by the driver's
+    // virtual CreatePort and named by its channel number within its kind.
+    unsigned CreateProfilePorts(unsigned instance);
+    // The driver's CreatePort (the Halden's is virtual in its own class);
+    // base: CreateProfilePort.
+    virtual CKVX_HdwPort* CreateUnitPort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
+                                         const CKVX_String& name);
+    // The unit's number on its bus from the hardware identifier strings:
+    // with exactly two strings, the last two characters of the second
+    // (upper-cased, blanks trimmed) as a decimal number; 0 otherwise.
+    static unsigned HardwareIdNumber(const CKVX_List<CKVX_String>& ids);
+
+    unsigned GetEchoTimeout() const { return m_EchoTimeout; }
+    void SetEchoTimeout(unsigned ms) { m_EchoTimeout = ms; }
+    unsigned GetSessionWatchdog() const { return m_SessionWatchdog; }
+    void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog = ms; }
+
+protected:
+    // Feeds a run of received bytes and dispatches every frame that passes
+    // its CRC: 0, or 14 on an overflow or a failed event handler; then the
+    // bytes after the failed frame wait in the instance's unread input.
+    unsigned ReceiveBytes(unsigned instance, CKVX_HdwKvxUnitInstance* inst, const uint8_t* data, unsigned count);
+    // Reads what waits on the serial link into the receive machine and calls
+    // onFrame(crc ok) for each complete frame; a result >= 0 of it ends the
+    // reading with that value. 22 when the bytes ran out, 14 on a link failure.
+    template <class TOnFrame>
+    unsigned ReadProbeFrames(CKVX_HdwKvxUnitInstance* inst, TOnFrame&& onFrame);
+    unsigned ProbeByStatusShape(CKVX_HdwKvxUnitInstance* tmp);
+    // The common steps of the event handlers: channel text, ExtractData, then
+    // ProcessEventHandlers for the ports of `portType` on that channel.
+    template <class TEvent>
+    unsigned DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField, unsigned length,
+                               uint8_t* params, TEvent& event);
+    unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwEvent* event);
+
+    uint16_t m_Crc16Table[256] = {};
+    unsigned m_EchoTimeout = DefaultEchoTimeoutMs;
+    unsigned m_SessionWatchdog = 0;
+    // 2-bit link selector written into the session command.
+    unsigned m_LinkSelector = 0;
+    CKVX_HdwKvxUnitProfile m_Profile;
+};
