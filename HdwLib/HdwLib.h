@@ -55,11 +55,13 @@
 #include <HdwLib/links/Uart.h>
 
 #include <HdwLib/units/KvxEventRoutes.h>
-#include <HdwLib/units/KvxCommandDevice.h>
-#include <HdwLib/units/KvxCommandEvents.h>
-#include <HdwLib/units/KvxCommandPorts.h>
-#include <HdwLib/units/KvxByteAndMilPorts.h>
-#include <HdwLib/units/KvxLabelServices.h>
+#include <HdwLib/units/KvxUnitEngine.h>
+#include <HdwLib/units/KvxUnitProfile.h>
+#include <HdwLib/units/KvxUnitEvents.h>
+#include <HdwLib/units/KvxChannelControl.h>
+#include <HdwLib/units/KvxCommandUnit.h>
+#include <HdwLib/units/KvxCommandDevices.h>
+#include <HdwLib/units/KvxUnitPorts.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
 #include <HdwLib/units/HdwKvxHaldenDevice.h>

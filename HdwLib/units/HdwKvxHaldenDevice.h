@@ -12,26 +12,12 @@
 // 4, 2 CArinc429RxPort 4, 3 CCanPort 2, 4 none, 5 CMilStd1553Port 2. Each
 // channel's id is its number within its kind, in decimal.
 
-#include <HdwLib/core/KvxList.h>
-#include <HdwLib/core/KvxString.h>
-#include <HdwLib/links/HdwHoeFtdiUartBridgedDevice.h>
-#include <HdwLib/units/KvxCommandDevice.h>
+#include <HdwLib/units/KvxCommandDevices.h>
+#include <HdwLib/units/KvxUnitPorts.h>
 
-class HDWLIB_EXPORT CKVX_HdwKvxHaldenDevice : public CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice> {
+class HDWLIB_EXPORT CKVX_HdwKvxHaldenDevice : public CKVX_HdwKvxDualCommandDevice {
 public:
-    using CUnitBase = CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>;
-
-    // Port kinds of the channel map.
-    enum t_PortKind : unsigned {
-        PortKindUart = 0,
-        PortKindArinc429Tx = 1,
-        PortKindArinc429Rx = 2,
-        PortKindCan = 3,
-        PortKindNone = 4,
-        PortKindMilStd1553 = 5,
-    };
-
-    class HDWLIB_EXPORT CDeviceInstance : public CUnitBase::CDeviceInstance {
+    class HDWLIB_EXPORT CDeviceInstance : public CKVX_HdwKvxDualCommandDevice::CDeviceInstance {
     public:
         CDeviceInstance();
         ~CDeviceInstance() override;
@@ -45,18 +31,4 @@ public:
     ~CKVX_HdwKvxHaldenDevice() override;
 
     CDeviceInstance* CreateDeviceInstance() override;
-    // One port per channel, in channel-map order.
-    unsigned CreateInstancePorts(unsigned instance) override;
-
-    // Virtual operations added by this class, in interface order.
-    // The port class of `kind` for channel id `name` of instance `index`;
-    // null for kind 4 and kinds above 5.
-    virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
-    // The unit's number on its bus from the hardware identifier strings: with
-    // exactly two strings, the last two characters of the second (upper-cased,
-    // blanks trimmed) as a decimal number; 0 otherwise.
-    virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
-
-    // Channels of `kind` on this unit.
-    unsigned GetChannelCount(unsigned kind) const;
 };

@@ -15,28 +15,11 @@
 //     CKVX_HdwManager::CInitPortDesc link(8, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 
-#include <HdwLib/core/KvxList.h>
-#include <HdwLib/core/KvxString.h>
-#include <HdwLib/units/KvxCommandDevice.h>
+#include <HdwLib/units/KvxCommandDevices.h>
+#include <HdwLib/units/KvxUnitPorts.h>
 
-class HDWLIB_EXPORT CKVX_HdwKvxHaldenSmallDevice : public CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice> {
+class HDWLIB_EXPORT CKVX_HdwKvxHaldenSmallDevice : public CKVX_HdwKvxUsbCommandDevice {
 public:
-    using CUnitBase = CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>;
-
     CKVX_HdwKvxHaldenSmallDevice();
     ~CKVX_HdwKvxHaldenSmallDevice() override;
-
-    // One port per channel, in channel-map order.
-    unsigned CreateInstancePorts(unsigned instance) override;
-
-    // Virtual operations added by this class, in interface order.
-    // The port class of `kind` for channel id `name` of instance `index`;
-    // null for the kinds this unit lacks.
-    virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
-    // The unit's number on its bus from the hardware identifier strings (as
-    // for every command-protocol unit).
-    virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
-
-    // Channels of port kind `kind` on this unit.
-    unsigned GetChannelCount(unsigned kind) const;
 };

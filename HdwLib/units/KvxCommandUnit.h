@@ -302,13 +302,17 @@ public:
     unsigned ProfileChannelCount(unsigned kind) const { return m_Profile.ChannelCount(kind); }
     // The port class of `kind`; null for kinds without one.
     CKVX_HdwPort* CreateProfilePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
-    // One port per channel, in channel-map order, made by the driver's
-    // virtual CreatePort and named by its channel number within its kind.
+    // One port per channel, in channel-map order, made by CreatePort and
+    // named by its channel number within its kind.
     unsigned CreateProfilePorts(unsigned instance);
-    // The driver's CreatePort (the Halden's is virtual in its own class);
-    // base: CreateProfilePort.
-    virtual CKVX_HdwPort* CreateUnitPort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
-                                         const CKVX_String& name);
+    // The port class of `kind` for channel id `name` of instance `index`;
+    // null for kind 4, kinds above 5 and the kinds the unit lacks.
+    virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
+    // The unit's number on its bus from the hardware identifier strings
+    // (HardwareIdNumber).
+    virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
+    // Channels of port kind `kind` on this unit.
+    unsigned GetChannelCount(unsigned kind) const { return m_Profile.ChannelCount(kind); }
     // The unit's number on its bus from the hardware identifier strings:
     // with exactly two strings, the last two characters of the second
     // (upper-cased, blanks trimmed) as a decimal number; 0 otherwise.
@@ -320,6 +324,8 @@ public:
     void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog = ms; }
 
 protected:
+    // Builds the next frame and writes it, stamping its echoes `nowMs`.
+    unsigned SendNextFrame(CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
     // Feeds a run of received bytes and dispatches every frame that passes
     // its CRC: 0, or 14 on an overflow or a failed event handler; then the
     // bytes after the failed frame wait in the instance's unread input.

@@ -1,5 +1,6 @@
-// Included once, by KvxCommandDevice.cpp, before the explicit instantiations.
-//
+#include <HdwLib/units/KvxCommandUnit.h>
+
+#include <cstring>
 // The command builders of the command-protocol units and the conversions of
 // bit rates into the units' divider settings. Every builder checks first
 // (instance, command taken by the unit, channel, parameters) and only then
@@ -47,35 +48,31 @@ constexpr unsigned kSramWordsPerRecord = 100;
 
 // The instance when the unit takes that command on that channel, else null
 // (the builders then answer 2).
-template <class B>
-static typename CKVX_HdwKvxCommandDevice<B>::CDeviceInstance* KvxCommandTarget(CKVX_HdwKvxCommandDevice<B>* device,
+static CKVX_HdwKvxUnitInstance* KvxCommandTarget(CKVX_HdwKvxCommandUnit* device,
                                                                                unsigned instance, uint32_t kind,
                                                                                unsigned channel, unsigned channels)
 {
     if (!(device->GetUnitProfile().Commands & kind) || channel >= channels)
         return nullptr;
-    return device->GetProtocolInstance(instance);
+    return device->GetUnitInstance(instance);
 }
 
 // ---- ARINC 429 word -----------------------------------------------------------
 
-template <class B>
-uint32_t CKVX_HdwKvxCommandDevice<B>::PackArinc429Word(const CKVX_HdwArinc429Message& m)
+uint32_t CKVX_HdwKvxCommandUnit::PackArinc429Word(const CKVX_HdwArinc429Message& m)
 {
     return uint32_t(m.Label) | (uint32_t(m.Sdi & 3u) << 8) | ((m.Data & 0x7FFFFu) << 10) | (uint32_t(m.Ssm & 3u) << 29) |
            (m.Parity ? 0x80000000u : 0u);
 }
 
-template <class B>
-void CKVX_HdwKvxCommandDevice<B>::UnpackArinc429Word(uint32_t word, CKVX_HdwArinc429Message& message)
+void CKVX_HdwKvxCommandUnit::UnpackArinc429Word(uint32_t word, CKVX_HdwArinc429Message& message)
 {
     message.SetFromUint32(word);
 }
 
 // ---- rate conversions ---------------------------------------------------------
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ExtractArinc429TxBaudRateParameters(unsigned rate, unsigned char& highSpeed,
+unsigned CKVX_HdwKvxCommandUnit::ExtractArinc429TxBaudRateParameters(unsigned rate, unsigned char& highSpeed,
                                                                          unsigned short& highDivider,
                                                                          unsigned short& lowDivider)
 {
@@ -83,18 +80,17 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ExtractArinc429TxBaudRateParameters(unsign
     // 60 MHz unit clock, two half-bits per bit; rate 0 gives infinity.
     const double d = 60000000.0 / double(rate) / 2.0 - 1.0;
     if (!(d <= 4095.0) || d < 149.0)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     highDivider = lowDivider = (unsigned short)(d);
     return 0;
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ExtractCanTimingParameters(unsigned rate, double samplePoint,
+unsigned CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(unsigned rate, double samplePoint,
                                                                 unsigned char& prescalerIndex, unsigned char& segment1,
                                                                 unsigned char& segment2)
 {
     if (rate == 0)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const double clock = 60000000.0;
     bool found = false;
     unsigned best = 0;
@@ -114,7 +110,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ExtractCanTimingParameters(unsigned rate, 
         }
     }
     if (!found)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const unsigned n = unsigned(clock / (2.0 * best + 2.0) / rate);
     const double rounded = n * samplePoint + 0.5;
     // Clamped to 7..15; the comparisons come before the conversion so that any
@@ -131,14 +127,13 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ExtractCanTimingParameters(unsigned rate, 
     return 0;
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ExtractUartBaudRateParameters(unsigned rate, unsigned char& oversamplingIndex,
+unsigned CKVX_HdwKvxCommandUnit::ExtractUartBaudRateParameters(unsigned rate, unsigned char& oversamplingIndex,
                                                                    unsigned short& divider)
 {
     static constexpr double kClock = 36864000.0;
     static constexpr unsigned kFactor[4] = {10, 12, 16, 20};
     if (rate == 0)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     double bestError = 100000000.0;
     bool found = false;
     unsigned bestIndex = 0, bestDivider = 1;
@@ -165,7 +160,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ExtractUartBaudRateParameters(unsigned rat
     }
     // No usable index at all (rates beyond the clock): nothing to output.
     if (!found)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     oversamplingIndex = (unsigned char)bestIndex;
     divider = (unsigned short)(bestDivider - 1);
     return bestError / rate < 0.1 ? 0u : 2u;
@@ -174,12 +169,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ExtractUartBaudRateParameters(unsigned rat
 // ---- builders -----------------------------------------------------------------
 
 // Code 4, 5 bytes: byte 4 = 0.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachKeepAliveCommand(unsigned instance)
+unsigned CKVX_HdwKvxCommandUnit::AttachKeepAliveCommand(unsigned instance)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdKeepAlive, 0, 1);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdKeepAlive, 0, 1);
     if (!inst)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const uint8_t p[1] = {0};
     return AttachCommand(inst, 4, p, 1);
 }
@@ -187,14 +181,13 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachKeepAliveCommand(unsigned instance)
 // Code 4, one record per 100 words or fewer: 4..7 word address of the
 // record's first word, then the words. The address belongs to the unit's
 // memory as a whole; the channel is only checked.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachSramWriteCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachSramWriteCommand(unsigned instance, unsigned channel,
                                                              uint32_t startAddress, const uint16_t* words,
                                                              unsigned count)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdSramWrite, channel, m_Profile.MilStd1553Channels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdSramWrite, channel, m_Profile.MilStd1553Channels);
     if (!inst || (count && !words))
-        return 2;
+        return HDW_ERR_ARGUMENT;
     uint8_t p[4 + 2 * kvx_commands::kSramWordsPerRecord];
     uint32_t address = startAddress;
     for (unsigned done = 0; done < count;) {
@@ -213,13 +206,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachSramWriteCommand(unsigned instance, 
 // Code 16, 14 bytes: 4 channel, 5 label, 6..9 control word (bits 0..9
 // period - 1, bit 10 enabled, bit 11 transmit once), 10..11 offset,
 // 12..13 repeat count.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
                                                               const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxCtrl, channel, m_Profile.AtxChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxCtrl, channel, m_Profile.AtxChannels);
     if (!inst || !ctrl.IsValid())
-        return 2;
+        return HDW_ERR_ARGUMENT;
     uint8_t p[10];
     p[0] = uint8_t(channel);
     p[1] = ctrl.Label;
@@ -230,13 +222,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxCtrlCommand(unsigned instance,
 }
 
 // Code 17, 10 bytes: 4 channel, 5 label, 6..9 the word.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxDataCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxDataCommand(unsigned instance, unsigned channel,
                                                               const CKVX_HdwArinc429Message& message)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxData, channel, m_Profile.AtxChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxData, channel, m_Profile.AtxChannels);
     if (!inst)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     uint8_t p[6];
     p[0] = uint8_t(channel);
     p[1] = message.Label;
@@ -245,13 +236,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxDataCommand(unsigned instance,
 }
 
 // Code 17, one 10-byte record per word, laid out as the label data.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxPushCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxPushCommand(unsigned instance, unsigned channel,
                                                            const CKVX_HdwArinc429Message* messages, unsigned count)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdAtxPush, channel, m_Profile.AtxChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxPush, channel, m_Profile.AtxChannels);
     if (!inst || (count && !messages))
-        return 2;
+        return HDW_ERR_ARGUMENT;
     uint8_t p[6];
     p[0] = uint8_t(channel);
     for (unsigned i = 0; i < count; ++i) {
@@ -264,12 +254,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxPushCommand(unsigned instance, un
 }
 
 // Code 18, 5 bytes: 4 channel.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxResetCommand(unsigned instance, unsigned channel)
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxResetCommand(unsigned instance, unsigned channel)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxReset, channel, m_Profile.AtxChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxReset, channel, m_Profile.AtxChannels);
     if (!inst)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const uint8_t p[1] = {uint8_t(channel)};
     return AttachCommand(inst, 18, p, 1);
 }
@@ -282,17 +271,16 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxCtxResetCommand(unsigned instance
 //   8   high half-bit divider, 12 bits; 10 low half-bit divider, 12 bits
 //   12  AtxCtrl.Settings12[0..2]
 //   15  bit 0 AtxCtrl.Option15
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxConfigCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxConfigCommand(unsigned instance, unsigned channel,
                                                              const CKVX_HdwArinc429TxPort::CParameters& params)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdAtxConfig, channel, m_Profile.AtxChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxConfig, channel, m_Profile.AtxChannels);
     if (!inst || channel >= inst->AtxCtrl.size() || params.WordIntergap == 0)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     unsigned char highSpeed = 0;
     unsigned short high = 0, low = 0;
     if (ExtractArinc429TxBaudRateParameters(params.BaudRate, highSpeed, high, low) != 0)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const CArinc429TxCtrlStatus& c = inst->AtxCtrl[channel];
     uint8_t p[12] = {};
     p[0] = uint8_t((c.Enabled ? 0x01 : 0) | (c.Option1 ? 0x02 : 0) | (highSpeed ? 0x04 : 0) |
@@ -312,14 +300,13 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachAtxConfigCommand(unsigned instance, 
 //   4   flags: bit 0 enable, bit 1 parity mode 1, bit 2 parity mode not 2,
 //       bit 4 rate not 100,000, bit 5 enable again
 //   5   32 bytes of label flags, bit b of byte 5 + k for label 8k + b
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachArxConfigCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachArxConfigCommand(unsigned instance, unsigned channel,
                                                              const CKVX_HdwArinc429RxPort::CParameters& params,
                                                              bool enable, const uint8_t* labelFlags)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdArxConfig, channel, m_Profile.ArxChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdArxConfig, channel, m_Profile.ArxChannels);
     if (!inst)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     uint8_t p[33] = {};
     p[0] = uint8_t((enable ? 0x21 : 0) | (params.Parity == 1 ? 0x02 : 0) | (params.Parity != 2 ? 0x04 : 0) |
                    (params.BaudRate != 100000 ? 0x10 : 0));
@@ -332,13 +319,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachArxConfigCommand(unsigned instance, 
 
 // Code 33, one record per chunk of up to 240 bytes: 4 channel, 5..8 the
 // channel's chunk counter (incremented before each record), 9.. the bytes.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachUartTxPushCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachUartTxPushCommand(unsigned instance, unsigned channel,
                                                               const uint8_t* data, unsigned count)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdUartTxPush, channel, m_Profile.UartChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdUartTxPush, channel, m_Profile.UartChannels);
     if (!inst || channel >= inst->UartCtrl.size() || (count && !data))
-        return 2;
+        return HDW_ERR_ARGUMENT;
     CUartCtrlStatus& c = inst->UartCtrl[channel];
     uint8_t p[5 + kvx_commands::kUartChunk];
     p[0] = uint8_t(channel);
@@ -358,25 +344,24 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachUartTxPushCommand(unsigned instance,
 //   4   flags: bit 0 UartCtrl.Enabled; parity 1 bits 1 and 2, parity 2 bit 2;
 //       two stop bits bit 3; bit 5 UartCtrl.Option5; bit 6 DataBits == 3
 //   5   oversampling index; 6 divider minus 1, 16 bits; 8 UartCtrl.Setting8
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachUartConfigCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachUartConfigCommand(unsigned instance, unsigned channel,
                                                               const CKVX_HdwUartPort::CParameters& params)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdUartConfig, channel, m_Profile.UartChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdUartConfig, channel, m_Profile.UartChannels);
     if (!inst || channel >= inst->UartCtrl.size())
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const CUartCtrlStatus& c = inst->UartCtrl[channel];
     uint8_t flags = c.Enabled ? 0x01 : 0;
     switch (params.Parity) {
     case 0: break;
     case 1: flags |= 0x06; break;
     case 2: flags |= 0x04; break;
-    default: return 2;
+    default: return HDW_ERR_ARGUMENT;
     }
     switch (params.StopBits) {
     case 0: break;
     case 2: flags |= 0x08; break;
-    default: return 2;
+    default: return HDW_ERR_ARGUMENT;
     }
     if (c.Option5)
         flags |= 0x20;
@@ -385,7 +370,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachUartConfigCommand(unsigned instance,
     unsigned char index = 0;
     unsigned short divider = 0;
     if (ExtractUartBaudRateParameters(params.BaudRate, index, divider) != 0)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     uint8_t p[5];
     p[0] = flags;
     p[1] = index;
@@ -397,12 +382,11 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachUartConfigCommand(unsigned instance,
 // Code CanConfigBase + channel, 22 bytes: 4 CanCtrl.Enabled, 5 ModeFlagA,
 // 6 ModeFlagB, 7..10 FilterA, 11..18 FilterB, 19 PrescalerIndex,
 // 20 Segment1, 21 Segment2 (the record's fields in order, one per byte).
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachCanConfigCommand(unsigned instance, unsigned channel)
+unsigned CKVX_HdwKvxCommandUnit::AttachCanConfigCommand(unsigned instance, unsigned channel)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdCanConfig, channel, m_Profile.CanChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdCanConfig, channel, m_Profile.CanChannels);
     if (!inst || channel >= inst->CanCtrl.size())
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const CCanCtrlStatus& c = inst->CanCtrl[channel];
     uint8_t p[18];
     p[0] = c.Enabled;
@@ -419,13 +403,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachCanConfigCommand(unsigned instance, 
 // Code CanPushBase + channel, 17 bytes per frame: 4 DLC (bits 3..0), remote
 // (bit 6), extended (bit 7); standard: 5..6 identifier, 7..14 data, 15..16
 // zero; extended: 5..8 identifier, 9..16 data.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::AttachCanPushCommand(unsigned instance, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::AttachCanPushCommand(unsigned instance, unsigned channel,
                                                            const CKVX_HdwCanMessage* messages, unsigned count)
 {
-    CDeviceInstance* inst = KvxCommandTarget(this, instance, CmdCanPush, channel, m_Profile.CanChannels);
+    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdCanPush, channel, m_Profile.CanChannels);
     if (!inst || (count && !messages))
-        return 2;
+        return HDW_ERR_ARGUMENT;
     for (unsigned i = 0; i < count; ++i) {
         uint8_t p[13] = {};
         kvx_commands::PutCanFrame(p, messages[i]);
@@ -436,13 +419,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::AttachCanPushCommand(unsigned instance, un
 }
 
 // Code MilStd1553ConfigBase + channel, 13 bytes: 4..12 MilStd1553Ctrl.Bytes.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::Attach1553ConfigCommand(unsigned instance, unsigned channel)
+unsigned CKVX_HdwKvxCommandUnit::Attach1553ConfigCommand(unsigned instance, unsigned channel)
 {
-    CDeviceInstance* inst =
+    CKVX_HdwKvxUnitInstance* inst =
         KvxCommandTarget(this, instance, Cmd1553Config, channel, m_Profile.MilStd1553Channels);
     if (!inst || channel >= inst->MilStd1553Ctrl.size())
-        return 2;
+        return HDW_ERR_ARGUMENT;
     const CMilStd1553Config& c = inst->MilStd1553Ctrl[channel];
     return AttachCommand(inst, uint8_t(m_Profile.MilStd1553ConfigBase + channel), c.Bytes, sizeof c.Bytes);
 }

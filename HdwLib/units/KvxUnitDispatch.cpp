@@ -1,5 +1,3 @@
-// Included once, by KvxCommandDevice.cpp, before the explicit instantiations.
-//
 // The event handlers of the command-protocol units: each decodes its record
 // into the event object of its type, names the channel (the sub-field in
 // decimal) and offers the event to the open ports of the instance that it
@@ -8,6 +6,9 @@
 // The fixed-size events live on the stack: the receive path of the ARINC 429
 // and CAN channels allocates nothing per event. Variable parts (UART bytes,
 // 1553 words) are held by the event and freed with it.
+
+#include <HdwLib/units/KvxCommandUnit.h>
+#include <HdwLib/units/KvxUnitPorts.h>
 
 namespace kvx_events {
 
@@ -33,9 +34,8 @@ constexpr unsigned kA429TxBankOffset = 8;
 
 // Steps shared by the handlers: name the channel (`subField` here is the
 // whole channel number), decode, dispatch to the ports of `portType` on it.
-template <class B>
 template <class TEvent>
-unsigned CKVX_HdwKvxCommandDevice<B>::DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField,
+unsigned CKVX_HdwKvxCommandUnit::DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField,
                                                         unsigned length, uint8_t* params, TEvent& event)
 {
     event.SetChannelId(kvx_events::ChannelText(subField));
@@ -44,41 +44,35 @@ unsigned CKVX_HdwKvxCommandDevice<B>::DecodeAndDispatch(unsigned instance, unsig
     return DispatchEvent(instance, portType, subField, &event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::DispatchEvent(unsigned instance, unsigned portType, unsigned channel,
+unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(unsigned instance, unsigned portType, unsigned channel,
                                                     CKVX_HdwEvent* event)
 {
     CKVX_HdwPort* port = nullptr;
-    if (CDeviceInstance* inst = GetProtocolInstance(instance))
-        if (inst->Routes.Find(inst->GetPortList(), portType, channel, port))
+    if (CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance))
+        if (inst->Routes.Find(inst->GetDeviceInstanceBase().GetPortList(), portType, channel, port))
             return port ? port->ProcessEvent(event) : 0;
-    return this->ProcessEventHandlers(instance, portType, event);
+    return GetUnitDevice().ProcessEventHandlers(instance, portType, event);
 }
 
-// An echo removes its command from the head of the echo list; an echo of
-// any other command fails the reception (the unit answers in order).
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventComEcho(unsigned instance, unsigned /*subField*/,
-                                                          unsigned length, uint8_t* params)
+// An echo removes its command from the head of the echo list. An echo of
+// any other command fails the reception (the unit answers in order), unless
+// it is the late echo of an earlier session, which is dropped.
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(unsigned instance, unsigned /*subField*/, unsigned length,
+                                                     uint8_t* params)
 {
-    CDeviceInstance* inst = GetProtocolInstance(instance);
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
-        return 14;
+        return HDW_ERR_LINK;
     // Consumed here, offered to no port: it needs no channel text.
     CComEchoEvent echo;
     if (const unsigned rc = echo.ExtractData(params, length))
         return rc;
-    CEchoWaiting* oldest = inst->EchoList.GetFirst();
-    if (!oldest || oldest->Number != echo.CommandNumber)
-        return 14;
-    inst->EchoList.PopFront();
-    return 0;
+    return inst->TakeEcho(echo.CommandNumber) == CKVX_HdwKvxUnitEngine::EEcho::OutOfOrder ? HDW_ERR_LINK : 0;
 }
 
 // A critical failure concerns the whole unit: every open port hears it, so
 // that each can set its services to failed.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventCriticalFailure(unsigned instance, unsigned subField,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventCriticalFailure(unsigned instance, unsigned subField,
                                                                   unsigned length, uint8_t* params)
 {
     CCriticalFailureEvent event;
@@ -86,11 +80,10 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventCriticalFailure(unsigned insta
     event.FailureCode = subField;
     if (const unsigned rc = event.ExtractData(params, length))
         return rc;
-    return this->ProcessEventHandlers(instance, &event);
+    return GetUnitDevice().ProcessEventHandlers(instance, &event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventA429Rx(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Rx(unsigned instance, unsigned subField, unsigned length,
                                                          uint8_t* params)
 {
     CArinc429RxEvent event;
@@ -99,8 +92,7 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventA429Rx(unsigned instance, unsi
     return DecodeAndDispatch(instance, HDW_PORT_ARINC429_RX, subField, length, params, event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventA429Tx(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Tx(unsigned instance, unsigned subField, unsigned length,
                                                          uint8_t* params)
 {
     CArinc429TxEvent event;
@@ -112,13 +104,12 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventA429Tx(unsigned instance, unsi
 // Kind 1 goes to the ARINC 429 transmitter of the channel, kind 2 to the CAN
 // channel; both first update that channel's status record. Other kinds are
 // accepted and reach no port.
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventStatus(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventStatus(unsigned instance, unsigned subField, unsigned length,
                                                          uint8_t* params)
 {
-    CDeviceInstance* inst = GetProtocolInstance(instance);
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
-        return 14;
+        return HDW_ERR_LINK;
     CStatusEvent event;
     event.SetChannelId(kvx_events::ChannelText(subField));
     if (const unsigned rc = event.ExtractData(params, length))
@@ -141,40 +132,35 @@ unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventStatus(unsigned instance, unsi
     return 0;
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventCanRx(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventCanRx(unsigned instance, unsigned subField, unsigned length,
                                                         uint8_t* params)
 {
     CCanRxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_CAN, subField, length, params, event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventCanTx(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventCanTx(unsigned instance, unsigned subField, unsigned length,
                                                         uint8_t* params)
 {
     CCanTxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_CAN, subField, length, params, event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventMilStd1553(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventMilStd1553(unsigned instance, unsigned subField, unsigned length,
                                                              uint8_t* params)
 {
     CMilStd1553Event event;
     return DecodeAndDispatch(instance, HDW_PORT_MILSTD1553, subField, length, params, event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventUartRx(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartRx(unsigned instance, unsigned subField, unsigned length,
                                                          uint8_t* params)
 {
     CUartRxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_UART, subField, length, params, event);
 }
 
-template <class B>
-unsigned CKVX_HdwKvxCommandDevice<B>::ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length,
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length,
                                                          uint8_t* params)
 {
     CUartTxEvent event;

@@ -1,0 +1,590 @@
+// The unit protocol of the command-protocol drivers around the engine: the
+// tick's reception and sending, opening and closing a session, the probe.
+#include <HdwLib/units/KvxCommandUnit.h>
+#include <HdwLib/units/KvxUnitPorts.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
+
+#include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/framework/HdwTimer.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <string>
+
+namespace {
+// Bytes taken from the link per read while receiving.
+constexpr unsigned kReadChunk = 4096;
+// A unit that answers the probe with every expected kind settles this long
+// (no further frame) before it is taken.
+constexpr unsigned kProbeSettleMs = 20;
+// Attempts of a session start within the echo time-out: a frame lost to the
+// noise of an earlier exchange costs one attempt, not the Open.
+constexpr unsigned kSessionAttempts = 4;
+
+// Waits on the caller's thread until `done` (called without any lock held)
+// answers true or `timeoutMs` has passed: the one place the unit code sleeps.
+template <class F>
+bool WaitUntil(unsigned timeoutMs, F&& done)
+{
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    for (;;) {
+        if (done())
+            return true;
+        if (CKVX_HdwTimer::GetElapsedTicks(start) >= timeoutMs)
+            return done();
+        CKVX_HdwTimer::MsSleep(1);
+    }
+}
+} // namespace
+
+// ---- the instance -----------------------------------------------------------
+
+CKVX_HdwKvxUnitInstance::CKVX_HdwKvxUnitInstance() = default;
+CKVX_HdwKvxUnitInstance::~CKVX_HdwKvxUnitInstance() = default;
+
+void CKVX_HdwKvxUnitInstance::Reset()
+{
+    ResetRxState();
+    ResetQueues();
+    for (auto& c : AtxCtrl)
+        c = CKVX_HdwKvxArinc429TxCtrlStatus();
+    for (auto& c : ArxCtrl)
+        c = CKVX_HdwKvxArinc429RxCtrlStatus();
+    for (auto& c : CanCtrl)
+        c = CKVX_HdwKvxCanCtrlStatus();
+    for (auto& c : UartCtrl)
+        c = CKVX_HdwKvxUartCtrlStatus();
+    for (auto& c : MilStd1553Ctrl)
+        c = CKVX_HdwKvxMilStd1553Config();
+}
+
+void CKVX_HdwKvxUnitInstance::SizeChannels(const CKVX_HdwKvxUnitProfile& profile)
+{
+    AtxCtrl.resize(profile.AtxChannels);
+    ArxCtrl.resize(profile.ArxChannels);
+    CanCtrl.resize(profile.CanChannels);
+    UartCtrl.resize(profile.UartChannels);
+    MilStd1553Ctrl.resize(profile.MilStd1553Channels);
+}
+
+// ---- the unit ---------------------------------------------------------------
+
+CKVX_HdwKvxCommandUnit::CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxUnitProfile& profile)
+    : m_EchoTimeout(profile.EchoTimeoutMs), m_Profile(profile)
+{
+    BuildCrc16Table();
+}
+
+CKVX_HdwKvxCommandUnit::~CKVX_HdwKvxCommandUnit() = default;
+
+void CKVX_HdwKvxCommandUnit::BuildCrc16Table()
+{
+    std::memcpy(m_Crc16Table, CKVX_HdwKvxUnitEngine::Crc16Table(), sizeof m_Crc16Table);
+}
+
+uint16_t CKVX_HdwKvxCommandUnit::CalcCRC16Word(uint16_t crc, uint8_t byte) const
+{
+    return uint16_t(m_Crc16Table[((crc >> 8) ^ byte) & 0xFF] ^ uint16_t(crc << 8));
+}
+
+uint16_t CKVX_HdwKvxCommandUnit::CalcCRC16(const uint8_t* bytes, unsigned count) const
+{
+    return CKVX_HdwKvxUnitEngine::Crc16(bytes, count);
+}
+
+uint64_t CKVX_HdwKvxCommandUnit::GetUnitTime()
+{
+    return CKVX_HdwTimer::GetTickCount();
+}
+
+unsigned CKVX_HdwKvxCommandUnit::GetPayloadLimit(CKVX_HdwKvxUnitInstance* instance)
+{
+    return IsEthernetInstance(instance) ? m_Profile.EthernetPayloadLimit : PayloadLimitUart;
+}
+
+// ---- commands ---------------------------------------------------------------
+
+uint16_t CKVX_HdwKvxCommandUnit::GetLastCommandNum(CKVX_HdwKvxUnitInstance* instance)
+{
+    return instance ? instance->GetLastCommandNum() : 0;
+}
+
+uint16_t CKVX_HdwKvxCommandUnit::GetLastCommandNum(unsigned instance)
+{
+    return GetLastCommandNum(GetUnitInstance(instance));
+}
+
+unsigned CKVX_HdwKvxCommandUnit::AttachCommand(CKVX_HdwKvxUnitInstance* instance, uint8_t code, const uint8_t* params,
+                                               unsigned paramCount)
+{
+    return instance ? instance->AttachCommand(code, params, paramCount) : unsigned(HDW_ERR_ARGUMENT);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::AttachCommand(unsigned instance, uint8_t code, const uint8_t* params,
+                                               unsigned paramCount)
+{
+    return AttachCommand(GetUnitInstance(instance), code, params, paramCount);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::AttachSessionCommand(CKVX_HdwKvxUnitInstance* instance, unsigned char close)
+{
+    uint8_t p[3];
+    p[0] = uint8_t((close ? 0 : 1) | ((m_LinkSelector & 3) << 4));
+    uint16_t watchdog = 0;
+    if (m_SessionWatchdog)
+        watchdog = uint16_t(0x8000 | std::min(m_SessionWatchdog / 10, 1023u));
+    p[1] = uint8_t(watchdog & 0xFF);
+    p[2] = uint8_t(watchdog >> 8);
+    return AttachCommand(instance, 1, p, 3);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::AttachSessionCommand(unsigned instance, unsigned char close)
+{
+    return AttachSessionCommand(GetUnitInstance(instance), close);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::AttachStatusRequestCommand(unsigned instance, unsigned channel, unsigned kind)
+{
+    uint8_t p[3] = {0, 0, 0};
+    // A unit with more than two CAN channels reads byte 6 bit n as CAN
+    // channel n: its transmit state (kind 3) is part of the kind-2 answer.
+    if (kind == 3 && m_Profile.CanChannels > 2)
+        kind = 2;
+    // The request has one bit per channel for eight channels; a channel
+    // beyond that cannot be asked for.
+    if ((kind == 1 || kind == 2) && channel >= 8)
+        return HDW_ERR_ARGUMENT;
+    if (kind == 3 && channel + 2 >= 8)
+        return HDW_ERR_ARGUMENT;
+    if (kind == 1)
+        p[1] = uint8_t(1u << channel);
+    else if (kind == 2)
+        p[2] = uint8_t(1u << channel);
+    else if (kind == 3)
+        p[2] = uint8_t(1u << (channel + 2));
+    return AttachCommand(GetUnitInstance(instance), 2, p, 3);
+}
+
+// ---- sending ----------------------------------------------------------------
+
+unsigned CKVX_HdwKvxCommandUnit::SendNextFrame(CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs)
+{
+    if (!inst)
+        return HDW_ERR_ARGUMENT;
+    const std::vector<uint8_t>* frame = inst->BuildFrame(GetPayloadLimit(inst), uint32_t(nowMs));
+    if (!frame)
+        return 0;
+    if (UnitLinkWrite(inst, const_cast<uint8_t*>(frame->data()), unsigned(frame->size())) != 0) {
+        inst->FrameFailed();
+        return HDW_ERR_LINK;
+    }
+    inst->FrameSent();
+    return 0;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessCommandList(CKVX_HdwKvxUnitInstance* inst)
+{
+    return SendNextFrame(inst, GetUnitTime());
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessCommandList(unsigned instance)
+{
+    return ProcessCommandList(GetUnitInstance(instance));
+}
+
+// ---- reception --------------------------------------------------------------
+
+unsigned CKVX_HdwKvxCommandUnit::ReceiveBytes(unsigned instance, CKVX_HdwKvxUnitInstance* inst, const uint8_t* data,
+                                              unsigned count)
+{
+    while (count > 0) {
+        unsigned used = 0;
+        bool ok = false;
+        const auto fed = inst->FeedBytes(data, count, used, ok);
+        data += used;
+        count -= used;
+        const bool failed = fed == CKVX_HdwKvxUnitEngine::EFeed::Overflow ||
+                            (fed == CKVX_HdwKvxUnitEngine::EFeed::Frame && ok && ProcessEventPayload(instance) != 0);
+        if (failed) {
+            // Only the failed frame is lost: the rest of the read is parsed
+            // at the next reception, as if it had not been read yet.
+            ++inst->FailedFrames;
+            inst->ResetRxState();
+            inst->KeepUnread(data, count);
+            return HDW_ERR_LINK;
+        }
+    }
+    return 0;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessReception(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_LINK;
+    // What an earlier reception left after a failed frame goes first.
+    if (!inst->GetUnread().empty()) {
+        std::vector<uint8_t> unread;
+        unread.swap(inst->GetUnread());
+        if (ReceiveBytes(instance, inst, unread.data(), unsigned(unread.size())) != 0)
+            return HDW_ERR_LINK;
+    }
+    // Everything queued, a chunk at a time, without asking for the count
+    // first: a read that does not fill the chunk has taken all there was, so
+    // a busy tick costs one read call and an idle one a single empty read.
+    uint8_t chunk[kReadChunk];
+    for (;;) {
+        unsigned got = 0;
+        if (UnitLinkRead(inst, chunk, kReadChunk, got) != 0)
+            return HDW_ERR_LINK;
+        if (got > 0 && ReceiveBytes(instance, inst, chunk, got) != 0)
+            return HDW_ERR_LINK;
+        if (got < kReadChunk)
+            return 0;
+    }
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_LINK;
+    // The caller holds the device lock: the port list stays as it is for
+    // the whole pass, and each event finds its port in the routes.
+    inst->Routes.Build(inst->GetDeviceInstanceBase().GetPortList());
+    unsigned rc = 0;
+    for (uint32_t p : inst->EventPosList) {
+        const unsigned length = inst->EventBuffer[p];
+        const unsigned typeByte = inst->EventBuffer[p + 1];
+        // Until the unit has echoed a command of the new session, what it
+        // sends belongs to the earlier one.
+        if (!inst->IsSessionConfirmed() && (typeByte >> 3) != EventComEcho)
+            continue;
+        rc = ProcessEventRecord(instance, typeByte >> 3, typeByte & 7, length, inst->EventBuffer.data() + p + 2);
+        if (rc)
+            break;
+    }
+    inst->Routes.Clear();
+    return rc;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventRecord(unsigned instance, unsigned type, unsigned subField,
+                                                    unsigned length, uint8_t* params)
+{
+    // A type this unit does not send is an error like an unknown one.
+    if (type >= 32 || !(m_Profile.Events & (1u << type)))
+        return HDW_ERR_MALFORMED_EVENT;
+    switch (type) {
+    case EventComEcho: return ProcessEventComEcho(instance, subField, length, params);
+    case EventCriticalFailure: return ProcessEventCriticalFailure(instance, subField, length, params);
+    case EventA429Rx: return ProcessEventA429Rx(instance, subField, length, params);
+    case EventA429Tx: return ProcessEventA429Tx(instance, subField, length, params);
+    case EventStatus: return ProcessEventStatus(instance, subField, length, params);
+    case EventCanRx: return ProcessEventCanRx(instance, subField, length, params);
+    case EventCanTx: return ProcessEventCanTx(instance, subField, length, params);
+    case EventMilStd1553: return ProcessEventMilStd1553(instance, subField, length, params);
+    case EventUartRx: return ProcessEventUartRx(instance, subField, length, params);
+    case EventUartTx: return ProcessEventUartTx(instance, subField, length, params);
+    default: return HDW_ERR_MALFORMED_EVENT;
+    }
+}
+
+// ---- waiting ----------------------------------------------------------------
+
+unsigned CKVX_HdwKvxCommandUnit::WaitAllCommandEchoes(unsigned instance, unsigned timeoutMs)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_LINK;
+    CKVX_HdwDevice& device = GetUnitDevice();
+    const bool empty = WaitUntil(timeoutMs, [&] {
+        device.DeviceLock(instance);
+        const bool done = inst->EchoList.IsEmpty();
+        device.DeviceUnlock(instance);
+        return done;
+    });
+    return empty ? 0u : unsigned(HDW_ERR_LINK);
+}
+
+// ---- probing ----------------------------------------------------------------
+
+template <class TOnFrame>
+unsigned CKVX_HdwKvxCommandUnit::ReadProbeFrames(CKVX_HdwKvxUnitInstance* inst, TOnFrame&& onFrame)
+{
+    uint8_t chunk[kReadChunk];
+    for (;;) {
+        unsigned got = 0;
+        if (UnitLinkRead(inst, chunk, kReadChunk, got) != 0)
+            return HDW_ERR_LINK;
+        // Bytes past the frame that ends the reading are lost: the probe
+        // ends there and the link is closed afterwards.
+        for (unsigned i = 0; i < got;) {
+            unsigned used = 0;
+            bool ok = false;
+            const auto fed = inst->FeedBytes(chunk + i, got - i, used, ok);
+            i += used;
+            if (fed == CKVX_HdwKvxUnitEngine::EFeed::Overflow)
+                return HDW_ERR_LINK;
+            if (fed == CKVX_HdwKvxUnitEngine::EFeed::Frame) {
+                const int stop = onFrame(ok);
+                if (stop >= 0)
+                    return unsigned(stop);
+            }
+        }
+        if (got < kReadChunk)
+            return HDW_ERR_PROBE_INCOMPLETE;
+    }
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessUartEchoReception(CKVX_HdwKvxUnitInstance* inst)
+{
+    return ReadProbeFrames(inst, [](bool ok) { return ok ? 0 : 1; });
+}
+
+// Recognising a unit by the shape of its status answer. Units of different
+// kinds may share their USB identity (vendor and product strings and
+// description), so an echo alone does not tell them apart. The probe then
+// sends, in one frame, the closing session command and one status request
+// asking for ARINC 429 transmitter 0 (kind 1) and CAN channel 0 (kind 2).
+// Both commands belong to every unit's command set and change nothing, and a
+// unit ignores request bits of channels it does not have; so whatever kind
+// of unit is on the line, it reads them correctly and answers with a
+// kind-1 event when it has ARINC 429 transmitters and a kind-2 event when it
+// has CAN channels. The port is this kind of unit when exactly the kinds it
+// expects come: an unexpected kind refuses at once; once every expected kind
+// and both echoes are in, a quiet spell of kProbeSettleMs (no further frame)
+// accepts; nothing complete by ProbeTimeoutMs refuses.
+unsigned CKVX_HdwKvxCommandUnit::ProbeByStatusShape(CKVX_HdwKvxUnitInstance* tmp)
+{
+    const unsigned expected = (m_Profile.AtxChannels ? 2u : 0u) | (m_Profile.CanChannels ? 4u : 0u);
+    const uint8_t request[3] = {0, 1, 1};
+    if (AttachSessionCommand(tmp, 1) != 0 || AttachCommand(tmp, 2, request, 3) != 0 || ProcessCommandList(tmp) != 0)
+        return HDW_ERR_LINK;
+    unsigned seen = 0;
+    unsigned result = HDW_ERR_LINK;
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    uint64_t lastFrame = start;
+    WaitUntil(ProbeTimeoutMs + kProbeSettleMs, [&] {
+        const unsigned rc = ReadProbeFrames(tmp, [&](bool ok) {
+            if (!ok)
+                return -1;
+            lastFrame = CKVX_HdwTimer::GetTickCount();
+            for (uint32_t p : tmp->EventPosList) {
+                const uint8_t* rec = tmp->EventBuffer.data() + p;
+                const unsigned type = rec[1] >> 3;
+                if (type == EventComEcho && rec[0] == 7)
+                    tmp->TakeEcho(uint16_t(rec[6] | rec[7] << 8));
+                else if (type == EventStatus && rec[0] == 10 && rec[6] < 8)
+                    seen |= 1u << rec[6];
+            }
+            return (seen & ~expected) ? int(HDW_ERR_LINK) : -1;
+        });
+        if (rc != HDW_ERR_PROBE_INCOMPLETE)
+            return true; // refused, or the link failed
+        const bool complete = seen == expected && tmp->EchoList.IsEmpty();
+        if (complete && CKVX_HdwTimer::GetElapsedTicks(lastFrame) >= kProbeSettleMs) {
+            result = 0;
+            return true;
+        }
+        if (CKVX_HdwTimer::GetElapsedTicks(start) >= ProbeTimeoutMs + (complete ? kProbeSettleMs : 0)) {
+            result = complete ? 0u : unsigned(HDW_ERR_LINK);
+            return true;
+        }
+        return false;
+    });
+    return result;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProbeUnit(CKVX_HdwKvxUnitInstance* tmp)
+{
+    if (m_Profile.ProbeByStatus)
+        return ProbeByStatusShape(tmp);
+    // A closing session command is harmless to a running unit, and echoed.
+    if (AttachSessionCommand(tmp, 1) != 0 || ProcessCommandList(tmp) != 0)
+        return HDW_ERR_LINK;
+    unsigned rc = HDW_ERR_PROBE_INCOMPLETE;
+    WaitUntil(ProbeTimeoutMs, [&] {
+        rc = ProcessUartEchoReception(tmp);
+        return rc == 0 || rc == HDW_ERR_LINK;
+    });
+    return rc == 0 ? 0u : unsigned(HDW_ERR_LINK);
+}
+
+// ---- open, close, tick ------------------------------------------------------
+
+unsigned CKVX_HdwKvxCommandUnit::OpenSession(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_LINK;
+    CKVX_HdwDevice& device = GetUnitDevice();
+    // Close, then open: the unit always starts a fresh session. What it
+    // still sends of the earlier one is dropped until it echoes these. When
+    // a frame of ours is lost (to the noise of a frame cut by the open, say),
+    // the session start goes again with new numbers, all within the echo
+    // time-out.
+    const unsigned attemptMs = std::max(m_EchoTimeout / kSessionAttempts, 1u);
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    bool confirmed = false;
+    for (unsigned attempt = 0; attempt < kSessionAttempts && !confirmed; ++attempt) {
+        device.DeviceLock(instance);
+        if (attempt == 0)
+            inst->Reset();
+        else
+            inst->ResetQueues();
+        inst->BeginSession();
+        AttachSessionCommand(inst, 1);
+        AttachSessionCommand(inst, 0);
+        const unsigned sent = ProcessCommandList(inst);
+        device.DeviceUnlock(instance);
+        if (sent != 0)
+            break;
+        const uint64_t elapsed = CKVX_HdwTimer::GetElapsedTicks(start);
+        const unsigned left = elapsed < m_EchoTimeout ? unsigned(m_EchoTimeout - elapsed) : 0u;
+        const unsigned wait = attempt + 1 == kSessionAttempts ? left : std::min(attemptMs, left);
+        confirmed = WaitAllCommandEchoes(instance, wait) == 0;
+    }
+    if (confirmed)
+        return 0;
+    // Closed under the lock first: the tick reads the link of an open
+    // instance. The link itself closes outside it, as in Close.
+    device.DeviceLock(instance);
+    inst->Reset();
+    inst->GetDeviceInstanceBase().SetOpen(false);
+    device.DeviceUnlock(instance);
+    UnitLinkAbandon(inst);
+    return HDW_ERR_LINK;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::OnClosing(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwDevice& device = GetUnitDevice();
+    // What the ports and services queued on their way out (channels off,
+    // label tables reset) goes first, one frame in flight at a time, then
+    // the closing session command. This thread drives the exchange itself:
+    // the timer may already be stopped. Its echo is not waited for: a late
+    // echo is dropped by the next session.
+    device.DeviceLock(instance);
+    AttachSessionCommand(inst, 1);
+    const uint16_t close = inst->GetLastAttachedNumber();
+    device.DeviceUnlock(instance);
+    WaitUntil(m_EchoTimeout, [&] {
+        device.DeviceLock(instance);
+        ProcessReception(instance);
+        const unsigned sent = ProcessCommandList(inst);
+        bool queued = false;
+        for (const CCommand& c : inst->CommandList)
+            queued = queued || c.Number == close;
+        device.DeviceUnlock(instance);
+        return sent != 0 || !queued;
+    });
+    device.DeviceLock(instance);
+    // An echo that never came must not keep the unit's session open: the
+    // rest goes out regardless.
+    if (!inst->CommandList.IsEmpty()) {
+        inst->EchoList.DeleteAll();
+        ProcessCommandList(inst);
+    }
+    inst->ResetQueues();
+    device.DeviceUnlock(instance);
+    return 0;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::UnitTickStart(unsigned instance)
+{
+    if (ProcessReception(instance) != 0)
+        return HDW_ERR_LINK;
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    return inst->IsEchoOverdue(uint32_t(GetUnitTime()), m_EchoTimeout) ? unsigned(HDW_ERR_LINK) : 0u;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_LINK;
+    const uint64_t now = GetUnitTime();
+    // A unit that watches its host hears from it at least every
+    // KeepAliveIdleMs: when a tick has nothing to send and nothing is in
+    // flight, the keep-alive fills the silence.
+    if (m_Profile.KeepAliveIdleMs && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
+        uint32_t(now) - inst->LastSendTime >= m_Profile.KeepAliveIdleMs)
+        AttachKeepAliveCommand(instance);
+    const unsigned rc = SendNextFrame(inst, now) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
+    // The signal services make their descriptors readable for the whole
+    // tick at once, as the tick's last act.
+    for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList())
+        for (CKVX_HdwService* service : port->GetServiceList())
+            if (service->GetServiceType() == HDW_SERVICE_SIGNAL)
+                static_cast<CKVX_HdwSignalService*>(service)->PublishReadiness();
+    return rc;
+}
+
+// ---- what the drivers share -------------------------------------------------
+
+CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreateProfilePort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
+                                                        const CKVX_String& name)
+{
+    if (hdw::units::ChannelNumber(name) >= ProfileChannelCount(kind))
+        return nullptr;
+    switch (kind) {
+    case PortKindUart: return new CUartPort(parent, index, name);
+    case PortKindArinc429Tx: return new CArinc429TxPort(parent, index, name);
+    case PortKindArinc429Rx: return new CArinc429RxPort(parent, index, name);
+    case PortKindCan: return new CCanPort(parent, index, name);
+    case PortKindMilStd1553: return new CMilStd1553Port(parent, index, name);
+    default: return nullptr;
+    }
+}
+
+CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
+                                                 const CKVX_String& name)
+{
+    return CreateProfilePort(kind, parent, index, name);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessHardwareID(const CKVX_List<CKVX_String>& ids)
+{
+    return HardwareIdNumber(ids);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::CreateProfilePorts(unsigned instance)
+{
+    static const char* const kNames[KvxPortKindCount] = {"UART", "ARINC 429 TX", "ARINC 429 RX",
+                                                         "CAN",  "",             "MIL-STD-1553"};
+    for (unsigned kind = 0; kind < KvxPortKindCount; ++kind) {
+        for (unsigned ch = 0; ch < ProfileChannelCount(kind); ++ch) {
+            CKVX_String id;
+            id.Format("%u", ch);
+            CKVX_HdwPort* port = CreatePort(kind, &GetUnitDevice(), instance, id);
+            if (!port)
+                continue;
+            CKVX_String description;
+            description.Format("%s %u", kNames[kind], ch);
+            UnitAddPort(instance, port, ch, description);
+        }
+    }
+    return 0;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::HardwareIdNumber(const CKVX_List<CKVX_String>& ids)
+{
+    if (ids.GetLength() != 2)
+        return 0;
+    auto it = ids.Items().begin();
+    ++it;
+    std::string text = it->str();
+    for (char& c : text)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    const auto first = text.find_first_not_of(" \t");
+    const auto last = text.find_last_not_of(" \t");
+    text = first == std::string::npos ? std::string() : text.substr(first, last - first + 1);
+    if (text.size() < 2)
+        return 0;
+    unsigned value = 0;
+    return CKVX_String(text.substr(text.size() - 2)).ToUnsigned(value, 10) ? value : 0;
+}
