@@ -38,6 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // each starts from a hunting machine.
     d.DeviceLock(0);
     d.Inst->ResetRxState();
+    d.Inst->GetUnread().clear();
     d.DeviceUnlock(0);
     if (size > 0 && (data[0] & 1)) {
         d.Push(data + 1, size - 1);

@@ -1,6 +1,5 @@
 // The link base's overrides of the command-protocol units, once per link base.
 #include <HdwLib/units/KvxCommandDevices.h>
-#include <HdwLib/units/KvxUnitPorts.h>
 
 #include <algorithm>
 #include <memory>

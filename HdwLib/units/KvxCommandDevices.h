@@ -44,8 +44,7 @@ public:
 
     // The instance as this class's type, or null.
     CDeviceInstance* GetProtocolInstance(unsigned instance);
-    // The probe of Open's kind on a port by name, on a temporary instance.
-    unsigned CheckUartLink(const CKVX_String& portName);
+    unsigned CheckUartLink(const CKVX_String& portName) override;
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxDualCommandDevice : public CKVX_HdwHoeFtdiUartBridgedDevice,
@@ -79,6 +78,7 @@ public:
     void UnitLinkAbandon(CKVX_HdwKvxUnitInstance* instance) override;
     void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description) override;
 
+    unsigned CheckUartLink(const CKVX_String& portName) override;
+
     CDeviceInstance* GetProtocolInstance(unsigned instance);
-    unsigned CheckUartLink(const CKVX_String& portName);
 };

@@ -191,6 +191,9 @@ public:
     // Adds a port of a new instance to the device's descriptors.
     virtual void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel,
                              const CKVX_String& description) = 0;
+    // The probe used by enumeration, on a temporary instance on `portName`:
+    // 0 when a unit of this kind answers there.
+    virtual unsigned CheckUartLink(const CKVX_String& portName) = 0;
     // Milliseconds of the unit's deadlines (echo time-out, keep-alive),
     // read once per tick; the system tick count unless a test steps it.
     virtual uint64_t GetUnitTime();

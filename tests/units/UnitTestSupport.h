@@ -5,7 +5,6 @@
 // the code they check.
 
 #include <HdwLib/HdwLib.h>
-#include <HdwLib/units/KvxCommandDevice.h>
 
 #include "support/BitwiseCrc.h"
 
@@ -13,12 +12,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace unittest {
 
-using Base = CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>;
+using Base = CKVX_HdwKvxUsbCommandDevice;
 
 // Every command and event type, and the channel counts of the
 // multi-protocol unit: 2 UART, 4 ARINC 429 TX, 4 RX, 2 CAN, 2 MIL-STD-1553.
@@ -32,22 +32,17 @@ inline Base::CUnitProfile FullProfile()
     p.MilStd1553Channels = 2;
     p.Commands = 0x7FFF;
     p.Events = 0x7EF; // types 0-3 and 5-10
+    p.LinkBaudRate = 115200;
     return p;
 }
 
 class TestUnit : public Base {
 public:
-    explicit TestUnit(const CUnitProfile& profile = FullProfile())
-    {
-        m_Profile = profile;
-        m_LinkParameters.BaudRate = 115200;
-        m_LinkParameters.DataBits = 8;
-    }
-    ~TestUnit() override
-    {
-        DestroyPorts();
-        DestroyDeviceList();
-    }
+    explicit TestUnit(const CUnitProfile& profile = FullProfile()) : Base(profile) {}
+
+    // The unit's deadlines read this clock when a test sets it (ms).
+    uint64_t GetUnitTime() override { return SteppedTime ? *SteppedTime : Base::GetUnitTime(); }
+    std::optional<uint64_t> SteppedTime;
 
     // One instance on `portName` (not opened), without a probe.
     void AddInstance(const std::string& portName = "")
@@ -61,8 +56,7 @@ public:
     }
     CDeviceInstance* Inst(unsigned i = 0) { return GetProtocolInstance(i); }
 
-    using Base::FeedByte;
-    using Base::FeedBytes;
+    using Base::ReceiveBytes;
 };
 
 // What a recording port was offered: the event's code, channel and time

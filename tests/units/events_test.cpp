@@ -369,7 +369,7 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     auto feed = [&](const Bytes& frame) {
         unsigned used = 0;
         bool ok = false;
-        EXPECT_EQ(dev.FeedBytes(dev.Inst(), frame.data(), unsigned(frame.size()), used, ok), 1u);
+        EXPECT_EQ(dev.Inst()->FeedBytes(frame.data(), unsigned(frame.size()), used, ok), CKVX_HdwKvxUnitEngine::EFeed::Frame);
         EXPECT_TRUE(ok);
         return dev.ProcessEventPayload(0);
     };

@@ -17,13 +17,15 @@ TEST(HaldenDevice, ResetTurnsEveryChannelOff)
     inst->CanCtrl[1].Enabled = 1;
     inst->CanCtrl[1].FaultState = 0;
     inst->UartCtrl[0].ChunkCounter = 9;
-    inst->RxState = 6;
+    inst->RxState = CKVX_HdwKvxUnitEngine::ERxState::RecordBody;
+    inst->CommandList += CKVX_HdwKvxHaldenDevice::CCommand();
     inst->Reset();
     EXPECT_EQ(inst->AtxCtrl[2].Enabled, 0u);
     EXPECT_EQ(inst->CanCtrl[1].Enabled, 0u);
     EXPECT_EQ(inst->CanCtrl[1].FaultState, 3u);
     EXPECT_EQ(inst->UartCtrl[0].ChunkCounter, 0u);
-    EXPECT_EQ(inst->RxState, 0u);
+    EXPECT_EQ(inst->RxState, CKVX_HdwKvxUnitEngine::ERxState::Hunting);
+    EXPECT_TRUE(inst->CommandList.IsEmpty());
 }
 
 TEST(HaldenDevice, HardwareIdGivesTheUnitNumber)

@@ -30,20 +30,14 @@ using testsupport::WaitUntil;
 constexpr unsigned kEchoTimeoutMs = 5000;
 constexpr unsigned kOpenTimeoutMs = 10000;
 
-// Calls `f` with the driver as the command-protocol device of whichever link
-// base it has; false when it is neither.
+// Calls `f` with the driver as a command-protocol unit; false when it is not one.
 template <class F>
 bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
 {
-    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwHoeFtdiUartBridgedDevice>*>(device)) {
+    auto* d = dynamic_cast<CKVX_HdwKvxCommandUnit*>(device);
+    if (d)
         f(*d);
-        return true;
-    }
-    if (auto* d = dynamic_cast<CKVX_HdwKvxCommandDevice<CKVX_HdwFtdiUartBridgedDevice>*>(device)) {
-        f(*d);
-        return true;
-    }
-    return false;
+    return d != nullptr;
 }
 
 inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
