@@ -1,43 +1,50 @@
 #pragma once
-// What the unit's ports and services share: the way from a port or service
-// to its device and instance, the frame budget left for this tick, waiting
-// for a command's echo, the typed parameter hand-over of EnableService and
-// the fields of the event objects they take.
+// What the unit's ports and services share: the way from a port to its unit
+// and instance, the frame budget left for this tick, waiting for a command's
+// echo, the typed parameter hand-over of EnableService and the switch-on of
+// a service's channel.
+//
+// A unit port finds its unit once, when it is made, and keeps it (GetUnit);
+// its services ask the port. The overload of UnitOf for a plain
+// CKVX_HdwPort casts the device on every call and is for cold paths only.
 
 #include <HdwLib/bus/internal/RunState.h>
-#include <HdwLib/units/KvxCommandDevice.h>
+#include <HdwLib/framework/HdwEvent.h>
+#include <HdwLib/framework/HdwPort.h>
+#include <HdwLib/framework/HdwService.h>
+#include <HdwLib/units/KvxCommandUnit.h>
 
 #include <cstdint>
 
 namespace hdw::units {
 
-template <class B>
-using Unit = CKVX_HdwKvxCommandDevice<B>;
+// Kinds of the status request (code 2) and of its answer (event type 5).
+enum t_StatusKind : unsigned {
+    StatusAtxFifo = 1,     // words waiting in an ARINC 429 transmitter's FIFO
+    StatusCan = 2,         // a CAN channel's controller state (answer of kinds 2 and 3)
+    StatusCanTransmit = 3, // a CAN channel's transmit state, answered as kind 2
+};
 
-template <class B>
-Unit<B>* UnitOf(CKVX_HdwPort* port)
+// A unit port's own unit (null when its device is none).
+template <class P>
+    requires requires(P* p) { p->GetUnit(); }
+CKVX_HdwKvxCommandUnit* UnitOf(P* port)
 {
-    return port ? static_cast<Unit<B>*>(port->GetHdwDevice()) : nullptr;
+    return port ? port->GetUnit() : nullptr;
 }
 
-template <class B>
-typename Unit<B>::CDeviceInstance* InstanceOf(CKVX_HdwPort* port)
+// Any port: its device as a unit, or null.
+inline CKVX_HdwKvxCommandUnit* UnitOf(CKVX_HdwPort* port)
 {
-    Unit<B>* unit = UnitOf<B>(port);
-    return unit ? unit->GetProtocolInstance(port->GetDeviceId()) : nullptr;
+    return port ? dynamic_cast<CKVX_HdwKvxCommandUnit*>(port->GetHdwDevice()) : nullptr;
 }
 
-// A new device instance `inst` with one control record for each channel of
-// each kind that the unit's profile gives.
-template <class I, class P>
-I* WithChannelTables(I* inst, const P& profile)
+// The protocol state of the port's instance; null without one.
+template <class P>
+CKVX_HdwKvxUnitInstance* InstanceOf(P* port)
 {
-    inst->AtxCtrl.resize(profile.AtxChannels);
-    inst->ArxCtrl.resize(profile.ArxChannels);
-    inst->CanCtrl.resize(profile.CanChannels);
-    inst->UartCtrl.resize(profile.UartChannels);
-    inst->MilStd1553Ctrl.resize(profile.MilStd1553Channels);
-    return inst;
+    CKVX_HdwKvxCommandUnit* unit = UnitOf(port);
+    return unit ? unit->GetUnitInstance(port->GetDeviceId()) : nullptr;
 }
 
 // Channel number of a port: its channel id is the number in decimal.
@@ -54,50 +61,25 @@ inline unsigned ChannelOf(CKVX_HdwService* service)
 
 // Payload bytes that commands attached now can still use in the next frame.
 // Caller holds the device lock.
-template <class B>
-unsigned FreePayload(Unit<B>* unit, typename Unit<B>::CDeviceInstance* inst)
+inline unsigned FreePayload(CKVX_HdwKvxCommandUnit* unit, CKVX_HdwKvxUnitInstance* inst)
 {
-    unsigned used = 0;
-    for (const auto& c : inst->CommandList)
-        used += c.Length;
+    const unsigned used = inst->GetQueuedPayload();
     const unsigned limit = unit->GetPayloadLimit(inst);
     return used < limit ? limit - used : 0;
 }
 
 // Number of the command attached last. Caller holds the device lock.
-template <class B>
-uint16_t LastCommandNumber(typename Unit<B>::CDeviceInstance* inst)
+inline uint16_t LastCommandNumber(CKVX_HdwKvxUnitInstance* inst)
 {
-    return uint16_t(inst->CommandCounter - 1);
+    return inst->GetLastAttachedNumber();
 }
 
 // Waits, without holding the device lock between looks, until the command
-// `number` has been sent and echoed: 0, or 14 on time-out. Waiting for that
-// one command rather than for an empty echo list keeps a busy unit (whose
-// echo list is rarely empty) from making the wait fail.
-template <class B>
-unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs)
-{
-    auto* inst = InstanceOf<B>(port);
-    if (!inst)
-        return HDW_ERR_LINK;
-    const uint64_t start = CKVX_HdwTimer::GetTickCount();
-    for (;;) {
-        port->DeviceLock();
-        bool pending = false;
-        for (const auto& c : inst->CommandList)
-            pending = pending || c.Number == number;
-        for (const auto& e : inst->EchoList)
-            pending = pending || e.Number == number;
-        const bool open = inst->IsOpen();
-        port->DeviceUnlock();
-        if (!pending)
-            return open ? 0u : unsigned(HDW_ERR_LINK);
-        if (CKVX_HdwTimer::GetElapsedTicks(start) >= timeoutMs)
-            return HDW_ERR_LINK;
-        CKVX_HdwTimer::MsSleep(1);
-    }
-}
+// `number` has been sent and echoed: 0, or HDW_ERR_LINK on time-out or when
+// the instance closed meanwhile. Waiting for that one command rather than for
+// an empty echo list keeps a busy unit (whose echo list is rarely empty) from
+// making the wait fail.
+unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs);
 
 // EnableService's hand-over of the caller's parameters to a new service:
 // null keeps the defaults, another parameter class is a bad argument.
@@ -162,49 +144,13 @@ unsigned ReconfigureChannelOf(CKVX_HdwService& service, bool enable)
     return port->AttachConfiguration(enable);
 }
 
-// Run state answer of a service's data calls: 29 stopped, 15 failed, else 0.
+// Run state answer of a service's data calls: HDW_ERR_SERVICE_NOT_RUNNING
+// stopped, HDW_ERR_SERVICE failed, else 0.
 using hdw::bus::RunState;
 
 inline bool IsEvent(const CKVX_HdwEvent* event, unsigned type)
 {
     return event && event->GetEventCode() == type;
-}
-
-// The decoded fields of the event objects, read in one place.
-template <class E>
-const CKVX_HdwArinc429Message& Arinc429Of(const E& event)
-{
-    return event.Message;
-}
-template <class E>
-const CKVX_HdwCanMessage& CanOf(const E& event)
-{
-    return event.Message;
-}
-template <class E>
-unsigned StatusKind(const E& event)
-{
-    return event.Kind;
-}
-template <class E>
-uint32_t StatusWord(const E& event)
-{
-    return event.StatusWord;
-}
-template <class E>
-const uint8_t* UartBytes(const E& event)
-{
-    return event.Data.data();
-}
-template <class E>
-unsigned UartByteCount(const E& event)
-{
-    return unsigned(event.Data.size());
-}
-template <class E>
-unsigned UartSentCount(const E& event)
-{
-    return event.Count;
 }
 
 } // namespace hdw::units

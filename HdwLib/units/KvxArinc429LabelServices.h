@@ -1,6 +1,5 @@
 #pragma once
-// Label-oriented ARINC 429 services of the command-protocol units (nested in
-// CKVX_HdwKvxCommandDevice). Included by KvxCommandDevice.h.
+// Label-oriented ARINC 429 services of a command-protocol unit.
 //
 // Output: the unit keeps a label table per transmitter. SetLabelsCtrl sends
 // one label-control command (code 16) per label, UpdateMessages one
@@ -19,25 +18,24 @@
 //
 // A critical-failure event sets either service to failed.
 
-#include <HdwLib/units/KvxCommandDevice.h>
-
 #include <HdwLib/bus/HdwArinc429InLbloService.h>
 #include <HdwLib/bus/HdwArinc429OutLbloService.h>
+#include <HdwLib/units/KvxCommandUnit.h>
 
-template <class B>
-class HDWLIB_EXPORT CKVX_HdwKvxCommandDevice<B>::CArinc429OutLbloService : public CKVX_HdwArinc429OutLbloService {
+class HDWLIB_EXPORT CKVX_HdwKvxArinc429OutLbloService : public CKVX_HdwArinc429OutLbloService {
 public:
-    explicit CArinc429OutLbloService(CKVX_HdwObject* port);
-    ~CArinc429OutLbloService() override;
+    explicit CKVX_HdwKvxArinc429OutLbloService(CKVX_HdwObject* port);
+    ~CKVX_HdwKvxArinc429OutLbloService() override;
 
     unsigned Start() override;
     unsigned Stop() override;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
     unsigned EnableTx() override;
     unsigned DisableTx() override;
     unsigned ResetTx() override;
     unsigned SetLabelsCtrl(const CLabelCtrl* ctrls, unsigned int count) override;
     unsigned UpdateMessages(const CKVX_HdwArinc429Message* messages, unsigned int count) override;
+    // A critical failure fails the service.
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
 
 protected:
     // The control the unit gets for `label`: as defined, disabled while
@@ -47,11 +45,10 @@ protected:
     unsigned AttachAllCtrls();
 };
 
-template <class B>
-class HDWLIB_EXPORT CKVX_HdwKvxCommandDevice<B>::CArinc429InLbloService : public CKVX_HdwArinc429InLbloService {
+class HDWLIB_EXPORT CKVX_HdwKvxArinc429InLbloService : public CKVX_HdwArinc429InLbloService {
 public:
-    explicit CArinc429InLbloService(CKVX_HdwObject* port);
-    ~CArinc429InLbloService() override;
+    explicit CKVX_HdwKvxArinc429InLbloService(CKVX_HdwObject* port);
+    ~CKVX_HdwKvxArinc429InLbloService() override;
 
     unsigned Start() override;
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;

@@ -1,0 +1,254 @@
+#include <HdwLib/units/KvxArinc429BufferServices.h>
+#include <HdwLib/units/KvxArinc429Ports.h>
+#include <HdwLib/units/internal/KvxOutputQueue.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
+
+#include <algorithm>
+
+// ---- input --------------------------------------------------------------------
+
+CKVX_HdwKvxArinc429InBufferService::CKVX_HdwKvxArinc429InBufferService(CKVX_HdwObject* port)
+    : CKVX_HdwArinc429InBufferService(port)
+{
+}
+
+CKVX_HdwKvxArinc429InBufferService::~CKVX_HdwKvxArinc429InBufferService() = default;
+
+unsigned CKVX_HdwKvxArinc429InBufferService::Start()
+{
+    if (const unsigned rc = CKVX_HdwArinc429InBufferService::Start())
+        return rc;
+    // The port opened the channel with this filter; make sure it is on.
+    hdw::units::EnableChannelOf<CKVX_HdwKvxArinc429RxPort>(*this);
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::Stop()
+{
+    return CKVX_HdwArinc429InBufferService::Stop();
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    // Runs in the tick, under the device lock.
+    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
+        Abort();
+        return 0;
+    }
+    if (GetStatus() == HDW_SERVICE_RUNNING && hdw::units::IsEvent(event, KvxEventA429Rx)) {
+        const auto* rx = static_cast<const CKVX_HdwKvxArinc429RxEvent*>(event);
+        AppendReceived(rx->Message, rx->TimeStamp);
+    }
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::Read(CKVX_HdwArinc429Message* messages, unsigned int maxCount,
+                                                  unsigned int& readCount)
+{
+    return ReadMessages(messages, maxCount, readCount);
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::GetReadMessagesNumber(unsigned int& count)
+{
+    return CountMessages(count);
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::EnableRx()
+{
+    return ReconfigureChannel(true);
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::DisableRx()
+{
+    return ReconfigureChannel(false);
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::ResetRx()
+{
+    if (const unsigned rc = hdw::units::RunState(GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(*this);
+    Messages.DeleteAll();
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::AcceptMessage(unsigned char label, unsigned char sdiMask,
+                                                           unsigned char ssmMask)
+{
+    CKVX_HdwArinc429InBufferService::AcceptMessage(label, sdiMask, ssmMask);
+    return ReconfigureChannel(true);
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::AcceptAllMessages()
+{
+    CKVX_HdwArinc429InBufferService::AcceptAllMessages();
+    return ReconfigureChannel(true);
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::DiscardAllMessages()
+{
+    CKVX_HdwArinc429InBufferService::DiscardAllMessages();
+    return ReconfigureChannel(true);
+}
+
+unsigned char CKVX_HdwKvxArinc429InBufferService::ApplyFilter(CKVX_HdwArinc429Message& message,
+                                                              unsigned short* filter)
+{
+    // The unit drops labels in hardware; the SDI/SSM part of the filter is
+    // applied here.
+    return CKVX_HdwArinc429InBufferService::ApplyFilter(message, filter);
+}
+
+void CKVX_HdwKvxArinc429InBufferService::GetLabelTable(uint8_t* flags) const
+{
+    for (unsigned label = 0; label < 256; ++label)
+        flags[label] = LabelFilter[label] != 0 ? 1 : 0;
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::ReconfigureChannel(bool enable)
+{
+    return hdw::units::ReconfigureChannelOf<CKVX_HdwKvxArinc429RxPort>(*this, enable);
+}
+
+// ---- output -------------------------------------------------------------------
+
+namespace {
+
+// The queued words of an ARINC 429 output as the push skeleton sees them:
+// one push record (10 bytes) per word, built straight from the queued word.
+class CArinc429WordsOut {
+public:
+    static constexpr unsigned RecordBytes = 10;
+
+    CArinc429WordsOut(CKVX_HdwArinc429MessageList& words, CKVX_HdwKvxOutputCount& count)
+        : m_Words(words), m_Count(count)
+    {
+    }
+
+    bool Empty() const { return m_Words.IsEmpty(); }
+    // Tops the FIFO up once it is half empty rather than by a few words
+    // every tick: fewer, larger frames for the same bus load.
+    unsigned Room() const
+    {
+        return m_Count.InFlight > KvxArinc429TxFifoWords / 2 ? 0u : unsigned(KvxArinc429TxFifoWords - m_Count.InFlight);
+    }
+    unsigned Fit(unsigned room, unsigned freeBytes) const
+    {
+        return std::min({room, unsigned(m_Words.GetLength()), freeBytes / RecordBytes});
+    }
+    void Push(CKVX_HdwKvxCommandUnit& unit, unsigned device, unsigned channel, unsigned n)
+    {
+        auto& items = m_Words.Items();
+        auto it = items.begin();
+        unsigned sent = 0;
+        for (; sent < n; ++sent, ++it)
+            if (unit.AttachAtxPushCommand(device, channel, &*it, 1) != 0)
+                break;
+        items.erase(items.begin(), it);
+        m_Words.ToStart();
+        m_Count.Sent(sent);
+    }
+
+private:
+    CKVX_HdwArinc429MessageList& m_Words;
+    CKVX_HdwKvxOutputCount& m_Count;
+};
+
+} // namespace
+
+CKVX_HdwKvxArinc429OutBufferService::CKVX_HdwKvxArinc429OutBufferService(CKVX_HdwObject* port)
+    : CKVX_HdwArinc429OutBufferService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
+{
+}
+
+CKVX_HdwKvxArinc429OutBufferService::~CKVX_HdwKvxArinc429OutBufferService() = default;
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::Start()
+{
+    if (const unsigned rc = CKVX_HdwArinc429OutBufferService::Start())
+        return rc;
+    CKVX_HdwServiceLock lock(*this);
+    m_Count.Reset();
+    m_StatusPoll.Reset();
+    if (!m_UnitPort)
+        return 0;
+    m_UnitPort->AttachConfiguration(true);
+    // What the FIFO still holds from an earlier user of the channel.
+    if (m_UnitPort->GetUnit()->AttachStatusRequestCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
+                                                          hdw::units::StatusAtxFifo) == 0)
+        m_StatusPoll.Requested(m_Count.Pushed, m_StatusPoll.LastTick());
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::Stop()
+{
+    return CKVX_HdwArinc429OutBufferService::Stop();
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    // Runs in the tick, under the device lock.
+    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
+        Abort();
+    } else if (hdw::units::IsEvent(event, KvxEventA429Tx)) {
+        m_Count.Confirm(1);
+    } else if (hdw::units::IsEvent(event, KvxEventStatus)) {
+        const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
+        uint64_t mark = 0;
+        // The FIFO level when the unit took the request, plus what was
+        // pushed after it.
+        if (status->Kind == hdw::units::StatusAtxFifo && m_StatusPoll.Answer(mark))
+            m_Count.Resync(status->StatusWord, mark);
+    }
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::HdwTimerHandler(uint64_t ticks)
+{
+    if (m_StatusPoll.Due(ticks, m_Count.InFlight) && m_UnitPort &&
+        m_UnitPort->GetUnit()->AttachStatusRequestCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
+                                                          hdw::units::StatusAtxFifo) == 0)
+        m_StatusPoll.Requested(m_Count.Pushed, ticks);
+    return SendImmediate();
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::Write(CKVX_HdwArinc429Message* messages, unsigned int count,
+                                                    unsigned char option)
+{
+    if (option != 0)
+        return HDW_ERR_ARGUMENT;
+    if (const unsigned rc = hdw::units::RunState(GetStatus()))
+        return rc;
+    if (count == 0)
+        return 0;
+    if (!messages)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(*this);
+    if (BufferSize != 0 && uint64_t(Messages.GetLength()) + count > BufferSize)
+        return HDW_ERR_ARGUMENT;
+    for (unsigned i = 0; i < count; ++i)
+        Messages += messages[i];
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::SendImmediate()
+{
+    if (!m_UnitPort)
+        return 0;
+    return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
+                                  CArinc429WordsOut(Messages, m_Count));
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::GetMessagesToBeWritten(unsigned int& count)
+{
+    CKVX_HdwServiceLock lock(*this);
+    count = unsigned(Messages.GetLength() + m_Count.InFlight);
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429OutBufferService::ResetWriteBuffer()
+{
+    CKVX_HdwServiceLock lock(*this);
+    Messages.DeleteAll();
+    return 0;
+}

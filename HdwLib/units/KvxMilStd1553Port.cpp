@@ -1,0 +1,96 @@
+#include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/units/KvxMilStd1553Port.h>
+#include <HdwLib/units/KvxSignalService.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
+
+namespace {
+
+// The signal of one MIL-STD-1553 event (see KvxMilStd1553Port.h).
+void Mil1553SignalValues(const CKVX_HdwKvxMilStd1553Event& e, uint32_t& value, uint32_t& aux)
+{
+    value = 0;
+    aux = 0;
+    if (e.Kind == 1) {
+        value = uint32_t(e.TransferId) | uint32_t(e.StatusWord1) << 16;
+        aux = e.TransferFlags;
+    } else if (e.Kind == 2) {
+        value = uint32_t(e.TerminalAddress & 0x1F) << 11 | uint32_t(e.Transmit & 1) << 10 |
+                uint32_t(e.Subaddress & 0x1F) << 5 | uint32_t(e.WordCount & 0x1F);
+        aux = uint32_t(e.Field1 & 7) | uint32_t(e.Flag & 1) << 3 | uint32_t(e.Field2 & 0x1F) << 8;
+    }
+    aux |= uint32_t(e.Kind) << 24;
+}
+
+} // namespace
+
+CKVX_HdwKvxMilStd1553Port::CKVX_HdwKvxMilStd1553Port(CKVX_HdwObject* device, unsigned deviceInstance,
+                                                     const CKVX_String& channelId)
+    : CKVX_HdwMilStd1553Port(device, deviceInstance, channelId),
+      m_Channel(hdw::units::ChannelNumber(channelId)),
+      m_Unit(dynamic_cast<CKVX_HdwKvxCommandUnit*>(device))
+{
+}
+
+CKVX_HdwKvxMilStd1553Port::~CKVX_HdwKvxMilStd1553Port() = default;
+
+unsigned CKVX_HdwKvxMilStd1553Port::Open(CKVX_HdwPort::CParameters* params)
+{
+    // Nothing is sent at opening, so there is no confirmation to wait for.
+    return CKVX_HdwMilStd1553Port::Open(params);
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::OnOpening(CKVX_HdwPort::CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwMilStd1553Port::OnOpening(params))
+        return rc;
+    CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(this);
+    DeviceLock();
+    const bool known = inst && m_Channel < inst->MilStd1553Ctrl.size();
+    m_Messages = 0;
+    DeviceUnlock();
+    return known ? 0u : unsigned(HDW_ERR_ARGUMENT);
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::Close()
+{
+    return CKVX_HdwMilStd1553Port::Close();
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::EnableService(unsigned serviceType, CKVX_HdwService** service,
+                                                  CKVX_HdwService::CParameters* params)
+{
+    if (const unsigned rc = CKVX_HdwMilStd1553Port::EnableService(serviceType, service, params))
+        return rc;
+    if (serviceType == HDW_SERVICE_SIGNAL)
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxSignalService(this), service, params);
+    return HDW_ERR_WRONG_STATE;
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::HdwTimerHandler(uint64_t ticks)
+{
+    // No periodic work of its own until the bus services exist.
+    return CKVX_HdwMilStd1553Port::HdwTimerHandler(ticks);
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::ProcessEvent(CKVX_HdwEvent* event)
+{
+    // Runs in the tick, under the device lock.
+    if (hdw::units::IsEvent(event, KvxEventMilStd1553)) {
+        ++m_Messages;
+        const auto* e = static_cast<const CKVX_HdwKvxMilStd1553Event*>(event);
+        if (CKVX_HdwSignalService* signals = CKVX_HdwSignalService::FindOn(this)) {
+            uint32_t value = 0, aux = 0;
+            Mil1553SignalValues(*e, value, aux);
+            signals->PostValue(HDW_SIGNAL_MIL1553_MESSAGE, value, aux, e->TimeStamp);
+        }
+    }
+    return CKVX_HdwMilStd1553Port::ProcessEvent(event);
+}
+
+uint64_t CKVX_HdwKvxMilStd1553Port::GetMessageCount()
+{
+    DeviceLock();
+    const uint64_t n = m_Messages;
+    DeviceUnlock();
+    return n;
+}

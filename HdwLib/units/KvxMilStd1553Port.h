@@ -1,0 +1,44 @@
+#pragma once
+// MIL-STD-1553 channel of a command-protocol unit. Opening sends nothing to
+// the unit (the channel's configuration command describes the bus
+// controller's or remote terminal's memory, which those services will send);
+// the port forwards the unit's MIL-STD-1553 events of its channel to its
+// signal service as HDW_SIGNAL_MIL1553_MESSAGE signals:
+//   - transfer completed (kind 1): Value = transfer identifier (low 16 bits)
+//     | first status word << 16; Aux = the transfer's error/status flags;
+//   - remote-terminal access (kind 2): Value = the command word rebuilt from
+//     the record (terminal address << 11 | transmit << 10 | subaddress << 5 |
+//     word count mod 32); Aux = 3-bit field | flag << 3 | 5-bit field << 8;
+//   - other kinds: Value 0, Aux 0.
+//   In every case bits 24..31 of Aux hold the kind.
+
+#include <HdwLib/bus/HdwMilStd1553Port.h>
+#include <HdwLib/units/KvxCommandUnit.h>
+
+#include <cstdint>
+
+class HDWLIB_EXPORT CKVX_HdwKvxMilStd1553Port : public CKVX_HdwMilStd1553Port {
+public:
+    CKVX_HdwKvxMilStd1553Port(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId);
+    ~CKVX_HdwKvxMilStd1553Port() override;
+
+    unsigned Open(CKVX_HdwPort::CParameters* params) override;
+    unsigned OnOpening(CKVX_HdwPort::CParameters* params) override;
+    unsigned Close() override;
+    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
+                           CKVX_HdwService::CParameters* params) override;
+    unsigned HdwTimerHandler(uint64_t ticks) override;
+    // MIL-STD-1553 events become signals; every event then goes to the services.
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+
+    unsigned GetChannel() const { return m_Channel; }
+    // The unit this port belongs to (null when its device is none).
+    CKVX_HdwKvxCommandUnit* GetUnit() const { return m_Unit; }
+    // MIL-STD-1553 events of this channel since it was opened.
+    uint64_t GetMessageCount();
+
+protected:
+    unsigned m_Channel;
+    CKVX_HdwKvxCommandUnit* m_Unit;
+    uint64_t m_Messages = 0; // under the device lock
+};

@@ -1,0 +1,82 @@
+#pragma once
+// The byte input of the unit's byte services: received bytes wait, oldest
+// first, for the application's Read; when more than the bound wait (0: no
+// bound) the oldest are dropped and counted.
+//
+// Lock rule: the bytes only under the device lock (the tick appends under
+// it; ReadBytes and CountBytes take it once per call).
+
+#include <HdwLib/framework/HdwObject.h>
+#include <HdwLib/framework/HdwService.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+
+namespace hdw::units {
+
+using CByteQueue = std::deque<uint8_t>;
+
+// Appends `count` bytes; beyond `bound` the oldest go, counted in `dropped`.
+inline void AppendBytes(CByteQueue& queue, const uint8_t* data, size_t count, uint32_t bound, uint64_t& dropped)
+{
+    queue.insert(queue.end(), data, data + count);
+    if (bound != 0 && queue.size() > bound) {
+        const size_t excess = queue.size() - bound;
+        queue.erase(queue.begin(), queue.begin() + std::ptrdiff_t(excess));
+        dropped += excess;
+    }
+}
+
+// Moves up to `maxCount` bytes from the head into `out`; how many.
+inline unsigned TakeBytes(CByteQueue& queue, uint8_t* out, unsigned maxCount)
+{
+    const size_t n = std::min<size_t>(maxCount, queue.size());
+    std::copy_n(queue.begin(), n, out);
+    queue.erase(queue.begin(), queue.begin() + std::ptrdiff_t(n));
+    return unsigned(n);
+}
+
+// Read of a byte input: readCount 0, then HDW_ERR_SERVICE_NOT_RUNNING
+// stopped, HDW_ERR_SERVICE failed, 0 for no count, HDW_ERR_ARGUMENT for no
+// array; otherwise take(bytes, maxCount) (how many it moved) under one
+// device lock.
+template <class TTake>
+unsigned ReadBytes(CKVX_HdwService& service, unsigned char* bytes, unsigned maxCount, unsigned& readCount,
+                   TTake&& take)
+{
+    readCount = 0;
+    if (const unsigned rc = RunState(service.GetStatus()))
+        return rc;
+    if (maxCount == 0)
+        return 0;
+    if (!bytes)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwServiceLock lock(service);
+    readCount = take(bytes, maxCount);
+    return 0;
+}
+
+inline unsigned ReadBytes(CKVX_HdwService& service, CByteQueue& queue, unsigned char* bytes, unsigned maxCount,
+                          unsigned& readCount)
+{
+    return ReadBytes(service, bytes, maxCount, readCount,
+                     [&queue](unsigned char* out, unsigned max) { return TakeBytes(queue, out, max); });
+}
+
+// Bytes waiting: count 0, then the run state's answer, else `size()` under
+// the device lock.
+template <class TSize>
+unsigned CountBytes(CKVX_HdwService& service, unsigned& count, TSize&& size)
+{
+    count = 0;
+    if (const unsigned rc = RunState(service.GetStatus()))
+        return rc;
+    CKVX_HdwServiceLock lock(service);
+    count = unsigned(size());
+    return 0;
+}
+
+} // namespace hdw::units

@@ -1,0 +1,48 @@
+#include <HdwLib/units/internal/KvxPortOpen.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
+
+#include <HdwLib/framework/HdwTimer.h>
+
+namespace hdw::units {
+
+unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs)
+{
+    CKVX_HdwKvxUnitInstance* inst = InstanceOf(port);
+    if (!inst)
+        return HDW_ERR_LINK;
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    for (;;) {
+        port->DeviceLock();
+        const bool pending = inst->IsCommandPending(number);
+        const bool open = inst->GetDeviceInstanceBase().IsOpen();
+        port->DeviceUnlock();
+        if (!pending)
+            return open ? 0u : unsigned(HDW_ERR_LINK);
+        if (CKVX_HdwTimer::GetElapsedTicks(start) >= timeoutMs)
+            return HDW_ERR_LINK;
+        CKVX_HdwTimer::MsSleep(1);
+    }
+}
+
+unsigned FinishOpen(CKVX_HdwPort& port, unsigned openResult, unsigned timeoutMs)
+{
+    // The configuration and what the services' Start attached: the last
+    // command attached covers them all, as echoes come back in order.
+    port.DeviceLock();
+    CKVX_HdwKvxUnitInstance* inst = InstanceOf(&port);
+    const uint16_t configNumber = inst ? LastCommandNumber(inst) : 0;
+    port.DeviceUnlock();
+    // A refused open leaves the unit's link as it is (open, when the generic
+    // open got that far), like a service that fails to start: closing it here
+    // would race the unit's echo of the closing session against a quick
+    // re-open. The manager's Stop closes it.
+    if (openResult != 0)
+        return openResult;
+    if (WaitCommandDone(&port, configNumber, timeoutMs ? timeoutMs : 1000) != 0) {
+        port.Close();
+        return HDW_ERR_LINK;
+    }
+    return 0;
+}
+
+} // namespace hdw::units
