@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <random>
@@ -28,8 +29,7 @@ namespace {
 
 TEST(UnitEngineCrc, CheckValueAndEveryWalkAgreeWithTheBitwiseCrc)
 {
-    const auto* digits = reinterpret_cast<const uint8_t*>("123456789");
-    EXPECT_EQ(Engine::Crc16(digits, 9), 0x29B1);
+    EXPECT_EQ(Engine::Crc16(reinterpret_cast<const uint8_t*>("123456789"), 9), 0x29B1);
     EXPECT_EQ(Engine::Crc16(nullptr, 0), 0xFFFF);
     std::mt19937 rng(7);
     Bytes data(6000);
@@ -56,8 +56,6 @@ TEST(UnitEngineCrc, CheckValueAndEveryWalkAgreeWithTheBitwiseCrc)
     }
 }
 
-// ---- commands and frames ------------------------------------------------------------
-
 // A command record as the unit reads it, written out field by field.
 Bytes Record(uint8_t code, uint16_t number, const Bytes& params)
 {
@@ -72,6 +70,55 @@ Bytes Params(unsigned n, unsigned seed)
     for (unsigned k = 0; k < n; ++k)
         p[k] = uint8_t(seed * 31 + k);
     return p;
+}
+
+// Queues records of the given lengths (codes 1, 2, ...).
+std::vector<Bytes> Queue(Engine& e, const std::vector<unsigned>& lengths)
+{
+    std::vector<Bytes> records;
+    for (unsigned len : lengths) {
+        const uint16_t number = e.CommandCounter;
+        const Bytes p = Params(len - 4, number);
+        EXPECT_EQ(e.AttachCommand(uint8_t(number + 1), p.data(), unsigned(p.size())), 0u);
+        records.push_back(Record(uint8_t(number + 1), number, p));
+    }
+    return records;
+}
+
+// A host frame (start byte, u16 payload length) or a unit frame (start byte,
+// 12-bit length, 12-bit event count) around `records`, CRC low byte first.
+Bytes Frame(const std::vector<Bytes>& records, bool unit)
+{
+    Bytes f = {0xA5, 0, 0};
+    for (const Bytes& r : records)
+        f.insert(f.end(), r.begin(), r.end());
+    const size_t n = f.size() - 3, e = records.size();
+    f[1] = uint8_t(n);
+    f[2] = uint8_t(unit ? (n >> 8) & 0x0F : n >> 8);
+    if (unit)
+        f.insert(f.begin() + 3, {uint8_t(e), uint8_t((e >> 8) & 0x0F)});
+    const uint16_t crc = BitwiseCrc16(f.data(), f.size());
+    f.push_back(uint8_t(crc));
+    f.push_back(uint8_t(crc >> 8));
+    return f;
+}
+Bytes HostFrame(const std::vector<Bytes>& records) { return Frame(records, false); }
+Bytes UnitFrame(const std::vector<Bytes>& records) { return Frame(records, true); }
+
+std::vector<Bytes> Listed(const Engine& e)
+{
+    std::vector<Bytes> out;
+    for (const auto& c : e.CommandList)
+        out.push_back(c.Bytes);
+    return out;
+}
+
+std::vector<uint16_t> Waiting(const Engine& e)
+{
+    std::vector<uint16_t> out;
+    for (const auto& w : e.EchoList)
+        out.push_back(w.Number);
+    return out;
 }
 
 TEST(UnitEngineCommands, NumbersRunOnAndWrapAndRecordsCarryThem)
@@ -90,50 +137,16 @@ TEST(UnitEngineCommands, NumbersRunOnAndWrapAndRecordsCarryThem)
             EXPECT_EQ(e.GetLastAttachedNumber(), c.Want[k]);
             want.push_back(Record(uint8_t(0x10 + k), c.Want[k], p));
         }
-        std::vector<Bytes> got;
-        for (const auto& cmd : e.CommandList)
-            got.push_back(cmd.Bytes);
-        EXPECT_EQ(got, want) << "from " << c.Start;
+        EXPECT_EQ(Listed(e), want) << "from " << c.Start;
         EXPECT_EQ(e.GetLastCommandNum(), uint16_t(c.Want.back() + 1));
     }
-}
-
-TEST(UnitEngineCommands, ARecordLongerThan255BytesIsRefused)
-{
+    // 255 bytes is the longest record; a refused one takes no number.
     Engine e;
     const Bytes p = Params(252, 1);
-    EXPECT_EQ(e.AttachCommand(9, p.data(), 251), 0u); // 255 bytes
+    EXPECT_EQ(e.AttachCommand(9, p.data(), 251), 0u);
     EXPECT_EQ(e.AttachCommand(9, p.data(), 252), 2u);
-    ASSERT_EQ(e.CommandList.GetLength(), 1u);
-    EXPECT_EQ(e.CommandList.GetFirst()->Bytes, Record(9, 0, Bytes(p.begin(), p.begin() + 251)));
-    EXPECT_EQ(e.GetLastCommandNum(), 1) << "a refused record takes no number";
-}
-
-// Queues records of the given lengths (codes 1, 2, ...).
-std::vector<Bytes> Queue(Engine& e, const std::vector<unsigned>& lengths)
-{
-    std::vector<Bytes> records;
-    for (unsigned len : lengths) {
-        const uint16_t number = e.CommandCounter;
-        const Bytes p = Params(len - 4, number);
-        EXPECT_EQ(e.AttachCommand(uint8_t(number + 1), p.data(), unsigned(p.size())), 0u);
-        records.push_back(Record(uint8_t(number + 1), number, p));
-    }
-    return records;
-}
-
-// The host frame around `records`: start byte, N, records, CRC low byte first.
-Bytes HostFrame(const std::vector<Bytes>& records)
-{
-    Bytes f = {0xA5, 0, 0};
-    for (const Bytes& r : records)
-        f.insert(f.end(), r.begin(), r.end());
-    f[1] = uint8_t(f.size() - 3);
-    f[2] = uint8_t((f.size() - 3) >> 8);
-    const uint16_t crc = BitwiseCrc16(f.data(), f.size());
-    f.push_back(uint8_t(crc));
-    f.push_back(uint8_t(crc >> 8));
-    return f;
+    EXPECT_EQ(Listed(e), std::vector<Bytes>{Record(9, 0, Bytes(p.begin(), p.begin() + 251))});
+    EXPECT_EQ(e.GetLastCommandNum(), 1);
 }
 
 TEST(UnitEngineSending, PacksWhileTheTotalStaysWithinTheLimit)
@@ -168,15 +181,14 @@ TEST(UnitEngineSending, PacksWhileTheTotalStaysWithinTheLimit)
         ASSERT_NE(frame, nullptr);
         const std::vector<Bytes> sent(records.begin(), records.begin() + c.Packed);
         EXPECT_EQ(*frame, HostFrame(sent));
-        unsigned payload = 0;
-        for (unsigned k = 0; k < c.Packed; ++k)
-            payload += c.Lengths[k];
-        EXPECT_EQ(e.BytesSent, 10 + payload);
+        EXPECT_EQ(e.BytesSent, 10 + frame->size() - 5) << "the payload bytes";
         EXPECT_EQ(e.LastSendTime, 777u);
-        Engine::CCommandEchoList want;
+        std::vector<uint16_t> numbers(c.Packed);
         for (unsigned k = 0; k < c.Packed; ++k)
-            want += Engine::CEchoWaiting(uint16_t(k), 777);
-        EXPECT_TRUE(e.EchoList.Items() == want.Items());
+            numbers[k] = uint16_t(k);
+        EXPECT_EQ(Waiting(e), numbers);
+        for (const auto& w : e.EchoList)
+            EXPECT_EQ(w.SendTime, 777u);
         e.FrameSent();
         EXPECT_EQ(e.CommandList.GetLength(), c.Lengths.size() - c.Packed);
         // The rest goes once every echo is back, in a frame of its own.
@@ -227,7 +239,6 @@ TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
     EXPECT_TRUE(e.IsEchoOverdue(500, 500));
 }
 
-// ---- echoes -------------------------------------------------------------------------
 
 TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
 {
@@ -268,10 +279,7 @@ TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
             EXPECT_EQ(e.TakeEcho(s.Number), s.Want) << "echo of " << s.Number;
             if (s.Want == EEcho::Matched)
                 left.erase(left.begin());
-            std::vector<uint16_t> listed;
-            for (const auto& w : e.EchoList)
-                listed.push_back(w.Number);
-            EXPECT_EQ(listed, left) << "after the echo of " << s.Number;
+            EXPECT_EQ(Waiting(e), left) << "after the echo of " << s.Number;
         }
         EXPECT_EQ(e.StaleEchoes, c.Stale);
         EXPECT_EQ(e.IsSessionConfirmed(), !c.NewSession || !c.Outstanding.empty());
@@ -305,24 +313,6 @@ TEST(UnitEngineEchoes, OverdueOnceTheOldestHasWaitedTheTimeOut)
     ASSERT_NE(e.BuildFrame(Engine::PayloadLimitUart, 0xFFFFFFF0), nullptr);
     EXPECT_FALSE(e.IsEchoOverdue(0x1E3, 500));
     EXPECT_TRUE(e.IsEchoOverdue(0x1E4, 500));
-}
-
-// ---- receiving ----------------------------------------------------------------------
-
-// A unit frame around `records` with its CRC.
-Bytes UnitFrame(const std::vector<Bytes>& records)
-{
-    size_t body = 0;
-    for (const Bytes& r : records)
-        body += r.size();
-    Bytes f = {0xA5, uint8_t(body), uint8_t((body >> 8) & 0x0F), uint8_t(records.size()),
-        uint8_t((records.size() >> 8) & 0x0F)};
-    for (const Bytes& r : records)
-        f.insert(f.end(), r.begin(), r.end());
-    const uint16_t crc = BitwiseCrc16(f.data(), f.size());
-    f.push_back(uint8_t(crc));
-    f.push_back(uint8_t(crc >> 8));
-    return f;
 }
 
 // An event record of `size` bytes in all (L = size - 1).
@@ -418,13 +408,10 @@ TEST(UnitEngineReceive, TheByteWiseMachineFindsTheFramesOfTheStream)
     size_t offset = 0;
     FeedEachByte(e, s.Data.data(), s.Data.size(), offset, seen);
     ASSERT_EQ(seen.size(), s.Want.size());
-    for (size_t k = 0; k < seen.size(); ++k) {
-        EXPECT_EQ(seen[k].End, s.Want[k].End) << "frame " << k;
-        EXPECT_EQ(seen[k].Ok, s.Want[k].Ok) << "frame " << k;
-        if (s.Want[k].Ok) {
-            EXPECT_EQ(seen[k].Records, s.Want[k].Records) << "frame " << k;
-        }
-    }
+    for (size_t k = 0; k < seen.size(); ++k)
+        EXPECT_EQ(std::tuple(seen[k].End, seen[k].Ok, seen[k].Ok ? seen[k].Records : std::vector<Bytes>{}),
+            std::tuple(s.Want[k].End, s.Want[k].Ok, s.Want[k].Records))
+            << "frame " << k;
     EXPECT_EQ(e.CrcErrors, 2u);
     EXPECT_EQ(e.RxState, Engine::ERxState::Hunting);
 }
@@ -474,36 +461,28 @@ TEST(UnitEngineReceive, BlockFeedAgreesWithTheByteWiseMachineAfterEveryRead)
 
 TEST(UnitEngineReceive, AFullEventBufferOverflowsAndTheMachineHuntsAgain)
 {
-    struct Case {
-        Engine::ERxState State;
-        bool Block;
-    } cases[] = {{Engine::ERxState::RecordLength, false}, {Engine::ERxState::RecordLength, true},
-        {Engine::ERxState::RecordBody, false}, {Engine::ERxState::RecordBody, true}};
+    // Whole records and event bodies in the read too: the block feed must not take them either.
     const Bytes bytes = {5, 1, 2, 3, 4, 5, 6};
-    for (const Case& c : cases) {
-        Engine e;
-        e.RxState = c.State;
-        e.EventCount = 2;
-        e.EventLength = 9;
-        e.EventBytes = 1;
-        e.RawIndex = 40;
-        e.WritePos = Engine::EventBufferSize;
-        bool ok = false;
-        unsigned used = 1;
-        const EFeed rc = c.Block ? e.FeedBytes(bytes.data(), unsigned(bytes.size()), used, ok) : e.FeedByte(5, ok);
-        EXPECT_EQ(rc, EFeed::Overflow) << unsigned(c.State) << (c.Block ? " block" : " byte");
-        EXPECT_EQ(used, 1u);
-        EXPECT_EQ(e.RxState, Engine::ERxState::Hunting);
-        EXPECT_EQ(std::tuple(e.RawIndex, e.WritePos, e.EventCount), std::tuple(0u, 0u, 0u));
-    }
+    for (auto state : {Engine::ERxState::RecordLength, Engine::ERxState::RecordBody})
+        for (bool block : {false, true}) {
+            Engine e;
+            std::tie(e.RxState, e.EventCount, e.EventLength, e.EventBytes, e.RawIndex, e.WritePos) =
+                std::tuple(state, 2u, 9u, 1u, 40u, Engine::EventBufferSize);
+            bool ok = false;
+            unsigned used = 1;
+            const EFeed rc = block ? e.FeedBytes(bytes.data(), unsigned(bytes.size()), used, ok) : e.FeedByte(5, ok);
+            EXPECT_EQ(rc, EFeed::Overflow) << unsigned(state) << (block ? " block" : " byte");
+            EXPECT_EQ(std::tuple(used, e.RxState, e.RawIndex, e.WritePos, e.EventCount),
+                std::tuple(1u, Engine::ERxState::Hunting, 0u, 0u, 0u));
+        }
 }
 
 TEST(UnitEngineReceive, UnreadBytesAccumulateUntilTakenAndResetQueuesDropsThem)
 {
     Engine e;
-    const Bytes a = {1, 2, 3}, b = {4, 5};
+    const Bytes a = {1, 2, 3, 4, 5};
     e.KeepUnread(a.data(), 3);
-    e.KeepUnread(b.data(), 2);
+    e.KeepUnread(a.data() + 3, 2);
     EXPECT_EQ(e.GetUnread(), (Bytes{1, 2, 3, 4, 5}));
     Queue(e, {8});
     e.ResetQueues();
