@@ -1,28 +1,10 @@
 #include <HdwLib/core/KvxCrc.h>
 
-#include <array>
-
-namespace {
-
-constexpr std::array<uint16_t, 256> MakeMsbFirstTable(uint16_t poly)
-{
-    std::array<uint16_t, 256> t{};
-    for (unsigned i = 0; i < 256; ++i) {
-        uint16_t crc = static_cast<uint16_t>(i << 8);
-        for (int b = 0; b < 8; ++b)
-            crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ poly : (crc << 1));
-        t[i] = crc;
-    }
-    return t;
-}
-
-constexpr std::array<uint16_t, 256> kTable1021 = MakeMsbFirstTable(0x1021);
-
-} // namespace
+#include <HdwLib/core/internal/Crc16Tables.h>
 
 CKVX_Crc::CKVX_Crc() : CKVX_Crc(CRC16_IBM3740) {}
 
-CKVX_Crc::CKVX_Crc(t_StdCrc selector) : m_Selector(selector), m_Table(kTable1021.data())
+CKVX_Crc::CKVX_Crc(t_StdCrc selector) : m_Selector(selector), m_Table(hdw::crc::kTable1021)
 {
     m_Known = selector == CRC16_IBM3740;
 }
