@@ -336,7 +336,16 @@ protected:
     std::thread ticker;
 };
 
-TEST_F(UnitSession, OpenClosesThenOpensTheSessionAndCloseDoesNotWaitForEchoes)
+// Echoes the commands of `frame` in one unit frame.
+Bytes EchoesOf(const Bytes& frame)
+{
+    std::vector<Bytes> echoes;
+    for (size_t p = 3; p + 4 <= frame.size() - 2; p += frame[p])
+        echoes.push_back(EchoRecord(uint16_t(frame[p + 2] | frame[p + 3] << 8)));
+    return UnitFrame(echoes);
+}
+
+TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
 {
     Bytes seen;
     std::thread unit = EchoingUnit(&seen);
@@ -350,19 +359,37 @@ TEST_F(UnitSession, OpenClosesThenOpensTheSessionAndCloseDoesNotWaitForEchoes)
     EXPECT_EQ(dev.Open(0), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0);
 
-    // A command waiting for its echo and one still queued do not hold the
-    // close back: it sends the closing session command, does not wait for
-    // it, and empties both lists.
+    // A command waiting for its echo and one still queued: the close waits
+    // for the echo, then sends the queued command and the closing session
+    // command in one frame, without waiting for their echoes.
     dev.DeviceLock(0);
     dev.AttachStatusRequestCommand(0, 0, 1);
     dev.ProcessCommandList(0u);
     dev.AttachStatusRequestCommand(0, 1, 1);
     dev.DeviceUnlock(0);
-    ReadHostFrame(pty);
+    const Bytes inFlight = ReadHostFrame(pty);
+    Bytes last;
+    std::thread late([&] {
+        pty.WriteMaster(EchoesOf(inFlight));
+        last = ReadHostFrame(pty);
+    });
     EXPECT_EQ(dev.Close(0), 0u);
-    EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(4, false)}));
+    late.join();
+    EXPECT_EQ(last, HostFrame({{0x07, 0x82, 0x03, 0x00, 0x00, 0x02, 0x00}, SessionRecord(4, false)}));
     EXPECT_FALSE(dev.Inst()->IsOpen());
     EXPECT_TRUE(ListsEmpty());
+
+    // The unit echoes the close late, after the next open began: the new
+    // session drops that echo and opens at the first try.
+    unit = std::thread([&] {
+        seen = ReadHostFrame(pty);
+        pty.WriteMaster(EchoesOf(last));
+        pty.WriteMaster(EchoesOf(seen));
+    });
+    EXPECT_EQ(dev.Open(0), 0u);
+    unit.join();
+    EXPECT_EQ(seen, HostFrame({SessionRecord(5, false), SessionRecord(6, true)}));
+    EXPECT_GE(dev.Inst()->StaleEchoes, 1u);
 }
 
 } // namespace
