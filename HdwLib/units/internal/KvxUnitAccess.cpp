@@ -1,7 +1,7 @@
 #include <HdwLib/units/internal/KvxPortOpen.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
-#include <HdwLib/framework/HdwTimer.h>
+#include <HdwLib/units/internal/KvxWait.h>
 
 namespace hdw::units {
 
@@ -10,18 +10,15 @@ unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs
     CKVX_HdwKvxUnitInstance* inst = InstanceOf(port);
     if (!inst)
         return HDW_ERR_LINK;
-    const uint64_t start = CKVX_HdwTimer::GetTickCount();
-    for (;;) {
+    bool open = false;
+    const bool done = WaitUntil(timeoutMs, [&] {
         port->DeviceLock();
         const bool pending = inst->IsCommandPending(number);
-        const bool open = inst->GetDeviceInstanceBase().IsOpen();
+        open = inst->GetDeviceInstanceBase().IsOpen();
         port->DeviceUnlock();
-        if (!pending)
-            return open ? 0u : unsigned(HDW_ERR_LINK);
-        if (CKVX_HdwTimer::GetElapsedTicks(start) >= timeoutMs)
-            return HDW_ERR_LINK;
-        CKVX_HdwTimer::MsSleep(1);
-    }
+        return !pending;
+    });
+    return done && open ? 0u : unsigned(HDW_ERR_LINK);
 }
 
 unsigned FinishOpen(CKVX_HdwPort& port, unsigned openResult, unsigned timeoutMs)
