@@ -76,19 +76,19 @@ unsigned CKVX_HdwKvxArinc429InBufferService::AcceptMessage(unsigned char label, 
                                                            unsigned char ssmMask)
 {
     CKVX_HdwArinc429InBufferService::AcceptMessage(label, sdiMask, ssmMask);
-    return ReconfigureChannel(true);
+    return ReconfigureFilter();
 }
 
 unsigned CKVX_HdwKvxArinc429InBufferService::AcceptAllMessages()
 {
     CKVX_HdwArinc429InBufferService::AcceptAllMessages();
-    return ReconfigureChannel(true);
+    return ReconfigureFilter();
 }
 
 unsigned CKVX_HdwKvxArinc429InBufferService::DiscardAllMessages()
 {
     CKVX_HdwArinc429InBufferService::DiscardAllMessages();
-    return ReconfigureChannel(true);
+    return ReconfigureFilter();
 }
 
 unsigned char CKVX_HdwKvxArinc429InBufferService::ApplyFilter(CKVX_HdwArinc429Message& message,
@@ -103,6 +103,26 @@ void CKVX_HdwKvxArinc429InBufferService::GetLabelTable(uint8_t* flags) const
 {
     for (unsigned label = 0; label < 256; ++label)
         flags[label] = LabelFilter[label] != 0 ? 1 : 0;
+}
+
+unsigned CKVX_HdwKvxArinc429InBufferService::DiscardMessage(unsigned char label)
+{
+    CKVX_HdwArinc429InBufferService::DiscardMessage(label);
+    return ReconfigureFilter();
+}
+
+// A filter change reaches the unit's label table and leaves the receiver on
+// or off as it was.
+unsigned CKVX_HdwKvxArinc429InBufferService::ReconfigureFilter()
+{
+    auto* port = dynamic_cast<CKVX_HdwKvxArinc429RxPort*>(GetHdwPort());
+    if (!port || !port->IsOpen())
+        return 0;
+    CKVX_HdwServiceLock lock(*this);
+    CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(port);
+    const unsigned channel = port->GetChannel();
+    const bool on = inst && channel < inst->ArxCtrl.size() && inst->ArxCtrl[channel].Enabled;
+    return port->AttachConfiguration(on);
 }
 
 unsigned CKVX_HdwKvxArinc429InBufferService::ReconfigureChannel(bool enable)

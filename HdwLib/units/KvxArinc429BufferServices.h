@@ -31,6 +31,7 @@ public:
     unsigned AcceptMessage(unsigned char label, unsigned char sdiMask, unsigned char ssmMask) override;
     unsigned AcceptAllMessages() override;
     unsigned DiscardAllMessages() override;
+    unsigned DiscardMessage(unsigned char label) override;
 
     // The unit's label table for this filter: label flagged when any SDI/SSM
     // combination of it is accepted. Caller holds the device lock.
@@ -40,6 +41,7 @@ protected:
     unsigned char ApplyFilter(CKVX_HdwArinc429Message& message, unsigned short* filter) override;
 
     unsigned ReconfigureChannel(bool enable);
+    unsigned ReconfigureFilter();
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxArinc429OutBufferService : public CKVX_HdwArinc429OutBufferService {

@@ -16,9 +16,12 @@
 namespace {
 // Bytes taken from the link per read while receiving.
 constexpr unsigned kReadChunk = 4096;
-// Attempts of a session start within the echo time-out: a frame lost to the
-// noise of an earlier exchange costs one attempt, not the Open.
-constexpr unsigned kSessionAttempts = 4;
+// Sendings of a session start: a frame lost to the noise of an earlier
+// exchange costs one sending, not the Open. The next goes when nothing has
+// come back for a quarter of the echo time-out, within these bounds (ms).
+constexpr unsigned kSessionSendings = 4;
+constexpr unsigned kResendMinMs = 20;
+constexpr unsigned kResendMaxMs = 100;
 
 } // namespace
 
@@ -300,31 +303,39 @@ unsigned CKVX_HdwKvxCommandUnit::OpenSession(unsigned instance)
         return HDW_ERR_LINK;
     CKVX_HdwDevice& device = GetUnitDevice();
     // Close, then open: the unit always starts a fresh session. What it
-    // still sends of the earlier one is dropped until it echoes these. When
-    // a frame of ours is lost (to the noise of a frame cut by the open, say),
-    // the session start goes again with new numbers, all within the echo
-    // time-out.
-    const unsigned attemptMs = std::max(m_EchoTimeout / kSessionAttempts, 1u);
-    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    // still sends of the earlier one is dropped until it has echoed these.
+    // When nothing comes back for a while (the frame may have been lost to
+    // the noise of a frame the open cut in two), the session start goes again
+    // with new numbers; the echo of any sending settles the ones before it.
+    const unsigned resendMs = std::clamp(m_EchoTimeout / 4, kResendMinMs, kResendMaxMs);
+    device.DeviceLock(instance);
+    inst->Reset();
+    inst->BeginSession();
+    unsigned rc = SendSessionStart(inst);
+    size_t waiting = inst->EchoList.GetLength();
+    device.DeviceUnlock(instance);
+    unsigned sendings = 1;
+    uint64_t lastSent = CKVX_HdwTimer::GetTickCount();
+    uint64_t lastHeard = lastSent;
     bool confirmed = false;
-    for (unsigned attempt = 0; attempt < kSessionAttempts && !confirmed; ++attempt) {
+    hdw::units::WaitUntil(m_EchoTimeout + (kSessionSendings - 1) * resendMs, [&] {
         device.DeviceLock(instance);
-        if (attempt == 0)
-            inst->Reset();
-        else
-            inst->ResetQueues();
-        inst->BeginSession();
-        AttachSessionCommand(inst, 1);
-        AttachSessionCommand(inst, 0);
-        const unsigned sent = ProcessCommandList(inst);
+        const size_t now = inst->EchoList.GetLength();
+        confirmed = rc == 0 && inst->IsSessionConfirmed();
+        if (now != waiting)
+            lastHeard = CKVX_HdwTimer::GetTickCount();
+        waiting = now;
+        const bool overdue = CKVX_HdwTimer::GetElapsedTicks(lastSent) >= m_EchoTimeout;
+        if (!confirmed && rc == 0 && !overdue && sendings < kSessionSendings &&
+            CKVX_HdwTimer::GetElapsedTicks(lastHeard) >= resendMs) {
+            rc = SendSessionStart(inst);
+            waiting = inst->EchoList.GetLength();
+            ++sendings;
+            lastSent = lastHeard = CKVX_HdwTimer::GetTickCount();
+        }
         device.DeviceUnlock(instance);
-        if (sent != 0)
-            break;
-        const uint64_t elapsed = CKVX_HdwTimer::GetElapsedTicks(start);
-        const unsigned left = elapsed < m_EchoTimeout ? unsigned(m_EchoTimeout - elapsed) : 0u;
-        const unsigned wait = attempt + 1 == kSessionAttempts ? left : std::min(attemptMs, left);
-        confirmed = WaitAllCommandEchoes(instance, wait) == 0;
-    }
+        return confirmed || rc != 0 || overdue;
+    });
     if (confirmed)
         return 0;
     // Closed under the lock first: the tick reads the link of an open
@@ -335,6 +346,22 @@ unsigned CKVX_HdwKvxCommandUnit::OpenSession(unsigned instance)
     device.DeviceUnlock(instance);
     UnitLinkAbandon(inst);
     return HDW_ERR_LINK;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::SendSessionStart(CKVX_HdwKvxUnitInstance* inst)
+{
+    // The echoes still awaited of an earlier sending stay awaited: they are
+    // set aside while this frame goes, then put back in front of its own.
+    CKVX_HdwKvxUnitEngine::CCommandEchoList earlier = std::move(inst->EchoList);
+    inst->EchoList.DeleteAll();
+    inst->CommandList.DeleteAll();
+    AttachSessionCommand(inst, 1);
+    AttachSessionCommand(inst, 0);
+    const unsigned rc = ProcessCommandList(inst);
+    for (const CEchoWaiting& e : inst->EchoList)
+        earlier += e;
+    inst->EchoList = std::move(earlier);
+    return rc;
 }
 
 unsigned CKVX_HdwKvxCommandUnit::OnClosing(unsigned instance)

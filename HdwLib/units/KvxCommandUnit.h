@@ -327,6 +327,9 @@ public:
     void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog = ms; }
 
 protected:
+    // Sends a closing and an opening session command in one frame; echoes
+    // awaited from an earlier sending stay awaited.
+    unsigned SendSessionStart(CKVX_HdwKvxUnitInstance* inst);
     // Builds the next frame and writes it, stamping its echoes `nowMs`.
     unsigned SendNextFrame(CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
     // Feeds a run of received bytes and dispatches every frame that passes

@@ -67,7 +67,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(unsigned instance, unsigned
     CComEchoEvent echo;
     if (const unsigned rc = echo.ExtractData(params, length))
         return rc;
-    return inst->TakeEcho(echo.CommandNumber) == CKVX_HdwKvxUnitEngine::EEcho::OutOfOrder ? HDW_ERR_LINK : 0;
+    const bool inOrder = inst->TakeEcho(echo.CommandNumber) != CKVX_HdwKvxUnitEngine::EEcho::OutOfOrder;
+    return inOrder ? 0u : unsigned(HDW_ERR_LINK);
 }
 
 // A critical failure concerns the whole unit: every open port hears it, so

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -200,14 +201,26 @@ CKVX_HdwKvxUnitEngine::EEcho CKVX_HdwKvxUnitEngine::TakeEcho(uint16_t number)
     CEchoWaiting* oldest = EchoList.GetFirst();
     if (oldest && oldest->Number == number) {
         EchoList.PopFront();
-        m_SessionConfirmed = true;
+        if (EchoList.IsEmpty())
+            m_SessionConfirmed = true;
         return EEcho::Matched;
     }
-    if (!m_SessionConfirmed) {
-        ++StaleEchoes;
-        return EEcho::Stale;
+    if (m_SessionConfirmed)
+        return EEcho::OutOfOrder;
+    // A session start sent more than once: the echo of a later sending
+    // answers for the earlier ones, whose frame was lost.
+    auto& items = EchoList.Items();
+    for (auto it = items.begin(); it != items.end(); ++it) {
+        if (it->Number != number)
+            continue;
+        items.erase(items.begin(), std::next(it));
+        EchoList.ToStart();
+        if (items.empty())
+            m_SessionConfirmed = true;
+        return EEcho::Matched;
     }
-    return EEcho::OutOfOrder;
+    ++StaleEchoes;
+    return EEcho::Stale;
 }
 
 bool CKVX_HdwKvxUnitEngine::IsEchoOverdue(uint32_t nowMs, unsigned timeoutMs) const

@@ -16,10 +16,12 @@
 //   sub-field, parameters), CRC-16 over all of it;
 // - CRC-16: polynomial 0x1021, initial 0xFFFF, no reflection, no final XOR.
 //
-// Sessions: Open starts a fresh session (BeginSession). Until the echo of
-// one of its commands comes back, what the unit still sends of the earlier
-// session (late echoes, events) is stale: echoes that are not the oldest
-// outstanding one are dropped and counted instead of failing the tick.
+// Sessions: Open starts a fresh session (BeginSession). Until the unit has
+// echoed what the new session sent, what it still sends of the earlier one
+// (late echoes, events) is stale: echoes of no outstanding command are
+// dropped and counted instead of failing the tick, and the echo of any
+// outstanding command also settles the ones sent before it (a session start
+// sent again after its frame was lost).
 //
 // Not thread-safe: the driver calls it under the device lock of the instance.
 
@@ -59,7 +61,7 @@ public:
 
     // What an echo did to the echo list.
     enum class EEcho : unsigned {
-        Matched = 0,     // the oldest outstanding command: removed
+        Matched = 0,     // an outstanding command: removed (with the ones before it while a session starts)
         Stale = 1,       // from before the current session: dropped, counted
         OutOfOrder = 14, // not the oldest outstanding one: list unchanged
     };
@@ -150,8 +152,8 @@ public:
     void FrameFailed();
 
     // ---- echoes
-    // Starts a fresh session: echoes that do not match the oldest outstanding
-    // command are stale until one does.
+    // Starts a fresh session: until the echo list is empty again, echoes of
+    // no outstanding command are stale.
     void BeginSession() { m_SessionConfirmed = false; }
     bool IsSessionConfirmed() const { return m_SessionConfirmed; }
     // The echo of command `number` came back.

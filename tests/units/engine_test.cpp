@@ -257,10 +257,11 @@ TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
         {"out of order", false, {5, 6}, {{6, EEcho::OutOfOrder}, {5, EEcho::Matched}, {6, EEcho::Matched}}, 0},
         {"nothing outstanding", false, {}, {{3, EEcho::OutOfOrder}}, 0},
         {"new session, nothing outstanding", true, {}, {{3, EEcho::Stale}, {4, EEcho::Stale}}, 2},
-        {"new session", true, {10, 11},
-            {{3, EEcho::Stale}, {11, EEcho::Stale}, {10, EEcho::Matched}, {7, EEcho::OutOfOrder},
-                {11, EEcho::Matched}, {11, EEcho::OutOfOrder}},
+        // While a session starts, an echo settles the commands sent before it.
+        {"new session, a later sending answers", true, {10, 11, 12, 13},
+            {{3, EEcho::Stale}, {12, EEcho::Matched}, {10, EEcho::Stale}, {13, EEcho::Matched}, {7, EEcho::OutOfOrder}},
             2},
+        {"new session, in order", true, {10, 11}, {{10, EEcho::Matched}, {3, EEcho::Stale}, {11, EEcho::Matched}}, 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.Name);
@@ -278,7 +279,7 @@ TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
         for (const Step& s : c.Steps) {
             EXPECT_EQ(e.TakeEcho(s.Number), s.Want) << "echo of " << s.Number;
             if (s.Want == EEcho::Matched)
-                left.erase(left.begin());
+                left.erase(left.begin(), std::find(left.begin(), left.end(), s.Number) + 1);
             EXPECT_EQ(Waiting(e), left) << "after the echo of " << s.Number;
         }
         EXPECT_EQ(e.StaleEchoes, c.Stale);

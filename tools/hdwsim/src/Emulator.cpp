@@ -316,6 +316,18 @@ size_t Emulator::CanFifoLevel(unsigned channel) const
     return m->Engine.CanFifoLevel(channel);
 }
 
+UnitEngine::A429RxState Emulator::A429Receiver(unsigned channel) const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.A429Receiver(channel);
+}
+
+std::vector<uint8_t> Emulator::RecentCommandCodes() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.RecentCommandCodes();
+}
+
 void Emulator::SetEchoEnabled(bool enabled)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

@@ -129,6 +129,7 @@ struct UnitEngine::Impl {
     // counts as the host speaking.
     uint64_t WatchdogNs = 0;
     uint64_t LastCommandNs = 0;
+    std::deque<uint8_t> CommandLog;
 
     uint32_t Clock(uint64_t ns) const { return static_cast<uint32_t>(Opts.ClockStartUs + ns / 1000); }
 
@@ -178,6 +179,9 @@ void UnitEngine::Impl::ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs)
         const size_t len = rec[0];
         ++Count.CommandsReceived;
         ++Count.CommandsByCode[rec[1] & 0x7F];
+        if (CommandLog.size() == CommandLogSize)
+            CommandLog.pop_front();
+        CommandLog.push_back(rec[1] & 0x7F);
         LastCommandNs = nowNs;
         if (rec[1] & 0x80) {
             if (EchoEnabled) {
@@ -643,6 +647,21 @@ Counters& UnitEngine::MutableCounters() { return m->Count; }
 size_t UnitEngine::A429FifoLevel(unsigned channel) const
 {
     return channel < m->Model.Arinc429TxChannels ? m->Tx[channel].Fifo.size() : 0;
+}
+
+UnitEngine::A429RxState UnitEngine::A429Receiver(unsigned channel) const
+{
+    A429RxState state;
+    if (channel < m->Model.Arinc429RxChannels) {
+        state.Enabled = m->Rx[channel].Enabled;
+        state.Filter = m->Rx[channel].Filter;
+    }
+    return state;
+}
+
+std::vector<uint8_t> UnitEngine::RecentCommandCodes() const
+{
+    return {m->CommandLog.begin(), m->CommandLog.end()};
 }
 
 size_t UnitEngine::CanFifoLevel(unsigned channel) const

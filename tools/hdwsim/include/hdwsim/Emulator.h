@@ -13,6 +13,7 @@
 // link from which it last received host bytes.
 
 #include <hdwsim/Counters.h>
+#include <hdwsim/UnitEngine.h>
 #include <hdwsim/UnitModel.h>
 
 #include <cstdint>
@@ -70,6 +71,8 @@ public:
     uint32_t ClockUs() const;
     size_t A429FifoLevel(unsigned channel) const;
     size_t CanFifoLevel(unsigned channel) const;
+    UnitEngine::A429RxState A429Receiver(unsigned channel) const;
+    std::vector<uint8_t> RecentCommandCodes() const; // see UnitEngine
 
     // Fault injection.
     void SetEchoEnabled(bool enabled);          // false: commands are no longer echoed

@@ -8,6 +8,7 @@
 #include <hdwsim/Counters.h>
 #include <hdwsim/UnitModel.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -85,6 +86,17 @@ public:
     size_t A429FifoLevel(unsigned channel) const;
     // Frames waiting in CAN channel `channel`.
     size_t CanFifoLevel(unsigned channel) const;
+    // ARINC 429 receiver `channel` as the last configuration left it: on or
+    // off, and its label table (bit l: label l passes).
+    struct A429RxState {
+        bool Enabled = false;
+        std::array<uint8_t, 32> Filter{};
+    };
+    A429RxState A429Receiver(unsigned channel) const;
+    // Codes (bit 7 removed) of the last commands taken, oldest first; at
+    // most CommandLogSize are kept.
+    static constexpr size_t CommandLogSize = 256;
+    std::vector<uint8_t> RecentCommandCodes() const;
 
     // Length in bits of a CAN frame on the bus, stuff bits, end of frame and
     // inter-frame space included. `record` is the 13-byte frame of the push
