@@ -3,6 +3,7 @@
 #include <HdwLib/units/KvxUnitEngine.h>
 
 #include <HdwLib/core/internal/Crc16Tables.h>
+#include <HdwLib/framework/HdwObject.h>
 
 #include <algorithm>
 #include <cstring>
@@ -95,7 +96,7 @@ uint16_t CKVX_HdwKvxUnitEngine::GetLastCommandNum()
 unsigned CKVX_HdwKvxUnitEngine::AttachCommand(uint8_t code, const uint8_t* params, unsigned paramCount)
 {
     if (paramCount > MaxRecordLength - 4)
-        return 2;
+        return HDW_ERR_ARGUMENT;
     CCommand cmd;
     cmd.Code = code;
     cmd.Number = GetLastCommandNum();

@@ -13,6 +13,7 @@
 #include <HdwLib/bus/HdwArinc429Message.h>
 #include <HdwLib/bus/HdwCanMessage.h>
 #include <HdwLib/framework/HdwEvent.h>
+#include <HdwLib/framework/HdwObject.h>
 #include <HdwLib/units/KvxUnitProfile.h>
 
 #include <algorithm>
@@ -42,7 +43,7 @@ inline unsigned ExtractArinc429Word(const uint8_t* params, unsigned length, CKVX
                                     uint64_t& timeStamp)
 {
     if (length < 8)
-        return 11;
+        return HDW_ERR_MALFORMED_EVENT;
     timeStamp = ParamLe32(params, length, 0);
     m.SetFromUint32(ParamLe32(params, length, 4));
     m.TimeStamp = timeStamp;
@@ -54,7 +55,7 @@ inline unsigned ExtractArinc429Word(const uint8_t* params, unsigned length, CKVX
 inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_HdwCanMessage& m, uint64_t& timeStamp)
 {
     if (length == 0)
-        return 11;
+        return HDW_ERR_MALFORMED_EVENT;
     timeStamp = ParamLe32(params, length, 0);
     m.TimeStamp = timeStamp;
     const uint8_t flags = ParamByte(params, length, 4);
@@ -64,13 +65,13 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
     unsigned data = 0;
     if (m.Extended) {
         if (length < m.Dlc + 5u)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         m.Identifier = uint32_t(ParamByte(params, length, 5)) << 21 | uint32_t(ParamByte(params, length, 6)) << 13 |
                        uint32_t(ParamByte(params, length, 7)) << 5 | uint32_t(ParamByte(params, length, 8)) >> 3;
         data = 9;
     } else {
         if (length < m.Dlc + 3u)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         m.Identifier = uint32_t(ParamByte(params, length, 5)) << 3 | uint32_t(ParamByte(params, length, 6)) >> 5;
         data = 7;
     }
@@ -95,7 +96,7 @@ public:
     virtual unsigned ExtractData(const uint8_t* params, unsigned length)
     {
         if (length < 5)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         ExtractTimeStamp(params);
         return 0;
     }
@@ -114,7 +115,7 @@ public:
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length != 7)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         this->ExtractTimeStamp(params);
         CommandNumber = uint16_t(params[4] | params[5] << 8);
         return 0;
@@ -167,7 +168,7 @@ public:
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length != 10)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         ExtractTimeStamp(params);
         Kind = params[4];
         StatusWord = kvx_events::ParamLe32(params, length, 5);
@@ -216,7 +217,7 @@ public:
     {
         using namespace kvx_events;
         if (length < 12)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         ExtractTimeStamp(params);
         Kind = params[4];
         unsigned words = 0;
@@ -275,7 +276,7 @@ public:
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length < 6)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         ExtractTimeStamp(params);
         Status = params[4];
         Data.assign(params + 5, params + 5 + (length - 6));
@@ -293,7 +294,7 @@ public:
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
         if (length < 6)
-            return 11;
+            return HDW_ERR_MALFORMED_EVENT;
         ExtractTimeStamp(params);
         ChunkCounter = kvx_events::ParamLe32(params, length, 4);
         Count = kvx_events::ParamLe16(params, length, 8);

@@ -174,7 +174,40 @@ TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrameAndTheNextWaitsForItsEchoes)
     EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false)}));
 }
 
-// An echo outstanding past the time-out: HaldenFaults.AUnitThatStopsEchoingFailsItsServicesAndReopensCleanly.
+// The echo time-out against the unit's clock, stepped by the test: the
+// tick's start reports the unit as not answering once the oldest echo has
+// waited the time-out, and not a millisecond before.
+TEST_F(UnitLink, TheTickReportsAnEchoOutstandingForTheTimeOut)
+{
+    dev.SetEchoTimeout(500);
+    dev.SteppedTime = 0xFFFFFF00u; // the millisecond clock wraps while the echo waits
+    ASSERT_EQ(dev.AttachStatusRequestCommand(0, 0, 1), 0u);
+    ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
+    ReadHostFrame(pty);
+    *dev.SteppedTime += 499;
+    EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 1), 0u);
+    *dev.SteppedTime += 1;
+    EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 2), 14u);
+    EXPECT_EQ(inst()->EchoList.GetLength(), 1u); // left as it is
+    ASSERT_EQ(AnswerEchoes(0, 1), 0u);
+    EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 3), 0u);
+}
+
+// A frame whose dispatch fails is lost, and only that frame: what came in
+// the same read after it is parsed by the next reception, in order.
+TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
+{
+    inst()->EchoList += Base::CEchoWaiting(5, 0);
+    const Bytes stream = Concat({UnitFrame({A429RxRecord(0, 1u << 10), EchoRecord(6), A429RxRecord(0, 2u << 10)}),
+        WordFrame(3), UnitFrame({EchoRecord(5), A429RxRecord(0, 4u << 10)}), WordFrame(5)});
+    EXPECT_EQ(Deliver(stream), 14u);
+    EXPECT_EQ(Received(), (Words{1}));
+    EXPECT_EQ(dev.ProcessReception(0), 0u);
+    EXPECT_EQ(Received(), (Words{1, 3, 4, 5}));
+    EXPECT_TRUE(inst()->EchoList.IsEmpty());
+    EXPECT_EQ(inst()->FailedFrames, 1u);
+}
+
 
 // ---- receive state machine -------------------------------------------------------------------
 
