@@ -1,6 +1,6 @@
 #include <HdwLib/units/HdwKvxHaldenDevice.h>
 
-CKVX_HdwKvxHaldenDevice::CKVX_HdwKvxHaldenDevice() : CKVX_HdwKvxDualCommandDevice(*KvxUnitProfileOf(3)) {}
+CKVX_HdwKvxHaldenDevice::CKVX_HdwKvxHaldenDevice() : CKVX_HdwKvxDualCommandDevice(*CKVX_HdwKvxUnitProfile::Of(3)) {}
 
 CKVX_HdwKvxHaldenDevice::~CKVX_HdwKvxHaldenDevice() = default;
 

@@ -165,7 +165,7 @@ unsigned CKVX_HdwKvxUnitProfile::ChannelCount(unsigned kind) const
     }
 }
 
-const CKVX_HdwKvxUnitProfile* KvxUnitProfileOf(unsigned deviceCode)
+const CKVX_HdwKvxUnitProfile* CKVX_HdwKvxUnitProfile::Of(unsigned deviceCode)
 {
     for (const CKVX_HdwKvxUnitProfile& p : kProfiles)
         if (p.DeviceCode == deviceCode)

@@ -100,6 +100,10 @@ public:
 
     // Channels of port kind `kind` (0 for kind 4 and unknown kinds).
     unsigned ChannelCount(unsigned kind) const;
+
+    // The row of unit model `deviceCode` (3 Halden, 4 Bexley, 6 Arvane, 8
+    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow); null for another code.
+    static const CKVX_HdwKvxUnitProfile* Of(unsigned deviceCode);
 };
 
 // The command sets of the ARINC 429 units and of the CAN units.
@@ -107,7 +111,3 @@ inline constexpr uint32_t KvxArinc429Commands = KvxCmdSession | KvxCmdStatusRequ
                                                 KvxCmdAtxCtxData | KvxCmdAtxPush | KvxCmdAtxCtxReset |
                                                 KvxCmdAtxConfig | KvxCmdArxConfig;
 inline constexpr uint32_t KvxCanCommands = KvxCmdSession | KvxCmdStatusRequest | KvxCmdCanConfig | KvxCmdCanPush;
-
-// The row of unit model `deviceCode` (3 Halden, 4 Bexley, 6 Arvane, 8 Halden
-// Small, 10 Pellor, 11 Quillan, 12 Mirrow); null for another code.
-HDWLIB_EXPORT const CKVX_HdwKvxUnitProfile* KvxUnitProfileOf(unsigned deviceCode);
