@@ -119,8 +119,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachSessionCommand(CKVX_HdwKvxUnitInstance* i
     uint8_t p[3];
     p[0] = uint8_t((close ? 0 : 1) | ((m_LinkSelector & 3) << 4));
     uint16_t watchdog = 0;
-    if (m_SessionWatchdog)
-        watchdog = uint16_t(0x8000 | std::min(m_SessionWatchdog / 10, 1023u));
+    if (const unsigned ms = GetSessionWatchdog())
+        watchdog = uint16_t(0x8000 | std::min(ms / 10, 1023u));
     p[1] = uint8_t(watchdog & 0xFF);
     p[2] = uint8_t(watchdog >> 8);
     return AttachCommand(instance, 1, p, 3);
@@ -307,7 +307,8 @@ unsigned CKVX_HdwKvxCommandUnit::OpenSession(unsigned instance)
     // When nothing comes back for a while (the frame may have been lost to
     // the noise of a frame the open cut in two), the session start goes again
     // with new numbers; the echo of any sending settles the ones before it.
-    const unsigned resendMs = std::clamp(m_EchoTimeout / 4, kResendMinMs, kResendMaxMs);
+    const unsigned echoTimeout = GetEchoTimeout();
+    const unsigned resendMs = std::clamp(echoTimeout / 4, kResendMinMs, kResendMaxMs);
     device.DeviceLock(instance);
     inst->Reset();
     inst->BeginSession();
@@ -318,14 +319,14 @@ unsigned CKVX_HdwKvxCommandUnit::OpenSession(unsigned instance)
     uint64_t lastSent = CKVX_HdwTimer::GetTickCount();
     uint64_t lastHeard = lastSent;
     bool confirmed = false;
-    hdw::units::WaitUntil(m_EchoTimeout + (kSessionSendings - 1) * resendMs, [&] {
+    hdw::units::WaitUntil(echoTimeout + (kSessionSendings - 1) * resendMs, [&] {
         device.DeviceLock(instance);
         const size_t now = inst->EchoList.GetLength();
         confirmed = rc == 0 && inst->IsSessionConfirmed();
         if (now != waiting)
             lastHeard = CKVX_HdwTimer::GetTickCount();
         waiting = now;
-        const bool overdue = CKVX_HdwTimer::GetElapsedTicks(lastSent) >= m_EchoTimeout;
+        const bool overdue = CKVX_HdwTimer::GetElapsedTicks(lastSent) >= echoTimeout;
         if (!confirmed && rc == 0 && !overdue && sendings < kSessionSendings &&
             CKVX_HdwTimer::GetElapsedTicks(lastHeard) >= resendMs) {
             rc = SendSessionStart(inst);
@@ -379,7 +380,7 @@ unsigned CKVX_HdwKvxCommandUnit::OnClosing(unsigned instance)
     AttachSessionCommand(inst, 1);
     const uint16_t close = inst->GetLastAttachedNumber();
     device.DeviceUnlock(instance);
-    hdw::units::WaitUntil(m_EchoTimeout, [&] {
+    hdw::units::WaitUntil(GetEchoTimeout(), [&] {
         device.DeviceLock(instance);
         ProcessReception(instance);
         const unsigned sent = ProcessCommandList(inst);
@@ -406,7 +407,7 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickStart(unsigned instance)
     if (ProcessReception(instance) != 0)
         return HDW_ERR_LINK;
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
-    return inst->IsEchoOverdue(uint32_t(GetUnitTime()), m_EchoTimeout) ? unsigned(HDW_ERR_LINK) : 0u;
+    return inst->IsEchoOverdue(uint32_t(GetUnitTime()), GetEchoTimeout()) ? unsigned(HDW_ERR_LINK) : 0u;
 }
 
 unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)

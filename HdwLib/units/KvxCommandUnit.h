@@ -32,6 +32,7 @@
 #include <HdwLib/units/KvxUnitEvents.h>
 #include <HdwLib/units/KvxUnitProfile.h>
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -321,10 +322,11 @@ public:
     // (upper-cased, blanks trimmed) as a decimal number; 0 otherwise.
     static unsigned HardwareIdNumber(const CKVX_List<CKVX_String>& ids);
 
-    unsigned GetEchoTimeout() const { return m_EchoTimeout; }
-    void SetEchoTimeout(unsigned ms) { m_EchoTimeout = ms; }
-    unsigned GetSessionWatchdog() const { return m_SessionWatchdog; }
-    void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog = ms; }
+    // Both may change while the timer runs: the tick reads them as they are.
+    unsigned GetEchoTimeout() const { return m_EchoTimeout.load(std::memory_order_relaxed); }
+    void SetEchoTimeout(unsigned ms) { m_EchoTimeout.store(ms, std::memory_order_relaxed); }
+    unsigned GetSessionWatchdog() const { return m_SessionWatchdog.load(std::memory_order_relaxed); }
+    void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog.store(ms, std::memory_order_relaxed); }
 
 protected:
     // Sends a closing and an opening session command in one frame; echoes
@@ -350,8 +352,8 @@ protected:
     unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwEvent* event);
 
     uint16_t m_Crc16Table[256] = {};
-    unsigned m_EchoTimeout = DefaultEchoTimeoutMs;
-    unsigned m_SessionWatchdog = 0;
+    std::atomic<unsigned> m_EchoTimeout{DefaultEchoTimeoutMs};
+    std::atomic<unsigned> m_SessionWatchdog{0};
     // 2-bit link selector written into the session command.
     unsigned m_LinkSelector = 0;
     CKVX_HdwKvxUnitProfile m_Profile;
