@@ -281,3 +281,19 @@ unsigned CKVX_HdwFtdiUartBridgedDevice::Com_GetReadBufferBytes(unsigned instance
 {
     return Com_GetReadBufferBytes(GetUartInstance(instance), count);
 }
+
+void CKVX_HdwFtdiUartBridgedDevice::SetUnitIdentity(uint64_t deviceCode, const char* manufacturer, const char* model,
+                                                    const char* usbDescription, const char* vendorId,
+                                                    const char* productId, unsigned baudRate, unsigned linkTimeoutMs)
+{
+    m_DeviceCode = deviceCode;
+    m_Manufacturer = manufacturer;
+    m_ModelName = model;
+    m_Description = usbDescription;
+    m_UsbDescription = usbDescription;
+    m_UsbVendorId = vendorId;
+    m_UsbProductId = productId;
+    m_LinkParameters.BaudRate = baudRate;
+    m_LinkParameters.DataBits = 8;
+    m_LinkTimeout = static_cast<unsigned short>(linkTimeoutMs);
+}

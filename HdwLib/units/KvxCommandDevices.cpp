@@ -5,17 +5,6 @@
 #include <memory>
 
 namespace {
-// Identity and link settings of a unit's row, for either adapter.
-template <class D>
-void SetIdentity(D& device, const CKVX_HdwKvxUnitProfile& p, unsigned short& linkTimeout,
-                 CKVX_HdwUartPort::CParameters& link)
-{
-    link.BaudRate = p.LinkBaudRate;
-    link.DataBits = 8;
-    linkTimeout = static_cast<unsigned short>(p.LinkTimeoutMs);
-    device.SetEchoTimeout(p.EchoTimeoutMs);
-}
-
 // The probe on a temporary instance: the adapter's link is opened and
 // closed around the unit's exchange.
 template <class D, class I>
@@ -39,14 +28,8 @@ CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::~CDeviceInstance() = default;
 CKVX_HdwKvxUsbCommandDevice::CKVX_HdwKvxUsbCommandDevice(const CKVX_HdwKvxUnitProfile& profile)
     : CKVX_HdwKvxCommandUnit(profile)
 {
-    m_DeviceCode = profile.DeviceCode;
-    m_Manufacturer = profile.Manufacturer;
-    m_ModelName = profile.ModelName;
-    m_Description = profile.UsbDescription;
-    m_UsbDescription = profile.UsbDescription;
-    m_UsbVendorId = profile.UsbVendorId;
-    m_UsbProductId = profile.UsbProductId;
-    SetIdentity(*this, profile, m_LinkTimeout, m_LinkParameters);
+    SetUnitIdentity(profile.DeviceCode, profile.Manufacturer, profile.ModelName, profile.UsbDescription,
+                    profile.UsbVendorId, profile.UsbProductId, profile.LinkBaudRate, profile.LinkTimeoutMs);
 }
 
 CKVX_HdwKvxUsbCommandDevice::~CKVX_HdwKvxUsbCommandDevice()
@@ -102,22 +85,21 @@ void CKVX_HdwKvxUsbCommandDevice::UnitAddPort(unsigned instance, CKVX_HdwPort* p
 
 unsigned CKVX_HdwKvxUsbCommandDevice::Open(unsigned instance)
 {
-    CDeviceInstance* inst = GetProtocolInstance(instance);
-    if (!inst)
-        return HDW_ERR_LINK;
-    if (inst->IsOpen())
-        return 0;
-    if (CKVX_HdwFtdiUartBridgedDevice::Open(instance) != 0)
-        return HDW_ERR_LINK;
-    return OpenSession(instance);
+    return OpenUnit(instance);
+}
+
+unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkOpen(unsigned instance)
+{
+    return CKVX_HdwFtdiUartBridgedDevice::Open(instance);
 }
 
 unsigned CKVX_HdwKvxUsbCommandDevice::Close(unsigned instance)
 {
-    CDeviceInstance* inst = GetProtocolInstance(instance);
-    if (!inst || !inst->IsOpen() || !CanClose(instance))
-        return 0;
-    OnClosing(instance);
+    return CloseUnit(instance);
+}
+
+unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkClose(unsigned instance)
+{
     return CKVX_HdwFtdiUartBridgedDevice::Close(instance);
 }
 
@@ -161,15 +143,9 @@ CKVX_HdwKvxDualCommandDevice::CDeviceInstance::~CDeviceInstance() = default;
 CKVX_HdwKvxDualCommandDevice::CKVX_HdwKvxDualCommandDevice(const CKVX_HdwKvxUnitProfile& profile)
     : CKVX_HdwKvxCommandUnit(profile)
 {
-    m_DeviceCode = profile.DeviceCode;
-    m_Manufacturer = profile.Manufacturer;
-    m_ModelName = profile.ModelName;
-    m_Description = profile.UsbDescription;
-    m_UsbDescription = profile.UsbDescription;
-    m_UsbVendorId = profile.UsbVendorId;
-    m_UsbProductId = profile.UsbProductId;
+    SetUnitIdentity(profile.DeviceCode, profile.Manufacturer, profile.ModelName, profile.UsbDescription,
+                    profile.UsbVendorId, profile.UsbProductId, profile.LinkBaudRate, profile.LinkTimeoutMs);
     m_HoeUdpPort = profile.UdpPort;
-    SetIdentity(*this, profile, m_LinkTimeout, m_LinkParameters);
 }
 
 CKVX_HdwKvxDualCommandDevice::~CKVX_HdwKvxDualCommandDevice()
@@ -238,22 +214,21 @@ void CKVX_HdwKvxDualCommandDevice::UnitAddPort(unsigned instance, CKVX_HdwPort* 
 
 unsigned CKVX_HdwKvxDualCommandDevice::Open(unsigned instance)
 {
-    CDeviceInstance* inst = GetProtocolInstance(instance);
-    if (!inst)
-        return HDW_ERR_LINK;
-    if (inst->IsOpen())
-        return 0;
-    if (CKVX_HdwHoeFtdiUartBridgedDevice::Open(instance) != 0)
-        return HDW_ERR_LINK;
-    return OpenSession(instance);
+    return OpenUnit(instance);
+}
+
+unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkOpen(unsigned instance)
+{
+    return CKVX_HdwHoeFtdiUartBridgedDevice::Open(instance);
 }
 
 unsigned CKVX_HdwKvxDualCommandDevice::Close(unsigned instance)
 {
-    CDeviceInstance* inst = GetProtocolInstance(instance);
-    if (!inst || !inst->IsOpen() || !CanClose(instance))
-        return 0;
-    OnClosing(instance);
+    return CloseUnit(instance);
+}
+
+unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkClose(unsigned instance)
+{
     return CKVX_HdwHoeFtdiUartBridgedDevice::Close(instance);
 }
 

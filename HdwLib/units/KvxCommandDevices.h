@@ -34,6 +34,8 @@ public:
 
     // What the unit protocol needs of its device.
     CKVX_HdwDevice& GetUnitDevice() override { return *this; }
+    unsigned UnitLinkOpen(unsigned instance) override;
+    unsigned UnitLinkClose(unsigned instance) override;
     CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) override;
     unsigned UnitLinkWrite(CKVX_HdwKvxUnitInstance* instance, uint8_t* data, unsigned count) override;
     unsigned UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes,
@@ -70,6 +72,8 @@ public:
     unsigned CreateInstancePorts(unsigned instance) override;
 
     CKVX_HdwDevice& GetUnitDevice() override { return *this; }
+    unsigned UnitLinkOpen(unsigned instance) override;
+    unsigned UnitLinkClose(unsigned instance) override;
     CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) override;
     unsigned UnitLinkWrite(CKVX_HdwKvxUnitInstance* instance, uint8_t* data, unsigned count) override;
     unsigned UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes,

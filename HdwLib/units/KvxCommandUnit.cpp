@@ -296,6 +296,27 @@ unsigned CKVX_HdwKvxCommandUnit::WaitAllCommandEchoes(unsigned instance, unsigne
 
 // ---- open, close, tick ------------------------------------------------------
 
+unsigned CKVX_HdwKvxCommandUnit::OpenUnit(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_LINK;
+    if (inst->GetDeviceInstanceBase().IsOpen())
+        return 0;
+    if (UnitLinkOpen(instance) != 0)
+        return HDW_ERR_LINK;
+    return OpenSession(instance);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::CloseUnit(unsigned instance)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst || !inst->GetDeviceInstanceBase().IsOpen() || !GetUnitDevice().CanClose(instance))
+        return 0;
+    OnClosing(instance);
+    return UnitLinkClose(instance);
+}
+
 unsigned CKVX_HdwKvxCommandUnit::OpenSession(unsigned instance)
 {
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);

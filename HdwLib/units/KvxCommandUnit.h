@@ -180,6 +180,9 @@ public:
     // ---- what the adapter provides (its link base and the object model)
     // The device this unit is (the adapter itself).
     virtual CKVX_HdwDevice& GetUnitDevice() = 0;
+    // The link base's Open and Close of an instance.
+    virtual unsigned UnitLinkOpen(unsigned instance) = 0;
+    virtual unsigned UnitLinkClose(unsigned instance) = 0;
     // The protocol state of instance `instance`; null when there is none.
     virtual CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) = 0;
     // The byte link of an instance over whichever transport it uses.
@@ -292,6 +295,11 @@ public:
     unsigned ProcessUartEchoReception(CKVX_HdwKvxUnitInstance* instance);
 
     // ---- the adapters' overrides of the link base, written once
+    // Open of an instance (0 when it is open already): the link, then a
+    // fresh session. Close of an instance when no port of it is open: what
+    // is queued, the closing session command, then the link.
+    unsigned OpenUnit(unsigned instance);
+    unsigned CloseUnit(unsigned instance);
     // The rest of Open once the link base has opened the link: a fresh
     // session (close, then open), its echoes awaited; 14, with the link
     // closed again, when the unit does not answer.
