@@ -22,7 +22,7 @@ unsigned ProbeOn(D& device, I* tmp)
 
 // ---- USB only ----------------------------------------------------------------
 
-CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::CDeviceInstance() = default;
+CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::CDeviceInstance() : CKVX_HdwKvxUnitInstance(static_cast<CKVX_HdwDevice::CDeviceInstance&>(*this)) {}
 CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::~CDeviceInstance() = default;
 
 CKVX_HdwKvxUsbCommandDevice::CKVX_HdwKvxUsbCommandDevice(const CKVX_HdwKvxUnitProfile& profile)
@@ -137,7 +137,7 @@ unsigned CKVX_HdwKvxUsbCommandDevice::CreateInstancePorts(unsigned instance)
 
 // ---- USB and Ethernet ------------------------------------------------------------
 
-CKVX_HdwKvxDualCommandDevice::CDeviceInstance::CDeviceInstance() = default;
+CKVX_HdwKvxDualCommandDevice::CDeviceInstance::CDeviceInstance() : CKVX_HdwKvxUnitInstance(static_cast<CKVX_HdwDevice::CDeviceInstance&>(*this)) {}
 CKVX_HdwKvxDualCommandDevice::CDeviceInstance::~CDeviceInstance() = default;
 
 CKVX_HdwKvxDualCommandDevice::CKVX_HdwKvxDualCommandDevice(const CKVX_HdwKvxUnitProfile& profile)

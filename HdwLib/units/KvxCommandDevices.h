@@ -16,7 +16,6 @@ public:
     public:
         CDeviceInstance();
         ~CDeviceInstance() override;
-        CKVX_HdwDevice::CDeviceInstance& GetDeviceInstanceBase() override { return *this; }
     };
 
     // Sets the identity, link settings and echo time-out of `profile`.
@@ -57,7 +56,6 @@ public:
     public:
         CDeviceInstance();
         ~CDeviceInstance() override;
-        CKVX_HdwDevice::CDeviceInstance& GetDeviceInstanceBase() override { return *this; }
     };
 
     explicit CKVX_HdwKvxDualCommandDevice(const CKVX_HdwKvxUnitProfile& profile);

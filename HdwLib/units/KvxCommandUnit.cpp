@@ -27,7 +27,7 @@ constexpr unsigned kResendMaxMs = 100;
 
 // ---- the instance -----------------------------------------------------------
 
-CKVX_HdwKvxUnitInstance::CKVX_HdwKvxUnitInstance() = default;
+CKVX_HdwKvxUnitInstance::CKVX_HdwKvxUnitInstance(CKVX_HdwDevice::CDeviceInstance& base) : m_Base(base) {}
 CKVX_HdwKvxUnitInstance::~CKVX_HdwKvxUnitInstance() = default;
 
 void CKVX_HdwKvxUnitInstance::Reset()

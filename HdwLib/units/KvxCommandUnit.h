@@ -58,7 +58,9 @@ class CKVX_HdwKvxSignalService;
 // CDeviceInstance classes are their link base's instance plus this.
 class HDWLIB_EXPORT CKVX_HdwKvxUnitInstance : public CKVX_HdwKvxUnitEngine {
 public:
-    CKVX_HdwKvxUnitInstance();
+    // `base`: the object-model instance this state belongs to (the adapter's
+    // instance, whose other base it is).
+    explicit CKVX_HdwKvxUnitInstance(CKVX_HdwDevice::CDeviceInstance& base);
     ~CKVX_HdwKvxUnitInstance() override;
 
     // Back to a fresh session: the queues, the receive machine and every
@@ -67,7 +69,7 @@ public:
     // One control record per channel of each kind of `profile`.
     void SizeChannels(const CKVX_HdwKvxUnitProfile& profile);
     // The object-model instance this state belongs to (its port list, open flag).
-    virtual CKVX_HdwDevice::CDeviceInstance& GetDeviceInstanceBase() = 0;
+    CKVX_HdwDevice::CDeviceInstance& GetDeviceInstanceBase() { return m_Base; }
 
     std::vector<CKVX_HdwKvxArinc429TxCtrlStatus> AtxCtrl;
     std::vector<CKVX_HdwKvxArinc429RxCtrlStatus> ArxCtrl;
@@ -77,6 +79,9 @@ public:
     // The port of each (port type, channel) while a frame's events are
     // handed out (ProcessEventPayload).
     CKVX_HdwEventRoutes Routes;
+
+private:
+    CKVX_HdwDevice::CDeviceInstance& m_Base;
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxCommandUnit {
