@@ -1,4 +1,5 @@
 #include <HdwLib/bus/HdwCanByteInBufferService.h>
+#include <HdwLib/bus/internal/ByteInput.h>
 #include <HdwLib/bus/internal/CanStreamId.h>
 #include <HdwLib/bus/internal/MessageQueue.h>
 
@@ -64,39 +65,27 @@ unsigned CKVX_HdwCanByteInBufferService::Read(unsigned char* bytes, unsigned int
 unsigned CKVX_HdwCanByteInBufferService::ReadTimed(unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount,
                                                    unsigned int& readCount)
 {
-    readCount = 0;
-    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
-        return rc;
-    if (maxCount == 0)
-        return 0;
-    if (!bytes)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    unsigned n = 0;
-    while (n < maxCount && !m_Chunks.empty()) {
-        SChunk& c = m_Chunks.front();
-        const unsigned take = std::min<unsigned>(maxCount - n, unsigned(c.Count - c.First));
-        std::copy_n(c.Data + c.First, take, bytes + n);
-        if (timeStamps)
-            std::fill_n(timeStamps + n, take, c.Time);
-        n += take;
-        c.First = uint8_t(c.First + take);
-        if (c.First == c.Count)
-            m_Chunks.pop_front();
-    }
-    m_Bytes -= n;
-    readCount = n;
-    return 0;
+    return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount, [&](unsigned char* out, unsigned max) {
+        unsigned n = 0;
+        while (n < max && !m_Chunks.empty()) {
+            SChunk& c = m_Chunks.front();
+            const unsigned take = std::min<unsigned>(max - n, unsigned(c.Count - c.First));
+            std::copy_n(c.Data + c.First, take, out + n);
+            if (timeStamps)
+                std::fill_n(timeStamps + n, take, c.Time);
+            n += take;
+            c.First = uint8_t(c.First + take);
+            if (c.First == c.Count)
+                m_Chunks.pop_front();
+        }
+        m_Bytes -= n;
+        return n;
+    });
 }
 
 unsigned CKVX_HdwCanByteInBufferService::GetReadBufferBytes(unsigned int& count)
 {
-    count = 0;
-    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
-        return rc;
-    CKVX_HdwServiceLock lock(*this);
-    count = unsigned(m_Bytes);
-    return 0;
+    return hdw::bus::CountBytes(*this, count, [this] { return m_Bytes; });
 }
 
 unsigned CKVX_HdwCanByteInBufferService::ResetReadBuffer()

@@ -1,3 +1,4 @@
+#include <HdwLib/bus/internal/ByteInput.h>
 #include <HdwLib/bus/internal/RunState.h>
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/links/HdwByteLine.h>
@@ -64,13 +65,8 @@ unsigned CKVX_HdwLineByteInBufferService::HdwTimerHandler(uint64_t)
         }
         if (n == 0)
             break;
-        m_Bytes.insert(m_Bytes.end(), chunk, chunk + n);
+        hdw::bus::AppendBytes(m_Bytes, chunk, n, BufferSize, m_Dropped);
         total += n;
-    }
-    if (BufferSize != 0 && m_Bytes.size() > BufferSize) {
-        const size_t excess = m_Bytes.size() - BufferSize;
-        m_Bytes.erase(m_Bytes.begin(), m_Bytes.begin() + std::ptrdiff_t(excess));
-        m_Dropped += excess;
     }
     return 0;
 }
@@ -95,29 +91,12 @@ unsigned CKVX_HdwLineByteInBufferService::Stop()
 unsigned CKVX_HdwLineByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
                                                           unsigned int& readCount)
 {
-    readCount = 0;
-    if (const unsigned rc = RunState(GetStatus()))
-        return rc;
-    if (maxCount == 0)
-        return 0;
-    if (!bytes)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    const size_t n = std::min<size_t>(maxCount, m_Bytes.size());
-    std::copy_n(m_Bytes.begin(), n, bytes);
-    m_Bytes.erase(m_Bytes.begin(), m_Bytes.begin() + std::ptrdiff_t(n));
-    readCount = unsigned(n);
-    return 0;
+    return hdw::bus::ReadBytes(*this, m_Bytes, bytes, maxCount, readCount);
 }
 
 unsigned CKVX_HdwLineByteInBufferService::GetReadBufferBytes(unsigned int& count)
 {
-    count = 0;
-    if (const unsigned rc = RunState(GetStatus()))
-        return rc;
-    CKVX_HdwServiceLock lock(*this);
-    count = unsigned(m_Bytes.size());
-    return 0;
+    return hdw::bus::CountBytes(*this, count, [this] { return m_Bytes.size(); });
 }
 
 unsigned CKVX_HdwLineByteInBufferService::ResetReadBuffer()

@@ -1,6 +1,6 @@
 #include <HdwLib/units/KvxUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>
-#include <HdwLib/units/internal/KvxByteInputQueue.h>
+#include <HdwLib/bus/internal/ByteInput.h>
 #include <HdwLib/units/internal/KvxOutputQueue.h>
 
 #include <algorithm>
@@ -45,19 +45,19 @@ unsigned CKVX_HdwKvxUartByteInBufferService::ProcessEvent(CKVX_HdwEvent* event)
     if (GetStatus() != HDW_SERVICE_RUNNING || !hdw::units::IsEvent(event, KvxEventUartRx))
         return 0;
     const auto* rx = static_cast<const CKVX_HdwKvxUartRxEvent*>(event);
-    hdw::units::AppendBytes(m_Bytes, rx->Data.data(), rx->Data.size(), BufferSize, m_Dropped);
+    hdw::bus::AppendBytes(m_Bytes, rx->Data.data(), rx->Data.size(), BufferSize, m_Dropped);
     return 0;
 }
 
 unsigned CKVX_HdwKvxUartByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
                                                   unsigned int& readCount)
 {
-    return hdw::units::ReadBytes(*this, m_Bytes, bytes, maxCount, readCount);
+    return hdw::bus::ReadBytes(*this, m_Bytes, bytes, maxCount, readCount);
 }
 
 unsigned CKVX_HdwKvxUartByteInBufferService::GetReadBufferBytes(unsigned int& count)
 {
-    return hdw::units::CountBytes(*this, count, [this] { return m_Bytes.size(); });
+    return hdw::bus::CountBytes(*this, count, [this] { return m_Bytes.size(); });
 }
 
 unsigned CKVX_HdwKvxUartByteInBufferService::ResetReadBuffer()

@@ -1,21 +1,24 @@
 #pragma once
-// The byte input of the unit's byte services: received bytes wait, oldest
-// first, for the application's Read; when more than the bound wait (0: no
-// bound) the oldest are dropped and counted.
+// The byte input of the byte services (the units' UART and CAN byte streams,
+// the PC's serial lines): received bytes wait, oldest first, for the
+// application's Read; when more than the bound wait (0: no bound) the oldest
+// are dropped and counted. Read and the count of waiting bytes are written
+// once here for all of them.
 //
-// Lock rule: the bytes only under the device lock (the tick appends under
-// it; ReadBytes and CountBytes take it once per call).
+// Lock rule: the bytes only under the service's lock (the device lock for
+// the units' services); ReadBytes and CountBytes take it once per call.
 
+#include <HdwLib/bus/internal/RunState.h>
 #include <HdwLib/framework/HdwObject.h>
 #include <HdwLib/framework/HdwService.h>
-#include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 
-namespace hdw::units {
+namespace hdw::bus {
+
 
 using CByteQueue = std::deque<uint8_t>;
 
@@ -79,4 +82,4 @@ unsigned CountBytes(CKVX_HdwService& service, unsigned& count, TSize&& size)
     return 0;
 }
 
-} // namespace hdw::units
+} // namespace hdw::bus
