@@ -236,6 +236,13 @@ TEST(Columns, Arinc429CanAndUartRows)
     // The ARINC 429 columns are checked on the monitor's own output in
     // program_test (Arinc429WordsThroughALabelFilter...), the raw words in Arinc429Syntax.
     EXPECT_EQ(Arinc429Fields(12345678, "a429rx:0", CKVX_HdwArinc429Message())[0], "12.345678");
+    // A word failing its receiver's parity check has "!" after its parity bit.
+    CKVX_HdwArinc429Message w;
+    w.SetFromUint32(0x80000083); // label 203: three ones, parity bit 1: even
+    EXPECT_FALSE(Arinc429ParityOk(w));
+    EXPECT_TRUE(Arinc429ParityOk(w, true));
+    EXPECT_EQ(Arinc429Fields(0, "a429rx:0", w, true)[6], "1!");
+    EXPECT_EQ(Arinc429Fields(0, "a429rx:0", w)[6], "1");
     const auto f = Can("1F334455#R");
     EXPECT_EQ(CanFields(5, "can:1", f), (Fields{"0.000005", "can:1", "1F334455", "0", "-", "R", "1F334455#R"}));
     EXPECT_EQ(CanFields(0, "can:1", Can("123#DE.AD"))[4], "DE.AD");

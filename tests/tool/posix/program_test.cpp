@@ -225,6 +225,29 @@ TEST(ToolMonitor, Arinc429WordsThroughALabelFilterAndCanFramesRoundTripOverUdp)
     }
 }
 
+// A word sent with the wrong parity is marked "!" in the P column of the
+// receiver's line, and only that one; --parity even turns the verdicts round.
+TEST(ToolMonitor, Arinc429ParityErrorsAreMarkedAgainstTheReceiversParity)
+{
+    SimProcess sim(false);
+    // Label 203 alone has three ones: odd parity is bit 0, even is bit 1.
+    for (const std::string parity : {"odd", "even"}) {
+        SCOPED_TRACE(parity);
+        const Output o = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--parity", parity, "--count", "2",
+            "--duration", "20", "--send", "a429tx:0=label=203,parity=0", "--send", "a429tx:0=label=203,parity=1"});
+        ASSERT_EQ(o.Status, 0) << o.Err;
+        ASSERT_EQ(o.Lines().size(), 2u) << o.Out;
+        std::vector<std::string> marks;
+        for (const auto& l : o.Lines()) {
+            const auto w = Words(l);
+            ASSERT_EQ(w.size(), 8u) << l;
+            marks.push_back(w[6]);
+        }
+        EXPECT_EQ(marks, (parity == "odd" ? std::vector<std::string>{"0", "1!"}
+                                          : std::vector<std::string>{"0!", "1"}));
+    }
+}
+
 // UART bytes reaching a monitor: the uart:1 example of "monitor --help" (ToolHelp)
 // must count its one line; their columns are UartFields in core_test (Columns).
 
@@ -319,22 +342,47 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
 }
 
 // The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways) with
-// sent = received, nothing lost or altered.
-void ExpectNoLossSummary(const Output& o)
+// sent = received, nothing lost or altered, and `parityErrors` words with a
+// parity error in all.
+void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0)
 {
-    EXPECT_NE(o.Out.find("result: no loss"), std::string::npos) << o.Out;
-    unsigned rows = 0;
+    if (parityErrors == 0)
+        EXPECT_NE(o.Out.find("result: no loss"), std::string::npos) << o.Out;
+    else
+        EXPECT_NE(o.Out.find("result: LOSS, 0 lost, 0 altered and " + std::to_string(parityErrors) +
+                             " with a parity error of "),
+                  std::string::npos)
+            << o.Out;
+    unsigned rows = 0, parity = 0;
     for (const auto& l : o.Lines()) {
         const auto w = Words(l);
-        if (w.size() == 6 && w[0].find('>') != std::string::npos) {
+        if (w.size() == 7 && w[0].find('>') != std::string::npos) {
             ++rows;
             EXPECT_NE(w[1], "0") << l;
             EXPECT_EQ(w[1], w[2]) << l;
             EXPECT_EQ(w[3], "0") << l;
             EXPECT_EQ(w[4], "0") << l;
+            parity += unsigned(std::stoul(w[5]));
         }
     }
     EXPECT_EQ(rows, 6u) << o.Out;
+    EXPECT_EQ(parity, parityErrors) << o.Out;
+}
+
+// Words whose parity the emulated unit flipped: counted in the summary, each
+// one's line marked (--verbose prints every word), and the exit status is 1.
+TEST(ToolDemo, ParityErrorsAreCountedAndMarked)
+{
+    const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--verbose"}, 90);
+    EXPECT_EQ(o.Status, 1) << o.Err;
+    ExpectNoLossSummary(o, 3);
+    unsigned marked = 0;
+    for (const auto& l : o.Lines()) {
+        const auto w = Words(l);
+        if (w.size() == 8 && w[1].rfind("a429rx:", 0) == 0 && w[6].back() == '!')
+            ++marked;
+    }
+    EXPECT_EQ(marked, 3u) << o.Out;
 }
 
 TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)

@@ -334,6 +334,12 @@ void Emulator::SetEchoEnabled(bool enabled)
     m->Engine.SetEchoEnabled(enabled);
 }
 
+void Emulator::FlipNextA429Parity(unsigned words)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Engine.FlipNextA429Parity(words);
+}
+
 void Emulator::CorruptNextFrameCrc(unsigned frames)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

@@ -116,6 +116,7 @@ struct UnitEngine::Impl {
     const UnitModel& Model;
     Options Opts;
     Counters Count;
+    unsigned A429ParityFaults = 0; // received words still to get a flipped parity bit
     EventFramer Framer;
     std::array<HostFrameParser, LinkCount> Parsers;
     bool EchoEnabled = true;
@@ -373,6 +374,10 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
     else if (!(r.Filter[label >> 3] & (1u << (label & 7))))
         ++Count.A429FilterDropped[ch];
     else {
+        if (A429ParityFaults > 0) {
+            --A429ParityFaults;
+            le::Put32(params + 4, word ^ 0x80000000u);
+        }
         le::Put16(params + 8, 0);
         params[10] = static_cast<uint8_t>(ch >> 3);
         Event(EventA429Rx, ch, params, Model.Arinc429RxChannels > 8 ? 11 : 10);
@@ -635,6 +640,7 @@ bool UnitEngine::InjectMilStd1553Event(unsigned channel, const std::vector<uint8
 }
 
 void UnitEngine::CorruptNextFrameCrc(unsigned frames) { m->Framer.CorruptNextCrc(frames); }
+void UnitEngine::FlipNextA429Parity(unsigned words) { m->A429ParityFaults = words; }
 
 void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes) { m->Framer.InsertStray(bytes); }
 

@@ -143,7 +143,7 @@ Fields ItemFields(const Item& item, const std::string& portName)
     case HDW_PORT_CAN: return CanFields(item.TimeUs, portName, item.Frame);
     case HDW_PORT_UART: return UartFields(item.TimeUs, portName, item.Bytes);
     case HDW_PORT_MILSTD1553: return Mil1553Fields(item.TimeUs, portName, item.Value, item.Aux);
-    default: return Arinc429Fields(item.TimeUs, portName, item.Word);
+    default: return Arinc429Fields(item.TimeUs, portName, item.Word, item.ParityError);
     }
 }
 
@@ -232,6 +232,9 @@ bool Channel::Open(const PortOptions& options, std::string& error)
     case HDW_PORT_ARINC429_RX:
         if (!OpenArinc429(dynamic_cast<CKVX_HdwArinc429RxPort*>(m_Port), options, rc, error))
             return false;
+        // The parity the receiver checks its words against (code 2: none).
+        if (options.Parity)
+            ParityCode(*options.Parity, false, m_A429Parity);
         what = "rate " + std::to_string(options.Rate.value_or(12500)) + " bit/s (12500 or 100000)";
         break;
     case HDW_PORT_ARINC429_TX:
@@ -351,6 +354,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
                 it.PortType = HDW_PORT_ARINC429_RX;
                 it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
                 it.Word = buf[i];
+                it.ParityError = m_A429Parity < 2 && !Arinc429ParityOk(buf[i], m_A429Parity == 1);
                 items.push_back(std::move(it));
             }
     } else if (m_Signals) {

@@ -45,6 +45,7 @@ struct Item {
     std::vector<uint8_t> Bytes;
     uint32_t Value = 0;  // MIL-STD-1553 message signal
     uint32_t Aux = 0;
+    bool ParityError = false; // ARINC 429 received: the word's parity is not the receiver's
 };
 
 // Parses a value for a port of that type (ARINC 429 word, CAN frame, bytes).
@@ -85,6 +86,7 @@ private:
     CKVX_HdwPort* m_Port;
     std::string m_Name;
     std::vector<LabelAccept> m_Accepts;
+    uint8_t m_A429Parity = 0; // receiver: 0 odd, 1 even, 2 none
     CKVX_HdwArinc429InBufferService* m_A429In = nullptr;
     CKVX_HdwArinc429OutBufferService* m_A429Out = nullptr;
     CKVX_HdwSignalService* m_Signals = nullptr;

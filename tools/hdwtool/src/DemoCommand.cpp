@@ -24,6 +24,7 @@ struct Flow {
     Channel* Tx = nullptr;
     Channel* Rx = nullptr;
     uint64_t Sent = 0, Received = 0, Altered = 0;
+    uint64_t ParityErrors = 0; // ARINC 429 words received with a parity that is not odd
     std::deque<Item> Expected;
 };
 
@@ -90,6 +91,7 @@ int RunDemo(const std::vector<std::string>& args)
 {
     std::vector<OptionSpec> specs = {{"duration", 't', true, false}, {"udp", 0, false, false},
                                      {"verbose", 'v', false, false}, {"no-status", 0, false, false},
+                                     {"parity-faults", 0, true, false},
                                      {"help", 'h', false, false}};
     ParsedArgs parsed;
     if (const int rc = ParseCommand("demo", specs, args, parsed); rc >= 0)
@@ -100,6 +102,10 @@ int RunDemo(const std::vector<std::string>& args)
         return Fail("demo: --duration: " + error, ExitUsage);
     if (!parsed.Positionals().empty())
         return Fail("demo: unexpected argument \"" + parsed.Positionals().front() + "\"", ExitUsage);
+    uint64_t parityFaults = 0;
+    if (parsed.Has("parity-faults") &&
+        (!ParseNumber(parsed.Get("parity-faults"), parityFaults) || parityFaults > 1000000))
+        return Fail("demo: --parity-faults: \"" + parsed.Get("parity-faults") + "\" is not a count", ExitUsage);
     const bool udp = parsed.Has("udp");
     const bool verbose = parsed.Has("verbose");
     const bool terminal = IsTerminal(1);
@@ -111,6 +117,7 @@ int RunDemo(const std::vector<std::string>& args)
     hdwsim::Emulator sim(hdwsim::HaldenModel(), simOptions);
     if (!sim.Start(&error))
         return Fail("demo: cannot start the emulated unit: " + error);
+    sim.FlipNextA429Parity(unsigned(parityFaults));
     const std::string link = udp ? "udp:127.0.0.1:" + std::to_string(sim.UdpPort()) : sim.PtyPath();
     std::printf("Emulated Halden unit on %s (hdwtool list --link 3:%s)\n\n", link.c_str(), link.c_str());
 
@@ -260,6 +267,8 @@ int RunDemo(const std::vector<std::string>& args)
             for (const auto& it : items) {
                 any = true;
                 ++f.Received;
+                if (it.ParityError)
+                    ++f.ParityErrors;
                 status.Add(i, 1);
                 if (f.Expected.empty() || !SameItem(f.Expected.front(), it))
                     ++f.Altered;
@@ -293,18 +302,21 @@ int RunDemo(const std::vector<std::string>& args)
     // Summary.
     const hdwsim::Counters counters = sim.GetCounters();
     std::printf("\nSummary (%.1f s of traffic):\n", sendEnd);
-    const Columns sumCols{{"PATH", "SENT", "RECEIVED", "LOST", "ALTERED", "RATE/S"}, {20, -8, -8, -6, -7, -7}};
+    const Columns sumCols{{"PATH", "SENT", "RECEIVED", "LOST", "ALTERED", "PARITY", "RATE/S"},
+                          {20, -8, -8, -6, -7, -6, -7}};
     std::printf("%s\n", RenderRow(sumCols.Header, sumCols, OutputFormat::Text).c_str());
-    uint64_t lost = 0, altered = 0, sent = 0;
+    uint64_t lost = 0, altered = 0, parity = 0, sent = 0;
     for (const auto& f : flows) {
         const uint64_t l = f.Sent > f.Received ? f.Sent - f.Received : 0;
         lost += l;
         altered += f.Altered;
+        parity += f.ParityErrors;
         sent += f.Sent;
         char rate[32];
         std::snprintf(rate, sizeof rate, "%.1f", sendEnd > 0 ? double(f.Received) / sendEnd : 0.0);
         std::printf("%s\n", RenderRow({f.Tx->Name() + ">" + f.Rx->Name(), std::to_string(f.Sent),
-                                       std::to_string(f.Received), std::to_string(l), std::to_string(f.Altered), rate},
+                                       std::to_string(f.Received), std::to_string(l), std::to_string(f.Altered),
+                                       std::to_string(f.ParityErrors), rate},
                                       sumCols, OutputFormat::Text)
                                 .c_str());
     }
@@ -315,12 +327,13 @@ int RunDemo(const std::vector<std::string>& args)
                 static_cast<unsigned long long>(counters.CommandsReceived),
                 static_cast<unsigned long long>(counters.EventsSent), static_cast<unsigned long long>(fifoDrops),
                 static_cast<unsigned long long>(counters.FramesBadCrc + counters.FramesMalformed));
-    if (lost == 0 && altered == 0 && sent > 0) {
+    if (lost == 0 && altered == 0 && parity == 0 && sent > 0) {
         std::printf("result: no loss, %llu words and frames checked\n", static_cast<unsigned long long>(sent));
         return ExitOk;
     }
-    std::printf("result: LOSS, %llu lost and %llu altered of %llu\n", static_cast<unsigned long long>(lost),
-                static_cast<unsigned long long>(altered), static_cast<unsigned long long>(sent));
+    std::printf("result: LOSS, %llu lost, %llu altered and %llu with a parity error of %llu\n",
+                static_cast<unsigned long long>(lost), static_cast<unsigned long long>(altered),
+                static_cast<unsigned long long>(parity), static_cast<unsigned long long>(sent));
     return ExitFailed;
 }
 

@@ -3,6 +3,7 @@
 #include "Values.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
 
 namespace hdwtool {
@@ -10,7 +11,7 @@ namespace hdwtool {
 const Columns& Arinc429Columns()
 {
     static const Columns c{{"TIME", "PORT", "LABEL", "SDI", "DATA", "SSM", "P", "WORD"},
-                           {-12, 10, 5, 3, 5, 3, 1, 8}};
+                           {-12, 10, 5, 3, 5, 3, 2, 8}};
     return c;
 }
 
@@ -116,13 +117,21 @@ std::string FormatLabel(uint8_t label)
     return buf;
 }
 
-Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word)
+bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even)
+{
+    CKVX_HdwArinc429Message w = word;
+    w.Parity &= 1;
+    return (std::popcount(w.GetToUint32()) % 2 == 1) != even;
+}
+
+Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word,
+                      bool parityError)
 {
     CKVX_HdwArinc429Message w = word;
     return {FormatTime(timeUs),       port,
             FormatLabel(word.Label),  std::to_string(word.Sdi & 3),
             Hex(word.Data & 0x7FFFF, 5), std::to_string(word.Ssm & 3),
-            std::to_string(word.Parity & 1), Hex(w.GetToUint32(), 8)};
+            std::to_string(word.Parity & 1) + (parityError ? "!" : ""), Hex(w.GetToUint32(), 8)};
 }
 
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame)

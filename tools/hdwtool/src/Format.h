@@ -4,7 +4,9 @@
 // the end of the line) or as CSV. The column sets:
 //
 //   ARINC 429: TIME PORT LABEL SDI DATA SSM P WORD
-//              label in octal, data (19 bits) in hex, WORD the raw 32-bit word
+//              label in octal, data (19 bits) in hex, P the parity bit with
+//              "!" after it when the receiver's parity check fails ("1!"),
+//              WORD the raw 32-bit word
 //   CAN:       TIME PORT ID DLC DATA RTR FRAME
 //              ID 3 hex digits (standard) or 8 (extended), DATA dotted hex
 //              bytes or "-", RTR "R" or "-", FRAME in the cansend syntax
@@ -43,7 +45,10 @@ std::string FormatTime(uint64_t microseconds);
 // Label in octal, three digits ("203").
 std::string FormatLabel(uint8_t label);
 
-Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word);
+// True when the word's 32 bits hold an odd number of ones (`even`: an even number).
+bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even = false);
+Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word,
+                      bool parityError = false);
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame);
 Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes);
 // A MIL-STD-1553 message signal: its kind (bits 24..31 of aux), value and flags.

@@ -76,6 +76,9 @@ public:
     // a channel the unit lacks or a body that does not fit one record.
     bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body, uint64_t nowNs);
     void CorruptNextFrameCrc(unsigned frames = 1);
+    // The next `words` words that reach an ARINC 429 receiver arrive with
+    // their parity bit flipped (the transmit events keep the word as sent).
+    void FlipNextA429Parity(unsigned words);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes);
     void SetAnswerDelayMs(unsigned ms);
 
