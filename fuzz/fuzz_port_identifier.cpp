@@ -13,6 +13,9 @@
 
 namespace {
 
+// The largest port type, absolute number or channel a key can carry.
+constexpr unsigned kMaxKeyNumber = 0x7FFFFFFF;
+
 using Id = CKVX_HdwManager::CPortIdentifier;
 
 void Require(bool ok)
@@ -70,6 +73,13 @@ void ParseKey(const std::string& text)
             f == id.GetFullName() && r == id.GetRevision() && s == id.GetSN());
     if (type == 0)
         return; // a key may say 0; building one from it is refused
+    // Numbers are written signed ("%d"): one above the signed range makes a
+    // key that no parse takes, so building it is refused.
+    if (type > kMaxKeyNumber || abs > kMaxKeyNumber || channel > kMaxKeyNumber) {
+        Id again;
+        Require(again.Set(type, abs, m, f, r, s, channel) != 0 && again.GetKeyString() == CKVX_String(""));
+        return;
+    }
     // Built again from its fields: the same fields, and the same port.
     Id again;
     Require(again.Set(type, abs, m, f, r, s, channel) == 0);
@@ -88,7 +98,7 @@ void BuildKey(FuzzedDataProvider& in)
         s = in.ConsumeRandomLengthString(64);
     Id id;
     const unsigned rc = id.Set(type, abs, t[0], t[1], t[2], t[3], channel);
-    bool refused = type == 0;
+    bool refused = type == 0 || type > kMaxKeyNumber || abs > kMaxKeyNumber || channel > kMaxKeyNumber;
     for (const auto& s : t)
         refused = refused || s.find('@') != std::string::npos;
     if (refused) {
@@ -103,7 +113,8 @@ void BuildKey(FuzzedDataProvider& in)
     Require(id.Get(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &back) == 0 && back == channel);
     // Another absolute number: the same port; another channel: not.
     Id moved, other;
-    Require(moved.Set(type, abs + 1, t[0], t[1], t[2], t[3], channel) == 0 && moved.CheckMatch(id));
+    if (abs < kMaxKeyNumber)
+        Require(moved.Set(type, abs + 1, t[0], t[1], t[2], t[3], channel) == 0 && moved.CheckMatch(id));
     Require(other.Set(type, abs, t[0], t[1], t[2], t[3], channel ^ 1) == 0 && !other.CheckMatch(id));
     ParseKey(std::string(id.GetKeyString().c_str(), id.GetKeyString().GetLength()));
 }

@@ -58,9 +58,7 @@ unsigned CKVX_HdwManager::CPortIdentifier::Set(unsigned portType, unsigned absNu
         if (t->FindFromBegin(kSeparator) >= 0)
             return HDW_ERR_ARGUMENT;
     CKVX_String key;
-    // Unsigned conversions: "%d" of a value above 0x7FFFFFFF would write a
-    // minus sign, which no parse takes back.
-    key.Format("%u@%u@", portType, absNum);
+    key.Format("%d@%d@", static_cast<int>(portType), static_cast<int>(absNum));
     key += manufacturer;
     key += "@";
     key += fullName;
@@ -68,7 +66,7 @@ unsigned CKVX_HdwManager::CPortIdentifier::Set(unsigned portType, unsigned absNu
     key += revision;
     key += "@";
     key += serialNumber;
-    key.AppendFormat("@%08u", intChannel);
+    key.AppendFormat("@%08d", static_cast<int>(intChannel));
     AppendChecksum(key);
     return Set(key);
 }

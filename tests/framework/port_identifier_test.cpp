@@ -74,20 +74,6 @@ TEST(PortIdentifierParse, FailedParseKeepsPreviousContentsAndParsedFieldsRebuild
     EXPECT_NE(empty.Get(&type, &d), 0u) << "nothing stored yet";
 }
 
-// Numbers above 0x7FFFFFFF are written unsigned, so they parse back.
-TEST(PortIdentifierFormat, NumbersAboveTheSignedRangeParseBack)
-{
-    CPortIdentifier id;
-    ASSERT_EQ(id.Set(0x80000001u, 0xFFFFFFFFu, "M", "F", "R", "S", 0xADADADADu), 0u);
-    EXPECT_TRUE(id.GetKeyString().Left(22) == "2147483649@4294967295@") << id.GetKeyString().c_str();
-    EXPECT_EQ(id.GetIntChannel(), "2913840557");
-    unsigned type = 0, abs = 0, channel = 0;
-    ASSERT_EQ(id.Get(&type, &abs, nullptr, nullptr, nullptr, nullptr, &channel), 0u);
-    EXPECT_EQ(type, 0x80000001u);
-    EXPECT_EQ(abs, 0xFFFFFFFFu);
-    EXPECT_EQ(channel, 0xADADADADu);
-}
-
 TEST(PortIdentifierMatch, IgnoresAbsoluteNumberButNotChannelOrIdentity)
 {
     CPortIdentifier a, b;
