@@ -73,13 +73,16 @@ void ParseKey(const std::string& text)
             f == id.GetFullName() && r == id.GetRevision() && s == id.GetSN());
     if (type == 0)
         return; // a key may say 0; building one from it is refused
-    // Numbers are written signed ("%d"): one above the signed range makes a
-    // key that no parse takes, so building it is refused.
-    if (type > kMaxKeyNumber || abs > kMaxKeyNumber || channel > kMaxKeyNumber) {
+    // Numbers are written signed ("%d", "%08d"): a port type or absolute
+    // number above the signed range makes a key that no parse takes, so
+    // building it is refused; such a channel is written with a minus sign.
+    if (type > kMaxKeyNumber || abs > kMaxKeyNumber) {
         Id again;
         Require(again.Set(type, abs, m, f, r, s, channel) != 0 && again.GetKeyString() == CKVX_String(""));
         return;
     }
+    if (channel > kMaxKeyNumber)
+        return;
     // Built again from its fields: the same fields, and the same port.
     Id again;
     Require(again.Set(type, abs, m, f, r, s, channel) == 0);
@@ -98,7 +101,7 @@ void BuildKey(FuzzedDataProvider& in)
         s = in.ConsumeRandomLengthString(64);
     Id id;
     const unsigned rc = id.Set(type, abs, t[0], t[1], t[2], t[3], channel);
-    bool refused = type == 0 || type > kMaxKeyNumber || abs > kMaxKeyNumber || channel > kMaxKeyNumber;
+    bool refused = type == 0 || type > kMaxKeyNumber || abs > kMaxKeyNumber;
     for (const auto& s : t)
         refused = refused || s.find('@') != std::string::npos;
     if (refused) {
@@ -106,6 +109,13 @@ void BuildKey(FuzzedDataProvider& in)
         return;
     }
     Require(rc == 0);
+    if (channel > kMaxKeyNumber) {
+        // Written "%08d": a negative text that does not read back as a channel.
+        unsigned back = 0;
+        Require(id.GetIntChannel().GetChar(0) == '-' &&
+                id.Get(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &back) != 0);
+        return;
+    }
     Require(id.GetPortType() == type && id.GetAbsNum() == abs && id.GetManufacturer() == CKVX_String(t[0]) &&
             id.GetFullName() == CKVX_String(t[1]) && id.GetRevision() == CKVX_String(t[2]) &&
             id.GetSN() == CKVX_String(t[3]) && id.GetIntChannel() == CKVX_String(Eight(channel)));

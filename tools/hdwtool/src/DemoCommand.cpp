@@ -171,7 +171,7 @@ int RunDemo(const std::vector<std::string>& args)
         if (!rx->EnableReceive(a429Options[k], error) || !rx->Open(a429Options[k], error) ||
             !tx->EnableTransmit(error) || !tx->Open(a429Options[k], error))
             return Fail("demo: " + error);
-        flows.push_back(Flow{tx, rx, 0, 0, 0, {}});
+        flows.push_back(Flow{tx, rx, 0, 0, 0, 0, {}});
         for (const auto& lr : kTransmitters[k]) {
             Stream s;
             s.Path = &flows.back();
@@ -199,9 +199,9 @@ int RunDemo(const std::vector<std::string>& args)
         if (!c->Open(canOptions, error))
             return Fail("demo: " + error);
     Flow* canFlows[2];
-    flows.push_back(Flow{can[0], can[1], 0, 0, 0, {}});
+    flows.push_back(Flow{can[0], can[1], 0, 0, 0, 0, {}});
     canFlows[0] = &flows.back();
-    flows.push_back(Flow{can[1], can[0], 0, 0, 0, {}});
+    flows.push_back(Flow{can[1], can[0], 0, 0, 0, 0, {}});
     canFlows[1] = &flows.back();
     for (const auto& id : kCanIds) {
         Stream s;
