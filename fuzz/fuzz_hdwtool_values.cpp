@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cctype>
 #include <string>
 #include <vector>
 
@@ -65,8 +66,11 @@ void Arinc429(const std::string& text)
     }
     Require(w.Sdi <= 3 && w.Ssm <= 3 && w.Data <= 0x7FFFF && w.Parity <= 1);
     // Without a parity field the word has odd parity.
-    if (text.find('=') != std::string::npos && text.find("arity") == std::string::npos &&
-        text.find("p=") == std::string::npos && text.find("P=") == std::string::npos)
+    std::string lower = text;
+    for (char& c : lower)
+        c = char(std::tolower(static_cast<unsigned char>(c)));
+    if (lower.find('=') != std::string::npos && lower.find("parity") == std::string::npos &&
+        lower.find("p=") == std::string::npos)
         Require(__builtin_popcount(Packed(w)) % 2 == 1);
     const uint32_t word = Packed(w);
     CKVX_HdwArinc429Message back;
