@@ -62,6 +62,17 @@
 #include <HdwLib/units/KvxCommandUnit.h>
 #include <HdwLib/units/KvxCommandDevices.h>
 #include <HdwLib/units/KvxUnitPorts.h>
+#include <HdwLib/units/KvxArinc429BufferServices.h>
+#include <HdwLib/units/KvxArinc429LabelServices.h>
+#include <HdwLib/units/KvxArinc429Ports.h>
+#include <HdwLib/units/KvxCanByteServices.h>
+#include <HdwLib/units/KvxCanPort.h>
+#include <HdwLib/units/KvxCanServices.h>
+#include <HdwLib/units/KvxMilStd1553Port.h>
+#include <HdwLib/units/KvxOutputCount.h>
+#include <HdwLib/units/KvxSignalService.h>
+#include <HdwLib/units/KvxUartPort.h>
+#include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
 #include <HdwLib/units/HdwKvxHaldenDevice.h>
