@@ -8,6 +8,17 @@
 CKVX_HdwSignalService::CParameters::~CParameters() = default;
 CKVX_HdwSignalService::CSignal::~CSignal() = default;
 
+CKVX_HdwSignalService::CCanTranceiverErrorSignal::CCanTranceiverErrorSignal()
+{
+    Kind = HDW_SIGNAL_CAN_TRANSCEIVER_ERROR;
+}
+
+CKVX_HdwSignalService::CCanTranceiverErrorSignal::CCanTranceiverErrorSignal(const CSignal& signal) : CSignal(signal)
+{
+}
+
+CKVX_HdwSignalService::CCanTranceiverErrorSignal::~CCanTranceiverErrorSignal() = default;
+
 CKVX_HdwSignalService::CKVX_HdwSignalService(CKVX_HdwObject* port)
     : CKVX_HdwService(port), m_Readiness(hdw::platform::ReadinessCreate())
 {
@@ -318,6 +329,12 @@ unsigned CKVX_HdwSignalService::PostCanFaultStatus(const CKVX_HdwCanPort::CFault
     if (current.Status != previous.Status) {
         s.Kind = HDW_SIGNAL_CAN_STATUS_CHANGED;
         rc = Post(s);
+        if (rc == 0 && CCanTranceiverErrorSignal::IsErrorState(current.Status)) {
+            CCanTranceiverErrorSignal e(s);
+            e.Kind = HDW_SIGNAL_CAN_TRANSCEIVER_ERROR;
+            e.Value = previous.Status;
+            rc = Post(e);
+        }
     }
     if (rc == 0 && (current.ErrReg0 != previous.ErrReg0 || current.ErrReg1 != previous.ErrReg1)) {
         s.Kind = HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED;

@@ -2,8 +2,8 @@
 // Per-application notification queue (service type 1). Enabled on any port,
 // it receives a small record for everything worth telling the application
 // about that channel: ARINC 429 words received or sent, CAN frames received
-// or sent, CAN fault-status and error-register changes, discrete input and
-// output states, MIL-STD-1553 messages. The unit driver posts them from the
+// or sent, CAN fault-status and error-register changes, CAN transceiver
+// errors, discrete input and output states, MIL-STD-1553 messages. The unit driver posts them from the
 // tick or its receive path; the application takes them from its own thread:
 //
 //     CKVX_HdwSignalService::CSignal s;
@@ -44,6 +44,7 @@ enum t_HdwSignalKind : unsigned {
     HDW_SIGNAL_DISCRETE_INPUT = 7,
     HDW_SIGNAL_DISCRETE_OUTPUT = 8,
     HDW_SIGNAL_MIL1553_MESSAGE = 9,
+    HDW_SIGNAL_CAN_TRANSCEIVER_ERROR = 10,      // see CCanTranceiverErrorSignal
 };
 
 class HDWLIB_EXPORT CKVX_HdwSignalService : public CKVX_HdwService {
@@ -82,6 +83,35 @@ public:
         // word (low 16 bits) and status word (high 16 bits).
         uint32_t Value = 0;
         uint32_t Aux = 0;                // MIL-STD-1553: the message's flags from the unit
+    };
+
+    // CAN transceiver error (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR): the port's
+    // controller went error passive (fault state 1) or bus off (2), where a
+    // faulty or unpowered transceiver, an open or shorted bus or a bus with
+    // no other node leaves it. Posted after the status-change signal of the
+    // same status, whenever the fault state changes to one of these two.
+    // FaultStatus holds the new status with its error registers, Value the
+    // fault state before. The queue holds CSignal records: the application
+    // reads as usual and views a signal of this kind through this class:
+    //     if (CKVX_HdwSignalService::CCanTranceiverErrorSignal::Is(s)) {
+    //         CKVX_HdwSignalService::CCanTranceiverErrorSignal e(s);
+    //         if (e.IsBusOff()) ...
+    class HDWLIB_EXPORT CCanTranceiverErrorSignal : public CSignal {
+    public:
+        // Kind is HDW_SIGNAL_CAN_TRANSCEIVER_ERROR.
+        CCanTranceiverErrorSignal();
+        // A copy of `signal`, whatever its kind (see Is).
+        explicit CCanTranceiverErrorSignal(const CSignal& signal);
+        CCanTranceiverErrorSignal(const CCanTranceiverErrorSignal&) = default;
+        CCanTranceiverErrorSignal& operator=(const CCanTranceiverErrorSignal&) = default;
+        ~CCanTranceiverErrorSignal() override;
+
+        static bool Is(const CSignal& signal) { return signal.Kind == HDW_SIGNAL_CAN_TRANSCEIVER_ERROR; }
+        // Fault states that show a transceiver or bus error.
+        static bool IsErrorState(uint32_t faultState) { return faultState == 1 || faultState == 2; }
+
+        bool IsBusOff() const { return FaultStatus.Status == 2; }
+        uint32_t GetPreviousFaultState() const { return Value; }
     };
 
     explicit CKVX_HdwSignalService(CKVX_HdwObject* port);
@@ -129,8 +159,9 @@ public:
     unsigned Post(const CSignal& signal);
     unsigned PostArinc429(unsigned kind, const CKVX_HdwArinc429Message& message, uint64_t eventTime);
     unsigned PostCan(unsigned kind, const CKVX_HdwCanMessage& message, uint64_t eventTime);
-    // Status-change signal when Status differs, error-register signal when a
-    // register byte differs; nothing when they are equal.
+    // Status-change signal when Status differs, then a transceiver-error
+    // signal when it changed to an error state, then an error-register
+    // signal when a register byte differs; nothing when they are equal.
     unsigned PostCanFaultStatus(const CKVX_HdwCanPort::CFaultStatus& previous,
                                 const CKVX_HdwCanPort::CFaultStatus& current, uint64_t eventTime);
     unsigned PostValue(unsigned kind, uint32_t value, uint32_t aux, uint64_t eventTime);

@@ -213,6 +213,56 @@ CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance* CKVX_HdwFtdiUartBridgedDevice::G
     return static_cast<CDeviceInstance*>(GetDeviceInstance(instance));
 }
 
+unsigned CKVX_HdwFtdiUartBridgedDevice::GetDevPathIndentifier(unsigned instance, CKVX_String& path)
+{
+    path = "";
+    CDeviceInstance* inst = GetUartInstance(instance);
+    if (!inst)
+        return HDW_ERR_ARGUMENT;
+    path = inst->Link.IsEmpty() ? inst->PortName : inst->Link;
+    return 0;
+}
+
+unsigned CKVX_HdwFtdiUartBridgedDevice::IdentifyAddictionalUart(const CKVX_String& portName, unsigned& instance,
+                                                                bool& additional)
+{
+    instance = NoInstance;
+    additional = false;
+    if (!IsSerialLinkName(portName))
+        return HDW_ERR_ARGUMENT;
+    const unsigned count = GetInstanceCount();
+    for (unsigned i = 0; i < count; ++i) {
+        const CDeviceInstance* inst = GetUartInstance(i);
+        if (inst && inst->PortName == portName) {
+            instance = i;
+            return 0;
+        }
+    }
+    // Another port: the system tells which bridge it sits on.
+    const std::vector<hdw::platform::SerialPortInfo> ports = hdw::platform::EnumerateSerialPorts();
+    auto find = [&ports](const CKVX_String& name) -> const hdw::platform::SerialPortInfo* {
+        for (const auto& p : ports)
+            if (name == p.Name.c_str())
+                return &p;
+        return nullptr;
+    };
+    const hdw::platform::SerialPortInfo* asked = find(portName);
+    if (!asked || !asked->IsUsb)
+        return 0;
+    for (unsigned i = 0; i < count; ++i) {
+        const CDeviceInstance* inst = GetUartInstance(i);
+        if (!inst || inst->PortName.IsEmpty())
+            continue;
+        const hdw::platform::SerialPortInfo* own = find(inst->PortName);
+        if (own && hdw::platform::SameUsbBridge(*asked, *own)) {
+            instance = i;
+            additional = true;
+            return 0;
+        }
+    }
+    return 0;
+}
+
 // ---- the byte link ----------------------------------------------------------
 
 unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Open(CDeviceInstance* instance)

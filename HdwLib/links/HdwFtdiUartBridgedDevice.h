@@ -124,6 +124,28 @@ public:
     // The instance as this class's type, or null.
     CDeviceInstance* GetUartInstance(unsigned instance);
 
+    // Instance number that stands for none (IdentifyAddictionalUart).
+    static constexpr unsigned NoInstance = 0xFFFFFFFFu;
+
+    // The path identifier of a unit's link: the device path by which the
+    // instance was found ("/dev/ttyUSB0", "COM5"; "udp:HOST:PORT" for a unit
+    // found over Ethernet). 0, or 2 when there is no such instance (`path`
+    // is then emptied).
+    unsigned GetDevPathIndentifier(unsigned instance, CKVX_String& path);
+
+    // Additional-UART identification. A bridge with several UARTs (dual or
+    // quad port) shows each as a serial port of its own; a unit talks on one
+    // of them, its link, and the others are its additional UARTs. Tells
+    // whether the serial port `portName` belongs to the bridge of one of
+    // this device's units: `instance` is that unit's instance number
+    // (NoInstance for a plain serial port or one of no unit's bridge), and
+    // `additional` is true when the port is not the unit's link itself.
+    // Two ports are of one bridge when the system shows them under the same
+    // USB device, or, where it does not tell, when their USB vendor, product
+    // and non-empty serial number are equal. 0, or 2 when `portName` does
+    // not name a serial device ("", "udp:...").
+    unsigned IdentifyAddictionalUart(const CKVX_String& portName, unsigned& instance, bool& additional);
+
     const CKVX_String& GetUsbVendorId() const { return m_UsbVendorId; }
     const CKVX_String& GetUsbProductId() const { return m_UsbProductId; }
     const CKVX_String& GetUsbDescription() const { return m_UsbDescription; }

@@ -127,9 +127,9 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     EXPECT_EQ(f.ErrReg1, 0x11);
 
     const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
-        HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
-    const uint64_t expectedTimes[] = {70, 72, 73, 73};
-    for (unsigned i = 0; i < 4; ++i) {
+        HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_TRANSCEIVER_ERROR, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
+    const uint64_t expectedTimes[] = {70, 72, 73, 73, 73};
+    for (unsigned i = 0; i < 5; ++i) {
         CKVX_HdwSignalService::CSignal s;
         ASSERT_EQ(signals->GetSignal(s), 0u) << i;
         EXPECT_EQ(s.Kind, expectedKinds[i]) << i;

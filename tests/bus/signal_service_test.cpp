@@ -119,6 +119,41 @@ TEST_F(SignalQueue, MaskedKindsAreIgnored)
     EXPECT_EQ(signals.GetSignal(s), 4u);
 }
 
+TEST_F(SignalQueue, TransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
+{
+    using CError = CKVX_HdwSignalService::CCanTranceiverErrorSignal;
+    StartWith(20, 1u << (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR - 1));
+    // Fault state, error bytes: not started, active, passive, bus off,
+    // bus off with other bytes, active again, bus off straight from active.
+    const uint32_t states[][3] = {{3, 0, 0}, {0, 0, 0}, {1, 0x80, 0}, {2, 0xFF, 0x10}, {2, 0xFF, 0x20},
+        {0, 0, 0}, {2, 1, 2}};
+    CKVX_HdwCanPort::CFaultStatus previous;
+    for (unsigned i = 0; i < 7; ++i) {
+        CKVX_HdwCanPort::CFaultStatus current;
+        current.Status = states[i][0];
+        current.ErrReg0 = uint8_t(states[i][1]);
+        current.ErrReg1 = uint8_t(states[i][2]);
+        ASSERT_EQ(signals.PostCanFaultStatus(previous, current, 10 + i), 0u);
+        previous = current;
+    }
+    // Expected: time, previous state, new state, bus off.
+    const uint64_t expected[][4] = {{12, 0, 1, 0}, {13, 1, 2, 1}, {16, 0, 2, 1}};
+    for (const auto& want : expected) {
+        CKVX_HdwSignalService::CSignal s;
+        ASSERT_EQ(signals.GetSignal(s), 0u) << want[0];
+        ASSERT_TRUE(CError::Is(s)) << want[0];
+        const CError e(s);
+        EXPECT_EQ(e.TimeStamp, want[0]);
+        EXPECT_EQ(e.GetPreviousFaultState(), want[1]);
+        EXPECT_EQ(e.FaultStatus.Status, want[2]);
+        EXPECT_EQ(e.IsBusOff(), want[3] != 0);
+    }
+    CKVX_HdwSignalService::CSignal none;
+    EXPECT_EQ(signals.GetSignal(none), 4u);
+    EXPECT_FALSE(CError::Is(none));
+    EXPECT_TRUE(CError::Is(CError()));
+}
+
 TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15)
 {
     EXPECT_EQ(PostWord(1, 1), 29u); // never started

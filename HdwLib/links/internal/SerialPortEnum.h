@@ -30,8 +30,24 @@ struct SerialPortInfo {
     std::string SerialNumber;
     // Device release number in hexadecimal ("0600"); empty when unknown.
     std::string Revision;
+    // The USB device the port belongs to, the same for every UART of one
+    // bridge (Linux: its sysfs path); empty where the system does not tell.
+    std::string UsbDevice;
     bool IsUsb = false;
 };
+
+// True when `a` and `b` are UARTs of one USB bridge: the same USB device
+// where both name theirs, otherwise the same vendor, product and (non-empty)
+// serial number.
+inline bool SameUsbBridge(const SerialPortInfo& a, const SerialPortInfo& b)
+{
+    if (!a.IsUsb || !b.IsUsb)
+        return false;
+    if (!a.UsbDevice.empty() && !b.UsbDevice.empty())
+        return a.UsbDevice == b.UsbDevice;
+    return !a.SerialNumber.empty() && a.SerialNumber == b.SerialNumber && a.VendorId == b.VendorId &&
+           a.ProductId == b.ProductId;
+}
 
 // The ports in name order. `sysRoot` and `devRoot` replace "/sys" and "/dev"
 // (empty: the system's own); Windows ignores both.

@@ -111,6 +111,7 @@ std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(c
             info.Description = ReadAttribute(usb / "product");
             info.SerialNumber = ReadAttribute(usb / "serial");
             info.Revision = Lower(ReadAttribute(usb / "bcdDevice"));
+            info.UsbDevice = usb.string();
         } else if (!(StartsWith(name, "ttyS") && IsRealOnboardPort(ttyDir)) && !StartsWith(name, "ttyUSB") &&
                    !StartsWith(name, "ttyACM")) {
             continue;

@@ -165,6 +165,36 @@ TEST_F(BridgedDevice, ComOperationsByInstance)
     EXPECT_EQ(device.Com_Write(0u, buf, 1), 19u);
 }
 
+// Pseudo-terminals have no USB bridge: a unit's own link belongs to it, any
+// other port is plain. Ports of one bridge: serial_port_enum_test.
+TEST_F(BridgedDevice, PathIdentifierAndAdditionalUartOfTheEnumeratedUnits)
+{
+    CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
+    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    CKVX_String path = "stale";
+    EXPECT_EQ(device.GetDevPathIndentifier(0, path), 0u);
+    EXPECT_EQ(path, ptyA.SlaveName().c_str());
+    EXPECT_EQ(device.GetDevPathIndentifier(1, path), 2u);
+    EXPECT_EQ(path, "");
+
+    unsigned instance = 7;
+    bool additional = true;
+    EXPECT_EQ(device.IdentifyAddictionalUart(ptyA.SlaveName().c_str(), instance, additional), 0u);
+    EXPECT_EQ(instance, 0u);
+    EXPECT_FALSE(additional);
+    instance = 7;
+    additional = true;
+    EXPECT_EQ(device.IdentifyAddictionalUart(ptyB.SlaveName().c_str(), instance, additional), 0u);
+    EXPECT_EQ(instance, CKVX_HdwFtdiUartBridgedDevice::NoInstance);
+    EXPECT_FALSE(additional);
+    for (const char* name : {"", "udp:127.0.0.1:40003"}) {
+        instance = 0;
+        EXPECT_EQ(device.IdentifyAddictionalUart(name, instance, additional), 2u) << name;
+        EXPECT_EQ(instance, CKVX_HdwFtdiUartBridgedDevice::NoInstance) << name;
+    }
+}
+
 TEST(BridgedDeviceBase, AcceptsNothingItCannotProbeAndWritesWithTheLinkTimeOut)
 {
     PtyPair pty;

@@ -37,7 +37,8 @@ protected:
     // A USB device with one interface carrying the tty `name`, and its /dev node
     // unless told otherwise.
     void AddUsbTty(const std::string& usbDir, const std::string& name, const std::string& vid, const std::string& pid,
-        const std::string& product, const std::string& serial, const std::string& bcd, bool withNode = true)
+        const std::string& product, const std::string& serial, const std::string& bcd, bool withNode = true,
+        const std::string& usbInterface = "1.0")
     {
         const fs::path usb = sys / "devices" / "pci0000:00" / "0000:00:14.0" / "usb1" / usbDir;
         WriteFile(usb / "idVendor", vid);
@@ -47,7 +48,7 @@ protected:
         if (!serial.empty())
             WriteFile(usb / "serial", serial);
         WriteFile(usb / "bcdDevice", bcd);
-        const fs::path port = usb / (usbDir + ":1.0") / name;
+        const fs::path port = usb / (usbDir + ":" + usbInterface) / name;
         fs::create_directories(port / "tty" / name);
         AddClassTty(name, port);
         if (withNode)
@@ -89,6 +90,34 @@ TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrder)
         "ttyUSB10 usb 0403|6010|Dual|S10|0700",
     };
     EXPECT_EQ(Enumerate(), expected);
+}
+
+// The UARTs of one bridge are told by their USB device, so that two bridges
+// with the same identity, or with no serial number, are still told apart.
+TEST_F(FakeSysfs, UartsOfOneBridgeShareItsUsbDevice)
+{
+    AddUsbTty("1-5", "ttyUSB0", "0403", "6010", "Dual", "S10", "0700", true, "1.0");
+    AddUsbTty("1-5", "ttyUSB1", "0403", "6010", "Dual", "S10", "0700", true, "1.1");
+    AddUsbTty("1-6", "ttyUSB2", "0403", "6010", "Dual", "S10", "0700");
+    AddUsbTty("1-7", "ttyUSB3", "0403", "6001", "Plain", "", "0600", true, "1.0");
+    AddUsbTty("1-7", "ttyUSB4", "0403", "6001", "Plain", "", "0600", true, "1.1");
+    const std::vector<SerialPortInfo> ports = EnumerateSerialPorts(sys.string(), dev.string());
+    ASSERT_EQ(ports.size(), 5u);
+    std::vector<std::string> pairs;
+    for (size_t a = 0; a < ports.size(); ++a)
+        for (size_t b = a + 1; b < ports.size(); ++b)
+            if (hdw::platform::SameUsbBridge(ports[a], ports[b]))
+                pairs.push_back(std::to_string(a) + "-" + std::to_string(b));
+    EXPECT_EQ(pairs, (std::vector<std::string>{"0-1", "3-4"}));
+    // Where the system names no USB device: vendor, product and a serial number.
+    SerialPortInfo x = ports[0], y = ports[2], z = ports[3], w = ports[4];
+    x.UsbDevice = y.UsbDevice = z.UsbDevice = w.UsbDevice = "";
+    EXPECT_TRUE(hdw::platform::SameUsbBridge(x, y));
+    EXPECT_FALSE(hdw::platform::SameUsbBridge(z, w));
+    y.ProductId = "6011";
+    EXPECT_FALSE(hdw::platform::SameUsbBridge(x, y));
+    x.IsUsb = false;
+    EXPECT_FALSE(hdw::platform::SameUsbBridge(x, ports[0]));
 }
 
 // Only a registered UART with a driver, or a USB bridge, whose /dev node

@@ -191,6 +191,35 @@ TEST_F(Halden, CanFaultStatusFollowsTheUnitAndIsSignalledAndOnlyFrameServicesAre
     EXPECT_EQ(s.Can.Identifier, 0x42u);
 }
 
+TEST_F(Halden, CanBusOffReportedByTheUnitIsSignalledAsATransceiverError)
+{
+    using CError = CKVX_HdwSignalService::CCanTranceiverErrorSignal;
+    auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, 1, HDW_SERVICE_SIGNAL);
+    auto* port = dynamic_cast<CKVX_HdwCanPort*>(rig.Port(HDW_PORT_CAN, 1));
+    ASSERT_NE(port, nullptr);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1), 0u);
+    CKVX_HdwCanPort::CFaultStatus status;
+    ASSERT_TRUE(WaitUntil([&] { return port->GetFaultStatus(&status) == 0 && status.Status == 0; }));
+    ASSERT_TRUE(rig.Sim.SetCanFault(1, 2, 0xF8, 0x7F));
+    // The port's periodic status request brings the fault in.
+    CKVX_HdwSignalService::CSignal s;
+    for (unsigned i = 0; i < 8 && !CError::Is(s); ++i)
+        ASSERT_EQ(signals->WaitSignal(s, 10000), 0u);
+    ASSERT_TRUE(CError::Is(s));
+    const CError e(s);
+    EXPECT_TRUE(e.IsBusOff());
+    EXPECT_EQ(e.GetPreviousFaultState(), 0u);
+    EXPECT_EQ(e.FaultStatus.ErrReg0, 0xF8);
+    EXPECT_EQ(e.FaultStatus.ErrReg1, 0x7F);
+    EXPECT_EQ(e.Port, port);
+    // Healthy again: a status change back to error active, no new error.
+    ASSERT_TRUE(rig.Sim.SetCanFault(1, 0));
+    ASSERT_TRUE(WaitUntil([&] { return port->GetFaultStatus(&status) == 0 && status.Status == 0; }));
+    while (signals->GetSignal(s) == 0)
+        EXPECT_FALSE(CError::Is(s));
+    EXPECT_FALSE(rig.Sim.SetCanFault(2, 1)); // the Halden has two CAN channels
+}
+
 TEST_F(Halden, UartBytesCrossFromChannelZeroToOne)
 {
     auto* out =

@@ -121,6 +121,13 @@ TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnEveryPairOverEachTransport)
         if (udp) {
             ExpectPortCounts(rig);
         }
+        // The unit's path identifier is the link it was found on.
+        auto* bridged = dynamic_cast<CKVX_HdwFtdiUartBridgedDevice*>(rig.Device.get());
+        ASSERT_NE(bridged, nullptr);
+        CKVX_String path;
+        EXPECT_EQ(bridged->GetDevPathIndentifier(0, path), 0u);
+        const std::string link = udp ? "udp:127.0.0.1:" + std::to_string(rig.Sim.UdpPort()) : rig.Sim.PtyPath();
+        EXPECT_EQ(path, link.c_str());
         std::vector<std::pair<unsigned, unsigned>> counts{{0, udp ? 1000 : 10000}};
         for (unsigned ch = 1; ch < u.Atx; ++ch)
             counts.push_back({ch, 300});

@@ -360,6 +360,12 @@ bool Emulator::InjectCriticalFailure(unsigned code)
     return sent;
 }
 
+bool Emulator::SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0, uint8_t errReg1)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.SetCanFault(channel, faultState, errReg0, errReg1);
+}
+
 bool Emulator::InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

@@ -124,6 +124,9 @@ struct UnitEngine::Impl {
     std::array<A429Tx, MaxChannels> Tx;
     std::array<A429Rx, MaxChannels> Rx;
     std::array<CanChannel, MaxChannels> Can;
+    // Injected CAN fault per channel, as the status word's fault state and
+    // error bytes (0: healthy); kept across sessions like a wiring fault.
+    std::array<uint32_t, MaxChannels> CanFault{};
     std::array<UartChannel, MaxChannels> Uart;
     // Session watchdog: the unit stops its ARINC 429 transmitters when the
     // host is silent for longer (0: off). Any command, the keep-alive too,
@@ -345,7 +348,7 @@ void UnitEngine::Impl::StatusRequest(const uint8_t* rec, uint64_t nowNs)
         if (!(rec[6] & (1u << bit)) || ch >= Model.CanChannels)
             continue;
         const CanChannel& c = Can[ch];
-        const uint32_t fault = c.Started ? 0 : 3;
+        const uint32_t fault = c.Started ? CanFault[ch] : 3;
         const uint32_t waiting = static_cast<uint32_t>(std::min<size_t>(c.Fifo.size(), 255));
         SendStatus(ch, 2, fault | (waiting << 8), nowNs);
     }
@@ -623,6 +626,14 @@ bool UnitEngine::InjectCriticalFailure(unsigned code, uint64_t nowNs)
     m->Event(EventCriticalFailure, code & 7, params, sizeof params);
     ++m->Count.CriticalFailuresSent;
     m->Framer.Flush(nowNs, m->Count);
+    return true;
+}
+
+bool UnitEngine::SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0, uint8_t errReg1)
+{
+    if (channel >= m->Model.CanChannels || faultState > 2)
+        return false;
+    m->CanFault[channel] = faultState | (uint32_t(errReg0) << 16) | (uint32_t(errReg1) << 24);
     return true;
 }
 

@@ -81,6 +81,8 @@ public:
     // Sends a MIL-STD-1553 event on `channel` (see UnitEngine); false on a
     // channel the unit lacks.
     bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body);
+    // A CAN fault in the channel's status answers (see UnitEngine).
+    bool SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0 = 0, uint8_t errReg1 = 0);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void FlipNextA429Parity(unsigned words); // see UnitEngine
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting

@@ -75,6 +75,11 @@ public:
     // stamp followed by `body` (the kind byte and what follows it). False on
     // a channel the unit lacks or a body that does not fit one record.
     bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body, uint64_t nowNs);
+    // From now on a started CAN `channel` reports fault state `faultState`
+    // (1 error passive, 2 bus off; 0 healthy again) and the two error bytes
+    // in its status; frames still flow. False on a channel the unit lacks or
+    // a state above 2.
+    bool SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0 = 0, uint8_t errReg1 = 0);
     void CorruptNextFrameCrc(unsigned frames = 1);
     // The next `words` words that reach an ARINC 429 receiver arrive with
     // their parity bit flipped (the transmit events keep the word as sent).
