@@ -85,6 +85,15 @@ unsigned CKVX_HdwKvxCanPort::EnableService(unsigned serviceType, CKVX_HdwService
 unsigned CKVX_HdwKvxCanPort::HdwTimerHandler(uint64_t ticks)
 {
     // The tick holds the device lock.
+    m_LastTick = ticks;
+    for (SStatusMark& m : m_StatusMarks)
+        if (m.Tick == 0)
+            m.Tick = ticks; // attached before the port's first tick
+    // An answer that reached no port (one that came before the port was
+    // attached to the tick, say) would hold the polling back for good: a
+    // request unanswered for four poll periods is taken as lost.
+    while (!m_StatusMarks.empty() && ticks - m_StatusMarks.front().Tick > 4 * KvxFifoStatusPollTicks)
+        m_StatusMarks.pop_front();
     if (ticks - m_LastPollTick >= KvxFifoStatusPollTicks && m_StatusMarks.empty()) {
         m_LastPollTick = ticks;
         if (hdw::units::FreePayload(m_Unit, hdw::units::InstanceOf(this)) >= StatusRequestBytes)
@@ -101,7 +110,7 @@ unsigned CKVX_HdwKvxCanPort::ProcessEvent(CKVX_HdwEvent* event)
         if (status->Kind == hdw::units::StatusCan) {
             // Each kind-2 event answers the oldest outstanding request.
             if (!m_StatusMarks.empty()) {
-                m_CurrentMark = m_StatusMarks.front();
+                m_CurrentMark = m_StatusMarks.front().Mark;
                 m_StatusMarks.pop_front();
                 m_HaveCurrentMark = true;
             }
@@ -144,7 +153,7 @@ unsigned CKVX_HdwKvxCanPort::AttachStatusRequest(unsigned kind)
     if (const unsigned rc = m_Unit->AttachStatusRequestCommand(m_DeviceInstance, m_Channel, kind))
         return rc;
     auto* out = hdw::units::ServiceOn<CKVX_HdwKvxCanOutBufferService>(this, HDW_SERVICE_CAN_OUT_BUFFER);
-    m_StatusMarks.push_back(out ? out->GetPushedCount() : 0);
+    m_StatusMarks.push_back({out ? out->GetPushedCount() : 0, m_LastTick});
     return 0;
 }
 

@@ -46,8 +46,13 @@ protected:
     CKVX_HdwKvxCommandUnit* m_Unit;
     uint64_t m_LastPollTick = 0;
     // One entry per outstanding status request: the output service's push
-    // count when it was attached.
-    std::deque<uint64_t> m_StatusMarks;
+    // count when it was attached, and the tick it was attached in.
+    struct SStatusMark {
+        uint64_t Mark = 0;
+        uint64_t Tick = 0;
+    };
+    std::deque<SStatusMark> m_StatusMarks;
+    uint64_t m_LastTick = 0;
     bool m_HaveCurrentMark = false;
     uint64_t m_CurrentMark = 0;
 };
