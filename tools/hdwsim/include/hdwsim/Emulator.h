@@ -83,6 +83,7 @@ public:
     bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void FlipNextA429Parity(unsigned words); // see UnitEngine
+    bool LoseNextA429Words(unsigned channel, unsigned words); // see UnitEngine
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
     void SetAnswerDelayMs(unsigned ms);         // every frame leaves this much later
     void DropNextUdpPackets(unsigned packets);  // the next packets the unit sends
