@@ -3,16 +3,27 @@
 #include <HdwLib/bus/internal/Arinc429StreamWord.h>
 #include <HdwLib/bus/internal/ByteInput.h>
 
+#include <algorithm>
+
 CKVX_HdwArinc429ByteInBufferService::CParameters::~CParameters() = default;
 
-void CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Append(const uint8_t* bytes, size_t count, uint32_t bound)
+void CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Append(const uint8_t* bytes, unsigned count, uint64_t time,
+                                                              uint32_t bound)
 {
-    hdw::bus::AppendBytes(m_Bytes, bytes, count, bound, m_Dropped);
+    SWord w;
+    w.Time = time;
+    w.Count = uint8_t(count < 2 ? count : 2);
+    if (w.Count == 0)
+        return;
+    std::copy_n(bytes, w.Count, w.Data);
+    m_Words.push_back(w);
+    m_Size += w.Count;
+    hdw::bus::DropOldestChunks(m_Words, m_Size, bound, m_Dropped);
 }
 
-unsigned CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Take(uint8_t* out, unsigned maxCount)
+unsigned CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Take(uint8_t* out, uint64_t* times, unsigned maxCount)
 {
-    return hdw::bus::TakeBytes(m_Bytes, out, maxCount);
+    return hdw::bus::TakeChunks(m_Words, m_Size, out, times, maxCount);
 }
 
 CKVX_HdwArinc429ByteInBufferService::CKVX_HdwArinc429ByteInBufferService(CKVX_HdwObject* port)
@@ -76,8 +87,15 @@ unsigned CKVX_HdwArinc429ByteInBufferService::SetParameters(CParameters* params)
 unsigned CKVX_HdwArinc429ByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
                                                    unsigned int& readCount)
 {
-    return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount,
-                               [this](unsigned char* out, unsigned max) { return Bytes.Take(out, max); });
+    return ReadTimed(bytes, nullptr, maxCount, readCount);
+}
+
+unsigned CKVX_HdwArinc429ByteInBufferService::ReadTimed(unsigned char* bytes, uint64_t* timeStamps,
+                                                        unsigned int maxCount, unsigned int& readCount)
+{
+    return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount, [&](unsigned char* out, unsigned max) {
+        return Bytes.Take(out, timeStamps, max);
+    });
 }
 
 unsigned CKVX_HdwArinc429ByteInBufferService::GetReadBufferBytes(unsigned int& count)
@@ -124,7 +142,7 @@ bool CKVX_HdwArinc429ByteInBufferService::IsStreamWord(const CKVX_HdwArinc429Mes
     return word.Label == m_Label && word.Sdi == m_Sdi;
 }
 
-bool CKVX_HdwArinc429ByteInBufferService::AppendWord(const CKVX_HdwArinc429Message& word)
+bool CKVX_HdwArinc429ByteInBufferService::AppendWord(const CKVX_HdwArinc429Message& word, uint64_t eventTime)
 {
     if (!IsStreamWord(word))
         return false;
@@ -141,6 +159,6 @@ bool CKVX_HdwArinc429ByteInBufferService::AppendWord(const CKVX_HdwArinc429Messa
         return true;
     }
     m_Lost += check.Lost;
-    Bytes.Append(content.Bytes, content.Count, BufferSize);
+    Bytes.Append(content.Bytes, content.Count, eventTime, BufferSize);
     return true;
 }

@@ -17,6 +17,7 @@
 // So a rejected word shows as a rejected and a lost word. The first word
 // after Start or ResetReadBuffer is taken whatever its count.
 //
+// Each byte keeps the time stamp of the word that carried it (ReadTimed).
 // The unit driver hands every received word to AppendWord under the device
 // lock; when BufferSize bytes wait (0 = no bound), the oldest are dropped
 // and counted (GetDroppedBytes).
@@ -27,7 +28,6 @@
 #include <HdwLib/bus/HdwArinc429Message.h>
 #include <HdwLib/bus/HdwByteInBufferService.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <deque>
 
@@ -46,21 +46,36 @@ public:
         uint8_t Sdi = 0;      // SDI of the stream's words, 0-3
     };
 
-    // The received bytes waiting for Read, oldest first.
+    // The received bytes waiting for Read, oldest first, each with the time
+    // stamp of the word that carried it.
     class HDWLIB_EXPORT CByteBuffer {
     public:
-        // Appends `count` bytes; beyond `bound` (0: none) the oldest go.
-        void Append(const uint8_t* bytes, size_t count, uint32_t bound);
-        // Moves up to `maxCount` bytes from the head into `out`; how many.
-        unsigned Take(uint8_t* out, unsigned maxCount);
-        size_t Size() const { return m_Bytes.size(); }
-        void Clear() { m_Bytes.clear(); }
+        // Appends the `count` (1 or 2) bytes of one word received at `time`;
+        // beyond `bound` bytes (0: none) the oldest go.
+        void Append(const uint8_t* bytes, unsigned count, uint64_t time, uint32_t bound);
+        // Moves up to `maxCount` bytes from the head into `out` and their
+        // words' times into `times` (may be null); how many.
+        unsigned Take(uint8_t* out, uint64_t* times, unsigned maxCount);
+        uint64_t Size() const { return m_Size; }
+        void Clear()
+        {
+            m_Words.clear();
+            m_Size = 0;
+        }
         // Bytes dropped by Append since the last ResetDropped.
         uint64_t Dropped() const { return m_Dropped; }
         void ResetDropped() { m_Dropped = 0; }
 
     private:
-        std::deque<uint8_t> m_Bytes;
+        // One word's bytes, First..Count-1 still unread.
+        struct SWord {
+            uint64_t Time = 0;
+            uint8_t First = 0;
+            uint8_t Count = 0;
+            uint8_t Data[2] = {};
+        };
+        std::deque<SWord> m_Words;
+        uint64_t m_Size = 0;
         uint64_t m_Dropped = 0;
     };
 
@@ -84,6 +99,8 @@ public:
     // readCount 0, then 29 stopped, 15 failed, 2 no array for a non-zero
     // count; otherwise up to maxCount bytes from the head of the stream.
     unsigned Read(unsigned char* bytes, unsigned int maxCount, unsigned int& readCount) override;
+    // As Read; timeStamps (may be null) receives each byte's word time.
+    unsigned ReadTimed(unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount, unsigned int& readCount);
     unsigned GetReadBufferBytes(unsigned int& count) override;
     // Empties the buffer; the next word is taken whatever its count.
     unsigned ResetReadBuffer() override;
@@ -102,10 +119,10 @@ public:
     uint8_t GetStreamLabel() const { return m_Label; }
 
 protected:
-    // Driver's receive path, caller holds the device lock: checks a received
-    // word and appends its bytes while the service runs. True when the word
-    // was the stream's.
-    bool AppendWord(const CKVX_HdwArinc429Message& word);
+    // Driver's receive path, caller holds the device lock: checks a word
+    // received at `eventTime` and appends its bytes while the service runs.
+    // True when the word was the stream's.
+    bool AppendWord(const CKVX_HdwArinc429Message& word, uint64_t eventTime);
 
     CByteBuffer Bytes;
     uint64_t m_Lost = 0;

@@ -34,8 +34,10 @@ unsigned CKVX_HdwKvxArinc429ByteInBufferService::ProcessEvent(CKVX_HdwEvent* eve
     // Runs in the tick, under the device lock.
     if (hdw::units::IsEvent(event, KvxEventCriticalFailure))
         Abort();
-    else if (hdw::units::IsEvent(event, KvxEventA429Rx))
-        AppendWord(static_cast<const CKVX_HdwKvxArinc429RxEvent*>(event)->Message);
+    else if (hdw::units::IsEvent(event, KvxEventA429Rx)) {
+        const auto* rx = static_cast<const CKVX_HdwKvxArinc429RxEvent*>(event);
+        AppendWord(rx->Message, rx->TimeStamp);
+    }
     return 0;
 }
 

@@ -23,7 +23,7 @@ public:
     {
         auto* e = static_cast<CTestEvent*>(event);
         if (e->GetEventCode() == EventArinc429Rx)
-            AppendWord(e->Word);
+            AppendWord(e->Word, e->Time);
         else if (e->GetEventCode() == EventFailure)
             SetStatus(HDW_SERVICE_FAILED);
         return 0;
@@ -158,10 +158,11 @@ protected:
         words.resize(n);
         return words;
     }
+    // The words arrive at times 100, 101 ... on from the last.
     void Receive(const std::vector<CKVX_HdwArinc429Message>& words)
     {
         for (const auto& w : words)
-            rig.ReceiveWord(w, 1);
+            rig.ReceiveWord(w, time++);
     }
     std::vector<uint8_t> ReadAll()
     {
@@ -177,6 +178,7 @@ protected:
     CTestTxPort* tx = nullptr;
     CByteIn* in = nullptr;
     CByteOut* out = nullptr;
+    uint64_t time = 100;
 };
 
 TEST_F(Arinc429ByteStream, OddLengthsCrossInOrderWithARunningCount)
@@ -197,7 +199,18 @@ TEST_F(Arinc429ByteStream, OddLengthsCrossInOrderWithARunningCount)
         EXPECT_EQ(words[i].Ssm, i + 1 < words.size() ? 2 : 1) << i;
     }
     Receive(words);
-    EXPECT_EQ(ReadAll(), sent);
+    // Each byte with the time of its word; reads split words anywhere.
+    uint8_t got[37] = {};
+    uint64_t times[37] = {};
+    unsigned n = 0;
+    ASSERT_EQ(in->ReadTimed(got, times, 3, n), 0u);
+    ASSERT_EQ(n, 3u);
+    ASSERT_EQ(in->ReadTimed(got + 3, times + 3, 100, n), 0u);
+    ASSERT_EQ(n, 34u);
+    for (unsigned i = 0; i < 37; ++i) {
+        EXPECT_EQ(got[i], sent[i]) << i;
+        EXPECT_EQ(times[i], 100u + i / 2) << i;
+    }
     EXPECT_EQ(in->GetLostWords(), 0u);
     EXPECT_EQ(in->GetRepeatedWords(), 0u);
     EXPECT_EQ(in->GetRejectedWords(), 0u);
@@ -332,7 +345,7 @@ TEST_F(Arinc429ByteStream, WordsInFlightCountUntilTheUnitNoLongerHoldsThem)
 
 TEST_F(Arinc429ByteStream, ParametersBoundsAndRunStates)
 {
-    Configure(0x30, 0, 6, 16);
+    Configure(0x30, 0, 5, 16);
     CKVX_HdwArinc429ByteInBufferService::CParameters bad;
     bad.Sdi = 4;
     EXPECT_EQ(in->SetParameters(&bad), 2u);
@@ -366,10 +379,14 @@ TEST_F(Arinc429ByteStream, ParametersBoundsAndRunStates)
     EXPECT_EQ(out->Write(b, 3, 0), 0u);
     EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
 
-    // A full input drops the oldest bytes and counts them.
+    // A full input drops the oldest bytes and counts them; a word may lose
+    // its first byte only.
     Receive(Send());
-    EXPECT_EQ(in->GetDroppedBytes(), 2u);
-    EXPECT_EQ(ReadAll(), std::vector<uint8_t>({3, 4, 5, 1, 2, 3}));
+    EXPECT_EQ(in->GetDroppedBytes(), 3u);
+    uint64_t times[8] = {};
+    ASSERT_EQ(in->ReadTimed(b, times, 8, n), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(b, b + n), std::vector<uint8_t>({4, 5, 1, 2, 3}));
+    EXPECT_EQ(std::vector<uint64_t>(times, times + n), std::vector<uint64_t>({101, 102, 102, 103, 103}));
     rig.Fail(HDW_PORT_ARINC429_RX, "RX0");
     EXPECT_EQ(in->Read(b, 1, n), 15u);
     EXPECT_EQ(in->GetReadBufferBytes(n), 15u);

@@ -138,7 +138,23 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     ASSERT_TRUE(s.In && s.Out);
     const auto first = Pattern(200, 3);
     ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(first.data()), 200, 0), 0u);
-    ASSERT_EQ(ReadBytes(s.In, 200, 20000), first);
+    unsigned pending = 1;
+    ASSERT_TRUE(WaitUntil([&] { return s.In->GetReadBufferBytes(pending) == 0 && pending == 200; }, 20000));
+    // Each byte carries the unit's time of its word: the two of a word the
+    // same, later words no earlier.
+    std::vector<uint8_t> got(200);
+    std::vector<uint64_t> times(200);
+    unsigned n = 0;
+    ASSERT_EQ(s.In->ReadTimed(got.data(), times.data(), 200, n), 0u);
+    ASSERT_EQ(n, 200u);
+    EXPECT_EQ(got, first);
+    for (unsigned i = 0; i < 200; i += 2) {
+        EXPECT_NE(times[i], 0u); // the emulator's clock starts at 1000 us
+        EXPECT_EQ(times[i + 1], times[i]) << i;
+        if (i > 0) {
+            EXPECT_GE(times[i], times[i - 1]) << i;
+        }
+    }
 
     // The next word (the first of the next write) never reaches the
     // receiver, and the one after it arrives with a flipped parity bit.
@@ -153,7 +169,7 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     EXPECT_EQ(s.In->GetRepeatedWords(), 0u);
     EXPECT_EQ(rig->Sim.GetCounters().A429WireLost[ch], 1u);
     // Every word left the transmitter all the same.
-    unsigned pending = 1;
+    pending = 1;
     EXPECT_TRUE(WaitUntil([&] { return s.Out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
 }
 
