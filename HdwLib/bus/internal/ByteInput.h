@@ -1,9 +1,9 @@
 #pragma once
-// The byte input of the byte services (the units' UART and CAN byte streams,
-// the PC's serial lines): received bytes wait, oldest first, for the
-// application's Read; when more than the bound wait (0: no bound) the oldest
-// are dropped and counted. Read and the count of waiting bytes are written
-// once here for all of them.
+// The byte input of the byte services (the units' UART bytes, the byte
+// streams over CAN and ARINC 429, the PC's serial lines): received bytes
+// wait, oldest first, for the application's Read; when more than the bound
+// wait (0: no bound) the oldest are dropped and counted. Read and the count
+// of waiting bytes are written once here for all of them.
 //
 // Lock rule: the bytes only under the service's lock (the device lock for
 // the units' services); ReadBytes and CountBytes take it once per call.
