@@ -20,6 +20,8 @@
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/framework/HdwService.h>
 #include <HdwLib/framework/HdwTimer.h>
+#include <HdwLib/bus/HdwArinc429ByteInBufferService.h>
+#include <HdwLib/bus/HdwArinc429ByteOutBufferService.h>
 #include <HdwLib/bus/HdwArinc429InBufferService.h>
 #include <HdwLib/bus/HdwArinc429InLbloService.h>
 #include <HdwLib/bus/HdwArinc429Message.h>
@@ -63,6 +65,7 @@
 #include <HdwLib/units/KvxCommandDevices.h>
 #include <HdwLib/units/KvxUnitPorts.h>
 #include <HdwLib/units/KvxArinc429BufferServices.h>
+#include <HdwLib/units/KvxArinc429ByteServices.h>
 #include <HdwLib/units/KvxArinc429LabelServices.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
 #include <HdwLib/units/KvxCanByteServices.h>

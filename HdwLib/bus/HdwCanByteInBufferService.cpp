@@ -66,20 +66,7 @@ unsigned CKVX_HdwCanByteInBufferService::ReadTimed(unsigned char* bytes, uint64_
                                                    unsigned int& readCount)
 {
     return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount, [&](unsigned char* out, unsigned max) {
-        unsigned n = 0;
-        while (n < max && !m_Chunks.empty()) {
-            SChunk& c = m_Chunks.front();
-            const unsigned take = std::min<unsigned>(max - n, unsigned(c.Count - c.First));
-            std::copy_n(c.Data + c.First, take, out + n);
-            if (timeStamps)
-                std::fill_n(timeStamps + n, take, c.Time);
-            n += take;
-            c.First = uint8_t(c.First + take);
-            if (c.First == c.Count)
-                m_Chunks.pop_front();
-        }
-        m_Bytes -= n;
-        return n;
+        return hdw::bus::TakeChunks(m_Chunks, m_Bytes, out, timeStamps, max);
     });
 }
 
@@ -123,15 +110,6 @@ bool CKVX_HdwCanByteInBufferService::AppendFrame(const CKVX_HdwCanMessage& frame
     std::copy_n(frame.Data, c.Count, c.Data);
     m_Chunks.push_back(c);
     m_Bytes += c.Count;
-    // Full: the oldest bytes go.
-    while (BufferSize != 0 && m_Bytes > BufferSize) {
-        SChunk& head = m_Chunks.front();
-        const unsigned drop = std::min<uint64_t>(m_Bytes - BufferSize, unsigned(head.Count - head.First));
-        head.First = uint8_t(head.First + drop);
-        m_Bytes -= drop;
-        m_Dropped += drop;
-        if (head.First == head.Count)
-            m_Chunks.pop_front();
-    }
+    hdw::bus::DropOldestChunks(m_Chunks, m_Bytes, BufferSize, m_Dropped);
     return true;
 }

@@ -1,4 +1,5 @@
 #include <HdwLib/bus/HdwCanByteOutBufferService.h>
+#include <HdwLib/bus/internal/ByteOutput.h>
 #include <HdwLib/bus/internal/CanStreamId.h>
 #include <HdwLib/bus/internal/MessageQueue.h>
 
@@ -57,29 +58,13 @@ unsigned CKVX_HdwCanByteOutBufferService::SetParameters(CParameters* params)
 
 unsigned CKVX_HdwCanByteOutBufferService::Write(unsigned char* bytes, unsigned int count, unsigned int option)
 {
-    if (option != 0)
-        return HDW_ERR_ARGUMENT;
-    if (const unsigned rc = hdw::bus::RunState(GetStatus()))
-        return rc;
-    if (count == 0)
-        return 0;
-    if (!bytes)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && uint64_t(m_Queue.size()) + count > BufferSize)
-        return HDW_ERR_ARGUMENT;
-    m_Queue.insert(m_Queue.end(), bytes, bytes + count);
-    return 0;
+    return hdw::bus::QueueBytes(*this, m_Queue, bytes, count, option, BufferSize);
 }
 
 unsigned CKVX_HdwCanByteOutBufferService::GetBytesToBeWritten(unsigned int& count)
 {
-    count = 0;
     CKVX_HdwServiceLock lock(*this);
-    uint64_t inFlight = 0;
-    for (uint8_t n : m_InFlight)
-        inFlight += n;
-    count = unsigned(m_Queue.size() + inFlight);
+    count = unsigned(m_Queue.size() + hdw::bus::BytesInFlight(m_InFlight));
     return 0;
 }
 

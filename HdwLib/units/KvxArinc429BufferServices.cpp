@@ -1,5 +1,6 @@
 #include <HdwLib/units/KvxArinc429BufferServices.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
+#include <HdwLib/units/internal/KvxArinc429Fifo.h>
 #include <HdwLib/units/internal/KvxOutputQueue.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
@@ -146,12 +147,7 @@ public:
     }
 
     bool Empty() const { return m_Words.IsEmpty(); }
-    // Tops the FIFO up once it is half empty rather than by a few words
-    // every tick: fewer, larger frames for the same bus load.
-    unsigned Room() const
-    {
-        return m_Count.InFlight > KvxArinc429TxFifoWords / 2 ? 0u : unsigned(KvxArinc429TxFifoWords - m_Count.InFlight);
-    }
+    unsigned Room() const { return hdw::units::Arinc429FifoRoom(m_Count); }
     unsigned Fit(unsigned room, unsigned freeBytes) const
     {
         return std::min({room, unsigned(m_Words.GetLength()), freeBytes / RecordBytes});
@@ -188,15 +184,7 @@ unsigned CKVX_HdwKvxArinc429OutBufferService::Start()
     if (const unsigned rc = CKVX_HdwArinc429OutBufferService::Start())
         return rc;
     CKVX_HdwServiceLock lock(*this);
-    m_Count.Reset();
-    m_StatusPoll.Reset();
-    if (!m_UnitPort)
-        return 0;
-    m_UnitPort->AttachConfiguration(true);
-    // What the FIFO still holds from an earlier user of the channel.
-    if (m_UnitPort->GetUnit()->AttachStatusRequestCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                                          hdw::units::StatusAtxFifo) == 0)
-        m_StatusPoll.Requested(m_Count.Pushed, m_StatusPoll.LastTick());
+    hdw::units::StartArinc429Fifo(m_UnitPort, m_Count, m_StatusPoll);
     return 0;
 }
 
@@ -208,27 +196,16 @@ unsigned CKVX_HdwKvxArinc429OutBufferService::Stop()
 unsigned CKVX_HdwKvxArinc429OutBufferService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
-    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
+    if (hdw::units::IsEvent(event, KvxEventCriticalFailure))
         Abort();
-    } else if (hdw::units::IsEvent(event, KvxEventA429Tx)) {
-        m_Count.Confirm(1);
-    } else if (hdw::units::IsEvent(event, KvxEventStatus)) {
-        const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
-        uint64_t mark = 0;
-        // The FIFO level when the unit took the request, plus what was
-        // pushed after it.
-        if (status->Kind == hdw::units::StatusAtxFifo && m_StatusPoll.Answer(mark))
-            m_Count.Resync(status->StatusWord, mark);
-    }
+    else
+        hdw::units::TrackArinc429Fifo(event, m_Count, m_StatusPoll);
     return 0;
 }
 
 unsigned CKVX_HdwKvxArinc429OutBufferService::HdwTimerHandler(uint64_t ticks)
 {
-    if (m_StatusPoll.Due(ticks, m_Count.InFlight) && m_UnitPort &&
-        m_UnitPort->GetUnit()->AttachStatusRequestCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                                          hdw::units::StatusAtxFifo) == 0)
-        m_StatusPoll.Requested(m_Count.Pushed, ticks);
+    hdw::units::PollArinc429Fifo(m_UnitPort, m_Count, m_StatusPoll, ticks);
     return SendImmediate();
 }
 

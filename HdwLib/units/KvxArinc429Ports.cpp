@@ -1,4 +1,5 @@
 #include <HdwLib/units/KvxArinc429BufferServices.h>
+#include <HdwLib/units/KvxArinc429ByteServices.h>
 #include <HdwLib/units/KvxArinc429LabelServices.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
 #include <HdwLib/units/KvxSignalService.h>
@@ -49,12 +50,14 @@ unsigned CKVX_HdwKvxArinc429TxPort::EnableService(unsigned serviceType, CKVX_Hdw
         return hdw::units::InstallService(*this, new CKVX_HdwKvxSignalService(this), service, params);
     case HDW_SERVICE_ARINC429_OUT_BUFFER:
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429OutBufferService(this), service, params);
+    case HDW_SERVICE_BYTE_OUT_BUFFER:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429ByteOutBufferService(this), service, params);
     case HDW_SERVICE_ARINC429_LABEL_OUT:
         if (!(m_Unit->GetUnitProfile().Commands & KvxCmdAtxCtxCtrl))
             return HDW_ERR_WRONG_STATE;
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429OutLbloService(this), service, params);
     default:
-        // Byte output and the data generator come later.
+        // The data generator comes later.
         return HDW_ERR_WRONG_STATE;
     }
 }
@@ -107,12 +110,13 @@ unsigned CKVX_HdwKvxArinc429RxPort::EnableService(unsigned serviceType, CKVX_Hdw
         return hdw::units::InstallService(*this, new CKVX_HdwKvxSignalService(this), service, params);
     case HDW_SERVICE_ARINC429_IN_BUFFER:
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429InBufferService(this), service, params);
+    case HDW_SERVICE_BYTE_IN_BUFFER:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429ByteInBufferService(this), service, params);
     case HDW_SERVICE_ARINC429_LABEL_IN:
         if (!m_Unit->GetUnitProfile().Arinc429LabelInput)
             return HDW_ERR_WRONG_STATE;
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429InLbloService(this), service, params);
     default:
-        // Byte input comes later.
         return HDW_ERR_WRONG_STATE;
     }
 }
@@ -124,15 +128,20 @@ unsigned CKVX_HdwKvxArinc429RxPort::AttachConfiguration(bool enable)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwKvxArinc429RxCtrlStatus& ctrl = inst->ArxCtrl[m_Channel];
     ctrl.Enabled = enable ? 1 : 0;
-    // The input service's filter, or every label when no service filters.
+    // The input service's filter, the byte stream's label, or every label
+    // when no service filters.
     auto* in = hdw::units::ServiceOn<CKVX_HdwKvxArinc429InBufferService>(this, HDW_SERVICE_ARINC429_IN_BUFFER);
     auto* lblo = hdw::units::ServiceOn<CKVX_HdwArinc429InLbloService>(this, HDW_SERVICE_ARINC429_LABEL_IN);
-    ctrl.HasFilter = in != nullptr || lblo != nullptr;
+    auto* bytes = hdw::units::ServiceOn<CKVX_HdwArinc429ByteInBufferService>(this, HDW_SERVICE_BYTE_IN_BUFFER);
+    ctrl.HasFilter = in != nullptr || lblo != nullptr || bytes != nullptr;
     if (in)
         in->GetLabelTable(ctrl.LabelFlags);
     else if (lblo)
         lblo->GetLabelTable(ctrl.LabelFlags);
-    else
+    else if (bytes) {
+        std::fill(std::begin(ctrl.LabelFlags), std::end(ctrl.LabelFlags), uint8_t(0));
+        ctrl.LabelFlags[bytes->GetStreamLabel()] = 1;
+    } else
         std::fill(std::begin(ctrl.LabelFlags), std::end(ctrl.LabelFlags), uint8_t(1));
     return m_Unit->AttachArxConfigCommand(m_DeviceInstance, m_Channel, m_Parameters, enable, ctrl.LabelFlags);
 }

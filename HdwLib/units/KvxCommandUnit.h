@@ -47,6 +47,8 @@ class CKVX_HdwKvxArinc429InBufferService;
 class CKVX_HdwKvxArinc429OutBufferService;
 class CKVX_HdwKvxArinc429OutLbloService;
 class CKVX_HdwKvxArinc429InLbloService;
+class CKVX_HdwKvxArinc429ByteInBufferService;
+class CKVX_HdwKvxArinc429ByteOutBufferService;
 class CKVX_HdwKvxCanInBufferService;
 class CKVX_HdwKvxCanOutBufferService;
 class CKVX_HdwKvxCanByteInBufferService;
@@ -131,6 +133,8 @@ public:
     using CArinc429OutBufferService = CKVX_HdwKvxArinc429OutBufferService;
     using CArinc429OutLbloService = CKVX_HdwKvxArinc429OutLbloService;
     using CArinc429InLbloService = CKVX_HdwKvxArinc429InLbloService;
+    using CArinc429ByteInBufferService = CKVX_HdwKvxArinc429ByteInBufferService;
+    using CArinc429ByteOutBufferService = CKVX_HdwKvxArinc429ByteOutBufferService;
     using CCanInBufferService = CKVX_HdwKvxCanInBufferService;
     using CCanOutBufferService = CKVX_HdwKvxCanOutBufferService;
     using CCanByteInBufferService = CKVX_HdwKvxCanByteInBufferService;

@@ -1,6 +1,7 @@
 #include <HdwLib/units/KvxUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/bus/internal/ByteInput.h>
+#include <HdwLib/bus/internal/ByteOutput.h>
 #include <HdwLib/units/internal/KvxOutputQueue.h>
 
 #include <algorithm>
@@ -160,19 +161,7 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::HdwTimerHandler(uint64_t)
 
 unsigned CKVX_HdwKvxUartByteOutBufferService::Write(unsigned char* bytes, unsigned int count, unsigned int option)
 {
-    if (option != 0)
-        return HDW_ERR_ARGUMENT;
-    if (const unsigned rc = hdw::units::RunState(GetStatus()))
-        return rc;
-    if (count == 0)
-        return 0;
-    if (!bytes)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && m_Bytes.size() + count > BufferSize)
-        return HDW_ERR_ARGUMENT;
-    m_Bytes.insert(m_Bytes.end(), bytes, bytes + count);
-    return 0;
+    return hdw::bus::QueueBytes(*this, m_Bytes, bytes, count, option, BufferSize);
 }
 
 unsigned CKVX_HdwKvxUartByteOutBufferService::SendImmediate()

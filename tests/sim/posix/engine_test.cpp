@@ -87,6 +87,25 @@ TEST(Arinc429Loop, AnAllZeroFilterADisabledReceiverAndTheOtherSpeedStopWords)
     EXPECT_EQ(c.A429SpeedMismatch[3], 1u);
 }
 
+TEST(Faults, WordsLostOnTheWireMissOnlyTheirReceiverAndStillLeaveTheTransmitter)
+{
+    EngineHost h;
+    EXPECT_FALSE(h.Engine.LoseNextA429Words(4, 1)); // the Halden has receivers 0-3
+    h.Send(Frame({AtxConfig(3, 1, true, 299), ArxConfig(4, 1, true, true, AllLabels()), AtxConfig(5, 2, true, 299),
+        ArxConfig(6, 2, true, true, AllLabels())}));
+    ASSERT_TRUE(h.Engine.LoseNextA429Words(1, 2));
+    h.Send(Frame({AtxPush(10, 1, 0x21), AtxPush(11, 2, 0x31), AtxPush(12, 1, 0x22), AtxPush(13, 1, 0x23),
+        AtxPush(14, 1, 0x24)}));
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 5u);
+    std::vector<uint32_t> one, two;
+    for (const auto& e : h.Stream.OfType(EvA429Rx))
+        (e.Sub == 1 ? one : two).push_back(e.Word());
+    EXPECT_EQ(one, (std::vector<uint32_t>{0x23, 0x24}));
+    EXPECT_EQ(two, (std::vector<uint32_t>{0x31})); // the other receiver keeps its word
+    EXPECT_EQ(h.Engine.GetCounters().A429WireLost[1], 2u);
+    EXPECT_EQ(h.Engine.GetCounters().A429WireLost[2], 0u);
+}
+
 TEST(TransmitFifo, Arinc429WordsBeyond512AreDroppedAndCountedAndTheRestHeldUntilEnabled)
 {
     EngineHost h;

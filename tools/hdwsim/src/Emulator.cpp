@@ -340,6 +340,12 @@ void Emulator::FlipNextA429Parity(unsigned words)
     m->Engine.FlipNextA429Parity(words);
 }
 
+bool Emulator::LoseNextA429Words(unsigned channel, unsigned words)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.LoseNextA429Words(channel, words);
+}
+
 void Emulator::CorruptNextFrameCrc(unsigned frames)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

@@ -117,6 +117,7 @@ struct UnitEngine::Impl {
     Options Opts;
     Counters Count;
     unsigned A429ParityFaults = 0; // received words still to get a flipped parity bit
+    std::array<unsigned, MaxChannels> A429WireLosses{}; // per receiver: words still to be lost on the wire
     EventFramer Framer;
     std::array<HostFrameParser, LinkCount> Parsers;
     bool EchoEnabled = true;
@@ -376,7 +377,10 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
         ++Count.A429SpeedMismatch[ch];
     else if (!(r.Filter[label >> 3] & (1u << (label & 7))))
         ++Count.A429FilterDropped[ch];
-    else {
+    else if (A429WireLosses[ch] > 0) {
+        --A429WireLosses[ch];
+        ++Count.A429WireLost[ch];
+    } else {
         if (A429ParityFaults > 0) {
             --A429ParityFaults;
             le::Put32(params + 4, word ^ 0x80000000u);
@@ -652,6 +656,14 @@ bool UnitEngine::InjectMilStd1553Event(unsigned channel, const std::vector<uint8
 
 void UnitEngine::CorruptNextFrameCrc(unsigned frames) { m->Framer.CorruptNextCrc(frames); }
 void UnitEngine::FlipNextA429Parity(unsigned words) { m->A429ParityFaults = words; }
+
+bool UnitEngine::LoseNextA429Words(unsigned channel, unsigned words)
+{
+    if (channel >= m->Model.Arinc429RxChannels)
+        return false;
+    m->A429WireLosses[channel] = words;
+    return true;
+}
 
 void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes) { m->Framer.InsertStray(bytes); }
 

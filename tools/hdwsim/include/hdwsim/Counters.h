@@ -46,6 +46,7 @@ struct Counters {
     PerChannel A429FilterDropped{};  // dropped by the receive label filter
     PerChannel A429RxDisabled{};     // arrived at a disabled receiver
     PerChannel A429SpeedMismatch{};  // transmitter and receiver at different speeds
+    PerChannel A429WireLost{};       // lost on the wire by LoseNextA429Words
     PerChannel A429LabelCtrls{};     // label-control commands taken
     PerChannel A429LabelData{};      // label-data commands taken (words for the table)
     PerChannel A429LabelResets{};    // label-table resets

@@ -85,6 +85,7 @@ public:
     bool SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0 = 0, uint8_t errReg1 = 0);
     void CorruptNextFrameCrc(unsigned frames = 1);
     void FlipNextA429Parity(unsigned words); // see UnitEngine
+    bool LoseNextA429Words(unsigned channel, unsigned words); // see UnitEngine
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
     void SetAnswerDelayMs(unsigned ms);         // every frame leaves this much later
     void DropNextUdpPackets(unsigned packets);  // the next packets the unit sends

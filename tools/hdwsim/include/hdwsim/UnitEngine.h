@@ -84,6 +84,11 @@ public:
     // The next `words` words that reach an ARINC 429 receiver arrive with
     // their parity bit flipped (the transmit events keep the word as sent).
     void FlipNextA429Parity(unsigned words);
+    // The next `words` words that would reach ARINC 429 receiver `channel`
+    // are lost on the wire: the transmit events still come, the receive
+    // events do not (counted in A429WireLost). False for a channel the unit
+    // lacks.
+    bool LoseNextA429Words(unsigned channel, unsigned words);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes);
     void SetAnswerDelayMs(unsigned ms);
 

@@ -1,0 +1,66 @@
+#pragma once
+// What the ARINC 429 outputs that own a transmitter's FIFO (the word buffer,
+// the byte stream) do alike: count the words in the unit's FIFO from the
+// transmit events, correct the count with a periodic status request, and
+// top the FIFO up once it is half empty.
+//
+// Lock rule: the caller holds the device lock.
+
+#include <HdwLib/units/KvxArinc429Ports.h>
+#include <HdwLib/units/KvxOutputCount.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
+
+namespace hdw::units {
+
+// Words a push may add now: none while the FIFO is more than half full
+// (fewer, larger frames for the same bus load), else up to 512 in it.
+inline unsigned Arinc429FifoRoom(const CKVX_HdwKvxOutputCount& count)
+{
+    return count.InFlight > KvxArinc429TxFifoWords / 2 ? 0u : unsigned(KvxArinc429TxFifoWords - count.InFlight);
+}
+
+// The output's start: nothing counted, the channel on, and a status
+// request for what the FIFO still holds from an earlier user of it.
+inline void StartArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputCount& count,
+                              CKVX_HdwKvxFifoStatusPoll& poll)
+{
+    count.Reset();
+    poll.Reset();
+    if (!port)
+        return;
+    port->AttachConfiguration(true);
+    if (port->GetUnit()->AttachStatusRequestCommand(port->GetDeviceId(), port->GetChannel(), StatusAtxFifo) == 0)
+        poll.Requested(count.Pushed, poll.LastTick());
+}
+
+// The tick's status request, when one is due.
+inline void PollArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputCount& count,
+                             CKVX_HdwKvxFifoStatusPoll& poll, uint64_t ticks)
+{
+    if (poll.Due(ticks, count.InFlight) && port &&
+        port->GetUnit()->AttachStatusRequestCommand(port->GetDeviceId(), port->GetChannel(), StatusAtxFifo) == 0)
+        poll.Requested(count.Pushed, ticks);
+}
+
+// A transmit event confirms a word; the answer to the status request sets
+// the count to the FIFO level then plus what was pushed after it. True when
+// the count changed.
+inline bool TrackArinc429Fifo(const CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count,
+                              CKVX_HdwKvxFifoStatusPoll& poll)
+{
+    if (IsEvent(event, KvxEventA429Tx)) {
+        count.Confirm(1);
+        return true;
+    }
+    if (IsEvent(event, KvxEventStatus)) {
+        const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
+        uint64_t mark = 0;
+        if (status->Kind == StatusAtxFifo && poll.Answer(mark)) {
+            count.Resync(status->StatusWord, mark);
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace hdw::units
