@@ -18,6 +18,7 @@ unsigned CKVX_HdwCanByteOutBufferService::Start()
     CKVX_HdwServiceLock lock(*this);
     m_Queue.clear();
     m_InFlight.clear();
+    m_Unplaced = 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
 }
@@ -66,8 +67,10 @@ unsigned CKVX_HdwCanByteOutBufferService::Write(unsigned char* bytes, unsigned i
     if (!bytes)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && uint64_t(m_Queue.size()) + count > BufferSize)
+    if (BufferSize != 0 && uint64_t(m_Queue.size()) + count > BufferSize) {
+        m_Unplaced += count;
         return HDW_ERR_ARGUMENT;
+    }
     m_Queue.insert(m_Queue.end(), bytes, bytes + count);
     return 0;
 }

@@ -67,12 +67,6 @@ unsigned CKVX_HdwKvxUartByteInBufferService::ResetReadBuffer()
     return 0;
 }
 
-uint64_t CKVX_HdwKvxUartByteInBufferService::GetDroppedCount()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Dropped;
-}
-
 // ---- output -------------------------------------------------------------------
 
 namespace {
@@ -127,6 +121,7 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::Start()
         CKVX_HdwServiceLock lock(*this);
         m_Bytes.clear();
         m_Count.Reset();
+        m_Unplaced = 0;
         SetStatus(HDW_SERVICE_RUNNING);
     }
     hdw::units::EnableChannelOf<CKVX_HdwKvxUartPort>(*this);
@@ -169,8 +164,10 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::Write(unsigned char* bytes, unsign
     if (!bytes)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && m_Bytes.size() + count > BufferSize)
+    if (BufferSize != 0 && m_Bytes.size() + count > BufferSize) {
+        m_Unplaced += count;
         return HDW_ERR_ARGUMENT;
+    }
     m_Bytes.insert(m_Bytes.end(), bytes, bytes + count);
     return 0;
 }
