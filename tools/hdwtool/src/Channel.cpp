@@ -362,18 +362,6 @@ uint64_t Channel::Dropped()
     return n;
 }
 
-uint64_t Channel::Unplaced()
-{
-    uint64_t n = 0;
-    if (m_A429Out)
-        n += m_A429Out->GetUnplacedCount();
-    if (m_CanOut)
-        n += m_CanOut->GetUnplacedCount();
-    if (m_ByteOut)
-        n += m_ByteOut->GetUnplacedCount();
-    return n;
-}
-
 bool Channel::Poll(std::vector<Item>& items, std::string& error)
 {
     unsigned rc = 0;

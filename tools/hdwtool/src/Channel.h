@@ -77,10 +77,9 @@ public:
     bool Send(const Item& item, std::string& error);
     // Items written but not yet confirmed on the bus.
     unsigned Pending();
-    // What the receive service dropped for a full buffer, and what the
-    // transmit service could not place, since the port opened.
+    // What the receive service dropped for a full buffer (or its signal
+    // ring for a full ring), since the port opened.
     uint64_t Dropped();
-    uint64_t Unplaced();
     // The unit instance behind the port; null when it is no command-protocol unit.
     CKVX_HdwKvxUnitInstance* Unit() const;
     // Host monotonic microseconds (the clock of Item::TimeUs).
