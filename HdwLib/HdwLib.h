@@ -58,6 +58,7 @@
 
 #include <HdwLib/units/KvxEventRoutes.h>
 #include <HdwLib/units/KvxUnitEngine.h>
+#include <HdwLib/units/KvxUnitClock.h>
 #include <HdwLib/units/KvxUnitProfile.h>
 #include <HdwLib/units/KvxUnitEvents.h>
 #include <HdwLib/units/KvxChannelControl.h>

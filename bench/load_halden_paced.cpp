@@ -1,7 +1,9 @@
 // Full load through an emulated Halden unit, paced at the buses' rates:
 // 4 ARINC 429 channels at 100 kbit/s and 2 CAN channels at 1 Mbit/s, every
 // transmitter kept busy and every receiver read, for the given number of
-// seconds (default 60).
+// seconds (default 60). It is also the soak test: `load_halden_paced 3600`
+// runs the load for an hour (not in CI) with memory that does not grow with
+// the duration (delays go into a fixed histogram).
 //
 //     load_halden_paced [--per-service] [--no-traffic] [--tick MS] [seconds [hdwsim program (a path, or a name looked up in PATH)]]
 //
@@ -24,7 +26,11 @@
 //
 // Reported: words and frames the unit received (hdwsim's counters, printed
 // at its exit) against what the application read, FIFO overflows at the
-// unit, latency percentiles, CPU time of the process and of its threads.
+// unit, the library's own loss counters (input buffer drops, signal ring
+// drops, output writes refused, the unit link's bad frames, lost echoes and
+// dropped commands), latency percentiles, CPU time of the process and of its
+// threads, and the resident memory after setup, after a tenth of the run and
+// at the end.
 #include <HdwLib/HdwLib.h>
 
 #include <algorithm>
@@ -148,11 +154,61 @@ uint64_t Sum(const std::vector<uint64_t>& v)
     return s;
 }
 
-double Percentile(const std::vector<uint32_t>& sorted, double q)
+// Delays in 10 µs steps up to 1 s (and one step beyond for longer ones):
+// fixed memory however long the run.
+class CDelayHistogram {
+public:
+    static constexpr uint32_t StepUs = 10;
+    static constexpr size_t Steps = 100000;
+
+    CDelayHistogram() : m_Counts(Steps + 1, 0) {}
+    void Add(uint32_t us)
+    {
+        ++m_Counts[std::min<size_t>(us / StepUs, Steps)];
+        ++m_Total;
+        m_MaxUs = std::max(m_MaxUs, us);
+    }
+    void Merge(const CDelayHistogram& o)
+    {
+        for (size_t i = 0; i <= Steps; ++i)
+            m_Counts[i] += o.m_Counts[i];
+        m_Total += o.m_Total;
+        m_MaxUs = std::max(m_MaxUs, o.m_MaxUs);
+    }
+    uint64_t Count() const { return m_Total; }
+    double MaxMs() const { return double(m_MaxUs) / 1000.0; }
+    // The delay (ms, upper edge of its step) below which a fraction q lies.
+    double Percentile(double q) const
+    {
+        if (m_Total == 0)
+            return 0.0;
+        const uint64_t rank = uint64_t(double(m_Total - 1) * q);
+        uint64_t seen = 0;
+        for (size_t i = 0; i <= Steps; ++i) {
+            seen += m_Counts[i];
+            if (seen > rank)
+                return i == Steps ? MaxMs() : double((i + 1) * StepUs) / 1000.0;
+        }
+        return MaxMs();
+    }
+
+private:
+    std::vector<uint64_t> m_Counts;
+    uint64_t m_Total = 0;
+    uint32_t m_MaxUs = 0;
+};
+
+// Resident memory of this process (MiB).
+double ResidentMiB()
 {
-    if (sorted.empty())
-        return 0.0;
-    return double(sorted[size_t(double(sorted.size() - 1) * q)]) / 1000.0;
+    FILE* f = std::fopen("/proc/self/statm", "r");
+    unsigned long pages = 0, resident = 0;
+    if (f) {
+        if (std::fscanf(f, "%lu %lu", &pages, &resident) != 2)
+            resident = 0;
+        std::fclose(f);
+    }
+    return double(resident) * double(sysconf(_SC_PAGESIZE)) / (1024.0 * 1024.0);
 }
 
 } // namespace
@@ -254,10 +310,7 @@ int main(int argc, char** argv)
     }
 
     uint64_t aRead = 0, cRead = 0;
-    // Delays in µs, sorted at the end.
-    std::vector<uint32_t> aDelaysUs, cDelaysUs;
-    aDelaysUs.reserve(size_t(seconds + 1) * 12000);
-    cDelaysUs.reserve(size_t(seconds + 1) * 20000);
+    CDelayHistogram aDelays, cDelays;
     std::vector<CKVX_HdwArinc429Message> abuf(4096);
     std::vector<CKVX_HdwCanMessage> cbuf(4096);
     std::vector<CKVX_HdwSignalService::CSignal> sbuf(4096);
@@ -297,7 +350,7 @@ int main(int argc, char** argv)
         }
     };
     // Empties one input buffer; with `measure` each item's delay is recorded.
-    auto drain = [&](auto* service, auto& buffer, std::vector<uint32_t>& delays, uint64_t& total, bool measure) {
+    auto drain = [&](auto* service, auto& buffer, CDelayHistogram& delays, uint64_t& total, bool measure) {
         unsigned got = 0, n = 0;
         do {
             if (const unsigned rc = service->Read(buffer.data(), unsigned(buffer.size()), n); rc && !failure)
@@ -305,7 +358,7 @@ int main(int argc, char** argv)
             const uint32_t now = UnitClockUs();
             if (measure)
                 for (unsigned i = 0; i < n; ++i)
-                    delays.push_back(now - uint32_t(buffer[i].TimeStamp));
+                    delays.Add(now - uint32_t(buffer[i].TimeStamp));
             got += n;
         } while (n == buffer.size());
         total += got;
@@ -322,19 +375,27 @@ int main(int argc, char** argv)
         }
         unsigned got = 0;
         for (unsigned ch = 0; ch < 4; ++ch)
-            got += drain(ain[ch], abuf, aDelaysUs, aRead, measure);
+            got += drain(ain[ch], abuf, aDelays, aRead, measure);
         for (unsigned ch = 0; ch < 2; ++ch)
-            got += drain(cin[ch], cbuf, cDelaysUs, cRead, measure);
+            got += drain(cin[ch], cbuf, cDelays, cRead, measure);
         return got;
     };
 
+    const double rssStart = ResidentMiB();
+    double rssWarm = rssStart;
     topUp();
     const double cpu0 = CpuSeconds(RUSAGE_SELF);
     const double app0 = CpuSeconds(RUSAGE_THREAD);
     const uint64_t start = MonotonicNs();
     const uint64_t end = start + uint64_t(seconds) * 1'000'000'000u;
     uint64_t nextTopUp = start;
+    const uint64_t warm = start + (end - start) / 10;
+    bool warmTaken = false;
     for (uint64_t now = start; now < end && !failure; now = MonotonicNs()) {
+        if (!warmTaken && now >= warm) {
+            rssWarm = ResidentMiB();
+            warmTaken = true;
+        }
         if (now >= nextTopUp) {
             topUp();
             nextTopUp = now + 20'000'000;
@@ -348,6 +409,7 @@ int main(int argc, char** argv)
     const double elapsed = double(MonotonicNs() - start) / 1e9;
     const double cpu = CpuSeconds(RUSAGE_SELF) - cpu0;
     const double app = CpuSeconds(RUSAGE_THREAD) - app0;
+    const double rssEnd = ResidentMiB();
 
     // Stop feeding, then take what is still on its way until the line has
     // been quiet for half a second (at most 10 s).
@@ -362,16 +424,30 @@ int main(int argc, char** argv)
         if (readAll(false) > 0)
             quietSince = MonotonicNs();
     }
+    // The library's own loss counters, before the ports close.
+    uint64_t inDropped = 0, signalDropped = 0, unplaced = 0;
+    for (unsigned ch = 0; ch < 4; ++ch) {
+        inDropped += ain[ch]->GetDroppedCount();
+        unplaced += aout[ch]->GetUnplacedCount();
+    }
+    for (unsigned ch = 0; ch < 2; ++ch) {
+        inDropped += cin[ch]->GetDroppedCount();
+        unplaced += cout[ch]->GetUnplacedCount();
+    }
+    for (CKVX_HdwSignalService* s : signals) {
+        uint64_t n = 0;
+        if (s->GetDroppedCount(n, false) == 0)
+            signalDropped += n;
+    }
+    const CKVX_HdwKvxUnitInstance::CLossCounters unitLoss = device->GetUnitInstance(0)->GetLossCounters();
     manager.Stop();
     auto counters = sim.Stop();
 
     const uint64_t aSent = Sum(counters["a429-received"]);
     const uint64_t cSent = Sum(counters["can-received"]);
     const uint64_t dropped = Sum(counters["a429-fifo-dropped"]) + Sum(counters["can-fifo-dropped"]);
-    std::vector<uint32_t> allDelaysUs = aDelaysUs;
-    allDelaysUs.insert(allDelaysUs.end(), cDelaysUs.begin(), cDelaysUs.end());
-    for (auto* v : {&aDelaysUs, &cDelaysUs, &allDelaysUs})
-        std::sort(v->begin(), v->end());
+    CDelayHistogram allDelays = aDelays;
+    allDelays.Merge(cDelays);
     double load[3] = {0, 0, 0};
     getloadavg(load, 3);
 
@@ -384,18 +460,29 @@ int main(int argc, char** argv)
     std::printf("CAN frames: unit received %llu, application read %llu, lost %lld (%.0f frames/s)\n",
         (unsigned long long)cSent, (unsigned long long)cRead, (long long)(cSent - cRead), double(cSent) / elapsed);
     std::printf("FIFO overflows at the unit: %llu\n", (unsigned long long)dropped);
+    std::printf("library: input buffers dropped %llu, signal rings dropped %llu, writes refused %llu items; "
+                "link: %llu CRC errors, %llu malformed and %llu failed frames, %llu stale echoes, "
+                "%llu echo time-outs, %llu commands lost\n",
+        (unsigned long long)inDropped, (unsigned long long)signalDropped, (unsigned long long)unplaced,
+        (unsigned long long)unitLoss.CrcErrors, (unsigned long long)unitLoss.MalformedFrames,
+        (unsigned long long)unitLoss.FailedFrames, (unsigned long long)unitLoss.StaleEchoes,
+        (unsigned long long)unitLoss.EchoTimeouts, (unsigned long long)unitLoss.LostCommands);
+    std::printf("resident memory: %.1f MiB after setup, %.1f MiB after a tenth of the run, %.1f MiB at the end\n",
+        rssStart, rssWarm, rssEnd);
     std::printf("CPU: process (library + application) %.2f %% of one core; application thread %.2f %%, "
                 "library threads %.2f %%\n",
         100.0 * cpu / elapsed, 100.0 * app / elapsed, 100.0 * (cpu - app) / elapsed);
     std::printf("application wake-ups: %.0f per second\n", double(wakeUps) / elapsed);
-    const auto report = [](const char* what, const std::vector<uint32_t>& d) {
-        std::printf("event to Read, %s (%zu): p50 %.2f ms, p90 %.2f ms, p99 %.2f ms, p99.9 %.2f ms, max %.2f ms\n",
-            what, d.size(), Percentile(d, 0.5), Percentile(d, 0.9), Percentile(d, 0.99), Percentile(d, 0.999),
-            d.empty() ? 0.0 : double(d.back()) / 1000.0);
+    const auto report = [](const char* what, const CDelayHistogram& d) {
+        std::printf("event to Read, %s (%llu): p50 %.2f ms, p90 %.2f ms, p99 %.2f ms, p99.9 %.2f ms, max %.2f ms\n",
+            what, (unsigned long long)d.Count(), d.Percentile(0.5), d.Percentile(0.9), d.Percentile(0.99),
+            d.Percentile(0.999), d.MaxMs());
     };
-    report("all", allDelaysUs);
-    report("ARINC 429", aDelaysUs);
-    report("CAN", cDelaysUs);
+    report("all", allDelays);
+    report("ARINC 429", aDelays);
+    report("CAN", cDelays);
     const bool trafficOk = noTraffic || (aSent > 0 && cSent > 0);
-    return (!failure && aSent == aRead && cSent == cRead && dropped == 0 && trafficOk) ? 0 : 2;
+    const bool libraryOk = inDropped == 0 && signalDropped == 0 && unplaced == 0 && unitLoss.BadFrames() == 0 &&
+                           unitLoss.EchoTimeouts == 0 && unitLoss.LostCommands == 0;
+    return (!failure && aSent == aRead && cSent == cRead && dropped == 0 && trafficOk && libraryOk) ? 0 : 2;
 }

@@ -44,6 +44,7 @@ unsigned CKVX_HdwArinc429ByteInBufferService::Start()
     CKVX_HdwServiceLock lock(*this);
     Bytes.Clear();
     Bytes.ResetDropped();
+    m_Dropped = 0;
     m_Lost = m_Repeated = m_Rejected = 0;
     m_Synced = false;
     m_ParityMode = parity;
@@ -160,5 +161,6 @@ bool CKVX_HdwArinc429ByteInBufferService::AppendWord(const CKVX_HdwArinc429Messa
     }
     m_Lost += check.Lost;
     Bytes.Append(content.Bytes, content.Count, eventTime, BufferSize);
+    m_Dropped = Bytes.Dropped(); // GetDroppedCount, as on the other byte inputs
     return true;
 }

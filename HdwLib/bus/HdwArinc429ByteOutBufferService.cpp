@@ -66,7 +66,7 @@ unsigned CKVX_HdwArinc429ByteOutBufferService::SetParameters(CParameters* params
 
 unsigned CKVX_HdwArinc429ByteOutBufferService::Write(unsigned char* bytes, unsigned int count, unsigned int option)
 {
-    return hdw::bus::QueueBytes(*this, m_Queue, bytes, count, option, BufferSize);
+    return hdw::bus::QueueBytes(*this, m_Queue, bytes, count, option, BufferSize, m_Unplaced);
 }
 
 unsigned CKVX_HdwArinc429ByteOutBufferService::GetBytesToBeWritten(unsigned int& count)

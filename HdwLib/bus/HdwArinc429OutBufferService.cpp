@@ -14,6 +14,7 @@ unsigned CKVX_HdwArinc429OutBufferService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
     Messages.DeleteAll();
+    m_Unplaced = 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
 }
@@ -43,3 +44,9 @@ unsigned CKVX_HdwArinc429OutBufferService::Write(CKVX_HdwArinc429Message*, unsig
 
 unsigned CKVX_HdwArinc429OutBufferService::ResetWriteBuffer() { return HDW_ERR_NOT_SUPPORTED; }
 unsigned CKVX_HdwArinc429OutBufferService::GetMessagesToBeWritten(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
+
+uint64_t CKVX_HdwArinc429OutBufferService::GetUnplacedCount()
+{
+    CKVX_HdwServiceLock lock(*this);
+    return m_Unplaced;
+}

@@ -44,9 +44,14 @@ public:
 
     // Reads BufferSize without the lock.
     unsigned GetBufferSize() const { return BufferSize; }
+    // Words a Write could not place because they did not fit the buffer
+    // (the Write answered 2 and kept none of them), since Start; read under
+    // the device lock.
+    uint64_t GetUnplacedCount();
 
 protected:
     // Lock rule: under the device lock after construction.
     uint32_t BufferSize = 10000;
     CKVX_HdwArinc429MessageList Messages;
+    uint64_t m_Unplaced = 0;
 };

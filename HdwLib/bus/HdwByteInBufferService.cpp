@@ -33,3 +33,9 @@ unsigned CKVX_HdwByteInBufferService::GetBufferSize()
     CKVX_HdwServiceLock lock(*this);
     return BufferSize;
 }
+
+uint64_t CKVX_HdwByteInBufferService::GetDroppedCount()
+{
+    CKVX_HdwServiceLock lock(*this);
+    return m_Dropped;
+}

@@ -36,7 +36,12 @@ public:
 
     // Takes the device lock around the read.
     unsigned GetBufferSize();
+    // Bytes lost because the buffer was full (oldest dropped first), since
+    // Start; read under the device lock.
+    uint64_t GetDroppedCount();
 
 protected:
     uint32_t BufferSize = 10000;
+    // Kept by the driver's receive path, under the device lock.
+    uint64_t m_Dropped = 0;
 };

@@ -27,3 +27,9 @@ unsigned CKVX_HdwByteOutBufferService::Write(unsigned char*, unsigned int, unsig
 
 unsigned CKVX_HdwByteOutBufferService::GetBytesToBeWritten(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
 unsigned CKVX_HdwByteOutBufferService::ResetWriteBuffer() { return HDW_ERR_NOT_SUPPORTED; }
+
+uint64_t CKVX_HdwByteOutBufferService::GetUnplacedCount()
+{
+    CKVX_HdwServiceLock lock(*this);
+    return m_Unplaced;
+}

@@ -37,7 +37,14 @@ public:
 
     // Reads BufferSize without the lock.
     unsigned GetBufferSize() const { return BufferSize; }
+    // Bytes a Write could not place because they did not fit the buffer
+    // (the Write answered 2 and kept none), and bytes that
+    // the link refused after they were accepted, since Start; read under
+    // the device lock.
+    uint64_t GetUnplacedCount();
 
 protected:
     uint32_t BufferSize = 0;
+    // Kept by the driver under the device lock; its Start sets it to 0.
+    uint64_t m_Unplaced = 0;
 };

@@ -85,12 +85,6 @@ unsigned CKVX_HdwCanByteInBufferService::ResetReadBuffer()
     return 0;
 }
 
-uint64_t CKVX_HdwCanByteInBufferService::GetDroppedCount()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Dropped;
-}
-
 bool CKVX_HdwCanByteInBufferService::IsStreamFrame(const CKVX_HdwCanMessage& frame) const
 {
     return hdw::bus::IsStreamFrame(frame, Identifier, Extended);

@@ -68,8 +68,6 @@ public:
     virtual unsigned ReadTimed(unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount,
                                unsigned int& readCount);
 
-    // Bytes lost because the buffer was full, since Start.
-    uint64_t GetDroppedCount();
 
     // True when `frame` belongs to the stream. Caller holds the device lock.
     bool IsStreamFrame(const CKVX_HdwCanMessage& frame) const;
@@ -90,7 +88,6 @@ protected:
 
     std::deque<SChunk> m_Chunks;
     uint64_t m_Bytes = 0;  // unread bytes in m_Chunks
-    uint64_t m_Dropped = 0;
     uint32_t Identifier = 0x100;
     uint8_t Extended = 0;
 };

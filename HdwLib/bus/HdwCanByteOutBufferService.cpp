@@ -19,6 +19,7 @@ unsigned CKVX_HdwCanByteOutBufferService::Start()
     CKVX_HdwServiceLock lock(*this);
     m_Queue.clear();
     m_InFlight.clear();
+    m_Unplaced = 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
 }
@@ -58,7 +59,7 @@ unsigned CKVX_HdwCanByteOutBufferService::SetParameters(CParameters* params)
 
 unsigned CKVX_HdwCanByteOutBufferService::Write(unsigned char* bytes, unsigned int count, unsigned int option)
 {
-    return hdw::bus::QueueBytes(*this, m_Queue, bytes, count, option, BufferSize);
+    return hdw::bus::QueueBytes(*this, m_Queue, bytes, count, option, BufferSize, m_Unplaced);
 }
 
 unsigned CKVX_HdwCanByteOutBufferService::GetBytesToBeWritten(unsigned int& count)

@@ -59,6 +59,7 @@ unsigned CKVX_HdwCanOutBufferService::Start()
     Messages.DeleteAll();
     MessagesB.DeleteAll();
     TxStatus = 0;
+    m_Unplaced = 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
 }
@@ -110,4 +111,10 @@ unsigned CKVX_HdwCanOutBufferService::GetTxStatus(unsigned int& status)
     CKVX_HdwServiceLock lock(*this);
     status = TxStatus;
     return 0;
+}
+
+uint64_t CKVX_HdwCanOutBufferService::GetUnplacedCount()
+{
+    CKVX_HdwServiceLock lock(*this);
+    return m_Unplaced;
 }

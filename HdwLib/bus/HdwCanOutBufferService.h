@@ -60,6 +60,11 @@ public:
     virtual unsigned GetMessagesToBeWritten(unsigned int& count);
     virtual unsigned GetTxStatus(unsigned int& status);
 
+    // Frames a Write could not place because they did not fit the buffer
+    // (the Write answered 2 and kept none of them), since Start; read under
+    // the device lock.
+    uint64_t GetUnplacedCount();
+
 protected:
     CMessageBuffer Messages;
     uint32_t BufferSize = 10000;
@@ -68,4 +73,5 @@ protected:
     uint16_t IdWordA = 0xFFFF;
     uint16_t IdWordB = 0xFFFF;
     CMessageBuffer MessagesB;
+    uint64_t m_Unplaced = 0;
 };

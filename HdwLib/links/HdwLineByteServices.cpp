@@ -106,12 +106,6 @@ unsigned CKVX_HdwLineByteInBufferService::ResetReadBuffer()
     return 0;
 }
 
-uint64_t CKVX_HdwLineByteInBufferService::GetDroppedCount()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Dropped;
-}
-
 // ---- output -------------------------------------------------------------------
 
 CKVX_HdwLineByteOutBufferService::CKVX_HdwLineByteOutBufferService(CKVX_HdwObject* port)
@@ -135,7 +129,8 @@ unsigned CKVX_HdwLineByteOutBufferService::HdwTimerHandler(uint64_t)
         return 0;
     std::copy_n(m_Bytes.begin(), n, chunk);
     if (line->LineWrite(chunk, n) != 0) {
-        SetStatus(HDW_SERVICE_FAILED); // the chunk is lost
+        SetStatus(HDW_SERVICE_FAILED); // the chunk is lost, and counted
+        m_Unplaced += n;
         return 0;
     }
     m_Bytes.erase(m_Bytes.begin(), m_Bytes.begin() + n);
@@ -146,6 +141,7 @@ unsigned CKVX_HdwLineByteOutBufferService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
+    m_Unplaced = 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
 }
@@ -170,8 +166,10 @@ unsigned CKVX_HdwLineByteOutBufferService::Write(unsigned char* bytes, unsigned 
     if (!bytes)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && m_Bytes.size() + count > BufferSize)
+    if (BufferSize != 0 && m_Bytes.size() + count > BufferSize) {
+        m_Unplaced += count;
         return HDW_ERR_ARGUMENT;
+    }
     m_Bytes.insert(m_Bytes.end(), bytes, bytes + count);
     return 0;
 }

@@ -29,15 +29,12 @@ public:
     unsigned GetReadBufferBytes(unsigned int& count) override;
     unsigned ResetReadBuffer() override;
 
-    // Bytes dropped, oldest first, because the buffer was full.
-    uint64_t GetDroppedCount();
 
     // Most bytes one tick takes from the line.
     static constexpr unsigned MaxReadPerTick = 64 * 1024;
 
 private:
     std::deque<unsigned char> m_Bytes;
-    uint64_t m_Dropped = 0;
 };
 
 class HDWLIB_EXPORT CKVX_HdwLineByteOutBufferService : public CKVX_HdwByteOutBufferService {

@@ -221,8 +221,10 @@ unsigned CKVX_HdwKvxArinc429OutBufferService::Write(CKVX_HdwArinc429Message* mes
     if (!messages)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && uint64_t(Messages.GetLength()) + count > BufferSize)
+    if (BufferSize != 0 && uint64_t(Messages.GetLength()) + count > BufferSize) {
+        m_Unplaced += count;
         return HDW_ERR_ARGUMENT;
+    }
     for (unsigned i = 0; i < count; ++i)
         Messages += messages[i];
     return 0;

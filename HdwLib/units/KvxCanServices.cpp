@@ -203,8 +203,10 @@ unsigned CKVX_HdwKvxCanOutBufferService::Write(CKVX_HdwCanMessage* messages, uns
     if (!messages)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwServiceLock lock(*this);
-    if (BufferSize != 0 && uint64_t(Messages.GetLength()) + count > BufferSize)
+    if (BufferSize != 0 && uint64_t(Messages.GetLength()) + count > BufferSize) {
+        m_Unplaced += count;
         return HDW_ERR_ARGUMENT;
+    }
     for (unsigned i = 0; i < count; ++i)
         Messages += new CKVX_HdwCanMessage(messages[i]);
     return 0;

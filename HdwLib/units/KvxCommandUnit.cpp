@@ -210,6 +210,9 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessReception(unsigned instance)
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
+    // Every event of this reception was sent by the unit before now: the
+    // pair (its latest time, now) bounds the link's delay from above.
+    inst->ReceptionHostUs = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
     // What an earlier reception left after a failed frame goes first.
     if (!inst->GetUnread().empty()) {
         std::vector<uint8_t> unread;
@@ -241,6 +244,7 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
     // the whole pass, and each event finds its port in the routes.
     inst->Routes.Build(inst->GetDeviceInstanceBase().GetPortList());
     unsigned rc = 0;
+    bool timed = false;
     for (uint32_t p : inst->EventPosList) {
         const unsigned length = inst->EventBuffer[p];
         const unsigned typeByte = inst->EventBuffer[p + 1];
@@ -248,10 +252,20 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
         // sends belongs to the earlier one.
         if (!inst->IsSessionConfirmed() && (typeByte >> 3) != EventComEcho)
             continue;
+        const uint8_t* params = inst->EventBuffer.data() + p + 2;
+        // Every record starts with the unit's 32-bit time stamp.
+        if (length >= 5) {
+            const uint32_t stamp = uint32_t(params[0]) | uint32_t(params[1]) << 8 | uint32_t(params[2]) << 16 |
+                                   uint32_t(params[3]) << 24;
+            inst->RecordUnitTime = inst->Clock.Unwrap(stamp, inst->ReceptionHostUs);
+            timed = true;
+        }
         rc = ProcessEventRecord(instance, typeByte >> 3, typeByte & 7, length, inst->EventBuffer.data() + p + 2);
         if (rc)
             break;
     }
+    if (timed)
+        inst->Clock.AddPair(inst->Clock.GetLatest(), inst->ReceptionHostUs);
     inst->Routes.Clear();
     return rc;
 }
@@ -428,7 +442,14 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickStart(unsigned instance)
     if (ProcessReception(instance) != 0)
         return HDW_ERR_LINK;
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
-    return inst->IsEchoOverdue(uint32_t(GetUnitTime()), GetEchoTimeout()) ? unsigned(HDW_ERR_LINK) : 0u;
+    if (!inst->IsEchoOverdue(uint32_t(GetUnitTime()), GetEchoTimeout()))
+        return 0;
+    // Every tick reports it until the echo list is reset; it is counted once.
+    if (CEchoWaiting* oldest = inst->EchoList.GetFirst(); oldest && !(*oldest == inst->OverdueCounted)) {
+        inst->OverdueCounted = *oldest;
+        ++inst->EchoTimeouts;
+    }
+    return HDW_ERR_LINK;
 }
 
 unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)

@@ -28,6 +28,7 @@
 #include <HdwLib/bus/HdwUartPort.h>
 #include <HdwLib/units/KvxChannelControl.h>
 #include <HdwLib/units/KvxEventRoutes.h>
+#include <HdwLib/units/KvxUnitClock.h>
 #include <HdwLib/units/KvxUnitEngine.h>
 #include <HdwLib/units/KvxUnitEvents.h>
 #include <HdwLib/units/KvxUnitProfile.h>
@@ -72,6 +73,48 @@ public:
     void SizeChannels(const CKVX_HdwKvxUnitProfile& profile);
     // The object-model instance this state belongs to (its port list, open flag).
     CKVX_HdwDevice::CDeviceInstance& GetDeviceInstanceBase() { return m_Base; }
+
+    // What the unit's link lost, counted since the instance was made.
+    class HDWLIB_EXPORT CLossCounters {
+    public:
+        uint64_t CrcErrors = 0;       // frames dropped for a bad CRC
+        uint64_t MalformedFrames = 0; // frames dropped for an event count or record length of 0
+        uint64_t FailedFrames = 0;    // frames lost with their events: dispatch failed or buffer full
+        uint64_t StaleEchoes = 0;     // echoes of an earlier session, dropped
+        uint64_t EchoTimeouts = 0;    // echoes that never came within the echo time-out
+        uint64_t LostCommands = 0;    // commands dropped with a frame the link refused
+        // Bad frames in all (CRC, malformed, failed).
+        uint64_t BadFrames() const { return CrcErrors + MalformedFrames + FailedFrames; }
+        // Echoes lost in all (stale, timed out).
+        uint64_t LostEchoes() const { return StaleEchoes + EchoTimeouts; }
+    };
+    // The counters, read under the device lock.
+    CLossCounters GetLossCounters();
+
+    // ---- unit time (all under the device lock)
+    // 64-bit unit microseconds of the latest event, unwrapped; false before
+    // the first event.
+    bool GetLatestUnitTime(uint64_t& unitUs);
+    // 64-bit unit time of a 32-bit event time stamp seen within the last 71
+    // minutes (the TimeStamp of a buffered message or signal).
+    uint64_t UnwrapUnitTime(uint64_t timeStamp);
+    // Host monotonic (steady clock) and wall-clock (since 1970) microseconds
+    // of unit time `unitUs`, drift-corrected; false until a reception has
+    // paired the clocks.
+    bool MapUnitTime(uint64_t unitUs, uint64_t& hostMonotonicUs, uint64_t& wallClockUs);
+    // Unit microseconds per host microsecond as fitted (1 until it is).
+    double GetUnitClockRate();
+    // The host monotonic clock the mapping uses (steady clock, microseconds).
+    static uint64_t HostMonotonicMicroseconds();
+
+    // The unit core's clock (caller holds the device lock).
+    CKVX_HdwKvxUnitClock Clock;
+    // Unwrapped time of the event record being dispatched, and the host
+    // time of the reception it came with.
+    uint64_t RecordUnitTime = 0;
+    uint64_t ReceptionHostUs = 0;
+    // The echo whose time-out was counted last.
+    CKVX_HdwKvxUnitEngine::CEchoWaiting OverdueCounted{0xFFFF, 0xFFFFFFFF};
 
     std::vector<CKVX_HdwKvxArinc429TxCtrlStatus> AtxCtrl;
     std::vector<CKVX_HdwKvxArinc429RxCtrlStatus> ArxCtrl;
@@ -366,7 +409,7 @@ protected:
     template <class TEvent>
     unsigned DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField, unsigned length,
                                uint8_t* params, TEvent& event);
-    unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwEvent* event);
+    unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwKvxEvent* event);
 
     uint16_t m_Crc16Table[256] = {};
     std::atomic<unsigned> m_EchoTimeout{DefaultEchoTimeoutMs};

@@ -68,12 +68,6 @@ unsigned CKVX_HdwKvxUartByteInBufferService::ResetReadBuffer()
     return 0;
 }
 
-uint64_t CKVX_HdwKvxUartByteInBufferService::GetDroppedCount()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Dropped;
-}
-
 // ---- output -------------------------------------------------------------------
 
 namespace {
@@ -128,6 +122,7 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::Start()
         CKVX_HdwServiceLock lock(*this);
         m_Bytes.clear();
         m_Count.Reset();
+        m_Unplaced = 0;
         SetStatus(HDW_SERVICE_RUNNING);
     }
     hdw::units::EnableChannelOf<CKVX_HdwKvxUartPort>(*this);
@@ -161,7 +156,7 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::HdwTimerHandler(uint64_t)
 
 unsigned CKVX_HdwKvxUartByteOutBufferService::Write(unsigned char* bytes, unsigned int count, unsigned int option)
 {
-    return hdw::bus::QueueBytes(*this, m_Bytes, bytes, count, option, BufferSize);
+    return hdw::bus::QueueBytes(*this, m_Bytes, bytes, count, option, BufferSize, m_Unplaced);
 }
 
 unsigned CKVX_HdwKvxUartByteOutBufferService::SendImmediate()

@@ -26,12 +26,9 @@ public:
     unsigned GetReadBufferBytes(unsigned int& count) override;
     unsigned ResetReadBuffer() override;
 
-    // Bytes lost because the buffer was full, since Start.
-    uint64_t GetDroppedCount();
 
 protected:
     std::deque<uint8_t> m_Bytes;
-    uint64_t m_Dropped = 0;
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxUartByteOutBufferService : public CKVX_HdwByteOutBufferService {

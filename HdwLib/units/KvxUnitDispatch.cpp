@@ -45,10 +45,13 @@ unsigned CKVX_HdwKvxCommandUnit::DecodeAndDispatch(unsigned instance, unsigned p
 }
 
 unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(unsigned instance, unsigned portType, unsigned channel,
-                                                    CKVX_HdwEvent* event)
+                                                    CKVX_HdwKvxEvent* event)
 {
     CKVX_HdwPort* port = nullptr;
-    if (CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance))
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (inst)
+        event->UnwrappedTime = inst->RecordUnitTime;
+    if (inst)
         if (inst->Routes.Find(inst->GetDeviceInstanceBase().GetPortList(), portType, channel, port))
             return port ? port->ProcessEvent(event) : 0;
     return GetUnitDevice().ProcessEventHandlers(instance, portType, event);
@@ -81,6 +84,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventCriticalFailure(unsigned instance, 
     event.FailureCode = subField;
     if (const unsigned rc = event.ExtractData(params, length))
         return rc;
+    if (CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance))
+        event.UnwrappedTime = inst->RecordUnitTime;
     return GetUnitDevice().ProcessEventHandlers(instance, &event);
 }
 

@@ -191,6 +191,7 @@ void CKVX_HdwKvxUnitEngine::FrameFailed()
 {
     // Nothing is retried. The frame's echoes stay listed: the echo time-out
     // reports the unit as not answering.
+    LostCommands += uint32_t(CommandList.GetLength());
     CommandList.DeleteAll();
     m_FrameCommands = 0;
 }
@@ -267,6 +268,7 @@ inline CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::RxStep(uint8_t byte, 
     case ERxState::CountHigh:
         EventCount |= unsigned(byte & 0x0F) << 8;
         if (EventCount == 0) {
+            ++MalformedFrames;
             ResetRxFields();
             return EFeed::NeedMore;
         }
@@ -274,6 +276,7 @@ inline CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::RxStep(uint8_t byte, 
         break;
     case ERxState::RecordLength:
         if (byte == 0) {
+            ++MalformedFrames;
             ResetRxFields();
             return EFeed::NeedMore;
         }

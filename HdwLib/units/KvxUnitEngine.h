@@ -205,6 +205,12 @@ public:
     uint32_t CrcErrors = 0;
     uint32_t StaleEchoes = 0;
     uint32_t FailedFrames = 0;
+    // Frames the receive machine dropped for an event count or a record
+    // length of 0; commands dropped with a frame the link refused; echoes
+    // that did not come within the echo time-out (each counted once).
+    uint32_t MalformedFrames = 0;
+    uint32_t LostCommands = 0;
+    uint32_t EchoTimeouts = 0;
 
 private:
     void ResetRxFields();

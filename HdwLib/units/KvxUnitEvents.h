@@ -105,7 +105,12 @@ public:
         TimeStamp = uint64_t(params[0]) | uint64_t(params[1]) << 8 | uint64_t(params[2]) << 16 |
                     uint64_t(params[3]) << 24;
     }
+    // The unit time of the event unwrapped to 64 bits (microseconds, never
+    // wrapping), set by the unit core when it dispatches the event.
+    uint64_t GetUnwrappedTime() const { return UnwrappedTime; }
+
     uint64_t TimeStamp = 0;
+    uint64_t UnwrappedTime = 0;
 };
 
 // Echo of a command (type 0): L = 7, the echoed command number at 4..5.

@@ -383,6 +383,7 @@ TEST_F(Arinc429ByteStream, ParametersBoundsAndRunStates)
     // its first byte only.
     Receive(Send());
     EXPECT_EQ(in->GetDroppedBytes(), 3u);
+    EXPECT_EQ(in->GetDroppedCount(), 3u);
     uint64_t times[8] = {};
     ASSERT_EQ(in->ReadTimed(b, times, 8, n), 0u);
     EXPECT_EQ(std::vector<uint8_t>(b, b + n), std::vector<uint8_t>({4, 5, 1, 2, 3}));

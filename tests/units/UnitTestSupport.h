@@ -65,6 +65,7 @@ struct SeenEvent {
     unsigned Code = 0;
     std::string Channel;
     uint64_t TimeStamp = 0;
+    uint64_t UnwrappedTime = 0;
     std::shared_ptr<const Base::CEvent> Copy;
 
     // The copy as event class E; a failure when it is of another class.
@@ -92,6 +93,7 @@ public:
         s.Code = event->GetEventCode();
         s.Channel = event->GetChannelId().c_str();
         s.TimeStamp = static_cast<Base::CEvent*>(event)->TimeStamp;
+        s.UnwrappedTime = static_cast<Base::CEvent*>(event)->GetUnwrappedTime();
         CopyAs<Base::CCriticalFailureEvent, Base::CArinc429RxEvent, Base::CArinc429TxEvent, Base::CStatusEvent,
             Base::CCanRxEvent, Base::CCanTxEvent, Base::CMilStd1553Event, Base::CUartRxEvent, Base::CUartTxEvent>(
             event, s.Copy);

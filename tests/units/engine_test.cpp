@@ -229,6 +229,7 @@ TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
     Queue(e, {100, 100, 100});
     ASSERT_NE(e.BuildFrame(150, 0), nullptr);
     e.FrameFailed();
+    EXPECT_EQ(e.LostCommands, 3u) << "the written one and the two still queued";
     EXPECT_TRUE(e.CommandList.IsEmpty());
     EXPECT_EQ(e.GetQueuedPayload(), 0u);
     for (uint16_t n : {0, 1, 2})

@@ -417,3 +417,48 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     for (auto& p : ports)
         dev.DetachPortFromHdwTimer(0, p.get());
 }
+
+// The unit core unwraps each record's 32-bit stamp as it dispatches the
+// frame: events keep their 32-bit TimeStamp and carry the 64-bit time beside
+// it, across the wrap; the instance's clock and counters follow.
+TEST(UnitFrameEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
+{
+    TestUnit dev;
+    dev.AddInstance();
+    RecordingPort rx(&dev, 0, "1", HDW_PORT_ARINC429_RX);
+    RecordingPort can(&dev, 0, "0", HDW_PORT_CAN);
+    dev.AttachPortToHdwTimer(0, &rx);
+    dev.AttachPortToHdwTimer(0, &can);
+    auto feed = [&](const Bytes& frame) { return dev.ReceiveBytes(0, dev.Inst(), frame.data(), unsigned(frame.size())); };
+    const Bytes canRx = EventRecord(6, 0, 0x00000010, {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00});
+    ASSERT_EQ(feed(UnitFrame({A429RxRecord(1, 0x11, 0xFFFFFF00u), A429RxRecord(1, 0x12, 0xFFFFFFF0u)})), 0u);
+    ASSERT_EQ(feed(UnitFrame({canRx, A429RxRecord(1, 0x13, 0x00000020u)})), 0u);
+    ASSERT_EQ(rx.seen.size(), 3u);
+    ASSERT_EQ(can.seen.size(), 1u);
+    constexpr uint64_t kWrap = uint64_t(1) << 32;
+    EXPECT_EQ(rx.seen[0].UnwrappedTime, 0xFFFFFF00u);
+    EXPECT_EQ(rx.seen[1].UnwrappedTime, 0xFFFFFFF0u);
+    EXPECT_EQ(can.seen[0].UnwrappedTime, kWrap + 0x10);
+    EXPECT_EQ(rx.seen[2].UnwrappedTime, kWrap + 0x20);
+    EXPECT_EQ(rx.seen[2].TimeStamp, 0x20u) << "the 32-bit stamp stays as it was";
+    uint64_t latest = 0;
+    ASSERT_TRUE(dev.Inst()->GetLatestUnitTime(latest));
+    EXPECT_EQ(latest, kWrap + 0x20);
+    EXPECT_EQ(dev.Inst()->UnwrapUnitTime(0xFFFFFFF0u), 0xFFFFFFF0u);
+
+    // A frame with an event count of 0 and one with a bad CRC are dropped
+    // and counted; nothing reaches the ports.
+    Bytes zeroCount = {0xA5, 0x00, 0x00, 0x00, 0x00};
+    AppendCrc(zeroCount);
+    Bytes badCrc = UnitFrame({A429RxRecord(1, 0x14, 0x30)});
+    badCrc.back() ^= 0xFF;
+    EXPECT_EQ(feed(zeroCount), 0u);
+    EXPECT_EQ(feed(badCrc), 0u);
+    EXPECT_EQ(rx.seen.size(), 3u);
+    const auto c = dev.Inst()->GetLossCounters();
+    EXPECT_EQ(c.MalformedFrames, 1u);
+    EXPECT_EQ(c.CrcErrors, 1u);
+    EXPECT_EQ(c.BadFrames(), 2u);
+    dev.DetachPortFromHdwTimer(0, &rx);
+    dev.DetachPortFromHdwTimer(0, &can);
+}

@@ -17,9 +17,10 @@ namespace hdw::bus {
 // Write of a byte output: HDW_ERR_ARGUMENT for an option other than 0, then
 // the run state's answer, 0 for no bytes, HDW_ERR_ARGUMENT for no array and
 // for bytes that do not fit the free part of `bound` (0: no bound), in which
-// case nothing is queued; otherwise the bytes are queued.
+// case nothing is queued and they are added to `unplaced`; otherwise the
+// bytes are queued.
 inline unsigned QueueBytes(CKVX_HdwService& service, CByteQueue& queue, const unsigned char* bytes, unsigned count,
-                           unsigned option, uint32_t bound)
+                           unsigned option, uint32_t bound, uint64_t& unplaced)
 {
     if (option != 0)
         return HDW_ERR_ARGUMENT;
@@ -30,8 +31,10 @@ inline unsigned QueueBytes(CKVX_HdwService& service, CByteQueue& queue, const un
     if (!bytes)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwServiceLock lock(service);
-    if (bound != 0 && uint64_t(queue.size()) + count > bound)
+    if (bound != 0 && uint64_t(queue.size()) + count > bound) {
+        unplaced += count;
         return HDW_ERR_ARGUMENT;
+    }
     queue.insert(queue.end(), bytes, bytes + count);
     return 0;
 }

@@ -6,7 +6,7 @@
 #include "Ports.h"
 #include "Session.h"
 #include "StatusLine.h"
-#include "UnitClock.h"
+#include "TimeColumn.h"
 #include "Values.h"
 
 #include <gtest/gtest.h>
@@ -271,18 +271,38 @@ TEST(StatusText, CountsAndRatesPerPort)
     EXPECT_DOUBLE_EQ(m.Rate(), 50);
 }
 
-TEST(UnitClock, CountsOnAcrossTheThirtyTwoBitWrap)
+TEST(StatusText, DropsAndLinkLossesShowOnceThereAreAnyAndTheSummaryAlwaysNamesThem)
 {
-    constexpr uint64_t kWrap = uint64_t(1) << 32;
-    UnitClock clock;
-    // Stamps close together, then across the wrap.
-    EXPECT_EQ(clock.Extend(0xFFFFFF00u, 1000), 0xFFFFFF00u);
-    EXPECT_EQ(clock.Extend(0xFFFFFFF0u, 1100), 0xFFFFFFF0u);
-    EXPECT_EQ(clock.Extend(0x00000010u, 1200), kWrap + 0x10);
-    // A silent stretch of three wraps: the host clock tells how many passed.
-    const uint64_t later = 1200 + 3 * kWrap + 500;
-    EXPECT_EQ(clock.Extend(0x00000500u, later), 4 * kWrap + 0x500);
-    // Words queued before the host read are older than the read, not a wrap older.
-    EXPECT_EQ(clock.Extend(0x00000400u, later + 2000), 4 * kWrap + 0x400);
-    EXPECT_EQ(clock.Extend(0x00000600u, later + 2000), 4 * kWrap + 0x600);
+    std::vector<PortStatus> ports = {{"a429rx:0", 150, 49.6, 0}, {"can:1", 7, 0, 3}};
+    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3");
+    EXPECT_EQ(FormatStatus(3.04, ports, 0, {1, 2}),
+              "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
+    ports[1].Dropped = 0;
+    EXPECT_EQ(FormatLosses(ports, {}), "dropped a429rx:0 0, can:1 0; link: 0 bad frames, 0 lost echoes");
+}
+
+TEST(TimeColumnText, RelativeAbsoluteAndDeltaFromOneHostClock)
+{
+    TimeMode mode = TimeMode::Delta;
+    std::string error;
+    ASSERT_TRUE(ParseTimeMode("relative", mode, error));
+    EXPECT_EQ(mode, TimeMode::Relative);
+    ASSERT_TRUE(ParseTimeMode("absolute", mode, error));
+    EXPECT_EQ(mode, TimeMode::Absolute);
+    EXPECT_FALSE(ParseTimeMode("abs", mode, error));
+    EXPECT_NE(error.find("relative, absolute or delta"), std::string::npos);
+
+    // Host clock 5000 s, wall clock 1,764,000,000 s ahead of it.
+    const uint64_t start = 5000000000;
+    const int64_t wall = 1764000000000000;
+    TimeColumn relative(TimeMode::Relative, start, wall);
+    EXPECT_EQ(relative.Shown(start + 4294967296 + 7), 4294967296u + 7) << "past 32 bits, no wrap";
+    EXPECT_EQ(relative.Shown(start - 5), 0u) << "before the start";
+    TimeColumn absolute(TimeMode::Absolute, start, wall);
+    EXPECT_EQ(FormatTime(absolute.Shown(start + 250)), "1764005000.000250");
+    TimeColumn delta(TimeMode::Delta, start, wall);
+    EXPECT_EQ(delta.Shown(start + 100), 0u);
+    EXPECT_EQ(delta.Shown(start + 350), 250u);
+    EXPECT_EQ(delta.Shown(start + 300), 0u) << "a line older than the one before";
+    EXPECT_EQ(delta.Shown(start + 400), 100u);
 }

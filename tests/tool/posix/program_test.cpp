@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <map>
 #include <csignal>
+#include <ctime>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -92,13 +93,15 @@ Output Tool(std::vector<std::string> args, unsigned timeoutS = 60)
 // hdwsim in a process of its own; its first line names the endpoint.
 class SimProcess {
 public:
-    explicit SimProcess(bool udp, const char* unit = "halden", const char* code = "3")
+    explicit SimProcess(bool udp, const char* unit = "halden", const char* code = "3",
+                        const std::vector<std::string>& extra = {})
     {
         int out[2];
         EXPECT_EQ(pipe(out), 0);
         std::vector<std::string> argv{HDWSIM_PROGRAM, "--unit", unit, udp ? "--udp" : "--pty"};
         if (udp)
             argv.push_back("0"); // any free port
+        argv.insert(argv.end(), extra.begin(), extra.end());
         m_Pid = Spawn(argv, out[1], 2, 0);
         close(out[1]);
         std::string line;
@@ -127,6 +130,53 @@ private:
 };
 
 } // namespace
+
+// The TIME column over the unit clock's 32-bit wrap (the emulator's clock
+// starts 3 s before it): relative times rise from the start without a step
+// back, deltas are the spacing of the sends, absolute times are the wall
+// clock's; a bad mode is a usage error.
+TEST(ToolMonitor, TimeColumnNeverWrapsInAnyMode)
+{
+    SimProcess sim(true, "halden", "3", {"--clock-start", "4294964296"});
+    auto run = [&](const char* mode) {
+        return Tool({"monitor", "--link", sim.Link, "a429rx:0", "--count", "6", "--duration", "40", "--time", mode,
+            "--send", "a429tx:0=label=203,data=0x1234", "--repeat", "6", "--interval", "700"});
+    };
+    auto times = [](const Output& o) {
+        std::vector<double> t;
+        for (const auto& l : o.Lines())
+            t.push_back(std::stod(Words(l).at(0)));
+        return t;
+    };
+    const Output relative = run("relative");
+    ASSERT_EQ(relative.Status, 0) << relative.Err;
+    const auto r = times(relative);
+    ASSERT_EQ(r.size(), 6u);
+    EXPECT_LT(r[0], 30.0);
+    for (size_t i = 1; i < r.size(); ++i) {
+        EXPECT_GT(r[i], r[i - 1]) << relative.Out;
+        EXPECT_LT(r[i] - r[i - 1], 10.0) << relative.Out;
+    }
+    const Output delta = run("delta");
+    ASSERT_EQ(delta.Status, 0) << delta.Err;
+    const auto d = times(delta);
+    ASSERT_EQ(d.size(), 6u);
+    EXPECT_EQ(d[0], 0.0);
+    for (size_t i = 1; i < d.size(); ++i) {
+        EXPECT_GT(d[i], 0.3) << delta.Out; // sent 0.7 s apart
+        EXPECT_LT(d[i], 10.0) << delta.Out;
+    }
+    const double wallBefore = double(std::time(nullptr));
+    const Output absolute = run("absolute");
+    ASSERT_EQ(absolute.Status, 0) << absolute.Err;
+    const auto a = times(absolute);
+    ASSERT_EQ(a.size(), 6u);
+    EXPECT_GE(a.front(), wallBefore - 2);
+    EXPECT_LE(a.back(), double(std::time(nullptr)) + 2);
+    const Output bad = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--time", "wall"});
+    EXPECT_EQ(bad.Status, 2);
+    EXPECT_NE(bad.Err.find("relative, absolute or delta"), std::string::npos) << bad.Err;
+}
 
 TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
 {

@@ -17,7 +17,7 @@ void Usage(FILE* out)
 {
     std::fprintf(out,
                  "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
-                 "              [--realtime] [--serial SN] [--counters] [--verbose]\n"
+                 "              [--clock-start US] [--realtime] [--serial SN] [--counters] [--verbose]\n"
                  "\n"
                  "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
                  "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
@@ -35,6 +35,9 @@ void Usage(FILE* out)
                  "  --monotonic-clock\n"
                  "                the unit's microsecond clock (event time stamps) reads\n"
                  "                CLOCK_MONOTONIC, low 32 bits, so a host can compare it with its own\n"
+                 "  --clock-start US\n"
+                 "                the unit's microsecond clock starts at US (0 to 4294967295;\n"
+                 "                4294965296 wraps 2 s after the start)\n"
                  "  --realtime    serve at real-time priority (SCHED_FIFO) where allowed, so that\n"
                  "                a busy host does not make the unit late\n"
                  "  --serial SN   serial number reported to Detect (default: the unit's)\n"
@@ -120,6 +123,14 @@ int main(int argc, char** argv)
             o.Pacing = true;
         } else if (a == "--monotonic-clock") {
             o.MonotonicClock = true;
+        } else if (a == "--clock-start" && hasValue) {
+            char* end = nullptr;
+            const unsigned long long v = std::strtoull(argv[++i], &end, 0);
+            if (end == argv[i] || *end != '\0' || v > 0xFFFFFFFFull) {
+                std::fprintf(stderr, "hdwsim: bad clock start '%s'\n", argv[i]);
+                return 2;
+            }
+            o.ClockStartUs = uint32_t(v);
         } else if (a == "--realtime") {
             o.RealTime = true;
         } else if (a == "--counters") {

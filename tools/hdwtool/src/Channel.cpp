@@ -327,10 +327,39 @@ bool Channel::Accepted(const CKVX_HdwArinc429Message& word) const
     return false;
 }
 
-uint64_t Channel::HostMicroseconds() const
+uint64_t Channel::HostMicroseconds()
 {
-    return uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - m_Start)
-                        .count());
+    return CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
+}
+
+CKVX_HdwKvxUnitInstance* Channel::Unit() const
+{
+    auto* unit = dynamic_cast<CKVX_HdwKvxCommandUnit*>(m_Port->GetHdwDevice());
+    return unit ? unit->GetUnitInstance(m_Port->GetDeviceId()) : nullptr;
+}
+
+uint64_t Channel::StampToHost(uint64_t stamp, uint64_t readUs) const
+{
+    CKVX_HdwKvxUnitInstance* unit = Unit();
+    uint64_t host = 0, wall = 0;
+    if (unit && unit->MapUnitTime(unit->UnwrapUnitTime(stamp), host, wall))
+        return host;
+    return readUs;
+}
+
+uint64_t Channel::Dropped()
+{
+    uint64_t n = 0;
+    if (m_A429In)
+        n += m_A429In->GetDroppedCount();
+    if (m_CanIn)
+        n += m_CanIn->GetDroppedCount();
+    if (m_ByteIn)
+        n += m_ByteIn->GetDroppedCount();
+    uint64_t signals = 0;
+    if (m_Signals && m_Signals->GetDroppedCount(signals, false) == 0)
+        n += signals;
+    return n;
 }
 
 bool Channel::Poll(std::vector<Item>& items, std::string& error)
@@ -352,7 +381,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
             if (Accepted(buf[i])) {
                 Item it;
                 it.PortType = HDW_PORT_ARINC429_RX;
-                it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
+                it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
                 it.Word = buf[i];
                 it.ParityError = m_A429Parity < 2 && !Arinc429ParityOk(buf[i], m_A429Parity == 1);
                 items.push_back(std::move(it));
@@ -364,13 +393,13 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
             if (buf[i].Kind == HDW_SIGNAL_ARINC429_SENT && Accepted(buf[i].Arinc429)) {
                 Item it;
                 it.PortType = HDW_PORT_ARINC429_TX;
-                it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
+                it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
                 it.Word = buf[i].Arinc429;
                 items.push_back(std::move(it));
             } else if (buf[i].Kind == HDW_SIGNAL_MIL1553_MESSAGE) {
                 Item it;
                 it.PortType = HDW_PORT_MILSTD1553;
-                it.TimeUs = buf[i].TimeStamp;
+                it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
                 it.Value = buf[i].Value;
                 it.Aux = buf[i].Aux;
                 items.push_back(std::move(it));
@@ -381,7 +410,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
         for (unsigned i = 0; rc == 0 && i < n; ++i) {
             Item it;
             it.PortType = HDW_PORT_CAN;
-            it.TimeUs = m_Clock.Extend(uint32_t(buf[i].TimeStamp), hostUs);
+            it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
             it.Frame = buf[i];
             items.push_back(std::move(it));
         }

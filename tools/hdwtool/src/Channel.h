@@ -10,7 +10,6 @@
 //              uart: byte output buffer
 
 #include "Format.h"
-#include "UnitClock.h"
 #include "Values.h"
 
 #include <HdwLib/HdwLib.h>
@@ -39,7 +38,7 @@ bool ParsePortOptions(const ParsedArgs& args, PortOptions& options, std::string&
 // One word, frame or chunk of bytes, received or to be sent.
 struct Item {
     unsigned PortType = 0;
-    uint64_t TimeUs = 0;
+    uint64_t TimeUs = 0; // host monotonic microseconds (see TimeColumn.h)
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     std::vector<uint8_t> Bytes;
@@ -78,10 +77,19 @@ public:
     bool Send(const Item& item, std::string& error);
     // Items written but not yet confirmed on the bus.
     unsigned Pending();
+    // What the receive service dropped for a full buffer (or its signal
+    // ring for a full ring), since the port opened.
+    uint64_t Dropped();
+    // The unit instance behind the port; null when it is no command-protocol unit.
+    CKVX_HdwKvxUnitInstance* Unit() const;
+    // Host monotonic microseconds (the clock of Item::TimeUs).
+    static uint64_t HostMicroseconds();
 
 private:
     bool Accepted(const CKVX_HdwArinc429Message& word) const;
-    uint64_t HostMicroseconds() const;
+    // Host time of a unit time stamp of this port's unit; `readUs` when it
+    // cannot be mapped.
+    uint64_t StampToHost(uint64_t stamp, uint64_t readUs) const;
 
     CKVX_HdwPort* m_Port;
     std::string m_Name;
@@ -95,8 +103,6 @@ private:
     CKVX_HdwCanOutBufferService* m_CanOut = nullptr;
     CKVX_HdwByteInBufferService* m_ByteIn = nullptr;
     CKVX_HdwByteOutBufferService* m_ByteOut = nullptr;
-    std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
-    UnitClock m_Clock;
 };
 
 } // namespace hdwtool

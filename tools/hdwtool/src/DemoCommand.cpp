@@ -4,6 +4,7 @@
 #include "Channel.h"
 #include "Commands.h"
 #include "StatusLine.h"
+#include "TimeColumn.h"
 #include "Terminal.h"
 
 #include <hdwsim/Emulator.h>
@@ -230,6 +231,7 @@ int RunDemo(const std::vector<std::string>& args)
     std::set<std::pair<std::string, uint64_t>> seen;
     const auto start = std::chrono::steady_clock::now();
     auto now = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+    TimeColumn timeColumn(TimeMode::Relative, Channel::HostMicroseconds(), 0);
     std::vector<Item> items;
     bool stopping = false;
     double sendEnd = duration;
@@ -278,8 +280,10 @@ int RunDemo(const std::vector<std::string>& args)
                                                                    : uint64_t(it.Word.Label) << 8 | it.Word.Sdi;
                 if (verbose || seen.insert({f.Rx->Name(), what}).second) {
                     status.Clear();
+                    Item shown = it;
+                    shown.TimeUs = timeColumn.Shown(it.TimeUs);
                     std::printf("%s\n",
-                                RenderRow(ItemFields(it, f.Rx->Name()), ColumnsFor(it.PortType), OutputFormat::Text)
+                                RenderRow(ItemFields(shown, f.Rx->Name()), ColumnsFor(it.PortType), OutputFormat::Text)
                                     .c_str());
                 }
             }

@@ -6,6 +6,7 @@
 #include "SendPlan.h"
 #include "StatusLine.h"
 #include "Terminal.h"
+#include "TimeColumn.h"
 #include "Wait.h"
 
 #include <algorithm>
@@ -36,13 +37,30 @@ bool ParseSendArg(const std::string& text, SendArg& out, std::string& error)
     return ParsePortSpec(text.substr(0, eq), out.Port, error);
 }
 
+// The watched ports' drops and their units' link losses, into the status.
+void UpdateLosses(StatusLine& status, const std::vector<Channel*>& watched)
+{
+    std::set<CKVX_HdwKvxUnitInstance*> units;
+    LinkLosses link;
+    for (size_t i = 0; i < watched.size(); ++i) {
+        status.SetDropped(i, watched[i]->Dropped());
+        CKVX_HdwKvxUnitInstance* unit = watched[i]->Unit();
+        if (unit && units.insert(unit).second) {
+            const auto c = unit->GetLossCounters();
+            link.BadFrames += c.BadFrames();
+            link.LostEchoes += c.LostEchoes();
+        }
+    }
+    status.SetLinkLosses(link);
+}
+
 } // namespace
 
 int RunMonitor(const std::vector<std::string>& args)
 {
     auto specs = LinkOptions();
     for (const char* o : {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval",
-                          "format"})
+                          "format", "time"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"accept", 'a', true, true});
     specs.push_back({"send", 's', true, true});
@@ -94,6 +112,9 @@ int RunMonitor(const std::vector<std::string>& args)
     const OutputFormat format = ParseFormat(parsed, formatOk, error);
     if (!formatOk)
         return usage(error);
+    TimeMode timeMode = TimeMode::Relative;
+    if (parsed.Has("time") && !ParseTimeMode(parsed.Get("time"), timeMode, error))
+        return usage("--time: " + error);
 
     Session session;
     if (!OpenSession(parsed, session, error))
@@ -140,6 +161,14 @@ int RunMonitor(const std::vector<std::string>& args)
             return Fail(error);
         values.push_back(std::move(v));
     }
+    // Relative times count from here, before the first port opens.
+    const uint64_t startUs = Channel::HostMicroseconds();
+    const int64_t wallMinusHost =
+        int64_t(std::chrono::duration_cast<std::chrono::microseconds>(
+                    std::chrono::system_clock::now().time_since_epoch())
+                    .count()) -
+        int64_t(Channel::HostMicroseconds());
+    TimeColumn timeColumn(timeMode, startUs, wallMinusHost);
     // Receivers first, so that nothing sent is missed.
     for (Channel* c : watched)
         if (!c->Open(options, error))
@@ -192,7 +221,9 @@ int RunMonitor(const std::vector<std::string>& args)
             for (const auto& it : items) {
                 if (count != 0 && printed >= count)
                     break;
-                std::printf("%s\n", RenderRow(ItemFields(it, watched[i]->Name()), ColumnsFor(it.PortType), format)
+                Item shown = it;
+                shown.TimeUs = timeColumn.Shown(it.TimeUs);
+                std::printf("%s\n", RenderRow(ItemFields(shown, watched[i]->Name()), ColumnsFor(it.PortType), format)
                                         .c_str());
                 ++printed;
                 status.Add(i, 1);
@@ -202,6 +233,8 @@ int RunMonitor(const std::vector<std::string>& args)
             break;
         if (any && !terminal)
             std::fflush(stdout);
+        if (status.Enabled())
+            UpdateLosses(status, watched);
         status.Draw(now());
         if (any)
             continue;
@@ -218,8 +251,15 @@ int RunMonitor(const std::vector<std::string>& args)
     }
     status.Clear();
     std::fflush(stdout);
+    // Losses are never silent: the summary names them even when piped.
+    UpdateLosses(status, watched);
+    const bool lost = status.Link().BadFrames || status.Link().LostEchoes ||
+                      std::any_of(status.Ports().begin(), status.Ports().end(),
+                                  [](const PortStatus& p) { return p.Dropped != 0; });
     if (terminal)
         std::fprintf(stderr, "%llu items in %.1f s\n", static_cast<unsigned long long>(printed), now());
+    if (terminal || lost)
+        std::fprintf(stderr, "%s\n", FormatLosses(status.Ports(), status.Link()).c_str());
     if (result == ExitOk && count != 0 && printed < count && !StopRequested())
         result = Fail("monitor: " + std::to_string(printed) + " of " + std::to_string(count) +
                       " items arrived within --duration");

@@ -6,19 +6,47 @@
 
 namespace hdwtool {
 
-std::string FormatStatus(double elapsedSeconds, const std::vector<PortStatus>& ports, unsigned width)
+namespace {
+
+std::string Counted(uint64_t n, const char* one, const char* many)
 {
-    char buf[128];
+    return std::to_string(n) + " " + (n == 1 ? one : many);
+}
+
+std::string LinkText(const LinkLosses& link)
+{
+    return Counted(link.BadFrames, "bad frame", "bad frames") + ", " +
+           Counted(link.LostEchoes, "lost echo", "lost echoes");
+}
+
+} // namespace
+
+std::string FormatStatus(double elapsedSeconds, const std::vector<PortStatus>& ports, unsigned width,
+                         const LinkLosses& link)
+{
+    char buf[160];
     std::snprintf(buf, sizeof buf, "%.1f s", elapsedSeconds);
     std::string line = buf;
     for (const auto& p : ports) {
         std::snprintf(buf, sizeof buf, "  %s %llu (%.0f/s)", p.Name.c_str(), static_cast<unsigned long long>(p.Count),
                       std::round(p.Rate));
         line += buf;
+        if (p.Dropped)
+            line += " dropped " + std::to_string(p.Dropped);
     }
+    if (link.BadFrames || link.LostEchoes)
+        line += "  link: " + LinkText(link);
     if (width > 0 && line.size() >= width)
         line.resize(width - 1);
     return line;
+}
+
+std::string FormatLosses(const std::vector<PortStatus>& ports, const LinkLosses& link)
+{
+    std::string text = "dropped";
+    for (size_t i = 0; i < ports.size(); ++i)
+        text += (i ? ", " : " ") + ports[i].Name + " " + std::to_string(ports[i].Dropped);
+    return text + "; link: " + LinkText(link);
 }
 
 void RateMeter::Sample(double nowSeconds, uint64_t count)
@@ -53,7 +81,7 @@ void StatusLine::Draw(double nowSeconds, bool force)
     if (!m_Enabled || (!force && m_LastDraw >= 0 && nowSeconds - m_LastDraw < 0.2))
         return;
     m_LastDraw = nowSeconds;
-    std::fprintf(m_Out, "\r\033[K%s", FormatStatus(nowSeconds, m_Ports, TerminalWidth()).c_str());
+    std::fprintf(m_Out, "\r\033[K%s", FormatStatus(nowSeconds, m_Ports, TerminalWidth(), m_Link).c_str());
     std::fflush(m_Out);
     m_Shown = true;
 }

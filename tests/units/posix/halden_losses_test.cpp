@@ -1,0 +1,192 @@
+// What is lost is counted, exactly, through the whole stack against the
+// emulated unit: input buffers filled past their BufferSize drop their
+// oldest items and count them; a Write that does not fit is refused and
+// counted; the unit's clock crosses its 32-bit wrap without a step in the
+// unwrapped time and maps onto the host's clock.
+#include "UnitRig.h"
+
+#include <chrono>
+
+using namespace halden_test;
+
+namespace {
+
+constexpr uint64_t kWrap = uint64_t(1) << 32;
+
+class HaldenLosses : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
+
+    CKVX_HdwKvxUnitInstance* Instance()
+    {
+        CKVX_HdwKvxUnitInstance* inst = nullptr;
+        EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+        return inst;
+    }
+
+    UnitRig rig{UnitNamed("halden"), false};
+};
+
+template <class TService, class TParams>
+void SetBufferSize(TService* service, uint32_t size)
+{
+    TParams p;
+    p.BufferSize = size;
+    ASSERT_EQ(service->SetParameters(&p), 0u);
+}
+
+TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDroppedOne)
+{
+    auto* in = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 0, HDW_SERVICE_ARINC429_IN_BUFFER);
+    auto* out = rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 0, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    ASSERT_TRUE(in && out);
+    SetBufferSize<CKVX_HdwArinc429InBufferService, CKVX_HdwArinc429InBufferService::CParameters>(in, 100);
+    SetBufferSize<CKVX_HdwArinc429OutBufferService, CKVX_HdwArinc429OutBufferService::CParameters>(out, 10);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 0), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0), 0u);
+
+    // The output takes at most BufferSize words in one Write; the rest of
+    // such a Write is not taken at all, and counted.
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < 150; ++i)
+        words.push_back(Word(0x31, i));
+    EXPECT_EQ(out->Write(words.data(), 11, 0), 2u);
+    EXPECT_EQ(out->GetUnplacedCount(), 11u);
+    for (unsigned i = 0; i < 150; i += 10) {
+        unsigned pending = 1;
+        ASSERT_TRUE(WaitUntil([&] { return out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
+        ASSERT_EQ(out->Write(words.data() + i, 10, 0), 0u) << i;
+    }
+    EXPECT_EQ(out->GetUnplacedCount(), 11u);
+
+    // 150 words into a buffer of 100 that nobody reads: the 50 oldest go.
+    ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() >= 50; }, 30000));
+    EXPECT_EQ(rig.Sim.GetCounters().A429Received[0], 150u);
+    const auto got = ReadAll<CKVX_HdwArinc429Message>(in, 100);
+    ASSERT_EQ(got.size(), 100u);
+    for (unsigned i = 0; i < 100; ++i)
+        ASSERT_EQ(got[i], words[50 + i]) << i;
+    EXPECT_EQ(in->GetDroppedCount(), 50u);
+    unsigned waiting = 1;
+    ASSERT_EQ(in->GetReadMessagesNumber(waiting), 0u);
+    EXPECT_EQ(waiting, 0u);
+
+    // A new start counts afresh.
+    ASSERT_EQ(in->Stop(), 0u);
+    ASSERT_EQ(in->Start(), 0u);
+    EXPECT_EQ(in->GetDroppedCount(), 0u);
+    const auto c = Instance()->GetLossCounters();
+    EXPECT_EQ(c.BadFrames(), 0u);
+    EXPECT_EQ(c.EchoTimeouts, 0u);
+    EXPECT_EQ(c.LostCommands, 0u);
+}
+
+TEST_F(HaldenLosses, CanInputDropsItsOldestFramesAndCanOutputCountsWhatDidNotFit)
+{
+    auto* out = rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
+    auto* in = rig.Enable<CKVX_HdwCanInBufferService>(HDW_PORT_CAN, 1, HDW_SERVICE_CAN_IN_BUFFER);
+    ASSERT_TRUE(in && out);
+    SetBufferSize<CKVX_HdwCanInBufferService, CKVX_HdwCanInBufferService::CParameters>(in, 40);
+    SetBufferSize<CKVX_HdwCanOutBufferService, CKVX_HdwCanOutBufferService::CParameters>(out, 100);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0), 0u);
+
+    std::vector<CKVX_HdwCanMessage> frames;
+    for (unsigned i = 0; i < 101; ++i)
+        frames.push_back(Frame(0x100 + i, 8, uint8_t(i)));
+    EXPECT_EQ(out->Write(frames.data(), 101, 0), 2u);
+    EXPECT_EQ(out->GetUnplacedCount(), 101u);
+    ASSERT_EQ(out->Write(frames.data(), 100, 0), 0u);
+
+    ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() >= 60; }, 30000));
+    EXPECT_EQ(rig.Sim.GetCounters().CanReceived[1], 100u);
+    const auto got = ReadAll<CKVX_HdwCanMessage>(in, 40);
+    ASSERT_EQ(got.size(), 40u);
+    for (unsigned i = 0; i < 40; ++i) {
+        ASSERT_EQ(got[i].Identifier, frames[60 + i].Identifier) << i;
+        ASSERT_EQ(got[i].Data[0], frames[60 + i].Data[0]) << i;
+    }
+    EXPECT_EQ(in->GetDroppedCount(), 60u);
+    EXPECT_EQ(out->GetUnplacedCount(), 101u);
+}
+
+TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidNotFit)
+{
+    auto* out = rig.Enable<CKVX_HdwByteOutBufferService>(HDW_PORT_UART, 0, HDW_SERVICE_BYTE_OUT_BUFFER);
+    auto* in = rig.Enable<CKVX_HdwByteInBufferService>(HDW_PORT_UART, 1, HDW_SERVICE_BYTE_IN_BUFFER);
+    ASSERT_TRUE(in && out);
+    SetBufferSize<CKVX_HdwByteInBufferService, CKVX_HdwByteInBufferService::CParameters>(in, 1000);
+    SetBufferSize<CKVX_HdwByteOutBufferService, CKVX_HdwByteOutBufferService::CParameters>(out, 2000);
+    CKVX_HdwUartPort::CParameters p;
+    p.BaudRate = 115200;
+    ASSERT_EQ(rig.Open(HDW_PORT_UART, 1, p), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_UART, 0, p), 0u);
+
+    std::vector<uint8_t> sent(2001);
+    for (size_t i = 0; i < sent.size(); ++i)
+        sent[i] = uint8_t(i * 13 + (i >> 8));
+    EXPECT_EQ(out->Write(sent.data(), 2001, 0), 2u);
+    EXPECT_EQ(out->GetUnplacedCount(), 2001u);
+    ASSERT_EQ(out->Write(sent.data(), 1500, 0), 0u);
+
+    ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() >= 500; }, 30000));
+    EXPECT_EQ(rig.Sim.GetCounters().UartReceived[1], 1500u);
+    EXPECT_EQ(ReadAll<uint8_t>(in, 1000), std::vector<uint8_t>(sent.begin() + 500, sent.begin() + 1500));
+    EXPECT_EQ(in->GetDroppedCount(), 500u);
+}
+
+// The emulator's clock starts 1.5 s before its 32-bit wrap; words go round
+// the ARINC 429 loop one after the other until the unit time is well past
+// it. Every word's unwrapped time follows the one before within a second,
+// the instance's latest unit time never goes back, and the mapping puts the
+// unit's "now" at the host's.
+TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
+{
+    auto o = EmulatorOptions(false);
+    o.ClockStartUs = uint32_t(kWrap - 1500000);
+    UnitRig rig(UnitNamed("halden"), o);
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    CKVX_HdwKvxUnitInstance* inst = nullptr;
+    ASSERT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+    ASSERT_NE(inst, nullptr);
+    UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(1, 100000);
+    ASSERT_TRUE(c.In && c.Out);
+
+    std::vector<uint64_t> times;
+    uint64_t latest = 0, previousLatest = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    for (unsigned i = 0; latest < kWrap + 1000000 && std::chrono::steady_clock::now() < deadline; ++i) {
+        auto w = Word(0x42, i);
+        ASSERT_EQ(c.Out->Write(&w, 1, 0), 0u);
+        const auto got = ReadAll<CKVX_HdwArinc429Message>(c.In, 1);
+        ASSERT_EQ(got.size(), 1u) << "word " << i;
+        ASSERT_EQ(got[0], w);
+        const uint64_t t = inst->UnwrapUnitTime(got[0].TimeStamp);
+        EXPECT_EQ(uint32_t(t), uint32_t(got[0].TimeStamp));
+        times.push_back(t);
+        ASSERT_TRUE(inst->GetLatestUnitTime(latest));
+        ASSERT_GE(latest, previousLatest);
+        ASSERT_GE(latest, t);
+        previousLatest = latest;
+    }
+    ASSERT_GE(latest, kWrap + 1000000) << "the unit clock did not pass its wrap in time";
+    ASSERT_GE(times.size(), 10u);
+    EXPECT_LT(times.front(), kWrap);
+    for (size_t i = 1; i < times.size(); ++i) {
+        ASSERT_GE(times[i], times[i - 1]) << i;
+        ASSERT_LT(times[i] - times[i - 1], 1000000u) << i;
+    }
+
+    uint64_t host = 0, wall = 0;
+    ASSERT_TRUE(inst->MapUnitTime(latest, host, wall));
+    const uint64_t now = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
+    EXPECT_LE(host, now + 100000);
+    EXPECT_GT(host + 5000000, now);
+    const uint64_t wallNow = uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count());
+    EXPECT_LT(wall > wallNow ? wall - wallNow : wallNow - wall, 6000000u);
+    EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
+}
+
+} // namespace
