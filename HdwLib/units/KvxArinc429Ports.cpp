@@ -1,4 +1,5 @@
 #include <HdwLib/units/KvxArinc429BufferServices.h>
+#include <HdwLib/units/KvxArinc429DataGenerator.h>
 #include <HdwLib/units/KvxArinc429LabelServices.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
 #include <HdwLib/units/KvxSignalService.h>
@@ -53,8 +54,11 @@ unsigned CKVX_HdwKvxArinc429TxPort::EnableService(unsigned serviceType, CKVX_Hdw
         if (!(m_Unit->GetUnitProfile().Commands & KvxCmdAtxCtxCtrl))
             return HDW_ERR_WRONG_STATE;
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429OutLbloService(this), service, params);
+    case HDW_SERVICE_DATA_GENERATOR:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429TxDataGeneratorService(this), service,
+                                          params);
     default:
-        // Byte output and the data generator come later.
+        // Byte output comes later.
         return HDW_ERR_WRONG_STATE;
     }
 }

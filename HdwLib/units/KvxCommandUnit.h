@@ -47,6 +47,7 @@ class CKVX_HdwKvxArinc429InBufferService;
 class CKVX_HdwKvxArinc429OutBufferService;
 class CKVX_HdwKvxArinc429OutLbloService;
 class CKVX_HdwKvxArinc429InLbloService;
+class CKVX_HdwKvxArinc429TxDataGeneratorService;
 class CKVX_HdwKvxCanInBufferService;
 class CKVX_HdwKvxCanOutBufferService;
 class CKVX_HdwKvxCanByteInBufferService;
@@ -131,6 +132,7 @@ public:
     using CArinc429OutBufferService = CKVX_HdwKvxArinc429OutBufferService;
     using CArinc429OutLbloService = CKVX_HdwKvxArinc429OutLbloService;
     using CArinc429InLbloService = CKVX_HdwKvxArinc429InLbloService;
+    using CArinc429TxDataGeneratorService = CKVX_HdwKvxArinc429TxDataGeneratorService;
     using CCanInBufferService = CKVX_HdwKvxCanInBufferService;
     using CCanOutBufferService = CKVX_HdwKvxCanOutBufferService;
     using CCanByteInBufferService = CKVX_HdwKvxCanByteInBufferService;
