@@ -94,6 +94,8 @@ unsigned CKVX_HdwDataGeneratorService::Disable()
         return rc;
     CKVX_HdwServiceLock lock(*this);
     m_Enabled = false;
+    // Dropped before they left: not generated after all.
+    m_Generated -= m_Backlog.size();
     m_Backlog.clear();
     return 0;
 }

@@ -128,8 +128,9 @@ public:
     unsigned GetLabel(unsigned char label, CLabelDef& def);
     unsigned GetDefinedLabelsCount();
     bool IsEnabled();
-    // Words generated since Start; transmissions skipped because the
-    // backlog was full; words waiting in the backlog.
+    // Words generated since Start (less those that Disable dropped from the
+    // backlog); transmissions skipped because the backlog was full; words
+    // waiting in the backlog.
     uint64_t GetGeneratedCount();
     uint64_t GetMissedCount();
     unsigned GetPendingCount();

@@ -195,9 +195,12 @@ TEST_F(Generator, DisableDropsTheBacklogAndResetForgetsTheLabels)
     ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
     gen.Generate(0);
     gen.Generate(50000);
-    EXPECT_GT(gen.GetPendingCount(), 0u);
+    ASSERT_EQ(gen.GetPendingCount(), 12u);
+    CKVX_HdwArinc429Message w[2];
+    ASSERT_EQ(gen.TakeWords(w, 2), 2u);
     ASSERT_EQ(gen.Disable(), 0u);
     EXPECT_EQ(gen.GetPendingCount(), 0u);
+    EXPECT_EQ(gen.GetGeneratedCount(), 2u); // only what left the backlog
     ASSERT_EQ(gen.Enable(), 0u);
     ASSERT_EQ(gen.Reset(), 0u);
     EXPECT_EQ(gen.GetDefinedLabelsCount(), 0u);
