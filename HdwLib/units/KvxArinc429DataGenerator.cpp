@@ -3,6 +3,7 @@
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
@@ -25,6 +26,7 @@ unsigned CKVX_HdwKvxArinc429TxDataGeneratorService::Start()
     CKVX_HdwServiceLock lock(*this);
     m_Count.Reset();
     m_StatusPoll.Reset();
+    std::fill(std::begin(m_PushedLabel), std::end(m_PushedLabel), false);
     if (!m_UnitPort)
         return 0;
     CKVX_HdwArinc429TxPort::CParameters p;
@@ -67,7 +69,7 @@ unsigned CKVX_HdwKvxArinc429TxDataGeneratorService::ProcessEvent(CKVX_HdwEvent* 
     } else if (hdw::units::IsEvent(event, KvxEventA429Tx)) {
         // Words of a label table on the same transmitter are not ours.
         const auto* tx = static_cast<const CKVX_HdwKvxArinc429TxEvent*>(event);
-        if (Defined[tx->Message.Label])
+        if (m_PushedLabel[tx->Message.Label])
             m_Count.Confirm(1);
     } else if (hdw::units::IsEvent(event, KvxEventStatus)) {
         const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
@@ -111,6 +113,7 @@ unsigned CKVX_HdwKvxArinc429TxDataGeneratorService::HdwTimerHandler(uint64_t tic
                 return 0;
             }
             m_Count.Sent(1);
+            m_PushedLabel[words[i].Label] = true;
         }
         budget -= n;
     }

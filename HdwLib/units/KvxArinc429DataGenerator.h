@@ -38,4 +38,7 @@ protected:
     CKVX_HdwKvxOutputCount m_Count;
     CKVX_HdwKvxFifoStatusPoll m_StatusPoll;
     CKVX_HdwKvxArinc429TxPort* m_UnitPort;
+    // Labels this generator pushed since Start: their transmit events are
+    // its own, even after Reset or a redefinition forgot the label.
+    bool m_PushedLabel[256] = {};
 };

@@ -271,6 +271,10 @@ TEST_P(DataGenerator, LabelsArriveAtTheirRatesWithTheirValuesAndFollowTheSwitche
     ASSERT_TRUE(loop.Drained());
     EXPECT_EQ(loop.Gen_->GetDefinedLabelsCount(), 0u);
     EXPECT_EQ(rig.Sim.GetCounters().A429FifoDropped[ch], 0u);
+    // The words of the forgotten labels still confirmed: none left counted in the unit.
+    auto* unitGen = dynamic_cast<CKVX_HdwKvxArinc429TxDataGeneratorService*>(loop.Gen_);
+    ASSERT_NE(unitGen, nullptr);
+    EXPECT_TRUE(WaitUntil([&] { return unitGen->GetWordsInUnit() == 0; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, DataGenerator,
