@@ -37,6 +37,7 @@
 #include <HdwLib/bus/HdwCanMessage.h>
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
+#include <HdwLib/bus/HdwDataGeneratorService.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
@@ -67,6 +68,7 @@
 #include <HdwLib/units/KvxUnitPorts.h>
 #include <HdwLib/units/KvxArinc429BufferServices.h>
 #include <HdwLib/units/KvxArinc429ByteServices.h>
+#include <HdwLib/units/KvxArinc429DataGenerator.h>
 #include <HdwLib/units/KvxArinc429LabelServices.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
 #include <HdwLib/units/KvxCanByteServices.h>

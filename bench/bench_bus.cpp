@@ -120,6 +120,40 @@ void BM_Arinc429ReceiveAndRead1000(benchmark::State& state)
 }
 BENCHMARK(BM_Arinc429ReceiveAndRead1000);
 
+// One second of a data generator's 1 ms ticks: `labels` BNR sine labels at
+// 50 words a second each, generated and taken as a driver takes them.
+void BM_DataGeneratorSecondOfTicks(benchmark::State& state)
+{
+    using Gen = CKVX_HdwDataGeneratorService;
+    Gen gen(nullptr);
+    gen.Start();
+    std::vector<Gen::CLabelDef> defs;
+    for (int i = 0; i < state.range(0); ++i) {
+        Gen::CLabelDef d(uint8_t(i), 50.0);
+        d.Pattern = Gen::PatternBnr;
+        d.Range = 512;
+        d.Resolution = 0.25;
+        d.Low = -100;
+        d.High = 100;
+        d.Period = 2;
+        defs.push_back(d);
+    }
+    gen.SetLabels(defs.data(), unsigned(defs.size()));
+    CKVX_HdwArinc429Message words[64];
+    uint64_t now = 0, taken = 0;
+    for (auto _ : state) {
+        for (int tick = 0; tick < 1000; ++tick) {
+            gen.Generate(now += 1000);
+            while (unsigned n = gen.TakeWords(words, 64))
+                taken += n;
+        }
+    }
+    if (gen.GetMissedCount() != 0)
+        state.SkipWithError("transmissions skipped");
+    state.SetItemsProcessed(int64_t(taken));
+}
+BENCHMARK(BM_DataGeneratorSecondOfTicks)->Arg(8)->Arg(64);
+
 // Read alone: 1000 words in one call against 1000 calls of one word.
 void BM_Arinc429Read(benchmark::State& state)
 {

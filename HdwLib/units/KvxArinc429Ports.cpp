@@ -1,5 +1,6 @@
 #include <HdwLib/units/KvxArinc429BufferServices.h>
 #include <HdwLib/units/KvxArinc429ByteServices.h>
+#include <HdwLib/units/KvxArinc429DataGenerator.h>
 #include <HdwLib/units/KvxArinc429LabelServices.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
 #include <HdwLib/units/KvxSignalService.h>
@@ -56,8 +57,10 @@ unsigned CKVX_HdwKvxArinc429TxPort::EnableService(unsigned serviceType, CKVX_Hdw
         if (!(m_Unit->GetUnitProfile().Commands & KvxCmdAtxCtxCtrl))
             return HDW_ERR_WRONG_STATE;
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429OutLbloService(this), service, params);
+    case HDW_SERVICE_DATA_GENERATOR:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429TxDataGeneratorService(this), service,
+                                          params);
     default:
-        // The data generator comes later.
         return HDW_ERR_WRONG_STATE;
     }
 }

@@ -50,6 +50,7 @@ class CKVX_HdwKvxArinc429OutLbloService;
 class CKVX_HdwKvxArinc429InLbloService;
 class CKVX_HdwKvxArinc429ByteInBufferService;
 class CKVX_HdwKvxArinc429ByteOutBufferService;
+class CKVX_HdwKvxArinc429TxDataGeneratorService;
 class CKVX_HdwKvxCanInBufferService;
 class CKVX_HdwKvxCanOutBufferService;
 class CKVX_HdwKvxCanByteInBufferService;
@@ -178,6 +179,7 @@ public:
     using CArinc429InLbloService = CKVX_HdwKvxArinc429InLbloService;
     using CArinc429ByteInBufferService = CKVX_HdwKvxArinc429ByteInBufferService;
     using CArinc429ByteOutBufferService = CKVX_HdwKvxArinc429ByteOutBufferService;
+    using CArinc429TxDataGeneratorService = CKVX_HdwKvxArinc429TxDataGeneratorService;
     using CCanInBufferService = CKVX_HdwKvxCanInBufferService;
     using CCanOutBufferService = CKVX_HdwKvxCanOutBufferService;
     using CCanByteInBufferService = CKVX_HdwKvxCanByteInBufferService;

@@ -3,6 +3,7 @@
 #include "Channel.h"
 #include "Cli.h"
 #include "Format.h"
+#include "GeneratorSpec.h"
 #include "Ports.h"
 #include "Session.h"
 #include "StatusLine.h"
@@ -118,6 +119,79 @@ TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
             EXPECT_NE(error.find(c.Says), std::string::npos) << error;
         else
             EXPECT_EQ(w.GetToUint32(), c.Raw);
+    }
+}
+
+TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
+{
+    using Gen = CKVX_HdwDataGeneratorService;
+    Gen::CLabelDef d;
+    std::string error;
+    ASSERT_TRUE(ParseGeneratorLabel("label=203,rate=12.5,sdi=1,ssm=3,data=0x1234", d, error)) << error;
+    EXPECT_EQ(d.Label, 0203);
+    EXPECT_EQ(d.Rate, 12.5);
+    EXPECT_EQ(d.Sdi, 1);
+    EXPECT_EQ(d.Ssm, 3);
+    EXPECT_EQ(d.Pattern, Gen::PatternConstant);
+    EXPECT_EQ(d.Data, 0x1234u);
+    ASSERT_TRUE(ParseGeneratorLabel("label=0x88,rate=10,counter=5:0o17,step=3", d, error)) << error;
+    EXPECT_EQ(d.Label, 0x88);
+    EXPECT_EQ(d.Pattern, Gen::PatternCounter);
+    EXPECT_EQ(d.Min, 5u);
+    EXPECT_EQ(d.Max, 15u);
+    EXPECT_EQ(d.Step, 3u);
+    ASSERT_TRUE(ParseGeneratorLabel("label=205,rate=50,bnr=triangle,range=512,res=0.25,low=-100,high=300,period=5",
+                                    d, error))
+        << error;
+    EXPECT_EQ(d.Pattern, Gen::PatternBnr);
+    EXPECT_EQ(d.Wave, Gen::WaveTriangle);
+    EXPECT_EQ(d.BnrBits(), 11u);
+    EXPECT_EQ(d.Low, -100.0);
+    EXPECT_EQ(d.High, 300.0);
+    EXPECT_EQ(d.Period, 5.0);
+    ASSERT_TRUE(ParseGeneratorLabel("label=206,rate=5,bcd=ramp,res=0.1,digits=4,low=0,high=359.9,period=60", d, error))
+        << error;
+    EXPECT_EQ(d.Pattern, Gen::PatternBcd);
+    EXPECT_EQ(d.Wave, Gen::WaveRamp);
+    EXPECT_EQ(d.Digits, 4);
+    ASSERT_TRUE(ParseGeneratorLabel("label=207,rate=5,discrete=0x40000,toggle=0x3,period=0.5", d, error)) << error;
+    EXPECT_EQ(d.Pattern, Gen::PatternDiscrete);
+    EXPECT_EQ(d.Data, 0x40000u);
+    EXPECT_EQ(d.Mask, 3u);
+    ASSERT_TRUE(ParseGeneratorLabel("label=210,rate=25,random=0x100:0x1FF,seed=9", d, error)) << error;
+    EXPECT_EQ(d.Pattern, Gen::PatternRandom);
+    EXPECT_EQ(d.Seed, 9u);
+
+    const struct {
+        const char* Text;
+        const char* Says;
+    } refused[] = {
+        {"label=203,rate=0", "rate"},
+        {"label=203,rate=1001", "rate"},
+        {"label=203,rate=fast", "not a number"},
+        {"label=203", "needs label= and rate="},
+        {"rate=5", "needs label= and rate="},
+        {"label=400,rate=5", "out of range"},
+        {"label=1,rate=5,sdi=4", "sdi"},
+        {"label=1,rate=5,ssm=4", "ssm"},
+        {"label=1,rate=5,data=0x80000", "0x7FFFF"},
+        {"label=1,rate=5,bnr=sine,range=500,res=0.25", "power of two"},
+        {"label=1,rate=5,bnr=sine,range=512,res=0.25,high=600", "within"},
+        {"label=1,rate=5,bnr=square", "sine, triangle or ramp"},
+        {"label=1,rate=5,bcd=sine,res=1,digits=2,high=100", "digits"},
+        {"label=1,rate=5,counter=9:3", "lower limit"},
+        {"label=1,rate=5,counter=9", "MIN:MAX"},
+        {"label=1,rate=5,counter=0:9,step=0", "step"},
+        {"label=1,rate=5,discrete=1,period=0", "period"},
+        {"label=1,rate=5,data=1,counter=0:3", "more than one pattern"},
+        {"label=1,rate=5,colour=red", "unknown field"},
+    };
+    for (const auto& r : refused) {
+        SCOPED_TRACE(r.Text);
+        Gen::CLabelDef before = d;
+        ASSERT_FALSE(ParseGeneratorLabel(r.Text, d, error));
+        EXPECT_NE(error.find(r.Says), std::string::npos) << error;
+        EXPECT_EQ(d.Label, before.Label); // a refusal leaves the definition as it was
     }
 }
 

@@ -326,6 +326,47 @@ TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
     EXPECT_EQ(Words(o.Lines()[1]).back(), "1F334455#R");
 }
 
+// The generator's labels reach the unit at their rates for the run's length
+// (within a few words: the run's start and end are the host's), and bad
+// labels are refused before a unit is touched.
+TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
+{
+    hdwsim::Emulator::Options opt;
+    opt.Pty = true;
+    opt.Pacing = true;
+    hdwsim::Emulator sim(hdwsim::HaldenModel(), opt);
+    std::string error;
+    ASSERT_TRUE(sim.Start(&error)) << error;
+    const std::string link = "3:" + sim.PtyPath();
+    const Output o = Tool({"gen", "--link", link, "a429tx:2", "--rate", "high", "--duration", "1",
+                           "label=203,rate=50,bnr=sine,range=512,res=0.25,low=-10,high=10,period=1",
+                           "label=350,rate=20,counter=0:99"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    ASSERT_EQ(o.Lines().size(), 1u) << o.Out;
+    const auto w = Words(o.Lines()[0]);
+    ASSERT_GE(w.size(), 11u) << o.Out;
+    EXPECT_EQ(w[0], "a429tx:2:");
+    const unsigned long generated = std::stoul(w[6]);
+    EXPECT_EQ(w[9], "0"); // skipped
+    const auto c = sim.GetCounters();
+    EXPECT_EQ(c.A429Pushed[2], generated);
+    EXPECT_EQ(c.A429FifoDropped[2], 0u);
+    // 70 words a second over the run's second: its start and end are the
+    // host's own, so allow a tick's worth of scheduling either way.
+    EXPECT_GE(generated, 60u);
+    EXPECT_LE(generated, 100u);
+
+    for (const char* bad : {"label=203,rate=0", "label=203,rate=5,bnr=sine,range=500,res=0.25", "label=203,rate=5,sdi=4"}) {
+        const Output r = Tool({"gen", "--link", link, "a429tx:2", bad});
+        EXPECT_EQ(r.Status, 2) << bad;
+        EXPECT_NE(r.Err.find("gen:"), std::string::npos) << r.Err;
+    }
+    EXPECT_EQ(sim.GetCounters().A429Pushed[2], generated);
+    const Output rx = Tool({"gen", "--link", link, "a429rx:0", "label=1,rate=1", "--duration", "0.1"});
+    EXPECT_EQ(rx.Status, 1);
+    EXPECT_NE(rx.Err.find("ARINC 429 transmitters"), std::string::npos) << rx.Err;
+}
+
 TEST(ToolSend, BytesReachAPcSerialPort)
 {
     PtyPair pty;
@@ -439,13 +480,13 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
 {
     const Output main = Tool({"--help"});
     ASSERT_EQ(main.Status, 0);
-    for (const char* sub : {"list", "monitor", "send", "demo"})
+    for (const char* sub : {"list", "monitor", "send", "gen", "demo"})
         EXPECT_NE(main.Out.find("  " + std::string(sub) + " "), std::string::npos) << sub;
     // The examples name the emulator's UDP port 55003; run them against one
     // on a free port instead, with that port put in.
     SimProcess sim(true);
     std::set<std::string> demoLinks;
-    for (const char* sub : {"list", "monitor", "send", "demo"}) {
+    for (const char* sub : {"list", "monitor", "send", "gen", "demo"}) {
         const Output help = Tool({sub, "--help"});
         ASSERT_EQ(help.Status, 0) << sub;
         EXPECT_NE(help.Out.find("examples"), std::string::npos) << sub;

@@ -223,6 +223,17 @@ bool Channel::EnableTransmit(std::string& error)
     }
 }
 
+CKVX_HdwDataGeneratorService* Channel::EnableGenerator(std::string& error)
+{
+    if (PortType() != HDW_PORT_ARINC429_TX) {
+        error = "cannot generate on " + m_Name + ": the data generator runs on ARINC 429 transmitters (a429tx:N)";
+        return nullptr;
+    }
+    return Enable(m_Port, HDW_SERVICE_DATA_GENERATOR, nullptr, m_Generator, m_Name, "start a generator", error)
+               ? m_Generator
+               : nullptr;
+}
+
 bool Channel::Open(const PortOptions& options, std::string& error)
 {
     unsigned rc = 0;

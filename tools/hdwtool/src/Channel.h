@@ -63,6 +63,9 @@ public:
     // Enable the services; call before Open.
     bool EnableReceive(const PortOptions& options, std::string& error);
     bool EnableTransmit(std::string& error);
+    // The data generator instead of the output buffer (a429tx only); null
+    // with a reason when the port refuses it.
+    CKVX_HdwDataGeneratorService* EnableGenerator(std::string& error);
     bool Open(const PortOptions& options, std::string& error);
     void Close();
 
@@ -97,6 +100,7 @@ private:
     uint8_t m_A429Parity = 0; // receiver: 0 odd, 1 even, 2 none
     CKVX_HdwArinc429InBufferService* m_A429In = nullptr;
     CKVX_HdwArinc429OutBufferService* m_A429Out = nullptr;
+    CKVX_HdwDataGeneratorService* m_Generator = nullptr;
     CKVX_HdwSignalService* m_Signals = nullptr;
     CKVX_HdwSignalService* m_Wake = nullptr;  // only wakes: a receive buffer holds the data
     CKVX_HdwCanInBufferService* m_CanIn = nullptr;

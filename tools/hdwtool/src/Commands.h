@@ -19,6 +19,7 @@ constexpr int ExitUsage = 2;
 int RunList(const std::vector<std::string>& args);
 int RunMonitor(const std::vector<std::string>& args);
 int RunSend(const std::vector<std::string>& args);
+int RunGen(const std::vector<std::string>& args);
 int RunDemo(const std::vector<std::string>& args);
 
 // Help of the program ("") or of a subcommand; null for an unknown one.

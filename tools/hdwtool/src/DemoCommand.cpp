@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdio>
 #include <deque>
+#include <map>
 #include <memory>
 #include <set>
 #include <thread>
@@ -27,7 +28,23 @@ struct Flow {
     uint64_t Sent = 0, Received = 0, Altered = 0;
     uint64_t ParityErrors = 0; // ARINC 429 words received with a parity that is not odd
     std::deque<Item> Expected;
+    // A transmitter run by the data generator: each label's words are
+    // checked against its pattern, transmission by transmission.
+    CKVX_HdwDataGeneratorService* Generator = nullptr;
+    std::map<unsigned, std::pair<CKVX_HdwDataGeneratorService::CLabelDef, uint64_t>> Generated;
 };
+
+// Whether `got` is the next word of its generated label.
+bool NextGenerated(Flow& f, const CKVX_HdwArinc429Message& got)
+{
+    auto it = f.Generated.find(got.Label);
+    if (it == f.Generated.end())
+        return false;
+    auto& [def, index] = it->second;
+    const auto want = CKVX_HdwDataGeneratorService::ComputeWord(def, index, double(index) / def.Rate);
+    ++index;
+    return got == want;
+}
 
 // A periodic word or frame: a label at its usual rate, or a CAN identifier.
 struct Stream {
@@ -60,15 +77,44 @@ struct LabelRate {
     double Hz;
     uint32_t Base;
 };
-const std::vector<LabelRate> kTransmitters[4] = {
+const std::vector<LabelRate> kTransmitters[3] = {
     {{0203, 20, 0x0A000}, {0205, 10, 0x01200}, {0206, 20, 0x02800}, {0210, 10, 0x03000}, {0211, 5, 0x00400},
      {0213, 5, 0x7FC00}},
     {{0310, 5, 0x1E000}, {0311, 5, 0x05000}, {0312, 20, 0x02000}, {0314, 20, 0x0B400}, {0324, 50, 0x00100},
      {0325, 50, 0x7FF00}},
     {{0326, 50, 0x00010}, {0327, 50, 0x7FFF0}, {0330, 50, 0x00008}, {0331, 50, 0x00020}, {0332, 50, 0x7FFE0},
      {0333, 50, 0x04000}},
-    {{0164, 20, 0x00C80}, {0270, 5, 0x00005}, {0350, 1, 0x00000}, {0377, 1, 0x00012}},
 };
+
+// The fourth transmitter is a data generator standing in for a radio
+// altimeter: altitude (BNR, 0.125 ft, swinging between 0 and 2500 ft),
+// discrete status bits, a maintenance counter and a fixed equipment id.
+std::vector<CKVX_HdwDataGeneratorService::CLabelDef> GeneratorLabels()
+{
+    using Gen = CKVX_HdwDataGeneratorService;
+    std::vector<Gen::CLabelDef> d(4);
+    d[0] = Gen::CLabelDef(0164, 20);
+    d[0].Pattern = Gen::PatternBnr;
+    d[0].Range = 8192;
+    d[0].Resolution = 0.125;
+    d[0].Low = 0;
+    d[0].High = 2500;
+    d[0].Period = 4;
+    d[0].Ssm = 3;
+    d[1] = Gen::CLabelDef(0270, 5);
+    d[1].Pattern = Gen::PatternDiscrete;
+    d[1].Data = 0x00005;
+    d[1].Mask = 0x00030;
+    d[1].Period = 1;
+    d[2] = Gen::CLabelDef(0350, 2);
+    d[2].Pattern = Gen::PatternCounter;
+    d[2].Max = 999;
+    d[3] = Gen::CLabelDef(0377, 1);
+    d[3].Data = 0x00012;
+    for (auto& l : d)
+        l.Sdi = 2;
+    return d;
+}
 
 struct CanId {
     unsigned From; // CAN channel that sends it
@@ -169,10 +215,20 @@ int RunDemo(const std::vector<std::string>& args)
         Channel* tx = make(HDW_PORT_ARINC429_TX, k);
         if (!rx || !tx)
             return Fail("demo: " + error);
+        CKVX_HdwDataGeneratorService* gen = nullptr;
         if (!rx->EnableReceive(a429Options[k], error) || !rx->Open(a429Options[k], error) ||
-            !tx->EnableTransmit(error) || !tx->Open(a429Options[k], error))
+            !(k == 3 ? (gen = tx->EnableGenerator(error)) != nullptr : tx->EnableTransmit(error)) ||
+            !tx->Open(a429Options[k], error))
             return Fail("demo: " + error);
-        flows.push_back(Flow{tx, rx, 0, 0, 0, 0, {}});
+        flows.push_back(Flow{tx, rx, 0, 0, 0, 0, {}, gen, {}});
+        if (gen) {
+            const auto labels = GeneratorLabels();
+            for (const auto& l : labels)
+                flows.back().Generated[l.Label] = {l, 0};
+            if (const unsigned rc = gen->SetLabels(labels.data(), unsigned(labels.size())))
+                return Fail("demo: the generator on " + tx->Name() + " refused its labels: " + ResultText(rc));
+            continue;
+        }
         for (const auto& lr : kTransmitters[k]) {
             Stream s;
             s.Path = &flows.back();
@@ -200,9 +256,9 @@ int RunDemo(const std::vector<std::string>& args)
         if (!c->Open(canOptions, error))
             return Fail("demo: " + error);
     Flow* canFlows[2];
-    flows.push_back(Flow{can[0], can[1], 0, 0, 0, 0, {}});
+    flows.push_back(Flow{can[0], can[1], 0, 0, 0, 0, {}, nullptr, {}});
     canFlows[0] = &flows.back();
-    flows.push_back(Flow{can[1], can[0], 0, 0, 0, 0, {}});
+    flows.push_back(Flow{can[1], can[0], 0, 0, 0, 0, {}, nullptr, {}});
     canFlows[1] = &flows.back();
     for (const auto& id : kCanIds) {
         Stream s;
@@ -242,7 +298,14 @@ int RunDemo(const std::vector<std::string>& args)
             stopping = true;
             sendEnd = t;
             drainDeadline = t + 5.0;
+            // What the generators have not handed on is dropped, not sent.
+            for (auto& f : flows)
+                if (f.Generator)
+                    f.Generator->Disable();
         }
+        for (auto& f : flows)
+            if (f.Generator)
+                f.Sent = f.Generator->GetGeneratedCount();
         if (!stopping)
             for (auto& s : streams)
                 while (s.Next <= t) {
@@ -272,10 +335,15 @@ int RunDemo(const std::vector<std::string>& args)
                 if (it.ParityError)
                     ++f.ParityErrors;
                 status.Add(i, 1);
-                if (f.Expected.empty() || !SameItem(f.Expected.front(), it))
-                    ++f.Altered;
-                if (!f.Expected.empty())
-                    f.Expected.pop_front();
+                if (f.Generator) {
+                    if (!NextGenerated(f, it.Word))
+                        ++f.Altered;
+                } else {
+                    if (f.Expected.empty() || !SameItem(f.Expected.front(), it))
+                        ++f.Altered;
+                    if (!f.Expected.empty())
+                        f.Expected.pop_front();
+                }
                 const uint64_t what = it.PortType == HDW_PORT_CAN ? it.Frame.Identifier
                                                                    : uint64_t(it.Word.Label) << 8 | it.Word.Sdi;
                 if (verbose || seen.insert({f.Rx->Name(), what}).second) {

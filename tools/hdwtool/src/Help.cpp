@@ -15,6 +15,8 @@ const char kMain[] =
     "  list      one row per port of the units: number, type, model, serial, channel, key\n"
     "  monitor   print the traffic of receive ports as it arrives\n"
     "  send      put ARINC 429 words, CAN frames or UART bytes on a bus\n"
+    "  gen       run the data generator on an ARINC 429 transmitter: labels at their\n"
+    "            rates with constant, counter, BNR, BCD, discrete or random values\n"
     "  demo      run an emulated unit in this process and show its looped-back traffic\n"
     "\n"
     "  hdwtool SUBCOMMAND --help   shows the options of one subcommand.\n"
@@ -141,6 +143,38 @@ const char kSend[] =
     "  hdwtool send --link 3:udp:127.0.0.1:55003 can:0 --bitrate 500k 123#DEADBEEF 1F334455#R 123# --repeat 10 --interval 100\n"
     "  hdwtool send --link 3:udp:127.0.0.1:55003 uart:0 --rate 115200 'hello\\r\\n' hex:01.02.03\n";
 
+const char kGen[] =
+    "usage: hdwtool gen [options] PORT LABEL...\n"
+    "\n"
+    "Runs the data generator on an ARINC 429 transmitter (a429tx:N): each LABEL\n"
+    "is sent at its rate with the value of its pattern at that moment, until\n"
+    "Ctrl-C or --duration. At the end it prints the words generated and the\n"
+    "transmissions skipped because the bus could not take them (exit 1 if any).\n"
+    "LABEL is comma-separated fields; label (octal unless prefixed) and rate\n"
+    "(per second, above 0 up to 1000) are required, sdi and ssm (0-3) default\n"
+    "to 0, and one pattern is given (constant data 0 when none):\n"
+    "  data=N                           constant data field (up to 0x7FFFF)\n"
+    "  counter=MIN:MAX[,step=N]         counts MIN..MAX by step, wraps\n"
+    "  random=MIN:MAX[,seed=N]          uniform in MIN..MAX, repeatable per seed\n"
+    "  discrete=N,toggle=MASK,period=S  N with the MASK bits inverted every other S seconds\n"
+    "  bnr=WAVE,range=R,res=X,low=L,high=H,period=S\n"
+    "                                   BNR engineering value: R / X a power of two\n"
+    "                                   (2 to 2^18 steps), L and H within -R .. R - X\n"
+    "  bcd=WAVE,res=X,digits=D,low=L,high=H,period=S\n"
+    "                                   BCD value of D digits (1-5, the first 0-7);\n"
+    "                                   negative values send SSM 3\n"
+    "WAVE is sine, triangle or ramp, running from L to H over S seconds.\n"
+    "\n"
+    "options:\n"
+    "  -l, --link CODE:LINK    a unit's link (repeatable); --scan to search\n"
+    "  -t, --duration S        stop after S seconds (5, 0.5, 250ms)\n"
+    "      --rate, --parity    port settings as for monitor\n"
+    "  -h, --help              this help\n"
+    "\n"
+    "examples (emulator in another terminal: hdwsim --unit halden --udp 55003):\n"
+    "  hdwtool gen --link 3:udp:127.0.0.1:55003 a429tx:0 --duration 2 label=203,rate=20,sdi=1,ssm=3,bnr=sine,range=512,res=0.25,low=-100,high=300,period=5 label=350,rate=2,counter=0:99\n"
+    "  hdwtool gen --link 3:udp:127.0.0.1:55003 a429tx:1 --rate high --duration 1 label=270,rate=5,discrete=0x40000,toggle=3,period=0.5 label=0x88,rate=50,random=0x100:0x1FF,seed=7\n";
+
 const char kDemo[] =
     "usage: hdwtool demo [--duration S] [--udp] [--verbose] [--no-status]\n"
     "                    [--parity-faults N]\n"
@@ -148,8 +182,9 @@ const char kDemo[] =
     "Needs no hardware: starts an emulated Halden unit in this process (on a\n"
     "pseudo-terminal, or on a loopback UDP port with --udp), enumerates it\n"
     "through that link, lists its ports, and puts a realistic pattern on its\n"
-    "buses: air-data and inertial ARINC 429 labels at their usual rates on each\n"
-    "transmitter (wired to the receiver of the same number), and engine and\n"
+    "buses: air-data and inertial ARINC 429 labels at their usual rates on\n"
+    "transmitters 0 to 2, radio-altimeter labels from the data generator on\n"
+    "transmitter 3 (each wired to the receiver of the same number), and engine and\n"
     "vehicle CAN identifiers on can:0 and can:1 (wired to each other). It prints\n"
     "each label and identifier the first time it arrives, keeps a status line on\n"
     "a terminal, and ends with a summary per channel: sent, received, lost,\n"
@@ -182,6 +217,8 @@ const char* HelpText(const std::string& command)
         return kMonitor;
     if (command == "send")
         return kSend;
+    if (command == "gen")
+        return kGen;
     if (command == "demo")
         return kDemo;
     return nullptr;

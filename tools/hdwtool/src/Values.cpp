@@ -47,7 +47,8 @@ bool ParseDigits(const std::string& digits, unsigned radix, uint64_t& value)
 
 bool IsHexDigit(char c) { return DigitValue(c) < 16; }
 
-// "key=value" pairs separated by commas.
+} // namespace
+
 bool SplitFields(const std::string& text, std::vector<std::pair<std::string, std::string>>& fields, std::string& error)
 {
     size_t start = 0;
@@ -66,8 +67,6 @@ bool SplitFields(const std::string& text, std::vector<std::pair<std::string, std
     }
     return true;
 }
-
-} // namespace
 
 bool ParseNumber(const std::string& text, uint64_t& value, unsigned plainRadix)
 {

@@ -27,7 +27,9 @@ int main(int argc, char** argv)
         return RunMonitor(args);
     if (command == "send")
         return RunSend(args);
+    if (command == "gen")
+        return RunGen(args);
     if (command == "demo")
         return RunDemo(args);
-    return Fail("unknown subcommand \"" + command + "\" (list, monitor, send, demo; see hdwtool --help)", ExitUsage);
+    return Fail("unknown subcommand \"" + command + "\" (list, monitor, send, gen, demo; see hdwtool --help)", ExitUsage);
 }

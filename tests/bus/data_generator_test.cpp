@@ -1,0 +1,466 @@
+// The ARINC 429 data generator's engine: its schedule (driven by a stepped
+// clock), the value patterns and their encodings, the checks of a label
+// definition and the switches. What a unit makes of it end to end is
+// checked in tests/units/posix/data_generator_end_to_end_test.cpp.
+
+#include <HdwLib/HdwLib.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+#include <set>
+#include <vector>
+
+namespace {
+
+using Gen = CKVX_HdwDataGeneratorService;
+using Def = Gen::CLabelDef;
+
+constexpr uint64_t kSecond = 1000000;
+
+// A generator with no port: its locks are no-ops and the test is the clock.
+class Generator : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(gen.Start(), 0u); }
+    // Generates at `nowUs` and takes everything.
+    std::vector<CKVX_HdwArinc429Message> At(uint64_t nowUs)
+    {
+        gen.Generate(nowUs);
+        std::vector<CKVX_HdwArinc429Message> words(Gen::BacklogWords);
+        words.resize(gen.TakeWords(words.data(), unsigned(words.size())));
+        return words;
+    }
+    // Steps the clock from `fromUs` to `toUs` by `stepUs`, collecting.
+    std::vector<CKVX_HdwArinc429Message> Run(uint64_t fromUs, uint64_t toUs, uint64_t stepUs)
+    {
+        std::vector<CKVX_HdwArinc429Message> all;
+        for (uint64_t t = fromUs; t <= toUs; t += stepUs) {
+            const auto w = At(t);
+            all.insert(all.end(), w.begin(), w.end());
+        }
+        return all;
+    }
+    static std::vector<uint32_t> Data(const std::vector<CKVX_HdwArinc429Message>& words, unsigned label)
+    {
+        std::vector<uint32_t> d;
+        for (const auto& w : words)
+            if (w.Label == label)
+                d.push_back(w.Data);
+        return d;
+    }
+
+    Gen gen{nullptr};
+};
+
+Def Constant(unsigned char label, double rate, uint32_t data)
+{
+    Def d(label, rate);
+    d.Data = data;
+    return d;
+}
+
+Def Bnr(unsigned char label, double range, double res, double low, double high, unsigned char wave, double period)
+{
+    Def d(label, 10.0);
+    d.Pattern = Gen::PatternBnr;
+    d.Range = range;
+    d.Resolution = res;
+    d.Low = low;
+    d.High = high;
+    d.Wave = wave;
+    d.Period = period;
+    return d;
+}
+
+} // namespace
+
+// ---- schedule ------------------------------------------------------------------
+
+TEST_F(Generator, FirstWordGoesAtOnceThenOneEveryPeriod)
+{
+    Def d = Constant(0x31, 10.0, 0x123);
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(At(5000).size(), 1u);
+    EXPECT_EQ(At(5000 + 99999).size(), 0u);
+    EXPECT_EQ(At(5000 + 100000).size(), 1u);
+    // A late tick gets every transmission due meanwhile.
+    EXPECT_EQ(At(5000 + 1000000).size(), 9u);
+    EXPECT_EQ(gen.GetGeneratedCount(), 11u);
+}
+
+TEST_F(Generator, LongRunCountsAreExactForRatesThatDoNotDivideTheTick)
+{
+    Def defs[3] = {Constant(1, 3.0, 0), Constant(2, 7.3, 0), Constant(3, 333.0, 0)};
+    ASSERT_EQ(gen.SetLabels(defs, 3), 0u);
+    // 20 s of a 1 ms tick, then 20 s of a jittery 7 ms one.
+    auto words = Run(0, 20 * kSecond, 1000);
+    const auto more = Run(20 * kSecond + 7000, 40 * kSecond, 7000);
+    words.insert(words.end(), more.begin(), more.end());
+    // Transmissions 0..n with n / rate <= 40 s (the last tick is just short of 40 s).
+    std::map<unsigned, size_t> count;
+    for (const auto& w : words)
+        ++count[w.Label];
+    EXPECT_NEAR(double(count[1]), 3.0 * 40, 1.0);
+    EXPECT_NEAR(double(count[2]), 7.3 * 40, 1.0);
+    EXPECT_NEAR(double(count[3]), 333.0 * 40, 1.0);
+    EXPECT_EQ(gen.GetMissedCount(), 0u);
+}
+
+TEST_F(Generator, WordsOfSeveralLabelsComeInTheOrderOfTheirNominalTimes)
+{
+    Def defs[2] = {Constant(0x20, 4.0, 1), Constant(0x10, 10.0, 2)};
+    ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
+    // Both at 0 s (the lower label first), then one late tick after 1 s:
+    // 0.1, 0.2, 0.25 (the 4 Hz label), 0.3, 0.4, 0.5 (both) ...
+    std::vector<unsigned> labels;
+    for (const auto& m : Run(0, kSecond, kSecond))
+        labels.push_back(m.Label);
+    const std::vector<unsigned> expected = {0x10, 0x20, 0x10, 0x10, 0x20, 0x10, 0x10, 0x10, 0x20,
+                                            0x10, 0x10, 0x20, 0x10, 0x10, 0x10, 0x20};
+    EXPECT_EQ(labels, expected);
+}
+
+TEST_F(Generator, AFullBacklogSkipsTransmissionsAndCountsThem)
+{
+    Def d = Constant(0x44, 1000.0, 7);
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    gen.Generate(0);
+    gen.Generate(kSecond); // 1001 due, 512 fit
+    EXPECT_EQ(gen.GetPendingCount(), Gen::BacklogWords);
+    EXPECT_EQ(gen.GetGeneratedCount(), 512u);
+    EXPECT_EQ(gen.GetMissedCount(), 1001u - 512u);
+    // Nothing skipped is made up later: the next transmission is at 1.001 s.
+    CKVX_HdwArinc429Message words[Gen::BacklogWords];
+    EXPECT_EQ(gen.TakeWords(words, Gen::BacklogWords), Gen::BacklogWords);
+    gen.Generate(kSecond + 999);
+    EXPECT_EQ(gen.GetPendingCount(), 0u);
+    gen.Generate(kSecond + 1000);
+    EXPECT_EQ(gen.GetPendingCount(), 1u);
+}
+
+TEST_F(Generator, TakeWordsHandsOutTheBacklogInOrderAndInParts)
+{
+    Def d(0x50, 1000.0);
+    d.Pattern = Gen::PatternCounter;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    gen.Generate(9000); // transmissions 0..0 at 9 ms
+    gen.Generate(18000); // 1..9
+    CKVX_HdwArinc429Message w[4];
+    std::vector<uint32_t> got;
+    for (unsigned n; (n = gen.TakeWords(w, 4)) != 0;)
+        for (unsigned i = 0; i < n; ++i)
+            got.push_back(w[i].Data);
+    EXPECT_EQ(got, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+}
+
+// ---- changes while running -------------------------------------------------------
+
+TEST_F(Generator, ARedefinedPatternShowsAtTheNextTransmissionAndANewRateCountsFromIt)
+{
+    Def d = Constant(0x31, 10.0, 0x111);
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    ASSERT_EQ(At(0).size(), 1u);
+    d.Data = 0x222;
+    d.Rate = 2.0; // from the transmission due at 0.1 s on, one every 0.5 s
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(At(99999).size(), 0u);
+    const auto a = At(100000);
+    ASSERT_EQ(a.size(), 1u);
+    EXPECT_EQ(a[0].Data, 0x222u);
+    EXPECT_EQ(At(599999).size(), 0u);
+    EXPECT_EQ(At(600000).size(), 1u);
+    EXPECT_EQ(gen.GetDefinedLabelsCount(), 1u);
+}
+
+TEST_F(Generator, DisablePausesEveryLabelAndEnableResumesWithoutCatchingUp)
+{
+    Def d(0x60, 10.0);
+    d.Pattern = Gen::PatternCounter;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(Data(Run(0, 250000, 1000), 0x60), (std::vector<uint32_t>{0, 1, 2}));
+    ASSERT_EQ(gen.Disable(), 0u);
+    EXPECT_FALSE(gen.IsEnabled());
+    EXPECT_TRUE(Run(251000, 5 * kSecond, 1000).empty());
+    ASSERT_EQ(gen.Enable(), 0u);
+    // At once on the next tick, the counter where it stopped, then every 0.1 s.
+    EXPECT_EQ(Data(At(5 * kSecond + 1000), 0x60), (std::vector<uint32_t>{3}));
+    EXPECT_TRUE(At(5 * kSecond + 100999).empty());
+    EXPECT_EQ(Data(At(5 * kSecond + 101000), 0x60), (std::vector<uint32_t>{4}));
+}
+
+TEST_F(Generator, DisableDropsTheBacklogAndResetForgetsTheLabels)
+{
+    Def defs[2] = {Constant(1, 100.0, 1), Constant(2, 100.0, 2)};
+    ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
+    gen.Generate(0);
+    gen.Generate(50000);
+    ASSERT_EQ(gen.GetPendingCount(), 12u);
+    CKVX_HdwArinc429Message w[2];
+    ASSERT_EQ(gen.TakeWords(w, 2), 2u);
+    ASSERT_EQ(gen.Disable(), 0u);
+    EXPECT_EQ(gen.GetPendingCount(), 0u);
+    EXPECT_EQ(gen.GetGeneratedCount(), 2u); // only what left the backlog
+    ASSERT_EQ(gen.Enable(), 0u);
+    ASSERT_EQ(gen.Reset(), 0u);
+    EXPECT_EQ(gen.GetDefinedLabelsCount(), 0u);
+    Def got;
+    EXPECT_EQ(gen.GetLabel(1, got), 4u);
+    EXPECT_TRUE(At(10 * kSecond).empty());
+    EXPECT_TRUE(gen.IsEnabled()); // Reset leaves the switch as it was
+}
+
+TEST_F(Generator, ADisabledLabelStaysDefinedAndRestartsWhenEnabledAgain)
+{
+    Def d = Constant(0x70, 10.0, 5);
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(Run(0, 300000, 10000).size(), 4u);
+    d.Enabled = 0;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_TRUE(Run(310000, 2 * kSecond, 10000).empty());
+    Def got;
+    ASSERT_EQ(gen.GetLabel(0x70, got), 0u);
+    EXPECT_EQ(got.Enabled, 0);
+    d.Enabled = 1;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(At(2 * kSecond + 5000).size(), 1u);
+}
+
+TEST(GeneratorState, OperationsAnswer29UntilStartedAndEnableOnStartZeroWaitsForEnable)
+{
+    Gen gen(nullptr);
+    Def d = Constant(1, 10.0, 1);
+    EXPECT_EQ(gen.SetLabels(&d, 1), 29u);
+    EXPECT_EQ(gen.Enable(), 29u);
+    EXPECT_EQ(gen.Disable(), 29u);
+    EXPECT_EQ(gen.Reset(), 29u);
+    EXPECT_EQ(gen.GetServiceType(), unsigned(HDW_SERVICE_DATA_GENERATOR));
+
+    Gen::CParameters p;
+    p.EnableOnStart = 0;
+    ASSERT_EQ(gen.SetParameters(&p), 0u);
+    ASSERT_EQ(gen.Start(), 0u);
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    gen.Generate(kSecond);
+    EXPECT_EQ(gen.GetPendingCount(), 0u);
+    ASSERT_EQ(gen.Enable(), 0u);
+    gen.Generate(kSecond);
+    EXPECT_EQ(gen.GetPendingCount(), 1u);
+    ASSERT_EQ(gen.Stop(), 0u);
+    EXPECT_EQ(gen.GetDefinedLabelsCount(), 0u);
+    EXPECT_EQ(gen.SetLabels(&d, 1), 29u);
+}
+
+// ---- bad definitions -------------------------------------------------------------
+
+TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
+{
+    Def good = Constant(0x31, 10.0, 0x111);
+    ASSERT_EQ(gen.SetLabels(&good, 1), 0u);
+
+    std::vector<std::pair<const char*, Def>> bad;
+    auto add = [&](const char* why, auto change) {
+        Def d = Constant(0x31, 20.0, 0x222);
+        change(d);
+        bad.emplace_back(why, d);
+    };
+    add("rate 0", [](Def& d) { d.Rate = 0; });
+    add("negative rate", [](Def& d) { d.Rate = -5; });
+    add("rate above 1000", [](Def& d) { d.Rate = 1000.5; });
+    add("rate NaN", [](Def& d) { d.Rate = std::nan(""); });
+    add("SDI 4", [](Def& d) { d.Sdi = 4; });
+    add("SSM 4", [](Def& d) { d.Ssm = 4; });
+    add("unknown pattern", [](Def& d) { d.Pattern = 9; });
+    add("constant above 19 bits", [](Def& d) { d.Data = 0x80000; });
+    add("counter min above max", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Min = 5; d.Max = 4; });
+    add("counter max above 19 bits", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Max = 0x80000; });
+    add("counter step 0", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Step = 0; });
+    add("counter step above the span", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Min = 0; d.Max = 9; d.Step = 11; });
+    add("random min above max", [](Def& d) { d.Pattern = Gen::PatternRandom; d.Min = 9; d.Max = 3; });
+    add("discrete period 0", [](Def& d) { d.Pattern = Gen::PatternDiscrete; d.Period = 0; });
+    add("discrete mask above 19 bits", [](Def& d) { d.Pattern = Gen::PatternDiscrete; d.Mask = 0x80000; });
+    add("BNR range not a power of two steps", [](Def& d) { d = Bnr(0x31, 500, 0.25, 0, 10, Gen::WaveSine, 1); });
+    add("BNR more than 18 bits", [](Def& d) { d = Bnr(0x31, 1 << 20, 1, 0, 10, Gen::WaveSine, 1); });
+    add("BNR less than 1 bit", [](Def& d) { d = Bnr(0x31, 1, 1, 0, 0, Gen::WaveSine, 1); });
+    add("BNR resolution 0", [](Def& d) { d = Bnr(0x31, 512, 0, 0, 10, Gen::WaveSine, 1); });
+    add("BNR high at the range", [](Def& d) { d = Bnr(0x31, 512, 0.25, 0, 512, Gen::WaveSine, 1); });
+    add("BNR low below the range", [](Def& d) { d = Bnr(0x31, 512, 0.25, -513, 0, Gen::WaveSine, 1); });
+    add("BNR low above high", [](Def& d) { d = Bnr(0x31, 512, 0.25, 10, 0, Gen::WaveSine, 1); });
+    add("BNR period 0", [](Def& d) { d = Bnr(0x31, 512, 0.25, 0, 10, Gen::WaveSine, 0); });
+    add("BNR unknown wave", [](Def& d) { d = Bnr(0x31, 512, 0.25, 0, 10, 3, 1); });
+    add("BCD 6 digits", [](Def& d) { d = Bnr(0x31, 512, 1, 0, 10, Gen::WaveSine, 1); d.Pattern = Gen::PatternBcd; d.Digits = 6; });
+    add("BCD value beyond its digits", [](Def& d) {
+        d = Bnr(0x31, 512, 0.1, 0, 800.0, Gen::WaveSine, 1);
+        d.Pattern = Gen::PatternBcd;
+        d.Digits = 4; // 799.9 at most
+    });
+    for (const auto& [why, d] : bad) {
+        EXPECT_FALSE(d.IsValid()) << why;
+        // With a valid definition of another label before it: neither is taken.
+        Def pair[2] = {Constant(0x40, 5.0, 1), d};
+        EXPECT_EQ(gen.SetLabels(pair, 2), 2u) << why;
+        EXPECT_EQ(gen.GetDefinedLabelsCount(), 1u) << why;
+        Def kept;
+        ASSERT_EQ(gen.GetLabel(0x31, kept), 0u);
+        EXPECT_EQ(kept.Data, 0x111u) << why;
+        EXPECT_EQ(kept.Rate, 10.0) << why;
+    }
+    EXPECT_EQ(gen.SetLabels(nullptr, 1), 2u);
+    EXPECT_EQ(gen.SetLabels(nullptr, 0), 0u);
+}
+
+TEST(GeneratorDefinition, LimitsThatAreRepresentableAreAccepted)
+{
+    EXPECT_TRUE(Constant(0377, 1000.0, Gen::DataMask).IsValid());
+    EXPECT_TRUE(Constant(0, 0.01, 0).IsValid());
+    Def bnr = Bnr(1, 512, 0.25, -512, 511.75, Gen::WaveRamp, 2);
+    EXPECT_TRUE(bnr.IsValid());
+    EXPECT_EQ(bnr.BnrBits(), 11u);
+    EXPECT_EQ(Bnr(1, 1 << 18, 1, 0, 1, Gen::WaveSine, 1).BnrBits(), 18u);
+    EXPECT_EQ(Bnr(1, 180, 180.0 / 4096, 0, 1, Gen::WaveSine, 1).BnrBits(), 12u);
+    Def bcd = Bnr(1, 1, 0.1, -799.9, 799.9, Gen::WaveSine, 1);
+    bcd.Pattern = Gen::PatternBcd;
+    bcd.Digits = 4;
+    EXPECT_TRUE(bcd.IsValid());
+}
+
+// ---- values -------------------------------------------------------------------
+
+TEST(GeneratorValues, BnrIsTwosComplementLeftAlignedBelowTheSignBit)
+{
+    // 11 bits of 0.25: the LSB is data bit 7, the sign data bit 18.
+    EXPECT_EQ(Gen::EncodeBnr(1.0, 0.25, 11), 4u << 7);
+    EXPECT_EQ(Gen::EncodeBnr(511.75, 0.25, 11), 0x7FFu << 7);
+    EXPECT_EQ(Gen::EncodeBnr(-0.25, 0.25, 11), 0xFFFu << 7);
+    EXPECT_EQ(Gen::EncodeBnr(-512.0, 0.25, 11), 0x800u << 7);
+    EXPECT_EQ(Gen::EncodeBnr(0.1, 0.25, 11), 0u);           // rounds to the nearest step
+    EXPECT_EQ(Gen::EncodeBnr(0.13, 0.25, 11), 1u << 7);
+    EXPECT_EQ(Gen::EncodeBnr(9999.0, 0.25, 11), 0x7FFu << 7); // clamped
+    EXPECT_EQ(Gen::EncodeBnr(-1.0, 1.0, 18), 0x7FFFFu);
+    EXPECT_EQ(Gen::EncodeBnr(1.0, 1.0, 18), 1u);
+}
+
+TEST(GeneratorValues, BcdDigitsAreLeftAlignedWithAThreeBitFirstDigit)
+{
+    EXPECT_EQ(Gen::EncodeBcd(123.4, 0.1, 5), 0x01234u);
+    EXPECT_EQ(Gen::EncodeBcd(79999, 1.0, 5), 0x79999u);
+    EXPECT_EQ(Gen::EncodeBcd(-123.4, 0.1, 5), 0x01234u); // sign goes into the SSM
+    EXPECT_EQ(Gen::EncodeBcd(359.9, 0.1, 4), 0x35990u);   // four digits: the last one unused
+    EXPECT_EQ(Gen::EncodeBcd(7, 1.0, 1), 0x70000u);
+    EXPECT_EQ(Gen::EncodeBcd(99999, 1.0, 5), 0x79999u);   // clamped to what the digits hold
+}
+
+TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPoints)
+{
+    // -100 .. 100 over 4 s, 1/128 steps (range 256, 15 bits).
+    auto at = [](unsigned char wave, double s) {
+        Def d = Bnr(0x11, 256, 1.0 / 128, -100, 100, wave, 4.0);
+        EXPECT_TRUE(d.IsValid());
+        return Gen::ComputeWord(d, 0, s).Data;
+    };
+    auto bnr = [](double v) { return Gen::EncodeBnr(v, 1.0 / 128, 15); };
+    EXPECT_EQ(at(Gen::WaveSine, 0.0), bnr(0));
+    EXPECT_EQ(at(Gen::WaveSine, 1.0), bnr(100));
+    EXPECT_EQ(at(Gen::WaveSine, 3.0), bnr(-100));
+    EXPECT_EQ(at(Gen::WaveSine, 0.5), bnr(100 * std::sqrt(0.5)));
+    EXPECT_EQ(at(Gen::WaveTriangle, 0.0), bnr(-100));
+    EXPECT_EQ(at(Gen::WaveTriangle, 1.0), bnr(0));
+    EXPECT_EQ(at(Gen::WaveTriangle, 2.0), bnr(100));
+    EXPECT_EQ(at(Gen::WaveTriangle, 3.0), bnr(0));
+    EXPECT_EQ(at(Gen::WaveTriangle, 4.0), bnr(-100));
+    EXPECT_EQ(at(Gen::WaveRamp, 1.0), bnr(-50));
+    EXPECT_EQ(at(Gen::WaveRamp, 3.0), bnr(50));
+    EXPECT_EQ(at(Gen::WaveRamp, 4.0), bnr(-100)); // back to the start
+}
+
+TEST_F(Generator, ScheduledWordsCarryTheValueOfTheirNominalTime)
+{
+    // A 1 Hz ramp sampled at 4 Hz, generated by a late tick: values of 0,
+    // 0.25, 0.5 and 0.75 s, not of the tick's time.
+    Def d = Bnr(0x21, 1024, 1, 0, 400, Gen::WaveRamp, 1.0);
+    d.Rate = 4.0;
+    d.Sdi = 2;
+    d.Ssm = 3;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    At(0);
+    const auto w = At(800000);
+    ASSERT_EQ(w.size(), 3u);
+    EXPECT_EQ(w[0].Data, Gen::EncodeBnr(100, 1, 10));
+    EXPECT_EQ(w[1].Data, Gen::EncodeBnr(200, 1, 10));
+    EXPECT_EQ(w[2].Data, Gen::EncodeBnr(300, 1, 10));
+    EXPECT_EQ(w[0].Sdi, 2);
+    EXPECT_EQ(w[0].Ssm, 3);
+    EXPECT_EQ(w[0].Label, 0x21);
+}
+
+TEST_F(Generator, CounterWrapsWithinItsLimits)
+{
+    Def d(0x22, 100.0);
+    d.Pattern = Gen::PatternCounter;
+    d.Min = 10;
+    d.Max = 13;
+    d.Step = 3;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(Data(Run(0, 60000, 60000), 0x22), (std::vector<uint32_t>{10, 13, 12, 11, 10, 13, 12}));
+}
+
+TEST_F(Generator, DiscreteBitsToggleEveryPeriod)
+{
+    Def d(0x23, 10.0);
+    d.Pattern = Gen::PatternDiscrete;
+    d.Data = 0x100;
+    d.Mask = 0x3;
+    d.Period = 0.5;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    const auto data = Data(Run(0, 1400000, 10000), 0x23);
+    ASSERT_EQ(data.size(), 15u);
+    for (unsigned i = 0; i < data.size(); ++i)
+        EXPECT_EQ(data[i], (i / 5) % 2 ? 0x103u : 0x100u) << i;
+}
+
+TEST_F(Generator, BcdNegativeValuesSendTheMinusSsm)
+{
+    Def d = Bnr(0x24, 1, 0.1, -50, 50, Gen::WaveSine, 4.0);
+    d.Pattern = Gen::PatternBcd;
+    d.Ssm = 0;
+    ASSERT_EQ(d.IsValid(), true);
+    const auto up = Gen::ComputeWord(d, 0, 1.0);
+    EXPECT_EQ(up.Data, 0x00500u);
+    EXPECT_EQ(up.Ssm, 0);
+    const auto down = Gen::ComputeWord(d, 0, 3.0);
+    EXPECT_EQ(down.Data, 0x00500u);
+    EXPECT_EQ(down.Ssm, 3);
+    EXPECT_EQ(Gen::ComputeWord(d, 0, 0.0).Ssm, 0); // zero is plus
+}
+
+TEST(GeneratorValues, RandomStaysInRangeIsRepeatableAndCoversIt)
+{
+    Def d(0x25, 10.0);
+    d.Pattern = Gen::PatternRandom;
+    d.Min = 100;
+    d.Max = 107;
+    d.Seed = 42;
+    std::set<uint32_t> seen;
+    std::vector<uint32_t> first, again, other;
+    for (uint64_t i = 0; i < 400; ++i) {
+        const uint32_t v = Gen::ComputeWord(d, i, 0).Data;
+        EXPECT_GE(v, 100u);
+        EXPECT_LE(v, 107u);
+        seen.insert(v);
+        first.push_back(v);
+        again.push_back(Gen::RandomValue(42, 0x25, i, 100, 107));
+        other.push_back(Gen::RandomValue(43, 0x25, i, 100, 107));
+    }
+    EXPECT_EQ(seen.size(), 8u);
+    EXPECT_EQ(first, again);
+    EXPECT_NE(first, other);
+    EXPECT_EQ(Gen::RandomValue(7, 1, 0, 5, 5), 5u);
+}
+
+TEST(GeneratorValues, WordsCarryOddParityUnlessEvenIsAsked)
+{
+    Def d = Constant(0x01, 10.0, 0x3);
+    auto ones = [](unsigned w) { return __builtin_popcount(w); };
+    EXPECT_EQ(ones(Gen::ComputeWord(d, 0, 0).GetToUint32()) % 2, 1);
+    EXPECT_EQ(ones(Gen::ComputeWord(d, 0, 0, true).GetToUint32()) % 2, 0);
+}

@@ -1,0 +1,371 @@
+// The ARINC 429 data generator end to end: application -> generator on a
+// unit's transmitter -> words pushed into the unit's FIFO -> emulated unit
+// (paced at 100 kbit/s) -> wired receiver -> input buffer -> application.
+// The driver reads a clock that the test steps, so the generator's schedule
+// is exact whatever the machine's load: every label must arrive its rate's
+// number of times, in order, each word with the value of its nominal time.
+
+#include "UnitRig.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <map>
+
+using unit_test::UnitCase;
+using unit_test::UnitNamed;
+using unit_test::UnitRig;
+using unit_test::WaitUntil;
+using Gen = CKVX_HdwDataGeneratorService;
+using Def = Gen::CLabelDef;
+
+namespace {
+
+// The unit clock of the driver under test (ms); 0: the system's.
+std::atomic<uint64_t> g_Clock{0};
+
+template <class D>
+class SteppedDevice : public D {
+public:
+    uint64_t GetUnitTime() override
+    {
+        const uint64_t c = g_Clock.load();
+        return c ? c : D::GetUnitTime();
+    }
+};
+
+UnitCase Stepped(const std::string& name)
+{
+    UnitCase u = UnitNamed(name);
+    if (name == "halden")
+        u.Make = [] { return new SteppedDevice<CKVX_HdwKvxHaldenDevice>; };
+    else if (name == "arvane")
+        u.Make = [] { return new SteppedDevice<CKVX_HdwKvxArvaneDevice>; };
+    else if (name == "pellor")
+        u.Make = [] { return new SteppedDevice<CKVX_HdwKvxPellorDevice>; };
+    return u;
+}
+
+hdwsim::Emulator::Options Paced()
+{
+    return unit_test::EmulatorOptions(false, true);
+}
+
+// Six labels, one of each pattern, at rates whose periods are whole ms.
+std::vector<Def> Labels()
+{
+    std::vector<Def> d(6);
+    d[0] = Def(0101, 50.0); // BNR sine, 512 range in 0.25 steps
+    d[0].Pattern = Gen::PatternBnr;
+    d[0].Range = 512;
+    d[0].Resolution = 0.25;
+    d[0].Low = -100;
+    d[0].High = 300;
+    d[0].Period = 1.0;
+    d[0].Sdi = 1;
+    d[0].Ssm = 3;
+    d[1] = Def(0102, 20.0); // counter
+    d[1].Pattern = Gen::PatternCounter;
+    d[1].Min = 1000;
+    d[1].Max = 1030;
+    d[1].Step = 7;
+    d[2] = Def(0103, 12.5); // BCD triangle
+    d[2].Pattern = Gen::PatternBcd;
+    d[2].Resolution = 0.1;
+    d[2].Low = -20;
+    d[2].High = 359.9;
+    d[2].Wave = Gen::WaveTriangle;
+    d[2].Period = 2.0;
+    d[2].Digits = 4;
+    d[3] = Def(0104, 10.0); // discrete
+    d[3].Pattern = Gen::PatternDiscrete;
+    d[3].Data = 0x40000;
+    d[3].Mask = 0x00005;
+    d[3].Period = 0.3;
+    d[3].Sdi = 2;
+    d[4] = Def(0105, 25.0); // random
+    d[4].Pattern = Gen::PatternRandom;
+    d[4].Min = 0x100;
+    d[4].Max = 0x1FF;
+    d[4].Seed = 9;
+    d[5] = Def(0106, 5.0); // constant
+    d[5].Data = 0x5A5A5;
+    d[5].Ssm = 2;
+    return d;
+}
+
+// Transmissions of a label whose first went at 0, by `ms`.
+uint64_t Due(const Def& d, uint64_t ms)
+{
+    return uint64_t(std::floor(double(ms) * d.Rate / 1000.0 + 1e-9)) + 1;
+}
+
+uint64_t DueAll(const std::vector<Def>& defs, uint64_t ms)
+{
+    uint64_t n = 0;
+    for (const Def& d : defs)
+        n += Due(d, ms);
+    return n;
+}
+
+// A generator on transmitter `ch`, an input buffer on the wired receiver,
+// both open at 100 kbit/s, and the unit clock frozen at a value the test steps.
+struct GenLoop {
+    GenLoop(UnitRig& rig, unsigned ch) : Rig(rig), Ch(ch)
+    {
+        Gen_ = rig.Enable<Gen>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_DATA_GENERATOR);
+        In = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+        if (!Gen_ || !In)
+            return;
+        CKVX_HdwArinc429RxPort::CParameters rp;
+        CKVX_HdwArinc429TxPort::CParameters tp;
+        rp.BaudRate = tp.BaudRate = 100000;
+        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_RX, ch, rp), 0u);
+        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_TX, ch, tp), 0u);
+        Start = CKVX_HdwTimer::GetTickCount();
+        g_Clock = Start;
+        Ok = true;
+    }
+    ~GenLoop() { g_Clock = 0; }
+
+    // Steps the unit clock to `ms` after Start in steps of `stepMs`,
+    // waiting at each step until the generator has produced `due(t)`.
+    template <class F>
+    bool StepTo(uint64_t ms, uint64_t stepMs, F&& due)
+    {
+        for (uint64_t t = Now(); t < ms;) {
+            t = std::min(ms, t + stepMs);
+            g_Clock = Start + t;
+            const uint64_t want = due(t);
+            if (!WaitUntil([&] { return Gen_->GetGeneratedCount() >= want; }))
+                return false;
+            EXPECT_EQ(Gen_->GetGeneratedCount(), want) << "at " << t << " ms";
+        }
+        return true;
+    }
+    uint64_t Now() const { return g_Clock - Start; }
+    void Poll()
+    {
+        CKVX_HdwArinc429Message chunk[256];
+        unsigned n = 0;
+        if (In->Read(chunk, 256, n) == 0)
+            for (unsigned i = 0; i < n; ++i)
+                Got[chunk[i].Label].push_back(chunk[i]);
+    }
+    size_t Received()
+    {
+        size_t n = 0;
+        for (const auto& [label, words] : Got)
+            n += words.size();
+        return n;
+    }
+    // Everything generated has crossed the bus and was read.
+    bool Drained()
+    {
+        return WaitUntil([&] {
+            Poll();
+            return Received() == Gen_->GetGeneratedCount() && Gen_->GetPendingCount() == 0;
+        }, 20000);
+    }
+
+    UnitRig& Rig;
+    unsigned Ch;
+    Gen* Gen_ = nullptr;
+    CKVX_HdwArinc429InBufferService* In = nullptr;
+    uint64_t Start = 0;
+    std::map<unsigned, std::vector<CKVX_HdwArinc429Message>> Got;
+    bool Ok = false;
+};
+
+class DataGenerator : public ::testing::TestWithParam<std::pair<std::string, unsigned>> {};
+
+} // namespace
+
+// Over 4 s of the unit clock every label arrives floor(4 s x rate) + 1
+// times (the first at once), in order, with the values of its nominal
+// times; Disable stops it, Enable resumes it where it stopped, Reset ends it;
+// bad definitions answer 2 and change nothing.
+TEST_P(DataGenerator, LabelsArriveAtTheirRatesWithTheirValuesAndFollowTheSwitches)
+{
+    const auto [unit, ch] = GetParam();
+    UnitRig rig(Stepped(unit), Paced());
+    rig.Start();
+    GenLoop loop(rig, ch);
+    ASSERT_TRUE(loop.Ok);
+    const std::vector<Def> defs = Labels();
+
+    ASSERT_EQ(loop.Gen_->SetLabels(defs.data(), unsigned(defs.size())), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return loop.Gen_->GetGeneratedCount() == defs.size(); }));
+    ASSERT_TRUE(loop.StepTo(4000, 20, [&](uint64_t t) { return DueAll(defs, t); }));
+    ASSERT_TRUE(loop.Drained());
+
+    for (const Def& d : defs) {
+        const auto& got = loop.Got[d.Label];
+        // The count over the 4 s: exactly the schedule's, well within 2 % of the rate.
+        ASSERT_EQ(got.size(), Due(d, 4000)) << "label " << unsigned(d.Label);
+        EXPECT_NEAR(double(got.size() - 1) / 4.0, d.Rate, d.Rate * 0.02);
+        for (size_t k = 0; k < got.size(); ++k) {
+            const auto want = Gen::ComputeWord(d, k, double(k) / d.Rate);
+            ASSERT_EQ(got[k], want) << "label " << unsigned(d.Label) << " word " << k;
+            ASSERT_EQ(got[k].Parity, want.Parity);
+        }
+    }
+    // The patterns worked out here as well, for those that need no wave.
+    const auto& counter = loop.Got[0102];
+    for (size_t k = 0; k < counter.size(); ++k)
+        EXPECT_EQ(counter[k].Data, 1000u + (k * 7) % 31);
+    const auto& discrete = loop.Got[0104];
+    for (size_t k = 0; k < discrete.size(); ++k)
+        EXPECT_EQ(discrete[k].Data, (k / 3) % 2 ? 0x40005u : 0x40000u) << k; // 0.3 s = 3 words at 10 Hz
+    EXPECT_EQ(loop.Got[0101][0].Data, Gen::EncodeBnr(100, 0.25, 11)); // sine starts at mid-span
+    EXPECT_EQ(loop.Got[0101][0].Sdi, 1);
+    EXPECT_EQ(loop.Got[0101][0].Ssm, 3);
+    EXPECT_EQ(loop.Got[0103][0].Ssm, 3); // the BCD triangle starts at -20
+    for (const auto& w : loop.Got[0106])
+        EXPECT_EQ(w.Data, 0x5A5A5u);
+    EXPECT_EQ(loop.Gen_->GetMissedCount(), 0u);
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    EXPECT_EQ(c.A429FifoDropped[ch], 0u);
+    EXPECT_EQ(c.A429Pushed[ch], loop.Gen_->GetGeneratedCount());
+
+    // Disable: nothing more however far the clock goes.
+    const uint64_t before = loop.Gen_->GetGeneratedCount();
+    ASSERT_EQ(loop.Gen_->Disable(), 0u);
+    ASSERT_TRUE(loop.StepTo(6000, 50, [&](uint64_t) { return before; }));
+    ASSERT_TRUE(loop.Drained());
+    EXPECT_EQ(loop.Received(), before);
+
+    // Bad definitions change nothing, here or on the unit.
+    const uint64_t pushes = rig.Sim.GetCounters().A429Pushed[ch];
+    Def bad[3] = {defs[1], defs[0], defs[5]};
+    bad[0].Rate = 0;
+    EXPECT_EQ(loop.Gen_->SetLabels(&bad[0], 1), 2u);
+    bad[1].Range = 500; // not a power of two of 0.25 steps
+    EXPECT_EQ(loop.Gen_->SetLabels(&bad[1], 1), 2u);
+    bad[2].Sdi = 4;
+    EXPECT_EQ(loop.Gen_->SetLabels(bad, 3), 2u);
+    Def kept;
+    ASSERT_EQ(loop.Gen_->GetLabel(0102, kept), 0u);
+    EXPECT_EQ(kept.Rate, 20.0);
+    EXPECT_EQ(loop.Gen_->GetDefinedLabelsCount(), defs.size());
+
+    // Enable: every label at once, then at its rate again, its pattern
+    // where it stopped (the counter goes on from its last value).
+    ASSERT_EQ(loop.Gen_->Enable(), 0u);
+    const uint64_t resumed = loop.Now();
+    ASSERT_TRUE(WaitUntil([&] { return loop.Gen_->GetGeneratedCount() == before + defs.size(); }));
+    ASSERT_TRUE(loop.StepTo(resumed + 1000, 20,
+                            [&](uint64_t t) { return before + DueAll(defs, t - resumed); }));
+    ASSERT_TRUE(loop.Drained());
+    EXPECT_EQ(rig.Sim.GetCounters().A429Pushed[ch], pushes + DueAll(defs, 1000));
+    const size_t counted = Due(defs[1], 4000);
+    ASSERT_EQ(counter.size(), counted + Due(defs[1], 1000));
+    for (size_t k = counted; k < counter.size(); ++k)
+        EXPECT_EQ(counter[k].Data, 1000u + (k * 7) % 31) << k;
+
+    // Reset: the labels are gone.
+    ASSERT_EQ(loop.Gen_->Reset(), 0u);
+    const uint64_t atReset = loop.Gen_->GetGeneratedCount();
+    ASSERT_TRUE(loop.StepTo(loop.Now() + 1000, 50, [&](uint64_t) { return atReset; }));
+    ASSERT_TRUE(loop.Drained());
+    EXPECT_EQ(loop.Gen_->GetDefinedLabelsCount(), 0u);
+    EXPECT_EQ(rig.Sim.GetCounters().A429FifoDropped[ch], 0u);
+    // The words of the forgotten labels still confirmed: none left counted in the unit.
+    auto* unitGen = dynamic_cast<CKVX_HdwKvxArinc429TxDataGeneratorService*>(loop.Gen_);
+    ASSERT_NE(unitGen, nullptr);
+    EXPECT_TRUE(WaitUntil([&] { return unitGen->GetWordsInUnit() == 0; }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, DataGenerator,
+    ::testing::Values(std::make_pair(std::string("halden"), 0u), std::make_pair(std::string("arvane"), 6u),
+                      std::make_pair(std::string("pellor"), 12u)),
+    [](const auto& p) { return p.param.first + std::to_string(p.param.second); });
+
+// More than the bus carries (a 12.5 kbit/s bus takes about 347 words a
+// second): the unit's FIFO never takes more than its 512 words, and what the
+// generator could not place is counted, not lost in the unit.
+TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
+{
+    UnitRig rig(Stepped("halden"), Paced());
+    rig.Start();
+    auto* gen = rig.Enable<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService>(
+        HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_DATA_GENERATOR);
+    ASSERT_NE(gen, nullptr);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 2), 0u); // 12.5 kbit/s
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    g_Clock = start;
+    std::vector<Def> defs;
+    for (unsigned i = 0; i < 4; ++i)
+        defs.push_back(Def(uint8_t(0x10 + i), 1000.0));
+    ASSERT_EQ(gen->SetLabels(defs.data(), unsigned(defs.size())), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return gen->GetGeneratedCount() == defs.size(); }));
+    // 4000 words a second for 3 s of the clock, in one step.
+    g_Clock = start + 3000;
+    EXPECT_TRUE(WaitUntil([&] { return gen->GetGeneratedCount() + gen->GetMissedCount() >= DueAll(defs, 3000); }));
+    EXPECT_GT(gen->GetMissedCount(), 0u);
+    // The FIFO holds what it can; the rest waits in the generator.
+    EXPECT_TRUE(WaitUntil([&] { return gen->GetWordsInUnit() > 400; }));
+    EXPECT_LE(gen->GetWordsInUnit(), KvxArinc429TxFifoWords);
+    ASSERT_EQ(gen->Disable(), 0u);
+    EXPECT_TRUE(WaitUntil([&] { return gen->GetWordsInUnit() == 0; }, 20000));
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    EXPECT_EQ(c.A429FifoDropped[2], 0u);
+    EXPECT_LE(c.A429FifoPeak[2], KvxArinc429TxFifoWords);
+    EXPECT_EQ(c.A429Transmitted[2], c.A429Pushed[2]);
+    g_Clock = 0;
+}
+
+// Label-oriented output and the generator share a transmitter: the table's
+// label keeps its period beside the generated ones, and its transmit
+// events do not count as the generator's words.
+TEST(DataGeneratorAdmission, RunsBesideLabelOutputAndExcludesTheBuffers)
+{
+    UnitRig rig(Stepped("halden"), Paced());
+    rig.Start();
+    CKVX_HdwPort* tx = rig.Port(HDW_PORT_ARINC429_TX, 1);
+    CKVX_HdwService* s = nullptr;
+    ASSERT_EQ(tx->EnableService(HDW_SERVICE_DATA_GENERATOR, &s, nullptr), 0u);
+    auto* gen = dynamic_cast<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService*>(s);
+    ASSERT_NE(gen, nullptr);
+    EXPECT_EQ(tx->EnableService(HDW_SERVICE_DATA_GENERATOR, &s, nullptr), 26u);
+    EXPECT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 10u);
+    ASSERT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 0u);
+    auto* lblo = dynamic_cast<CKVX_HdwArinc429OutLbloService*>(s);
+    ASSERT_NE(lblo, nullptr);
+    auto* in = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 1, HDW_SERVICE_ARINC429_IN_BUFFER);
+    ASSERT_NE(in, nullptr);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 1), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 1), 0u);
+
+    CKVX_HdwArinc429OutLbloService::CLabelCtrl ctrl(0x77, 5);
+    ASSERT_EQ(lblo->SetLabelsCtrl(&ctrl, 1), 0u);
+    CKVX_HdwArinc429Message w = unit_test::Word(0x77, 0x1234);
+    ASSERT_EQ(lblo->UpdateMessages(&w, 1), 0u);
+    const uint64_t start = CKVX_HdwTimer::GetTickCount();
+    g_Clock = start;
+    Def d(0x20, 100.0);
+    d.Pattern = Gen::PatternCounter;
+    ASSERT_EQ(gen->SetLabels(&d, 1), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return gen->GetGeneratedCount() == 1; }));
+    for (uint64_t t = 10; t <= 500; t += 10) {
+        g_Clock = start + t;
+        ASSERT_TRUE(WaitUntil([&] { return gen->GetGeneratedCount() == t / 10 + 1; }));
+    }
+    std::vector<CKVX_HdwArinc429Message> generated, table;
+    ASSERT_TRUE(WaitUntil([&] {
+        CKVX_HdwArinc429Message chunk[256];
+        unsigned n = 0;
+        if (in->Read(chunk, 256, n) == 0)
+            for (unsigned i = 0; i < n; ++i)
+                (chunk[i].Label == 0x20 ? generated : table).push_back(chunk[i]);
+        return generated.size() == 51 && table.size() >= 20;
+    }));
+    for (size_t k = 0; k < generated.size(); ++k)
+        EXPECT_EQ(generated[k].Data, k);
+    EXPECT_EQ(table.back().Data, 0x1234u);
+    // Every generated word confirmed, none of the table's taken for one.
+    EXPECT_TRUE(WaitUntil([&] { return gen->GetWordsInUnit() == 0; }));
+    EXPECT_EQ(rig.Sim.GetCounters().A429Pushed[1], 51u);
+    g_Clock = 0;
+}
