@@ -212,6 +212,11 @@ unsigned CKVX_HdwKvxArinc429OutBufferService::ProcessEvent(CKVX_HdwEvent* event)
         Abort();
     } else if (hdw::units::IsEvent(event, KvxEventA429Tx)) {
         m_Count.Confirm(1);
+    } else if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        // The unit's FIFO is gone with it; what waits here goes after the reconnect.
+        static_cast<CKVX_HdwKvxUnitLinkEvent*>(event)->LostItems += m_Count.InFlight;
+        m_Count.Reset();
+        m_StatusPoll.Reset();
     } else if (hdw::units::IsEvent(event, KvxEventStatus)) {
         const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
         uint64_t mark = 0;

@@ -103,6 +103,12 @@ unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkClose(unsigned instance)
     return CKVX_HdwFtdiUartBridgedDevice::Close(instance);
 }
 
+unsigned CKVX_HdwKvxUsbCommandDevice::HdwTimerHandler(uint64_t ticks)
+{
+    ReconnectLostUnits();
+    return CKVX_HdwFtdiUartBridgedDevice::HdwTimerHandler(ticks);
+}
+
 unsigned CKVX_HdwKvxUsbCommandDevice::HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t)
 {
     return UnitTickStart(instance);
@@ -230,6 +236,12 @@ unsigned CKVX_HdwKvxDualCommandDevice::Close(unsigned instance)
 unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkClose(unsigned instance)
 {
     return CKVX_HdwHoeFtdiUartBridgedDevice::Close(instance);
+}
+
+unsigned CKVX_HdwKvxDualCommandDevice::HdwTimerHandler(uint64_t ticks)
+{
+    ReconnectLostUnits();
+    return CKVX_HdwHoeFtdiUartBridgedDevice::HdwTimerHandler(ticks);
 }
 
 unsigned CKVX_HdwKvxDualCommandDevice::HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t)

@@ -25,6 +25,8 @@ public:
     // Overrides of the link base.
     unsigned Open(unsigned instance) override;
     unsigned Close(unsigned instance) override;
+    // Lost units' links first (reconnect), then the tick's passes.
+    unsigned HdwTimerHandler(uint64_t ticks) override;
     unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     unsigned HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     CDeviceInstance* CreateDeviceInstance() override;
@@ -63,6 +65,8 @@ public:
 
     unsigned Open(unsigned instance) override;
     unsigned Close(unsigned instance) override;
+    // Lost units' links first (reconnect), then the tick's passes.
+    unsigned HdwTimerHandler(uint64_t ticks) override;
     unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     unsigned HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     CDeviceInstance* CreateDeviceInstance() override;

@@ -30,6 +30,7 @@
 #include <HdwLib/units/KvxEventRoutes.h>
 #include <HdwLib/units/KvxUnitEngine.h>
 #include <HdwLib/units/KvxUnitEvents.h>
+#include <HdwLib/units/KvxUnitLink.h>
 #include <HdwLib/units/KvxUnitProfile.h>
 
 #include <atomic>
@@ -79,6 +80,8 @@ public:
     // The port of each (port type, channel) while a frame's events are
     // handed out (ProcessEventPayload).
     CKVX_HdwEventRoutes Routes;
+    // Reconnect state and the counts of the unit's outages.
+    CKVX_HdwKvxReconnectState Reconnect;
 
 private:
     CKVX_HdwDevice::CDeviceInstance& m_Base;
@@ -341,7 +344,29 @@ public:
     unsigned GetSessionWatchdog() const { return m_SessionWatchdog.load(std::memory_order_relaxed); }
     void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog.store(ms, std::memory_order_relaxed); }
 
+    // ---- reconnect (KvxUnitLink.cpp)
+    // The manager's Reconnect parameter.
+    bool IsReconnectEnabled() const;
+    // Where instance `instance`'s link stands and its counts: 0, or 2 for
+    // no such instance.
+    unsigned GetUnitLinkStatus(unsigned instance, CKVX_HdwKvxUnitLinkStatus& status);
+    // Called by the tick before its passes, without any lock: opens the link
+    // of each lost unit whose back-off has passed and starts a fresh session.
+    void ReconnectLostUnits();
+
 protected:
+    // A failure of the tick on instance `instance` (lock held): with
+    // reconnect on and ports open, the unit is taken as lost (true) and the
+    // tick goes on without aborting its services.
+    bool TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // The last port of a lost unit closed: retrying stops and its link is let go.
+    void EndOutage(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // The tick's start while the fresh session after a loss awaits its echo.
+    unsigned ResyncTick(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // The session is back: every open channel's configuration again.
+    void RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // Posts a unit lost / back signal to every signal service of the unit's open ports.
+    void PostUnitSignal(CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs);
     // Sends a closing and an opening session command in one frame; echoes
     // awaited from an earlier sending stay awaited.
     unsigned SendSessionStart(CKVX_HdwKvxUnitInstance* inst);

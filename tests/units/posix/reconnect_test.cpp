@@ -1,0 +1,273 @@
+// A unit unplugged and plugged back while words flow, on a pseudo-terminal
+// reached through a symbolic link (as a USB unit's stable name) and over UDP
+// (the unit restarts and forgets its session). With reconnect on, the ports
+// stay open and traffic resumes after each return, in order and never twice;
+// what was lost is counted. With reconnect off, the services fail and opening
+// the ports again by hand works.
+#include "UnitRig.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace halden_test;
+
+namespace {
+
+constexpr unsigned kCh = 1;
+constexpr unsigned kCycles = 5;
+constexpr unsigned kBatch = 200;
+constexpr uint32_t kUnitSignals = (1u << (HDW_SIGNAL_UNIT_LOST - 1)) | (1u << (HDW_SIGNAL_UNIT_BACK - 1));
+
+std::string TempLinkPath(const char* tag)
+{
+    return "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-" + tag;
+}
+
+hdwsim::Emulator::Options SimOptions(bool udp)
+{
+    hdwsim::Emulator::Options o = EmulatorOptions(udp);
+    if (!udp)
+        o.LinkPath = TempLinkPath("pty");
+    return o;
+}
+
+// A Halden unit opened through the link path (pty) or its UDP address, with
+// the manager's reconnect switch as given, an ARINC 429 pair on channel kCh
+// and a signal service for the unit's comings and goings on the receiver.
+class ReconnectRig {
+public:
+    ReconnectRig(bool udp, bool reconnect) : Rig(UnitNamed("halden"), SimOptions(udp)), m_Udp(udp)
+    {
+        // Loss over UDP is seen by the echo time-out: short enough to keep
+        // the test brief, long enough for a loaded machine.
+        if (udp)
+            Rig.SetEchoTimeout(1500);
+        m_Reconnect = reconnect;
+    }
+
+    void Start()
+    {
+        ASSERT_NO_FATAL_FAILURE(Rig.StartSim());
+        ASSERT_EQ(Rig.Manager.AttachDevice(Rig.Device.get()), 0u);
+        CKVX_HdwManager::CParameters mp;
+        ASSERT_EQ(Rig.Manager.GetParameters(mp), 0u);
+        EXPECT_FALSE(mp.Reconnect); // off unless asked for
+        mp.Reconnect = m_Reconnect;
+        ASSERT_EQ(Rig.Manager.SetParameters(mp), 0u);
+        CKVX_HdwManager::CInitPortDesc link(
+            Rig.Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Rig.Sim.UdpPort()) : Rig.Sim.LinkPath());
+        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(Rig.Manager, &link, 1));
+        ASSERT_EQ(Rig.Manager.Run(), 0u);
+        CKVX_HdwSignalService::CParameters sp;
+        sp.SignalMask = kUnitSignals;
+        Signals = Rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_SIGNAL, &sp);
+        ASSERT_NE(Signals, nullptr);
+        Pair = Rig.OpenArinc429Pair(kCh);
+        ASSERT_TRUE(Pair.In && Pair.Out);
+    }
+
+    CKVX_HdwKvxUnitLinkStatus Status()
+    {
+        CKVX_HdwKvxUnitLinkStatus s;
+        EXPECT_TRUE(WithCommandDevice(Rig.Device.get(), [&](auto& d) { EXPECT_EQ(d.GetUnitLinkStatus(0, s), 0u); }));
+        return s;
+    }
+
+    // Queues the next `count` words of the sequence (data = sequence number).
+    void WriteNext(unsigned count)
+    {
+        std::vector<CKVX_HdwArinc429Message> words;
+        for (unsigned i = 0; i < count; ++i)
+            words.push_back(Word(0x51, m_Next++));
+        ASSERT_EQ(Pair.Out->Write(words.data(), count, 0), 0u);
+    }
+    uint32_t Written() const { return m_Next; }
+
+    // Takes what the receiver and the signal service hold.
+    void Drain()
+    {
+        CKVX_HdwArinc429Message chunk[256];
+        unsigned n = 0;
+        while (Pair.In->Read(chunk, 256, n) == 0 && n > 0)
+            Received.insert(Received.end(), chunk, chunk + n);
+        CKVX_HdwSignalService::CSignal s;
+        while (Signals->GetSignal(s) == 0)
+            Seen.push_back(s);
+    }
+    bool WaitFor(const std::function<bool()>& done, unsigned timeoutMs = 20000)
+    {
+        return WaitUntil(
+            [&] {
+                Drain();
+                return done();
+            },
+            timeoutMs);
+    }
+    size_t SignalsOf(unsigned kind) const
+    {
+        return size_t(std::count_if(Seen.begin(), Seen.end(), [&](const auto& s) { return s.Kind == kind; }));
+    }
+    bool HasWord(uint32_t seq) const
+    {
+        return std::any_of(Received.begin(), Received.end(), [&](const auto& w) { return w.Data == seq; });
+    }
+
+    UnitRig Rig;
+    CKVX_HdwSignalService* Signals = nullptr;
+    UnitRig::Arinc429Pair Pair;
+    std::vector<CKVX_HdwArinc429Message> Received;
+    std::vector<CKVX_HdwSignalService::CSignal> Seen;
+
+private:
+    bool m_Udp;
+    bool m_Reconnect = false;
+    uint32_t m_Next = 0;
+};
+
+// Five unplug / plug cycles with words in flight at each unplug and words
+// written while the unit is away.
+void RunCycles(bool udp)
+{
+    ReconnectRig r(udp, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    const std::string where = udp ? "UDP" : "pty";
+    for (unsigned cycle = 0; cycle < kCycles; ++cycle) {
+        // Traffic flows: the last word of a batch arrives.
+        r.WriteNext(kBatch);
+        const uint32_t last = r.Written() - 1;
+        ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << where << " cycle " << cycle;
+        // More words, then the cable goes while they are on their way.
+        r.WriteNext(kBatch);
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }))
+            << where << " cycle " << cycle << ": no unit-lost signal";
+        EXPECT_EQ(r.Status().Outages, cycle + 1);
+        // Words written while it is away wait in the service.
+        r.WriteNext(kBatch);
+        // An attempt on the absent unit fails and is retried later (over
+        // UDP an attempt takes seconds: once is enough there).
+        if (!udp || cycle == 0) {
+            const uint32_t failed = r.Status().FailedAttempts;
+            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }))
+                << where << " cycle " << cycle << ": no attempt while unplugged";
+            EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+        }
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }))
+            << where << " cycle " << cycle << ": no unit-back signal";
+        // The services never failed.
+        EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << where << " cycle " << cycle;
+        EXPECT_EQ(r.Pair.Out->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << where << " cycle " << cycle;
+    }
+    // Traffic after the last return: everything written is through.
+    r.WriteNext(kBatch);
+    const uint32_t last = r.Written() - 1;
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << where << ": traffic did not resume";
+
+    // Each word at most once and in the order written; the gaps are no more
+    // than what the library reported as lost.
+    for (size_t i = 1; i < r.Received.size(); ++i)
+        ASSERT_GT(r.Received[i].Data, r.Received[i - 1].Data) << where << " word " << i;
+    const uint64_t missing = r.Written() - r.Received.size();
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_LE(missing, s.LostItems) << where;
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(s.Outages, kCycles);
+    EXPECT_EQ(s.Returns, kCycles);
+
+    // The signals come in pairs, lost before back, counting up.
+    ASSERT_EQ(r.Seen.size(), 2 * kCycles) << where;
+    uint64_t lostItems = 0;
+    for (unsigned i = 0; i < kCycles; ++i) {
+        const auto& lost = r.Seen[2 * i];
+        const auto& back = r.Seen[2 * i + 1];
+        EXPECT_EQ(lost.Kind, unsigned(HDW_SIGNAL_UNIT_LOST)) << where << " " << i;
+        EXPECT_EQ(lost.Value, i + 1) << where;
+        EXPECT_EQ(back.Kind, unsigned(HDW_SIGNAL_UNIT_BACK)) << where << " " << i;
+        EXPECT_EQ(back.Value, i + 1) << where;
+        EXPECT_EQ(back.Port, r.Rig.Port(HDW_PORT_ARINC429_RX, kCh));
+        lostItems += lost.Aux;
+    }
+    EXPECT_EQ(lostItems, s.LostItems) << where;
+}
+
+TEST(Reconnect, FiveUnplugsOverPtyDuringTraffic)
+{
+    RunCycles(false);
+}
+
+TEST(Reconnect, FiveRestartsOverUdpDuringTraffic)
+{
+    RunCycles(true);
+}
+
+// Without the switch: the services fail as before, nothing is retried, and
+// once the unit is back, closing and opening the ports by hand works.
+void RunWithoutReconnect(bool udp)
+{
+    ReconnectRig r(udp, false);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    const std::string where = udp ? "UDP" : "pty";
+    r.WriteNext(kBatch);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(kBatch - 1); })) << where;
+    r.Rig.Sim.Unplug();
+    r.WriteNext(1);
+    ASSERT_TRUE(r.WaitFor([&] { return r.Pair.In->GetStatus() == unsigned(HDW_SERVICE_FAILED); })) << where;
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_EQ(s.Outages, 0u);
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_TRUE(r.Seen.empty());
+
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u) << where;
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u) << where;
+    r.Received.clear();
+    std::vector<CKVX_HdwArinc429Message> sent;
+    for (unsigned i = 0; i < kBatch; ++i)
+        sent.push_back(Word(0x52, i));
+    ASSERT_EQ(r.Pair.Out->Write(sent.data(), kBatch, 0), 0u);
+    const auto got = ReadAll<CKVX_HdwArinc429Message>(r.Pair.In, kBatch);
+    EXPECT_EQ(got, sent) << where;
+}
+
+TEST(Reconnect, OffOverPtyFailsServicesAndReopensByHand)
+{
+    RunWithoutReconnect(false);
+}
+
+TEST(Reconnect, OffOverUdpFailsServicesAndReopensByHand)
+{
+    RunWithoutReconnect(true);
+}
+
+// The emulator's side alone: the link path follows the pseudo-terminal.
+TEST(Reconnect, EmulatorRepointsItsLinkOnPlug)
+{
+    hdwsim::Emulator::Options o = EmulatorOptions(false);
+    o.LinkPath = TempLinkPath("sim");
+    hdwsim::Emulator sim(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(sim.Start());
+    char target[256] = {};
+    ASSERT_GT(readlink(o.LinkPath.c_str(), target, sizeof target - 1), 0);
+    EXPECT_EQ(std::string(target), sim.PtyPath());
+    const std::string first = sim.PtyPath();
+    // Held open across the unplug, the old terminal keeps its number.
+    const int held = open(first.c_str(), O_RDWR | O_NOCTTY);
+    ASSERT_GE(held, 0);
+    sim.Unplug();
+    EXPECT_FALSE(sim.IsPlugged());
+    EXPECT_NE(access(o.LinkPath.c_str(), F_OK), 0);
+    ASSERT_TRUE(sim.Plug());
+    EXPECT_TRUE(sim.IsPlugged());
+    std::fill(std::begin(target), std::end(target), '\0');
+    ASSERT_GT(readlink(o.LinkPath.c_str(), target, sizeof target - 1), 0);
+    EXPECT_EQ(std::string(target), sim.PtyPath());
+    EXPECT_NE(sim.PtyPath(), first);
+    close(held);
+    sim.Stop();
+    EXPECT_NE(access(o.LinkPath.c_str(), F_OK), 0);
+}
+
+} // namespace
