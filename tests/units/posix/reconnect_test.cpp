@@ -6,6 +6,7 @@
 // the ports again by hand works.
 #include "UnitRig.h"
 
+#include <atomic>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -36,7 +37,8 @@ hdwsim::Emulator::Options SimOptions(bool udp)
 // and a signal service for the unit's comings and goings on the receiver.
 class ReconnectRig {
 public:
-    ReconnectRig(bool udp, bool reconnect) : Rig(UnitNamed("halden"), SimOptions(udp)), m_Udp(udp)
+    ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"))
+        : Rig(unit, SimOptions(udp)), m_Udp(udp)
     {
         // Loss over UDP is seen by the echo time-out: short enough to keep
         // the test brief, long enough for a loaded machine.
@@ -268,6 +270,91 @@ TEST(Reconnect, EmulatorRepointsItsLinkOnPlug)
     close(held);
     sim.Stop();
     EXPECT_NE(access(o.LinkPath.c_str(), F_OK), 0);
+}
+
+// A Halden whose deadlines read a clock the test steps.
+class SteppedHalden : public CKVX_HdwKvxHaldenDevice {
+public:
+    uint64_t GetUnitTime() override { return Now.load(); }
+    std::atomic<uint64_t> Now{1'000'000};
+};
+
+// The back-off on a stepped clock: the first attempt 100 ms after the loss,
+// then 200, 400, 800, 1600 and never more than 2000 ms apart; once plugged
+// back the next attempt brings the unit back, whose signal tells how long it
+// was away.
+TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
+{
+    UnitCase unit = UnitNamed("halden");
+    unit.Make = [] { return new SteppedHalden; };
+    ReconnectRig r(false, true, unit);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    auto& dev = dynamic_cast<SteppedHalden&>(*r.Rig.Device);
+    const uint64_t t0 = dev.Now.load();
+    r.WriteNext(10);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(9); }));
+
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    // Some ticks at a given time, so that an attempt that is due has been made.
+    auto ticksPass = [&] {
+        const uint64_t from = r.Rig.Manager.GetTickCounter();
+        return WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 20; });
+    };
+    auto attemptsAt = [&](uint64_t ms) {
+        dev.Now = t0 + ms;
+        EXPECT_TRUE(ticksPass());
+        return r.Status().FailedAttempts;
+    };
+    // (time after the loss, failed attempts by then)
+    const std::vector<std::pair<uint64_t, uint32_t>> steps = {
+        {99, 0}, {100, 1}, {299, 1}, {300, 2}, {699, 2}, {700, 3}, {1499, 3}, {1500, 4},
+        {3099, 4}, {3100, 5}, {5099, 5}, {5100, 6}, {7099, 6}, {7100, 7}};
+    for (const auto& [ms, attempts] : steps)
+        EXPECT_EQ(attemptsAt(ms), attempts) << "at " << ms << " ms";
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    dev.Now = t0 + 9100;
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+    const auto back = std::find_if(r.Seen.begin(), r.Seen.end(),
+                                   [](const auto& s) { return s.Kind == HDW_SIGNAL_UNIT_BACK; });
+    EXPECT_EQ(back->Value, 1u);
+    EXPECT_EQ(back->Aux, 9100u);
+    EXPECT_EQ(back->TimeStamp, t0 + 9100);
+    EXPECT_EQ(r.Status().FailedAttempts, 7u);
+    r.WriteNext(10);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(19); }));
+}
+
+// Closing every port while the unit is away ends the retrying; once it is
+// back, the ports open as on a fresh start.
+TEST(Reconnect, ClosingThePortsOfALostUnitStopsRetryingAndAReopenWorks)
+{
+    ReconnectRig r(false, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    r.Rig.Sim.Unplug();
+    r.WriteNext(1);
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
+    const uint32_t attempts = r.Status().FailedAttempts;
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    const uint64_t frames = r.Rig.Sim.GetCounters().FramesReceived;
+    // No attempt is made for the closed unit: it stays unopened until asked.
+    const uint64_t from = r.Rig.Manager.GetTickCounter();
+    ASSERT_TRUE(WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 300; }));
+    EXPECT_EQ(r.Status().FailedAttempts, attempts);
+    EXPECT_EQ(r.Status().Returns, 0u);
+    EXPECT_EQ(r.Rig.Sim.GetCounters().FramesReceived, frames) << "the unit was spoken to";
+
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u);
+    r.WriteNext(20);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(20); }));
+    for (size_t i = 1; i < r.Received.size(); ++i)
+        EXPECT_GT(r.Received[i].Data, r.Received[i - 1].Data);
 }
 
 } // namespace
