@@ -275,3 +275,16 @@ unsigned CKVX_HdwKvxDualCommandDevice::CreateInstancePorts(unsigned instance)
 {
     return CreateProfilePorts(instance);
 }
+
+unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkVerify(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst || !inst->EthernetMode)
+        return 0;
+    CKVX_HdwHoeLink::CDetectInfo info;
+    if (inst->EthDetect(info) != 0)
+        return HDW_ERR_LINK;
+    const bool same = info.DeviceKind == GetDeviceCode() &&
+                      (info.SerialNumber.IsEmpty() || info.SerialNumber == inst->SerialNumber);
+    return same ? 0u : unsigned(HDW_ERR_LINK);
+}

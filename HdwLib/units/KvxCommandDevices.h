@@ -85,6 +85,9 @@ public:
     void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description) override;
 
     unsigned CheckUartLink(const CKVX_String& portName) override;
+    // Over Ethernet: the unit's Detect reply names the serial number it was
+    // found with (when it reports one).
+    unsigned UnitLinkVerify(unsigned instance) override;
 
     CDeviceInstance* GetProtocolInstance(unsigned instance);
 };

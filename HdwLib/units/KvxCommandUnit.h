@@ -331,6 +331,10 @@ public:
     // The unit's number on its bus from the hardware identifier strings
     // (HardwareIdNumber).
     virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
+    // After a lost unit's link opened again: 0 when the same unit is behind
+    // it, 14 when another one is. Base: 0 (a serial link's identity is its
+    // device name).
+    virtual unsigned UnitLinkVerify(unsigned instance);
     // Channels of port kind `kind` on this unit.
     unsigned GetChannelCount(unsigned kind) const { return m_Profile.ChannelCount(kind); }
     // The unit's number on its bus from the hardware identifier strings:

@@ -76,6 +76,11 @@ bool CKVX_HdwKvxCommandUnit::TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInst
     return true;
 }
 
+unsigned CKVX_HdwKvxCommandUnit::UnitLinkVerify(unsigned)
+{
+    return 0;
+}
+
 void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
 {
     CKVX_HdwDevice& device = GetUnitDevice();
@@ -99,7 +104,15 @@ void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
         // The old link first (a serial device that vanished, a session the
         // unit forgot), then the same path or address again.
         UnitLinkAbandon(inst);
-        const unsigned rc = UnitLinkOpen(i);
+        unsigned rc = UnitLinkOpen(i);
+        if (rc == 0 && UnitLinkVerify(i) != 0) {
+            // Another unit answers there: not this one's to take over.
+            device.DeviceLock(i);
+            inst->GetDeviceInstanceBase().SetOpen(false);
+            device.DeviceUnlock(i);
+            UnitLinkAbandon(inst);
+            rc = HDW_ERR_LINK;
+        }
         device.DeviceLock(i);
         const uint64_t now = GetUnitTime();
         if (rc != 0) {

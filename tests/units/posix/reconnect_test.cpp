@@ -357,4 +357,33 @@ TEST(Reconnect, ClosingThePortsOfALostUnitStopsRetryingAndAReopenWorks)
         EXPECT_GT(r.Received[i].Data, r.Received[i - 1].Data);
 }
 
+// Over UDP the unit's identity is its address and its serial number: a unit
+// of another serial number answering at the same address is not taken over;
+// the unit itself, back at that address, is.
+TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
+{
+    ReconnectRig r(true, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    hdwsim::Emulator::Options o = EmulatorOptions(true);
+    o.UdpPort = r.Rig.Sim.UdpPort();
+    r.Rig.Sim.Stop();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+
+    o.SerialNumber = "OTHER-0001";
+    auto other = std::make_unique<hdwsim::Emulator>(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(other->Start());
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 2; }, 30000));
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), 0u);
+    EXPECT_EQ(other->GetCounters().FramesReceived, 0u) << "commands went to the other unit";
+    other->Stop();
+
+    o.SerialNumber.clear(); // the model's own, as the first unit
+    hdwsim::Emulator same(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(same.Start());
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }, 30000));
+    r.WriteNext(50);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
+}
+
 } // namespace
