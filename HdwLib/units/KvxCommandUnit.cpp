@@ -306,14 +306,10 @@ unsigned CKVX_HdwKvxCommandUnit::OpenUnit(unsigned instance)
         return HDW_ERR_LINK;
     if (inst->GetDeviceInstanceBase().IsOpen())
         return 0;
-    // An open by hand ends an outage: the unit starts afresh, on a link
-    // opened anew (the old one may still hold the vanished device).
-    GetUnitDevice().DeviceLock(instance);
-    const bool wasLost = inst->Reconnect.Status.State != HDW_UNIT_LINK_UP;
-    inst->Reconnect.Status.State = HDW_UNIT_LINK_UP;
-    GetUnitDevice().DeviceUnlock(instance);
-    if (wasLost)
-        UnitLinkAbandon(inst);
+    // Opening a port of a lost unit tries the unit at once (the tick's
+    // retrying holds off meanwhile); see OpenLostUnit.
+    if (HoldLostUnit(instance, inst))
+        return OpenLostUnit(instance, inst);
     if (UnitLinkOpen(instance) != 0)
         return HDW_ERR_LINK;
     return OpenSession(instance);

@@ -363,6 +363,14 @@ protected:
     // reconnect on and ports open, the unit is taken as lost (true) and the
     // tick goes on without aborting its services.
     bool TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // True when the unit is lost; its retrying is then held off until
+    // OpenLostUnit has run.
+    bool HoldLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // Open by hand of a lost unit: a link opened anew (the old one may still
+    // hold the vanished device) and a fresh session; when it answers, the
+    // ports kept open are configured again and the unit is back, otherwise
+    // the retrying goes on.
+    unsigned OpenLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
     // The last port of a lost unit closed: retrying stops and its link is let go.
     void EndOutage(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
     // The tick's start while the fresh session after a loss awaits its echo.

@@ -83,6 +83,9 @@ unsigned CKVX_HdwKvxCommandUnit::UnitLinkVerify(unsigned)
 
 void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
 {
+    // Without the switch no unit is ever lost: the tick pays nothing.
+    if (!IsReconnectEnabled())
+        return;
     CKVX_HdwDevice& device = GetUnitDevice();
     const unsigned count = device.GetInstanceCount();
     for (unsigned i = 0; i < count; ++i) {
@@ -147,6 +150,41 @@ void CKVX_HdwKvxCommandUnit::EndOutage(unsigned instance, CKVX_HdwKvxUnitInstanc
     // The link that went away is still held: let it go with the last port.
     if (lost)
         UnitLinkAbandon(inst);
+}
+
+bool CKVX_HdwKvxCommandUnit::HoldLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    const bool lost = rs.Status.State == HDW_UNIT_LINK_LOST;
+    if (lost)
+        rs.NextAttemptMs = UINT64_MAX;
+    device.DeviceUnlock(instance);
+    return lost;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::OpenLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    UnitLinkAbandon(inst);
+    unsigned rc = UnitLinkOpen(instance) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
+    if (rc == 0)
+        rc = UnitLinkVerify(instance) != 0 ? unsigned(HDW_ERR_LINK) : OpenSession(instance);
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    const uint64_t now = GetUnitTime();
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    if (rc == 0) {
+        RestoreUnit(instance, inst, now);
+    } else {
+        ++rs.Status.FailedAttempts;
+        inst->GetDeviceInstanceBase().SetOpen(false);
+        rs.NextAttemptMs = now + rs.BackoffMs;
+    }
+    device.DeviceUnlock(instance);
+    if (rc != 0)
+        UnitLinkAbandon(inst);
+    return rc;
 }
 
 unsigned CKVX_HdwKvxCommandUnit::ResyncTick(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs)

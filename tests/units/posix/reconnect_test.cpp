@@ -386,4 +386,40 @@ TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
 }
 
+// Opening another port of a lost unit tries the unit at once: when it is
+// back, the ports kept open are configured again and carry words as before.
+TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
+{
+    UnitCase unit = UnitNamed("halden");
+    unit.Make = [] { return new SteppedHalden; }; // the clock stands: the tick does not retry
+    ReconnectRig r(false, true, unit);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    auto* out2 = r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    auto* in2 = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
+    ASSERT_TRUE(out2 && in2);
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    // While it is away the open fails and the unit stays lost.
+    EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_EQ(r.Status().FailedAttempts, 1u);
+
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(s.Returns, 1u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+
+    // The kept pair and the new one both carry words.
+    r.WriteNext(30);
+    std::vector<CKVX_HdwArinc429Message> sent;
+    for (unsigned i = 0; i < 30; ++i)
+        sent.push_back(Word(0x53, i));
+    ASSERT_EQ(out2->Write(sent.data(), 30, 0), 0u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(29); }));
+    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
+}
+
 } // namespace
