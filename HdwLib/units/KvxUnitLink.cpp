@@ -94,13 +94,10 @@ void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
             continue;
         CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
         device.DeviceLock(i);
-        bool due = rs.Status.State == HDW_UNIT_LINK_LOST && GetUnitTime() >= rs.NextAttemptMs;
-        if (rs.Status.State == HDW_UNIT_LINK_LOST && inst->GetDeviceInstanceBase().GetPortList().GetLength() == 0) {
-            // Every port was closed meanwhile: nothing to bring back. The
-            // next Open starts the unit as usual.
-            rs.Status.State = HDW_UNIT_LINK_UP;
-            due = false;
-        }
+        // With every port closed there is nothing to bring back; the close
+        // of the last one has ended the outage (EndOutage).
+        const bool due = rs.Status.State == HDW_UNIT_LINK_LOST && GetUnitTime() >= rs.NextAttemptMs &&
+                         inst->GetDeviceInstanceBase().GetPortList().GetLength() > 0;
         device.DeviceUnlock(i);
         if (!due)
             continue;
