@@ -62,6 +62,7 @@
 #include <HdwLib/units/KvxUnitClock.h>
 #include <HdwLib/units/KvxUnitProfile.h>
 #include <HdwLib/units/KvxUnitEvents.h>
+#include <HdwLib/units/KvxUnitLink.h>
 #include <HdwLib/units/KvxChannelControl.h>
 #include <HdwLib/units/KvxCommandUnit.h>
 #include <HdwLib/units/KvxCommandDevices.h>

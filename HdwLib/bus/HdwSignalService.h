@@ -45,6 +45,12 @@ enum t_HdwSignalKind : unsigned {
     HDW_SIGNAL_DISCRETE_OUTPUT = 8,
     HDW_SIGNAL_MIL1553_MESSAGE = 9,
     HDW_SIGNAL_CAN_TRANSCEIVER_ERROR = 10,      // see CCanTranceiverErrorSignal
+    // The unit behind the port was lost (reconnect on): Value = its outages
+    // so far, Aux = items its output services had pushed unconfirmed.
+    HDW_SIGNAL_UNIT_LOST = 11,
+    // It answers again and its channels are configured: Value = its returns
+    // so far, Aux = milliseconds it was away.
+    HDW_SIGNAL_UNIT_BACK = 12,
 };
 
 class HDWLIB_EXPORT CKVX_HdwSignalService : public CKVX_HdwService {

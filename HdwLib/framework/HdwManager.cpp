@@ -273,12 +273,14 @@ unsigned CKVX_HdwManager::SetParameters(const CParameters& params)
     if (params.TimerPeriod == 0 || params.TimerPeriod > 1000)
         return HDW_ERR_ARGUMENT;
     m_TimerPeriod = params.TimerPeriod;
+    m_Reconnect = params.Reconnect;
     return 0;
 }
 
 unsigned CKVX_HdwManager::GetParameters(CParameters& params) const
 {
     params.TimerPeriod = m_TimerPeriod;
+    params.Reconnect = m_Reconnect;
     return 0;
 }
 

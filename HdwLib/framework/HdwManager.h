@@ -49,6 +49,10 @@ public:
 
         // Main-timer period in milliseconds (1 to 1000).
         unsigned TimerPeriod = DefaultTimerPeriod;
+        // A unit whose link fails keeps its open ports and services and is
+        // opened again when it answers (command-protocol units; off: its
+        // services fail and the application opens the ports again).
+        bool Reconnect = false;
     };
 
     // The manager's record of one numbered port.
@@ -185,6 +189,8 @@ public:
     // 10 while running; 2 for a period outside 1..1000 ms.
     unsigned SetParameters(const CParameters& params);
     unsigned GetParameters(CParameters& params) const;
+    // CParameters::Reconnect as last set.
+    bool IsReconnectEnabled() const { return m_Reconnect; }
     // Ticks made by the main timer since the manager was created.
     uint64_t GetTickCounter() const { return m_MainTimer.GetTickCounter(); }
 
@@ -210,6 +216,7 @@ private:
     CDeviceVector m_DeviceVector;
     CPortTable m_PortTable;
     unsigned m_TimerPeriod = DefaultTimerPeriod;
+    bool m_Reconnect = false;
     CSysEthPortVector m_SysEthPorts;
     unsigned m_SysEthCursor = 0;
     CKVX_Mutex m_SysEthMutex;

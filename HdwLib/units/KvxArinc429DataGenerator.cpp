@@ -66,6 +66,8 @@ unsigned CKVX_HdwKvxArinc429TxDataGeneratorService::ProcessEvent(CKVX_HdwEvent* 
     // Runs in the tick, under the device lock.
     if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
         Abort();
+    } else if (hdw::units::ForgetLostArinc429Fifo(event, m_Count, m_StatusPoll)) {
+        // The schedule goes on from the host's clock after the reconnect.
     } else if (hdw::units::IsEvent(event, KvxEventA429Tx)) {
         // Words of a label table on the same transmitter are not ours.
         const auto* tx = static_cast<const CKVX_HdwKvxArinc429TxEvent*>(event);

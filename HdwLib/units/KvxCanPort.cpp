@@ -1,5 +1,6 @@
 #include <HdwLib/units/KvxCanByteServices.h>
 #include <HdwLib/units/KvxCanPort.h>
+#include <HdwLib/units/KvxUnitLink.h>
 #include <HdwLib/units/KvxCanServices.h>
 #include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/KvxOutputCount.h>
@@ -105,6 +106,9 @@ unsigned CKVX_HdwKvxCanPort::HdwTimerHandler(uint64_t ticks)
 unsigned CKVX_HdwKvxCanPort::ProcessEvent(CKVX_HdwEvent* event)
 {
     m_HaveCurrentMark = false;
+    // Requests outstanding when the unit was lost are never answered.
+    if (hdw::units::IsEvent(event, KvxEventUnitLost))
+        m_StatusMarks.clear();
     if (hdw::units::IsEvent(event, KvxEventStatus)) {
         const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
         if (status->Kind == hdw::units::StatusCan) {

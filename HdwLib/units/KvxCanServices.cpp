@@ -172,6 +172,9 @@ unsigned CKVX_HdwKvxCanOutBufferService::ProcessEvent(CKVX_HdwEvent* event)
         const auto* tx = static_cast<const CKVX_HdwKvxCanTxEvent*>(event);
         if (m_Count.InFlight > 0 && !CKVX_HdwKvxCanByteOutBufferService::IsStreamFrameOn(GetHdwPort(), tx->Message))
             m_Count.Confirm(1);
+    } else if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        static_cast<CKVX_HdwKvxUnitLinkEvent*>(event)->LostItems += m_Count.InFlight;
+        m_Count.Reset();
     } else if (hdw::units::IsEvent(event, KvxEventStatus)) {
         const auto* status = static_cast<const CKVX_HdwKvxStatusEvent*>(event);
         uint64_t mark = 0;

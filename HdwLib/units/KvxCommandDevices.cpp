@@ -103,6 +103,12 @@ unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkClose(unsigned instance)
     return CKVX_HdwFtdiUartBridgedDevice::Close(instance);
 }
 
+unsigned CKVX_HdwKvxUsbCommandDevice::HdwTimerHandler(uint64_t ticks)
+{
+    ReconnectLostUnits();
+    return CKVX_HdwFtdiUartBridgedDevice::HdwTimerHandler(ticks);
+}
+
 unsigned CKVX_HdwKvxUsbCommandDevice::HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t)
 {
     return UnitTickStart(instance);
@@ -232,6 +238,12 @@ unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkClose(unsigned instance)
     return CKVX_HdwHoeFtdiUartBridgedDevice::Close(instance);
 }
 
+unsigned CKVX_HdwKvxDualCommandDevice::HdwTimerHandler(uint64_t ticks)
+{
+    ReconnectLostUnits();
+    return CKVX_HdwHoeFtdiUartBridgedDevice::HdwTimerHandler(ticks);
+}
+
 unsigned CKVX_HdwKvxDualCommandDevice::HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t)
 {
     return UnitTickStart(instance);
@@ -262,4 +274,17 @@ unsigned CKVX_HdwKvxDualCommandDevice::CheckUartLink(const CKVX_String& portName
 unsigned CKVX_HdwKvxDualCommandDevice::CreateInstancePorts(unsigned instance)
 {
     return CreateProfilePorts(instance);
+}
+
+unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkVerify(unsigned instance)
+{
+    CDeviceInstance* inst = GetProtocolInstance(instance);
+    if (!inst || !inst->EthernetMode)
+        return 0;
+    CKVX_HdwHoeLink::CDetectInfo info;
+    if (inst->EthDetect(info) != 0)
+        return HDW_ERR_LINK;
+    const bool same = info.DeviceKind == GetDeviceCode() &&
+                      (info.SerialNumber.IsEmpty() || info.SerialNumber == inst->SerialNumber);
+    return same ? 0u : unsigned(HDW_ERR_LINK);
 }

@@ -25,6 +25,8 @@ public:
     // Overrides of the link base.
     unsigned Open(unsigned instance) override;
     unsigned Close(unsigned instance) override;
+    // Lost units' links first (reconnect), then the tick's passes.
+    unsigned HdwTimerHandler(uint64_t ticks) override;
     unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     unsigned HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     CDeviceInstance* CreateDeviceInstance() override;
@@ -63,6 +65,8 @@ public:
 
     unsigned Open(unsigned instance) override;
     unsigned Close(unsigned instance) override;
+    // Lost units' links first (reconnect), then the tick's passes.
+    unsigned HdwTimerHandler(uint64_t ticks) override;
     unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     unsigned HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     CDeviceInstance* CreateDeviceInstance() override;
@@ -81,6 +85,9 @@ public:
     void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description) override;
 
     unsigned CheckUartLink(const CKVX_String& portName) override;
+    // Over Ethernet: the unit's Detect reply names the serial number it was
+    // found with (when it reports one).
+    unsigned UnitLinkVerify(unsigned instance) override;
 
     CDeviceInstance* GetProtocolInstance(unsigned instance);
 };

@@ -224,10 +224,13 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessReception(unsigned instance)
     // first: a read that does not fill the chunk has taken all there was, so
     // a busy tick costs one read call and an idle one a single empty read.
     uint8_t chunk[kReadChunk];
+    inst->Reconnect.ReadFailed = false;
     for (;;) {
         unsigned got = 0;
-        if (UnitLinkRead(inst, chunk, kReadChunk, got) != 0)
+        if (UnitLinkRead(inst, chunk, kReadChunk, got) != 0) {
+            inst->Reconnect.ReadFailed = true;
             return HDW_ERR_LINK;
+        }
         if (got > 0 && ReceiveBytes(instance, inst, chunk, got) != 0)
             return HDW_ERR_LINK;
         if (got < kReadChunk)
@@ -317,6 +320,10 @@ unsigned CKVX_HdwKvxCommandUnit::OpenUnit(unsigned instance)
         return HDW_ERR_LINK;
     if (inst->GetDeviceInstanceBase().IsOpen())
         return 0;
+    // Opening a port of a lost unit tries the unit at once (the tick's
+    // retrying holds off meanwhile); see OpenLostUnit.
+    if (HoldLostUnit(instance, inst))
+        return OpenLostUnit(instance, inst);
     if (UnitLinkOpen(instance) != 0)
         return HDW_ERR_LINK;
     return OpenSession(instance);
@@ -325,7 +332,13 @@ unsigned CKVX_HdwKvxCommandUnit::OpenUnit(unsigned instance)
 unsigned CKVX_HdwKvxCommandUnit::CloseUnit(unsigned instance)
 {
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
-    if (!inst || !inst->GetDeviceInstanceBase().IsOpen() || !GetUnitDevice().CanClose(instance))
+    if (!inst)
+        return 0;
+    if (!inst->GetDeviceInstanceBase().IsOpen()) {
+        EndOutage(instance, inst);
+        return 0;
+    }
+    if (!GetUnitDevice().CanClose(instance))
         return 0;
     OnClosing(instance);
     return UnitLinkClose(instance);
@@ -439,17 +452,26 @@ unsigned CKVX_HdwKvxCommandUnit::OnClosing(unsigned instance)
 
 unsigned CKVX_HdwKvxCommandUnit::UnitTickStart(unsigned instance)
 {
-    if (ProcessReception(instance) != 0)
-        return HDW_ERR_LINK;
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
-    if (!inst->IsEchoOverdue(uint32_t(GetUnitTime()), GetEchoTimeout()))
+    if (!inst)
+        return HDW_ERR_LINK;
+    const uint64_t now = GetUnitTime();
+    if (inst->Reconnect.Status.State == HDW_UNIT_LINK_RESYNC)
+        return ResyncTick(instance, inst, now);
+    if (ProcessReception(instance) != 0) {
+        // A frame that failed its dispatch is not a lost link.
+        if (inst->Reconnect.ReadFailed && TakeOverLoss(instance, inst, now))
+            return 0;
+        return HDW_ERR_LINK;
+    }
+    if (!inst->IsEchoOverdue(uint32_t(now), GetEchoTimeout()))
         return 0;
     // Every tick reports it until the echo list is reset; it is counted once.
     if (CEchoWaiting* oldest = inst->EchoList.GetFirst(); oldest && !(*oldest == inst->OverdueCounted)) {
         inst->OverdueCounted = *oldest;
         ++inst->EchoTimeouts;
     }
-    return HDW_ERR_LINK;
+    return TakeOverLoss(instance, inst, now) ? 0u : unsigned(HDW_ERR_LINK);
 }
 
 unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
@@ -464,7 +486,15 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
     if (m_Profile.KeepAliveIdleMs && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
         uint32_t(now) - inst->LastSendTime >= m_Profile.KeepAliveIdleMs)
         AttachKeepAliveCommand(instance);
-    const unsigned rc = SendNextFrame(inst, now) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
+    // With reconnect on, an idle unit is asked for nothing now and then: its
+    // echo shows that it is still there.
+    if (inst->Reconnect.Status.State == HDW_UNIT_LINK_UP && inst->CommandList.IsEmpty() &&
+        inst->EchoList.IsEmpty() && uint32_t(now) - inst->LastSendTime >= KvxReconnectProbeIdleMs &&
+        IsReconnectEnabled())
+        AttachStatusRequestCommand(instance, 0, 0);
+    unsigned rc = SendNextFrame(inst, now) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
+    if (rc != 0 && TakeOverLoss(instance, inst, now))
+        rc = 0;
     // The signal services make their descriptors readable for the whole
     // tick at once, as the tick's last act.
     for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList())

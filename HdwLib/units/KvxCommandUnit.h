@@ -31,6 +31,7 @@
 #include <HdwLib/units/KvxUnitClock.h>
 #include <HdwLib/units/KvxUnitEngine.h>
 #include <HdwLib/units/KvxUnitEvents.h>
+#include <HdwLib/units/KvxUnitLink.h>
 #include <HdwLib/units/KvxUnitProfile.h>
 
 #include <atomic>
@@ -125,6 +126,8 @@ public:
     // The port of each (port type, channel) while a frame's events are
     // handed out (ProcessEventPayload).
     CKVX_HdwEventRoutes Routes;
+    // Reconnect state and the counts of the unit's outages.
+    CKVX_HdwKvxReconnectState Reconnect;
 
 private:
     CKVX_HdwDevice::CDeviceInstance& m_Base;
@@ -377,6 +380,10 @@ public:
     // The unit's number on its bus from the hardware identifier strings
     // (HardwareIdNumber).
     virtual unsigned ProcessHardwareID(const CKVX_List<CKVX_String>& ids);
+    // After a lost unit's link opened again: 0 when the same unit is behind
+    // it, 14 when another one is. Base: 0 (a serial link's identity is its
+    // device name).
+    virtual unsigned UnitLinkVerify(unsigned instance);
     // Channels of port kind `kind` on this unit.
     unsigned GetChannelCount(unsigned kind) const { return m_Profile.ChannelCount(kind); }
     // The unit's number on its bus from the hardware identifier strings:
@@ -390,7 +397,37 @@ public:
     unsigned GetSessionWatchdog() const { return m_SessionWatchdog.load(std::memory_order_relaxed); }
     void SetSessionWatchdog(unsigned ms) { m_SessionWatchdog.store(ms, std::memory_order_relaxed); }
 
+    // ---- reconnect (KvxUnitLink.cpp)
+    // The manager's Reconnect parameter.
+    bool IsReconnectEnabled() const;
+    // Where instance `instance`'s link stands and its counts: 0, or 2 for
+    // no such instance.
+    unsigned GetUnitLinkStatus(unsigned instance, CKVX_HdwKvxUnitLinkStatus& status);
+    // Called by the tick before its passes, without any lock: opens the link
+    // of each lost unit whose back-off has passed and starts a fresh session.
+    void ReconnectLostUnits();
+
 protected:
+    // A failure of the tick on instance `instance` (lock held): with
+    // reconnect on and ports open, the unit is taken as lost (true) and the
+    // tick goes on without aborting its services.
+    bool TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // True when the unit is lost; its retrying is then held off until
+    // OpenLostUnit has run.
+    bool HoldLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // Open by hand of a lost unit: a link opened anew (the old one may still
+    // hold the vanished device) and a fresh session; when it answers, the
+    // ports kept open are configured again and the unit is back, otherwise
+    // the retrying goes on.
+    unsigned OpenLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // The last port of a lost unit closed: retrying stops and its link is let go.
+    void EndOutage(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // The tick's start while the fresh session after a loss awaits its echo.
+    unsigned ResyncTick(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // The session is back: every open channel's configuration again.
+    void RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // Posts a unit lost / back signal to every signal service of the unit's open ports.
+    void PostUnitSignal(CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs);
     // Sends a closing and an opening session command in one frame; echoes
     // awaited from an earlier sending stay awaited.
     unsigned SendSessionStart(CKVX_HdwKvxUnitInstance* inst);

@@ -146,6 +146,10 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::ProcessEvent(CKVX_HdwEvent* event)
     }
     if (hdw::units::IsEvent(event, KvxEventUartTx))
         m_Count.Confirm(static_cast<const CKVX_HdwKvxUartTxEvent*>(event)->Count);
+    if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        static_cast<CKVX_HdwKvxUnitLinkEvent*>(event)->LostItems += m_Count.InFlight;
+        m_Count.Reset();
+    }
     return 0;
 }
 

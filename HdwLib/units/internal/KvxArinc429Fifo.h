@@ -42,12 +42,28 @@ inline void PollArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputC
         poll.Requested(count.Pushed, ticks);
 }
 
+// A lost unit's FIFO is gone with it: the words it held are counted in the
+// loss event, and what still waits in the service goes after the reconnect.
+// True for that event.
+inline bool ForgetLostArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count,
+                                   CKVX_HdwKvxFifoStatusPoll& poll)
+{
+    if (!IsEvent(event, KvxEventUnitLost))
+        return false;
+    static_cast<CKVX_HdwKvxUnitLinkEvent*>(event)->LostItems += count.InFlight;
+    count.Reset();
+    poll.Reset();
+    return true;
+}
+
 // A transmit event confirms a word; the answer to the status request sets
-// the count to the FIFO level then plus what was pushed after it. True when
-// the count changed.
-inline bool TrackArinc429Fifo(const CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count,
+// the count to the FIFO level then plus what was pushed after it; a lost
+// unit empties it. True when the count changed.
+inline bool TrackArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count,
                               CKVX_HdwKvxFifoStatusPoll& poll)
 {
+    if (ForgetLostArinc429Fifo(event, count, poll))
+        return true;
     if (IsEvent(event, KvxEventA429Tx)) {
         count.Confirm(1);
         return true;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
@@ -62,6 +64,7 @@ struct Emulator::Impl {
     bool Running = false;
     bool StopRequested = false;
     bool HungUp = false;
+    bool Unplugged = false;
     UnitEngine::Link Active = UnitEngine::LinkSerial;
 
     uint64_t Now() const
@@ -84,15 +87,40 @@ struct Emulator::Impl {
         }
     }
 
+    bool Silent() const { return HungUp || Unplugged; }
+    // Points Opts.LinkPath at the pseudo-terminal's path (replacing what was
+    // there in one step, so that a host never sees a half-made link).
+    bool PointLink(std::string& error);
+    void RemoveLink();
     void RouteOutput(uint64_t now);
     void Run();
 };
+
+bool Emulator::Impl::PointLink(std::string& error)
+{
+    if (Opts.LinkPath.empty() || !Pty.IsOpen())
+        return true;
+    const std::string tmp = Opts.LinkPath + ".new";
+    unlink(tmp.c_str());
+    if (symlink(Pty.Path().c_str(), tmp.c_str()) != 0 || rename(tmp.c_str(), Opts.LinkPath.c_str()) != 0) {
+        error = "cannot make the link " + Opts.LinkPath + ": " + std::strerror(errno);
+        unlink(tmp.c_str());
+        return false;
+    }
+    return true;
+}
+
+void Emulator::Impl::RemoveLink()
+{
+    if (!Opts.LinkPath.empty())
+        unlink(Opts.LinkPath.c_str());
+}
 
 void Emulator::Impl::RouteOutput(uint64_t now)
 {
     std::vector<uint8_t> chunk;
     while (Engine.NextOutputNs() <= now) {
-        if (HungUp) {
+        if (Silent()) {
             Engine.DiscardOutput();
             return;
         }
@@ -133,7 +161,7 @@ void Emulator::Impl::Run()
         Engine.Advance(now);
         if (Udp.Fd() >= 0) {
             const bool had = Udp.HasSession();
-            Udp.Tick(now, Engine, HungUp);
+            Udp.Tick(now, Engine, Silent());
             if (had && !Udp.HasSession())
                 Log("udp session timed out");
         }
@@ -187,7 +215,7 @@ void Emulator::Impl::Run()
                 Pty.Flush();
             input.clear();
             const bool present = Pty.Read(input);
-            if (HungUp)
+            if (Silent())
                 Engine.MutableCounters().BytesIgnored += input.size();
             else if (!input.empty()) {
                 Active = UnitEngine::LinkSerial;
@@ -199,7 +227,7 @@ void Emulator::Impl::Run()
             }
         }
         if (udpIndex >= 0 && Udp.Fd() >= 0 && (fds[udpIndex].revents & POLLIN)) {
-            if (Udp.OnReadable(now, Engine, HungUp))
+            if (Udp.OnReadable(now, Engine, Silent()))
                 Active = UnitEngine::LinkUdp;
         }
     }
@@ -222,6 +250,7 @@ bool Emulator::Start(std::string* error)
     } else if (!m->Opts.Pty && !m->Opts.Udp) {
         why = "no endpoint requested";
     } else if (m->Opts.Pty && !m->Pty.Open(why)) {
+    } else if (m->Opts.Pty && !m->PointLink(why)) {
     } else if (m->Opts.Udp && !m->Udp.Open({m->Opts.UdpPort, m->Opts.SerialNumber,
                                             uint64_t(m->Opts.SessionTimeoutMs) * 1'000'000,
                                             uint64_t(m->Opts.KeepAliveMs) * 1'000'000, m->Opts.Seed},
@@ -231,6 +260,7 @@ bool Emulator::Start(std::string* error)
     } else {
         m->Active = m->Opts.Pty ? UnitEngine::LinkSerial : UnitEngine::LinkUdp;
         m->StopRequested = false;
+        m->Unplugged = false;
         m->Running = true;
         m->Thread = std::thread([this] { m->Run(); });
         return true;
@@ -254,6 +284,8 @@ void Emulator::Stop()
     m->Thread.join();
     std::lock_guard<std::mutex> lock(m->Mutex);
     m->Running = false;
+    if (m->Opts.Pty)
+        m->RemoveLink();
     m->Pty.Close();
     m->Udp.Close();
     close(m->WakeFd);
@@ -430,6 +462,54 @@ bool Emulator::ReopenPty(std::string* error)
         *error = why;
     m->Wake();
     return ok;
+}
+
+std::string Emulator::LinkPath() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Opts.Pty ? m->Opts.LinkPath : std::string();
+}
+
+void Emulator::Unplug()
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    if (m->Unplugged || !m->Running)
+        return;
+    m->Unplugged = true;
+    m->Log("unplugged");
+    // The serial device disappears: the link path goes, then the terminal.
+    if (m->Opts.Pty) {
+        m->RemoveLink();
+        m->Pty.Close();
+    }
+    // Without power the unit keeps nothing: no session, no half-read frame.
+    m->Udp.ForgetSession(m->Engine);
+    m->Engine.ResetLink(UnitEngine::LinkSerial);
+    m->Engine.ResetLink(UnitEngine::LinkUdp);
+    m->Wake();
+}
+
+bool Emulator::Plug(std::string* error)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    if (!m->Unplugged || !m->Running)
+        return m->Running;
+    std::string why;
+    if (m->Opts.Pty && (!m->Pty.Open(why) || !m->PointLink(why))) {
+        if (error)
+            *error = why;
+        return false;
+    }
+    m->Unplugged = false;
+    m->Log("plugged in");
+    m->Wake();
+    return true;
+}
+
+bool Emulator::IsPlugged() const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return !m->Unplugged;
 }
 
 void Emulator::SetSessionTimeoutMs(unsigned ms)

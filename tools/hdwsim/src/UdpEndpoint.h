@@ -45,6 +45,8 @@ public:
     uint64_t NextWakeNs() const;
 
     bool HasSession() const { return m_SessionId != 0; }
+    // As a unit restarting: the session is gone without a word to its host.
+    void ForgetSession(UnitEngine& engine) { EndSession(engine); }
     uint32_t SessionId() const { return m_SessionId; }
     // Sends unit frames to the session's host as one event-data packet.
     void SendEventData(const std::vector<uint8_t>& frames, Counters& counters);

@@ -1,6 +1,7 @@
 // hdwsim: serves one emulated unit until SIGINT or SIGTERM. It first prints
 // one line per endpoint ("pty /dev/pts/7", "udp 127.0.0.1:55003") so that a
-// script can read where to connect.
+// script can read where to connect. SIGUSR1 unplugs the unit, SIGUSR2 plugs
+// it back; each prints a line ("unplugged", "plugged").
 
 #include <hdwsim/Emulator.h>
 
@@ -17,7 +18,8 @@ void Usage(FILE* out)
 {
     std::fprintf(out,
                  "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
-                 "              [--clock-start US] [--realtime] [--serial SN] [--counters] [--verbose]\n"
+                 "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
+                 "              [--counters] [--verbose]\n"
                  "\n"
                  "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
                  "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
@@ -41,6 +43,12 @@ void Usage(FILE* out)
                  "  --realtime    serve at real-time priority (SCHED_FIFO) where allowed, so that\n"
                  "                a busy host does not make the unit late\n"
                  "  --serial SN   serial number reported to Detect (default: the unit's)\n"
+                 "  --link PATH   with --pty: a symbolic link at PATH to the pseudo-terminal, made\n"
+                 "                again to the new one when the unit is plugged back; prints\n"
+                 "                \"link PATH\"\n"
+                 "  SIGUSR1 / SIGUSR2\n"
+                 "                unplug the unit (the pseudo-terminal closes and PATH goes; over UDP\n"
+                 "                it falls silent and forgets its session) / plug it back\n"
                  "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
                  "                \"NAME v0 v1 ...\" with one value per channel\n"
                  "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
@@ -137,6 +145,8 @@ int main(int argc, char** argv)
             counters = true;
         } else if (a == "--serial" && hasValue) {
             o.SerialNumber = argv[++i];
+        } else if (a == "--link" && hasValue) {
+            o.LinkPath = argv[++i];
         } else if (a == "--verbose") {
             verbose = true;
         } else {
@@ -164,6 +174,8 @@ int main(int argc, char** argv)
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGUSR1);
+    sigaddset(&stopSignals, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     hdwsim::Emulator sim(*model, o);
@@ -174,12 +186,29 @@ int main(int argc, char** argv)
     }
     if (pty)
         std::printf("pty %s\n", sim.PtyPath().c_str());
+    if (pty && !o.LinkPath.empty())
+        std::printf("link %s\n", o.LinkPath.c_str());
     if (udp)
         std::printf("udp 127.0.0.1:%u\n", static_cast<unsigned>(sim.UdpPort()));
     std::fflush(stdout);
 
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
+    for (;;) {
+        int signal = 0;
+        sigwait(&stopSignals, &signal);
+        if (signal == SIGUSR1) {
+            sim.Unplug();
+            std::printf("unplugged\n");
+        } else if (signal == SIGUSR2) {
+            std::string why;
+            if (sim.Plug(&why))
+                std::printf("plugged\n");
+            else
+                std::printf("plug failed: %s\n", why.c_str());
+        } else {
+            break;
+        }
+        std::fflush(stdout);
+    }
     sim.Stop();
     if (counters)
         PrintCounters(*model, sim.GetCounters());

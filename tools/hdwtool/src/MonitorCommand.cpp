@@ -7,6 +7,7 @@
 #include "StatusLine.h"
 #include "Terminal.h"
 #include "TimeColumn.h"
+#include "UnitWatch.h"
 #include "Wait.h"
 
 #include <algorithm>
@@ -65,6 +66,7 @@ int RunMonitor(const std::vector<std::string>& args)
     specs.push_back({"accept", 'a', true, true});
     specs.push_back({"send", 's', true, true});
     specs.push_back({"no-status", 0, false, false});
+    specs.push_back({"reconnect", 0, false, false});
     for (auto& s : specs) {
         if (s.Long == "count")
             s.Short = 'n';
@@ -117,8 +119,12 @@ int RunMonitor(const std::vector<std::string>& args)
         return usage("--time: " + error);
 
     Session session;
+    const bool reconnect = parsed.Has("reconnect");
+    if (reconnect && !UnitWatch::EnableReconnect(session.Manager(), error))
+        return Fail(error);
     if (!OpenSession(parsed, session, error))
         return Fail(error);
+    UnitWatch units(session.Manager());
 
     // One Channel per distinct port, whether watched, sent on, or both.
     std::map<CKVX_HdwPort*, std::unique_ptr<Channel>> channels;
@@ -207,6 +213,12 @@ int RunMonitor(const std::vector<std::string>& args)
             break;
         }
         bool any = false;
+        if (reconnect)
+            for (const std::string& line : units.Poll()) {
+                status.Clear();
+                std::printf("%s%s\n", format == OutputFormat::Csv ? "# " : "", line.c_str());
+                any = true;
+            }
         for (size_t i = 0; i < watched.size() && (count == 0 || printed < count); ++i) {
             items.clear();
             if (!watched[i]->Poll(items, error)) {
@@ -260,6 +272,11 @@ int RunMonitor(const std::vector<std::string>& args)
         std::fprintf(stderr, "%llu items in %.1f s\n", static_cast<unsigned long long>(printed), now());
     if (terminal || lost)
         std::fprintf(stderr, "%s\n", FormatLosses(status.Ports(), status.Link()).c_str());
+    if (reconnect) {
+        units.Poll();
+        std::fprintf(stderr, "unit outages %llu, back %llu\n", static_cast<unsigned long long>(units.Outages()),
+                     static_cast<unsigned long long>(units.Returns()));
+    }
     if (result == ExitOk && count != 0 && printed < count && !StopRequested())
         result = Fail("monitor: " + std::to_string(printed) + " of " + std::to_string(count) +
                       " items arrived within --duration");

@@ -45,6 +45,10 @@ public:
         // machine an emulator at normal priority is.
         bool RealTime = false;
         uint32_t Seed = 1;         // session ids and the packet-drop draw
+        // With Pty: a symbolic link made at this path to the pseudo-terminal,
+        // and made again to the new one after Plug (a USB device's stable
+        // name, like /dev/serial/by-id/...). Removed at Stop. Empty: none.
+        std::string LinkPath;
         // Receives one line per notable event (sessions, hang-ups) when set.
         std::function<void(const std::string&)> Log;
     };
@@ -98,6 +102,17 @@ public:
     void ClosePty();
     bool ReopenPty(std::string* error = nullptr);
     void SetSessionTimeoutMs(unsigned ms);
+    // Options.LinkPath, "" without a pseudo-terminal.
+    std::string LinkPath() const;
+    // The unit is unplugged: its pseudo-terminal closes (the host's side
+    // hangs up) and LinkPath goes; over UDP it falls silent and forgets its
+    // session. Plug brings it back as a unit that has just powered up: a new
+    // pseudo-terminal behind LinkPath, and UDP answering with no session
+    // (a host must connect again). Plug is false, with a reason, when the
+    // new pseudo-terminal or its link cannot be made.
+    void Unplug();
+    bool Plug(std::string* error = nullptr);
+    bool IsPlugged() const;
 
 private:
     struct Impl;

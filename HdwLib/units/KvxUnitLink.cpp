@@ -1,0 +1,231 @@
+// Reconnect of a lost unit: taking the loss over in the tick, the link's
+// reopening with back-off, the fresh session and the channels' configuration
+// sent again.
+#include <HdwLib/units/KvxCommandUnit.h>
+#include <HdwLib/units/KvxUnitLink.h>
+#include <HdwLib/units/KvxUnitPorts.h>
+
+#include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/framework/HdwManager.h>
+
+#include <algorithm>
+
+CKVX_HdwKvxUnitLinkStatus::~CKVX_HdwKvxUnitLinkStatus() = default;
+CKVX_HdwKvxUnitLinkEvent::~CKVX_HdwKvxUnitLinkEvent() = default;
+
+bool CKVX_HdwKvxCommandUnit::IsReconnectEnabled() const
+{
+    const CKVX_HdwManager* manager = const_cast<CKVX_HdwKvxCommandUnit*>(this)->GetUnitDevice().GetManager();
+    return manager && manager->IsReconnectEnabled();
+}
+
+unsigned CKVX_HdwKvxCommandUnit::GetUnitLinkStatus(unsigned instance, CKVX_HdwKvxUnitLinkStatus& status)
+{
+    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    if (!inst)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    status = inst->Reconnect.Status;
+    device.DeviceUnlock(instance);
+    return 0;
+}
+
+void CKVX_HdwKvxCommandUnit::PostUnitSignal(CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value,
+                                            uint32_t aux, uint64_t nowMs)
+{
+    for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList())
+        for (CKVX_HdwService* service : port->GetServiceList())
+            if (service->GetServiceType() == HDW_SERVICE_SIGNAL) {
+                auto* signals = static_cast<CKVX_HdwSignalService*>(service);
+                signals->PostValue(kind, value, aux, nowMs);
+                // A lost unit has no end of tick to publish it.
+                signals->PublishReadiness();
+            }
+}
+
+bool CKVX_HdwKvxCommandUnit::TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs)
+{
+    CKVX_HdwDevice::CDeviceInstance& base = inst->GetDeviceInstanceBase();
+    if (!IsReconnectEnabled() || base.GetPortList().GetLength() == 0)
+        return false;
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    // Nothing queued or awaited goes out again: a command may have taken
+    // effect before the link went, and sending it twice would repeat it.
+    rs.Status.FailedCommands += inst->CommandList.GetLength() + inst->EchoList.GetLength();
+    inst->ResetQueues();
+    inst->ResetRxState();
+    // The tick leaves the unit alone until its link is open again.
+    base.SetOpen(false);
+    if (rs.Status.State == HDW_UNIT_LINK_UP) {
+        ++rs.Status.Outages;
+        rs.LostAtMs = nowMs;
+        rs.BackoffMs = KvxReconnectFirstMs;
+        rs.Status.State = HDW_UNIT_LINK_LOST;
+        CKVX_HdwKvxUnitLinkEvent lost(KvxEventUnitLost);
+        GetUnitDevice().ProcessEventHandlers(instance, &lost);
+        rs.Status.LostItems += lost.LostItems;
+        PostUnitSignal(inst, HDW_SIGNAL_UNIT_LOST, rs.Status.Outages, uint32_t(lost.LostItems), nowMs);
+    } else {
+        // A session start that the unit did not answer: the next attempt later.
+        ++rs.Status.FailedAttempts;
+        rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
+        rs.Status.State = HDW_UNIT_LINK_LOST;
+    }
+    rs.NextAttemptMs = nowMs + rs.BackoffMs;
+    return true;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::UnitLinkVerify(unsigned)
+{
+    return 0;
+}
+
+void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
+{
+    // Without the switch no unit is ever lost: the tick pays nothing.
+    if (!IsReconnectEnabled())
+        return;
+    CKVX_HdwDevice& device = GetUnitDevice();
+    const unsigned count = device.GetInstanceCount();
+    for (unsigned i = 0; i < count; ++i) {
+        CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(i);
+        if (!inst)
+            continue;
+        CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+        device.DeviceLock(i);
+        // With every port closed there is nothing to bring back; the close
+        // of the last one has ended the outage (EndOutage).
+        const bool due = rs.Status.State == HDW_UNIT_LINK_LOST && GetUnitTime() >= rs.NextAttemptMs &&
+                         inst->GetDeviceInstanceBase().GetPortList().GetLength() > 0;
+        device.DeviceUnlock(i);
+        if (!due)
+            continue;
+        // The old link first (a serial device that vanished, a session the
+        // unit forgot), then the same path or address again.
+        UnitLinkAbandon(inst);
+        unsigned rc = UnitLinkOpen(i);
+        if (rc == 0 && UnitLinkVerify(i) != 0) {
+            // Another unit answers there: not this one's to take over.
+            device.DeviceLock(i);
+            inst->GetDeviceInstanceBase().SetOpen(false);
+            device.DeviceUnlock(i);
+            UnitLinkAbandon(inst);
+            rc = HDW_ERR_LINK;
+        }
+        device.DeviceLock(i);
+        const uint64_t now = GetUnitTime();
+        if (rc != 0) {
+            ++rs.Status.FailedAttempts;
+            rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
+            rs.NextAttemptMs = now + rs.BackoffMs;
+        } else {
+            inst->ResetRxState();
+            inst->ResetQueues();
+            inst->BeginSession();
+            rs.Status.State = HDW_UNIT_LINK_RESYNC;
+            rs.SinceMs = now;
+            if (SendSessionStart(inst) != 0)
+                TakeOverLoss(i, inst, now);
+        }
+        const bool failedAgain = rc == 0 && rs.Status.State == HDW_UNIT_LINK_LOST;
+        device.DeviceUnlock(i);
+        if (failedAgain)
+            UnitLinkAbandon(inst);
+    }
+}
+
+void CKVX_HdwKvxCommandUnit::EndOutage(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    const bool lost = inst->Reconnect.Status.State != HDW_UNIT_LINK_UP &&
+                      inst->GetDeviceInstanceBase().GetPortList().GetLength() == 0;
+    if (lost)
+        inst->Reconnect.Status.State = HDW_UNIT_LINK_UP;
+    device.DeviceUnlock(instance);
+    // The link that went away is still held: let it go with the last port.
+    if (lost)
+        UnitLinkAbandon(inst);
+}
+
+bool CKVX_HdwKvxCommandUnit::HoldLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    const bool lost = rs.Status.State == HDW_UNIT_LINK_LOST;
+    if (lost)
+        rs.NextAttemptMs = UINT64_MAX;
+    device.DeviceUnlock(instance);
+    return lost;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::OpenLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    UnitLinkAbandon(inst);
+    unsigned rc = UnitLinkOpen(instance) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
+    if (rc == 0)
+        rc = UnitLinkVerify(instance) != 0 ? unsigned(HDW_ERR_LINK) : OpenSession(instance);
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    const uint64_t now = GetUnitTime();
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    if (rc == 0) {
+        RestoreUnit(instance, inst, now);
+    } else {
+        ++rs.Status.FailedAttempts;
+        inst->GetDeviceInstanceBase().SetOpen(false);
+        rs.NextAttemptMs = now + rs.BackoffMs;
+    }
+    device.DeviceUnlock(instance);
+    if (rc != 0)
+        UnitLinkAbandon(inst);
+    return rc;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ResyncTick(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs)
+{
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    const unsigned rc = ProcessReception(instance);
+    if (rc == 0 && inst->IsSessionConfirmed()) {
+        RestoreUnit(instance, inst, nowMs);
+        return 0;
+    }
+    // A damaged frame is not the end of the attempt; a failed link or a
+    // session start left unanswered for the echo time-out is.
+    if ((rc != 0 && rs.ReadFailed) || nowMs - rs.SinceMs >= GetEchoTimeout())
+        TakeOverLoss(instance, inst, nowMs);
+    return 0;
+}
+
+void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs)
+{
+    // The channels' configuration goes before anything the services queued
+    // while the session was starting: a word pushed to a channel the unit
+    // has not yet enabled again would wait there or be lost.
+    CCommandList queued = std::move(inst->CommandList);
+    inst->CommandList.DeleteAll();
+    for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList()) {
+        if (auto* tx = dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
+            tx->AttachConfiguration(true);
+        else if (auto* rx = dynamic_cast<CKVX_HdwKvxArinc429RxPort*>(port))
+            rx->AttachConfiguration(true);
+        else if (auto* can = dynamic_cast<CKVX_HdwKvxCanPort*>(port))
+            can->AttachConfiguration(true);
+        else if (auto* uart = dynamic_cast<CKVX_HdwKvxUartPort*>(port))
+            uart->AttachConfiguration(true);
+    }
+    for (const CCommand& c : queued)
+        inst->CommandList += c;
+
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    rs.Status.State = HDW_UNIT_LINK_UP;
+    ++rs.Status.Returns;
+    rs.BackoffMs = 0;
+    CKVX_HdwKvxUnitLinkEvent back(KvxEventUnitBack);
+    GetUnitDevice().ProcessEventHandlers(instance, &back);
+    const uint64_t away = nowMs - rs.LostAtMs;
+    PostUnitSignal(inst, HDW_SIGNAL_UNIT_BACK, rs.Status.Returns, uint32_t(std::min<uint64_t>(away, UINT32_MAX)),
+                   nowMs);
+}

@@ -1,0 +1,141 @@
+// hdwtool monitor --reconnect against the hdwsim program reached through its
+// symbolic link: the unit is unplugged and plugged back with the program's
+// signals, and the monitor keeps running, says when the unit went and came
+// back, goes on printing traffic and counts the outage in its summary.
+#include <gtest/gtest.h>
+
+#include "Spawn.h"
+#include "support/Wait.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <poll.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using testsupport::WaitUntil;
+using tooltest::Spawn;
+
+// A hung child cannot outlive the test.
+constexpr unsigned kChildTimeoutS = 120;
+
+std::string ReadLine(int fd)
+{
+    std::string line;
+    pollfd p{fd, POLLIN, 0};
+    char c = 0;
+    while (poll(&p, 1, 10000) > 0 && read(fd, &c, 1) == 1 && c != '\n')
+        line += c;
+    return line;
+}
+
+std::vector<std::string> FileLines(const std::string& path)
+{
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    for (std::string l; std::getline(in, l);)
+        lines.push_back(l);
+    return lines;
+}
+
+bool IsWordLine(const std::string& line)
+{
+    return line.find("a429rx:1") != std::string::npos;
+}
+
+// Index of the first line starting with `prefix`, or -1.
+long FindLine(const std::vector<std::string>& lines, const std::string& prefix)
+{
+    for (size_t i = 0; i < lines.size(); ++i)
+        if (lines[i].rfind(prefix, 0) == 0)
+            return long(i);
+    return -1;
+}
+
+size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
+{
+    size_t n = 0;
+    for (size_t i = size_t(from + 1); i < lines.size(); ++i)
+        n += IsWordLine(lines[i]) ? 1 : 0;
+    return n;
+}
+
+TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
+{
+    const std::string base = "/tmp/hdwtool-reconnect-" + std::to_string(getpid());
+    const std::string link = base + "-link";
+    const std::string outPath = base + "-out";
+    const std::string errPath = base + "-err";
+
+    int simOut[2];
+    ASSERT_EQ(pipe(simOut), 0);
+    const pid_t sim = Spawn({HDWSIM_PROGRAM, "--unit", "halden", "--pty", "--link", link}, simOut[1], 2,
+                                     kChildTimeoutS);
+    close(simOut[1]);
+    EXPECT_EQ(ReadLine(simOut[0]).rfind("pty /dev/", 0), 0u);
+    EXPECT_EQ(ReadLine(simOut[0]), "link " + link);
+
+    const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(out, 0);
+    ASSERT_GE(err, 0);
+    const pid_t tool = Spawn({HDWTOOL_PROGRAM, "monitor", "--link", "3:" + link, "a429rx:1", "--reconnect", "--send",
+                              "a429tx:1=label=201,data=0x10", "--repeat", "100000", "--interval", "20",
+                              "--duration", "100"},
+                             out, err, kChildTimeoutS);
+    close(out);
+    close(err);
+
+    std::vector<std::string> lines;
+    auto look = [&](auto&& done) {
+        return WaitUntil(
+            [&] {
+                lines = FileLines(outPath);
+                return done();
+            },
+            30000);
+    };
+    EXPECT_TRUE(look([&] { return WordLinesAfter(lines, -1) >= 3; })) << "no traffic before the unplug";
+
+    kill(sim, SIGUSR1);
+    EXPECT_EQ(ReadLine(simOut[0]), "unplugged");
+    EXPECT_TRUE(look([&] { return FindLine(lines, "unit lost ") >= 0; })) << "no unit-lost line";
+    kill(sim, SIGUSR2);
+    EXPECT_EQ(ReadLine(simOut[0]), "plugged");
+    EXPECT_TRUE(look([&] {
+        const long back = FindLine(lines, "unit back ");
+        return back >= 0 && WordLinesAfter(lines, back) >= 3;
+    })) << "no traffic after the unit came back";
+
+    kill(tool, SIGINT);
+    int status = -1;
+    waitpid(tool, &status, 0);
+    kill(sim, SIGTERM);
+    waitpid(sim, nullptr, 0);
+    close(simOut[0]);
+
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    const long lost = FindLine(lines, "unit lost ");
+    const long back = FindLine(lines, "unit back ");
+    ASSERT_GE(lost, 0);
+    ASSERT_GT(back, lost);
+    // "unit lost LINK outages=1 ...", "unit back LINK returns=1 away-ms=N"
+    EXPECT_EQ(lines[size_t(lost)].rfind("unit lost " + link + " outages=1 lost-items=", 0), 0u) << lines[size_t(lost)];
+    EXPECT_EQ(lines[size_t(back)].rfind("unit back " + link + " returns=1 away-ms=", 0), 0u) << lines[size_t(back)];
+    std::ifstream errIn(errPath);
+    std::stringstream errText;
+    errText << errIn.rdbuf();
+    EXPECT_NE(errText.str().find("unit outages 1, back 1"), std::string::npos) << errText.str();
+    unlink(outPath.c_str());
+    unlink(errPath.c_str());
+    EXPECT_NE(access(link.c_str(), F_OK), 0); // hdwsim removed its link
+}
+
+} // namespace

@@ -1,0 +1,481 @@
+// A unit unplugged and plugged back while words flow, on a pseudo-terminal
+// reached through a symbolic link (as a USB unit's stable name) and over UDP
+// (the unit restarts and forgets its session). With reconnect on, the ports
+// stay open and traffic resumes after each return, in order and never twice;
+// what was lost is counted. With reconnect off, the services fail and opening
+// the ports again by hand works.
+#include "UnitRig.h"
+
+#include <atomic>
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace halden_test;
+
+namespace {
+
+constexpr unsigned kCh = 1;
+constexpr unsigned kCycles = 5;
+constexpr unsigned kBatch = 200;
+constexpr uint32_t kUnitSignals = (1u << (HDW_SIGNAL_UNIT_LOST - 1)) | (1u << (HDW_SIGNAL_UNIT_BACK - 1));
+
+std::string TempLinkPath(const char* tag)
+{
+    return "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-" + tag;
+}
+
+hdwsim::Emulator::Options SimOptions(bool udp)
+{
+    hdwsim::Emulator::Options o = EmulatorOptions(udp);
+    if (!udp)
+        o.LinkPath = TempLinkPath("pty");
+    return o;
+}
+
+// A Halden unit opened through the link path (pty) or its UDP address, with
+// the manager's reconnect switch as given, an ARINC 429 pair on channel kCh
+// and a signal service for the unit's comings and goings on the receiver.
+class ReconnectRig {
+public:
+    ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"))
+        : Rig(unit, SimOptions(udp)), m_Udp(udp)
+    {
+        // Loss over UDP is seen by the echo time-out: short enough to keep
+        // the test brief, long enough for a loaded machine.
+        if (udp)
+            Rig.SetEchoTimeout(1500);
+        m_Reconnect = reconnect;
+    }
+
+    void Start()
+    {
+        ASSERT_NO_FATAL_FAILURE(Rig.StartSim());
+        ASSERT_EQ(Rig.Manager.AttachDevice(Rig.Device.get()), 0u);
+        CKVX_HdwManager::CParameters mp;
+        ASSERT_EQ(Rig.Manager.GetParameters(mp), 0u);
+        EXPECT_FALSE(mp.Reconnect); // off unless asked for
+        mp.Reconnect = m_Reconnect;
+        ASSERT_EQ(Rig.Manager.SetParameters(mp), 0u);
+        CKVX_HdwManager::CInitPortDesc link(
+            Rig.Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Rig.Sim.UdpPort()) : Rig.Sim.LinkPath());
+        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(Rig.Manager, &link, 1));
+        ASSERT_EQ(Rig.Manager.Run(), 0u);
+        CKVX_HdwSignalService::CParameters sp;
+        sp.SignalMask = kUnitSignals;
+        Signals = Rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_SIGNAL, &sp);
+        ASSERT_NE(Signals, nullptr);
+        Pair = Rig.OpenArinc429Pair(kCh);
+        ASSERT_TRUE(Pair.In && Pair.Out);
+    }
+
+    CKVX_HdwKvxUnitLinkStatus Status()
+    {
+        CKVX_HdwKvxUnitLinkStatus s;
+        EXPECT_TRUE(WithCommandDevice(Rig.Device.get(), [&](auto& d) { EXPECT_EQ(d.GetUnitLinkStatus(0, s), 0u); }));
+        return s;
+    }
+
+    // Queues the next `count` words of the sequence (data = sequence number).
+    void WriteNext(unsigned count)
+    {
+        std::vector<CKVX_HdwArinc429Message> words;
+        for (unsigned i = 0; i < count; ++i)
+            words.push_back(Word(0x51, m_Next++));
+        ASSERT_EQ(Pair.Out->Write(words.data(), count, 0), 0u);
+    }
+    uint32_t Written() const { return m_Next; }
+
+    // Takes what the receiver and the signal service hold.
+    void Drain()
+    {
+        CKVX_HdwArinc429Message chunk[256];
+        unsigned n = 0;
+        while (Pair.In->Read(chunk, 256, n) == 0 && n > 0)
+            Received.insert(Received.end(), chunk, chunk + n);
+        CKVX_HdwSignalService::CSignal s;
+        while (Signals->GetSignal(s) == 0)
+            Seen.push_back(s);
+    }
+    bool WaitFor(const std::function<bool()>& done, unsigned timeoutMs = 20000)
+    {
+        return WaitUntil(
+            [&] {
+                Drain();
+                return done();
+            },
+            timeoutMs);
+    }
+    size_t SignalsOf(unsigned kind) const
+    {
+        return size_t(std::count_if(Seen.begin(), Seen.end(), [&](const auto& s) { return s.Kind == kind; }));
+    }
+    bool HasWord(uint32_t seq) const
+    {
+        return std::any_of(Received.begin(), Received.end(), [&](const auto& w) { return w.Data == seq; });
+    }
+
+    UnitRig Rig;
+    CKVX_HdwSignalService* Signals = nullptr;
+    UnitRig::Arinc429Pair Pair;
+    std::vector<CKVX_HdwArinc429Message> Received;
+    std::vector<CKVX_HdwSignalService::CSignal> Seen;
+
+private:
+    bool m_Udp;
+    bool m_Reconnect = false;
+    uint32_t m_Next = 0;
+};
+
+// Five unplug / plug cycles with words in flight at each unplug and words
+// written while the unit is away.
+void RunCycles(bool udp)
+{
+    ReconnectRig r(udp, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    const std::string where = udp ? "UDP" : "pty";
+    for (unsigned cycle = 0; cycle < kCycles; ++cycle) {
+        // Traffic flows: the last word of a batch arrives.
+        r.WriteNext(kBatch);
+        const uint32_t last = r.Written() - 1;
+        ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << where << " cycle " << cycle;
+        // More words, then the cable goes while they are on their way.
+        r.WriteNext(kBatch);
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }))
+            << where << " cycle " << cycle << ": no unit-lost signal";
+        EXPECT_EQ(r.Status().Outages, cycle + 1);
+        // Words written while it is away wait in the service.
+        r.WriteNext(kBatch);
+        // An attempt on the absent unit fails and is retried later (over
+        // UDP an attempt takes seconds: once is enough there).
+        if (!udp || cycle == 0) {
+            const uint32_t failed = r.Status().FailedAttempts;
+            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }))
+                << where << " cycle " << cycle << ": no attempt while unplugged";
+            EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+        }
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }))
+            << where << " cycle " << cycle << ": no unit-back signal";
+        // The services never failed.
+        EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << where << " cycle " << cycle;
+        EXPECT_EQ(r.Pair.Out->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << where << " cycle " << cycle;
+    }
+    // Traffic after the last return: everything written is through.
+    r.WriteNext(kBatch);
+    const uint32_t last = r.Written() - 1;
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << where << ": traffic did not resume";
+
+    // Each word at most once and in the order written; the gaps are no more
+    // than what the library reported as lost.
+    for (size_t i = 1; i < r.Received.size(); ++i)
+        ASSERT_GT(r.Received[i].Data, r.Received[i - 1].Data) << where << " word " << i;
+    const uint64_t missing = r.Written() - r.Received.size();
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_LE(missing, s.LostItems) << where;
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(s.Outages, kCycles);
+    EXPECT_EQ(s.Returns, kCycles);
+
+    // The signals come in pairs, lost before back, counting up.
+    ASSERT_EQ(r.Seen.size(), 2 * kCycles) << where;
+    uint64_t lostItems = 0;
+    for (unsigned i = 0; i < kCycles; ++i) {
+        const auto& lost = r.Seen[2 * i];
+        const auto& back = r.Seen[2 * i + 1];
+        EXPECT_EQ(lost.Kind, unsigned(HDW_SIGNAL_UNIT_LOST)) << where << " " << i;
+        EXPECT_EQ(lost.Value, i + 1) << where;
+        EXPECT_EQ(back.Kind, unsigned(HDW_SIGNAL_UNIT_BACK)) << where << " " << i;
+        EXPECT_EQ(back.Value, i + 1) << where;
+        EXPECT_EQ(back.Port, r.Rig.Port(HDW_PORT_ARINC429_RX, kCh));
+        lostItems += lost.Aux;
+    }
+    EXPECT_EQ(lostItems, s.LostItems) << where;
+}
+
+TEST(Reconnect, FiveUnplugsOverPtyDuringTraffic)
+{
+    RunCycles(false);
+}
+
+TEST(Reconnect, FiveRestartsOverUdpDuringTraffic)
+{
+    RunCycles(true);
+}
+
+// Without the switch: the services fail as before, nothing is retried, and
+// once the unit is back, closing and opening the ports by hand works.
+void RunWithoutReconnect(bool udp)
+{
+    ReconnectRig r(udp, false);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    const std::string where = udp ? "UDP" : "pty";
+    r.WriteNext(kBatch);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(kBatch - 1); })) << where;
+    r.Rig.Sim.Unplug();
+    r.WriteNext(1);
+    ASSERT_TRUE(r.WaitFor([&] { return r.Pair.In->GetStatus() == unsigned(HDW_SERVICE_FAILED); })) << where;
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_EQ(s.Outages, 0u);
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_TRUE(r.Seen.empty());
+
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u) << where;
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u) << where;
+    r.Received.clear();
+    std::vector<CKVX_HdwArinc429Message> sent;
+    for (unsigned i = 0; i < kBatch; ++i)
+        sent.push_back(Word(0x52, i));
+    ASSERT_EQ(r.Pair.Out->Write(sent.data(), kBatch, 0), 0u);
+    const auto got = ReadAll<CKVX_HdwArinc429Message>(r.Pair.In, kBatch);
+    EXPECT_EQ(got, sent) << where;
+}
+
+TEST(Reconnect, OffOverPtyFailsServicesAndReopensByHand)
+{
+    RunWithoutReconnect(false);
+}
+
+TEST(Reconnect, OffOverUdpFailsServicesAndReopensByHand)
+{
+    RunWithoutReconnect(true);
+}
+
+// The emulator's side alone: the link path follows the pseudo-terminal.
+TEST(Reconnect, EmulatorRepointsItsLinkOnPlug)
+{
+    hdwsim::Emulator::Options o = EmulatorOptions(false);
+    o.LinkPath = TempLinkPath("sim");
+    hdwsim::Emulator sim(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(sim.Start());
+    char target[256] = {};
+    ASSERT_GT(readlink(o.LinkPath.c_str(), target, sizeof target - 1), 0);
+    EXPECT_EQ(std::string(target), sim.PtyPath());
+    const std::string first = sim.PtyPath();
+    // Held open across the unplug, the old terminal keeps its number.
+    const int held = open(first.c_str(), O_RDWR | O_NOCTTY);
+    ASSERT_GE(held, 0);
+    sim.Unplug();
+    EXPECT_FALSE(sim.IsPlugged());
+    EXPECT_NE(access(o.LinkPath.c_str(), F_OK), 0);
+    ASSERT_TRUE(sim.Plug());
+    EXPECT_TRUE(sim.IsPlugged());
+    std::fill(std::begin(target), std::end(target), '\0');
+    ASSERT_GT(readlink(o.LinkPath.c_str(), target, sizeof target - 1), 0);
+    EXPECT_EQ(std::string(target), sim.PtyPath());
+    EXPECT_NE(sim.PtyPath(), first);
+    close(held);
+    sim.Stop();
+    EXPECT_NE(access(o.LinkPath.c_str(), F_OK), 0);
+}
+
+// A Halden whose deadlines read a clock the test steps.
+class SteppedHalden : public CKVX_HdwKvxHaldenDevice {
+public:
+    uint64_t GetUnitTime() override { return Now.load(); }
+    std::atomic<uint64_t> Now{1'000'000};
+};
+
+// The back-off on a stepped clock: the first attempt 100 ms after the loss,
+// then 200, 400, 800, 1600 and never more than 2000 ms apart; once plugged
+// back the next attempt brings the unit back, whose signal tells how long it
+// was away.
+TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
+{
+    UnitCase unit = UnitNamed("halden");
+    unit.Make = [] { return new SteppedHalden; };
+    ReconnectRig r(false, true, unit);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    auto& dev = dynamic_cast<SteppedHalden&>(*r.Rig.Device);
+    const uint64_t t0 = dev.Now.load();
+    r.WriteNext(10);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(9); }));
+
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    // Some ticks at a given time, so that an attempt that is due has been made.
+    auto ticksPass = [&] {
+        const uint64_t from = r.Rig.Manager.GetTickCounter();
+        return WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 20; });
+    };
+    auto attemptsAt = [&](uint64_t ms) {
+        dev.Now = t0 + ms;
+        EXPECT_TRUE(ticksPass());
+        return r.Status().FailedAttempts;
+    };
+    // (time after the loss, failed attempts by then)
+    const std::vector<std::pair<uint64_t, uint32_t>> steps = {
+        {99, 0}, {100, 1}, {299, 1}, {300, 2}, {699, 2}, {700, 3}, {1499, 3}, {1500, 4},
+        {3099, 4}, {3100, 5}, {5099, 5}, {5100, 6}, {7099, 6}, {7100, 7}};
+    for (const auto& [ms, attempts] : steps)
+        EXPECT_EQ(attemptsAt(ms), attempts) << "at " << ms << " ms";
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    dev.Now = t0 + 9100;
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+    const auto back = std::find_if(r.Seen.begin(), r.Seen.end(),
+                                   [](const auto& s) { return s.Kind == HDW_SIGNAL_UNIT_BACK; });
+    EXPECT_EQ(back->Value, 1u);
+    EXPECT_EQ(back->Aux, 9100u);
+    EXPECT_EQ(back->TimeStamp, t0 + 9100);
+    EXPECT_EQ(r.Status().FailedAttempts, 7u);
+    r.WriteNext(10);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(19); }));
+}
+
+// Closing every port while the unit is away ends the retrying; once it is
+// back, the ports open as on a fresh start.
+TEST(Reconnect, ClosingThePortsOfALostUnitStopsRetryingAndAReopenWorks)
+{
+    ReconnectRig r(false, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    r.Rig.Sim.Unplug();
+    r.WriteNext(1);
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
+    const uint32_t attempts = r.Status().FailedAttempts;
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    const uint64_t frames = r.Rig.Sim.GetCounters().FramesReceived;
+    // No attempt is made for the closed unit: it stays unopened until asked.
+    const uint64_t from = r.Rig.Manager.GetTickCounter();
+    ASSERT_TRUE(WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 300; }));
+    EXPECT_EQ(r.Status().FailedAttempts, attempts);
+    EXPECT_EQ(r.Status().Returns, 0u);
+    EXPECT_EQ(r.Rig.Sim.GetCounters().FramesReceived, frames) << "the unit was spoken to";
+
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u);
+    r.WriteNext(20);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(20); }));
+    for (size_t i = 1; i < r.Received.size(); ++i)
+        EXPECT_GT(r.Received[i].Data, r.Received[i - 1].Data);
+}
+
+// Over UDP the unit's identity is its address and its serial number: a unit
+// of another serial number answering at the same address is not taken over;
+// the unit itself, back at that address, is.
+TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
+{
+    ReconnectRig r(true, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    hdwsim::Emulator::Options o = EmulatorOptions(true);
+    o.UdpPort = r.Rig.Sim.UdpPort();
+    r.Rig.Sim.Stop();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+
+    o.SerialNumber = "OTHER-0001";
+    auto other = std::make_unique<hdwsim::Emulator>(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(other->Start());
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 2; }, 30000));
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), 0u);
+    EXPECT_EQ(other->GetCounters().FramesReceived, 0u) << "commands went to the other unit";
+    other->Stop();
+
+    o.SerialNumber.clear(); // the model's own, as the first unit
+    hdwsim::Emulator same(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(same.Start());
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }, 30000));
+    r.WriteNext(50);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
+}
+
+// Opening another port of a lost unit tries the unit at once: when it is
+// back, the ports kept open are configured again and carry words as before.
+TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
+{
+    UnitCase unit = UnitNamed("halden");
+    unit.Make = [] { return new SteppedHalden; }; // the clock stands: the tick does not retry
+    ReconnectRig r(false, true, unit);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    auto* out2 = r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    auto* in2 = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
+    ASSERT_TRUE(out2 && in2);
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    // While it is away the open fails and the unit stays lost.
+    EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_EQ(r.Status().FailedAttempts, 1u);
+
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(s.Returns, 1u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+
+    // The kept pair and the new one both carry words.
+    r.WriteNext(30);
+    std::vector<CKVX_HdwArinc429Message> sent;
+    for (unsigned i = 0; i < 30; ++i)
+        sent.push_back(Word(0x53, i));
+    ASSERT_EQ(out2->Write(sent.data(), 30, 0), 0u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(29); }));
+    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
+}
+
+// CAN frames carrying a counter, CAN 0 to CAN 1, through three unplugs over
+// a pseudo-terminal with a batch written right before each: the frames come
+// in order and never twice, and the missing ones are within the frames the
+// library counted as lost.
+TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
+{
+    ReconnectRig r(false, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    auto* out = r.Rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
+    auto* in = r.Rig.Enable<CKVX_HdwCanInBufferService>(HDW_PORT_CAN, 1, HDW_SERVICE_CAN_IN_BUFFER);
+    ASSERT_TRUE(out && in);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_CAN, 1), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_CAN, 0), 0u);
+    uint32_t next = 0;
+    std::vector<uint32_t> got;
+    auto write = [&](unsigned count) {
+        std::vector<CKVX_HdwCanMessage> frames;
+        for (unsigned i = 0; i < count; ++i, ++next) {
+            CKVX_HdwCanMessage m = Frame(0x123, 4, 0);
+            for (unsigned b = 0; b < 4; ++b)
+                m.Data[b] = uint8_t(next >> (8 * b));
+            frames.push_back(m);
+        }
+        ASSERT_EQ(out->Write(frames.data(), count, 0), 0u);
+    };
+    auto drain = [&] {
+        CKVX_HdwCanMessage chunk[128];
+        unsigned n = 0;
+        while (in->Read(chunk, 128, n) == 0 && n > 0)
+            for (unsigned k = 0; k < n; ++k)
+                got.push_back(uint32_t(chunk[k].Data[0]) | uint32_t(chunk[k].Data[1]) << 8 |
+                              uint32_t(chunk[k].Data[2]) << 16 | uint32_t(chunk[k].Data[3]) << 24);
+    };
+    auto arrived = [&](uint32_t counter) {
+        return r.WaitFor([&] {
+            drain();
+            return std::find(got.begin(), got.end(), counter) != got.end();
+        });
+    };
+    for (unsigned cycle = 0; cycle < 3; ++cycle) {
+        ASSERT_NO_FATAL_FAILURE(write(100));
+        ASSERT_TRUE(arrived(next - 1)) << "cycle " << cycle;
+        ASSERT_NO_FATAL_FAILURE(write(100));
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
+    }
+    ASSERT_NO_FATAL_FAILURE(write(100));
+    ASSERT_TRUE(arrived(next - 1)) << "traffic did not resume";
+    for (size_t i = 1; i < got.size(); ++i)
+        ASSERT_GT(got[i], got[i - 1]) << "frame " << i;
+    EXPECT_LE(next - got.size(), r.Status().LostItems);
+    EXPECT_EQ(in->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
+
+} // namespace
