@@ -1,5 +1,6 @@
 #include <HdwLib/units/KvxArinc429DataGenerator.h>
 #include <HdwLib/units/KvxArinc429Ports.h>
+#include <HdwLib/units/internal/KvxArinc429Fifo.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <algorithm>
