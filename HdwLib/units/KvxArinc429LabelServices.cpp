@@ -93,6 +93,22 @@ unsigned CKVX_HdwKvxArinc429OutLbloService::ProcessEvent(CKVX_HdwEvent* event)
     // Runs in the tick, under the device lock.
     if (hdw::units::IsEvent(event, KvxEventCriticalFailure))
         Abort();
+    else if (hdw::units::IsEvent(event, KvxEventUnitBack) && GetStatus() == HDW_SERVICE_RUNNING)
+        RestoreTable();
+    return 0;
+}
+
+unsigned CKVX_HdwKvxArinc429OutLbloService::RestoreTable()
+{
+    if (const unsigned rc = AttachAllCtrls())
+        return rc;
+    CKVX_HdwPort* port = GetHdwPort();
+    CKVX_HdwKvxCommandUnit* unit = hdw::units::UnitOf(port);
+    const unsigned channel = hdw::units::ChannelOf(this);
+    for (unsigned label = 0; label < 256; ++label)
+        if (Defined[label] && HasData[label])
+            if (const unsigned rc = unit->AttachAtxCtxDataCommand(port->GetDeviceId(), channel, Data[label]))
+                return rc;
     return 0;
 }
 

@@ -43,6 +43,9 @@ protected:
     CLabelCtrl EffectiveCtrl(unsigned char label) const;
     // Attaches the controls of every defined label. Caller holds the lock.
     unsigned AttachAllCtrls();
+    // After a reconnect the unit has forgotten the table: every defined
+    // label's control and last data go to it again.
+    unsigned RestoreTable();
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxArinc429InLbloService : public CKVX_HdwArinc429InLbloService {

@@ -479,3 +479,42 @@ TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
 }
 
 } // namespace
+
+// A label-oriented output keeps transmitting after a return: the unit comes
+// back without its label table, and the service sends the table and each
+// label's last data again.
+TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
+{
+    ReconnectRig r(false, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    constexpr unsigned ch = 2;
+    auto* out = r.Rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT);
+    auto* in = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+    ASSERT_TRUE(out && in);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, ch), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, ch), 0u);
+    CKVX_HdwArinc429OutLbloService::CLabelCtrl ctrl(0x31, 10);
+    ASSERT_EQ(out->SetLabelsCtrl(&ctrl, 1), 0u);
+    CKVX_HdwArinc429Message data = Word(0x31, 0x123);
+    ASSERT_EQ(out->UpdateMessages(&data, 1), 0u);
+    // Newer data, given while the unit is away, is what it sends once back.
+    CKVX_HdwArinc429Message later = Word(0x31, 0x456);
+
+    std::vector<CKVX_HdwArinc429Message> got;
+    auto countOf = [&](uint32_t value) {
+        CKVX_HdwArinc429Message chunk[64];
+        unsigned n = 0;
+        while (in->Read(chunk, 64, n) == 0 && n > 0)
+            got.insert(got.end(), chunk, chunk + n);
+        return std::count_if(got.begin(), got.end(), [&](const auto& w) { return w.Label == 0x31 && w.Data == value; });
+    };
+    ASSERT_TRUE(WaitUntil([&] { return countOf(0x123) >= 3; }));
+
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    ASSERT_EQ(out->UpdateMessages(&later, 1), 0u);
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return countOf(0x456) >= 3; })) << "the label did not come back";
+    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
