@@ -3,7 +3,7 @@
 #include "Channel.h"
 #include "Cli.h"
 #include "Format.h"
-#include "GeneratorSpec.h"
+#include "GeneratorLabels.h"
 #include "Ports.h"
 #include "Session.h"
 #include "StatusLine.h"

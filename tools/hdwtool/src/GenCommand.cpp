@@ -2,7 +2,7 @@
 // until Ctrl-C or --duration, then what it generated and skipped.
 #include "Channel.h"
 #include "Commands.h"
-#include "GeneratorSpec.h"
+#include "GeneratorLabels.h"
 #include "Terminal.h"
 
 #include <chrono>

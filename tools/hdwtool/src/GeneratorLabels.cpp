@@ -1,4 +1,4 @@
-#include "GeneratorSpec.h"
+#include "GeneratorLabels.h"
 
 #include "Values.h"
 
