@@ -1,5 +1,8 @@
 #include "Commands.h"
 
+#include "Channel.h"
+#include "Ports.h"
+
 #include "Values.h"
 
 #include <cstdio>
@@ -33,6 +36,21 @@ int ParseCommand(const std::string& command, const std::vector<OptionSpec>& spec
         std::fputs(HelpText(command), stdout);
         return ExitOk;
     }
+    return -1;
+}
+
+int ParsePortCommand(const std::string& command, const std::vector<OptionSpec>& specs,
+                     const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target,
+                     PortOptions& options)
+{
+    if (const int rc = ParseCommand(command, specs, args, parsed); rc >= 0)
+        return rc;
+    std::string error;
+    if (parsed.Positionals().size() < 2)
+        return Fail(command + ": give a port and at least one " + what + " (see hdwtool " + command + " --help)",
+                    ExitUsage);
+    if (!ParsePortSpec(parsed.Positionals()[0], target, error) || !ParsePortOptions(parsed, options, error))
+        return Fail(command + ": " + error, ExitUsage);
     return -1;
 }
 

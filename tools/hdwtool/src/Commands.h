@@ -12,6 +12,9 @@
 
 namespace hdwtool {
 
+struct PortSpec;
+struct PortOptions;
+
 constexpr int ExitOk = 0;
 constexpr int ExitFailed = 1;
 constexpr int ExitUsage = 2;
@@ -35,6 +38,11 @@ std::vector<OptionSpec> LinkOptions();
 // go on, otherwise the exit code.
 int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs,
                  const std::vector<std::string>& args, ParsedArgs& parsed);
+// ParseCommand for a subcommand on one port followed by at least one `what`
+// ("value", "label"): the port and its options are parsed too.
+int ParsePortCommand(const std::string& command, const std::vector<OptionSpec>& specs,
+                     const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target,
+                     PortOptions& options);
 // Enumerates the links of --link (or HDWTOOL_LINK) and --scan and runs the manager.
 bool OpenSession(const ParsedArgs& args, Session& session, std::string& error);
 bool ParseCount(const std::string& text, uint64_t& value, std::string& error);

@@ -18,18 +18,12 @@ int RunGen(const std::vector<std::string>& args)
         specs.push_back({o, 0, true, false});
     specs.push_back({"duration", 't', true, false});
     ParsedArgs parsed;
-    if (const int rc = ParseCommand("gen", specs, args, parsed); rc >= 0)
+    PortSpec target;
+    PortOptions options;
+    if (const int rc = ParsePortCommand("gen", specs, args, "label", parsed, target, options); rc >= 0)
         return rc;
     std::string error;
     const auto& pos = parsed.Positionals();
-    if (pos.size() < 2)
-        return Fail("gen: give a port and at least one label (see hdwtool gen --help)", ExitUsage);
-    PortSpec target;
-    if (!ParsePortSpec(pos[0], target, error))
-        return Fail("gen: " + error, ExitUsage);
-    PortOptions options;
-    if (!ParsePortOptions(parsed, options, error))
-        return Fail("gen: " + error, ExitUsage);
     double duration = -1; // until stopped
     if (parsed.Has("duration") && !ParseSeconds(parsed.Get("duration"), duration, error))
         return Fail("gen: --duration: " + error, ExitUsage);

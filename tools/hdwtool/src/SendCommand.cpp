@@ -17,18 +17,12 @@ int RunSend(const std::vector<std::string>& args)
         specs.push_back({o, 0, true, false});
     specs.push_back({"verbose", 'v', false, false});
     ParsedArgs parsed;
-    if (const int rc = ParseCommand("send", specs, args, parsed); rc >= 0)
+    PortSpec target;
+    PortOptions options;
+    if (const int rc = ParsePortCommand("send", specs, args, "value", parsed, target, options); rc >= 0)
         return rc;
     std::string error;
     const auto& pos = parsed.Positionals();
-    if (pos.size() < 2)
-        return Fail("send: give a port and at least one value (see hdwtool send --help)", ExitUsage);
-    PortSpec target;
-    if (!ParsePortSpec(pos[0], target, error))
-        return Fail("send: " + error, ExitUsage);
-    PortOptions options;
-    if (!ParsePortOptions(parsed, options, error))
-        return Fail("send: " + error, ExitUsage);
     uint64_t repeat = 1;
     double interval = 0;
     if (parsed.Has("repeat") && !ParseCount(parsed.Get("repeat"), repeat, error))
