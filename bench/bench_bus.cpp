@@ -28,7 +28,10 @@ public:
     using CKVX_HdwArinc429InBufferService::CKVX_HdwArinc429InBufferService;
     bool Append(const CKVX_HdwArinc429Message& m, uint64_t t) { return AppendReceived(m, t); }
     unsigned char Filter(CKVX_HdwArinc429Message& m) { return ApplyFilter(m, LabelFilter); }
-    unsigned Read(CKVX_HdwArinc429Message* out, unsigned max, unsigned& n) override { return ReadMessages(out, max, n); }
+    unsigned Read(CKVX_HdwArinc429Message* out, unsigned max, unsigned& n) override
+    {
+        return ReadMessages(out, max, n);
+    }
 };
 
 class CBenchCanIn : public CKVX_HdwCanInBufferService {

@@ -44,7 +44,7 @@ struct HoeRig {
         CKVX_HdwManager::CInitPortDesc link(kKind, peer.Link().c_str());
         manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
         ok = link.Result == 0 && device.Open(0) == 0 &&
-             peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Connects == 1; });
+            peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Connects == 1; });
     }
     ~HoeRig()
     {

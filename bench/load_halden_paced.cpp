@@ -5,7 +5,8 @@
 // runs the load for an hour (not in CI) with memory that does not grow with
 // the duration (delays go into a fixed histogram).
 //
-//     load_halden_paced [--per-service] [--no-traffic] [--tick MS] [seconds [hdwsim program (a path, or a name looked up in PATH)]]
+//     load_halden_paced [--per-service] [--no-traffic] [--tick MS] [seconds [hdwsim program (a path, or a name looked
+//     up in PATH)]]
 //
 // --no-traffic opens the same ports and services but sends nothing: the cost
 // of the tick itself, the floor under the figures with traffic. --tick sets
@@ -483,6 +484,6 @@ int main(int argc, char** argv)
     report("CAN", cDelays);
     const bool trafficOk = noTraffic || (aSent > 0 && cSent > 0);
     const bool libraryOk = inDropped == 0 && signalDropped == 0 && unplaced == 0 && unitLoss.BadFrames() == 0 &&
-                           unitLoss.EchoTimeouts == 0 && unitLoss.LostCommands == 0;
+        unitLoss.EchoTimeouts == 0 && unitLoss.LostCommands == 0;
     return (!failure && aSent == aRead && cSent == cRead && dropped == 0 && trafficOk && libraryOk) ? 0 : 2;
 }

@@ -83,8 +83,7 @@ int main(int argc, char** argv)
 
     std::printf("ticks %zu period_ms %u\n", ticks, periodMs);
     std::printf("lateness_us p50 %.1f p90 %.1f p99 %.1f p99.9 %.1f max %.1f\n", Percentile(lateness, 50),
-                Percentile(lateness, 90), Percentile(lateness, 99), Percentile(lateness, 99.9),
-                Percentile(lateness, 100));
+        Percentile(lateness, 90), Percentile(lateness, 99), Percentile(lateness, 99.9), Percentile(lateness, 100));
     std::printf("start_offset_us %.1f (thread start, excluded above)\n", double(offset) / 1000.0);
     std::printf("drift_us %.1f over %.3f s\n", driftUs, double(ticks) * periodMs / 1000.0);
     return 0;

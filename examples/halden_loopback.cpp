@@ -103,7 +103,7 @@ int main(int argc, char** argv)
         if (!rx[k] || !tx[k] || !wake)
             return 1;
         wakers.push_back(wake);
-        CKVX_HdwArinc429RxPort::CParameters rp;  // 12.5 kbit/s unless changed
+        CKVX_HdwArinc429RxPort::CParameters rp; // 12.5 kbit/s unless changed
         rp.BaudRate = rp.HighSpeed;
         CKVX_HdwArinc429TxPort::CParameters tp;
         tp.BaudRate = 100000;
@@ -116,7 +116,7 @@ int main(int argc, char** argv)
         canIn[k] = Enable<CKVX_HdwCanInBufferService>(port, HDW_SERVICE_CAN_IN_BUFFER, nullptr, "receive");
         canOut[k] = Enable<CKVX_HdwCanOutBufferService>(port, HDW_SERVICE_CAN_OUT_BUFFER, nullptr, "send");
         auto* wake = Enable<CKVX_HdwSignalService>(port, HDW_SERVICE_SIGNAL, &wakeCan, "signals");
-        if (!canIn[k] || !canOut[k] || !wake || Failed("open a CAN channel", port->Open(nullptr)))  // 1 Mbit/s
+        if (!canIn[k] || !canOut[k] || !wake || Failed("open a CAN channel", port->Open(nullptr))) // 1 Mbit/s
             return 1;
         wakers.push_back(wake);
     }
@@ -173,7 +173,7 @@ int main(int argc, char** argv)
             for (unsigned i = 0; i < n; ++i, ++words[k])
                 if (got[i].Label != 0100 + k || got[i].Data != words[k]) {
                     std::printf("receiver %u: word %u came with label %o, data %u\n", k, words[k],
-                                unsigned(got[i].Label), unsigned(got[i].Data));
+                        unsigned(got[i].Label), unsigned(got[i].Data));
                     ++wrong;
                 }
         }
@@ -186,8 +186,8 @@ int main(int argc, char** argv)
             // CAN k receives what the other channel sent.
             for (unsigned i = 0; i < n; ++i, ++frames[k])
                 if (got[i].Identifier != 0x100 * (2 - k) + frames[k]) {
-                    std::printf("CAN %u: frame %u came with identifier 0x%X\n", k, frames[k],
-                                unsigned(got[i].Identifier));
+                    std::printf(
+                        "CAN %u: frame %u came with identifier 0x%X\n", k, frames[k], unsigned(got[i].Identifier));
                     ++wrong;
                 }
         }

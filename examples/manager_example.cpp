@@ -35,7 +35,7 @@ int main()
     ok &= Check("GetParameters", manager.GetParameters(params));
     std::printf("  main-timer period: %u ms\n", params.TimerPeriod);
     std::printf("  local UDP ports for Ethernet units: %u to %u\n", unsigned(CKVX_HdwManager::SysEthPortFirst),
-                unsigned(CKVX_HdwManager::SysEthPortFirst + CKVX_HdwManager::SysEthPortCount - 1));
+        unsigned(CKVX_HdwManager::SysEthPortFirst + CKVX_HdwManager::SysEthPortCount - 1));
 
     // A period of 0 ms is out of range: refused with 2, nothing changes.
     CKVX_HdwManager::CParameters bad = params;

@@ -147,7 +147,7 @@ int main(int argc, char** argv)
     if (argc < 2 || argv[1][0] == '-') {
         std::printf("usage: %s PORT [BAUD]   (COM5, /dev/ttyUSB0 ...)\n"
                     "       %s --self-test\n",
-                    argv[0], argv[0]);
+            argv[0], argv[0]);
         return 2;
     }
     const uint32_t baud = argc >= 3 ? uint32_t(std::strtoul(argv[2], nullptr, 10)) : 115200;

@@ -78,9 +78,8 @@ void Arinc429(const std::string& text)
     const Fields line = Arinc429Fields(0, "a429rx:0", w);
     Require(line.size() == Arinc429Columns().Header.size());
     Require(ParseArinc429(line.back(), back, error) && Packed(back) == word);
-    const std::string fields = "label=0o" + Printf("%llo", w.Label) + ",sdi=" + Printf("%llu", w.Sdi) +
-                               ",data=0x" + Printf("%llX", w.Data) + ",ssm=" + Printf("%llu", w.Ssm) +
-                               ",parity=" + Printf("%llu", w.Parity);
+    const std::string fields = "label=0o" + Printf("%llo", w.Label) + ",sdi=" + Printf("%llu", w.Sdi) + ",data=0x" +
+        Printf("%llX", w.Data) + ",ssm=" + Printf("%llu", w.Ssm) + ",parity=" + Printf("%llu", w.Parity);
     back = CKVX_HdwArinc429Message();
     Require(ParseArinc429(fields, back, error) && Packed(back) == word);
     // The label and data columns read back as the tool's own syntax.
@@ -103,8 +102,7 @@ void Can(const std::string& text)
     Require(line.back() == out);
     CKVX_HdwCanMessage back;
     Require(ParseCanFrame(out, back, error));
-    Require(back.Identifier == f.Identifier && back.Extended == f.Extended && back.Rtr == f.Rtr &&
-            back.Dlc == f.Dlc);
+    Require(back.Identifier == f.Identifier && back.Extended == f.Extended && back.Rtr == f.Rtr && back.Dlc == f.Dlc);
     for (unsigned i = 0; !f.Rtr && i < f.Dlc; ++i)
         Require(back.Data[i] == f.Data[i]);
 }
@@ -145,7 +143,7 @@ void Accept(const std::string& text)
         return; // "any SDI" with an SSM has no spelling
     LabelAccept back;
     Require(ParseLabelAccept(out, back, error) && back.Label == a.Label && back.Sdi == a.Sdi && back.Ssm == a.Ssm &&
-            back.Mask() == a.Mask());
+        back.Mask() == a.Mask());
 }
 
 void Rates(const std::string& text)

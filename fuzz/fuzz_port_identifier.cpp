@@ -34,8 +34,8 @@ std::string Eight(unsigned channel)
 bool SameFields(const Id& a, const Id& b)
 {
     return a.GetPortType() == b.GetPortType() && a.GetAbsNum() == b.GetAbsNum() &&
-           a.GetManufacturer() == b.GetManufacturer() && a.GetFullName() == b.GetFullName() &&
-           a.GetRevision() == b.GetRevision() && a.GetSN() == b.GetSN();
+        a.GetManufacturer() == b.GetManufacturer() && a.GetFullName() == b.GetFullName() &&
+        a.GetRevision() == b.GetRevision() && a.GetSN() == b.GetSN();
 }
 
 void ParseKey(const std::string& text)
@@ -61,16 +61,16 @@ void ParseKey(const std::string& text)
     CKVX_String m, f, r, s;
     CKVX_HdwManager::CPortDescriptor d;
     Require(id.Get(&type, &d) == 0 && type == id.GetPortType() && d.AbsNum == id.GetAbsNum() &&
-            d.Manufacturer == id.GetManufacturer() && d.FullName == id.GetFullName() &&
-            d.Revision == id.GetRevision() && d.SerialNumber == id.GetSN() && d.IntChannel == id.GetIntChannel());
+        d.Manufacturer == id.GetManufacturer() && d.FullName == id.GetFullName() && d.Revision == id.GetRevision() &&
+        d.SerialNumber == id.GetSN() && d.IntChannel == id.GetIntChannel());
     for (const CKVX_String* t : {&d.Manufacturer, &d.FullName, &d.Revision, &d.SerialNumber, &d.IntChannel})
         Require(t->FindFromBegin("@") < 0);
     if (id.Get(&type, &abs, &m, &f, &r, &s, &channel) != 0) {
         Require(!id.GetIntChannel().ToUnsigned(channel, 10)); // only a channel that is not a number fails
         return;
     }
-    Require(type == id.GetPortType() && abs == id.GetAbsNum() && m == id.GetManufacturer() &&
-            f == id.GetFullName() && r == id.GetRevision() && s == id.GetSN());
+    Require(type == id.GetPortType() && abs == id.GetAbsNum() && m == id.GetManufacturer() && f == id.GetFullName() &&
+        r == id.GetRevision() && s == id.GetSN());
     if (type == 0)
         return; // a key may say 0; building one from it is refused
     // Numbers are written signed ("%d", "%08d"): a port type or absolute
@@ -113,12 +113,12 @@ void BuildKey(FuzzedDataProvider& in)
         // Written "%08d": a negative text that does not read back as a channel.
         unsigned back = 0;
         Require(id.GetIntChannel().GetChar(0) == '-' &&
-                id.Get(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &back) != 0);
+            id.Get(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &back) != 0);
         return;
     }
     Require(id.GetPortType() == type && id.GetAbsNum() == abs && id.GetManufacturer() == CKVX_String(t[0]) &&
-            id.GetFullName() == CKVX_String(t[1]) && id.GetRevision() == CKVX_String(t[2]) &&
-            id.GetSN() == CKVX_String(t[3]) && id.GetIntChannel() == CKVX_String(Eight(channel)));
+        id.GetFullName() == CKVX_String(t[1]) && id.GetRevision() == CKVX_String(t[2]) &&
+        id.GetSN() == CKVX_String(t[3]) && id.GetIntChannel() == CKVX_String(Eight(channel)));
     unsigned back = 0;
     Require(id.Get(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &back) == 0 && back == channel);
     // Another absolute number: the same port; another channel: not.

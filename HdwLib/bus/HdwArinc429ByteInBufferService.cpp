@@ -7,8 +7,8 @@
 
 CKVX_HdwArinc429ByteInBufferService::CParameters::~CParameters() = default;
 
-void CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Append(const uint8_t* bytes, unsigned count, uint64_t time,
-                                                              uint32_t bound)
+void CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Append(
+    const uint8_t* bytes, unsigned count, uint64_t time, uint32_t bound)
 {
     SWord w;
     w.Time = time;
@@ -28,8 +28,7 @@ unsigned CKVX_HdwArinc429ByteInBufferService::CByteBuffer::Take(uint8_t* out, ui
 
 CKVX_HdwArinc429ByteInBufferService::CKVX_HdwArinc429ByteInBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteInBufferService(port)
-{
-}
+{}
 
 CKVX_HdwArinc429ByteInBufferService::~CKVX_HdwArinc429ByteInBufferService() = default;
 
@@ -85,18 +84,16 @@ unsigned CKVX_HdwArinc429ByteInBufferService::SetParameters(CParameters* params)
     return hdw::bus::SetLabelStreamParameters(*this, params, BufferSize, m_Label, m_Sdi);
 }
 
-unsigned CKVX_HdwArinc429ByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
-                                                   unsigned int& readCount)
+unsigned CKVX_HdwArinc429ByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount, unsigned int& readCount)
 {
     return ReadTimed(bytes, nullptr, maxCount, readCount);
 }
 
-unsigned CKVX_HdwArinc429ByteInBufferService::ReadTimed(unsigned char* bytes, uint64_t* timeStamps,
-                                                        unsigned int maxCount, unsigned int& readCount)
+unsigned CKVX_HdwArinc429ByteInBufferService::ReadTimed(
+    unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount, unsigned int& readCount)
 {
-    return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount, [&](unsigned char* out, unsigned max) {
-        return Bytes.Take(out, timeStamps, max);
-    });
+    return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount,
+        [&](unsigned char* out, unsigned max) { return Bytes.Take(out, timeStamps, max); });
 }
 
 unsigned CKVX_HdwArinc429ByteInBufferService::GetReadBufferBytes(unsigned int& count)

@@ -43,7 +43,7 @@ public:
         ~CParameters() override;
 
         uint8_t Label = 0xA0; // label of the stream's words, as stored in the word
-        uint8_t Sdi = 0;      // SDI of the stream's words, 0-3
+        uint8_t Sdi = 0; // SDI of the stream's words, 0-3
     };
 
     // The received bytes waiting for Read, oldest first, each with the time

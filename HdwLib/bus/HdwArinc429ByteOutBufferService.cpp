@@ -9,8 +9,7 @@ CKVX_HdwArinc429ByteOutBufferService::CParameters::~CParameters() = default;
 
 CKVX_HdwArinc429ByteOutBufferService::CKVX_HdwArinc429ByteOutBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteOutBufferService(port)
-{
-}
+{}
 
 CKVX_HdwArinc429ByteOutBufferService::~CKVX_HdwArinc429ByteOutBufferService() = default;
 

@@ -42,7 +42,7 @@ public:
         ~CParameters() override;
 
         uint8_t Label = 0xA0; // label of the stream's words, as stored in the word
-        uint8_t Sdi = 0;      // SDI of the stream's words, 0-3
+        uint8_t Sdi = 0; // SDI of the stream's words, 0-3
     };
 
     explicit CKVX_HdwArinc429ByteOutBufferService(CKVX_HdwObject* port);
@@ -85,7 +85,7 @@ public:
 protected:
     std::deque<uint8_t> m_Queue;
     std::deque<uint8_t> m_InFlight; // bytes carried by each word in flight, oldest first
-    uint8_t m_Sequence = 0;         // count of the next word
+    uint8_t m_Sequence = 0; // count of the next word
     uint8_t m_Label = 0xA0;
     uint8_t m_Sdi = 0;
     uint8_t m_ParityMode = 0;

@@ -7,7 +7,8 @@
 CKVX_HdwArinc429InBufferService::CParameters::~CParameters() = default;
 
 CKVX_HdwArinc429InBufferService::CKVX_HdwArinc429InBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwService(port), LabelFilter(new unsigned short[256])
+    : CKVX_HdwService(port),
+      LabelFilter(new unsigned short[256])
 {
     m_ServiceType = HDW_SERVICE_ARINC429_IN_BUFFER;
     std::fill_n(LabelFilter, 256, static_cast<unsigned short>(0xFFFF));
@@ -53,7 +54,10 @@ unsigned CKVX_HdwArinc429InBufferService::SetParameters(CParameters* params)
     return hdw::bus::SetBufferSizeParameter(*this, BufferSize, params);
 }
 
-unsigned CKVX_HdwArinc429InBufferService::GetReadMessagesNumber(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwArinc429InBufferService::GetReadMessagesNumber(unsigned int&)
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 unsigned CKVX_HdwArinc429InBufferService::Read(CKVX_HdwArinc429Message*, unsigned int, unsigned int&)
 {
@@ -83,8 +87,8 @@ unsigned short CKVX_HdwArinc429InBufferService::MakeFilterMask(unsigned char sdi
     return static_cast<unsigned short>(mask);
 }
 
-unsigned CKVX_HdwArinc429InBufferService::AcceptMessage(unsigned char label, unsigned char sdiMask,
-                                                        unsigned char ssmMask)
+unsigned CKVX_HdwArinc429InBufferService::AcceptMessage(
+    unsigned char label, unsigned char sdiMask, unsigned char ssmMask)
 {
     const unsigned short mask = MakeFilterMask(sdiMask, ssmMask);
     CKVX_HdwServiceLock lock(*this);
@@ -99,9 +103,18 @@ unsigned CKVX_HdwArinc429InBufferService::DiscardMessage(unsigned char label)
     return 0;
 }
 
-unsigned CKVX_HdwArinc429InBufferService::EnableRx() { return 0; }
-unsigned CKVX_HdwArinc429InBufferService::DisableRx() { return 0; }
-unsigned CKVX_HdwArinc429InBufferService::ResetRx() { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwArinc429InBufferService::EnableRx()
+{
+    return 0;
+}
+unsigned CKVX_HdwArinc429InBufferService::DisableRx()
+{
+    return 0;
+}
+unsigned CKVX_HdwArinc429InBufferService::ResetRx()
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 unsigned short CKVX_HdwArinc429InBufferService::GetLabelFilter(unsigned char label)
 {
@@ -125,8 +138,8 @@ bool CKVX_HdwArinc429InBufferService::AppendReceived(const CKVX_HdwArinc429Messa
     return true;
 }
 
-unsigned CKVX_HdwArinc429InBufferService::ReadMessages(CKVX_HdwArinc429Message* messages, unsigned maxCount,
-                                                       unsigned& readCount)
+unsigned CKVX_HdwArinc429InBufferService::ReadMessages(
+    CKVX_HdwArinc429Message* messages, unsigned maxCount, unsigned& readCount)
 {
     return hdw::bus::ReadFromService<CKVX_HdwArinc429Message>(*this, Messages, messages, maxCount, readCount);
 }

@@ -11,7 +11,8 @@ constexpr unsigned kEntries = 256 * 4;
 CKVX_HdwArinc429InLbloService::CParameters::~CParameters() = default;
 
 CKVX_HdwArinc429InLbloService::CKVX_HdwArinc429InLbloService(CKVX_HdwObject* port)
-    : CKVX_HdwService(port), Entries(new CEntry[kEntries])
+    : CKVX_HdwService(port),
+      Entries(new CEntry[kEntries])
 {
     m_ServiceType = HDW_SERVICE_ARINC429_LABEL_IN;
     std::fill(std::begin(SdiFilter), std::end(SdiFilter), static_cast<unsigned char>(0x0F));
@@ -65,8 +66,14 @@ unsigned CKVX_HdwArinc429InLbloService::SetRxEnabled(bool enabled)
     return 0;
 }
 
-unsigned CKVX_HdwArinc429InLbloService::EnableRx() { return SetRxEnabled(true); }
-unsigned CKVX_HdwArinc429InLbloService::DisableRx() { return SetRxEnabled(false); }
+unsigned CKVX_HdwArinc429InLbloService::EnableRx()
+{
+    return SetRxEnabled(true);
+}
+unsigned CKVX_HdwArinc429InLbloService::DisableRx()
+{
+    return SetRxEnabled(false);
+}
 
 unsigned CKVX_HdwArinc429InLbloService::ResetRx()
 {
@@ -110,8 +117,8 @@ unsigned CKVX_HdwArinc429InLbloService::DiscardAllLabels()
     return 0;
 }
 
-unsigned CKVX_HdwArinc429InLbloService::ReadLabel(unsigned char label, unsigned char sdi,
-                                                  CKVX_HdwArinc429Message& message, unsigned int& receiveCount)
+unsigned CKVX_HdwArinc429InLbloService::ReadLabel(
+    unsigned char label, unsigned char sdi, CKVX_HdwArinc429Message& message, unsigned int& receiveCount)
 {
     receiveCount = 0;
     if (const unsigned rc = hdw::bus::RunState(GetStatus()))
@@ -128,8 +135,8 @@ unsigned CKVX_HdwArinc429InLbloService::ReadLabel(unsigned char label, unsigned 
     return 0;
 }
 
-unsigned CKVX_HdwArinc429InLbloService::ReadChangedLabels(CKVX_HdwArinc429Message* messages, unsigned int maxCount,
-                                                          unsigned int& readCount)
+unsigned CKVX_HdwArinc429InLbloService::ReadChangedLabels(
+    CKVX_HdwArinc429Message* messages, unsigned int maxCount, unsigned int& readCount)
 {
     readCount = 0;
     if (const unsigned rc = hdw::bus::RunState(GetStatus()))

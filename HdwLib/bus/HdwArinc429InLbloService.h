@@ -65,13 +65,13 @@ public:
     // with its time stamp and the number of words received for it since
     // Start or ResetRx; clears its changed mark. 4 when none was received,
     // 2 for an SDI above 3, 29 / 15 when stopped / failed.
-    virtual unsigned ReadLabel(unsigned char label, unsigned char sdi, CKVX_HdwArinc429Message& message,
-                               unsigned int& receiveCount);
+    virtual unsigned ReadLabel(
+        unsigned char label, unsigned char sdi, CKVX_HdwArinc429Message& message, unsigned int& receiveCount);
     // Copies the latest word of every entry that received a word since it
     // was last read, in label then SDI order, at most maxCount, and clears
     // their changed marks. 0 with readCount 0 when nothing changed.
-    virtual unsigned ReadChangedLabels(CKVX_HdwArinc429Message* messages, unsigned int maxCount,
-                                       unsigned int& readCount);
+    virtual unsigned ReadChangedLabels(
+        CKVX_HdwArinc429Message* messages, unsigned int maxCount, unsigned int& readCount);
 
     // The SDI mask the filter holds for `label`, under the device lock.
     unsigned char GetLabelFilter(unsigned char label);

@@ -26,7 +26,7 @@ public:
     unsigned GetToUint32() const
     {
         return static_cast<uint32_t>(Label) | (static_cast<uint32_t>(Sdi) << 8) | (Data << 10) |
-               (static_cast<uint32_t>(Ssm) << 29) | (static_cast<uint32_t>(Parity) << 31);
+            (static_cast<uint32_t>(Ssm) << 29) | (static_cast<uint32_t>(Parity) << 31);
     }
     // Unpacks the five fields; the time stamp and the spare members stay.
     void SetFromUint32(unsigned word)

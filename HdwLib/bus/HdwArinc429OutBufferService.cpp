@@ -42,8 +42,14 @@ unsigned CKVX_HdwArinc429OutBufferService::Write(CKVX_HdwArinc429Message*, unsig
     return HDW_ERR_NOT_SUPPORTED;
 }
 
-unsigned CKVX_HdwArinc429OutBufferService::ResetWriteBuffer() { return HDW_ERR_NOT_SUPPORTED; }
-unsigned CKVX_HdwArinc429OutBufferService::GetMessagesToBeWritten(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwArinc429OutBufferService::ResetWriteBuffer()
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
+unsigned CKVX_HdwArinc429OutBufferService::GetMessagesToBeWritten(unsigned int&)
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 uint64_t CKVX_HdwArinc429OutBufferService::GetUnplacedCount()
 {

@@ -24,7 +24,7 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t BufferSize = 1000;  // capacity in messages
+        uint32_t BufferSize = 1000; // capacity in messages
     };
 
     explicit CKVX_HdwArinc429OutBufferService(CKVX_HdwObject* port);

@@ -9,7 +9,7 @@ CKVX_HdwArinc429OutLbloService::CLabelCtrl::~CLabelCtrl() = default;
 uint32_t CKVX_HdwArinc429OutLbloService::CLabelCtrl::GetControlWord() const
 {
     return ((uint32_t(Period) - 1u) & PeriodMask) | (Enabled ? FlagEnabled : 0u) |
-           (TransmitOnce ? FlagTransmitOnce : 0u);
+        (TransmitOnce ? FlagTransmitOnce : 0u);
 }
 
 void CKVX_HdwArinc429OutLbloService::CLabelCtrl::SetFromControlWord(uint32_t word)
@@ -76,8 +76,14 @@ unsigned CKVX_HdwArinc429OutLbloService::SetTxEnabled(bool enabled)
     return 0;
 }
 
-unsigned CKVX_HdwArinc429OutLbloService::EnableTx() { return SetTxEnabled(true); }
-unsigned CKVX_HdwArinc429OutLbloService::DisableTx() { return SetTxEnabled(false); }
+unsigned CKVX_HdwArinc429OutLbloService::EnableTx()
+{
+    return SetTxEnabled(true);
+}
+unsigned CKVX_HdwArinc429OutLbloService::DisableTx()
+{
+    return SetTxEnabled(false);
+}
 
 unsigned CKVX_HdwArinc429OutLbloService::ResetTx()
 {

@@ -4,8 +4,8 @@
 
 CKVX_HdwArinc429RxPort::CParameters::~CParameters() = default;
 
-CKVX_HdwArinc429RxPort::CKVX_HdwArinc429RxPort(CKVX_HdwObject* device, unsigned deviceInstance,
-                                               const CKVX_String& channelId)
+CKVX_HdwArinc429RxPort::CKVX_HdwArinc429RxPort(
+    CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwPort(device, deviceInstance, channelId)
 {
     m_PortType = HDW_PORT_ARINC429_RX;
@@ -46,20 +46,19 @@ static bool RxConflict(unsigned enabled, unsigned requested)
     // Byte input, input buffer and label-oriented input exclude one another.
     auto isReader = [](unsigned t) {
         return t == HDW_SERVICE_BYTE_IN_BUFFER || t == HDW_SERVICE_ARINC429_IN_BUFFER ||
-               t == HDW_SERVICE_ARINC429_LABEL_IN;
+            t == HDW_SERVICE_ARINC429_LABEL_IN;
     };
     return isReader(enabled) && isReader(requested);
 }
 
-unsigned CKVX_HdwArinc429RxPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                               CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwArinc429RxPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
         return rc;
     return hdw::bus::AdmitService(*this, serviceType,
-                                  {HDW_SERVICE_SIGNAL, HDW_SERVICE_BYTE_IN_BUFFER, HDW_SERVICE_ARINC429_IN_BUFFER,
-                                   HDW_SERVICE_ARINC429_LABEL_IN},
-                                  RxConflict);
+        {HDW_SERVICE_SIGNAL, HDW_SERVICE_BYTE_IN_BUFFER, HDW_SERVICE_ARINC429_IN_BUFFER, HDW_SERVICE_ARINC429_LABEL_IN},
+        RxConflict);
 }
 
 unsigned CKVX_HdwArinc429RxPort::GetParameters(CParameters* params)

@@ -28,7 +28,7 @@ public:
         ~CParameters() override;
 
         uint8_t Parity = ParityOdd;
-        uint32_t BaudRate = LowSpeed;  // bit/s
+        uint32_t BaudRate = LowSpeed; // bit/s
     };
 
     CKVX_HdwArinc429RxPort(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId);
@@ -44,8 +44,8 @@ public:
     // leaves them in the port.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);

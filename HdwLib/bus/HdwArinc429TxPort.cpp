@@ -7,8 +7,8 @@
 
 CKVX_HdwArinc429TxPort::CParameters::~CParameters() = default;
 
-CKVX_HdwArinc429TxPort::CKVX_HdwArinc429TxPort(CKVX_HdwObject* device, unsigned deviceInstance,
-                                               const CKVX_String& channelId)
+CKVX_HdwArinc429TxPort::CKVX_HdwArinc429TxPort(
+    CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwPort(device, deviceInstance, channelId)
 {
     m_PortType = HDW_PORT_ARINC429_TX;
@@ -49,28 +49,27 @@ static bool TxConflict(unsigned enabled, unsigned requested)
     switch (enabled) {
     case HDW_SERVICE_BYTE_OUT_BUFFER:
         return requested == HDW_SERVICE_ARINC429_OUT_BUFFER || requested == HDW_SERVICE_ARINC429_LABEL_OUT ||
-               requested == HDW_SERVICE_DATA_GENERATOR;
+            requested == HDW_SERVICE_DATA_GENERATOR;
     case HDW_SERVICE_ARINC429_OUT_BUFFER:
         return requested == HDW_SERVICE_BYTE_OUT_BUFFER || requested == HDW_SERVICE_ARINC429_LABEL_OUT ||
-               requested == HDW_SERVICE_DATA_GENERATOR;
+            requested == HDW_SERVICE_DATA_GENERATOR;
     case HDW_SERVICE_ARINC429_LABEL_OUT:
     case HDW_SERVICE_DATA_GENERATOR:
         // These two may run together; neither runs beside a buffer service.
         return requested == HDW_SERVICE_BYTE_OUT_BUFFER || requested == HDW_SERVICE_ARINC429_OUT_BUFFER;
-    default:
-        return false;
+    default: return false;
     }
 }
 
-unsigned CKVX_HdwArinc429TxPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                               CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwArinc429TxPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
         return rc;
     return hdw::bus::AdmitService(*this, serviceType,
-                                  {HDW_SERVICE_SIGNAL, HDW_SERVICE_BYTE_OUT_BUFFER, HDW_SERVICE_ARINC429_OUT_BUFFER,
-                                   HDW_SERVICE_ARINC429_LABEL_OUT, HDW_SERVICE_DATA_GENERATOR},
-                                  TxConflict);
+        {HDW_SERVICE_SIGNAL, HDW_SERVICE_BYTE_OUT_BUFFER, HDW_SERVICE_ARINC429_OUT_BUFFER,
+            HDW_SERVICE_ARINC429_LABEL_OUT, HDW_SERVICE_DATA_GENERATOR},
+        TxConflict);
 }
 
 unsigned CKVX_HdwArinc429TxPort::GetParameters(CParameters* params)

@@ -28,7 +28,7 @@ public:
         ~CParameters() override;
 
         uint8_t Parity = ParityOdd;
-        uint32_t BaudRate = LowSpeed;  // bit/s
+        uint32_t BaudRate = LowSpeed; // bit/s
         // Gap between words in microseconds, never 0. One less than
         // CalcWordIntergap(12500, 4) on purpose.
         uint16_t WordIntergap = 319;
@@ -45,8 +45,8 @@ public:
     // another class answers 2), then opens.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);

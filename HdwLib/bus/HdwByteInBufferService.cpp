@@ -25,8 +25,14 @@ unsigned CKVX_HdwByteInBufferService::Read(unsigned char*, unsigned int, unsigne
     return HDW_ERR_NOT_SUPPORTED;
 }
 
-unsigned CKVX_HdwByteInBufferService::GetReadBufferBytes(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
-unsigned CKVX_HdwByteInBufferService::ResetReadBuffer() { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwByteInBufferService::GetReadBufferBytes(unsigned int&)
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
+unsigned CKVX_HdwByteInBufferService::ResetReadBuffer()
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 unsigned CKVX_HdwByteInBufferService::GetBufferSize()
 {

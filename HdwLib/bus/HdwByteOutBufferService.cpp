@@ -25,8 +25,14 @@ unsigned CKVX_HdwByteOutBufferService::Write(unsigned char*, unsigned int, unsig
     return HDW_ERR_NOT_SUPPORTED;
 }
 
-unsigned CKVX_HdwByteOutBufferService::GetBytesToBeWritten(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
-unsigned CKVX_HdwByteOutBufferService::ResetWriteBuffer() { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwByteOutBufferService::GetBytesToBeWritten(unsigned int&)
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
+unsigned CKVX_HdwByteOutBufferService::ResetWriteBuffer()
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 uint64_t CKVX_HdwByteOutBufferService::GetUnplacedCount()
 {

@@ -21,7 +21,7 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t BufferSize = 1000;  // capacity in bytes
+        uint32_t BufferSize = 1000; // capacity in bytes
     };
 
     explicit CKVX_HdwByteOutBufferService(CKVX_HdwObject* port);

@@ -7,10 +7,8 @@
 
 CKVX_HdwCanByteInBufferService::CParameters::~CParameters() = default;
 
-CKVX_HdwCanByteInBufferService::CKVX_HdwCanByteInBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwByteInBufferService(port)
-{
-}
+CKVX_HdwCanByteInBufferService::CKVX_HdwCanByteInBufferService(CKVX_HdwObject* port) : CKVX_HdwByteInBufferService(port)
+{}
 
 CKVX_HdwCanByteInBufferService::~CKVX_HdwCanByteInBufferService() = default;
 
@@ -62,8 +60,8 @@ unsigned CKVX_HdwCanByteInBufferService::Read(unsigned char* bytes, unsigned int
     return ReadTimed(bytes, nullptr, maxCount, readCount);
 }
 
-unsigned CKVX_HdwCanByteInBufferService::ReadTimed(unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount,
-                                                   unsigned int& readCount)
+unsigned CKVX_HdwCanByteInBufferService::ReadTimed(
+    unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount, unsigned int& readCount)
 {
     return hdw::bus::ReadBytes(*this, bytes, maxCount, readCount, [&](unsigned char* out, unsigned max) {
         return hdw::bus::TakeChunks(m_Chunks, m_Bytes, out, timeStamps, max);

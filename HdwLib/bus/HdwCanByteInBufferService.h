@@ -39,8 +39,8 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t Identifier = 0x100;  // identifier of the stream's frames, right-aligned
-        uint8_t Extended = 0;         // 1: 29-bit identifier; 0: 11-bit
+        uint32_t Identifier = 0x100; // identifier of the stream's frames, right-aligned
+        uint8_t Extended = 0; // 1: 29-bit identifier; 0: 11-bit
     };
 
     explicit CKVX_HdwCanByteInBufferService(CKVX_HdwObject* port);
@@ -65,9 +65,8 @@ public:
     unsigned GetReadBufferBytes(unsigned int& count) override;
     unsigned ResetReadBuffer() override;
     // As Read; timeStamps (may be null) receives each byte's frame time.
-    virtual unsigned ReadTimed(unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount,
-                               unsigned int& readCount);
-
+    virtual unsigned ReadTimed(
+        unsigned char* bytes, uint64_t* timeStamps, unsigned int maxCount, unsigned int& readCount);
 
     // True when `frame` belongs to the stream. Caller holds the device lock.
     bool IsStreamFrame(const CKVX_HdwCanMessage& frame) const;
@@ -87,7 +86,7 @@ protected:
     };
 
     std::deque<SChunk> m_Chunks;
-    uint64_t m_Bytes = 0;  // unread bytes in m_Chunks
+    uint64_t m_Bytes = 0; // unread bytes in m_Chunks
     uint32_t Identifier = 0x100;
     uint8_t Extended = 0;
 };

@@ -9,8 +9,7 @@ CKVX_HdwCanByteOutBufferService::CParameters::~CParameters() = default;
 
 CKVX_HdwCanByteOutBufferService::CKVX_HdwCanByteOutBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteOutBufferService(port)
-{
-}
+{}
 
 CKVX_HdwCanByteOutBufferService::~CKVX_HdwCanByteOutBufferService() = default;
 

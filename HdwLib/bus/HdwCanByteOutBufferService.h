@@ -34,8 +34,8 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t Identifier = 0x100;  // identifier of the stream's frames, right-aligned
-        uint8_t Extended = 0;         // 1: 29-bit identifier; 0: 11-bit
+        uint32_t Identifier = 0x100; // identifier of the stream's frames, right-aligned
+        uint8_t Extended = 0; // 1: 29-bit identifier; 0: 11-bit
     };
 
     explicit CKVX_HdwCanByteOutBufferService(CKVX_HdwObject* port);
@@ -76,7 +76,7 @@ public:
 
 protected:
     std::deque<uint8_t> m_Queue;
-    std::deque<uint8_t> m_InFlight;  // bytes carried by each frame in flight, oldest first
+    std::deque<uint8_t> m_InFlight; // bytes carried by each frame in flight, oldest first
     uint32_t Identifier = 0x100;
     uint8_t Extended = 0;
 };

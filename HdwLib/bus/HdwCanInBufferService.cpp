@@ -57,9 +57,18 @@ unsigned CKVX_HdwCanInBufferService::Read(CKVX_HdwCanMessage*, unsigned int, uns
     return HDW_ERR_NOT_SUPPORTED;
 }
 
-unsigned CKVX_HdwCanInBufferService::EnableRx() { return 0; }
-unsigned CKVX_HdwCanInBufferService::DisableRx() { return 0; }
-unsigned CKVX_HdwCanInBufferService::ResetRx() { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwCanInBufferService::EnableRx()
+{
+    return 0;
+}
+unsigned CKVX_HdwCanInBufferService::DisableRx()
+{
+    return 0;
+}
+unsigned CKVX_HdwCanInBufferService::ResetRx()
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 uint64_t CKVX_HdwCanInBufferService::GetDroppedCount()
 {
@@ -73,8 +82,7 @@ void CKVX_HdwCanInBufferService::AppendReceived(const CKVX_HdwCanMessage& messag
     Messages.Items().back().TimeStamp = eventTime;
 }
 
-unsigned CKVX_HdwCanInBufferService::ReadMessages(CKVX_HdwCanMessage* messages, unsigned maxCount,
-                                                  unsigned& readCount)
+unsigned CKVX_HdwCanInBufferService::ReadMessages(CKVX_HdwCanMessage* messages, unsigned maxCount, unsigned& readCount)
 {
     return hdw::bus::ReadFromService<CKVX_HdwCanMessage>(*this, Messages, messages, maxCount, readCount);
 }

@@ -34,7 +34,7 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t BufferSize = 1000;  // capacity in frames (0 = no bound)
+        uint32_t BufferSize = 1000; // capacity in frames (0 = no bound)
     };
 
     explicit CKVX_HdwCanInBufferService(CKVX_HdwObject* port);
@@ -70,6 +70,6 @@ protected:
 
     CMessageBuffer Messages;
     uint32_t BufferSize = 10000;
-    uint8_t RxFlag = 0;  // owned by the unit driver
+    uint8_t RxFlag = 0; // owned by the unit driver
     uint64_t m_Dropped = 0;
 };

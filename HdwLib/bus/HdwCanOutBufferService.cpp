@@ -10,8 +10,8 @@ CKVX_HdwCanOutBufferService::CMessageBuffer::CMessageBuffer(const CMessageBuffer
         *this += new CKVX_HdwCanMessage(*m);
 }
 
-CKVX_HdwCanOutBufferService::CMessageBuffer&
-CKVX_HdwCanOutBufferService::CMessageBuffer::operator=(const CMessageBuffer& other)
+CKVX_HdwCanOutBufferService::CMessageBuffer& CKVX_HdwCanOutBufferService::CMessageBuffer::operator=(
+    const CMessageBuffer& other)
 {
     if (this != &other) {
         CMessageBuffer copy(other);
@@ -20,8 +20,8 @@ CKVX_HdwCanOutBufferService::CMessageBuffer::operator=(const CMessageBuffer& oth
     return *this;
 }
 
-CKVX_HdwCanOutBufferService::CMessageBuffer&
-CKVX_HdwCanOutBufferService::CMessageBuffer::operator=(CMessageBuffer&& other) noexcept
+CKVX_HdwCanOutBufferService::CMessageBuffer& CKVX_HdwCanOutBufferService::CMessageBuffer::operator=(
+    CMessageBuffer&& other) noexcept
 {
     if (this != &other) {
         DeleteAll();
@@ -97,14 +97,20 @@ unsigned CKVX_HdwCanOutBufferService::GetFaultStatus(CKVX_HdwCanPort::CFaultStat
     return port ? port->GetFaultStatus(status) : HDW_ERR_WRONG_STATE;
 }
 
-unsigned CKVX_HdwCanOutBufferService::ResetWriteBuffer() { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwCanOutBufferService::ResetWriteBuffer()
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 unsigned CKVX_HdwCanOutBufferService::Write(CKVX_HdwCanMessage*, unsigned int, unsigned char)
 {
     return HDW_ERR_NOT_SUPPORTED;
 }
 
-unsigned CKVX_HdwCanOutBufferService::GetMessagesToBeWritten(unsigned int&) { return HDW_ERR_NOT_SUPPORTED; }
+unsigned CKVX_HdwCanOutBufferService::GetMessagesToBeWritten(unsigned int&)
+{
+    return HDW_ERR_NOT_SUPPORTED;
+}
 
 unsigned CKVX_HdwCanOutBufferService::GetTxStatus(unsigned int& status)
 {

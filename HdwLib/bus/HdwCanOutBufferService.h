@@ -37,8 +37,8 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t BufferSize = 1000;  // capacity in frames
-        uint16_t IdWordA = 0xFFFF;   // identifier words for the unit driver
+        uint32_t BufferSize = 1000; // capacity in frames
+        uint16_t IdWordA = 0xFFFF; // identifier words for the unit driver
         uint16_t IdWordB = 0xFFFF;
     };
 
@@ -69,7 +69,7 @@ protected:
     CMessageBuffer Messages;
     uint32_t BufferSize = 10000;
     uint32_t TxStatus = 0;
-    uint32_t TxWord = 1000;  // for the unit driver
+    uint32_t TxWord = 1000; // for the unit driver
     uint16_t IdWordA = 0xFFFF;
     uint16_t IdWordB = 0xFFFF;
     CMessageBuffer MessagesB;

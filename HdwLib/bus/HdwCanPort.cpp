@@ -24,16 +24,16 @@ unsigned CKVX_HdwCanPort::Close()
     return CKVX_HdwPort::Close();
 }
 
-unsigned CKVX_HdwCanPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                        CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwCanPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
         return rc;
     // Frame and byte services may run together: no exclusion.
     return hdw::bus::AdmitService(*this, serviceType,
-                                  {HDW_SERVICE_SIGNAL, HDW_SERVICE_BYTE_IN_BUFFER, HDW_SERVICE_BYTE_OUT_BUFFER,
-                                   HDW_SERVICE_CAN_OUT_BUFFER, HDW_SERVICE_CAN_IN_BUFFER},
-                                  nullptr);
+        {HDW_SERVICE_SIGNAL, HDW_SERVICE_BYTE_IN_BUFFER, HDW_SERVICE_BYTE_OUT_BUFFER, HDW_SERVICE_CAN_OUT_BUFFER,
+            HDW_SERVICE_CAN_IN_BUFFER},
+        nullptr);
 }
 
 unsigned CKVX_HdwCanPort::GetParameters(CParameters* params)

@@ -21,10 +21,10 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t Reserved = 0;       // copied along, used by no generic operation
-        uint32_t BitRate = 1000000;  // bit/s
-        double SamplePoint = 0.5;    // fraction of the bit time
-        uint8_t ModeFlagA = 1;       // channel switches for the unit driver
+        uint32_t Reserved = 0; // copied along, used by no generic operation
+        uint32_t BitRate = 1000000; // bit/s
+        double SamplePoint = 0.5; // fraction of the bit time
+        uint8_t ModeFlagA = 1; // channel switches for the unit driver
         uint8_t ModeFlagB = 1;
     };
 
@@ -42,9 +42,9 @@ public:
         }
         bool operator!=(const CFaultStatus& other) const { return !(*this == other); }
 
-        uint32_t Status = 3;  // fault state code of the unit
-        uint8_t ErrReg0 = 0;  // error register, bits 16-23 of the unit's status word
-        uint8_t ErrReg1 = 0;  // bits 24-31
+        uint32_t Status = 3; // fault state code of the unit
+        uint8_t ErrReg0 = 0; // error register, bits 16-23 of the unit's status word
+        uint8_t ErrReg1 = 0; // bits 24-31
     };
 
     CKVX_HdwCanPort(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId);
@@ -54,8 +54,8 @@ public:
     // ones, another class answers 2) before opening; a failed open keeps them.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);

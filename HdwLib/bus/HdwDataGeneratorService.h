@@ -32,22 +32,22 @@ class HDWLIB_EXPORT CKVX_HdwDataGeneratorService : public CKVX_HdwService {
 public:
     enum t_Pattern : unsigned char {
         PatternConstant = 0, // Data
-        PatternCounter = 1,  // Min, Max, Step over the raw data field
-        PatternBnr = 2,      // Wave between Low and High; Range, Resolution
-        PatternBcd = 3,      // Wave between Low and High; Resolution, Digits
+        PatternCounter = 1, // Min, Max, Step over the raw data field
+        PatternBnr = 2, // Wave between Low and High; Range, Resolution
+        PatternBcd = 3, // Wave between Low and High; Resolution, Digits
         PatternDiscrete = 4, // Data with the Mask bits inverted every other Period
-        PatternRandom = 5,   // uniform in Min..Max of the raw data field; Seed
+        PatternRandom = 5, // uniform in Min..Max of the raw data field; Seed
     };
     enum t_Wave : unsigned char {
-        WaveSine = 0,     // mid + half-span x sin(2 pi t / Period)
+        WaveSine = 0, // mid + half-span x sin(2 pi t / Period)
         WaveTriangle = 1, // Low up to High over half a Period, back down over the other half
-        WaveRamp = 2,     // Low up to High over a Period, then back to Low at once
+        WaveRamp = 2, // Low up to High over a Period, then back to Low at once
     };
 
-    static constexpr double MaxRate = 1000.0;    // transmissions per second of one label
+    static constexpr double MaxRate = 1000.0; // transmissions per second of one label
     static constexpr uint32_t DataMask = 0x7FFFF; // the 19-bit data field
-    static constexpr unsigned MaxBnrBits = 18;    // magnitude bits beside the sign (data bit 18)
-    static constexpr unsigned MaxBcdDigits = 5;   // 3 + 4 x 4 bits
+    static constexpr unsigned MaxBnrBits = 18; // magnitude bits beside the sign (data bit 18)
+    static constexpr unsigned MaxBcdDigits = 5; // 3 + 4 x 4 bits
     static constexpr unsigned BacklogWords = 512;
 
     // One label's definition. The fields a pattern does not use are ignored.
@@ -73,18 +73,18 @@ public:
         unsigned char Enabled = 1;
         unsigned char Pattern = PatternConstant;
         unsigned char Wave = WaveSine;
-        double Rate = 10.0;       // transmissions per second, above 0 up to MaxRate
-        uint32_t Data = 0;        // constant value; discrete bits at rest
-        uint32_t Mask = 0;        // discrete: the bits that toggle
-        uint32_t Min = 0;         // counter, random: lowest raw value
-        uint32_t Max = DataMask;  // counter, random: highest raw value
-        uint32_t Step = 1;        // counter: increment per transmission, 1..Max-Min+1
-        uint32_t Seed = 1;        // random: sequence selector
-        double Range = 1024.0;    // BNR: full scale; values run from -Range to Range - Resolution
-        double Resolution = 1.0;  // BNR, BCD: value of the least significant bit / digit
-        double Low = 0.0;         // BNR, BCD: lowest engineering value of the wave
-        double High = 0.0;        // BNR, BCD: highest engineering value of the wave
-        double Period = 1.0;      // wave and discrete toggle period in seconds, above 0
+        double Rate = 10.0; // transmissions per second, above 0 up to MaxRate
+        uint32_t Data = 0; // constant value; discrete bits at rest
+        uint32_t Mask = 0; // discrete: the bits that toggle
+        uint32_t Min = 0; // counter, random: lowest raw value
+        uint32_t Max = DataMask; // counter, random: highest raw value
+        uint32_t Step = 1; // counter: increment per transmission, 1..Max-Min+1
+        uint32_t Seed = 1; // random: sequence selector
+        double Range = 1024.0; // BNR: full scale; values run from -Range to Range - Resolution
+        double Resolution = 1.0; // BNR, BCD: value of the least significant bit / digit
+        double Low = 0.0; // BNR, BCD: lowest engineering value of the wave
+        double High = 0.0; // BNR, BCD: highest engineering value of the wave
+        double Period = 1.0; // wave and discrete toggle period in seconds, above 0
         unsigned char Digits = 5; // BCD: significant digits, 1..5
     };
 
@@ -147,8 +147,8 @@ public:
 
     // The word of transmission `index` (0 = first) at pattern time
     // `seconds`: label, SDI, SSM, data and parity. Valid definitions only.
-    static CKVX_HdwArinc429Message ComputeWord(const CLabelDef& def, uint64_t index, double seconds,
-                                               bool evenParity = false);
+    static CKVX_HdwArinc429Message ComputeWord(
+        const CLabelDef& def, uint64_t index, double seconds, bool evenParity = false);
     // The data field of a BNR value: two's complement, sign in bit 18, the
     // `bits` magnitude bits below it, the rest zero; rounded to the nearest
     // step and clamped to the range.
@@ -171,8 +171,8 @@ protected:
     // A label's place in its schedule.
     struct CRun {
         bool Scheduled = false; // false: the next Generate sends it at once
-        uint64_t Index = 0;     // transmissions so far (the next one's index)
-        uint64_t OriginUs = 0;  // time of the first transmission at the current rate
+        uint64_t Index = 0; // transmissions so far (the next one's index)
+        uint64_t OriginUs = 0; // time of the first transmission at the current rate
         uint64_t SinceOrigin = 0;
         double OriginSeconds = 0.0; // pattern time at OriginUs
         uint64_t DueUs() const;

@@ -10,9 +10,15 @@ namespace {
 
 using Gen = CKVX_HdwDataGeneratorService;
 
-bool Finite(double v) { return std::isfinite(v); }
+bool Finite(double v)
+{
+    return std::isfinite(v);
+}
 
-bool PositiveFinite(double v) { return Finite(v) && v > 0.0; }
+bool PositiveFinite(double v)
+{
+    return Finite(v) && v > 0.0;
+}
 
 // Largest magnitude of a BCD value of `digits` digits, in steps: the first
 // digit has three bits (0..7), the others four.
@@ -66,7 +72,10 @@ bool BcdValid(const Gen::CLabelDef& d)
     return std::llround(largest) <= BcdLargest(d.Digits);
 }
 
-bool RawLimitsValid(const Gen::CLabelDef& d) { return d.Min <= d.Max && d.Max <= Gen::DataMask; }
+bool RawLimitsValid(const Gen::CLabelDef& d)
+{
+    return d.Min <= d.Max && d.Max <= Gen::DataMask;
+}
 
 } // namespace
 
@@ -118,8 +127,8 @@ uint32_t CKVX_HdwDataGeneratorService::EncodeBcd(double value, double resolution
     return field;
 }
 
-uint32_t CKVX_HdwDataGeneratorService::RandomValue(uint32_t seed, unsigned char label, uint64_t index, uint32_t min,
-                                                   uint32_t max)
+uint32_t CKVX_HdwDataGeneratorService::RandomValue(
+    uint32_t seed, unsigned char label, uint64_t index, uint32_t min, uint32_t max)
 {
     // One step of the splitmix64 sequence whose state is the seed and the
     // label, taken at position index + 1.
@@ -131,8 +140,8 @@ uint32_t CKVX_HdwDataGeneratorService::RandomValue(uint32_t seed, unsigned char 
     return min + uint32_t(z % (uint64_t(max) - min + 1));
 }
 
-CKVX_HdwArinc429Message CKVX_HdwDataGeneratorService::ComputeWord(const CLabelDef& def, uint64_t index,
-                                                                  double seconds, bool evenParity)
+CKVX_HdwArinc429Message CKVX_HdwDataGeneratorService::ComputeWord(
+    const CLabelDef& def, uint64_t index, double seconds, bool evenParity)
 {
     CKVX_HdwArinc429Message m;
     m.Label = def.Label;

@@ -7,11 +7,11 @@ CKVX_HdwMilStd1553Port::CParameters::~CParameters() = default;
 bool CKVX_HdwMilStd1553Port::CParameters::IsValid() const
 {
     return (Coupling == CouplingDirect || Coupling == CouplingTransformer) && ResponseTimeoutUs >= 4 &&
-           ResponseTimeoutUs <= 255;
+        ResponseTimeoutUs <= 255;
 }
 
-CKVX_HdwMilStd1553Port::CKVX_HdwMilStd1553Port(CKVX_HdwObject* device, unsigned deviceInstance,
-                                               const CKVX_String& channelId)
+CKVX_HdwMilStd1553Port::CKVX_HdwMilStd1553Port(
+    CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwPort(device, deviceInstance, channelId)
 {
     m_PortType = HDW_PORT_MILSTD1553;
@@ -34,8 +34,8 @@ unsigned CKVX_HdwMilStd1553Port::Close()
     return CKVX_HdwPort::Close();
 }
 
-unsigned CKVX_HdwMilStd1553Port::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                               CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwMilStd1553Port::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
         return rc;

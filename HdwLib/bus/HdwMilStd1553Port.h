@@ -46,8 +46,8 @@ public:
     // before opening.
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);

@@ -13,14 +13,13 @@ CKVX_HdwSignalService::CCanTranceiverErrorSignal::CCanTranceiverErrorSignal()
     Kind = HDW_SIGNAL_CAN_TRANSCEIVER_ERROR;
 }
 
-CKVX_HdwSignalService::CCanTranceiverErrorSignal::CCanTranceiverErrorSignal(const CSignal& signal) : CSignal(signal)
-{
-}
+CKVX_HdwSignalService::CCanTranceiverErrorSignal::CCanTranceiverErrorSignal(const CSignal& signal) : CSignal(signal) {}
 
 CKVX_HdwSignalService::CCanTranceiverErrorSignal::~CCanTranceiverErrorSignal() = default;
 
 CKVX_HdwSignalService::CKVX_HdwSignalService(CKVX_HdwObject* port)
-    : CKVX_HdwService(port), m_Readiness(hdw::platform::ReadinessCreate())
+    : CKVX_HdwService(port),
+      m_Readiness(hdw::platform::ReadinessCreate())
 {
     m_ServiceType = HDW_SERVICE_SIGNAL;
 }
@@ -103,12 +102,9 @@ unsigned CKVX_HdwSignalService::SetParameters(CParameters* params)
 unsigned CKVX_HdwSignalService::RunStateLocked() const
 {
     switch (GetStatus()) {
-    case HDW_SERVICE_RUNNING:
-        return HDW_ERR_NOTHING_TO_READ;
-    case HDW_SERVICE_FAILED:
-        return HDW_ERR_SERVICE;
-    default:
-        return HDW_ERR_SERVICE_NOT_RUNNING;
+    case HDW_SERVICE_RUNNING: return HDW_ERR_NOTHING_TO_READ;
+    case HDW_SERVICE_FAILED: return HDW_ERR_SERVICE;
+    default: return HDW_ERR_SERVICE_NOT_RUNNING;
     }
 }
 
@@ -199,7 +195,7 @@ unsigned CKVX_HdwSignalService::WaitSignal(CSignal& signal, unsigned timeoutMs)
     std::unique_lock<std::mutex> lock(m_QueueMutex);
     ++m_Waiters;
     m_QueueCv.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                       [this] { return m_Count > 0 || GetStatus() != HDW_SERVICE_RUNNING; });
+        [this] { return m_Count > 0 || GetStatus() != HDW_SERVICE_RUNNING; });
     --m_Waiters;
     if (!PopLocked(signal))
         return RunStateLocked();
@@ -302,8 +298,7 @@ unsigned CKVX_HdwSignalService::Post(const CSignal& signal)
     return PostWith(signal.Kind, signal.TimeStamp, [&](CSignal& slot) { slot = signal; });
 }
 
-unsigned CKVX_HdwSignalService::PostArinc429(unsigned kind, const CKVX_HdwArinc429Message& message,
-                                             uint64_t eventTime)
+unsigned CKVX_HdwSignalService::PostArinc429(unsigned kind, const CKVX_HdwArinc429Message& message, uint64_t eventTime)
 {
     return PostWith(kind, eventTime, [&](CSignal& slot) {
         slot.Arinc429 = message;
@@ -319,8 +314,8 @@ unsigned CKVX_HdwSignalService::PostCan(unsigned kind, const CKVX_HdwCanMessage&
     });
 }
 
-unsigned CKVX_HdwSignalService::PostCanFaultStatus(const CKVX_HdwCanPort::CFaultStatus& previous,
-                                                   const CKVX_HdwCanPort::CFaultStatus& current, uint64_t eventTime)
+unsigned CKVX_HdwSignalService::PostCanFaultStatus(
+    const CKVX_HdwCanPort::CFaultStatus& previous, const CKVX_HdwCanPort::CFaultStatus& current, uint64_t eventTime)
 {
     CSignal s;
     s.TimeStamp = eventTime;

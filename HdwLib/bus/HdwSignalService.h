@@ -39,12 +39,12 @@ enum t_HdwSignalKind : unsigned {
     HDW_SIGNAL_ARINC429_SENT = 2,
     HDW_SIGNAL_CAN_RECEIVED = 3,
     HDW_SIGNAL_CAN_SENT = 4,
-    HDW_SIGNAL_CAN_STATUS_CHANGED = 5,          // CFaultStatus::Status changed
-    HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED = 6,  // ErrReg0 or ErrReg1 changed
+    HDW_SIGNAL_CAN_STATUS_CHANGED = 5, // CFaultStatus::Status changed
+    HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED = 6, // ErrReg0 or ErrReg1 changed
     HDW_SIGNAL_DISCRETE_INPUT = 7,
     HDW_SIGNAL_DISCRETE_OUTPUT = 8,
     HDW_SIGNAL_MIL1553_MESSAGE = 9,
-    HDW_SIGNAL_CAN_TRANSCEIVER_ERROR = 10,      // see CCanTranceiverErrorSignal
+    HDW_SIGNAL_CAN_TRANSCEIVER_ERROR = 10, // see CCanTranceiverErrorSignal
     // The unit behind the port was lost (reconnect on): Value = its outages
     // so far, Aux = items its output services had pushed unconfirmed.
     HDW_SIGNAL_UNIT_LOST = 11,
@@ -66,8 +66,8 @@ public:
         CParameters& operator=(CParameters&&) = default;
         ~CParameters() override;
 
-        uint32_t BufferSize = 1000;       // queue bound in signals; 0 counts as 1
-        uint32_t SignalMask = AllSignals;  // bit (kind - 1) set: queue that kind
+        uint32_t BufferSize = 1000; // queue bound in signals; 0 counts as 1
+        uint32_t SignalMask = AllSignals; // bit (kind - 1) set: queue that kind
     };
 
     // One notification. Only the payload member of its kind is meaningful
@@ -79,16 +79,16 @@ public:
         CSignal& operator=(const CSignal&) = default;
         ~CSignal() override;
 
-        unsigned Kind = 0;               // t_HdwSignalKind
-        CKVX_HdwPort* Port = nullptr;    // the port the service runs on
-        uint64_t TimeStamp = 0;          // event time of the unit event
-        CKVX_HdwArinc429Message Arinc429;      // ARINC 429 kinds
-        CKVX_HdwCanMessage Can;                // CAN frame kinds
-        CKVX_HdwCanPort::CFaultStatus FaultStatus;  // CAN status kinds: the new status
+        unsigned Kind = 0; // t_HdwSignalKind
+        CKVX_HdwPort* Port = nullptr; // the port the service runs on
+        uint64_t TimeStamp = 0; // event time of the unit event
+        CKVX_HdwArinc429Message Arinc429; // ARINC 429 kinds
+        CKVX_HdwCanMessage Can; // CAN frame kinds
+        CKVX_HdwCanPort::CFaultStatus FaultStatus; // CAN status kinds: the new status
         // Discrete kinds: the channel's state bits. MIL-STD-1553: command
         // word (low 16 bits) and status word (high 16 bits).
         uint32_t Value = 0;
-        uint32_t Aux = 0;                // MIL-STD-1553: the message's flags from the unit
+        uint32_t Aux = 0; // MIL-STD-1553: the message's flags from the unit
     };
 
     // CAN transceiver error (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR): the port's
@@ -169,7 +169,7 @@ public:
     // signal when it changed to an error state, then an error-register
     // signal when a register byte differs; nothing when they are equal.
     unsigned PostCanFaultStatus(const CKVX_HdwCanPort::CFaultStatus& previous,
-                                const CKVX_HdwCanPort::CFaultStatus& current, uint64_t eventTime);
+        const CKVX_HdwCanPort::CFaultStatus& current, uint64_t eventTime);
     unsigned PostValue(unsigned kind, uint32_t value, uint32_t aux, uint64_t eventTime);
 
     // The signal service enabled on `port`, or null.
@@ -197,15 +197,15 @@ protected:
 private:
     mutable std::mutex m_QueueMutex;
     std::condition_variable m_QueueCv;
-    std::vector<CSignal> m_Ring;  // capacity fixed at Start
-    unsigned m_Head = 0;          // oldest
+    std::vector<CSignal> m_Ring; // capacity fixed at Start
+    unsigned m_Head = 0; // oldest
     unsigned m_Count = 0;
-    unsigned m_Waiters = 0;       // WaitSignal callers asleep on m_QueueCv
+    unsigned m_Waiters = 0; // WaitSignal callers asleep on m_QueueCv
     uint64_t m_Dropped = 0;
-    void* m_Readiness = nullptr;  // platform event behind the descriptor / handle
-    bool m_Ready = false;         // what m_Readiness shows
+    void* m_Readiness = nullptr; // platform event behind the descriptor / handle
+    bool m_Ready = false; // what m_Readiness shows
     bool m_HoldReadiness = false; // Post leaves m_Readiness to PublishReadiness
-    CKVX_HdwSignalGroup* m_Group = nullptr;  // shows m_Ready instead of m_Readiness
+    CKVX_HdwSignalGroup* m_Group = nullptr; // shows m_Ready instead of m_Readiness
 
     friend class CKVX_HdwSignalGroup;
     // Leaves the group if it is `only` (any group when null).

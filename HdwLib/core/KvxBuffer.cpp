@@ -32,10 +32,26 @@ void CKVX_Buffer::GetLe(U& v)
     v = static_cast<U>(r);
 }
 
-CKVX_Buffer& CKVX_Buffer::operator<<(uint8_t v) { PutLe(v); return *this; }
-CKVX_Buffer& CKVX_Buffer::operator<<(uint16_t v) { PutLe(v); return *this; }
-CKVX_Buffer& CKVX_Buffer::operator<<(uint32_t v) { PutLe(v); return *this; }
-CKVX_Buffer& CKVX_Buffer::operator<<(uint64_t v) { PutLe(v); return *this; }
+CKVX_Buffer& CKVX_Buffer::operator<<(uint8_t v)
+{
+    PutLe(v);
+    return *this;
+}
+CKVX_Buffer& CKVX_Buffer::operator<<(uint16_t v)
+{
+    PutLe(v);
+    return *this;
+}
+CKVX_Buffer& CKVX_Buffer::operator<<(uint32_t v)
+{
+    PutLe(v);
+    return *this;
+}
+CKVX_Buffer& CKVX_Buffer::operator<<(uint64_t v)
+{
+    PutLe(v);
+    return *this;
+}
 
 CKVX_Buffer& CKVX_Buffer::operator<<(const CKVX_String& v)
 {
@@ -44,10 +60,26 @@ CKVX_Buffer& CKVX_Buffer::operator<<(const CKVX_String& v)
     return *this;
 }
 
-CKVX_Buffer& CKVX_Buffer::operator>>(uint8_t& v) { GetLe(v); return *this; }
-CKVX_Buffer& CKVX_Buffer::operator>>(uint16_t& v) { GetLe(v); return *this; }
-CKVX_Buffer& CKVX_Buffer::operator>>(uint32_t& v) { GetLe(v); return *this; }
-CKVX_Buffer& CKVX_Buffer::operator>>(uint64_t& v) { GetLe(v); return *this; }
+CKVX_Buffer& CKVX_Buffer::operator>>(uint8_t& v)
+{
+    GetLe(v);
+    return *this;
+}
+CKVX_Buffer& CKVX_Buffer::operator>>(uint16_t& v)
+{
+    GetLe(v);
+    return *this;
+}
+CKVX_Buffer& CKVX_Buffer::operator>>(uint32_t& v)
+{
+    GetLe(v);
+    return *this;
+}
+CKVX_Buffer& CKVX_Buffer::operator>>(uint64_t& v)
+{
+    GetLe(v);
+    return *this;
+}
 
 CKVX_Buffer& CKVX_Buffer::operator>>(int8_t& v)
 {

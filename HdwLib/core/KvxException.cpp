@@ -1,9 +1,10 @@
 #include <HdwLib/core/KvxException.h>
 
 CKVX_Exception::CKVX_Exception(unsigned code, const CKVX_Object* object, uint64_t extra)
-    : m_Code(code), m_Object(object), m_Extra(extra)
-{
-}
+    : m_Code(code),
+      m_Object(object),
+      m_Extra(extra)
+{}
 
 CKVX_Exception::~CKVX_Exception() = default;
 

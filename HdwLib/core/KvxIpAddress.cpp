@@ -2,8 +2,7 @@
 
 CKVX_IpAddress::CKVX_IpAddress(uint8_t a, uint8_t b, uint8_t c, uint8_t d)
     : m_Address((uint32_t(a) << 24) | (uint32_t(b) << 16) | (uint32_t(c) << 8) | uint32_t(d))
-{
-}
+{}
 
 CKVX_IpAddress::~CKVX_IpAddress() = default;
 
@@ -42,6 +41,7 @@ bool CKVX_IpAddress::FromString(const CKVX_String& text)
 CKVX_String CKVX_IpAddress::ToString() const
 {
     CKVX_String s;
-    s.Format("%u.%u.%u.%u", (m_Address >> 24) & 0xFF, (m_Address >> 16) & 0xFF, (m_Address >> 8) & 0xFF, m_Address & 0xFF);
+    s.Format(
+        "%u.%u.%u.%u", (m_Address >> 24) & 0xFF, (m_Address >> 16) & 0xFF, (m_Address >> 8) & 0xFF, m_Address & 0xFF);
     return s;
 }

@@ -4,7 +4,8 @@
 #include <vector>
 
 CKVX_String::CKVX_String(const char* text) : m_Text(text ? text : "") {}
-CKVX_String::CKVX_String(const char* text, unsigned length) : m_Text(text ? std::string(text, length) : std::string()) {}
+CKVX_String::CKVX_String(const char* text, unsigned length) : m_Text(text ? std::string(text, length) : std::string())
+{}
 CKVX_String::CKVX_String(const std::string& text) : m_Text(text) {}
 CKVX_String::CKVX_String(std::string&& text) noexcept : m_Text(std::move(text)) {}
 CKVX_String::~CKVX_String() = default;

@@ -24,7 +24,7 @@
 class HDWLIB_EXPORT CKVX_String : public CKVX_Object {
 public:
     CKVX_String() = default;
-    CKVX_String(const char* text);            // null gives ""
+    CKVX_String(const char* text); // null gives ""
     CKVX_String(const char* text, unsigned length);
     CKVX_String(const std::string& text);
     CKVX_String(std::string&& text) noexcept;

@@ -62,8 +62,5 @@ class CKVX_Uint8Vector : public CKVX_Vector<uint8_t> {
 public:
     using CKVX_Vector<uint8_t>::CKVX_Vector;
     CKVX_Uint8Vector() = default;
-    CKVX_Uint8Vector(const uint8_t* data, unsigned length)
-    {
-        Items().assign(data, data + length);
-    }
+    CKVX_Uint8Vector(const uint8_t* data, unsigned length) { Items().assign(data, data + length); }
 };

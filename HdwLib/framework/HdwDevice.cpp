@@ -21,8 +21,14 @@ CKVX_HdwDevice::CDeviceInstance::~CDeviceInstance()
     delete m_Mutex;
 }
 
-unsigned CKVX_HdwDevice::CDeviceInstance::OpenPort(CKVX_HdwPort*, CKVX_HdwPort::CParameters*) { return 0; }
-unsigned CKVX_HdwDevice::CDeviceInstance::ClosePort(CKVX_HdwPort*) { return 0; }
+unsigned CKVX_HdwDevice::CDeviceInstance::OpenPort(CKVX_HdwPort*, CKVX_HdwPort::CParameters*)
+{
+    return 0;
+}
+unsigned CKVX_HdwDevice::CDeviceInstance::ClosePort(CKVX_HdwPort*)
+{
+    return 0;
+}
 
 bool CKVX_HdwDevice::CDeviceInstance::Lock()
 {
@@ -42,9 +48,9 @@ CKVX_HdwDevice::CPortDescriptor::~CPortDescriptor() = default;
 bool CKVX_HdwDevice::CPortDescriptor::operator==(const CPortDescriptor& o) const
 {
     return Tag == o.Tag && Manufacturer == o.Manufacturer && FullName == o.FullName && Revision == o.Revision &&
-           SerialNumber == o.SerialNumber && IntChannel == o.IntChannel && Link == o.Link &&
-           Description == o.Description && PortType == o.PortType && AbsNum == o.AbsNum && Channel == o.Channel &&
-           Port == o.Port;
+        SerialNumber == o.SerialNumber && IntChannel == o.IntChannel && Link == o.Link &&
+        Description == o.Description && PortType == o.PortType && AbsNum == o.AbsNum && Channel == o.Channel &&
+        Port == o.Port;
 }
 
 // ---- CKVX_HdwDevice --------------------------------------------------------
@@ -67,8 +73,14 @@ unsigned CKVX_HdwDevice::Init(unsigned instanceCount)
     return 0;
 }
 
-unsigned CKVX_HdwDevice::Autobridge(CPortDescriptorMatrix&) { return 0; }
-unsigned CKVX_HdwDevice::Run() { return 0; }
+unsigned CKVX_HdwDevice::Autobridge(CPortDescriptorMatrix&)
+{
+    return 0;
+}
+unsigned CKVX_HdwDevice::Run()
+{
+    return 0;
+}
 
 unsigned CKVX_HdwDevice::Stop()
 {
@@ -87,8 +99,14 @@ unsigned CKVX_HdwDevice::Stop()
     return 0;
 }
 
-unsigned CKVX_HdwDevice::Open(unsigned) { return 0; }
-unsigned CKVX_HdwDevice::Close(unsigned) { return 0; }
+unsigned CKVX_HdwDevice::Open(unsigned)
+{
+    return 0;
+}
+unsigned CKVX_HdwDevice::Close(unsigned)
+{
+    return 0;
+}
 
 unsigned CKVX_HdwDevice::HdwTimerHandler(uint64_t ticks)
 {
@@ -126,8 +144,14 @@ unsigned CKVX_HdwDevice::HdwTimerHandler(uint64_t ticks)
     return 0;
 }
 
-unsigned CKVX_HdwDevice::HdwTimerStartDeviceIntanceHandler(unsigned, uint64_t) { return 0; }
-unsigned CKVX_HdwDevice::HdwTimerEndDeviceIntanceHandler(unsigned, uint64_t) { return 0; }
+unsigned CKVX_HdwDevice::HdwTimerStartDeviceIntanceHandler(unsigned, uint64_t)
+{
+    return 0;
+}
+unsigned CKVX_HdwDevice::HdwTimerEndDeviceIntanceHandler(unsigned, uint64_t)
+{
+    return 0;
+}
 
 CKVX_HdwDevice::CDeviceInstance* CKVX_HdwDevice::GetDeviceInstance(unsigned instance)
 {
@@ -276,9 +300,8 @@ void CKVX_HdwDevice::DestroyDeviceList()
     m_DeviceList.DeleteAll();
 }
 
-CKVX_HdwDevice::CPortDescriptor& CKVX_HdwDevice::AddPortDescriptor(unsigned instance, CKVX_HdwPort* port,
-                                                                   unsigned channel,
-                                                                   const CKVX_String& description)
+CKVX_HdwDevice::CPortDescriptor& CKVX_HdwDevice::AddPortDescriptor(
+    unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description)
 {
     if (instance >= m_PortDescriptors.GetLength()) {
         m_PortDescriptors.Items().resize(instance + 1);

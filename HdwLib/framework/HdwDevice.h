@@ -73,15 +73,15 @@ public:
 
         CKVX_String Tag;
         CKVX_String Manufacturer;
-        CKVX_String FullName;     // the unit's model word
+        CKVX_String FullName; // the unit's model word
         CKVX_String Revision;
         CKVX_String SerialNumber;
-        CKVX_String IntChannel;   // channel number inside the unit, eight digits
+        CKVX_String IntChannel; // channel number inside the unit, eight digits
         CKVX_String Link;
-        CKVX_String Description;  // for people: "ARINC 429 TX 0"
+        CKVX_String Description; // for people: "ARINC 429 TX 0"
         unsigned PortType = 0;
-        int AbsNum = -1;          // -1 until the manager numbers the port
-        unsigned Channel = 0;     // channel number inside the unit
+        int AbsNum = -1; // -1 until the manager numbers the port
+        unsigned Channel = 0; // channel number inside the unit
         // The port serving this descriptor; owned by the device (DestroyPorts).
         CKVX_HdwPort* Port = nullptr;
     };
@@ -166,8 +166,8 @@ protected:
     void DestroyDeviceList();
     // Adds one port to an instance's descriptors; the device takes ownership.
     // Fills the identity from the device and the instance.
-    CPortDescriptor& AddPortDescriptor(unsigned instance, CKVX_HdwPort* port, unsigned channel,
-                                       const CKVX_String& description);
+    CPortDescriptor& AddPortDescriptor(
+        unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description);
     // Makes the instances an enumeration found (taken over; `found` is left
     // empty) the device's instances, each with an empty row of port
     // descriptors. With none found the device keeps no instances and no ports.

@@ -145,7 +145,7 @@ unsigned CKVX_HdwManager::GetPortList(CPortInfoVector& list)
         for (const CPortDescriptor& d : v)
             all.push_back(&d);
     std::stable_sort(all.begin(), all.end(),
-                     [](const CPortDescriptor* a, const CPortDescriptor* b) { return PortSorter(*a, *b) < 0; });
+        [](const CPortDescriptor* a, const CPortDescriptor* b) { return PortSorter(*a, *b) < 0; });
     list.DeleteAll();
     for (const CPortDescriptor* d : all)
         list += MakeInfo(*d);
@@ -161,7 +161,7 @@ unsigned CKVX_HdwManager::GetPortList(unsigned portType, CPortInfoVector& list)
     for (const CPortDescriptor& d : m_PortTable[portType])
         all.push_back(&d);
     std::stable_sort(all.begin(), all.end(),
-                     [](const CPortDescriptor* a, const CPortDescriptor* b) { return PortSorter(*a, *b) < 0; });
+        [](const CPortDescriptor* a, const CPortDescriptor* b) { return PortSorter(*a, *b) < 0; });
     for (const CPortDescriptor* d : all)
         list += MakeInfo(*d);
     return 0;

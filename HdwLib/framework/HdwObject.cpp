@@ -12,10 +12,26 @@ struct BusName {
     const char* name;
 };
 constexpr BusName kBusNames[] = {
-    {0, "Internal"},     {1, "ISA"},        {2, "EISA"},   {3, "MicroChannel"},      {4, "TurboChannel"},
-    {5, "PCI"},          {6, "VME"},        {7, "NU"},     {8, "PCMCIA"},            {9, "CBUS"},
-    {10, "MPI"},         {11, "MPSA"},      {12, "Processor"}, {13, "InternalPowerBus"}, {14, "PNPISA"},
-    {15, "PNP"},         {16, "VMCS"},      {17, "ACPI"},  {1000, "Ethernet"},       {1001, "USB"},
+    {0, "Internal"},
+    {1, "ISA"},
+    {2, "EISA"},
+    {3, "MicroChannel"},
+    {4, "TurboChannel"},
+    {5, "PCI"},
+    {6, "VME"},
+    {7, "NU"},
+    {8, "PCMCIA"},
+    {9, "CBUS"},
+    {10, "MPI"},
+    {11, "MPSA"},
+    {12, "Processor"},
+    {13, "InternalPowerBus"},
+    {14, "PNPISA"},
+    {15, "PNP"},
+    {16, "VMCS"},
+    {17, "ACPI"},
+    {1000, "Ethernet"},
+    {1001, "USB"},
 };
 } // namespace
 

@@ -5,9 +5,10 @@
 CKVX_HdwPort::CParameters::~CParameters() = default;
 
 CKVX_HdwPort::CKVX_HdwPort(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
-    : m_Device(device), m_DeviceInstance(deviceInstance), m_ChannelId(channelId)
-{
-}
+    : m_Device(device),
+      m_DeviceInstance(deviceInstance),
+      m_ChannelId(channelId)
+{}
 
 CKVX_HdwPort::~CKVX_HdwPort()
 {

@@ -62,7 +62,8 @@ public:
     virtual unsigned Open(CParameters* params);
     virtual unsigned OnOpening(CParameters* params);
     virtual unsigned Close();
-    virtual unsigned EnableService(unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params);
+    virtual unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params);
     virtual unsigned DisableService(CKVX_HdwService* service);
     virtual unsigned DisableAllServices();
     virtual unsigned AbortAllServices();

@@ -49,8 +49,7 @@ void CKVX_HdwManager::CPortIdentifier::AppendChecksum(CKVX_String& key)
 }
 
 unsigned CKVX_HdwManager::CPortIdentifier::Set(unsigned portType, unsigned absNum, CKVX_String manufacturer,
-                                               CKVX_String fullName, CKVX_String revision,
-                                               CKVX_String serialNumber, unsigned intChannel)
+    CKVX_String fullName, CKVX_String revision, CKVX_String serialNumber, unsigned intChannel)
 {
     if (portType == 0)
         return HDW_ERR_ARGUMENT;
@@ -140,8 +139,7 @@ unsigned CKVX_HdwManager::CPortIdentifier::Get(unsigned* portType, CKVX_HdwManag
 }
 
 unsigned CKVX_HdwManager::CPortIdentifier::Get(unsigned* portType, unsigned* absNum, CKVX_String* manufacturer,
-                                               CKVX_String* fullName, CKVX_String* revision,
-                                               CKVX_String* serialNumber, unsigned* intChannel)
+    CKVX_String* fullName, CKVX_String* revision, CKVX_String* serialNumber, unsigned* intChannel)
 {
     Fields f;
     if (!Parse(m_Key, m_Crc, f))

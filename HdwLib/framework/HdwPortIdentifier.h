@@ -28,7 +28,7 @@ public:
 
     // Builds a key from its fields and loads it. 2 when portType is 0 or a text contains "@".
     unsigned Set(unsigned portType, unsigned absNum, CKVX_String manufacturer, CKVX_String fullName,
-                 CKVX_String revision, CKVX_String serialNumber, unsigned intChannel);
+        CKVX_String revision, CKVX_String serialNumber, unsigned intChannel);
     // Builds a key from a manager port descriptor (its port type and texts) and `absNum`.
     unsigned Set(unsigned absNum, CKVX_HdwManager::CPortDescriptor& descriptor);
     // Parses and checks a key; on success stores it and its fields and returns
@@ -38,7 +38,7 @@ public:
     // Parse the stored key into the caller's variables (null pointers are skipped).
     unsigned Get(unsigned* portType, CKVX_HdwManager::CPortDescriptor* descriptor);
     unsigned Get(unsigned* portType, unsigned* absNum, CKVX_String* manufacturer, CKVX_String* fullName,
-                 CKVX_String* revision, CKVX_String* serialNumber, unsigned* intChannel);
+        CKVX_String* revision, CKVX_String* serialNumber, unsigned* intChannel);
 
     // True when the key parses and its checksum matches.
     static bool IsValid(const CKVX_String& key);

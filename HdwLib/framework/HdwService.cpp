@@ -8,7 +8,10 @@ CKVX_HdwService::CKVX_HdwService(CKVX_HdwObject* port) : m_Port(port) {}
 
 CKVX_HdwService::~CKVX_HdwService() = default;
 
-unsigned CKVX_HdwService::GetParameters(CParameters*) { return 0; }
+unsigned CKVX_HdwService::GetParameters(CParameters*)
+{
+    return 0;
+}
 
 unsigned CKVX_HdwService::SetParameters(CParameters*)
 {
@@ -19,9 +22,18 @@ unsigned CKVX_HdwService::SetParameters(CParameters*)
     return 0;
 }
 
-unsigned CKVX_HdwService::HdwTimerHandler(uint64_t) { return 0; }
-unsigned CKVX_HdwService::Start() { return 0; }
-unsigned CKVX_HdwService::Stop() { return 0; }
+unsigned CKVX_HdwService::HdwTimerHandler(uint64_t)
+{
+    return 0;
+}
+unsigned CKVX_HdwService::Start()
+{
+    return 0;
+}
+unsigned CKVX_HdwService::Stop()
+{
+    return 0;
+}
 
 unsigned CKVX_HdwService::Abort()
 {
@@ -29,7 +41,10 @@ unsigned CKVX_HdwService::Abort()
     return 0;
 }
 
-unsigned CKVX_HdwService::ProcessEvent(CKVX_HdwEvent*) { return 0; }
+unsigned CKVX_HdwService::ProcessEvent(CKVX_HdwEvent*)
+{
+    return 0;
+}
 
 CKVX_HdwPort* CKVX_HdwService::GetHdwPort() const
 {

@@ -10,8 +10,7 @@ CKVX_HdwTimer::CKVX_HdwTimer(const CKVX_HdwTimer& other)
       m_Callback(other.m_Callback),
       m_Context(other.m_Context),
       m_Resolution(other.m_Resolution)
-{
-}
+{}
 
 CKVX_HdwTimer& CKVX_HdwTimer::operator=(const CKVX_HdwTimer& other)
 {

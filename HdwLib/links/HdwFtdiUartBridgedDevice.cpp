@@ -127,8 +127,8 @@ void CKVX_HdwFtdiUartBridgedDevice::CollectUartCandidates(std::vector<CUartCandi
     }
 }
 
-void CKVX_HdwFtdiUartBridgedDevice::ProbeUartCandidates(const std::vector<CUartCandidate>& candidates,
-                                                        std::vector<CDeviceInstance*>& found)
+void CKVX_HdwFtdiUartBridgedDevice::ProbeUartCandidates(
+    const std::vector<CUartCandidate>& candidates, std::vector<CDeviceInstance*>& found)
 {
     for (const CUartCandidate& c : candidates) {
         CDeviceInstance* tmp = CreateDeviceInstance();
@@ -223,8 +223,8 @@ unsigned CKVX_HdwFtdiUartBridgedDevice::GetDevPathIndentifier(unsigned instance,
     return 0;
 }
 
-unsigned CKVX_HdwFtdiUartBridgedDevice::IdentifyAddictionalUart(const CKVX_String& portName, unsigned& instance,
-                                                                bool& additional)
+unsigned CKVX_HdwFtdiUartBridgedDevice::IdentifyAddictionalUart(
+    const CKVX_String& portName, unsigned& instance, bool& additional)
 {
     instance = NoInstance;
     additional = false;
@@ -282,8 +282,8 @@ unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Close(CDeviceInstance* instance)
     return instance->Uart.Close();
 }
 
-unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Read(CDeviceInstance* instance, unsigned char* buffer, unsigned maxBytes,
-                                                 unsigned& bytesRead)
+unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Read(
+    CDeviceInstance* instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     bytesRead = 0;
     if (!instance)
@@ -316,8 +316,8 @@ unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Close(unsigned instance)
     return Com_Close(GetUartInstance(instance));
 }
 
-unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Read(unsigned instance, unsigned char* buffer, unsigned maxBytes,
-                                                 unsigned& bytesRead)
+unsigned CKVX_HdwFtdiUartBridgedDevice::Com_Read(
+    unsigned instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     return Com_Read(GetUartInstance(instance), buffer, maxBytes, bytesRead);
 }
@@ -333,8 +333,7 @@ unsigned CKVX_HdwFtdiUartBridgedDevice::Com_GetReadBufferBytes(unsigned instance
 }
 
 void CKVX_HdwFtdiUartBridgedDevice::SetUnitIdentity(uint64_t deviceCode, const char* manufacturer, const char* model,
-                                                    const char* usbDescription, const char* vendorId,
-                                                    const char* productId, unsigned baudRate, unsigned linkTimeoutMs)
+    const char* usbDescription, const char* vendorId, const char* productId, unsigned baudRate, unsigned linkTimeoutMs)
 {
     m_DeviceCode = deviceCode;
     m_Manufacturer = manufacturer;

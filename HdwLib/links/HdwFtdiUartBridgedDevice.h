@@ -171,9 +171,8 @@ protected:
     // A unit driver's identity and link settings in one call: device code,
     // manufacturer, model word, USB product text (also the description), USB
     // vendor and product identifiers, bridge speed (8 data bits), link time-out.
-    void SetUnitIdentity(uint64_t deviceCode, const char* manufacturer, const char* model,
-                         const char* usbDescription, const char* vendorId, const char* productId,
-                         unsigned baudRate, unsigned linkTimeoutMs);
+    void SetUnitIdentity(uint64_t deviceCode, const char* manufacturer, const char* model, const char* usbDescription,
+        const char* vendorId, const char* productId, unsigned baudRate, unsigned linkTimeoutMs);
 
     // USB identity of the bridge the driver looks for (hexadecimal texts).
     CKVX_String m_UsbVendorId;

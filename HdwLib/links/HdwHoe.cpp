@@ -15,7 +15,7 @@ unsigned int CKVX_HdwHoe::NewClientId()
     // on one host are unlikely to share identifiers; the low half counts.
     static const uint32_t base = [] {
         const auto t = std::chrono::system_clock::now().time_since_epoch().count() ^
-                       std::chrono::steady_clock::now().time_since_epoch().count();
+            std::chrono::steady_clock::now().time_since_epoch().count();
         return static_cast<uint32_t>((t ^ (t >> 32)) & 0xFFFF0000u);
     }();
     static std::atomic<uint32_t> counter{0};
@@ -71,8 +71,7 @@ bool CKVX_HdwHoe::IsBroadcastPacket(unsigned int code)
     return (code & 0xF0000000u) == 0xF0000000u;
 }
 
-void CKVX_HdwHoe::BuildSessionPacket(uint32_t code, unsigned int first, unsigned int second,
-                                     t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildSessionPacket(uint32_t code, unsigned int first, unsigned int second, t_HoePacket_Union& packet)
 {
     std::memset(packet.Bytes, 0, sizeof packet.Bytes);
     SetU32(packet, OffSignature, Signature);
@@ -89,8 +88,8 @@ void CKVX_HdwHoe::BuildDetectPacket(unsigned int first, t_HoePacket_Union& packe
     SetU16(packet, OffCrc, ComputeCrc(packet));
 }
 
-void CKVX_HdwHoe::BuildConnectPacket(unsigned int first, unsigned int second, t_HoePacket_Connect_Field_Struct& field,
-                                     t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildConnectPacket(
+    unsigned int first, unsigned int second, t_HoePacket_Connect_Field_Struct& field, t_HoePacket_Union& packet)
 {
     BuildSessionPacket(CodeConnect, first, second, packet);
     SetPayloadLength(packet, 2);
@@ -104,8 +103,8 @@ void CKVX_HdwHoe::BuildDisconnectPacket(unsigned int first, unsigned int second,
     SetU16(packet, OffCrc, ComputeCrc(packet));
 }
 
-void CKVX_HdwHoe::BuildSendCmdPacket(unsigned int first, unsigned int second, unsigned char* data,
-                                     unsigned short length, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildSendCmdPacket(
+    unsigned int first, unsigned int second, unsigned char* data, unsigned short length, t_HoePacket_Union& packet)
 {
     BuildSessionPacket(CodeSendCmd, first, second, packet);
     SetPayloadLength(packet, length);
@@ -115,7 +114,7 @@ void CKVX_HdwHoe::BuildSendCmdPacket(unsigned int first, unsigned int second, un
 }
 
 void CKVX_HdwHoe::BuildPortPacket(uint32_t code, unsigned int first, unsigned int portType, unsigned int channel,
-                                  unsigned int second, t_HoePacket_Union& packet)
+    unsigned int second, t_HoePacket_Union& packet)
 {
     SetU32(packet, OffSignature, Signature);
     SetU16(packet, OffVersion, Version);
@@ -131,63 +130,62 @@ void CKVX_HdwHoe::BuildPortPacket(uint32_t code, unsigned int first, unsigned in
     SetU16(packet, OffCrc, ComputeCrc(packet));
 }
 
-void CKVX_HdwHoe::BuildOpenPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                      unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildOpenPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeOpenPort, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildClosePortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                       unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildClosePortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeClosePort, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildKeepAlivePortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                           unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildKeepAlivePortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeKeepAlivePort, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildDataBufPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                         unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildDataBufPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeDataBuf, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildCctxPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                      unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildCctxPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeCctx, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildDctxPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                      unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildDctxPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeDctx, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildRstTxPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                       unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildRstTxPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeRstTx, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildRstRxPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                       unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildRstRxPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeRstRx, first, portType, channel, second, packet);
 }
 
-void CKVX_HdwHoe::BuildCfgPortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                     unsigned int second, t_HoePacket_Union& packet)
+void CKVX_HdwHoe::BuildCfgPortPacket(
+    unsigned int first, unsigned int portType, unsigned int channel, unsigned int second, t_HoePacket_Union& packet)
 {
     BuildPortPacket(CodeCfgPort, first, portType, channel, second, packet);
 }
 
-CKVX_HdwHoe::t_HoeCheck CKVX_HdwHoe::CheckReceivedPacket(const t_HoePacket_Union& packet, int size,
-                                                         unsigned int first, const uint32_t* codes,
-                                                         unsigned codeCount) const
+CKVX_HdwHoe::t_HoeCheck CKVX_HdwHoe::CheckReceivedPacket(
+    const t_HoePacket_Union& packet, int size, unsigned int first, const uint32_t* codes, unsigned codeCount) const
 {
     if (size <= 0 || static_cast<unsigned>(size) > PacketSize)
         return HoeCheckRead;

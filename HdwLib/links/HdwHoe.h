@@ -24,19 +24,19 @@ public:
     static constexpr uint16_t Version = 1;
 
     // Header field offsets (little-endian fields).
-    static constexpr unsigned OffSignature = 0;     // u32
-    static constexpr unsigned OffVersion = 4;       // u16
-    static constexpr unsigned OffClientId = 6;      // u32
-    static constexpr unsigned OffSecondWord = 10;   // u32
-    static constexpr unsigned OffFirstWord = 14;    // u32
-    static constexpr unsigned OffReserved18 = 18;   // u32
+    static constexpr unsigned OffSignature = 0; // u32
+    static constexpr unsigned OffVersion = 4; // u16
+    static constexpr unsigned OffClientId = 6; // u32
+    static constexpr unsigned OffSecondWord = 10; // u32
+    static constexpr unsigned OffFirstWord = 14; // u32
+    static constexpr unsigned OffReserved18 = 18; // u32
     static constexpr unsigned OffPacketNumber = 22; // u32
-    static constexpr unsigned OffPortType = 26;     // u16
-    static constexpr unsigned OffChannel = 28;      // u16
-    static constexpr unsigned OffReserved30 = 30;   // u16
-    static constexpr unsigned OffCode = 32;         // u32
+    static constexpr unsigned OffPortType = 26; // u16
+    static constexpr unsigned OffChannel = 28; // u16
+    static constexpr unsigned OffReserved30 = 30; // u16
+    static constexpr unsigned OffCode = 32; // u32
     static constexpr unsigned OffPayloadLength = 36; // u16
-    static constexpr unsigned OffCrc = 62;          // u16
+    static constexpr unsigned OffCrc = 62; // u16
 
     // Packet codes; a reply is its request plus one.
     enum t_HoeCode : uint32_t {
@@ -71,15 +71,15 @@ public:
     // are applied (HoeAccepted when it passed all nine).
     enum t_HoeCheck : unsigned {
         HoeAccepted = 0,
-        HoeCheckRead = 1,        // read failed or empty datagram
-        HoeCheckMinSize = 2,     // shorter than the header
+        HoeCheckRead = 1, // read failed or empty datagram
+        HoeCheckMinSize = 2, // shorter than the header
         HoeCheckSignature = 3,
         HoeCheckClientId = 4,
-        HoeCheckFirstWord = 5,   // not the first address word of the request
-        HoeCheckPayloadMax = 6,  // payload length above 1350
-        HoeCheckLength = 7,      // payload length + 64 is not the datagram size
+        HoeCheckFirstWord = 5, // not the first address word of the request
+        HoeCheckPayloadMax = 6, // payload length above 1350
+        HoeCheckLength = 7, // payload length + 64 is not the datagram size
         HoeCheckCrc = 8,
-        HoeCheckCode = 9,        // not a code that is awaited
+        HoeCheckCode = 9, // not a code that is awaited
     };
 
     // The whole packet buffer: raw bytes, or header and payload.
@@ -109,33 +109,33 @@ public:
 
     // Session and broadcast packets: these clear the whole buffer first.
     void BuildDetectPacket(unsigned int first, t_HoePacket_Union& packet);
-    void BuildConnectPacket(unsigned int first, unsigned int second, t_HoePacket_Connect_Field_Struct& field,
-                            t_HoePacket_Union& packet);
+    void BuildConnectPacket(
+        unsigned int first, unsigned int second, t_HoePacket_Connect_Field_Struct& field, t_HoePacket_Union& packet);
     void BuildDisconnectPacket(unsigned int first, unsigned int second, t_HoePacket_Union& packet);
     // `length` must not exceed 1350; it is not checked here.
-    void BuildSendCmdPacket(unsigned int first, unsigned int second, unsigned char* data, unsigned short length,
-                            t_HoePacket_Union& packet);
+    void BuildSendCmdPacket(
+        unsigned int first, unsigned int second, unsigned char* data, unsigned short length, t_HoePacket_Union& packet);
 
     // Port packets: the caller zero-fills the buffer and sets the packet
     // number, payload and payload length before calling these.
     void BuildOpenPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                             t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
     void BuildClosePortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                              t_HoePacket_Union& packet);
-    void BuildKeepAlivePortPacket(unsigned int first, unsigned int portType, unsigned int channel,
-                                  unsigned int second, t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
+    void BuildKeepAlivePortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
+        t_HoePacket_Union& packet);
     void BuildDataBufPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                                t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
     void BuildCctxPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                             t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
     void BuildDctxPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                             t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
     void BuildRstTxPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                              t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
     void BuildRstRxPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                              t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
     void BuildCfgPortPacket(unsigned int first, unsigned int portType, unsigned int channel, unsigned int second,
-                            t_HoePacket_Union& packet);
+        t_HoePacket_Union& packet);
 
     // CRC over the first (payload length + 64) bytes, the CRC field counted
     // as 0 whatever it holds. A length field above 1350 counts as 1350.
@@ -146,10 +146,9 @@ public:
     // when the read failed), in order; returns the first that fails. The
     // packet must carry this object's client identifier and `first`, and one
     // of the `codeCount` codes at `codes`.
-    t_HoeCheck CheckReceivedPacket(const t_HoePacket_Union& packet, int size, unsigned int first,
-                                   const uint32_t* codes, unsigned codeCount) const;
-    t_HoeCheck CheckReceivedPacket(const t_HoePacket_Union& packet, int size, unsigned int first,
-                                   uint32_t code) const
+    t_HoeCheck CheckReceivedPacket(
+        const t_HoePacket_Union& packet, int size, unsigned int first, const uint32_t* codes, unsigned codeCount) const;
+    t_HoeCheck CheckReceivedPacket(const t_HoePacket_Union& packet, int size, unsigned int first, uint32_t code) const
     {
         return CheckReceivedPacket(packet, size, first, &code, 1);
     }
@@ -177,7 +176,7 @@ public:
 private:
     void BuildSessionPacket(uint32_t code, unsigned int first, unsigned int second, t_HoePacket_Union& packet);
     void BuildPortPacket(uint32_t code, unsigned int first, unsigned int portType, unsigned int channel,
-                         unsigned int second, t_HoePacket_Union& packet);
+        unsigned int second, t_HoePacket_Union& packet);
 
     unsigned int m_ClientId = 0;
 };

@@ -88,8 +88,8 @@ unsigned CKVX_HdwHoeDevice::LinkWrite(CDeviceInstance* instance, unsigned char* 
     return instance->EthSendCmd(data, static_cast<unsigned short>(count));
 }
 
-unsigned CKVX_HdwHoeDevice::LinkRead(CDeviceInstance* instance, unsigned char* buffer, unsigned maxBytes,
-                                     unsigned& bytesRead)
+unsigned CKVX_HdwHoeDevice::LinkRead(
+    CDeviceInstance* instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     bytesRead = 0;
     if (!instance)
@@ -118,8 +118,7 @@ unsigned CKVX_HdwHoeDevice::LinkWrite(unsigned instance, unsigned char* data, un
     return LinkWrite(GetHoeInstance(instance), data, count);
 }
 
-unsigned CKVX_HdwHoeDevice::LinkRead(unsigned instance, unsigned char* buffer, unsigned maxBytes,
-                                     unsigned& bytesRead)
+unsigned CKVX_HdwHoeDevice::LinkRead(unsigned instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     return LinkRead(GetHoeInstance(instance), buffer, maxBytes, bytesRead);
 }

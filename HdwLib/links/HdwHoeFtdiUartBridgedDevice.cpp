@@ -18,8 +18,7 @@ CKVX_HdwHoeFtdiUartBridgedDevice::~CKVX_HdwHoeFtdiUartBridgedDevice()
             inst->EthDisconnect();
 }
 
-CKVX_HdwHoeFtdiUartBridgedDevice::CDeviceInstance* CKVX_HdwHoeFtdiUartBridgedDevice::GetHoeInstance(
-    unsigned instance)
+CKVX_HdwHoeFtdiUartBridgedDevice::CDeviceInstance* CKVX_HdwHoeFtdiUartBridgedDevice::GetHoeInstance(unsigned instance)
 {
     return dynamic_cast<CDeviceInstance*>(GetDeviceInstance(instance));
 }
@@ -85,8 +84,8 @@ unsigned CKVX_HdwHoeFtdiUartBridgedDevice::LinkWrite(CDeviceInstance* instance, 
     return Com_Write(instance, data, count);
 }
 
-unsigned CKVX_HdwHoeFtdiUartBridgedDevice::LinkRead(CDeviceInstance* instance, unsigned char* buffer,
-                                                    unsigned maxBytes, unsigned& bytesRead)
+unsigned CKVX_HdwHoeFtdiUartBridgedDevice::LinkRead(
+    CDeviceInstance* instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     bytesRead = 0;
     if (!instance)
@@ -122,8 +121,8 @@ unsigned CKVX_HdwHoeFtdiUartBridgedDevice::LinkWrite(unsigned instance, unsigned
     return LinkWrite(GetHoeInstance(instance), data, count);
 }
 
-unsigned CKVX_HdwHoeFtdiUartBridgedDevice::LinkRead(unsigned instance, unsigned char* buffer, unsigned maxBytes,
-                                                    unsigned& bytesRead)
+unsigned CKVX_HdwHoeFtdiUartBridgedDevice::LinkRead(
+    unsigned instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     return LinkRead(GetHoeInstance(instance), buffer, maxBytes, bytesRead);
 }

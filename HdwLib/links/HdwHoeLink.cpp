@@ -23,10 +23,8 @@ private:
 
 CKVX_HdwHoeLink::CDetectInfo::~CDetectInfo() = default;
 
-CKVX_HdwHoeLink::CKVX_HdwHoeLink()
-    : m_Session(new hdw::links::CHoeSession), m_Sink(new hdw::links::CHoeLinkSink(*this))
-{
-}
+CKVX_HdwHoeLink::CKVX_HdwHoeLink() : m_Session(new hdw::links::CHoeSession), m_Sink(new hdw::links::CHoeLinkSink(*this))
+{}
 
 CKVX_HdwHoeLink::~CKVX_HdwHoeLink()
 {

@@ -43,8 +43,7 @@ unsigned Install(CKVX_HdwPort& port, S* service, CKVX_HdwService** out, CKVX_Hdw
 
 CKVX_HdwLineByteInBufferService::CKVX_HdwLineByteInBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteInBufferService(port)
-{
-}
+{}
 
 CKVX_HdwLineByteInBufferService::~CKVX_HdwLineByteInBufferService() = default;
 
@@ -88,8 +87,7 @@ unsigned CKVX_HdwLineByteInBufferService::Stop()
     return 0;
 }
 
-unsigned CKVX_HdwLineByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
-                                                          unsigned int& readCount)
+unsigned CKVX_HdwLineByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount, unsigned int& readCount)
 {
     return hdw::bus::ReadBytes(*this, m_Bytes, bytes, maxCount, readCount);
 }
@@ -110,8 +108,7 @@ unsigned CKVX_HdwLineByteInBufferService::ResetReadBuffer()
 
 CKVX_HdwLineByteOutBufferService::CKVX_HdwLineByteOutBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteOutBufferService(port)
-{
-}
+{}
 
 CKVX_HdwLineByteOutBufferService::~CKVX_HdwLineByteOutBufferService() = default;
 
@@ -154,8 +151,7 @@ unsigned CKVX_HdwLineByteOutBufferService::Stop()
     return 0;
 }
 
-unsigned CKVX_HdwLineByteOutBufferService::Write(unsigned char* bytes, unsigned int count,
-                                                            unsigned int option)
+unsigned CKVX_HdwLineByteOutBufferService::Write(unsigned char* bytes, unsigned int count, unsigned int option)
 {
     if (option != 0)
         return HDW_ERR_ARGUMENT;
@@ -191,8 +187,8 @@ unsigned CKVX_HdwLineByteOutBufferService::ResetWriteBuffer()
 
 // ---- admission ----------------------------------------------------------------
 
-unsigned hdw::links::EnableLineByteService(CKVX_HdwPort& port, unsigned serviceType, CKVX_HdwService** service,
-                               CKVX_HdwService::CParameters* params)
+unsigned hdw::links::EnableLineByteService(
+    CKVX_HdwPort& port, unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (serviceType != HDW_SERVICE_BYTE_IN_BUFFER && serviceType != HDW_SERVICE_BYTE_OUT_BUFFER)
         return HDW_ERR_WRONG_STATE;

@@ -29,7 +29,6 @@ public:
     unsigned GetReadBufferBytes(unsigned int& count) override;
     unsigned ResetReadBuffer() override;
 
-
     // Most bytes one tick takes from the line.
     static constexpr unsigned MaxReadPerTick = 64 * 1024;
 

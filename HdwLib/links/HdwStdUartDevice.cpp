@@ -33,13 +33,12 @@ unsigned CKVX_HdwStdUartDevice::CDeviceInstance::ClosePort(CKVX_HdwPort*)
 
 CKVX_HdwStdUartDevice::CStdUartPort::CStdUartPort(CKVX_HdwObject* device, unsigned deviceInstance)
     : CKVX_HdwUartPort(device, deviceInstance, "0")
-{
-}
+{}
 
 CKVX_HdwStdUartDevice::CStdUartPort::~CStdUartPort() = default;
 
-unsigned CKVX_HdwStdUartDevice::CStdUartPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                                            CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
         return rc;

@@ -54,8 +54,8 @@ public:
 
         // The byte services, types 2 and 3, one of each: 10 for any other
         // type, 26 for a second service of a type.
-        unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                               CKVX_HdwService::CParameters* params) override;
+        unsigned EnableService(
+            unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
         // Bytes through the line, under the device lock; 19 while the port
         // is closed. Write waits up to the open parameters' Timeout (ms).

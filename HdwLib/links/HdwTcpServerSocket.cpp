@@ -17,8 +17,7 @@ bool CKVX_HdwTcpServerSocket::IsListening() const
     return m_Handle != InvalidSocket;
 }
 
-unsigned CKVX_HdwTcpServerSocket::Listen(unsigned short localPort, const CKVX_IpAddress& localAddress,
-                                         unsigned backlog)
+unsigned CKVX_HdwTcpServerSocket::Listen(unsigned short localPort, const CKVX_IpAddress& localAddress, unsigned backlog)
 {
     if (IsListening())
         return HDW_ERR_WRONG_STATE;

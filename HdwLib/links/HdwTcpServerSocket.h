@@ -21,8 +21,8 @@ public:
     CKVX_HdwTcpServerSocket& operator=(const CKVX_HdwTcpServerSocket&) = delete;
 
     // Port 0: any free port (GetLocalPort tells which).
-    unsigned Listen(unsigned short localPort, const CKVX_IpAddress& localAddress = CKVX_IpAddress(),
-                    unsigned backlog = 8);
+    unsigned Listen(
+        unsigned short localPort, const CKVX_IpAddress& localAddress = CKVX_IpAddress(), unsigned backlog = 8);
     unsigned Close();
     bool IsListening() const;
     unsigned short GetLocalPort() const { return m_LocalPort; }

@@ -32,13 +32,12 @@ CKVX_HdwUdpEmulatorDevice::CDeviceInstance* CKVX_HdwUdpEmulatorDevice::GetEmulat
 
 CKVX_HdwUdpEmulatorDevice::CUdpUartPort::CUdpUartPort(CKVX_HdwObject* device, unsigned deviceInstance)
     : CKVX_HdwUartPort(device, deviceInstance, "0")
-{
-}
+{}
 
 CKVX_HdwUdpEmulatorDevice::CUdpUartPort::~CUdpUartPort() = default;
 
-unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                                                CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
         return rc;
@@ -57,8 +56,8 @@ bool CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineIsOpen()
     return inst && inst->IsOpen() && inst->Socket.IsOpen();
 }
 
-unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineRead(unsigned char* buffer, unsigned maxBytes,
-                                                           unsigned& bytesRead)
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineRead(
+    unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     bytesRead = 0;
     CDeviceInstance* inst = Instance();
@@ -79,7 +78,7 @@ unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWrite(const unsigned char*
     if (!inst)
         return HDW_ERR_PORT_NOT_OPEN;
     return inst->Socket.SendTo(data, count, inst->UnitAddress, inst->UnitPort) == 0 ? 0u
-                                                                                   : unsigned(HDW_ERR_SYSTEM_CALL);
+                                                                                    : unsigned(HDW_ERR_SYSTEM_CALL);
 }
 
 unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineQueued()
@@ -188,8 +187,8 @@ unsigned CKVX_HdwUdpEmulatorDevice::UartWrite(unsigned instance, const unsigned 
     return rc;
 }
 
-unsigned CKVX_HdwUdpEmulatorDevice::UartRead(unsigned instance, unsigned char* buffer, unsigned maxBytes,
-                                            unsigned& bytesRead)
+unsigned CKVX_HdwUdpEmulatorDevice::UartRead(
+    unsigned instance, unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     bytesRead = 0;
     CDeviceInstance* inst = GetEmulatorInstance(instance);

@@ -58,8 +58,8 @@ public:
 
         // The byte services, types 2 and 3, one of each: 10 for any other
         // type, 26 for a second service of a type.
-        unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                               CKVX_HdwService::CParameters* params) override;
+        unsigned EnableService(
+            unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
         // The byte stream as the byte services use it (in the tick, under
         // the device lock): the receive queue, and one datagram per write.

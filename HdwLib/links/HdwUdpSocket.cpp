@@ -51,8 +51,8 @@ unsigned CKVX_HdwUdpSocket::EnableBroadcast(bool on)
     return hdw::links::ToResult(SocketEnableBroadcast(m_Handle, on));
 }
 
-unsigned CKVX_HdwUdpSocket::SendTo(const void* data, unsigned length, const CKVX_IpAddress& address,
-                                   unsigned short port)
+unsigned CKVX_HdwUdpSocket::SendTo(
+    const void* data, unsigned length, const CKVX_IpAddress& address, unsigned short port)
 {
     if (!IsOpen())
         return HDW_ERR_WRONG_STATE;
@@ -68,8 +68,8 @@ unsigned CKVX_HdwUdpSocket::WaitReadable(unsigned timeoutMs)
     return hdw::links::ToResult(SocketWait(m_Handle, false, timeoutMs));
 }
 
-unsigned CKVX_HdwUdpSocket::ReceiveFrom(void* buffer, unsigned capacity, unsigned& received,
-                                        CKVX_IpAddress& address, unsigned short& port, unsigned timeoutMs)
+unsigned CKVX_HdwUdpSocket::ReceiveFrom(void* buffer, unsigned capacity, unsigned& received, CKVX_IpAddress& address,
+    unsigned short& port, unsigned timeoutMs)
 {
     received = 0;
     if (!IsOpen())

@@ -33,7 +33,7 @@ public:
     unsigned SendTo(const void* data, unsigned length, const CKVX_IpAddress& address, unsigned short port);
     // Takes one datagram, waiting up to `timeoutMs` (0: only what is there).
     unsigned ReceiveFrom(void* buffer, unsigned capacity, unsigned& received, CKVX_IpAddress& address,
-                         unsigned short& port, unsigned timeoutMs);
+        unsigned short& port, unsigned timeoutMs);
     // Waits up to `timeoutMs` for a datagram without taking it: 0 or 4.
     unsigned WaitReadable(unsigned timeoutMs);
 

@@ -10,8 +10,7 @@
 
 CKVX_HdwKvxArinc429InBufferService::CKVX_HdwKvxArinc429InBufferService(CKVX_HdwObject* port)
     : CKVX_HdwArinc429InBufferService(port)
-{
-}
+{}
 
 CKVX_HdwKvxArinc429InBufferService::~CKVX_HdwKvxArinc429InBufferService() = default;
 
@@ -43,8 +42,8 @@ unsigned CKVX_HdwKvxArinc429InBufferService::ProcessEvent(CKVX_HdwEvent* event)
     return 0;
 }
 
-unsigned CKVX_HdwKvxArinc429InBufferService::Read(CKVX_HdwArinc429Message* messages, unsigned int maxCount,
-                                                  unsigned int& readCount)
+unsigned CKVX_HdwKvxArinc429InBufferService::Read(
+    CKVX_HdwArinc429Message* messages, unsigned int maxCount, unsigned int& readCount)
 {
     return ReadMessages(messages, maxCount, readCount);
 }
@@ -73,8 +72,8 @@ unsigned CKVX_HdwKvxArinc429InBufferService::ResetRx()
     return 0;
 }
 
-unsigned CKVX_HdwKvxArinc429InBufferService::AcceptMessage(unsigned char label, unsigned char sdiMask,
-                                                           unsigned char ssmMask)
+unsigned CKVX_HdwKvxArinc429InBufferService::AcceptMessage(
+    unsigned char label, unsigned char sdiMask, unsigned char ssmMask)
 {
     CKVX_HdwArinc429InBufferService::AcceptMessage(label, sdiMask, ssmMask);
     return ReconfigureFilter();
@@ -92,8 +91,7 @@ unsigned CKVX_HdwKvxArinc429InBufferService::DiscardAllMessages()
     return ReconfigureFilter();
 }
 
-unsigned char CKVX_HdwKvxArinc429InBufferService::ApplyFilter(CKVX_HdwArinc429Message& message,
-                                                              unsigned short* filter)
+unsigned char CKVX_HdwKvxArinc429InBufferService::ApplyFilter(CKVX_HdwArinc429Message& message, unsigned short* filter)
 {
     // The unit drops labels in hardware; the SDI/SSM part of the filter is
     // applied here.
@@ -142,9 +140,9 @@ public:
     static constexpr unsigned RecordBytes = 10;
 
     CArinc429WordsOut(CKVX_HdwArinc429MessageList& words, CKVX_HdwKvxOutputCount& count)
-        : m_Words(words), m_Count(count)
-    {
-    }
+        : m_Words(words),
+          m_Count(count)
+    {}
 
     bool Empty() const { return m_Words.IsEmpty(); }
     unsigned Room() const { return hdw::units::Arinc429FifoRoom(m_Count); }
@@ -173,9 +171,9 @@ private:
 } // namespace
 
 CKVX_HdwKvxArinc429OutBufferService::CKVX_HdwKvxArinc429OutBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwArinc429OutBufferService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
-{
-}
+    : CKVX_HdwArinc429OutBufferService(port),
+      m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
+{}
 
 CKVX_HdwKvxArinc429OutBufferService::~CKVX_HdwKvxArinc429OutBufferService() = default;
 
@@ -209,8 +207,8 @@ unsigned CKVX_HdwKvxArinc429OutBufferService::HdwTimerHandler(uint64_t ticks)
     return SendImmediate();
 }
 
-unsigned CKVX_HdwKvxArinc429OutBufferService::Write(CKVX_HdwArinc429Message* messages, unsigned int count,
-                                                    unsigned char option)
+unsigned CKVX_HdwKvxArinc429OutBufferService::Write(
+    CKVX_HdwArinc429Message* messages, unsigned int count, unsigned char option)
 {
     if (option != 0)
         return HDW_ERR_ARGUMENT;
@@ -235,7 +233,7 @@ unsigned CKVX_HdwKvxArinc429OutBufferService::SendImmediate()
     if (!m_UnitPort)
         return 0;
     return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                  CArinc429WordsOut(Messages, m_Count));
+        CArinc429WordsOut(Messages, m_Count));
 }
 
 unsigned CKVX_HdwKvxArinc429OutBufferService::GetMessagesToBeWritten(unsigned int& count)

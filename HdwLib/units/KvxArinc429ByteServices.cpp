@@ -10,8 +10,7 @@
 
 CKVX_HdwKvxArinc429ByteInBufferService::CKVX_HdwKvxArinc429ByteInBufferService(CKVX_HdwObject* port)
     : CKVX_HdwArinc429ByteInBufferService(port)
-{
-}
+{}
 
 CKVX_HdwKvxArinc429ByteInBufferService::~CKVX_HdwKvxArinc429ByteInBufferService() = default;
 
@@ -53,10 +52,12 @@ public:
     static constexpr unsigned RecordBytes = 10;
 
     CArinc429StreamOut(CKVX_HdwArinc429ByteOutBufferService& stream, const std::deque<uint8_t>& queue,
-                       std::vector<CKVX_HdwArinc429Message>& batch, CKVX_HdwKvxOutputCount& count)
-        : m_Stream(stream), m_Queue(queue), m_Batch(batch), m_Count(count)
-    {
-    }
+        std::vector<CKVX_HdwArinc429Message>& batch, CKVX_HdwKvxOutputCount& count)
+        : m_Stream(stream),
+          m_Queue(queue),
+          m_Batch(batch),
+          m_Count(count)
+    {}
 
     bool Empty() const { return m_Queue.empty(); }
     unsigned Room() const { return hdw::units::Arinc429FifoRoom(m_Count); }
@@ -86,9 +87,9 @@ private:
 } // namespace
 
 CKVX_HdwKvxArinc429ByteOutBufferService::CKVX_HdwKvxArinc429ByteOutBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwArinc429ByteOutBufferService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
-{
-}
+    : CKVX_HdwArinc429ByteOutBufferService(port),
+      m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
+{}
 
 CKVX_HdwKvxArinc429ByteOutBufferService::~CKVX_HdwKvxArinc429ByteOutBufferService() = default;
 
@@ -129,5 +130,5 @@ unsigned CKVX_HdwKvxArinc429ByteOutBufferService::SendImmediate()
     if (!m_UnitPort)
         return 0;
     return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                  CArinc429StreamOut(*this, m_Queue, m_Batch, m_Count));
+        CArinc429StreamOut(*this, m_Queue, m_Batch, m_Count));
 }

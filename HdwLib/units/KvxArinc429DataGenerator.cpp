@@ -14,9 +14,9 @@ constexpr unsigned PushRecordBytes = 10;
 } // namespace
 
 CKVX_HdwKvxArinc429TxDataGeneratorService::CKVX_HdwKvxArinc429TxDataGeneratorService(CKVX_HdwObject* port)
-    : CKVX_HdwDataGeneratorService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
-{
-}
+    : CKVX_HdwDataGeneratorService(port),
+      m_UnitPort(dynamic_cast<CKVX_HdwKvxArinc429TxPort*>(port))
+{}
 
 CKVX_HdwKvxArinc429TxDataGeneratorService::~CKVX_HdwKvxArinc429TxDataGeneratorService() = default;
 
@@ -35,8 +35,8 @@ unsigned CKVX_HdwKvxArinc429TxDataGeneratorService::Start()
     SetEvenParity(p.Parity == 1);
     m_UnitPort->AttachConfiguration(true);
     // What the FIFO still holds from an earlier user of the channel.
-    if (m_UnitPort->GetUnit()->AttachStatusRequestCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                                          hdw::units::StatusAtxFifo) == 0)
+    if (m_UnitPort->GetUnit()->AttachStatusRequestCommand(
+            m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(), hdw::units::StatusAtxFifo) == 0)
         m_StatusPoll.Requested(m_Count.Pushed, m_StatusPoll.LastTick());
     return 0;
 }

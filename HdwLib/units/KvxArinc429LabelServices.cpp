@@ -6,8 +6,7 @@
 
 CKVX_HdwKvxArinc429OutLbloService::CKVX_HdwKvxArinc429OutLbloService(CKVX_HdwObject* port)
     : CKVX_HdwArinc429OutLbloService(port)
-{
-}
+{}
 
 CKVX_HdwKvxArinc429OutLbloService::~CKVX_HdwKvxArinc429OutLbloService() = default;
 
@@ -67,14 +66,13 @@ unsigned CKVX_HdwKvxArinc429OutLbloService::SetLabelsCtrl(const CLabelCtrl* ctrl
     const unsigned channel = hdw::units::ChannelOf(this);
     CKVX_HdwServiceLock lock(*this);
     for (unsigned i = 0; i < count; ++i)
-        if (const unsigned rc = unit->AttachAtxCtxCtrlCommand(port->GetDeviceId(), channel,
-                                                               EffectiveCtrl(ctrls[i].Label)))
+        if (const unsigned rc =
+                unit->AttachAtxCtxCtrlCommand(port->GetDeviceId(), channel, EffectiveCtrl(ctrls[i].Label)))
             return rc;
     return 0;
 }
 
-unsigned CKVX_HdwKvxArinc429OutLbloService::UpdateMessages(const CKVX_HdwArinc429Message* messages,
-                                                           unsigned int count)
+unsigned CKVX_HdwKvxArinc429OutLbloService::UpdateMessages(const CKVX_HdwArinc429Message* messages, unsigned int count)
 {
     if (const unsigned rc = CKVX_HdwArinc429OutLbloService::UpdateMessages(messages, count))
         return rc;
@@ -128,8 +126,8 @@ unsigned CKVX_HdwKvxArinc429OutLbloService::AttachAllCtrls()
     for (unsigned label = 0; label < 256; ++label) {
         if (!Defined[label])
             continue;
-        if (const unsigned rc = unit->AttachAtxCtxCtrlCommand(port->GetDeviceId(), channel,
-                                                               EffectiveCtrl(static_cast<unsigned char>(label))))
+        if (const unsigned rc = unit->AttachAtxCtxCtrlCommand(
+                port->GetDeviceId(), channel, EffectiveCtrl(static_cast<unsigned char>(label))))
             return rc;
     }
     return 0;
@@ -139,8 +137,7 @@ unsigned CKVX_HdwKvxArinc429OutLbloService::AttachAllCtrls()
 
 CKVX_HdwKvxArinc429InLbloService::CKVX_HdwKvxArinc429InLbloService(CKVX_HdwObject* port)
     : CKVX_HdwArinc429InLbloService(port)
-{
-}
+{}
 
 CKVX_HdwKvxArinc429InLbloService::~CKVX_HdwKvxArinc429InLbloService() = default;
 

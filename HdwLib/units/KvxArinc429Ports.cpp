@@ -11,13 +11,12 @@
 
 // ---- transmitter ----------------------------------------------------------------
 
-CKVX_HdwKvxArinc429TxPort::CKVX_HdwKvxArinc429TxPort(CKVX_HdwObject* device, unsigned deviceInstance,
-                                                     const CKVX_String& channelId)
+CKVX_HdwKvxArinc429TxPort::CKVX_HdwKvxArinc429TxPort(
+    CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwArinc429TxPort(device, deviceInstance, channelId),
       m_Channel(hdw::units::ChannelNumber(channelId)),
       m_Unit(dynamic_cast<CKVX_HdwKvxCommandUnit*>(device))
-{
-}
+{}
 
 CKVX_HdwKvxArinc429TxPort::~CKVX_HdwKvxArinc429TxPort() = default;
 
@@ -27,7 +26,7 @@ unsigned CKVX_HdwKvxArinc429TxPort::Open(CKVX_HdwPort::CParameters* params)
         unsigned char high = 0;
         unsigned short hi = 0, lo = 0;
         return p.WordIntergap != 0 &&
-               CKVX_HdwKvxCommandUnit::ExtractArinc429TxBaudRateParameters(p.BaudRate, high, hi, lo) == 0;
+            CKVX_HdwKvxCommandUnit::ExtractArinc429TxBaudRateParameters(p.BaudRate, high, hi, lo) == 0;
     });
 }
 
@@ -41,8 +40,8 @@ unsigned CKVX_HdwKvxArinc429TxPort::Close()
     return hdw::units::CloseChannel<CKVX_HdwArinc429TxPort>(*this);
 }
 
-unsigned CKVX_HdwKvxArinc429TxPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                                  CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwKvxArinc429TxPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwArinc429TxPort::EnableService(serviceType, service, params))
         return rc;
@@ -58,10 +57,8 @@ unsigned CKVX_HdwKvxArinc429TxPort::EnableService(unsigned serviceType, CKVX_Hdw
             return HDW_ERR_WRONG_STATE;
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429OutLbloService(this), service, params);
     case HDW_SERVICE_DATA_GENERATOR:
-        return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429TxDataGeneratorService(this), service,
-                                          params);
-    default:
-        return HDW_ERR_WRONG_STATE;
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429TxDataGeneratorService(this), service, params);
+    default: return HDW_ERR_WRONG_STATE;
     }
 }
 
@@ -76,21 +73,19 @@ unsigned CKVX_HdwKvxArinc429TxPort::AttachConfiguration(bool enable)
 
 // ---- receiver -------------------------------------------------------------------
 
-CKVX_HdwKvxArinc429RxPort::CKVX_HdwKvxArinc429RxPort(CKVX_HdwObject* device, unsigned deviceInstance,
-                                                     const CKVX_String& channelId)
+CKVX_HdwKvxArinc429RxPort::CKVX_HdwKvxArinc429RxPort(
+    CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwArinc429RxPort(device, deviceInstance, channelId),
       m_Channel(hdw::units::ChannelNumber(channelId)),
       m_Unit(dynamic_cast<CKVX_HdwKvxCommandUnit*>(device))
-{
-}
+{}
 
 CKVX_HdwKvxArinc429RxPort::~CKVX_HdwKvxArinc429RxPort() = default;
 
 unsigned CKVX_HdwKvxArinc429RxPort::Open(CKVX_HdwPort::CParameters* params)
 {
-    return hdw::units::OpenChannel<CKVX_HdwArinc429RxPort>(*this, params, [](const auto& p) {
-        return p.BaudRate == p.LowSpeed || p.BaudRate == p.HighSpeed;
-    });
+    return hdw::units::OpenChannel<CKVX_HdwArinc429RxPort>(
+        *this, params, [](const auto& p) { return p.BaudRate == p.LowSpeed || p.BaudRate == p.HighSpeed; });
 }
 
 unsigned CKVX_HdwKvxArinc429RxPort::OnOpening(CKVX_HdwPort::CParameters* params)
@@ -103,8 +98,8 @@ unsigned CKVX_HdwKvxArinc429RxPort::Close()
     return hdw::units::CloseChannel<CKVX_HdwArinc429RxPort>(*this);
 }
 
-unsigned CKVX_HdwKvxArinc429RxPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                                  CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwKvxArinc429RxPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwArinc429RxPort::EnableService(serviceType, service, params))
         return rc;
@@ -119,8 +114,7 @@ unsigned CKVX_HdwKvxArinc429RxPort::EnableService(unsigned serviceType, CKVX_Hdw
         if (!m_Unit->GetUnitProfile().Arinc429LabelInput)
             return HDW_ERR_WRONG_STATE;
         return hdw::units::InstallService(*this, new CKVX_HdwKvxArinc429InLbloService(this), service, params);
-    default:
-        return HDW_ERR_WRONG_STATE;
+    default: return HDW_ERR_WRONG_STATE;
     }
 }
 

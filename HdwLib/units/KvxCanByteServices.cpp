@@ -10,8 +10,7 @@
 
 CKVX_HdwKvxCanByteInBufferService::CKVX_HdwKvxCanByteInBufferService(CKVX_HdwObject* port)
     : CKVX_HdwCanByteInBufferService(port)
-{
-}
+{}
 
 CKVX_HdwKvxCanByteInBufferService::~CKVX_HdwKvxCanByteInBufferService() = default;
 
@@ -53,10 +52,12 @@ public:
     static constexpr unsigned RecordBytes = 17;
 
     CCanStreamOut(CKVX_HdwCanByteOutBufferService& stream, const std::deque<uint8_t>& queue,
-                  std::vector<CKVX_HdwCanMessage>& batch, CKVX_HdwPort* port)
-        : m_Stream(stream), m_Queue(queue), m_Batch(batch), m_Port(port)
-    {
-    }
+        std::vector<CKVX_HdwCanMessage>& batch, CKVX_HdwPort* port)
+        : m_Stream(stream),
+          m_Queue(queue),
+          m_Batch(batch),
+          m_Port(port)
+    {}
 
     bool Empty() const { return m_Queue.empty(); }
     // The FIFO is shared with the channel's frame output.
@@ -90,9 +91,9 @@ private:
 } // namespace
 
 CKVX_HdwKvxCanByteOutBufferService::CKVX_HdwKvxCanByteOutBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwCanByteOutBufferService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxCanPort*>(port))
-{
-}
+    : CKVX_HdwCanByteOutBufferService(port),
+      m_UnitPort(dynamic_cast<CKVX_HdwKvxCanPort*>(port))
+{}
 
 CKVX_HdwKvxCanByteOutBufferService::~CKVX_HdwKvxCanByteOutBufferService() = default;
 
@@ -131,7 +132,7 @@ unsigned CKVX_HdwKvxCanByteOutBufferService::SendImmediate()
     if (!m_UnitPort)
         return 0;
     return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                  CCanStreamOut(*this, m_Queue, m_Batch, m_UnitPort));
+        CCanStreamOut(*this, m_Queue, m_Batch, m_UnitPort));
 }
 
 unsigned CKVX_HdwKvxCanByteOutBufferService::FramesInFlightOn(CKVX_HdwPort* port)

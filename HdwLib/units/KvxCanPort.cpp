@@ -13,13 +13,11 @@ constexpr unsigned StatusRequestBytes = 7;
 
 } // namespace
 
-CKVX_HdwKvxCanPort::CKVX_HdwKvxCanPort(CKVX_HdwObject* device, unsigned deviceInstance,
-                                       const CKVX_String& channelId)
+CKVX_HdwKvxCanPort::CKVX_HdwKvxCanPort(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwCanPort(device, deviceInstance, channelId),
       m_Channel(hdw::units::ChannelNumber(channelId)),
       m_Unit(dynamic_cast<CKVX_HdwKvxCommandUnit*>(device))
-{
-}
+{}
 
 CKVX_HdwKvxCanPort::~CKVX_HdwKvxCanPort() = default;
 
@@ -27,8 +25,7 @@ unsigned CKVX_HdwKvxCanPort::Open(CKVX_HdwPort::CParameters* params)
 {
     return hdw::units::OpenChannel<CKVX_HdwCanPort>(*this, params, [](const auto& p) {
         unsigned char prescaler = 0, seg1 = 0, seg2 = 0;
-        return CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(p.BitRate, p.SamplePoint, prescaler, seg1,
-                                                                  seg2) == 0;
+        return CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(p.BitRate, p.SamplePoint, prescaler, seg1, seg2) == 0;
     });
 }
 
@@ -58,8 +55,8 @@ unsigned CKVX_HdwKvxCanPort::Close()
     return CKVX_HdwCanPort::Close();
 }
 
-unsigned CKVX_HdwKvxCanPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                           CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwKvxCanPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwCanPort::EnableService(serviceType, service, params))
         return rc;
@@ -78,8 +75,7 @@ unsigned CKVX_HdwKvxCanPort::EnableService(unsigned serviceType, CKVX_HdwService
         if (serviceType == HDW_SERVICE_BYTE_IN_BUFFER)
             return hdw::units::InstallService(*this, new CKVX_HdwKvxCanByteInBufferService(this), service, params);
         return hdw::units::InstallService(*this, new CKVX_HdwKvxCanByteOutBufferService(this), service, params);
-    default:
-        return HDW_ERR_WRONG_STATE;
+    default: return HDW_ERR_WRONG_STATE;
     }
 }
 
@@ -138,8 +134,8 @@ unsigned CKVX_HdwKvxCanPort::AttachConfiguration(bool enable)
         return HDW_ERR_ARGUMENT;
     CKVX_HdwKvxCanCtrlStatus& ctrl = inst->CanCtrl[m_Channel];
     unsigned char prescaler = 0, seg1 = 0, seg2 = 0;
-    if (CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(m_Parameters.BitRate, m_Parameters.SamplePoint,
-                                                           prescaler, seg1, seg2) != 0)
+    if (CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(
+            m_Parameters.BitRate, m_Parameters.SamplePoint, prescaler, seg1, seg2) != 0)
         return HDW_ERR_ARGUMENT;
     ctrl.Enabled = enable ? 1 : 0;
     ctrl.ModeFlagA = m_Parameters.ModeFlagA;

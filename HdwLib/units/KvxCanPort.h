@@ -21,8 +21,8 @@ public:
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned OnOpening(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
     // Polls the controller's status now and then, then ticks the services.
     unsigned HdwTimerHandler(uint64_t ticks) override;
     // Status events update the fault status (and signal its changes).

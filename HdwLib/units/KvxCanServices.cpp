@@ -8,9 +8,7 @@
 
 // ---- input --------------------------------------------------------------------
 
-CKVX_HdwKvxCanInBufferService::CKVX_HdwKvxCanInBufferService(CKVX_HdwObject* port) : CKVX_HdwCanInBufferService(port)
-{
-}
+CKVX_HdwKvxCanInBufferService::CKVX_HdwKvxCanInBufferService(CKVX_HdwObject* port) : CKVX_HdwCanInBufferService(port) {}
 
 CKVX_HdwKvxCanInBufferService::~CKVX_HdwKvxCanInBufferService() = default;
 
@@ -45,8 +43,8 @@ unsigned CKVX_HdwKvxCanInBufferService::ProcessEvent(CKVX_HdwEvent* event)
     return 0;
 }
 
-unsigned CKVX_HdwKvxCanInBufferService::Read(CKVX_HdwCanMessage* messages, unsigned int maxCount,
-                                             unsigned int& readCount)
+unsigned CKVX_HdwKvxCanInBufferService::Read(
+    CKVX_HdwCanMessage* messages, unsigned int maxCount, unsigned int& readCount)
 {
     return ReadMessages(messages, maxCount, readCount);
 }
@@ -87,11 +85,12 @@ class CCanFramesOut {
 public:
     static constexpr unsigned RecordBytes = 17;
 
-    CCanFramesOut(CKVX_HdwCanOutBufferService::CMessageBuffer& frames, CKVX_HdwKvxOutputCount& count,
-                  CKVX_HdwPort* port)
-        : m_Frames(frames), m_Count(count), m_Port(port)
-    {
-    }
+    CCanFramesOut(
+        CKVX_HdwCanOutBufferService::CMessageBuffer& frames, CKVX_HdwKvxOutputCount& count, CKVX_HdwPort* port)
+        : m_Frames(frames),
+          m_Count(count),
+          m_Port(port)
+    {}
 
     bool Empty() const { return m_Frames.IsEmpty(); }
     // The FIFO is shared with the channel's byte output; it is topped up
@@ -136,9 +135,9 @@ private:
 } // namespace
 
 CKVX_HdwKvxCanOutBufferService::CKVX_HdwKvxCanOutBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwCanOutBufferService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxCanPort*>(port))
-{
-}
+    : CKVX_HdwCanOutBufferService(port),
+      m_UnitPort(dynamic_cast<CKVX_HdwKvxCanPort*>(port))
+{}
 
 CKVX_HdwKvxCanOutBufferService::~CKVX_HdwKvxCanOutBufferService() = default;
 
@@ -220,7 +219,7 @@ unsigned CKVX_HdwKvxCanOutBufferService::SendImmediate()
     if (!m_UnitPort)
         return 0;
     return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                  CCanFramesOut(Messages, m_Count, m_UnitPort));
+        CCanFramesOut(Messages, m_Count, m_UnitPort));
 }
 
 unsigned CKVX_HdwKvxCanOutBufferService::ResetWriteBuffer()

@@ -29,19 +29,19 @@
 class HDWLIB_EXPORT CKVX_HdwKvxArinc429TxCtrlStatus : public CKVX_Object {
 public:
     uint8_t Enabled = 0;
-    uint8_t Option1 = 1;       // flags bit 1
-    uint8_t Option5 = 0;       // flags bit 5
-    uint8_t Option6 = 0;       // flags bit 6
-    uint8_t Setting7 = 0;      // byte 7
+    uint8_t Option1 = 1; // flags bit 1
+    uint8_t Option5 = 0; // flags bit 5
+    uint8_t Option6 = 0; // flags bit 6
+    uint8_t Setting7 = 0; // byte 7
     uint8_t Settings12[3] = {}; // bytes 12..14
-    uint8_t Option15 = 0;      // byte 15 bit 0
-    uint32_t FifoWaiting = 0;  // words waiting in the unit's FIFO (status kind 1)
+    uint8_t Option15 = 0; // byte 15 bit 0
+    uint32_t FifoWaiting = 0; // words waiting in the unit's FIFO (status kind 1)
 };
 class HDWLIB_EXPORT CKVX_HdwKvxArinc429RxCtrlStatus : public CKVX_Object {
 public:
     uint8_t Enabled = 0;
     uint8_t LabelFlags[256] = {}; // 1: the unit passes that label
-    bool HasFilter = false;       // false: all labels pass
+    bool HasFilter = false; // false: all labels pass
 };
 class HDWLIB_EXPORT CKVX_HdwKvxCanCtrlStatus : public CKVX_Object {
 public:
@@ -57,8 +57,8 @@ public:
     uint8_t PrescalerIndex = 0;
     uint8_t Segment1 = 0;
     uint8_t Segment2 = 0;
-    uint32_t FaultState = 3;  // status kind 2, bits 0-7
-    uint32_t TxWaiting = 0;   // bits 8-15
+    uint32_t FaultState = 3; // status kind 2, bits 0-7
+    uint32_t TxWaiting = 0; // bits 8-15
     uint8_t ErrReg0 = 0;
     uint8_t ErrReg1 = 0;
 };

@@ -22,14 +22,16 @@ unsigned ProbeOn(D& device, I* tmp)
 
 // ---- USB only ----------------------------------------------------------------
 
-CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::CDeviceInstance() : CKVX_HdwKvxUnitInstance(static_cast<CKVX_HdwDevice::CDeviceInstance&>(*this)) {}
+CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::CDeviceInstance()
+    : CKVX_HdwKvxUnitInstance(static_cast<CKVX_HdwDevice::CDeviceInstance&>(*this))
+{}
 CKVX_HdwKvxUsbCommandDevice::CDeviceInstance::~CDeviceInstance() = default;
 
 CKVX_HdwKvxUsbCommandDevice::CKVX_HdwKvxUsbCommandDevice(const CKVX_HdwKvxUnitProfile& profile)
     : CKVX_HdwKvxCommandUnit(profile)
 {
     SetUnitIdentity(profile.DeviceCode, profile.Manufacturer, profile.ModelName, profile.UsbDescription,
-                    profile.UsbVendorId, profile.UsbProductId, profile.LinkBaudRate, profile.LinkTimeoutMs);
+        profile.UsbVendorId, profile.UsbProductId, profile.LinkBaudRate, profile.LinkTimeoutMs);
 }
 
 CKVX_HdwKvxUsbCommandDevice::~CKVX_HdwKvxUsbCommandDevice()
@@ -61,8 +63,8 @@ unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkWrite(CKVX_HdwKvxUnitInstance* ins
     return Com_Write(static_cast<CDeviceInstance*>(instance), data, count);
 }
 
-unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer,
-                                                   unsigned maxBytes, unsigned& bytesRead)
+unsigned CKVX_HdwKvxUsbCommandDevice::UnitLinkRead(
+    CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     return Com_Read(static_cast<CDeviceInstance*>(instance), buffer, maxBytes, bytesRead);
 }
@@ -77,8 +79,8 @@ void CKVX_HdwKvxUsbCommandDevice::UnitLinkAbandon(CKVX_HdwKvxUnitInstance* insta
     Com_Close(static_cast<CDeviceInstance*>(instance));
 }
 
-void CKVX_HdwKvxUsbCommandDevice::UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel,
-                                              const CKVX_String& description)
+void CKVX_HdwKvxUsbCommandDevice::UnitAddPort(
+    unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description)
 {
     AddPortDescriptor(instance, port, channel, description);
 }
@@ -119,8 +121,8 @@ unsigned CKVX_HdwKvxUsbCommandDevice::HdwTimerEndDeviceIntanceHandler(unsigned i
     return UnitTickEnd(instance);
 }
 
-unsigned CKVX_HdwKvxUsbCommandDevice::ProbeUartLink(CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance* tmp,
-                                                    const CKVX_String& portName)
+unsigned CKVX_HdwKvxUsbCommandDevice::ProbeUartLink(
+    CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance* tmp, const CKVX_String& portName)
 {
     auto* inst = dynamic_cast<CDeviceInstance*>(tmp);
     if (!inst)
@@ -143,14 +145,16 @@ unsigned CKVX_HdwKvxUsbCommandDevice::CreateInstancePorts(unsigned instance)
 
 // ---- USB and Ethernet ------------------------------------------------------------
 
-CKVX_HdwKvxDualCommandDevice::CDeviceInstance::CDeviceInstance() : CKVX_HdwKvxUnitInstance(static_cast<CKVX_HdwDevice::CDeviceInstance&>(*this)) {}
+CKVX_HdwKvxDualCommandDevice::CDeviceInstance::CDeviceInstance()
+    : CKVX_HdwKvxUnitInstance(static_cast<CKVX_HdwDevice::CDeviceInstance&>(*this))
+{}
 CKVX_HdwKvxDualCommandDevice::CDeviceInstance::~CDeviceInstance() = default;
 
 CKVX_HdwKvxDualCommandDevice::CKVX_HdwKvxDualCommandDevice(const CKVX_HdwKvxUnitProfile& profile)
     : CKVX_HdwKvxCommandUnit(profile)
 {
     SetUnitIdentity(profile.DeviceCode, profile.Manufacturer, profile.ModelName, profile.UsbDescription,
-                    profile.UsbVendorId, profile.UsbProductId, profile.LinkBaudRate, profile.LinkTimeoutMs);
+        profile.UsbVendorId, profile.UsbProductId, profile.LinkBaudRate, profile.LinkTimeoutMs);
     m_HoeUdpPort = profile.UdpPort;
 }
 
@@ -196,8 +200,8 @@ unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkWrite(CKVX_HdwKvxUnitInstance* in
     return LinkWrite(inst, data, count);
 }
 
-unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer,
-                                                    unsigned maxBytes, unsigned& bytesRead)
+unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkRead(
+    CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes, unsigned& bytesRead)
 {
     return LinkRead(static_cast<CDeviceInstance*>(instance), buffer, maxBytes, bytesRead);
 }
@@ -212,8 +216,8 @@ void CKVX_HdwKvxDualCommandDevice::UnitLinkAbandon(CKVX_HdwKvxUnitInstance* inst
     LinkClose(static_cast<CDeviceInstance*>(instance));
 }
 
-void CKVX_HdwKvxDualCommandDevice::UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel,
-                                               const CKVX_String& description)
+void CKVX_HdwKvxDualCommandDevice::UnitAddPort(
+    unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description)
 {
     AddPortDescriptor(instance, port, channel, description);
 }
@@ -254,8 +258,8 @@ unsigned CKVX_HdwKvxDualCommandDevice::HdwTimerEndDeviceIntanceHandler(unsigned 
     return UnitTickEnd(instance);
 }
 
-unsigned CKVX_HdwKvxDualCommandDevice::ProbeUartLink(CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance* tmp,
-                                                     const CKVX_String& portName)
+unsigned CKVX_HdwKvxDualCommandDevice::ProbeUartLink(
+    CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance* tmp, const CKVX_String& portName)
 {
     auto* inst = dynamic_cast<CDeviceInstance*>(tmp);
     if (!inst)
@@ -284,7 +288,7 @@ unsigned CKVX_HdwKvxDualCommandDevice::UnitLinkVerify(unsigned instance)
     CKVX_HdwHoeLink::CDetectInfo info;
     if (inst->EthDetect(info) != 0)
         return HDW_ERR_LINK;
-    const bool same = info.DeviceKind == GetDeviceCode() &&
-                      (info.SerialNumber.IsEmpty() || info.SerialNumber == inst->SerialNumber);
+    const bool same =
+        info.DeviceKind == GetDeviceCode() && (info.SerialNumber.IsEmpty() || info.SerialNumber == inst->SerialNumber);
     return same ? 0u : unsigned(HDW_ERR_LINK);
 }

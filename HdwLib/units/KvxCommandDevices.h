@@ -39,8 +39,8 @@ public:
     unsigned UnitLinkClose(unsigned instance) override;
     CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) override;
     unsigned UnitLinkWrite(CKVX_HdwKvxUnitInstance* instance, uint8_t* data, unsigned count) override;
-    unsigned UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes,
-                          unsigned& bytesRead) override;
+    unsigned UnitLinkRead(
+        CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes, unsigned& bytesRead) override;
     bool IsEthernetInstance(CKVX_HdwKvxUnitInstance* instance) override;
     void UnitLinkAbandon(CKVX_HdwKvxUnitInstance* instance) override;
     void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description) override;
@@ -78,8 +78,8 @@ public:
     unsigned UnitLinkClose(unsigned instance) override;
     CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) override;
     unsigned UnitLinkWrite(CKVX_HdwKvxUnitInstance* instance, uint8_t* data, unsigned count) override;
-    unsigned UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes,
-                          unsigned& bytesRead) override;
+    unsigned UnitLinkRead(
+        CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes, unsigned& bytesRead) override;
     bool IsEthernetInstance(CKVX_HdwKvxUnitInstance* instance) override;
     void UnitLinkAbandon(CKVX_HdwKvxUnitInstance* instance) override;
     void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description) override;

@@ -58,7 +58,8 @@ void CKVX_HdwKvxUnitInstance::SizeChannels(const CKVX_HdwKvxUnitProfile& profile
 // ---- the unit ---------------------------------------------------------------
 
 CKVX_HdwKvxCommandUnit::CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxUnitProfile& profile)
-    : m_EchoTimeout(profile.EchoTimeoutMs), m_Profile(profile)
+    : m_EchoTimeout(profile.EchoTimeoutMs),
+      m_Profile(profile)
 {
     BuildCrc16Table();
 }
@@ -102,14 +103,14 @@ uint16_t CKVX_HdwKvxCommandUnit::GetLastCommandNum(unsigned instance)
     return GetLastCommandNum(GetUnitInstance(instance));
 }
 
-unsigned CKVX_HdwKvxCommandUnit::AttachCommand(CKVX_HdwKvxUnitInstance* instance, uint8_t code, const uint8_t* params,
-                                               unsigned paramCount)
+unsigned CKVX_HdwKvxCommandUnit::AttachCommand(
+    CKVX_HdwKvxUnitInstance* instance, uint8_t code, const uint8_t* params, unsigned paramCount)
 {
     return instance ? instance->AttachCommand(code, params, paramCount) : unsigned(HDW_ERR_ARGUMENT);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::AttachCommand(unsigned instance, uint8_t code, const uint8_t* params,
-                                               unsigned paramCount)
+unsigned CKVX_HdwKvxCommandUnit::AttachCommand(
+    unsigned instance, uint8_t code, const uint8_t* params, unsigned paramCount)
 {
     return AttachCommand(GetUnitInstance(instance), code, params, paramCount);
 }
@@ -182,8 +183,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessCommandList(unsigned instance)
 
 // ---- reception --------------------------------------------------------------
 
-unsigned CKVX_HdwKvxCommandUnit::ReceiveBytes(unsigned instance, CKVX_HdwKvxUnitInstance* inst, const uint8_t* data,
-                                              unsigned count)
+unsigned CKVX_HdwKvxCommandUnit::ReceiveBytes(
+    unsigned instance, CKVX_HdwKvxUnitInstance* inst, const uint8_t* data, unsigned count)
 {
     while (count > 0) {
         unsigned used = 0;
@@ -192,7 +193,7 @@ unsigned CKVX_HdwKvxCommandUnit::ReceiveBytes(unsigned instance, CKVX_HdwKvxUnit
         data += used;
         count -= used;
         const bool failed = fed == CKVX_HdwKvxUnitEngine::EFeed::Overflow ||
-                            (fed == CKVX_HdwKvxUnitEngine::EFeed::Frame && ok && ProcessEventPayload(instance) != 0);
+            (fed == CKVX_HdwKvxUnitEngine::EFeed::Frame && ok && ProcessEventPayload(instance) != 0);
         if (failed) {
             // Only the failed frame is lost: the rest of the read is parsed
             // at the next reception, as if it had not been read yet.
@@ -258,8 +259,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
         const uint8_t* params = inst->EventBuffer.data() + p + 2;
         // Every record starts with the unit's 32-bit time stamp.
         if (length >= 5) {
-            const uint32_t stamp = uint32_t(params[0]) | uint32_t(params[1]) << 8 | uint32_t(params[2]) << 16 |
-                                   uint32_t(params[3]) << 24;
+            const uint32_t stamp =
+                uint32_t(params[0]) | uint32_t(params[1]) << 8 | uint32_t(params[2]) << 16 | uint32_t(params[3]) << 24;
             inst->RecordUnitTime = inst->Clock.Unwrap(stamp, inst->ReceptionHostUs);
             timed = true;
         }
@@ -273,8 +274,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
     return rc;
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventRecord(unsigned instance, unsigned type, unsigned subField,
-                                                    unsigned length, uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventRecord(
+    unsigned instance, unsigned type, unsigned subField, unsigned length, uint8_t* params)
 {
     // A type this unit does not send is an error like an unknown one.
     if (type >= 32 || !(m_Profile.Events & (1u << type)))
@@ -488,9 +489,8 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
         AttachKeepAliveCommand(instance);
     // With reconnect on, an idle unit is asked for nothing now and then: its
     // echo shows that it is still there.
-    if (inst->Reconnect.Status.State == HDW_UNIT_LINK_UP && inst->CommandList.IsEmpty() &&
-        inst->EchoList.IsEmpty() && uint32_t(now) - inst->LastSendTime >= KvxReconnectProbeIdleMs &&
-        IsReconnectEnabled())
+    if (inst->Reconnect.Status.State == HDW_UNIT_LINK_UP && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
+        uint32_t(now) - inst->LastSendTime >= KvxReconnectProbeIdleMs && IsReconnectEnabled())
         AttachStatusRequestCommand(instance, 0, 0);
     unsigned rc = SendNextFrame(inst, now) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
     if (rc != 0 && TakeOverLoss(instance, inst, now))
@@ -506,8 +506,8 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
 
 // ---- what the drivers share -------------------------------------------------
 
-CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreateProfilePort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
-                                                        const CKVX_String& name)
+CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreateProfilePort(
+    unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name)
 {
     if (hdw::units::ChannelNumber(name) >= ProfileChannelCount(kind))
         return nullptr;
@@ -521,8 +521,8 @@ CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreateProfilePort(unsigned kind, CKVX_HdwO
     }
 }
 
-CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index,
-                                                 const CKVX_String& name)
+CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreatePort(
+    unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name)
 {
     return CreateProfilePort(kind, parent, index, name);
 }
@@ -534,8 +534,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessHardwareID(const CKVX_List<CKVX_String>&
 
 unsigned CKVX_HdwKvxCommandUnit::CreateProfilePorts(unsigned instance)
 {
-    static const char* const kNames[KvxPortKindCount] = {"UART", "ARINC 429 TX", "ARINC 429 RX",
-                                                         "CAN",  "",             "MIL-STD-1553"};
+    static const char* const kNames[KvxPortKindCount] = {
+        "UART", "ARINC 429 TX", "ARINC 429 RX", "CAN", "", "MIL-STD-1553"};
     for (unsigned kind = 0; kind < KvxPortKindCount; ++kind) {
         for (unsigned ch = 0; ch < ProfileChannelCount(kind); ++ch) {
             CKVX_String id;

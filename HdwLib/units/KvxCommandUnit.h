@@ -79,12 +79,12 @@ public:
     // What the unit's link lost, counted since the instance was made.
     class HDWLIB_EXPORT CLossCounters {
     public:
-        uint64_t CrcErrors = 0;       // frames dropped for a bad CRC
+        uint64_t CrcErrors = 0; // frames dropped for a bad CRC
         uint64_t MalformedFrames = 0; // frames dropped for an event count or record length of 0
-        uint64_t FailedFrames = 0;    // frames lost with their events: dispatch failed or buffer full
-        uint64_t StaleEchoes = 0;     // echoes of an earlier session, dropped
-        uint64_t EchoTimeouts = 0;    // echoes that never came within the echo time-out
-        uint64_t LostCommands = 0;    // commands dropped with a frame the link refused
+        uint64_t FailedFrames = 0; // frames lost with their events: dispatch failed or buffer full
+        uint64_t StaleEchoes = 0; // echoes of an earlier session, dropped
+        uint64_t EchoTimeouts = 0; // echoes that never came within the echo time-out
+        uint64_t LostCommands = 0; // commands dropped with a frame the link refused
         // Bad frames in all (CRC, malformed, failed).
         uint64_t BadFrames() const { return CrcErrors + MalformedFrames + FailedFrames; }
         // Echoes lost in all (stale, timed out).
@@ -244,14 +244,14 @@ public:
     virtual CKVX_HdwKvxUnitInstance* GetUnitInstance(unsigned instance) = 0;
     // The byte link of an instance over whichever transport it uses.
     virtual unsigned UnitLinkWrite(CKVX_HdwKvxUnitInstance* instance, uint8_t* data, unsigned count) = 0;
-    virtual unsigned UnitLinkRead(CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes,
-                                  unsigned& bytesRead) = 0;
+    virtual unsigned UnitLinkRead(
+        CKVX_HdwKvxUnitInstance* instance, uint8_t* buffer, unsigned maxBytes, unsigned& bytesRead) = 0;
     virtual bool IsEthernetInstance(CKVX_HdwKvxUnitInstance* instance) = 0;
     // Closes an instance's link after a failed open.
     virtual void UnitLinkAbandon(CKVX_HdwKvxUnitInstance* instance) = 0;
     // Adds a port of a new instance to the device's descriptors.
-    virtual void UnitAddPort(unsigned instance, CKVX_HdwPort* port, unsigned channel,
-                             const CKVX_String& description) = 0;
+    virtual void UnitAddPort(
+        unsigned instance, CKVX_HdwPort* port, unsigned channel, const CKVX_String& description) = 0;
     // The probe used by enumeration, on a temporary instance on `portName`:
     // 0 when a unit of this kind answers there.
     virtual unsigned CheckUartLink(const CKVX_String& portName) = 0;
@@ -263,8 +263,8 @@ public:
     // Payload limit of one frame for this instance (1345 over Ethernet, 4000 otherwise).
     virtual unsigned GetPayloadLimit(CKVX_HdwKvxUnitInstance* instance);
     // Takes one event record of a received frame.
-    virtual unsigned ProcessEventRecord(unsigned instance, unsigned type, unsigned subField, unsigned length,
-                                        uint8_t* params);
+    virtual unsigned ProcessEventRecord(
+        unsigned instance, unsigned type, unsigned subField, unsigned length, uint8_t* params);
     // Before the link closes: what is queued goes out, then the closing
     // session command.
     virtual unsigned OnClosing(unsigned instance);
@@ -280,8 +280,7 @@ public:
 
     // Appends one command record (header built here) to the instance's list.
     // 2 without an instance or for a record longer than 255 bytes.
-    unsigned AttachCommand(CKVX_HdwKvxUnitInstance* instance, uint8_t code, const uint8_t* params,
-                           unsigned paramCount);
+    unsigned AttachCommand(CKVX_HdwKvxUnitInstance* instance, uint8_t code, const uint8_t* params, unsigned paramCount);
     unsigned AttachCommand(unsigned instance, uint8_t code, const uint8_t* params, unsigned paramCount);
     unsigned AttachSessionCommand(unsigned instance, unsigned char close);
     unsigned AttachSessionCommand(CKVX_HdwKvxUnitInstance* instance, unsigned char close);
@@ -293,38 +292,37 @@ public:
     // command it does not take; the push builders attach nothing and answer 0
     // for no items.
     unsigned AttachKeepAliveCommand(unsigned instance);
-    unsigned AttachSramWriteCommand(unsigned instance, unsigned channel, uint32_t startAddress, const uint16_t* words,
-                                    unsigned count);
+    unsigned AttachSramWriteCommand(
+        unsigned instance, unsigned channel, uint32_t startAddress, const uint16_t* words, unsigned count);
     // Code 16: one label's transmit control (2 for a period outside 1..1024).
-    unsigned AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
-                                     const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl);
+    unsigned AttachAtxCtxCtrlCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl);
     unsigned AttachAtxCtxDataCommand(unsigned instance, unsigned channel, const CKVX_HdwArinc429Message& message);
-    unsigned AttachAtxPushCommand(unsigned instance, unsigned channel, const CKVX_HdwArinc429Message* messages,
-                                  unsigned count);
+    unsigned AttachAtxPushCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwArinc429Message* messages, unsigned count);
     unsigned AttachAtxCtxResetCommand(unsigned instance, unsigned channel);
     // From the port's parameters and the instance's AtxCtrl[channel].
-    unsigned AttachAtxConfigCommand(unsigned instance, unsigned channel,
-                                    const CKVX_HdwArinc429TxPort::CParameters& params);
+    unsigned AttachAtxConfigCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwArinc429TxPort::CParameters& params);
     // From the port's parameters and a table of 256 label flags (null: all zero).
     unsigned AttachArxConfigCommand(unsigned instance, unsigned channel,
-                                    const CKVX_HdwArinc429RxPort::CParameters& params, bool enable,
-                                    const uint8_t* labelFlags);
+        const CKVX_HdwArinc429RxPort::CParameters& params, bool enable, const uint8_t* labelFlags);
     unsigned AttachUartTxPushCommand(unsigned instance, unsigned channel, const uint8_t* data, unsigned count);
     unsigned AttachUartConfigCommand(unsigned instance, unsigned channel, const CKVX_HdwUartPort::CParameters& params);
     // From the instance's CanCtrl[channel].
     unsigned AttachCanConfigCommand(unsigned instance, unsigned channel);
-    unsigned AttachCanPushCommand(unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages,
-                                  unsigned count);
+    unsigned AttachCanPushCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages, unsigned count);
     // From the instance's MilStd1553Ctrl[channel].
     unsigned Attach1553ConfigCommand(unsigned instance, unsigned channel);
 
     // Rate conversions (0, or 2 when the rate cannot be represented).
-    static unsigned ExtractArinc429TxBaudRateParameters(unsigned rate, unsigned char& highSpeed,
-                                                        unsigned short& highDivider, unsigned short& lowDivider);
+    static unsigned ExtractArinc429TxBaudRateParameters(
+        unsigned rate, unsigned char& highSpeed, unsigned short& highDivider, unsigned short& lowDivider);
     static unsigned ExtractCanTimingParameters(unsigned rate, double samplePoint, unsigned char& prescalerIndex,
-                                               unsigned char& segment1, unsigned char& segment2);
-    static unsigned ExtractUartBaudRateParameters(unsigned rate, unsigned char& oversamplingIndex,
-                                                  unsigned short& divider);
+        unsigned char& segment1, unsigned char& segment2);
+    static unsigned ExtractUartBaudRateParameters(
+        unsigned rate, unsigned char& oversamplingIndex, unsigned short& divider);
     // The ARINC 429 word of a command or event record, and back.
     static uint32_t PackArinc429Word(const CKVX_HdwArinc429Message& message);
     static void UnpackArinc429Word(uint32_t word, CKVX_HdwArinc429Message& message);
@@ -446,8 +444,8 @@ protected:
     // The common steps of the event handlers: channel text, ExtractData, then
     // ProcessEventHandlers for the ports of `portType` on that channel.
     template <class TEvent>
-    unsigned DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField, unsigned length,
-                               uint8_t* params, TEvent& event);
+    unsigned DecodeAndDispatch(
+        unsigned instance, unsigned portType, unsigned subField, unsigned length, uint8_t* params, TEvent& event);
     unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwKvxEvent* event);
 
     uint16_t m_Crc16Table[256] = {};

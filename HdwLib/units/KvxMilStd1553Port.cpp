@@ -15,7 +15,7 @@ void Mil1553SignalValues(const CKVX_HdwKvxMilStd1553Event& e, uint32_t& value, u
         aux = e.TransferFlags;
     } else if (e.Kind == 2) {
         value = uint32_t(e.TerminalAddress & 0x1F) << 11 | uint32_t(e.Transmit & 1) << 10 |
-                uint32_t(e.Subaddress & 0x1F) << 5 | uint32_t(e.WordCount & 0x1F);
+            uint32_t(e.Subaddress & 0x1F) << 5 | uint32_t(e.WordCount & 0x1F);
         aux = uint32_t(e.Field1 & 7) | uint32_t(e.Flag & 1) << 3 | uint32_t(e.Field2 & 0x1F) << 8;
     }
     aux |= uint32_t(e.Kind) << 24;
@@ -23,13 +23,12 @@ void Mil1553SignalValues(const CKVX_HdwKvxMilStd1553Event& e, uint32_t& value, u
 
 } // namespace
 
-CKVX_HdwKvxMilStd1553Port::CKVX_HdwKvxMilStd1553Port(CKVX_HdwObject* device, unsigned deviceInstance,
-                                                     const CKVX_String& channelId)
+CKVX_HdwKvxMilStd1553Port::CKVX_HdwKvxMilStd1553Port(
+    CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwMilStd1553Port(device, deviceInstance, channelId),
       m_Channel(hdw::units::ChannelNumber(channelId)),
       m_Unit(dynamic_cast<CKVX_HdwKvxCommandUnit*>(device))
-{
-}
+{}
 
 CKVX_HdwKvxMilStd1553Port::~CKVX_HdwKvxMilStd1553Port() = default;
 
@@ -56,8 +55,8 @@ unsigned CKVX_HdwKvxMilStd1553Port::Close()
     return CKVX_HdwMilStd1553Port::Close();
 }
 
-unsigned CKVX_HdwKvxMilStd1553Port::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                                  CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwKvxMilStd1553Port::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwMilStd1553Port::EnableService(serviceType, service, params))
         return rc;

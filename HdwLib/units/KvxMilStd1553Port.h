@@ -25,8 +25,8 @@ public:
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned OnOpening(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
     unsigned HdwTimerHandler(uint64_t ticks) override;
     // MIL-STD-1553 events become signals; every event then goes to the services.
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;

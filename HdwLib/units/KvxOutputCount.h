@@ -41,7 +41,7 @@ public:
     void Resync(uint64_t waiting, uint64_t mark) { InFlight = waiting + (Pushed >= mark ? Pushed - mark : 0); }
 
     uint64_t InFlight = 0; // pushed, not yet confirmed
-    uint64_t Pushed = 0;   // pushed in all: the mark of a status request
+    uint64_t Pushed = 0; // pushed in all: the mark of a status request
 };
 
 // The periodic FIFO status request of an output that asks for it itself:

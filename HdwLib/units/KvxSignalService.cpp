@@ -31,9 +31,7 @@ unsigned CKVX_HdwKvxSignalService::ProcessEvent(CKVX_HdwEvent* event)
     if (!event)
         return 0;
     switch (event->GetEventCode()) {
-    case KvxEventCriticalFailure:
-        Abort();
-        break;
+    case KvxEventCriticalFailure: Abort(); break;
     case KvxEventA429Rx: {
         const auto* e = static_cast<const CKVX_HdwKvxArinc429RxEvent*>(event);
         PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, e->Message, e->TimeStamp);
@@ -54,8 +52,7 @@ unsigned CKVX_HdwKvxSignalService::ProcessEvent(CKVX_HdwEvent* event)
         PostCan(HDW_SIGNAL_CAN_SENT, e->Message, e->TimeStamp);
         break;
     }
-    default:
-        break;
+    default: break;
     }
     return 0;
 }

@@ -3,13 +3,11 @@
 #include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/units/internal/KvxPortOpen.h>
 
-CKVX_HdwKvxUartPort::CKVX_HdwKvxUartPort(CKVX_HdwObject* device, unsigned deviceInstance,
-                                         const CKVX_String& channelId)
+CKVX_HdwKvxUartPort::CKVX_HdwKvxUartPort(CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId)
     : CKVX_HdwUartPort(device, deviceInstance, channelId),
       m_Channel(hdw::units::ChannelNumber(channelId)),
       m_Unit(dynamic_cast<CKVX_HdwKvxCommandUnit*>(device))
-{
-}
+{}
 
 CKVX_HdwKvxUartPort::~CKVX_HdwKvxUartPort() = default;
 
@@ -28,8 +26,8 @@ unsigned CKVX_HdwKvxUartPort::Close()
     return hdw::units::CloseChannel<CKVX_HdwUartPort>(*this);
 }
 
-unsigned CKVX_HdwKvxUartPort::EnableService(unsigned serviceType, CKVX_HdwService** service,
-                                            CKVX_HdwService::CParameters* params)
+unsigned CKVX_HdwKvxUartPort::EnableService(
+    unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params)
 {
     if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
         return rc;
@@ -43,8 +41,7 @@ unsigned CKVX_HdwKvxUartPort::EnableService(unsigned serviceType, CKVX_HdwServic
         return hdw::units::InstallService(*this, new CKVX_HdwKvxUartByteInBufferService(this), service, params);
     case HDW_SERVICE_BYTE_OUT_BUFFER:
         return hdw::units::InstallService(*this, new CKVX_HdwKvxUartByteOutBufferService(this), service, params);
-    default:
-        return HDW_ERR_WRONG_STATE;
+    default: return HDW_ERR_WRONG_STATE;
     }
 }
 

@@ -14,8 +14,8 @@ public:
     unsigned Open(CKVX_HdwPort::CParameters* params) override;
     unsigned OnOpening(CKVX_HdwPort::CParameters* params) override;
     unsigned Close() override;
-    unsigned EnableService(unsigned serviceType, CKVX_HdwService** service,
-                           CKVX_HdwService::CParameters* params) override;
+    unsigned EnableService(
+        unsigned serviceType, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override;
 
     unsigned GetChannel() const { return m_Channel; }
     // The unit this port belongs to (null when its device is none).

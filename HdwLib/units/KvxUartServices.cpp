@@ -11,8 +11,7 @@
 
 CKVX_HdwKvxUartByteInBufferService::CKVX_HdwKvxUartByteInBufferService(CKVX_HdwObject* port)
     : CKVX_HdwByteInBufferService(port)
-{
-}
+{}
 
 CKVX_HdwKvxUartByteInBufferService::~CKVX_HdwKvxUartByteInBufferService() = default;
 
@@ -50,8 +49,7 @@ unsigned CKVX_HdwKvxUartByteInBufferService::ProcessEvent(CKVX_HdwEvent* event)
     return 0;
 }
 
-unsigned CKVX_HdwKvxUartByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount,
-                                                  unsigned int& readCount)
+unsigned CKVX_HdwKvxUartByteInBufferService::Read(unsigned char* bytes, unsigned int maxCount, unsigned int& readCount)
 {
     return hdw::bus::ReadBytes(*this, m_Bytes, bytes, maxCount, readCount);
 }
@@ -110,9 +108,9 @@ private:
 } // namespace
 
 CKVX_HdwKvxUartByteOutBufferService::CKVX_HdwKvxUartByteOutBufferService(CKVX_HdwObject* port)
-    : CKVX_HdwByteOutBufferService(port), m_UnitPort(dynamic_cast<CKVX_HdwKvxUartPort*>(port))
-{
-}
+    : CKVX_HdwByteOutBufferService(port),
+      m_UnitPort(dynamic_cast<CKVX_HdwKvxUartPort*>(port))
+{}
 
 CKVX_HdwKvxUartByteOutBufferService::~CKVX_HdwKvxUartByteOutBufferService() = default;
 
@@ -168,7 +166,7 @@ unsigned CKVX_HdwKvxUartByteOutBufferService::SendImmediate()
     if (!m_UnitPort)
         return 0;
     return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-                                  CUartBytesOut(m_Bytes, m_Count));
+        CUartBytesOut(m_Bytes, m_Count));
 }
 
 unsigned CKVX_HdwKvxUartByteOutBufferService::GetBytesToBeWritten(unsigned int& count)

@@ -26,7 +26,6 @@ public:
     unsigned GetReadBufferBytes(unsigned int& count) override;
     unsigned ResetReadBuffer() override;
 
-
 protected:
     std::deque<uint8_t> m_Bytes;
 };

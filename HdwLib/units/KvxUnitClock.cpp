@@ -73,9 +73,8 @@ void CKVX_HdwKvxUnitClock::Fit()
         suu += du * du;
         sul += du * (double(b.Latency) - ml);
     }
-    const uint64_t span = m_Buckets.back().Unit > m_Buckets.front().Unit
-                              ? m_Buckets.back().Unit - m_Buckets.front().Unit
-                              : 0;
+    const uint64_t span =
+        m_Buckets.back().Unit > m_Buckets.front().Unit ? m_Buckets.back().Unit - m_Buckets.front().Unit : 0;
     m_Slope = span >= MinFitSpanUs && suu > 0 ? sul / suu : 0.0;
     // Under every kept pair: the least-delayed reading sets the offset.
     double intercept = 0;

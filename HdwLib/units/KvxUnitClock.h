@@ -60,7 +60,7 @@ public:
 private:
     struct SBucket {
         uint64_t HostStart; // host time of the bucket's first pair
-        uint64_t Unit;      // its lowest-latency pair
+        uint64_t Unit; // its lowest-latency pair
         int64_t Latency;
     };
     void Fit();

@@ -48,9 +48,8 @@ constexpr unsigned kSramWordsPerRecord = 100;
 
 // The instance when the unit takes that command on that channel, else null
 // (the builders then answer 2).
-static CKVX_HdwKvxUnitInstance* KvxCommandTarget(CKVX_HdwKvxCommandUnit* device,
-                                                                               unsigned instance, uint32_t kind,
-                                                                               unsigned channel, unsigned channels)
+static CKVX_HdwKvxUnitInstance* KvxCommandTarget(
+    CKVX_HdwKvxCommandUnit* device, unsigned instance, uint32_t kind, unsigned channel, unsigned channels)
 {
     if (!(device->GetUnitProfile().Commands & kind) || channel >= channels)
         return nullptr;
@@ -61,8 +60,8 @@ static CKVX_HdwKvxUnitInstance* KvxCommandTarget(CKVX_HdwKvxCommandUnit* device,
 
 uint32_t CKVX_HdwKvxCommandUnit::PackArinc429Word(const CKVX_HdwArinc429Message& m)
 {
-    return uint32_t(m.Label) | (uint32_t(m.Sdi & 3u) << 8) | ((m.Data & 0x7FFFFu) << 10) | (uint32_t(m.Ssm & 3u) << 29) |
-           (m.Parity ? 0x80000000u : 0u);
+    return uint32_t(m.Label) | (uint32_t(m.Sdi & 3u) << 8) | ((m.Data & 0x7FFFFu) << 10) |
+        (uint32_t(m.Ssm & 3u) << 29) | (m.Parity ? 0x80000000u : 0u);
 }
 
 void CKVX_HdwKvxCommandUnit::UnpackArinc429Word(uint32_t word, CKVX_HdwArinc429Message& message)
@@ -72,9 +71,8 @@ void CKVX_HdwKvxCommandUnit::UnpackArinc429Word(uint32_t word, CKVX_HdwArinc429M
 
 // ---- rate conversions ---------------------------------------------------------
 
-unsigned CKVX_HdwKvxCommandUnit::ExtractArinc429TxBaudRateParameters(unsigned rate, unsigned char& highSpeed,
-                                                                         unsigned short& highDivider,
-                                                                         unsigned short& lowDivider)
+unsigned CKVX_HdwKvxCommandUnit::ExtractArinc429TxBaudRateParameters(
+    unsigned rate, unsigned char& highSpeed, unsigned short& highDivider, unsigned short& lowDivider)
 {
     highSpeed = rate <= 15000 ? 0 : 1;
     // 60 MHz unit clock, two half-bits per bit; rate 0 gives infinity.
@@ -85,9 +83,8 @@ unsigned CKVX_HdwKvxCommandUnit::ExtractArinc429TxBaudRateParameters(unsigned ra
     return 0;
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(unsigned rate, double samplePoint,
-                                                                unsigned char& prescalerIndex, unsigned char& segment1,
-                                                                unsigned char& segment2)
+unsigned CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(
+    unsigned rate, double samplePoint, unsigned char& prescalerIndex, unsigned char& segment1, unsigned char& segment2)
 {
     if (rate == 0)
         return HDW_ERR_ARGUMENT;
@@ -127,8 +124,8 @@ unsigned CKVX_HdwKvxCommandUnit::ExtractCanTimingParameters(unsigned rate, doubl
     return 0;
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ExtractUartBaudRateParameters(unsigned rate, unsigned char& oversamplingIndex,
-                                                                   unsigned short& divider)
+unsigned CKVX_HdwKvxCommandUnit::ExtractUartBaudRateParameters(
+    unsigned rate, unsigned char& oversamplingIndex, unsigned short& divider)
 {
     static constexpr double kClock = 36864000.0;
     static constexpr unsigned kFactor[4] = {10, 12, 16, 20};
@@ -181,11 +178,11 @@ unsigned CKVX_HdwKvxCommandUnit::AttachKeepAliveCommand(unsigned instance)
 // Code 4, one record per 100 words or fewer: 4..7 word address of the
 // record's first word, then the words. The address belongs to the unit's
 // memory as a whole; the channel is only checked.
-unsigned CKVX_HdwKvxCommandUnit::AttachSramWriteCommand(unsigned instance, unsigned channel,
-                                                             uint32_t startAddress, const uint16_t* words,
-                                                             unsigned count)
+unsigned CKVX_HdwKvxCommandUnit::AttachSramWriteCommand(
+    unsigned instance, unsigned channel, uint32_t startAddress, const uint16_t* words, unsigned count)
 {
-    CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdSramWrite, channel, m_Profile.MilStd1553Channels);
+    CKVX_HdwKvxUnitInstance* inst =
+        KvxCommandTarget(this, instance, CmdSramWrite, channel, m_Profile.MilStd1553Channels);
     if (!inst || (count && !words))
         return HDW_ERR_ARGUMENT;
     uint8_t p[4 + 2 * kvx_commands::kSramWordsPerRecord];
@@ -206,8 +203,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachSramWriteCommand(unsigned instance, unsig
 // Code 16, 14 bytes: 4 channel, 5 label, 6..9 control word (bits 0..9
 // period - 1, bit 10 enabled, bit 11 transmit once), 10..11 offset,
 // 12..13 repeat count.
-unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxCtrlCommand(unsigned instance, unsigned channel,
-                                                              const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl)
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxCtrlCommand(
+    unsigned instance, unsigned channel, const CKVX_HdwArinc429OutLbloService::CLabelCtrl& ctrl)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxCtrl, channel, m_Profile.AtxChannels);
     if (!inst || !ctrl.IsValid())
@@ -222,8 +219,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxCtrlCommand(unsigned instance, unsi
 }
 
 // Code 17, 10 bytes: 4 channel, 5 label, 6..9 the word.
-unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxDataCommand(unsigned instance, unsigned channel,
-                                                              const CKVX_HdwArinc429Message& message)
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxDataCommand(
+    unsigned instance, unsigned channel, const CKVX_HdwArinc429Message& message)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxCtxData, channel, m_Profile.AtxChannels);
     if (!inst)
@@ -236,8 +233,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxDataCommand(unsigned instance, unsi
 }
 
 // Code 17, one 10-byte record per word, laid out as the label data.
-unsigned CKVX_HdwKvxCommandUnit::AttachAtxPushCommand(unsigned instance, unsigned channel,
-                                                           const CKVX_HdwArinc429Message* messages, unsigned count)
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxPushCommand(
+    unsigned instance, unsigned channel, const CKVX_HdwArinc429Message* messages, unsigned count)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxPush, channel, m_Profile.AtxChannels);
     if (!inst || (count && !messages))
@@ -271,8 +268,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachAtxCtxResetCommand(unsigned instance, uns
 //   8   high half-bit divider, 12 bits; 10 low half-bit divider, 12 bits
 //   12  AtxCtrl.Settings12[0..2]
 //   15  bit 0 AtxCtrl.Option15
-unsigned CKVX_HdwKvxCommandUnit::AttachAtxConfigCommand(unsigned instance, unsigned channel,
-                                                             const CKVX_HdwArinc429TxPort::CParameters& params)
+unsigned CKVX_HdwKvxCommandUnit::AttachAtxConfigCommand(
+    unsigned instance, unsigned channel, const CKVX_HdwArinc429TxPort::CParameters& params)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdAtxConfig, channel, m_Profile.AtxChannels);
     if (!inst || channel >= inst->AtxCtrl.size() || params.WordIntergap == 0)
@@ -284,7 +281,7 @@ unsigned CKVX_HdwKvxCommandUnit::AttachAtxConfigCommand(unsigned instance, unsig
     const CArinc429TxCtrlStatus& c = inst->AtxCtrl[channel];
     uint8_t p[12] = {};
     p[0] = uint8_t((c.Enabled ? 0x01 : 0) | (c.Option1 ? 0x02 : 0) | (highSpeed ? 0x04 : 0) |
-                   ((params.Parity & 3u) << 3) | (c.Option5 ? 0x20 : 0) | (c.Option6 ? 0x40 : 0));
+        ((params.Parity & 3u) << 3) | (c.Option5 ? 0x20 : 0) | (c.Option6 ? 0x40 : 0));
     kvx_commands::PutLe16(p + 1, unsigned(params.WordIntergap) - 1);
     p[3] = c.Setting7;
     kvx_commands::PutLe16(p + 4, high & 0x0FFFu);
@@ -301,15 +298,14 @@ unsigned CKVX_HdwKvxCommandUnit::AttachAtxConfigCommand(unsigned instance, unsig
 //       bit 4 rate not 100,000, bit 5 enable again
 //   5   32 bytes of label flags, bit b of byte 5 + k for label 8k + b
 unsigned CKVX_HdwKvxCommandUnit::AttachArxConfigCommand(unsigned instance, unsigned channel,
-                                                             const CKVX_HdwArinc429RxPort::CParameters& params,
-                                                             bool enable, const uint8_t* labelFlags)
+    const CKVX_HdwArinc429RxPort::CParameters& params, bool enable, const uint8_t* labelFlags)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdArxConfig, channel, m_Profile.ArxChannels);
     if (!inst)
         return HDW_ERR_ARGUMENT;
     uint8_t p[33] = {};
     p[0] = uint8_t((enable ? 0x21 : 0) | (params.Parity == 1 ? 0x02 : 0) | (params.Parity != 2 ? 0x04 : 0) |
-                   (params.BaudRate != 100000 ? 0x10 : 0));
+        (params.BaudRate != 100000 ? 0x10 : 0));
     if (labelFlags)
         for (unsigned label = 0; label < 256; ++label)
             if (labelFlags[label])
@@ -319,8 +315,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachArxConfigCommand(unsigned instance, unsig
 
 // Code 33, one record per chunk of up to 240 bytes: 4 channel, 5..8 the
 // channel's chunk counter (incremented before each record), 9.. the bytes.
-unsigned CKVX_HdwKvxCommandUnit::AttachUartTxPushCommand(unsigned instance, unsigned channel,
-                                                              const uint8_t* data, unsigned count)
+unsigned CKVX_HdwKvxCommandUnit::AttachUartTxPushCommand(
+    unsigned instance, unsigned channel, const uint8_t* data, unsigned count)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdUartTxPush, channel, m_Profile.UartChannels);
     if (!inst || channel >= inst->UartCtrl.size() || (count && !data))
@@ -344,8 +340,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachUartTxPushCommand(unsigned instance, unsi
 //   4   flags: bit 0 UartCtrl.Enabled; parity 1 bits 1 and 2, parity 2 bit 2;
 //       two stop bits bit 3; bit 5 UartCtrl.Option5; bit 6 DataBits == 3
 //   5   oversampling index; 6 divider minus 1, 16 bits; 8 UartCtrl.Setting8
-unsigned CKVX_HdwKvxCommandUnit::AttachUartConfigCommand(unsigned instance, unsigned channel,
-                                                              const CKVX_HdwUartPort::CParameters& params)
+unsigned CKVX_HdwKvxCommandUnit::AttachUartConfigCommand(
+    unsigned instance, unsigned channel, const CKVX_HdwUartPort::CParameters& params)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdUartConfig, channel, m_Profile.UartChannels);
     if (!inst || channel >= inst->UartCtrl.size())
@@ -403,8 +399,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachCanConfigCommand(unsigned instance, unsig
 // Code CanPushBase + channel, 17 bytes per frame: 4 DLC (bits 3..0), remote
 // (bit 6), extended (bit 7); standard: 5..6 identifier, 7..14 data, 15..16
 // zero; extended: 5..8 identifier, 9..16 data.
-unsigned CKVX_HdwKvxCommandUnit::AttachCanPushCommand(unsigned instance, unsigned channel,
-                                                           const CKVX_HdwCanMessage* messages, unsigned count)
+unsigned CKVX_HdwKvxCommandUnit::AttachCanPushCommand(
+    unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages, unsigned count)
 {
     CKVX_HdwKvxUnitInstance* inst = KvxCommandTarget(this, instance, CmdCanPush, channel, m_Profile.CanChannels);
     if (!inst || (count && !messages))

@@ -35,8 +35,8 @@ constexpr unsigned kA429TxBankOffset = 8;
 // Steps shared by the handlers: name the channel (`subField` here is the
 // whole channel number), decode, dispatch to the ports of `portType` on it.
 template <class TEvent>
-unsigned CKVX_HdwKvxCommandUnit::DecodeAndDispatch(unsigned instance, unsigned portType, unsigned subField,
-                                                        unsigned length, uint8_t* params, TEvent& event)
+unsigned CKVX_HdwKvxCommandUnit::DecodeAndDispatch(
+    unsigned instance, unsigned portType, unsigned subField, unsigned length, uint8_t* params, TEvent& event)
 {
     event.SetChannelId(kvx_events::ChannelText(subField));
     if (const unsigned rc = event.ExtractData(params, length))
@@ -44,8 +44,8 @@ unsigned CKVX_HdwKvxCommandUnit::DecodeAndDispatch(unsigned instance, unsigned p
     return DispatchEvent(instance, portType, subField, &event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(unsigned instance, unsigned portType, unsigned channel,
-                                                    CKVX_HdwKvxEvent* event)
+unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(
+    unsigned instance, unsigned portType, unsigned channel, CKVX_HdwKvxEvent* event)
 {
     CKVX_HdwPort* port = nullptr;
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
@@ -60,8 +60,8 @@ unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(unsigned instance, unsigned portT
 // An echo removes its command from the head of the echo list. An echo of
 // any other command fails the reception (the unit answers in order), unless
 // it is the late echo of an earlier session, which is dropped.
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(unsigned instance, unsigned /*subField*/, unsigned length,
-                                                     uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(
+    unsigned instance, unsigned /*subField*/, unsigned length, uint8_t* params)
 {
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
@@ -76,8 +76,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(unsigned instance, unsigned
 
 // A critical failure concerns the whole unit: every open port hears it, so
 // that each can set its services to failed.
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventCriticalFailure(unsigned instance, unsigned subField,
-                                                                  unsigned length, uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventCriticalFailure(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CCriticalFailureEvent event;
     event.SetChannelId(kvx_events::ChannelText(subField));
@@ -89,8 +89,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventCriticalFailure(unsigned instance, 
     return GetUnitDevice().ProcessEventHandlers(instance, &event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Rx(unsigned instance, unsigned subField, unsigned length,
-                                                         uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Rx(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CArinc429RxEvent event;
     if (m_Profile.ArxChannels > 8)
@@ -98,8 +98,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Rx(unsigned instance, unsigned 
     return DecodeAndDispatch(instance, HDW_PORT_ARINC429_RX, subField, length, params, event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Tx(unsigned instance, unsigned subField, unsigned length,
-                                                         uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Tx(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CArinc429TxEvent event;
     if (m_Profile.AtxChannels > 8)
@@ -110,8 +110,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Tx(unsigned instance, unsigned 
 // Kind 1 goes to the ARINC 429 transmitter of the channel, kind 2 to the CAN
 // channel; both first update that channel's status record. Other kinds are
 // accepted and reach no port.
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventStatus(unsigned instance, unsigned subField, unsigned length,
-                                                         uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventStatus(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
@@ -138,36 +138,36 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventStatus(unsigned instance, unsigned 
     return 0;
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventCanRx(unsigned instance, unsigned subField, unsigned length,
-                                                        uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventCanRx(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CCanRxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_CAN, subField, length, params, event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventCanTx(unsigned instance, unsigned subField, unsigned length,
-                                                        uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventCanTx(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CCanTxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_CAN, subField, length, params, event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventMilStd1553(unsigned instance, unsigned subField, unsigned length,
-                                                             uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventMilStd1553(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CMilStd1553Event event;
     return DecodeAndDispatch(instance, HDW_PORT_MILSTD1553, subField, length, params, event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartRx(unsigned instance, unsigned subField, unsigned length,
-                                                         uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartRx(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CUartRxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_UART, subField, length, params, event);
 }
 
-unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length,
-                                                         uint8_t* params)
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartTx(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
     CUartTxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_UART, subField, length, params, event);

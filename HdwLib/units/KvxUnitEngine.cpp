@@ -327,9 +327,7 @@ inline CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::RxStep(uint8_t byte, 
         ResetRxFields();
         return EFeed::Frame;
     }
-    default:
-        RxState = ERxState::Hunting;
-        return EFeed::NeedMore;
+    default: RxState = ERxState::Hunting; return EFeed::NeedMore;
     }
     ++RawIndex;
     return EFeed::NeedMore;
@@ -340,8 +338,8 @@ CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::FeedByte(uint8_t byte, bool&
     return RxStep(byte, frameOk);
 }
 
-CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::FeedBytes(const uint8_t* data, unsigned count, unsigned& used,
-                                                              bool& frameOk)
+CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::FeedBytes(
+    const uint8_t* data, unsigned count, unsigned& used, bool& frameOk)
 {
     unsigned i = 0;
     while (i < count) {

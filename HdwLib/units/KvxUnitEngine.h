@@ -41,28 +41,28 @@ public:
 
     // The receive machine's states.
     enum class ERxState : unsigned {
-        Hunting = 0,      // looking for a start byte
-        LengthLow = 1,    // length field, low byte
-        LengthHigh = 2,   // length field, high 4 bits
-        CountLow = 3,     // event count, low byte
-        CountHigh = 4,    // event count, high 4 bits (0: frame dropped)
+        Hunting = 0, // looking for a start byte
+        LengthLow = 1, // length field, low byte
+        LengthHigh = 2, // length field, high 4 bits
+        CountLow = 3, // event count, low byte
+        CountHigh = 4, // event count, high 4 bits (0: frame dropped)
         RecordLength = 5, // an event record's L (0: frame dropped)
-        RecordBody = 6,   // an event record's type byte and parameters
+        RecordBody = 6, // an event record's type byte and parameters
         CrcLow = 7,
         CrcHigh = 8,
     };
 
     // What feeding bytes ended with.
     enum class EFeed : unsigned {
-        NeedMore = 0,  // every byte taken, no frame complete
-        Frame = 1,     // a frame is complete (its CRC checked: see FrameOk)
+        NeedMore = 0, // every byte taken, no frame complete
+        Frame = 1, // a frame is complete (its CRC checked: see FrameOk)
         Overflow = 14, // the event buffer is full: the frame is dropped
     };
 
     // What an echo did to the echo list.
     enum class EEcho : unsigned {
-        Matched = 0,     // an outstanding command: removed (with the ones before it while a session starts)
-        Stale = 1,       // from before the current session: dropped, counted
+        Matched = 0, // an outstanding command: removed (with the ones before it while a session starts)
+        Stale = 1, // from before the current session: dropped, counted
         OutOfOrder = 14, // not the oldest outstanding one: list unchanged
     };
 

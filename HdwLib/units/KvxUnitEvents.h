@@ -39,8 +39,8 @@ inline uint32_t ParamLe32(const uint8_t* params, unsigned length, unsigned offse
 
 // The time stamp and the ARINC 429 word at parameter offset 4 of types 2
 // and 3: 0, or 11 when the record is refused.
-inline unsigned ExtractArinc429Word(const uint8_t* params, unsigned length, CKVX_HdwArinc429Message& m,
-                                    uint64_t& timeStamp)
+inline unsigned ExtractArinc429Word(
+    const uint8_t* params, unsigned length, CKVX_HdwArinc429Message& m, uint64_t& timeStamp)
 {
     if (length < 8)
         return HDW_ERR_MALFORMED_EVENT;
@@ -67,7 +67,7 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
         if (length < m.Dlc + 5u)
             return HDW_ERR_MALFORMED_EVENT;
         m.Identifier = uint32_t(ParamByte(params, length, 5)) << 21 | uint32_t(ParamByte(params, length, 6)) << 13 |
-                       uint32_t(ParamByte(params, length, 7)) << 5 | uint32_t(ParamByte(params, length, 8)) >> 3;
+            uint32_t(ParamByte(params, length, 7)) << 5 | uint32_t(ParamByte(params, length, 8)) >> 3;
         data = 9;
     } else {
         if (length < m.Dlc + 3u)
@@ -102,8 +102,8 @@ public:
     }
     void ExtractTimeStamp(const uint8_t* params)
     {
-        TimeStamp = uint64_t(params[0]) | uint64_t(params[1]) << 8 | uint64_t(params[2]) << 16 |
-                    uint64_t(params[3]) << 24;
+        TimeStamp =
+            uint64_t(params[0]) | uint64_t(params[1]) << 8 | uint64_t(params[2]) << 16 | uint64_t(params[3]) << 24;
     }
     // The unit time of the event unwrapped to 64 bits (microseconds, never
     // wrapping), set by the unit core when it dispatches the event.
@@ -127,7 +127,6 @@ public:
     }
     uint16_t CommandNumber = 0;
 };
-
 
 // Type 1, L >= 5: time stamp only; the sub-field is the failure code.
 class HDWLIB_EXPORT CKVX_HdwKvxCriticalFailureEvent : public CKVX_HdwKvxEvent {

@@ -31,8 +31,8 @@ unsigned CKVX_HdwKvxCommandUnit::GetUnitLinkStatus(unsigned instance, CKVX_HdwKv
     return 0;
 }
 
-void CKVX_HdwKvxCommandUnit::PostUnitSignal(CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value,
-                                            uint32_t aux, uint64_t nowMs)
+void CKVX_HdwKvxCommandUnit::PostUnitSignal(
+    CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs)
 {
     for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList())
         for (CKVX_HdwService* service : port->GetServiceList())
@@ -97,7 +97,7 @@ void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
         // With every port closed there is nothing to bring back; the close
         // of the last one has ended the outage (EndOutage).
         const bool due = rs.Status.State == HDW_UNIT_LINK_LOST && GetUnitTime() >= rs.NextAttemptMs &&
-                         inst->GetDeviceInstanceBase().GetPortList().GetLength() > 0;
+            inst->GetDeviceInstanceBase().GetPortList().GetLength() > 0;
         device.DeviceUnlock(i);
         if (!due)
             continue;
@@ -140,7 +140,7 @@ void CKVX_HdwKvxCommandUnit::EndOutage(unsigned instance, CKVX_HdwKvxUnitInstanc
     CKVX_HdwDevice& device = GetUnitDevice();
     device.DeviceLock(instance);
     const bool lost = inst->Reconnect.Status.State != HDW_UNIT_LINK_UP &&
-                      inst->GetDeviceInstanceBase().GetPortList().GetLength() == 0;
+        inst->GetDeviceInstanceBase().GetPortList().GetLength() == 0;
     if (lost)
         inst->Reconnect.Status.State = HDW_UNIT_LINK_UP;
     device.DeviceUnlock(instance);
@@ -226,6 +226,6 @@ void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInsta
     CKVX_HdwKvxUnitLinkEvent back(KvxEventUnitBack);
     GetUnitDevice().ProcessEventHandlers(instance, &back);
     const uint64_t away = nowMs - rs.LostAtMs;
-    PostUnitSignal(inst, HDW_SIGNAL_UNIT_BACK, rs.Status.Returns, uint32_t(std::min<uint64_t>(away, UINT32_MAX)),
-                   nowMs);
+    PostUnitSignal(
+        inst, HDW_SIGNAL_UNIT_BACK, rs.Status.Returns, uint32_t(std::min<uint64_t>(away, UINT32_MAX)), nowMs);
 }

@@ -16,9 +16,9 @@
 
 // Where a unit's link stands (CKVX_HdwKvxUnitLinkStatus::State).
 enum t_HdwKvxUnitLinkState : unsigned {
-    HDW_UNIT_LINK_UP = 0,      // answering (or never opened)
-    HDW_UNIT_LINK_LOST = 1,    // link closed, the next attempt waits for its back-off
-    HDW_UNIT_LINK_RESYNC = 2,  // link open again, the fresh session not yet echoed
+    HDW_UNIT_LINK_UP = 0, // answering (or never opened)
+    HDW_UNIT_LINK_LOST = 1, // link closed, the next attempt waits for its back-off
+    HDW_UNIT_LINK_RESYNC = 2, // link open again, the fresh session not yet echoed
 };
 
 // Back-off between two attempts to open a lost unit's link, milliseconds:
@@ -37,10 +37,10 @@ public:
     CKVX_HdwKvxUnitLinkStatus& operator=(const CKVX_HdwKvxUnitLinkStatus&) = default;
     ~CKVX_HdwKvxUnitLinkStatus() override;
 
-    unsigned State = HDW_UNIT_LINK_UP;  // t_HdwKvxUnitLinkState
-    uint32_t Outages = 0;               // times the unit was lost
-    uint32_t Returns = 0;               // times it came back
-    uint32_t FailedAttempts = 0;        // link opens or session starts that failed while lost
+    unsigned State = HDW_UNIT_LINK_UP; // t_HdwKvxUnitLinkState
+    uint32_t Outages = 0; // times the unit was lost
+    uint32_t Returns = 0; // times it came back
+    uint32_t FailedAttempts = 0; // link opens or session starts that failed while lost
     // Commands queued or awaiting their echo when the unit was lost; they
     // are never sent again.
     uint64_t FailedCommands = 0;
@@ -67,9 +67,9 @@ public:
 class HDWLIB_EXPORT CKVX_HdwKvxReconnectState {
 public:
     CKVX_HdwKvxUnitLinkStatus Status;
-    uint64_t NextAttemptMs = 0;  // unit time of the next link open
-    unsigned BackoffMs = 0;      // 0: the next loss starts at KvxReconnectFirstMs
-    uint64_t SinceMs = 0;        // unit time of the loss, or of the resync's start
-    uint64_t LostAtMs = 0;       // unit time the current outage began
-    bool ReadFailed = false;     // the last reception failed on the link itself
+    uint64_t NextAttemptMs = 0; // unit time of the next link open
+    unsigned BackoffMs = 0; // 0: the next loss starts at KvxReconnectFirstMs
+    uint64_t SinceMs = 0; // unit time of the loss, or of the resync's start
+    uint64_t LostAtMs = 0; // unit time the current outage began
+    bool ReadFailed = false; // the last reception failed on the link itself
 };

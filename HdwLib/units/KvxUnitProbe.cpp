@@ -116,4 +116,3 @@ unsigned CKVX_HdwKvxCommandUnit::ProbeUnit(CKVX_HdwKvxUnitInstance* tmp)
     });
     return rc == 0 ? 0u : unsigned(HDW_ERR_LINK);
 }
-

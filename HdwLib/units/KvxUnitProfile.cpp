@@ -28,9 +28,9 @@ CKVX_HdwKvxUnitProfile Halden()
     p.CanChannels = 2;
     p.MilStd1553Channels = 2;
     p.Commands = KvxArinc429Commands | KvxCmdSramWrite | KvxCmdUartTxPush | KvxCmdUartConfig | KvxCmdCanConfig |
-                 KvxCmdCanPush | KvxCmd1553Config;
+        KvxCmdCanPush | KvxCmd1553Config;
     p.Events = kEvents({KvxEventComEcho, KvxEventCriticalFailure, KvxEventA429Rx, KvxEventA429Tx, KvxEventStatus,
-                        KvxEventCanRx, KvxEventCanTx, KvxEventMilStd1553, KvxEventUartRx, KvxEventUartTx});
+        KvxEventCanRx, KvxEventCanTx, KvxEventMilStd1553, KvxEventUartRx, KvxEventUartTx});
     p.EthernetPayloadLimit = 1345;
     return p;
 }

@@ -61,7 +61,7 @@ public:
     const char* UsbDescription = "";
     const char* UsbVendorId = "";
     const char* UsbProductId = "";
-    unsigned short UdpPort = 0;      // 0: no Ethernet link
+    unsigned short UdpPort = 0; // 0: no Ethernet link
     unsigned LinkBaudRate = 6000000; // bit/s over the USB-UART bridge, 8 data bits
     unsigned LinkTimeoutMs = 500;
     unsigned EchoTimeoutMs = 500;
@@ -108,6 +108,5 @@ public:
 
 // The command sets of the ARINC 429 units and of the CAN units.
 inline constexpr uint32_t KvxArinc429Commands = KvxCmdSession | KvxCmdStatusRequest | KvxCmdAtxCtxCtrl |
-                                                KvxCmdAtxCtxData | KvxCmdAtxPush | KvxCmdAtxCtxReset |
-                                                KvxCmdAtxConfig | KvxCmdArxConfig;
+    KvxCmdAtxCtxData | KvxCmdAtxPush | KvxCmdAtxCtxReset | KvxCmdAtxConfig | KvxCmdArxConfig;
 inline constexpr uint32_t KvxCanCommands = KvxCmdSession | KvxCmdStatusRequest | KvxCmdCanConfig | KvxCmdCanPush;

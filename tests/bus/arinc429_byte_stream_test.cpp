@@ -246,19 +246,19 @@ TEST_F(Arinc429ByteStream, LostWordsAreCountedRepeatsDroppedAndBadWordsRejected)
     };
     pass(0);
     pass(1);
-    bus.push_back(words[1]);            // repeated
-    pass(3);                            // word 2 lost
+    bus.push_back(words[1]); // repeated
+    pass(3); // word 2 lost
     CKVX_HdwArinc429Message bad = words[4];
     bad.Parity ^= 1;
-    bus.push_back(bad);                 // rejected, and so missing
+    bus.push_back(bad); // rejected, and so missing
     CKVX_HdwArinc429Message noCount = words[5];
     noCount.Ssm = 3;
     noCount.SetParity(0);
-    bus.push_back(noCount);             // rejected
+    bus.push_back(noCount); // rejected
     bus.push_back(hdw::bus::PackStreamWord(0x30, 1, 6, sent.data(), 2, 0)); // another SDI: not the stream
     bus.push_back(hdw::bus::PackStreamWord(0x31, 0, 6, sent.data(), 2, 0)); // another label
     pass(6);
-    for (size_t i = 8; i < 20; ++i)     // word 7 lost; 8 (count 0) wraps
+    for (size_t i = 8; i < 20; ++i) // word 7 lost; 8 (count 0) wraps
         pass(i);
     Receive(bus);
 

@@ -116,8 +116,8 @@ TEST_F(Generator, WordsOfSeveralLabelsComeInTheOrderOfTheirNominalTimes)
     std::vector<unsigned> labels;
     for (const auto& m : Run(0, kSecond, kSecond))
         labels.push_back(m.Label);
-    const std::vector<unsigned> expected = {0x10, 0x20, 0x10, 0x10, 0x20, 0x10, 0x10, 0x10, 0x20,
-                                            0x10, 0x10, 0x20, 0x10, 0x10, 0x10, 0x20};
+    const std::vector<unsigned> expected = {
+        0x10, 0x20, 0x10, 0x10, 0x20, 0x10, 0x10, 0x10, 0x20, 0x10, 0x10, 0x20, 0x10, 0x10, 0x10, 0x20};
     EXPECT_EQ(labels, expected);
 }
 
@@ -272,13 +272,38 @@ TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
     add("SSM 4", [](Def& d) { d.Ssm = 4; });
     add("unknown pattern", [](Def& d) { d.Pattern = 9; });
     add("constant above 19 bits", [](Def& d) { d.Data = 0x80000; });
-    add("counter min above max", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Min = 5; d.Max = 4; });
-    add("counter max above 19 bits", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Max = 0x80000; });
-    add("counter step 0", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Step = 0; });
-    add("counter step above the span", [](Def& d) { d.Pattern = Gen::PatternCounter; d.Min = 0; d.Max = 9; d.Step = 11; });
-    add("random min above max", [](Def& d) { d.Pattern = Gen::PatternRandom; d.Min = 9; d.Max = 3; });
-    add("discrete period 0", [](Def& d) { d.Pattern = Gen::PatternDiscrete; d.Period = 0; });
-    add("discrete mask above 19 bits", [](Def& d) { d.Pattern = Gen::PatternDiscrete; d.Mask = 0x80000; });
+    add("counter min above max", [](Def& d) {
+        d.Pattern = Gen::PatternCounter;
+        d.Min = 5;
+        d.Max = 4;
+    });
+    add("counter max above 19 bits", [](Def& d) {
+        d.Pattern = Gen::PatternCounter;
+        d.Max = 0x80000;
+    });
+    add("counter step 0", [](Def& d) {
+        d.Pattern = Gen::PatternCounter;
+        d.Step = 0;
+    });
+    add("counter step above the span", [](Def& d) {
+        d.Pattern = Gen::PatternCounter;
+        d.Min = 0;
+        d.Max = 9;
+        d.Step = 11;
+    });
+    add("random min above max", [](Def& d) {
+        d.Pattern = Gen::PatternRandom;
+        d.Min = 9;
+        d.Max = 3;
+    });
+    add("discrete period 0", [](Def& d) {
+        d.Pattern = Gen::PatternDiscrete;
+        d.Period = 0;
+    });
+    add("discrete mask above 19 bits", [](Def& d) {
+        d.Pattern = Gen::PatternDiscrete;
+        d.Mask = 0x80000;
+    });
     add("BNR range not a power of two steps", [](Def& d) { d = Bnr(0x31, 500, 0.25, 0, 10, Gen::WaveSine, 1); });
     add("BNR more than 18 bits", [](Def& d) { d = Bnr(0x31, 1 << 20, 1, 0, 10, Gen::WaveSine, 1); });
     add("BNR less than 1 bit", [](Def& d) { d = Bnr(0x31, 1, 1, 0, 0, Gen::WaveSine, 1); });
@@ -288,7 +313,11 @@ TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
     add("BNR low above high", [](Def& d) { d = Bnr(0x31, 512, 0.25, 10, 0, Gen::WaveSine, 1); });
     add("BNR period 0", [](Def& d) { d = Bnr(0x31, 512, 0.25, 0, 10, Gen::WaveSine, 0); });
     add("BNR unknown wave", [](Def& d) { d = Bnr(0x31, 512, 0.25, 0, 10, 3, 1); });
-    add("BCD 6 digits", [](Def& d) { d = Bnr(0x31, 512, 1, 0, 10, Gen::WaveSine, 1); d.Pattern = Gen::PatternBcd; d.Digits = 6; });
+    add("BCD 6 digits", [](Def& d) {
+        d = Bnr(0x31, 512, 1, 0, 10, Gen::WaveSine, 1);
+        d.Pattern = Gen::PatternBcd;
+        d.Digits = 6;
+    });
     add("BCD value beyond its digits", [](Def& d) {
         d = Bnr(0x31, 512, 0.1, 0, 800.0, Gen::WaveSine, 1);
         d.Pattern = Gen::PatternBcd;
@@ -333,7 +362,7 @@ TEST(GeneratorValues, BnrIsTwosComplementLeftAlignedBelowTheSignBit)
     EXPECT_EQ(Gen::EncodeBnr(511.75, 0.25, 11), 0x7FFu << 7);
     EXPECT_EQ(Gen::EncodeBnr(-0.25, 0.25, 11), 0xFFFu << 7);
     EXPECT_EQ(Gen::EncodeBnr(-512.0, 0.25, 11), 0x800u << 7);
-    EXPECT_EQ(Gen::EncodeBnr(0.1, 0.25, 11), 0u);           // rounds to the nearest step
+    EXPECT_EQ(Gen::EncodeBnr(0.1, 0.25, 11), 0u); // rounds to the nearest step
     EXPECT_EQ(Gen::EncodeBnr(0.13, 0.25, 11), 1u << 7);
     EXPECT_EQ(Gen::EncodeBnr(9999.0, 0.25, 11), 0x7FFu << 7); // clamped
     EXPECT_EQ(Gen::EncodeBnr(-1.0, 1.0, 18), 0x7FFFFu);
@@ -345,9 +374,9 @@ TEST(GeneratorValues, BcdDigitsAreLeftAlignedWithAThreeBitFirstDigit)
     EXPECT_EQ(Gen::EncodeBcd(123.4, 0.1, 5), 0x01234u);
     EXPECT_EQ(Gen::EncodeBcd(79999, 1.0, 5), 0x79999u);
     EXPECT_EQ(Gen::EncodeBcd(-123.4, 0.1, 5), 0x01234u); // sign goes into the SSM
-    EXPECT_EQ(Gen::EncodeBcd(359.9, 0.1, 4), 0x35990u);   // four digits: the last one unused
+    EXPECT_EQ(Gen::EncodeBcd(359.9, 0.1, 4), 0x35990u); // four digits: the last one unused
     EXPECT_EQ(Gen::EncodeBcd(7, 1.0, 1), 0x70000u);
-    EXPECT_EQ(Gen::EncodeBcd(99999, 1.0, 5), 0x79999u);   // clamped to what the digits hold
+    EXPECT_EQ(Gen::EncodeBcd(99999, 1.0, 5), 0x79999u); // clamped to what the digits hold
 }
 
 TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPoints)

@@ -125,8 +125,8 @@ TEST_F(SignalQueue, TransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
     StartWith(20, 1u << (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR - 1));
     // Fault state, error bytes: not started, active, passive, bus off,
     // bus off with other bytes, active again, bus off straight from active.
-    const uint32_t states[][3] = {{3, 0, 0}, {0, 0, 0}, {1, 0x80, 0}, {2, 0xFF, 0x10}, {2, 0xFF, 0x20},
-        {0, 0, 0}, {2, 1, 2}};
+    const uint32_t states[][3] = {
+        {3, 0, 0}, {0, 0, 0}, {1, 0x80, 0}, {2, 0xFF, 0x10}, {2, 0xFF, 0x20}, {0, 0, 0}, {2, 1, 2}};
     CKVX_HdwCanPort::CFaultStatus previous;
     for (unsigned i = 0; i < 7; ++i) {
         CKVX_HdwCanPort::CFaultStatus current;

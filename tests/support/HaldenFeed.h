@@ -101,18 +101,8 @@ inline std::vector<uint8_t> UnitFrame(const CFeedDevice& device, const std::vect
 // time stamp, word, the unit's 16-bit value).
 inline std::vector<uint8_t> A429RxRecord(unsigned ch, uint32_t time, uint32_t word)
 {
-    return {11,
-            uint8_t(2u << 3 | ch),
-            uint8_t(time),
-            uint8_t(time >> 8),
-            uint8_t(time >> 16),
-            uint8_t(time >> 24),
-            uint8_t(word),
-            uint8_t(word >> 8),
-            uint8_t(word >> 16),
-            uint8_t(word >> 24),
-            0,
-            0};
+    return {11, uint8_t(2u << 3 | ch), uint8_t(time), uint8_t(time >> 8), uint8_t(time >> 16), uint8_t(time >> 24),
+        uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0};
 }
 
 } // namespace halden_feed
@@ -123,17 +113,9 @@ namespace halden_feed {
 // eight data bytes, L = 18.
 inline std::vector<uint8_t> CanRxRecord(unsigned ch, uint32_t time, uint32_t id)
 {
-    std::vector<uint8_t> r{18,
-                           uint8_t(6u << 3 | ch),
-                           uint8_t(time),
-                           uint8_t(time >> 8),
-                           uint8_t(time >> 16),
-                           uint8_t(time >> 24),
-                           uint8_t(0x80 | 8),
-                           uint8_t(id >> 21),
-                           uint8_t(id >> 13),
-                           uint8_t(id >> 5),
-                           uint8_t(id << 3)};
+    std::vector<uint8_t> r{18, uint8_t(6u << 3 | ch), uint8_t(time), uint8_t(time >> 8), uint8_t(time >> 16),
+        uint8_t(time >> 24), uint8_t(0x80 | 8), uint8_t(id >> 21), uint8_t(id >> 13), uint8_t(id >> 5),
+        uint8_t(id << 3)};
     for (unsigned i = 0; i < 8; ++i)
         r.push_back(uint8_t(id + i));
     return r;

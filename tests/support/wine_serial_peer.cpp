@@ -236,7 +236,7 @@ std::string Settings(const Line& line)
             parity = odd ? "odd" : "even";
     }
     const bool raw = (t.c_lflag & (ICANON | ECHO | ISIG)) == 0 && (t.c_oflag & OPOST) == 0 &&
-                     (t.c_iflag & (ICRNL | INLCR | IGNCR)) == 0;
+        (t.c_iflag & (ICRNL | INLCR | IGNCR)) == 0;
     std::ostringstream s;
     s << "OK baud=" << ReadLineSpeed(line.slave) << " bits=" << bits << " parity=" << parity
       << " stop=" << ((t.c_cflag & CSTOPB) ? 2 : 1) << " crtscts=" << ((t.c_cflag & CRTSCTS) ? 1 : 0)
@@ -361,8 +361,8 @@ int main(int argc, char** argv)
     bool ready = true;
     for (Line& line : g_Lines) {
         if (!OpenPty(line) || !LinkCom(line, dosdevices)) {
-            std::fprintf(stderr, "wine_serial_peer: cannot make a line in %s: %s\n", dosdevices.c_str(),
-                         std::strerror(errno));
+            std::fprintf(
+                stderr, "wine_serial_peer: cannot make a line in %s: %s\n", dosdevices.c_str(), std::strerror(errno));
             ready = false;
             break;
         }
@@ -375,8 +375,9 @@ int main(int argc, char** argv)
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t len = sizeof addr;
-    if (ready && (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-                  listen(listener, 4) != 0 || getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) != 0)) {
+    if (ready &&
+        (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+            listen(listener, 4) != 0 || getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) != 0)) {
         std::perror("wine_serial_peer: control socket");
         ready = false;
     }
@@ -414,7 +415,8 @@ int main(int argc, char** argv)
             for (size_t i = 0; i < clients.size();) {
                 Client& c = clients[i];
                 char buf[65536];
-                const ssize_t n = (fds[i + 1].revents & (POLLIN | POLLHUP | POLLERR)) ? read(c.fd, buf, sizeof buf) : -2;
+                const ssize_t n =
+                    (fds[i + 1].revents & (POLLIN | POLLHUP | POLLERR)) ? read(c.fd, buf, sizeof buf) : -2;
                 if (n == 0 || (n < 0 && n != -2 && errno != EINTR)) {
                     close(c.fd);
                     clients.erase(clients.begin() + long(i));

@@ -102,8 +102,14 @@ Bytes Frame(const std::vector<Bytes>& records, bool unit)
     f.push_back(uint8_t(crc >> 8));
     return f;
 }
-Bytes HostFrame(const std::vector<Bytes>& records) { return Frame(records, false); }
-Bytes UnitFrame(const std::vector<Bytes>& records) { return Frame(records, true); }
+Bytes HostFrame(const std::vector<Bytes>& records)
+{
+    return Frame(records, false);
+}
+Bytes UnitFrame(const std::vector<Bytes>& records)
+{
+    return Frame(records, true);
+}
 
 std::vector<Bytes> Listed(const Engine& e)
 {
@@ -240,7 +246,6 @@ TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
     EXPECT_TRUE(e.IsEchoOverdue(500, 500));
 }
 
-
 TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
 {
     struct Step {
@@ -330,7 +335,7 @@ struct FrameSeen {
     size_t End = 0; // stream offset just past its last byte
     bool Ok = false;
     std::vector<Bytes> Records; // from the position list and the event buffer
-    Bytes Events;               // the event buffer up to the last byte written
+    Bytes Events; // the event buffer up to the last byte written
     bool operator==(const FrameSeen&) const = default;
 };
 
@@ -377,8 +382,8 @@ Stream MixedStream()
     Bytes bad = UnitFrame({EventRecord(11, 6)});
     bad.back() ^= 0x5A;
     s.Add(bad, false);
-    s.Add({0xA5, 0x00, 0x00, 0x00, 0x00});             // zero event count
-    s.Add({0xA5, 0x05, 0x00, 0x01, 0x00, 0x00});       // zero event length
+    s.Add({0xA5, 0x00, 0x00, 0x00, 0x00}); // zero event count
+    s.Add({0xA5, 0x05, 0x00, 0x01, 0x00, 0x00}); // zero event length
     for (unsigned k = 0; k < 100; ++k)
         many.push_back(EventRecord(3 + k % 15, k));
     s.AddFrame(many);

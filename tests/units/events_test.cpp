@@ -369,7 +369,8 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     auto feed = [&](const Bytes& frame) {
         unsigned used = 0;
         bool ok = false;
-        EXPECT_EQ(dev.Inst()->FeedBytes(frame.data(), unsigned(frame.size()), used, ok), CKVX_HdwKvxUnitEngine::EFeed::Frame);
+        EXPECT_EQ(
+            dev.Inst()->FeedBytes(frame.data(), unsigned(frame.size()), used, ok), CKVX_HdwKvxUnitEngine::EFeed::Frame);
         EXPECT_TRUE(ok);
         return dev.ProcessEventPayload(0);
     };
@@ -429,7 +430,9 @@ TEST(UnitFrameEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     RecordingPort can(&dev, 0, "0", HDW_PORT_CAN);
     dev.AttachPortToHdwTimer(0, &rx);
     dev.AttachPortToHdwTimer(0, &can);
-    auto feed = [&](const Bytes& frame) { return dev.ReceiveBytes(0, dev.Inst(), frame.data(), unsigned(frame.size())); };
+    auto feed = [&](const Bytes& frame) {
+        return dev.ReceiveBytes(0, dev.Inst(), frame.data(), unsigned(frame.size()));
+    };
     const Bytes canRx = EventRecord(6, 0, 0x00000010, {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00});
     ASSERT_EQ(feed(UnitFrame({A429RxRecord(1, 0x11, 0xFFFFFF00u), A429RxRecord(1, 0x12, 0xFFFFFFF0u)})), 0u);
     ASSERT_EQ(feed(UnitFrame({canRx, A429RxRecord(1, 0x13, 0x00000020u)})), 0u);

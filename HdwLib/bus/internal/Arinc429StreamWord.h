@@ -47,8 +47,8 @@ inline bool HasStreamParity(const CKVX_HdwArinc429Message& word, uint8_t parityM
 }
 
 // The word that carries `count` (1 or 2) bytes from `bytes`.
-inline CKVX_HdwArinc429Message PackStreamWord(uint8_t label, uint8_t sdi, uint8_t sequence, const uint8_t* bytes,
-                                              unsigned count, uint8_t parityMode)
+inline CKVX_HdwArinc429Message PackStreamWord(
+    uint8_t label, uint8_t sdi, uint8_t sequence, const uint8_t* bytes, unsigned count, uint8_t parityMode)
 {
     CKVX_HdwArinc429Message word;
     word.Label = label;
@@ -76,7 +76,7 @@ inline bool UnpackStreamWord(const CKVX_HdwArinc429Message& word, SStreamWord& o
 // What a received sequence count says about the stream.
 struct SSequenceCheck {
     bool Repeat = false; // the same count as the word before: a repeated word
-    unsigned Lost = 0;   // words missing before this one
+    unsigned Lost = 0; // words missing before this one
 };
 
 // Checks `sequence` against the last count taken (`synced` false: none yet,
@@ -111,8 +111,8 @@ unsigned GetLabelStreamParameters(CKVX_HdwService& service, P* params, uint32_t 
 }
 
 template <typename P>
-unsigned SetLabelStreamParameters(CKVX_HdwService& service, P* params, uint32_t& bufferSize, uint8_t& label,
-                                  uint8_t& sdi)
+unsigned SetLabelStreamParameters(
+    CKVX_HdwService& service, P* params, uint32_t& bufferSize, uint8_t& label, uint8_t& sdi)
 {
     if (const unsigned rc = service.CKVX_HdwService::SetParameters(params))
         return rc;

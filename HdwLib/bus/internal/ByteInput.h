@@ -19,7 +19,6 @@
 
 namespace hdw::bus {
 
-
 using CByteQueue = std::deque<uint8_t>;
 
 // Appends `count` bytes; beyond `bound` the oldest go, counted in `dropped`.
@@ -87,8 +86,7 @@ void DropOldestChunks(std::deque<TChunk>& chunks, uint64_t& size, uint32_t bound
 // array; otherwise take(bytes, maxCount) (how many it moved) under one
 // device lock.
 template <class TTake>
-unsigned ReadBytes(CKVX_HdwService& service, unsigned char* bytes, unsigned maxCount, unsigned& readCount,
-                   TTake&& take)
+unsigned ReadBytes(CKVX_HdwService& service, unsigned char* bytes, unsigned maxCount, unsigned& readCount, TTake&& take)
 {
     readCount = 0;
     if (const unsigned rc = RunState(service.GetStatus()))
@@ -102,11 +100,11 @@ unsigned ReadBytes(CKVX_HdwService& service, unsigned char* bytes, unsigned maxC
     return 0;
 }
 
-inline unsigned ReadBytes(CKVX_HdwService& service, CByteQueue& queue, unsigned char* bytes, unsigned maxCount,
-                          unsigned& readCount)
+inline unsigned ReadBytes(
+    CKVX_HdwService& service, CByteQueue& queue, unsigned char* bytes, unsigned maxCount, unsigned& readCount)
 {
     return ReadBytes(service, bytes, maxCount, readCount,
-                     [&queue](unsigned char* out, unsigned max) { return TakeBytes(queue, out, max); });
+        [&queue](unsigned char* out, unsigned max) { return TakeBytes(queue, out, max); });
 }
 
 // Bytes waiting: count 0, then the run state's answer, else `size()` under

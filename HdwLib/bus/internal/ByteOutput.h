@@ -20,7 +20,7 @@ namespace hdw::bus {
 // case nothing is queued and they are added to `unplaced`; otherwise the
 // bytes are queued.
 inline unsigned QueueBytes(CKVX_HdwService& service, CByteQueue& queue, const unsigned char* bytes, unsigned count,
-                           unsigned option, uint32_t bound, uint64_t& unplaced)
+    unsigned option, uint32_t bound, uint64_t& unplaced)
 {
     if (option != 0)
         return HDW_ERR_ARGUMENT;

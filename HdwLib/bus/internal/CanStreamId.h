@@ -37,8 +37,7 @@ unsigned GetStreamParameters(S& service, P* params, uint32_t bufferSize, uint32_
 }
 
 template <typename P, typename S>
-unsigned SetStreamParameters(S& service, P* params, uint32_t& bufferSize, uint32_t& identifier,
-                             uint8_t& extended)
+unsigned SetStreamParameters(S& service, P* params, uint32_t& bufferSize, uint32_t& identifier, uint8_t& extended)
 {
     if (const unsigned rc = service.CKVX_HdwService::SetParameters(params))
         return rc;

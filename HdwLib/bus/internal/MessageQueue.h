@@ -41,7 +41,7 @@ unsigned TakeFromHead(CKVX_List<T>& list, T* out, unsigned maxCount)
         list.DeleteAll();
     else {
         items.erase(items.begin(), it);
-        list.ToStart();  // the cursor may have pointed into the erased range
+        list.ToStart(); // the cursor may have pointed into the erased range
     }
     return n;
 }
@@ -49,8 +49,7 @@ unsigned TakeFromHead(CKVX_List<T>& list, T* out, unsigned maxCount)
 // Read of a receive service: 29 stopped, 15 failed, 2 no array for a
 // non-zero count; otherwise up to maxCount entries under one device lock.
 template <typename T>
-unsigned ReadFromService(CKVX_HdwService& service, CKVX_List<T>& list, T* out, unsigned maxCount,
-                         unsigned& readCount)
+unsigned ReadFromService(CKVX_HdwService& service, CKVX_List<T>& list, T* out, unsigned maxCount, unsigned& readCount)
 {
     readCount = 0;
     if (const unsigned rc = RunState(service.GetStatus()))

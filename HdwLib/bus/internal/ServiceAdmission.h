@@ -12,8 +12,8 @@ namespace hdw::bus {
 // True when an enabled service of type `enabled` refuses a new one of type `requested`.
 using ServiceConflict = bool (*)(unsigned enabled, unsigned requested);
 
-inline unsigned AdmitService(CKVX_HdwPort& port, unsigned requested, std::initializer_list<unsigned> admitted,
-                             ServiceConflict conflict)
+inline unsigned AdmitService(
+    CKVX_HdwPort& port, unsigned requested, std::initializer_list<unsigned> admitted, ServiceConflict conflict)
 {
     bool known = false;
     for (unsigned t : admitted)

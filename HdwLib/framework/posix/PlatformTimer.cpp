@@ -67,7 +67,7 @@ void WaitUntil(PosixTimer* t, int64_t due)
     while (t->stop.load(std::memory_order_acquire) == 0 && NowNs() < due) {
         // FUTEX_WAIT_BITSET takes an absolute time on CLOCK_MONOTONIC.
         syscall(SYS_futex, reinterpret_cast<int*>(&t->stop), FUTEX_WAIT_BITSET_PRIVATE, 0, &ts, nullptr,
-                FUTEX_BITSET_MATCH_ANY);
+            FUTEX_BITSET_MATCH_ANY);
     }
 }
 
@@ -153,6 +153,5 @@ void hdw::platform::SleepUs(uint64_t microseconds)
     timespec ts{};
     ts.tv_sec = static_cast<time_t>(microseconds / 1000000);
     ts.tv_nsec = static_cast<long>((microseconds % 1000000) * 1000);
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &ts, &ts) == EINTR) {
-    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &ts, &ts) == EINTR) {}
 }

@@ -63,7 +63,7 @@ void* hdw::platform::TimerStart(unsigned periodMs, TimerFire fire, void* context
     t->context = context;
     timeBeginPeriod(res);
     t->id = timeSetEvent(periodMs, res, &TimerTrampoline, reinterpret_cast<DWORD_PTR>(t),
-                         TIME_PERIODIC | TIME_CALLBACK_FUNCTION | TIME_KILL_SYNCHRONOUS);
+        TIME_PERIODIC | TIME_CALLBACK_FUNCTION | TIME_KILL_SYNCHRONOUS);
     if (t->id == 0) {
         timeEndPeriod(res);
         delete t;

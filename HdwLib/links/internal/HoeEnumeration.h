@@ -35,8 +35,8 @@ inline CKVX_HdwHoeLink::CDetectInfo ToDetectInfo(const HoeDetectReply& r)
 // and CKVX_HdwHoeLink); `accept(info)` says whether the unit is the driver's kind.
 // Links that are not "udp:" get Result 2 when `claimAllLinks`, else are left alone.
 template <typename Instance, typename Make, typename Accept>
-void ProbeHoeUnits(CKVX_HdwDevice& device, unsigned clientId, bool scan, unsigned short scanPort,
-                   bool claimAllLinks, Make make, Accept accept, std::vector<Instance*>& found)
+void ProbeHoeUnits(CKVX_HdwDevice& device, unsigned clientId, bool scan, unsigned short scanPort, bool claimAllLinks,
+    Make make, Accept accept, std::vector<Instance*>& found)
 {
     auto adopt = [&](const CKVX_HdwHoeLink::CDetectInfo& info, const CKVX_String& linkText) {
         Instance* inst = make();

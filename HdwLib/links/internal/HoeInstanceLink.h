@@ -11,8 +11,7 @@ namespace hdw::links {
 // Connects the instance's session unless the instance is open already. The
 // handshake runs outside the instance lock so that the tick of the device's
 // other work is not held up; the open flag is set under it.
-inline unsigned OpenHoeInstance(CKVX_HdwDevice& device, CKVX_HdwDevice::CDeviceInstance& inst,
-                                CKVX_HdwHoeLink& link)
+inline unsigned OpenHoeInstance(CKVX_HdwDevice& device, CKVX_HdwDevice::CDeviceInstance& inst, CKVX_HdwHoeLink& link)
 {
     inst.Lock();
     const bool open = inst.IsOpen();
@@ -28,8 +27,8 @@ inline unsigned OpenHoeInstance(CKVX_HdwDevice& device, CKVX_HdwDevice::CDeviceI
 }
 
 // Ends the session when no port of the unit is open any more.
-inline unsigned CloseHoeInstance(CKVX_HdwDevice& device, unsigned instance, CKVX_HdwDevice::CDeviceInstance& inst,
-                                 CKVX_HdwHoeLink& link)
+inline unsigned CloseHoeInstance(
+    CKVX_HdwDevice& device, unsigned instance, CKVX_HdwDevice::CDeviceInstance& inst, CKVX_HdwHoeLink& link)
 {
     if (!device.CanClose(instance))
         return 0;

@@ -44,8 +44,8 @@ void ParseDetectReply(const Packet& p, HoeDetectReply& reply)
 // Waits for replies to a Detect sent from `socket`; calls `take` for each
 // valid one until it returns false or the deadline passes.
 template <typename Take>
-void CollectDetectReplies(const CKVX_HdwHoe& hoe, CKVX_HdwUdpSocket& socket, uint32_t tag,
-                          Clock::time_point deadline, Take take)
+void CollectDetectReplies(
+    const CKVX_HdwHoe& hoe, CKVX_HdwUdpSocket& socket, uint32_t tag, Clock::time_point deadline, Take take)
 {
     Packet p;
     for (;;) {
@@ -111,7 +111,7 @@ bool CHoeSession::ParseLink(const CKVX_String& link, CKVX_IpAddress& address, un
 }
 
 unsigned CHoeSession::Detect(const CKVX_HdwHoe& hoe, const CKVX_IpAddress& address, unsigned short port,
-                             unsigned timeoutMs, HoeDetectReply& reply)
+    unsigned timeoutMs, HoeDetectReply& reply)
 {
     CKVX_HdwUdpSocket socket;
     if (const unsigned rc = socket.Open())
@@ -123,17 +123,17 @@ unsigned CHoeSession::Detect(const CKVX_HdwHoe& hoe, const CKVX_IpAddress& addre
     if (socket.SendTo(p.Bytes, CKVX_HdwHoe::GetPacketSize(p), address, port) != 0)
         return HDW_ERR_LINK;
     bool found = false;
-    CollectDetectReplies(hoe, socket, tag, Clock::now() + std::chrono::milliseconds(timeoutMs),
-                         [&](const HoeDetectReply& r) {
-                             reply = r;
-                             found = true;
-                             return false;
-                         });
+    CollectDetectReplies(
+        hoe, socket, tag, Clock::now() + std::chrono::milliseconds(timeoutMs), [&](const HoeDetectReply& r) {
+            reply = r;
+            found = true;
+            return false;
+        });
     return found ? 0u : static_cast<unsigned>(HDW_ERR_LINK);
 }
 
-unsigned CHoeSession::DetectBroadcast(const CKVX_HdwHoe& hoe, unsigned short port, unsigned timeoutMs,
-                                      std::vector<HoeDetectReply>& replies)
+unsigned CHoeSession::DetectBroadcast(
+    const CKVX_HdwHoe& hoe, unsigned short port, unsigned timeoutMs, std::vector<HoeDetectReply>& replies)
 {
     CKVX_HdwUdpSocket socket;
     if (const unsigned rc = socket.Open())
@@ -146,14 +146,14 @@ unsigned CHoeSession::DetectBroadcast(const CKVX_HdwHoe& hoe, unsigned short por
     sender.BuildDetectPacket(tag, p);
     if (const unsigned rc = socket.SendTo(p.Bytes, CKVX_HdwHoe::GetPacketSize(p), CKVX_IpAddress(0xFFFFFFFFu), port))
         return rc;
-    CollectDetectReplies(hoe, socket, tag, Clock::now() + std::chrono::milliseconds(timeoutMs),
-                         [&](const HoeDetectReply& r) {
-                             for (const HoeDetectReply& known : replies)
-                                 if (known.Address == r.Address && known.Port == r.Port)
-                                     return true;
-                             replies.push_back(r);
-                             return true;
-                         });
+    CollectDetectReplies(
+        hoe, socket, tag, Clock::now() + std::chrono::milliseconds(timeoutMs), [&](const HoeDetectReply& r) {
+            for (const HoeDetectReply& known : replies)
+                if (known.Address == r.Address && known.Port == r.Port)
+                    return true;
+            replies.push_back(r);
+            return true;
+        });
     return 0;
 }
 
@@ -199,7 +199,7 @@ void CHoeSession::ClosePoolSocket()
 }
 
 unsigned CHoeSession::Connect(unsigned clientId, CKVX_HdwManager* manager, const CKVX_IpAddress& address,
-                              unsigned short port, unsigned linkTimeoutMs)
+    unsigned short port, unsigned linkTimeoutMs)
 {
     if (IsConnected() || m_Thread.joinable())
         return 0;
@@ -235,8 +235,9 @@ unsigned CHoeSession::Connect(unsigned clientId, CKVX_HdwManager* manager, const
             ClosePoolSocket();
             return HDW_ERR_LINK;
         }
-        if (rc == 0 && m_Hoe.CheckReceivedPacket(reply, static_cast<int>(got), m_Tag, CKVX_HdwHoe::CodeConnectReply) ==
-                           CKVX_HdwHoe::HoeAccepted)
+        if (rc == 0 &&
+            m_Hoe.CheckReceivedPacket(reply, static_cast<int>(got), m_Tag, CKVX_HdwHoe::CodeConnectReply) ==
+                CKVX_HdwHoe::HoeAccepted)
             break;
     }
     m_SessionId = CKVX_HdwHoe::GetSecondWord(reply);
@@ -296,8 +297,8 @@ void CHoeSession::SendKeepAlive()
 
 void CHoeSession::ReceiveLoop(CHoeSessionSink& sink)
 {
-    static constexpr uint32_t kCodes[] = {CKVX_HdwHoe::CodeEventData, CKVX_HdwHoe::CodeKeepAlivePort,
-                                          CKVX_HdwHoe::CodeDisconnectReply};
+    static constexpr uint32_t kCodes[] = {
+        CKVX_HdwHoe::CodeEventData, CKVX_HdwHoe::CodeKeepAlivePort, CKVX_HdwHoe::CodeDisconnectReply};
     const auto period = std::chrono::milliseconds(KeepAlivePeriodMs);
     const auto linkTimeout = std::chrono::milliseconds(m_LinkTimeoutMs);
     auto nextKeepAlive = Clock::now() + period;
@@ -352,8 +353,8 @@ unsigned CHoeSession::Disconnect()
         SendPacket(p);
         if (m_Thread.joinable()) {
             std::unique_lock<std::mutex> lock(m_StateMutex);
-            m_StateCond.wait_for(lock, std::chrono::milliseconds(DisconnectTimeoutMs),
-                                 [this] { return m_DisconnectAnswered; });
+            m_StateCond.wait_for(
+                lock, std::chrono::milliseconds(DisconnectTimeoutMs), [this] { return m_DisconnectAnswered; });
         }
     }
     m_Stop.store(true, std::memory_order_release);

@@ -54,10 +54,10 @@ public:
 
     // A Detect to one address; 0 and the reply, or 14 when none came in time.
     static unsigned Detect(const CKVX_HdwHoe& hoe, const CKVX_IpAddress& address, unsigned short port,
-                           unsigned timeoutMs, HoeDetectReply& reply);
+        unsigned timeoutMs, HoeDetectReply& reply);
     // A broadcast Detect on the unit port; every unit that answered in time.
-    static unsigned DetectBroadcast(const CKVX_HdwHoe& hoe, unsigned short port, unsigned timeoutMs,
-                                    std::vector<HoeDetectReply>& replies);
+    static unsigned DetectBroadcast(
+        const CKVX_HdwHoe& hoe, unsigned short port, unsigned timeoutMs, std::vector<HoeDetectReply>& replies);
     // Parses "udp:HOST:PORT"; false when malformed or HOST cannot be resolved.
     static bool ParseLink(const CKVX_String& link, CKVX_IpAddress& address, unsigned short& port);
     // A fresh non-zero request tag.
@@ -66,8 +66,8 @@ public:
     // Connects with `clientId` to the unit: 0, 21 when no local port could
     // be had, 14 when the unit did not answer or refused, 13 on a socket
     // failure. Without a manager the socket takes any free port.
-    unsigned Connect(unsigned clientId, CKVX_HdwManager* manager, const CKVX_IpAddress& address,
-                     unsigned short port, unsigned linkTimeoutMs);
+    unsigned Connect(unsigned clientId, CKVX_HdwManager* manager, const CKVX_IpAddress& address, unsigned short port,
+        unsigned linkTimeoutMs);
     // Runs the receive loop on a new thread until Disconnect.
     unsigned StartReceiveThread(unsigned (*entry)(void*), void* argument);
     // The loop itself, called on the receive thread.
@@ -105,8 +105,8 @@ private:
     std::atomic<bool> m_Connected{false};
     std::atomic<bool> m_Stop{false};
     std::thread m_Thread;
-    std::mutex m_SendMutex;         // socket sends against closing
-    std::mutex m_StateMutex;        // the disconnect reply
+    std::mutex m_SendMutex; // socket sends against closing
+    std::mutex m_StateMutex; // the disconnect reply
     std::condition_variable m_StateCond;
     bool m_DisconnectAnswered = false;
 };

@@ -12,11 +12,11 @@ constexpr SocketHandle InvalidSocket = -1;
 
 enum class SocketStatus {
     Ok,
-    WouldBlock,   // nothing now (non-blocking call or time-out)
+    WouldBlock, // nothing now (non-blocking call or time-out)
     AddressInUse, // bind: the port is held by another socket
-    Truncated,    // datagram larger than the buffer
-    Closed,       // stream: the peer closed the connection
-    Failed,       // any other failure
+    Truncated, // datagram larger than the buffer
+    Closed, // stream: the peer closed the connection
+    Failed, // any other failure
 };
 
 // Datagram or stream socket, non-blocking from the start.
@@ -34,8 +34,8 @@ uint16_t SocketLocalPort(SocketHandle s);
 SocketStatus SocketWait(SocketHandle s, bool write, unsigned timeoutMs);
 
 SocketStatus SocketSendTo(SocketHandle s, const void* data, unsigned length, uint32_t address, uint16_t port);
-SocketStatus SocketRecvFrom(SocketHandle s, void* buffer, unsigned capacity, unsigned& received,
-                            uint32_t& address, uint16_t& port);
+SocketStatus SocketRecvFrom(
+    SocketHandle s, void* buffer, unsigned capacity, unsigned& received, uint32_t& address, uint16_t& port);
 
 SocketStatus SocketListen(SocketHandle s, int backlog);
 SocketStatus SocketAccept(SocketHandle s, SocketHandle& client, uint32_t& address, uint16_t& port);

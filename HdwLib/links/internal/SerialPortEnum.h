@@ -46,12 +46,12 @@ inline bool SameUsbBridge(const SerialPortInfo& a, const SerialPortInfo& b)
     if (!a.UsbDevice.empty() && !b.UsbDevice.empty())
         return a.UsbDevice == b.UsbDevice;
     return !a.SerialNumber.empty() && a.SerialNumber == b.SerialNumber && a.VendorId == b.VendorId &&
-           a.ProductId == b.ProductId;
+        a.ProductId == b.ProductId;
 }
 
 // The ports in name order. `sysRoot` and `devRoot` replace "/sys" and "/dev"
 // (empty: the system's own); Windows ignores both.
-std::vector<SerialPortInfo> EnumerateSerialPorts(const std::string& sysRoot = std::string(),
-                                                 const std::string& devRoot = std::string());
+std::vector<SerialPortInfo> EnumerateSerialPorts(
+    const std::string& sysRoot = std::string(), const std::string& devRoot = std::string());
 
 } // namespace hdw::platform

@@ -15,7 +15,10 @@
 namespace hdw::platform {
 namespace {
 
-int Fd(SocketHandle s) { return static_cast<int>(s); }
+int Fd(SocketHandle s)
+{
+    return static_cast<int>(s);
+}
 
 sockaddr_in MakeAddress(uint32_t address, uint16_t port)
 {
@@ -45,8 +48,14 @@ SocketStatus FromErrno(int e)
 
 } // namespace
 
-SocketHandle SocketOpenUdp() { return OpenSocket(SOCK_DGRAM); }
-SocketHandle SocketOpenTcp() { return OpenSocket(SOCK_STREAM); }
+SocketHandle SocketOpenUdp()
+{
+    return OpenSocket(SOCK_DGRAM);
+}
+SocketHandle SocketOpenTcp()
+{
+    return OpenSocket(SOCK_STREAM);
+}
 
 void SocketClose(SocketHandle s)
 {
@@ -69,8 +78,7 @@ SocketStatus SocketBind(SocketHandle s, uint32_t address, uint16_t port, bool re
 SocketStatus SocketEnableBroadcast(SocketHandle s, bool on)
 {
     const int v = on ? 1 : 0;
-    return ::setsockopt(Fd(s), SOL_SOCKET, SO_BROADCAST, &v, sizeof v) == 0 ? SocketStatus::Ok
-                                                                            : SocketStatus::Failed;
+    return ::setsockopt(Fd(s), SOL_SOCKET, SO_BROADCAST, &v, sizeof v) == 0 ? SocketStatus::Ok : SocketStatus::Failed;
 }
 
 uint16_t SocketLocalPort(SocketHandle s)
@@ -101,15 +109,14 @@ SocketStatus SocketWait(SocketHandle s, bool write, unsigned timeoutMs)
 SocketStatus SocketSendTo(SocketHandle s, const void* data, unsigned length, uint32_t address, uint16_t port)
 {
     const sockaddr_in a = MakeAddress(address, port);
-    const ssize_t n =
-        ::sendto(Fd(s), data, length, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&a), sizeof a);
+    const ssize_t n = ::sendto(Fd(s), data, length, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&a), sizeof a);
     if (n == static_cast<ssize_t>(length))
         return SocketStatus::Ok;
     return n < 0 ? FromErrno(errno) : SocketStatus::Failed;
 }
 
-SocketStatus SocketRecvFrom(SocketHandle s, void* buffer, unsigned capacity, unsigned& received, uint32_t& address,
-                            uint16_t& port)
+SocketStatus SocketRecvFrom(
+    SocketHandle s, void* buffer, unsigned capacity, unsigned& received, uint32_t& address, uint16_t& port)
 {
     received = 0;
     sockaddr_in a{};

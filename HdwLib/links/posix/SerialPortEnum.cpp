@@ -76,8 +76,8 @@ bool NameOrder(const std::string& a, const std::string& b)
 
 } // namespace
 
-std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(const std::string& sysRoot,
-                                                                               const std::string& devRoot)
+std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(
+    const std::string& sysRoot, const std::string& devRoot)
 {
     const fs::path sys = sysRoot.empty() ? fs::path("/sys") : fs::path(sysRoot);
     const fs::path dev = devRoot.empty() ? fs::path("/dev") : fs::path(devRoot);
@@ -113,12 +113,12 @@ std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(c
             info.Revision = Lower(ReadAttribute(usb / "bcdDevice"));
             info.UsbDevice = usb.string();
         } else if (!(StartsWith(name, "ttyS") && IsRealOnboardPort(ttyDir)) && !StartsWith(name, "ttyUSB") &&
-                   !StartsWith(name, "ttyACM")) {
+            !StartsWith(name, "ttyACM")) {
             continue;
         }
         ports.push_back(std::move(info));
     }
     std::sort(ports.begin(), ports.end(),
-              [](const SerialPortInfo& a, const SerialPortInfo& b) { return NameOrder(a.Name, b.Name); });
+        [](const SerialPortInfo& a, const SerialPortInfo& b) { return NameOrder(a.Name, b.Name); });
     return ports;
 }

@@ -22,7 +22,10 @@ bool Startup()
     return ok;
 }
 
-SOCKET Sock(SocketHandle s) { return static_cast<SOCKET>(s); }
+SOCKET Sock(SocketHandle s)
+{
+    return static_cast<SOCKET>(s);
+}
 
 sockaddr_in MakeAddress(uint32_t address, uint16_t port)
 {
@@ -53,18 +56,13 @@ SocketStatus FromError(int e)
     switch (e) {
     case WSAEWOULDBLOCK:
     case WSAEINPROGRESS:
-    case WSAEALREADY:
-        return SocketStatus::WouldBlock;
-    case WSAEADDRINUSE:
-        return SocketStatus::AddressInUse;
-    case WSAEMSGSIZE:
-        return SocketStatus::Truncated;
+    case WSAEALREADY: return SocketStatus::WouldBlock;
+    case WSAEADDRINUSE: return SocketStatus::AddressInUse;
+    case WSAEMSGSIZE: return SocketStatus::Truncated;
     case WSAECONNRESET:
     case WSAECONNABORTED:
-    case WSAESHUTDOWN:
-        return SocketStatus::Closed;
-    default:
-        return SocketStatus::Failed;
+    case WSAESHUTDOWN: return SocketStatus::Closed;
+    default: return SocketStatus::Failed;
     }
 }
 
@@ -82,7 +80,10 @@ SocketHandle SocketOpenUdp()
     return s;
 }
 
-SocketHandle SocketOpenTcp() { return OpenSocket(SOCK_STREAM, IPPROTO_TCP); }
+SocketHandle SocketOpenTcp()
+{
+    return OpenSocket(SOCK_STREAM, IPPROTO_TCP);
+}
 
 void SocketClose(SocketHandle s)
 {
@@ -111,8 +112,8 @@ SocketStatus SocketEnableBroadcast(SocketHandle s, bool on)
 {
     const BOOL v = on ? TRUE : FALSE;
     return ::setsockopt(Sock(s), SOL_SOCKET, SO_BROADCAST, reinterpret_cast<const char*>(&v), sizeof v) == 0
-               ? SocketStatus::Ok
-               : SocketStatus::Failed;
+        ? SocketStatus::Ok
+        : SocketStatus::Failed;
 }
 
 uint16_t SocketLocalPort(SocketHandle s)
@@ -145,20 +146,20 @@ SocketStatus SocketSendTo(SocketHandle s, const void* data, unsigned length, uin
 {
     const sockaddr_in a = MakeAddress(address, port);
     const int n = ::sendto(Sock(s), static_cast<const char*>(data), static_cast<int>(length), 0,
-                           reinterpret_cast<const sockaddr*>(&a), sizeof a);
+        reinterpret_cast<const sockaddr*>(&a), sizeof a);
     if (n == static_cast<int>(length))
         return SocketStatus::Ok;
     return n == SOCKET_ERROR ? FromError(::WSAGetLastError()) : SocketStatus::Failed;
 }
 
-SocketStatus SocketRecvFrom(SocketHandle s, void* buffer, unsigned capacity, unsigned& received, uint32_t& address,
-                            uint16_t& port)
+SocketStatus SocketRecvFrom(
+    SocketHandle s, void* buffer, unsigned capacity, unsigned& received, uint32_t& address, uint16_t& port)
 {
     received = 0;
     sockaddr_in a{};
     int len = sizeof a;
-    const int n = ::recvfrom(Sock(s), static_cast<char*>(buffer), static_cast<int>(capacity), 0,
-                             reinterpret_cast<sockaddr*>(&a), &len);
+    const int n = ::recvfrom(
+        Sock(s), static_cast<char*>(buffer), static_cast<int>(capacity), 0, reinterpret_cast<sockaddr*>(&a), &len);
     if (n == SOCKET_ERROR) {
         const int e = ::WSAGetLastError();
         if (e == WSAEMSGSIZE)

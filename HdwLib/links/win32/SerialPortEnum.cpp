@@ -29,8 +29,8 @@ std::string RegistryText(HDEVINFO set, SP_DEVINFO_DATA* info, DWORD property)
 {
     char buf[1024] = {};
     DWORD type = 0;
-    if (!SetupDiGetDeviceRegistryPropertyA(set, info, property, &type, reinterpret_cast<BYTE*>(buf),
-                                           sizeof buf - 2, nullptr))
+    if (!SetupDiGetDeviceRegistryPropertyA(
+            set, info, property, &type, reinterpret_cast<BYTE*>(buf), sizeof buf - 2, nullptr))
         return {};
     return std::string(buf); // first string of a multi-string
 }
@@ -108,16 +108,15 @@ std::vector<hdw::platform::SerialPortInfo> hdw::platform::EnumerateSerialPorts(c
         }
         DWORD needed = 0;
         SetupDiGetDeviceInterfaceDetailA(set, &iface, nullptr, 0, &needed, nullptr);
-        std::vector<unsigned char> detailBuf(needed > sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A)
-                                                 ? needed
-                                                 : sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A));
+        std::vector<unsigned char> detailBuf(
+            needed > sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A) ? needed : sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A));
         auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(detailBuf.data());
         detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
         SP_DEVINFO_DATA info;
         std::memset(&info, 0, sizeof info);
         info.cbSize = sizeof info;
-        if (!SetupDiGetDeviceInterfaceDetailA(set, &iface, detail, static_cast<DWORD>(detailBuf.size()), nullptr,
-                                              &info)) {
+        if (!SetupDiGetDeviceInterfaceDetailA(
+                set, &iface, detail, static_cast<DWORD>(detailBuf.size()), nullptr, &info)) {
             Report("SetupDiGetDeviceInterfaceDetail failed. (err=%lx)", GetLastError());
             continue;
         }

@@ -39,7 +39,7 @@ unsigned CUart::Open(const CKVX_String& name, CKVX_HdwUartPort::CParameters* par
 {
     const CKVX_String path = CKVX_String("\\\\.\\") + name;
     HANDLE port = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr);
+        FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr);
     if (port == INVALID_HANDLE_VALUE) {
         m_Handle = 0;
         return HDW_ERR_LINK;
@@ -83,37 +83,37 @@ unsigned CUart::Open(const CKVX_String& name, CKVX_HdwUartPort::CParameters* par
     if (!DcbRound(port, [](DCB& d) { d.fAbortOnError = 0; }) ||
         !DcbRound(port, [&p](DCB& d) { d.BaudRate = p.BaudRate; }) ||
         !DcbRound(port,
-                  [&p](DCB& d) {
-                      d.Parity = p.Parity;
-                      d.fParity = p.Parity != 0 ? 1 : 0;
-                  }) ||
+            [&p](DCB& d) {
+                d.Parity = p.Parity;
+                d.fParity = p.Parity != 0 ? 1 : 0;
+            }) ||
         !DcbRound(port, [&p](DCB& d) { d.StopBits = p.StopBits; }) ||
         !DcbRound(port, [&p](DCB& d) { d.ByteSize = p.DataBits; }) ||
         !DcbRound(port,
-                  [flow](DCB& d) {
-                      if (flow == 0) {
-                          d.fOutxDsrFlow = 0;
-                          d.fDtrControl = DTR_CONTROL_DISABLE;
-                          d.fOutxCtsFlow = 0;
-                          d.fRtsControl = RTS_CONTROL_ENABLE;
-                          d.fOutX = 0;
-                          d.fInX = 0;
-                          return;
-                      }
-                      const bool dtrDsr = (flow & CKVX_HdwUartPort::CParameters::FlowDtrDsr) != 0;
-                      const bool rtsCts = (flow & CKVX_HdwUartPort::CParameters::FlowRtsCts) != 0;
-                      const bool xonXoff = (flow & CKVX_HdwUartPort::CParameters::FlowXonXoff) != 0;
-                      d.fOutxDsrFlow = dtrDsr ? 1 : 0;
-                      d.fDtrControl = dtrDsr ? DTR_CONTROL_HANDSHAKE : DTR_CONTROL_ENABLE;
-                      d.fOutxCtsFlow = rtsCts ? 1 : 0;
-                      d.fRtsControl = rtsCts ? RTS_CONTROL_HANDSHAKE : RTS_CONTROL_ENABLE;
-                      d.fOutX = xonXoff ? 1 : 0;
-                      d.fInX = d.fOutX;
-                      d.XonChar = 0x11;
-                      d.XoffChar = 0x13;
-                      d.XonLim = 100;
-                      d.XoffLim = 100;
-                  }) ||
+            [flow](DCB& d) {
+                if (flow == 0) {
+                    d.fOutxDsrFlow = 0;
+                    d.fDtrControl = DTR_CONTROL_DISABLE;
+                    d.fOutxCtsFlow = 0;
+                    d.fRtsControl = RTS_CONTROL_ENABLE;
+                    d.fOutX = 0;
+                    d.fInX = 0;
+                    return;
+                }
+                const bool dtrDsr = (flow & CKVX_HdwUartPort::CParameters::FlowDtrDsr) != 0;
+                const bool rtsCts = (flow & CKVX_HdwUartPort::CParameters::FlowRtsCts) != 0;
+                const bool xonXoff = (flow & CKVX_HdwUartPort::CParameters::FlowXonXoff) != 0;
+                d.fOutxDsrFlow = dtrDsr ? 1 : 0;
+                d.fDtrControl = dtrDsr ? DTR_CONTROL_HANDSHAKE : DTR_CONTROL_ENABLE;
+                d.fOutxCtsFlow = rtsCts ? 1 : 0;
+                d.fRtsControl = rtsCts ? RTS_CONTROL_HANDSHAKE : RTS_CONTROL_ENABLE;
+                d.fOutX = xonXoff ? 1 : 0;
+                d.fInX = d.fOutX;
+                d.XonChar = 0x11;
+                d.XoffChar = 0x13;
+                d.XonLim = 100;
+                d.XoffLim = 100;
+            }) ||
         !DcbRound(port, [](DCB& d) { d.fBinary = 1; }))
         return fail();
 

@@ -21,8 +21,8 @@ inline unsigned Arinc429FifoRoom(const CKVX_HdwKvxOutputCount& count)
 
 // The output's start: nothing counted, the channel on, and a status
 // request for what the FIFO still holds from an earlier user of it.
-inline void StartArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputCount& count,
-                              CKVX_HdwKvxFifoStatusPoll& poll)
+inline void StartArinc429Fifo(
+    CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputCount& count, CKVX_HdwKvxFifoStatusPoll& poll)
 {
     count.Reset();
     poll.Reset();
@@ -34,8 +34,8 @@ inline void StartArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutput
 }
 
 // The tick's status request, when one is due.
-inline void PollArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputCount& count,
-                             CKVX_HdwKvxFifoStatusPoll& poll, uint64_t ticks)
+inline void PollArinc429Fifo(
+    CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputCount& count, CKVX_HdwKvxFifoStatusPoll& poll, uint64_t ticks)
 {
     if (poll.Due(ticks, count.InFlight) && port &&
         port->GetUnit()->AttachStatusRequestCommand(port->GetDeviceId(), port->GetChannel(), StatusAtxFifo) == 0)
@@ -45,8 +45,7 @@ inline void PollArinc429Fifo(CKVX_HdwKvxArinc429TxPort* port, CKVX_HdwKvxOutputC
 // A lost unit's FIFO is gone with it: the words it held are counted in the
 // loss event, and what still waits in the service goes after the reconnect.
 // True for that event.
-inline bool ForgetLostArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count,
-                                   CKVX_HdwKvxFifoStatusPoll& poll)
+inline bool ForgetLostArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count, CKVX_HdwKvxFifoStatusPoll& poll)
 {
     if (!IsEvent(event, KvxEventUnitLost))
         return false;
@@ -59,8 +58,7 @@ inline bool ForgetLostArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount&
 // A transmit event confirms a word; the answer to the status request sets
 // the count to the FIFO level then plus what was pushed after it; a lost
 // unit empties it. True when the count changed.
-inline bool TrackArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count,
-                              CKVX_HdwKvxFifoStatusPoll& poll)
+inline bool TrackArinc429Fifo(CKVX_HdwEvent* event, CKVX_HdwKvxOutputCount& count, CKVX_HdwKvxFifoStatusPoll& poll)
 {
     if (ForgetLostArinc429Fifo(event, count, poll))
         return true;

@@ -28,8 +28,8 @@ namespace hdw::units {
 // Push attaches the push command(s), takes what went from the queue and
 // counts it in flight.
 template <class TOut>
-unsigned PushQueued(CKVX_HdwService& service, CKVX_HdwKvxCommandUnit* unit, unsigned device, unsigned channel,
-                    TOut&& out)
+unsigned PushQueued(
+    CKVX_HdwService& service, CKVX_HdwKvxCommandUnit* unit, unsigned device, unsigned channel, TOut&& out)
 {
     CKVX_HdwServiceLock lock(service);
     if (service.GetStatus() != HDW_SERVICE_RUNNING || out.Empty())

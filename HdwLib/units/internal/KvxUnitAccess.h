@@ -20,14 +20,17 @@ namespace hdw::units {
 
 // Kinds of the status request (code 2) and of its answer (event type 5).
 enum t_StatusKind : unsigned {
-    StatusAtxFifo = 1,     // words waiting in an ARINC 429 transmitter's FIFO
-    StatusCan = 2,         // a CAN channel's controller state (answer of kinds 2 and 3)
+    StatusAtxFifo = 1, // words waiting in an ARINC 429 transmitter's FIFO
+    StatusCan = 2, // a CAN channel's controller state (answer of kinds 2 and 3)
     StatusCanTransmit = 3, // a CAN channel's transmit state, answered as kind 2
 };
 
 // A unit port's own unit (null when its device is none).
 template <class P>
-    requires requires(P* p) { p->GetUnit(); }
+requires requires(P* p)
+{
+    p->GetUnit();
+}
 CKVX_HdwKvxCommandUnit* UnitOf(P* port)
 {
     return port ? port->GetUnit() : nullptr;

@@ -36,7 +36,7 @@ TEST(SignalHandle, ServiceAndGroupHandlesFollowTheQueues)
     b.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, m, 2);
     CKVX_HdwSignalService::CSignal s;
     ASSERT_EQ(a.GetSignal(s), 0u);
-    EXPECT_TRUE(Signalled(group.GetWaitHandle()));  // b's signal waits
+    EXPECT_TRUE(Signalled(group.GetWaitHandle())); // b's signal waits
     ASSERT_EQ(b.GetSignal(s), 0u);
     EXPECT_FALSE(Signalled(group.GetWaitHandle()));
 }

@@ -97,16 +97,26 @@ public:
                 return false;
             const std::string key = field.substr(0, eq), value = field.substr(eq + 1);
             const long n = std::atol(value.c_str());
-            if (key == "baud") s.Baud = n;
-            else if (key == "bits") s.Bits = int(n);
-            else if (key == "parity") s.Parity = value;
-            else if (key == "stop") s.Stop = int(n);
-            else if (key == "crtscts") s.Crtscts = int(n);
-            else if (key == "ixon") s.Ixon = int(n);
-            else if (key == "ixoff") s.Ixoff = int(n);
-            else if (key == "xon") s.Xon = int(n);
-            else if (key == "xoff") s.Xoff = int(n);
-            else if (key == "raw") s.Raw = int(n);
+            if (key == "baud")
+                s.Baud = n;
+            else if (key == "bits")
+                s.Bits = int(n);
+            else if (key == "parity")
+                s.Parity = value;
+            else if (key == "stop")
+                s.Stop = int(n);
+            else if (key == "crtscts")
+                s.Crtscts = int(n);
+            else if (key == "ixon")
+                s.Ixon = int(n);
+            else if (key == "ixoff")
+                s.Ixoff = int(n);
+            else if (key == "xon")
+                s.Xon = int(n);
+            else if (key == "xoff")
+                s.Xoff = int(n);
+            else if (key == "raw")
+                s.Raw = int(n);
         }
         return true;
     }

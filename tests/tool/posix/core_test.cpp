@@ -140,8 +140,8 @@ TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
     EXPECT_EQ(d.Min, 5u);
     EXPECT_EQ(d.Max, 15u);
     EXPECT_EQ(d.Step, 3u);
-    ASSERT_TRUE(ParseGeneratorLabel("label=205,rate=50,bnr=triangle,range=512,res=0.25,low=-100,high=300,period=5",
-                                    d, error))
+    ASSERT_TRUE(
+        ParseGeneratorLabel("label=205,rate=50,bnr=triangle,range=512,res=0.25,low=-100,high=300,period=5", d, error))
         << error;
     EXPECT_EQ(d.Pattern, Gen::PatternBnr);
     EXPECT_EQ(d.Wave, Gen::WaveTriangle);
@@ -350,7 +350,7 @@ TEST(StatusText, DropsAndLinkLossesShowOnceThereAreAnyAndTheSummaryAlwaysNamesTh
     std::vector<PortStatus> ports = {{"a429rx:0", 150, 49.6, 0}, {"can:1", 7, 0, 3}};
     EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3");
     EXPECT_EQ(FormatStatus(3.04, ports, 0, {1, 2}),
-              "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
+        "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
     ports[1].Dropped = 0;
     EXPECT_EQ(FormatLosses(ports, {}), "dropped a429rx:0 0, can:1 0; link: 0 bad frames, 0 lost echoes");
 }

@@ -75,8 +75,8 @@ TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
 
     int simOut[2];
     ASSERT_EQ(pipe(simOut), 0);
-    const pid_t sim = Spawn({HDWSIM_PROGRAM, "--unit", "halden", "--pty", "--link", link}, simOut[1], 2,
-                                     kChildTimeoutS);
+    const pid_t sim =
+        Spawn({HDWSIM_PROGRAM, "--unit", "halden", "--pty", "--link", link}, simOut[1], 2, kChildTimeoutS);
     close(simOut[1]);
     EXPECT_EQ(ReadLine(simOut[0]).rfind("pty /dev/", 0), 0u);
     EXPECT_EQ(ReadLine(simOut[0]), "link " + link);
@@ -85,10 +85,10 @@ TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
     const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ASSERT_GE(out, 0);
     ASSERT_GE(err, 0);
-    const pid_t tool = Spawn({HDWTOOL_PROGRAM, "monitor", "--link", "3:" + link, "a429rx:1", "--reconnect", "--send",
-                              "a429tx:1=label=201,data=0x10", "--repeat", "100000", "--interval", "20",
-                              "--duration", "100"},
-                             out, err, kChildTimeoutS);
+    const pid_t tool =
+        Spawn({HDWTOOL_PROGRAM, "monitor", "--link", "3:" + link, "a429rx:1", "--reconnect", "--send",
+                  "a429tx:1=label=201,data=0x10", "--repeat", "100000", "--interval", "20", "--duration", "100"},
+            out, err, kChildTimeoutS);
     close(out);
     close(err);
 

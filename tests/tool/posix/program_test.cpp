@@ -77,8 +77,8 @@ Output Tool(std::vector<std::string> args, unsigned timeoutS = 60)
 // hdwsim in a process of its own; its first line names the endpoint.
 class SimProcess {
 public:
-    explicit SimProcess(bool udp, const char* unit = "halden", const char* code = "3",
-                        const std::vector<std::string>& extra = {})
+    explicit SimProcess(
+        bool udp, const char* unit = "halden", const char* code = "3", const std::vector<std::string>& extra = {})
     {
         int out[2];
         EXPECT_EQ(pipe(out), 0);
@@ -277,8 +277,7 @@ TEST(ToolMonitor, Arinc429ParityErrorsAreMarkedAgainstTheReceiversParity)
             ASSERT_EQ(w.size(), 8u) << l;
             marks.push_back(w[6]);
         }
-        EXPECT_EQ(marks, (parity == "odd" ? std::vector<std::string>{"0", "1!"}
-                                          : std::vector<std::string>{"0!", "1"}));
+        EXPECT_EQ(marks, (parity == "odd" ? std::vector<std::string>{"0", "1!"} : std::vector<std::string>{"0!", "1"}));
     }
 }
 
@@ -323,8 +322,7 @@ TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
     ASSERT_TRUE(sim.Start(&error)) << error;
     const std::string link = "3:" + sim.PtyPath();
     const Output o = Tool({"gen", "--link", link, "a429tx:2", "--rate", "high", "--duration", "1",
-                           "label=203,rate=50,bnr=sine,range=512,res=0.25,low=-10,high=10,period=1",
-                           "label=350,rate=20,counter=0:99"});
+        "label=203,rate=50,bnr=sine,range=512,res=0.25,low=-10,high=10,period=1", "label=350,rate=20,counter=0:99"});
     ASSERT_EQ(o.Status, 0) << o.Err;
     ASSERT_EQ(o.Lines().size(), 1u) << o.Out;
     const auto w = Words(o.Lines()[0]);
@@ -340,7 +338,8 @@ TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
     EXPECT_GE(generated, 60u);
     EXPECT_LE(generated, 100u);
 
-    for (const char* bad : {"label=203,rate=0", "label=203,rate=5,bnr=sine,range=500,res=0.25", "label=203,rate=5,sdi=4"}) {
+    for (const char* bad :
+        {"label=203,rate=0", "label=203,rate=5,bnr=sine,range=500,res=0.25", "label=203,rate=5,sdi=4"}) {
         const Output r = Tool({"gen", "--link", link, "a429tx:2", bad});
         EXPECT_EQ(r.Status, 2) << bad;
         EXPECT_NE(r.Err.find("gen:"), std::string::npos) << r.Err;
@@ -425,8 +424,8 @@ void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0)
         EXPECT_NE(o.Out.find("result: no loss"), std::string::npos) << o.Out;
     else
         EXPECT_NE(o.Out.find("result: LOSS, 0 lost, 0 altered and " + std::to_string(parityErrors) +
-                             " with a parity error of "),
-                  std::string::npos)
+                      " with a parity error of "),
+            std::string::npos)
             << o.Out;
     unsigned rows = 0, parity = 0;
     for (const auto& l : o.Lines()) {

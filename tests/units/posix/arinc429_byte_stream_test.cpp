@@ -19,7 +19,10 @@ struct StreamCase {
     unsigned First, Second;
 };
 
-std::ostream& operator<<(std::ostream& os, const StreamCase& c) { return os << c.Sim; }
+std::ostream& operator<<(std::ostream& os, const StreamCase& c)
+{
+    return os << c.Sim;
+}
 
 std::vector<uint8_t> Pattern(size_t n, unsigned seed)
 {
@@ -216,7 +219,7 @@ TEST_P(Arinc429Bytes, AStreamExcludesTheChannelsOtherBufferServices)
     // Transmitter: the byte output runs alone.
     ASSERT_EQ(enable(tx, HDW_SERVICE_BYTE_OUT_BUFFER), 0u);
     for (unsigned type : {unsigned(HDW_SERVICE_ARINC429_OUT_BUFFER), unsigned(HDW_SERVICE_ARINC429_LABEL_OUT),
-                          unsigned(HDW_SERVICE_DATA_GENERATOR), unsigned(HDW_SERVICE_BYTE_IN_BUFFER)})
+             unsigned(HDW_SERVICE_DATA_GENERATOR), unsigned(HDW_SERVICE_BYTE_IN_BUFFER)})
         EXPECT_EQ(enable(tx, type), 10u) << type;
     EXPECT_EQ(enable(tx, HDW_SERVICE_SIGNAL), 0u);
     CKVX_HdwPort* tx2 = rig->Port(HDW_PORT_ARINC429_TX, other);
@@ -225,7 +228,7 @@ TEST_P(Arinc429Bytes, AStreamExcludesTheChannelsOtherBufferServices)
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, Arinc429Bytes,
-                         ::testing::Values(StreamCase{"halden", 0, 3}, StreamCase{"pellor", 9, 14}),
-                         [](const ::testing::TestParamInfo<StreamCase>& p) { return std::string(p.param.Sim); });
+    ::testing::Values(StreamCase{"halden", 0, 3}, StreamCase{"pellor", 9, 14}),
+    [](const ::testing::TestParamInfo<StreamCase>& p) { return std::string(p.param.Sim); });
 
 } // namespace

@@ -163,10 +163,12 @@ struct GenLoop {
     // Everything generated has crossed the bus and was read.
     bool Drained()
     {
-        return WaitUntil([&] {
-            Poll();
-            return Received() == Gen_->GetGeneratedCount() && Gen_->GetPendingCount() == 0;
-        }, 20000);
+        return WaitUntil(
+            [&] {
+                Poll();
+                return Received() == Gen_->GetGeneratedCount() && Gen_->GetPendingCount() == 0;
+            },
+            20000);
     }
 
     UnitRig& Rig;
@@ -255,8 +257,7 @@ TEST_P(DataGenerator, LabelsArriveAtTheirRatesWithTheirValuesAndFollowTheSwitche
     ASSERT_EQ(loop.Gen_->Enable(), 0u);
     const uint64_t resumed = loop.Now();
     ASSERT_TRUE(WaitUntil([&] { return loop.Gen_->GetGeneratedCount() == before + defs.size(); }));
-    ASSERT_TRUE(loop.StepTo(resumed + 1000, 20,
-                            [&](uint64_t t) { return before + DueAll(defs, t - resumed); }));
+    ASSERT_TRUE(loop.StepTo(resumed + 1000, 20, [&](uint64_t t) { return before + DueAll(defs, t - resumed); }));
     ASSERT_TRUE(loop.Drained());
     EXPECT_EQ(rig.Sim.GetCounters().A429Pushed[ch], pushes + DueAll(defs, 1000));
     const size_t counted = Due(defs[1], 4000);
@@ -279,7 +280,7 @@ TEST_P(DataGenerator, LabelsArriveAtTheirRatesWithTheirValuesAndFollowTheSwitche
 
 INSTANTIATE_TEST_SUITE_P(Units, DataGenerator,
     ::testing::Values(std::make_pair(std::string("halden"), 0u), std::make_pair(std::string("arvane"), 6u),
-                      std::make_pair(std::string("pellor"), 12u)),
+        std::make_pair(std::string("pellor"), 12u)),
     [](const auto& p) { return p.param.first + std::to_string(p.param.second); });
 
 // More than the bus carries (a 12.5 kbit/s bus takes about 347 words a

@@ -182,9 +182,9 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
     const uint64_t now = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
     EXPECT_LE(host, now + 100000);
     EXPECT_GT(host + 5000000, now);
-    const uint64_t wallNow = uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(
-                                          std::chrono::system_clock::now().time_since_epoch())
-                                          .count());
+    const uint64_t wallNow = uint64_t(
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count());
     EXPECT_LT(wall > wallNow ? wall - wallNow : wallNow - wall, 6000000u);
     EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
 }

@@ -34,10 +34,13 @@ std::vector<Fault> Faults()
         {"noise at re-open", none, none, true},
         {"withheld echoes", [](auto& s) { s.SetEchoEnabled(false); }, [](auto& s) { s.SetEchoEnabled(true); }},
         // Noise without a start byte, then a frame: that frame is lost.
-        {"stray bytes", [](auto& s) { s.InsertStrayBytes({0x00, 0x13, 0x37, 0x5A, 0x02}); }, none},
+        {"stray bytes",
+            [](auto& s) {
+                s.InsertStrayBytes({0x00, 0x13, 0x37, 0x5A, 0x02});
+            },
+            none},
         {"bad CRC", [](auto& s) { s.CorruptNextFrameCrc(1); }, none},
-        {"late answers",
-            [](auto& s) { s.SetAnswerDelayMs(kFaultEchoTimeoutMs + 150); },
+        {"late answers", [](auto& s) { s.SetAnswerDelayMs(kFaultEchoTimeoutMs + 150); },
             [](auto& s) { s.SetAnswerDelayMs(0); }},
         {"hang-up", [](auto& s) { s.SetHungUp(true); }, [](auto& s) { s.SetHungUp(false); }},
     };
@@ -74,10 +77,12 @@ void RunMatrix(bool udp)
                 ADD_FAILURE() << where << ": services did not fail";
                 return;
             }
-            if (!fails && !WaitUntil([&] { return rig.Sim.GetCounters().A429Pushed[kCh] > 0 && [&] {
-                    unsigned pending = 1;
-                    return p.Out->GetMessagesToBeWritten(pending) == 0 && pending == 0;
-                }(); })) {
+            if (!fails && !WaitUntil([&] {
+                    return rig.Sim.GetCounters().A429Pushed[kCh] > 0 && [&] {
+                        unsigned pending = 1;
+                        return p.Out->GetMessagesToBeWritten(pending) == 0 && pending == 0;
+                    }();
+                })) {
                 ADD_FAILURE() << where << ": the word was not sent";
                 return;
             }
@@ -179,8 +184,8 @@ TEST_P(HaldenReceiverOnUnit, LastCloseSendsChannelOffAndLabelResetBeforeTheSessi
     EXPECT_EQ(after.SessionCloses, before.SessionCloses + 1);
     // In that order: receiver off, transmitter off, label reset, session close.
     const std::vector<uint8_t> log = rig->Sim.RecentCommandCodes();
-    const std::vector<uint8_t> expected = {uint8_t(rig->Unit.ArxConfigBase + kCh),
-        uint8_t(rig->Unit.AtxConfigBase + kCh), 18, 1};
+    const std::vector<uint8_t> expected = {
+        uint8_t(rig->Unit.ArxConfigBase + kCh), uint8_t(rig->Unit.AtxConfigBase + kCh), 18, 1};
     ASSERT_GE(log.size(), expected.size());
     std::vector<uint8_t> tail(log.end() - expected.size(), log.end());
     EXPECT_EQ(tail, expected);

@@ -208,7 +208,6 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
-
 // ---- receive state machine -------------------------------------------------------------------
 
 // Reads split at any other point: receive_blocks_test.

@@ -38,7 +38,8 @@ hdwsim::Emulator::Options SimOptions(bool udp)
 class ReconnectRig {
 public:
     ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"))
-        : Rig(unit, SimOptions(udp)), m_Udp(udp)
+        : Rig(unit, SimOptions(udp)),
+          m_Udp(udp)
     {
         // Loss over UDP is seen by the echo time-out: short enough to keep
         // the test brief, long enough for a loaded machine.
@@ -307,9 +308,8 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
         return r.Status().FailedAttempts;
     };
     // (time after the loss, failed attempts by then)
-    const std::vector<std::pair<uint64_t, uint32_t>> steps = {
-        {99, 0}, {100, 1}, {299, 1}, {300, 2}, {699, 2}, {700, 3}, {1499, 3}, {1500, 4},
-        {3099, 4}, {3100, 5}, {5099, 5}, {5100, 6}, {7099, 6}, {7100, 7}};
+    const std::vector<std::pair<uint64_t, uint32_t>> steps = {{99, 0}, {100, 1}, {299, 1}, {300, 2}, {699, 2}, {700, 3},
+        {1499, 3}, {1500, 4}, {3099, 4}, {3100, 5}, {5099, 5}, {5100, 6}, {7099, 6}, {7100, 7}};
     for (const auto& [ms, attempts] : steps)
         EXPECT_EQ(attemptsAt(ms), attempts) << "at " << ms << " ms";
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
@@ -317,8 +317,8 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
     ASSERT_TRUE(r.Rig.Sim.Plug());
     dev.Now = t0 + 9100;
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
-    const auto back = std::find_if(r.Seen.begin(), r.Seen.end(),
-                                   [](const auto& s) { return s.Kind == HDW_SIGNAL_UNIT_BACK; });
+    const auto back =
+        std::find_if(r.Seen.begin(), r.Seen.end(), [](const auto& s) { return s.Kind == HDW_SIGNAL_UNIT_BACK; });
     EXPECT_EQ(back->Value, 1u);
     EXPECT_EQ(back->Aux, 9100u);
     EXPECT_EQ(back->TimeStamp, t0 + 9100);
@@ -394,7 +394,8 @@ TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
     unit.Make = [] { return new SteppedHalden; }; // the clock stands: the tick does not retry
     ReconnectRig r(false, true, unit);
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    auto* out2 = r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    auto* out2 =
+        r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
     auto* in2 = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
     ASSERT_TRUE(out2 && in2);
     r.Rig.Sim.Unplug();
@@ -453,7 +454,7 @@ TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
         while (in->Read(chunk, 128, n) == 0 && n > 0)
             for (unsigned k = 0; k < n; ++k)
                 got.push_back(uint32_t(chunk[k].Data[0]) | uint32_t(chunk[k].Data[1]) << 8 |
-                              uint32_t(chunk[k].Data[2]) << 16 | uint32_t(chunk[k].Data[3]) << 24);
+                    uint32_t(chunk[k].Data[2]) << 16 | uint32_t(chunk[k].Data[3]) << 24);
     };
     auto arrived = [&](uint32_t counter) {
         return r.WaitFor([&] {

@@ -45,7 +45,7 @@ unsigned UnitEngine::CanFrameBits(const uint8_t* record)
     const uint8_t* data = nullptr;
     if (extended) {
         const uint32_t id = (uint32_t(record[1]) << 21) | (uint32_t(record[2]) << 13) | (uint32_t(record[3]) << 5) |
-                            (uint32_t(record[4]) >> 3);
+            (uint32_t(record[4]) >> 3);
         PutBits(bits, id >> 18, 11);
         bits.push_back(1); // SRR
         bits.push_back(1); // IDE

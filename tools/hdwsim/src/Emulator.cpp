@@ -44,7 +44,9 @@ UnitEngine::Options EngineOptions(const Emulator::Options& o, std::chrono::stead
 
 struct Emulator::Impl {
     Impl(const UnitModel& model, const Options& options)
-        : Model(model), Opts(options), Epoch(std::chrono::steady_clock::now()),
+        : Model(model),
+          Opts(options),
+          Epoch(std::chrono::steady_clock::now()),
           Engine(model, EngineOptions(options, Epoch))
     {
         if (Opts.SerialNumber.empty())
@@ -235,7 +237,10 @@ void Emulator::Impl::Run()
 
 Emulator::Emulator(const UnitModel& model, const Options& options) : m(std::make_unique<Impl>(model, options)) {}
 
-Emulator::~Emulator() { Stop(); }
+Emulator::~Emulator()
+{
+    Stop();
+}
 
 bool Emulator::Start(std::string* error)
 {
@@ -251,10 +256,10 @@ bool Emulator::Start(std::string* error)
         why = "no endpoint requested";
     } else if (m->Opts.Pty && !m->Pty.Open(why)) {
     } else if (m->Opts.Pty && !m->PointLink(why)) {
-    } else if (m->Opts.Udp && !m->Udp.Open({m->Opts.UdpPort, m->Opts.SerialNumber,
-                                            uint64_t(m->Opts.SessionTimeoutMs) * 1'000'000,
-                                            uint64_t(m->Opts.KeepAliveMs) * 1'000'000, m->Opts.Seed},
-                                           why)) {
+    } else if (m->Opts.Udp &&
+        !m->Udp.Open({m->Opts.UdpPort, m->Opts.SerialNumber, uint64_t(m->Opts.SessionTimeoutMs) * 1'000'000,
+                         uint64_t(m->Opts.KeepAliveMs) * 1'000'000, m->Opts.Seed},
+            why)) {
     } else if ((m->WakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) < 0) {
         why = "eventfd failed";
     } else {
@@ -298,7 +303,10 @@ bool Emulator::IsRunning() const
     return m->Running;
 }
 
-const UnitModel& Emulator::Model() const { return m->Model; }
+const UnitModel& Emulator::Model() const
+{
+    return m->Model;
+}
 
 std::string Emulator::PtyPath() const
 {

@@ -101,7 +101,8 @@ void EventFramer::Discard(Counters& counters)
 void EventFramer::InsertStray(const std::vector<uint8_t>& bytes)
 {
     const size_t room = MaxStrayBytes - std::min(MaxStrayBytes, m_Stray.size());
-    m_Stray.insert(m_Stray.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(room, bytes.size())));
+    m_Stray.insert(
+        m_Stray.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(room, bytes.size())));
 }
 
 } // namespace hdwsim

@@ -45,7 +45,7 @@ private:
 
     size_t m_MaxFrameBytes;
     std::vector<uint8_t> m_Records; // collected records, one after the other
-    std::vector<size_t> m_Ends;     // offset after each record
+    std::vector<size_t> m_Ends; // offset after each record
     std::deque<Frame> m_Queue;
     unsigned m_CorruptFrames = 0;
     std::vector<uint8_t> m_Stray;

@@ -15,7 +15,10 @@ namespace {
 constexpr size_t MaxPending = 16u << 20;
 } // namespace
 
-PtyEndpoint::~PtyEndpoint() { Close(); }
+PtyEndpoint::~PtyEndpoint()
+{
+    Close();
+}
 
 bool PtyEndpoint::Open(std::string& error)
 {

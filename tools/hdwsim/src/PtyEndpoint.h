@@ -30,7 +30,11 @@ public:
     // master's poll flags; returns true when it changed.
     bool RefreshPeer();
     bool PeerPresent() const { return m_PeerPresent; }
-    void SetPeerGone() { m_PeerPresent = false; m_Pending.clear(); }
+    void SetPeerGone()
+    {
+        m_PeerPresent = false;
+        m_Pending.clear();
+    }
 
     // Reads what is waiting into `out` (appending). False when the peer is gone.
     bool Read(std::vector<uint8_t>& out);

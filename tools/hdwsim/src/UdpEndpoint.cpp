@@ -12,7 +12,10 @@
 
 namespace hdwsim {
 
-UdpEndpoint::~UdpEndpoint() { Close(); }
+UdpEndpoint::~UdpEndpoint()
+{
+    Close();
+}
 
 bool UdpEndpoint::Open(const Settings& settings, std::string& error)
 {
@@ -74,8 +77,8 @@ bool UdpEndpoint::OnReadable(uint64_t nowNs, UnitEngine& engine, bool silent)
     return commands;
 }
 
-void UdpEndpoint::Handle(const uint8_t* data, size_t size, const sockaddr_in& from, uint64_t nowNs,
-                         UnitEngine& engine, bool& commands)
+void UdpEndpoint::Handle(
+    const uint8_t* data, size_t size, const sockaddr_in& from, uint64_t nowNs, UnitEngine& engine, bool& commands)
 {
     Counters& count = engine.MutableCounters();
     hoe::Header h;
@@ -152,8 +155,7 @@ void UdpEndpoint::Handle(const uint8_t* data, size_t size, const sockaddr_in& fr
         ++count.UdpPacketsReceived;
         m_LastHeardNs = nowNs;
         return;
-    default:
-        break;
+    default: break;
     }
     ++count.UdpPacketsRejected;
 }
@@ -179,7 +181,7 @@ void UdpEndpoint::Tick(uint64_t nowNs, UnitEngine& engine, bool silent)
         if (silent)
             return;
         Send(hoe::Build(SessionHeader(hoe::KeepAlive, m_KeepAliveNumber++), nullptr, 0), m_Host,
-             engine.MutableCounters());
+            engine.MutableCounters());
     }
 }
 
@@ -195,7 +197,7 @@ void UdpEndpoint::SendEventData(const std::vector<uint8_t>& frames, Counters& co
     if (m_SessionId == 0)
         return;
     Send(hoe::Build(SessionHeader(hoe::EventData, m_EventPacketNumber++), frames.data(), frames.size()), m_Host,
-         counters);
+        counters);
 }
 
 hoe::Header UdpEndpoint::SessionHeader(uint32_t code, uint32_t number) const

@@ -56,8 +56,8 @@ public:
     void SetSessionTimeoutNs(uint64_t ns) { m_Settings.SessionTimeoutNs = ns; }
 
 private:
-    void Handle(const uint8_t* data, size_t size, const sockaddr_in& from, uint64_t nowNs, UnitEngine& engine,
-                bool& commands);
+    void Handle(
+        const uint8_t* data, size_t size, const sockaddr_in& from, uint64_t nowNs, UnitEngine& engine, bool& commands);
     void Send(const std::vector<uint8_t>& datagram, const sockaddr_in& to, Counters& counters);
     void EndSession(UnitEngine& engine);
     // Header of a packet the unit sends in its session.

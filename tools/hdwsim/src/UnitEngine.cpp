@@ -22,10 +22,10 @@ enum : unsigned {
     CodeA429LabelCtrl = 16,
     CodeA429Push = 17, // also the label-data command: one word for a channel
     CodeA429LabelReset = 18,
-    CodeKeepAlive = 4,     // on a unit with a keep-alive instead of SRAM
+    CodeKeepAlive = 4, // on a unit with a keep-alive instead of SRAM
     CodeUartPush = 33,
     CodeUartConfig = 34, // + channel
-    CodeMilConfig = 52,  // + channel
+    CodeMilConfig = 52, // + channel
     // The ARINC 429 configuration and the CAN configuration and push codes
     // are base + channel with the bases of the unit's row.
 };
@@ -55,7 +55,6 @@ constexpr size_t CanCfgSegment2 = 21;
 
 constexpr size_t CanFrameSize = 13; // flags, identifier, data as in the push record
 
-
 // One entry of a transmitter's label table (label control 16, label data
 // 17, label reset 18). Label control record: 4 channel, 5 label, 6..9
 // control word (bits 0..9 period in ms minus 1, bit 10 enabled, bit 11
@@ -63,14 +62,14 @@ constexpr size_t CanFrameSize = 13; // flags, identifier, data as in the push re
 struct A429Label {
     bool Defined = false;
     bool Enabled = false;
-    bool Once = false;       // sent once per data update instead of cyclically
+    bool Once = false; // sent once per data update instead of cyclically
     bool HasData = false;
     bool OncePending = false;
     uint32_t Word = 0;
     uint64_t PeriodNs = 0;
     uint32_t Repeat = 0;
     uint32_t Sent = 0;
-    uint64_t NextNs = 0;     // due time of the next cyclic transmission
+    uint64_t NextNs = 0; // due time of the next cyclic transmission
 
     bool Cyclic() const { return Defined && Enabled && HasData && !Once && (Repeat == 0 || Sent < Repeat); }
 };
@@ -107,8 +106,7 @@ struct UartChannel {
 } // namespace
 
 struct UnitEngine::Impl {
-    Impl(const UnitModel& model, const Options& options)
-        : Model(model), Opts(options), Framer(options.MaxFrameBytes)
+    Impl(const UnitModel& model, const Options& options) : Model(model), Opts(options), Framer(options.MaxFrameBytes)
     {
         ResetChannels(0);
     }
@@ -395,7 +393,10 @@ void UnitEngine::Impl::A429Deliver(unsigned ch, uint32_t word, uint64_t atNs)
 bool UnitEngine::Impl::A429LabelCommand(unsigned code, const uint8_t* rec, size_t len, uint64_t nowNs)
 {
     const unsigned ch = rec[4];
-    if (len != (code == CodeA429LabelCtrl ? 14u : code == CodeA429LabelReset ? 5u : 10u) ||
+    if (len !=
+            (code == CodeA429LabelCtrl           ? 14u
+                    : code == CodeA429LabelReset ? 5u
+                                                 : 10u) ||
         ch >= Model.Arinc429TxChannels)
         return false;
     A429Tx& t = Tx[ch];
@@ -450,8 +451,7 @@ void UnitEngine::Impl::A429SendLabels(unsigned ch, uint64_t nowNs)
         for (; l.Cyclic() && l.NextNs <= nowNs; l.NextNs += l.PeriodNs, ++l.Sent)
             due.emplace_back(l.NextNs, l.Word);
     }
-    std::stable_sort(due.begin(), due.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::stable_sort(due.begin(), due.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (const auto& [at, word] : due) {
         A429Deliver(ch, word, at);
         ++Count.A429LabelWords[ch];
@@ -567,7 +567,10 @@ UnitEngine::UnitEngine(const UnitModel& model, const Options& options) : m(std::
 
 UnitEngine::~UnitEngine() = default;
 
-const UnitModel& UnitEngine::Model() const { return m->Model; }
+const UnitModel& UnitEngine::Model() const
+{
+    return m->Model;
+}
 
 void UnitEngine::OnHostBytes(Link link, const uint8_t* data, size_t size, uint64_t nowNs)
 {
@@ -585,9 +588,15 @@ void UnitEngine::OnHostBytes(Link link, const uint8_t* data, size_t size, uint64
     m->Advance(nowNs);
 }
 
-void UnitEngine::ResetLink(Link link) { m->Parsers[link].Reset(); }
+void UnitEngine::ResetLink(Link link)
+{
+    m->Parsers[link].Reset();
+}
 
-void UnitEngine::Advance(uint64_t nowNs) { m->Advance(nowNs); }
+void UnitEngine::Advance(uint64_t nowNs)
+{
+    m->Advance(nowNs);
+}
 
 uint64_t UnitEngine::NextBusEventNs() const
 {
@@ -601,9 +610,8 @@ uint64_t UnitEngine::NextBusEventNs() const
     for (unsigned ch = 0; ch < m->Model.CanChannels; ++ch) {
         const CanChannel& c = m->Can[ch];
         if (c.Started && !c.Fifo.empty())
-            next = std::min(next, m->Opts.Pacing
-                                      ? c.BusFreeNs + CanFrameBits(c.Fifo.front().data()) * c.ClocksPerBit * 50 / 3
-                                      : 0);
+            next = std::min(
+                next, m->Opts.Pacing ? c.BusFreeNs + CanFrameBits(c.Fifo.front().data()) * c.ClocksPerBit * 50 / 3 : 0);
     }
     return next;
 }
@@ -613,13 +621,25 @@ size_t UnitEngine::TakeOutput(uint64_t nowNs, size_t maxBytes, std::vector<uint8
     return m->Framer.Take(nowNs, maxBytes, out, m->Count);
 }
 
-uint64_t UnitEngine::NextOutputNs() const { return m->Framer.NextReadyNs(); }
+uint64_t UnitEngine::NextOutputNs() const
+{
+    return m->Framer.NextReadyNs();
+}
 
-void UnitEngine::DiscardOutput() { m->Framer.Discard(m->Count); }
+void UnitEngine::DiscardOutput()
+{
+    m->Framer.Discard(m->Count);
+}
 
-uint32_t UnitEngine::ClockUs(uint64_t nowNs) const { return m->Clock(nowNs); }
+uint32_t UnitEngine::ClockUs(uint64_t nowNs) const
+{
+    return m->Clock(nowNs);
+}
 
-void UnitEngine::SetEchoEnabled(bool enabled) { m->EchoEnabled = enabled; }
+void UnitEngine::SetEchoEnabled(bool enabled)
+{
+    m->EchoEnabled = enabled;
+}
 
 bool UnitEngine::InjectCriticalFailure(unsigned code, uint64_t nowNs)
 {
@@ -654,8 +674,14 @@ bool UnitEngine::InjectMilStd1553Event(unsigned channel, const std::vector<uint8
     return true;
 }
 
-void UnitEngine::CorruptNextFrameCrc(unsigned frames) { m->Framer.CorruptNextCrc(frames); }
-void UnitEngine::FlipNextA429Parity(unsigned words) { m->A429ParityFaults = words; }
+void UnitEngine::CorruptNextFrameCrc(unsigned frames)
+{
+    m->Framer.CorruptNextCrc(frames);
+}
+void UnitEngine::FlipNextA429Parity(unsigned words)
+{
+    m->A429ParityFaults = words;
+}
 
 bool UnitEngine::LoseNextA429Words(unsigned channel, unsigned words)
 {
@@ -665,13 +691,25 @@ bool UnitEngine::LoseNextA429Words(unsigned channel, unsigned words)
     return true;
 }
 
-void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes) { m->Framer.InsertStray(bytes); }
+void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes)
+{
+    m->Framer.InsertStray(bytes);
+}
 
-void UnitEngine::SetAnswerDelayMs(unsigned ms) { m->Framer.SetDelayNs(uint64_t(ms) * 1000000); }
+void UnitEngine::SetAnswerDelayMs(unsigned ms)
+{
+    m->Framer.SetDelayNs(uint64_t(ms) * 1000000);
+}
 
-const Counters& UnitEngine::GetCounters() const { return m->Count; }
+const Counters& UnitEngine::GetCounters() const
+{
+    return m->Count;
+}
 
-Counters& UnitEngine::MutableCounters() { return m->Count; }
+Counters& UnitEngine::MutableCounters()
+{
+    return m->Count;
+}
 
 size_t UnitEngine::A429FifoLevel(unsigned channel) const
 {

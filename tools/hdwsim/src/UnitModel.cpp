@@ -15,7 +15,7 @@ constexpr std::array<UnitModel, 7> s_Models{{
     {"halden", "Halden", 3, 2, 4, 4, 2, 2, true, true, 55003, "HLD-EMU-0001", "1.0", 20, 24, 48, 50, false, true},
     {"arvane", "Arvane", 6, 0, 8, 8, 0, 0, true, true, 55006, "ARV-EMU-0001", "1.0", 64, 72, 48, 50, false, false},
     {"haldensmall", "Halden Small", 8, 0, 2, 2, 1, 0, true, false, 0, "HDS-EMU-0001", "1.0", 20, 24, 48, 50, false,
-     false},
+        false},
     {"pellor", "Pellor", 10, 0, 16, 16, 0, 0, true, true, 55010, "PEL-EMU-0001", "1.0", 80, 96, 48, 50, true, true},
     {"mirrow", "Mirrow", 12, 0, 2, 2, 0, 0, true, false, 0, "MIR-EMU-0001", "1.0", 20, 24, 48, 50, false, false},
     {"bexley", "Bexley", 4, 0, 0, 0, 4, 0, true, false, 0, "BEX-EMU-0001", "1.0", 20, 24, 48, 56, false, false},
@@ -24,7 +24,10 @@ constexpr std::array<UnitModel, 7> s_Models{{
 
 } // namespace
 
-std::span<const UnitModel> UnitModels() { return s_Models; }
+std::span<const UnitModel> UnitModels()
+{
+    return s_Models;
+}
 
 const UnitModel* FindUnitModel(std::string_view name)
 {
@@ -34,6 +37,9 @@ const UnitModel* FindUnitModel(std::string_view name)
     return nullptr;
 }
 
-const UnitModel& HaldenModel() { return s_Models[0]; }
+const UnitModel& HaldenModel()
+{
+    return s_Models[0];
+}
 
 } // namespace hdwsim

@@ -17,47 +17,47 @@ namespace {
 void Usage(FILE* out)
 {
     std::fprintf(out,
-                 "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
-                 "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
-                 "              [--counters] [--verbose]\n"
-                 "\n"
-                 "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
-                 "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
-                 "\n"
-                 "  --unit NAME   the unit to emulate:");
+        "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
+        "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
+        "              [--counters] [--verbose]\n"
+        "\n"
+        "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
+        "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
+        "\n"
+        "  --unit NAME   the unit to emulate:");
     for (const hdwsim::UnitModel& m : hdwsim::UnitModels())
         std::fprintf(out, " %.*s", static_cast<int>(m.Name.size()), m.Name.data());
     std::fprintf(out,
-                 "\n"
-                 "  --pty         serve the unit on a new pseudo-terminal; prints \"pty PATH\"\n"
-                 "  --udp PORT    serve the unit over HOE on UDP 127.0.0.1:PORT (0: any free\n"
-                 "                port; \"default\": the unit's own port); prints \"udp 127.0.0.1:PORT\"\n"
-                 "                Without --pty and --udp, both are served where the unit has them.\n"
-                 "  --pace        transmit ARINC 429 words and CAN frames at the buses' bit rates\n"
-                 "  --monotonic-clock\n"
-                 "                the unit's microsecond clock (event time stamps) reads\n"
-                 "                CLOCK_MONOTONIC, low 32 bits, so a host can compare it with its own\n"
-                 "  --clock-start US\n"
-                 "                the unit's microsecond clock starts at US (0 to 4294967295;\n"
-                 "                4294965296 wraps 2 s after the start)\n"
-                 "  --realtime    serve at real-time priority (SCHED_FIFO) where allowed, so that\n"
-                 "                a busy host does not make the unit late\n"
-                 "  --serial SN   serial number reported to Detect (default: the unit's)\n"
-                 "  --link PATH   with --pty: a symbolic link at PATH to the pseudo-terminal, made\n"
-                 "                again to the new one when the unit is plugged back; prints\n"
-                 "                \"link PATH\"\n"
-                 "  SIGUSR1 / SIGUSR2\n"
-                 "                unplug the unit (the pseudo-terminal closes and PATH goes; over UDP\n"
-                 "                it falls silent and forgets its session) / plug it back\n"
-                 "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
-                 "                \"NAME v0 v1 ...\" with one value per channel\n"
-                 "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
-                 "  --help        this text\n"
-                 "\n"
-                 "example:\n"
-                 "  hdwsim --unit halden --pty --udp 0 --pace\n"
-                 "  pty /dev/pts/7\n"
-                 "  udp 127.0.0.1:40811\n");
+        "\n"
+        "  --pty         serve the unit on a new pseudo-terminal; prints \"pty PATH\"\n"
+        "  --udp PORT    serve the unit over HOE on UDP 127.0.0.1:PORT (0: any free\n"
+        "                port; \"default\": the unit's own port); prints \"udp 127.0.0.1:PORT\"\n"
+        "                Without --pty and --udp, both are served where the unit has them.\n"
+        "  --pace        transmit ARINC 429 words and CAN frames at the buses' bit rates\n"
+        "  --monotonic-clock\n"
+        "                the unit's microsecond clock (event time stamps) reads\n"
+        "                CLOCK_MONOTONIC, low 32 bits, so a host can compare it with its own\n"
+        "  --clock-start US\n"
+        "                the unit's microsecond clock starts at US (0 to 4294967295;\n"
+        "                4294965296 wraps 2 s after the start)\n"
+        "  --realtime    serve at real-time priority (SCHED_FIFO) where allowed, so that\n"
+        "                a busy host does not make the unit late\n"
+        "  --serial SN   serial number reported to Detect (default: the unit's)\n"
+        "  --link PATH   with --pty: a symbolic link at PATH to the pseudo-terminal, made\n"
+        "                again to the new one when the unit is plugged back; prints\n"
+        "                \"link PATH\"\n"
+        "  SIGUSR1 / SIGUSR2\n"
+        "                unplug the unit (the pseudo-terminal closes and PATH goes; over UDP\n"
+        "                it falls silent and forgets its session) / plug it back\n"
+        "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
+        "                \"NAME v0 v1 ...\" with one value per channel\n"
+        "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
+        "  --help        this text\n"
+        "\n"
+        "example:\n"
+        "  hdwsim --unit halden --pty --udp 0 --pace\n"
+        "  pty /dev/pts/7\n"
+        "  udp 127.0.0.1:40811\n");
 }
 
 bool ParsePort(const char* text, uint16_t& port, bool& useDefault)
@@ -87,7 +87,7 @@ void PrintPerChannel(const char* name, const hdwsim::Counters::PerChannel& value
 void PrintCounters(const hdwsim::UnitModel& model, const hdwsim::Counters& c)
 {
     std::printf("frames-sent %llu\nevents-sent %llu\n", static_cast<unsigned long long>(c.FramesSent),
-                static_cast<unsigned long long>(c.EventsSent));
+        static_cast<unsigned long long>(c.EventsSent));
     PrintPerChannel("a429-pushed", c.A429Pushed, model.Arinc429TxChannels);
     PrintPerChannel("a429-transmitted", c.A429Transmitted, model.Arinc429TxChannels);
     PrintPerChannel("a429-fifo-dropped", c.A429FifoDropped, model.Arinc429TxChannels);
@@ -215,8 +215,8 @@ int main(int argc, char** argv)
     if (verbose) {
         const hdwsim::Counters c = sim.GetCounters();
         std::fprintf(stderr, "hdwsim: frames %llu, bad CRC %llu, commands %llu, events %llu\n",
-                     static_cast<unsigned long long>(c.FramesReceived), static_cast<unsigned long long>(c.FramesBadCrc),
-                     static_cast<unsigned long long>(c.CommandsReceived), static_cast<unsigned long long>(c.EventsSent));
+            static_cast<unsigned long long>(c.FramesReceived), static_cast<unsigned long long>(c.FramesBadCrc),
+            static_cast<unsigned long long>(c.CommandsReceived), static_cast<unsigned long long>(c.EventsSent));
     }
     return 0;
 }

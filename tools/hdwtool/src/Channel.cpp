@@ -10,8 +10,8 @@ namespace hdwtool {
 namespace {
 
 template <class S>
-bool Enable(CKVX_HdwPort* port, unsigned type, CKVX_HdwService::CParameters* params, S*& out,
-            const std::string& name, const char* what, std::string& error)
+bool Enable(CKVX_HdwPort* port, unsigned type, CKVX_HdwService::CParameters* params, S*& out, const std::string& name,
+    const char* what, std::string& error)
 {
     CKVX_HdwService* s = nullptr;
     const unsigned rc = port->EnableService(type, &s, params);
@@ -149,7 +149,10 @@ Fields ItemFields(const Item& item, const std::string& portName)
 
 Channel::Channel(CKVX_HdwPort* port, std::string name) : m_Port(port), m_Name(std::move(name)) {}
 
-Channel::~Channel() { Close(); }
+Channel::~Channel()
+{
+    Close();
+}
 
 bool Channel::EnableReceive(const PortOptions& options, std::string& error)
 {
@@ -180,19 +183,15 @@ bool Channel::EnableReceive(const PortOptions& options, std::string& error)
         m_Accepts = options.Accepts;
         return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the words sent", error);
     }
-    case HDW_PORT_CAN:
-        return Enable(m_Port, HDW_SERVICE_CAN_IN_BUFFER, nullptr, m_CanIn, m_Name, "receive", error);
-    case HDW_PORT_UART:
-        return Enable(m_Port, HDW_SERVICE_BYTE_IN_BUFFER, nullptr, m_ByteIn, m_Name, "receive", error);
+    case HDW_PORT_CAN: return Enable(m_Port, HDW_SERVICE_CAN_IN_BUFFER, nullptr, m_CanIn, m_Name, "receive", error);
+    case HDW_PORT_UART: return Enable(m_Port, HDW_SERVICE_BYTE_IN_BUFFER, nullptr, m_ByteIn, m_Name, "receive", error);
     case HDW_PORT_MILSTD1553: {
         CKVX_HdwSignalService::CParameters p;
         p.BufferSize = 100000;
         p.SignalMask = 1u << (HDW_SIGNAL_MIL1553_MESSAGE - 1);
         return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the messages", error);
     }
-    default:
-        error = "the tool cannot monitor " + m_Name;
-        return false;
+    default: error = "the tool cannot monitor " + m_Name; return false;
     }
 }
 
@@ -217,9 +216,7 @@ bool Channel::EnableTransmit(std::string& error)
     case HDW_PORT_ARINC429_RX:
         error = "cannot send on " + m_Name + ": an ARINC 429 receiver has no transmitter (use a429tx:N)";
         return false;
-    default:
-        error = "the tool cannot send on " + m_Name;
-        return false;
+    default: error = "the tool cannot send on " + m_Name; return false;
     }
 }
 
@@ -230,8 +227,8 @@ CKVX_HdwDataGeneratorService* Channel::EnableGenerator(std::string& error)
         return nullptr;
     }
     return Enable(m_Port, HDW_SERVICE_DATA_GENERATOR, nullptr, m_Generator, m_Name, "start a generator", error)
-               ? m_Generator
-               : nullptr;
+        ? m_Generator
+        : nullptr;
 }
 
 bool Channel::Open(const PortOptions& options, std::string& error)
@@ -286,9 +283,7 @@ bool Channel::Open(const PortOptions& options, std::string& error)
         rc = port->Open(&p);
         break;
     }
-    default:
-        rc = m_Port->Open(nullptr);
-        break;
+    default: rc = m_Port->Open(nullptr); break;
     }
     if (rc != 0) {
         error = "cannot open " + m_Name + ": " + ResultText(rc);
@@ -381,8 +376,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
     if (m_Wake) {
         // Before the buffer: what comes after this still leaves a signal.
         CKVX_HdwSignalService::CSignal discard[16];
-        while (m_Wake->ReadSignals(discard, 16, n) == 0 && n == 16) {
-        }
+        while (m_Wake->ReadSignals(discard, 16, n) == 0 && n == 16) {}
         n = 0;
     }
     if (m_A429In) {

@@ -26,11 +26,11 @@ class ParsedArgs;
 
 // Port settings of the command line; unset ones keep the port's defaults.
 struct PortOptions {
-    std::optional<uint32_t> Rate;       // ARINC 429 bit rate or UART baud rate
-    std::optional<std::string> Parity;  // odd, even, none (ARINC 429: none = not checked)
-    std::optional<uint32_t> BitRate;    // CAN
-    std::optional<double> SamplePoint;  // CAN
-    std::vector<LabelAccept> Accepts;   // ARINC 429 receive filter; empty: all
+    std::optional<uint32_t> Rate; // ARINC 429 bit rate or UART baud rate
+    std::optional<std::string> Parity; // odd, even, none (ARINC 429: none = not checked)
+    std::optional<uint32_t> BitRate; // CAN
+    std::optional<double> SamplePoint; // CAN
+    std::vector<LabelAccept> Accepts; // ARINC 429 receive filter; empty: all
     std::optional<unsigned> OpenTimeoutMs; // how long Open waits for the unit; unset: the port's
 };
 bool ParsePortOptions(const ParsedArgs& args, PortOptions& options, std::string& error);
@@ -42,7 +42,7 @@ struct Item {
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     std::vector<uint8_t> Bytes;
-    uint32_t Value = 0;  // MIL-STD-1553 message signal
+    uint32_t Value = 0; // MIL-STD-1553 message signal
     uint32_t Aux = 0;
     bool ParityError = false; // ARINC 429 received: the word's parity is not the receiver's
 };
@@ -102,7 +102,7 @@ private:
     CKVX_HdwArinc429OutBufferService* m_A429Out = nullptr;
     CKVX_HdwDataGeneratorService* m_Generator = nullptr;
     CKVX_HdwSignalService* m_Signals = nullptr;
-    CKVX_HdwSignalService* m_Wake = nullptr;  // only wakes: a receive buffer holds the data
+    CKVX_HdwSignalService* m_Wake = nullptr; // only wakes: a receive buffer holds the data
     CKVX_HdwCanInBufferService* m_CanIn = nullptr;
     CKVX_HdwCanOutBufferService* m_CanOut = nullptr;
     CKVX_HdwByteInBufferService* m_ByteIn = nullptr;

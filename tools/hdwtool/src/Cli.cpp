@@ -14,8 +14,8 @@ std::vector<std::string> ParsedArgs::All(const std::string& name) const
     return it == m_Options.end() ? std::vector<std::string>{} : it->second;
 }
 
-bool ParseArgs(const std::vector<OptionSpec>& specs, const std::vector<std::string>& args, ParsedArgs& out,
-               std::string& error)
+bool ParseArgs(
+    const std::vector<OptionSpec>& specs, const std::vector<std::string>& args, ParsedArgs& out, std::string& error)
 {
     ParsedArgs result;
     bool optionsEnded = false;

@@ -10,8 +10,8 @@
 namespace hdwtool {
 
 struct OptionSpec {
-    std::string Long;       // without the dashes
-    char Short = 0;         // 0: none
+    std::string Long; // without the dashes
+    char Short = 0; // 0: none
     bool TakesValue = false;
     bool Repeatable = false;
 };
@@ -26,15 +26,14 @@ public:
     const std::vector<std::string>& Positionals() const { return m_Positionals; }
 
 private:
-    friend bool ParseArgs(const std::vector<OptionSpec>&, const std::vector<std::string>&, ParsedArgs&,
-                          std::string&);
+    friend bool ParseArgs(const std::vector<OptionSpec>&, const std::vector<std::string>&, ParsedArgs&, std::string&);
     std::map<std::string, std::vector<std::string>> m_Options;
     std::vector<std::string> m_Positionals;
 };
 
 // Parses `args` (the words after the subcommand). False with a reason for an
 // unknown option, a missing value or a repeated single option.
-bool ParseArgs(const std::vector<OptionSpec>& specs, const std::vector<std::string>& args, ParsedArgs& out,
-               std::string& error);
+bool ParseArgs(
+    const std::vector<OptionSpec>& specs, const std::vector<std::string>& args, ParsedArgs& out, std::string& error);
 
 } // namespace hdwtool

@@ -21,8 +21,8 @@ std::vector<OptionSpec> LinkOptions()
     return {{"link", 'l', true, true}, {"scan", 0, false, false}, {"help", 'h', false, false}};
 }
 
-int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs,
-                 const std::vector<std::string>& args, ParsedArgs& parsed)
+int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs, const std::vector<std::string>& args,
+    ParsedArgs& parsed)
 {
     std::string error;
     if (!ParseArgs(specs, args, parsed, error))
@@ -40,15 +40,14 @@ int ParseCommand(const std::string& command, const std::vector<OptionSpec>& spec
 }
 
 int ParsePortCommand(const std::string& command, const std::vector<OptionSpec>& specs,
-                     const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target,
-                     PortOptions& options)
+    const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target, PortOptions& options)
 {
     if (const int rc = ParseCommand(command, specs, args, parsed); rc >= 0)
         return rc;
     std::string error;
     if (parsed.Positionals().size() < 2)
-        return Fail(command + ": give a port and at least one " + what + " (see hdwtool " + command + " --help)",
-                    ExitUsage);
+        return Fail(
+            command + ": give a port and at least one " + what + " (see hdwtool " + command + " --help)", ExitUsage);
     if (!ParsePortSpec(parsed.Positionals()[0], target, error) || !ParsePortOptions(parsed, options, error))
         return Fail(command + ": " + error, ExitUsage);
     return -1;

@@ -36,13 +36,12 @@ int Fail(const std::string& message, int code = ExitFailed);
 std::vector<OptionSpec> LinkOptions();
 // Parses the words of a subcommand; on --help prints its help. Returns -1 to
 // go on, otherwise the exit code.
-int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs,
-                 const std::vector<std::string>& args, ParsedArgs& parsed);
+int ParseCommand(const std::string& command, const std::vector<OptionSpec>& specs, const std::vector<std::string>& args,
+    ParsedArgs& parsed);
 // ParseCommand for a subcommand on one port followed by at least one `what`
 // ("value", "label"): the port and its options are parsed too.
 int ParsePortCommand(const std::string& command, const std::vector<OptionSpec>& specs,
-                     const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target,
-                     PortOptions& options);
+    const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target, PortOptions& options);
 // Enumerates the links of --link (or HDWTOOL_LINK) and --scan and runs the manager.
 bool OpenSession(const ParsedArgs& args, Session& session, std::string& error);
 bool ParseCount(const std::string& text, uint64_t& value, std::string& error);

@@ -79,11 +79,11 @@ struct LabelRate {
 };
 const std::vector<LabelRate> kTransmitters[3] = {
     {{0203, 20, 0x0A000}, {0205, 10, 0x01200}, {0206, 20, 0x02800}, {0210, 10, 0x03000}, {0211, 5, 0x00400},
-     {0213, 5, 0x7FC00}},
+        {0213, 5, 0x7FC00}},
     {{0310, 5, 0x1E000}, {0311, 5, 0x05000}, {0312, 20, 0x02000}, {0314, 20, 0x0B400}, {0324, 50, 0x00100},
-     {0325, 50, 0x7FF00}},
+        {0325, 50, 0x7FF00}},
     {{0326, 50, 0x00010}, {0327, 50, 0x7FFF0}, {0330, 50, 0x00008}, {0331, 50, 0x00020}, {0332, 50, 0x7FFE0},
-     {0333, 50, 0x04000}},
+        {0333, 50, 0x04000}},
 };
 
 // The fourth transmitter is a data generator standing in for a radio
@@ -124,12 +124,12 @@ struct CanId {
     uint8_t Dlc;
 };
 const CanId kCanIds[] = {
-    {0, false, 0x0C0, 100, 8},      // engine speed and torque
-    {0, false, 0x1A0, 50, 6},       // wheel speeds
-    {0, true, 0x18FEF100, 10, 8},   // vehicle speed
-    {0, true, 0x18FEEE00, 1, 8},    // engine temperature
-    {1, false, 0x321, 20, 4},       // gear and brake switches
-    {1, true, 0x18FECA00, 1, 8},    // diagnostic message
+    {0, false, 0x0C0, 100, 8}, // engine speed and torque
+    {0, false, 0x1A0, 50, 6}, // wheel speeds
+    {0, true, 0x18FEF100, 10, 8}, // vehicle speed
+    {0, true, 0x18FEEE00, 1, 8}, // engine temperature
+    {1, false, 0x321, 20, 4}, // gear and brake switches
+    {1, true, 0x18FECA00, 1, 8}, // diagnostic message
 };
 
 } // namespace
@@ -137,9 +137,8 @@ const CanId kCanIds[] = {
 int RunDemo(const std::vector<std::string>& args)
 {
     std::vector<OptionSpec> specs = {{"duration", 't', true, false}, {"udp", 0, false, false},
-                                     {"verbose", 'v', false, false}, {"no-status", 0, false, false},
-                                     {"parity-faults", 0, true, false},
-                                     {"help", 'h', false, false}};
+        {"verbose", 'v', false, false}, {"no-status", 0, false, false}, {"parity-faults", 0, true, false},
+        {"help", 'h', false, false}};
     ParsedArgs parsed;
     if (const int rc = ParseCommand("demo", specs, args, parsed); rc >= 0)
         return rc;
@@ -186,11 +185,11 @@ int RunDemo(const std::vector<std::string>& args)
     const Columns& listCols = ListColumns();
     std::printf("%s\n", RenderRow(listCols.Header, listCols, OutputFormat::Text).c_str());
     for (const auto& p : session.Ports())
-        std::printf("%s\n", RenderRow({std::to_string(p.AbsNum), PortTypeName(p.PortType),
-                                       PortName(p.PortType, p.AbsNum), p.FullName.c_str(), p.SerialNumber.c_str(),
-                                       p.ChannelId.c_str(), p.Key.c_str()},
-                                      listCols, OutputFormat::Text)
-                                .c_str());
+        std::printf("%s\n",
+            RenderRow({std::to_string(p.AbsNum), PortTypeName(p.PortType), PortName(p.PortType, p.AbsNum),
+                          p.FullName.c_str(), p.SerialNumber.c_str(), p.ChannelId.c_str(), p.Key.c_str()},
+                listCols, OutputFormat::Text)
+                .c_str());
     std::printf("\n");
 
     // Channels: ARINC 429 transmitter k wired to receiver k (0 and 1 at low
@@ -282,8 +281,8 @@ int RunDemo(const std::vector<std::string>& args)
     }
     InstallStopHandler();
     StatusLine status(terminal && !parsed.Has("no-status"), stdout, names);
-    std::printf("%s the looped-back traffic for %.1f s:\n", verbose ? "Every word and frame of" : "First arrival of each label and identifier in",
-                duration);
+    std::printf("%s the looped-back traffic for %.1f s:\n",
+        verbose ? "Every word and frame of" : "First arrival of each label and identifier in", duration);
     std::set<std::pair<std::string, uint64_t>> seen;
     const auto start = std::chrono::steady_clock::now();
     auto now = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
@@ -344,15 +343,15 @@ int RunDemo(const std::vector<std::string>& args)
                     if (!f.Expected.empty())
                         f.Expected.pop_front();
                 }
-                const uint64_t what = it.PortType == HDW_PORT_CAN ? it.Frame.Identifier
-                                                                   : uint64_t(it.Word.Label) << 8 | it.Word.Sdi;
+                const uint64_t what =
+                    it.PortType == HDW_PORT_CAN ? it.Frame.Identifier : uint64_t(it.Word.Label) << 8 | it.Word.Sdi;
                 if (verbose || seen.insert({f.Rx->Name(), what}).second) {
                     status.Clear();
                     Item shown = it;
                     shown.TimeUs = timeColumn.Shown(it.TimeUs);
                     std::printf("%s\n",
-                                RenderRow(ItemFields(shown, f.Rx->Name()), ColumnsFor(it.PortType), OutputFormat::Text)
-                                    .c_str());
+                        RenderRow(ItemFields(shown, f.Rx->Name()), ColumnsFor(it.PortType), OutputFormat::Text)
+                            .c_str());
                 }
             }
         }
@@ -374,8 +373,8 @@ int RunDemo(const std::vector<std::string>& args)
     // Summary.
     const hdwsim::Counters counters = sim.GetCounters();
     std::printf("\nSummary (%.1f s of traffic):\n", sendEnd);
-    const Columns sumCols{{"PATH", "SENT", "RECEIVED", "LOST", "ALTERED", "PARITY", "RATE/S"},
-                          {20, -8, -8, -6, -7, -6, -7}};
+    const Columns sumCols{
+        {"PATH", "SENT", "RECEIVED", "LOST", "ALTERED", "PARITY", "RATE/S"}, {20, -8, -8, -6, -7, -6, -7}};
     std::printf("%s\n", RenderRow(sumCols.Header, sumCols, OutputFormat::Text).c_str());
     uint64_t lost = 0, altered = 0, parity = 0, sent = 0;
     for (const auto& f : flows) {
@@ -386,26 +385,26 @@ int RunDemo(const std::vector<std::string>& args)
         sent += f.Sent;
         char rate[32];
         std::snprintf(rate, sizeof rate, "%.1f", sendEnd > 0 ? double(f.Received) / sendEnd : 0.0);
-        std::printf("%s\n", RenderRow({f.Tx->Name() + ">" + f.Rx->Name(), std::to_string(f.Sent),
-                                       std::to_string(f.Received), std::to_string(l), std::to_string(f.Altered),
-                                       std::to_string(f.ParityErrors), rate},
-                                      sumCols, OutputFormat::Text)
-                                .c_str());
+        std::printf("%s\n",
+            RenderRow({f.Tx->Name() + ">" + f.Rx->Name(), std::to_string(f.Sent), std::to_string(f.Received),
+                          std::to_string(l), std::to_string(f.Altered), std::to_string(f.ParityErrors), rate},
+                sumCols, OutputFormat::Text)
+                .c_str());
     }
     uint64_t fifoDrops = 0;
     for (unsigned k = 0; k < hdwsim::MaxChannels; ++k)
         fifoDrops += counters.A429FifoDropped[k] + counters.CanFifoDropped[k];
     std::printf("unit: %llu commands, %llu events, %llu FIFO drops, %llu bad frames\n",
-                static_cast<unsigned long long>(counters.CommandsReceived),
-                static_cast<unsigned long long>(counters.EventsSent), static_cast<unsigned long long>(fifoDrops),
-                static_cast<unsigned long long>(counters.FramesBadCrc + counters.FramesMalformed));
+        static_cast<unsigned long long>(counters.CommandsReceived),
+        static_cast<unsigned long long>(counters.EventsSent), static_cast<unsigned long long>(fifoDrops),
+        static_cast<unsigned long long>(counters.FramesBadCrc + counters.FramesMalformed));
     if (lost == 0 && altered == 0 && parity == 0 && sent > 0) {
         std::printf("result: no loss, %llu words and frames checked\n", static_cast<unsigned long long>(sent));
         return ExitOk;
     }
     std::printf("result: LOSS, %llu lost, %llu altered and %llu with a parity error of %llu\n",
-                static_cast<unsigned long long>(lost), static_cast<unsigned long long>(altered),
-                static_cast<unsigned long long>(parity), static_cast<unsigned long long>(sent));
+        static_cast<unsigned long long>(lost), static_cast<unsigned long long>(altered),
+        static_cast<unsigned long long>(parity), static_cast<unsigned long long>(sent));
     return ExitFailed;
 }
 

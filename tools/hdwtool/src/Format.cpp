@@ -10,15 +10,13 @@ namespace hdwtool {
 
 const Columns& Arinc429Columns()
 {
-    static const Columns c{{"TIME", "PORT", "LABEL", "SDI", "DATA", "SSM", "P", "WORD"},
-                           {-12, 10, 5, 3, 5, 3, 2, 8}};
+    static const Columns c{{"TIME", "PORT", "LABEL", "SDI", "DATA", "SSM", "P", "WORD"}, {-12, 10, 5, 3, 5, 3, 2, 8}};
     return c;
 }
 
 const Columns& CanColumns()
 {
-    static const Columns c{{"TIME", "PORT", "ID", "DLC", "DATA", "RTR", "FRAME"},
-                           {-12, 10, 8, 3, 23, 3, 0}};
+    static const Columns c{{"TIME", "PORT", "ID", "DLC", "DATA", "RTR", "FRAME"}, {-12, 10, 8, 3, 23, 3, 0}};
     return c;
 }
 
@@ -36,8 +34,7 @@ const Columns& Mil1553Columns()
 
 const Columns& ListColumns()
 {
-    static const Columns c{{"NUM", "TYPE", "PORT", "MODEL", "SERIAL", "CHANNEL", "KEY"},
-                           {-3, 6, 10, 10, 20, 7, 0}};
+    static const Columns c{{"NUM", "TYPE", "PORT", "MODEL", "SERIAL", "CHANNEL", "KEY"}, {-3, 6, 10, 10, 20, 7, 0}};
     return c;
 }
 
@@ -106,7 +103,7 @@ std::string FormatTime(uint64_t microseconds)
 {
     char buf[40];
     std::snprintf(buf, sizeof buf, "%llu.%06u", static_cast<unsigned long long>(microseconds / 1000000),
-                  unsigned(microseconds % 1000000));
+        unsigned(microseconds % 1000000));
     return buf;
 }
 
@@ -124,27 +121,20 @@ bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even)
     return (std::popcount(w.GetToUint32()) % 2 == 1) != even;
 }
 
-Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word,
-                      bool parityError)
+Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word, bool parityError)
 {
     CKVX_HdwArinc429Message w = word;
-    return {FormatTime(timeUs),       port,
-            FormatLabel(word.Label),  std::to_string(word.Sdi & 3),
-            Hex(word.Data & 0x7FFFF, 5), std::to_string(word.Ssm & 3),
-            std::to_string(word.Parity & 1) + (parityError ? "!" : ""), Hex(w.GetToUint32(), 8)};
+    return {FormatTime(timeUs), port, FormatLabel(word.Label), std::to_string(word.Sdi & 3),
+        Hex(word.Data & 0x7FFFF, 5), std::to_string(word.Ssm & 3),
+        std::to_string(word.Parity & 1) + (parityError ? "!" : ""), Hex(w.GetToUint32(), 8)};
 }
 
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame)
 {
     const unsigned dlc = frame.Dlc;
     const size_t dataBytes = frame.Rtr ? 0 : std::min<size_t>(dlc, 8);
-    return {FormatTime(timeUs),
-            port,
-            Hex(frame.Identifier, frame.Extended ? 8 : 3),
-            std::to_string(dlc),
-            DottedHex(frame.Data, dataBytes),
-            frame.Rtr ? "R" : "-",
-            FormatCanFrame(frame)};
+    return {FormatTime(timeUs), port, Hex(frame.Identifier, frame.Extended ? 8 : 3), std::to_string(dlc),
+        DottedHex(frame.Data, dataBytes), frame.Rtr ? "R" : "-", FormatCanFrame(frame)};
 }
 
 Fields Mil1553Fields(uint64_t timeUs, const std::string& port, uint32_t value, uint32_t aux)
@@ -175,7 +165,7 @@ std::string QuoteText(const std::vector<uint8_t>& bytes)
 Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes)
 {
     return {FormatTime(timeUs), port, std::to_string(bytes.size()), DottedHex(bytes.data(), bytes.size()),
-            QuoteText(bytes)};
+        QuoteText(bytes)};
 }
 
 } // namespace hdwtool

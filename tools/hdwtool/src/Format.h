@@ -47,8 +47,8 @@ std::string FormatLabel(uint8_t label);
 
 // True when the word's 32 bits hold an odd number of ones (`even`: an even number).
 bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even = false);
-Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word,
-                      bool parityError = false);
+Fields Arinc429Fields(
+    uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word, bool parityError = false);
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame);
 Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes);
 // A MIL-STD-1553 message signal: its kind (bits 24..31 of aux), value and flags.

@@ -57,7 +57,7 @@ int RunGen(const std::vector<std::string>& args)
     const uint64_t generated = gen->GetGeneratedCount();
     const uint64_t missed = gen->GetMissedCount();
     std::printf("%s: %zu labels for %.1f s: %llu words generated, %llu skipped\n", name.c_str(), defs.size(), ran,
-                static_cast<unsigned long long>(generated), static_cast<unsigned long long>(missed));
+        static_cast<unsigned long long>(generated), static_cast<unsigned long long>(missed));
     return missed == 0 ? ExitOk : ExitFailed;
 }
 

@@ -43,7 +43,7 @@ bool ParseLimits(const std::string& key, const std::string& text, Gen::CLabelDef
         return false;
     }
     return ParseRaw(key, text.substr(0, colon), def.Min, error) &&
-           ParseRaw(key, text.substr(colon + 1), def.Max, error);
+        ParseRaw(key, text.substr(colon + 1), def.Max, error);
 }
 
 bool ParseWave(const std::string& key, const std::string& text, Gen::CLabelDef& def, std::string& error)
@@ -61,8 +61,8 @@ bool ParseWave(const std::string& key, const std::string& text, Gen::CLabelDef& 
     return true;
 }
 
-bool ParseSmall(const std::string& key, const std::string& text, unsigned max, unsigned char& value,
-                std::string& error, unsigned radix = 10)
+bool ParseSmall(const std::string& key, const std::string& text, unsigned max, unsigned char& value, std::string& error,
+    unsigned radix = 10)
 {
     uint64_t v = 0;
     if (!ParseNumber(text, v, radix) || v > max) {
@@ -88,8 +88,7 @@ std::string Refusal(const Gen::CLabelDef& d)
         if (d.BnrBits() == 0)
             return "range / res must be a power of two from 2 to 2^18";
         return "low and high must lie within -range .. range - res, low <= high, period above 0";
-    case Gen::PatternBcd:
-        return "low and high must fit the digits (1 to 5) at res, low <= high, period above 0";
+    case Gen::PatternBcd: return "low and high must fit the digits (1 to 5) at res, low <= high, period above 0";
     default: return "period must be above 0";
     }
 }
@@ -146,10 +145,10 @@ bool ParseGeneratorLabel(const std::string& text, Gen::CLabelDef& def, std::stri
             ok = ParseSmall(key, val, 9, d.Digits, error);
         } else if (key == "range" || key == "res" || key == "low" || key == "high" || key == "period") {
             double& target = key == "range" ? d.Range
-                             : key == "res"  ? d.Resolution
-                             : key == "low"  ? d.Low
-                             : key == "high" ? d.High
-                                             : d.Period;
+                : key == "res"              ? d.Resolution
+                : key == "low"              ? d.Low
+                : key == "high"             ? d.High
+                                            : d.Period;
             ok = ParseDecimal(key, val, target, error);
         } else {
             error = "unknown field \"" + key + "\" in \"" + text + "\"";

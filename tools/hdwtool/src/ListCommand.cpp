@@ -29,13 +29,10 @@ int RunList(const std::vector<std::string>& args)
     if (!parsed.Has("no-header") && (format == OutputFormat::Csv || IsTerminal(1)))
         std::printf("%s\n", RenderRow(cols.Header, cols, format).c_str());
     for (const auto& p : session.Ports()) {
-        const Fields row = {std::to_string(p.AbsNum),
-                            PortTypeName(p.PortType),
-                            PortName(p.PortType, p.AbsNum),
-                            p.FullName.GetLength() ? p.FullName.c_str() : "-",
-                            p.SerialNumber.GetLength() ? p.SerialNumber.c_str() : "-",
-                            p.ChannelId.GetLength() ? p.ChannelId.c_str() : "-",
-                            p.Key.GetLength() ? p.Key.c_str() : "-"};
+        const Fields row = {std::to_string(p.AbsNum), PortTypeName(p.PortType), PortName(p.PortType, p.AbsNum),
+            p.FullName.GetLength() ? p.FullName.c_str() : "-",
+            p.SerialNumber.GetLength() ? p.SerialNumber.c_str() : "-",
+            p.ChannelId.GetLength() ? p.ChannelId.c_str() : "-", p.Key.GetLength() ? p.Key.c_str() : "-"};
         std::printf("%s\n", RenderRow(row, cols, format).c_str());
     }
     return ExitOk;

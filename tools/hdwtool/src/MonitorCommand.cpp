@@ -60,8 +60,8 @@ void UpdateLosses(StatusLine& status, const std::vector<Channel*>& watched)
 int RunMonitor(const std::vector<std::string>& args)
 {
     auto specs = LinkOptions();
-    for (const char* o : {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval",
-                          "format", "time"})
+    for (const char* o :
+        {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval", "format", "time"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"accept", 'a', true, true});
     specs.push_back({"send", 's', true, true});
@@ -169,10 +169,9 @@ int RunMonitor(const std::vector<std::string>& args)
     }
     // Relative times count from here, before the first port opens.
     const uint64_t startUs = Channel::HostMicroseconds();
-    const int64_t wallMinusHost =
-        int64_t(std::chrono::duration_cast<std::chrono::microseconds>(
-                    std::chrono::system_clock::now().time_since_epoch())
-                    .count()) -
+    const int64_t wallMinusHost = int64_t(std::chrono::duration_cast<std::chrono::microseconds>(
+                                      std::chrono::system_clock::now().time_since_epoch())
+                                              .count()) -
         int64_t(Channel::HostMicroseconds());
     TimeColumn timeColumn(timeMode, startUs, wallMinusHost);
     // Receivers first, so that nothing sent is missed.
@@ -194,8 +193,8 @@ int RunMonitor(const std::vector<std::string>& args)
         for (Channel* c : watched) {
             const Columns& cols = ColumnsFor(c->PortType());
             if (shown.insert(&cols).second)
-                std::printf("%s%s\n", format == OutputFormat::Csv ? "" : "# ",
-                            RenderRow(cols.Header, cols, format).c_str());
+                std::printf(
+                    "%s%s\n", format == OutputFormat::Csv ? "" : "# ", RenderRow(cols.Header, cols, format).c_str());
         }
     }
     const auto start = std::chrono::steady_clock::now();
@@ -235,8 +234,8 @@ int RunMonitor(const std::vector<std::string>& args)
                     break;
                 Item shown = it;
                 shown.TimeUs = timeColumn.Shown(it.TimeUs);
-                std::printf("%s\n", RenderRow(ItemFields(shown, watched[i]->Name()), ColumnsFor(it.PortType), format)
-                                        .c_str());
+                std::printf(
+                    "%s\n", RenderRow(ItemFields(shown, watched[i]->Name()), ColumnsFor(it.PortType), format).c_str());
                 ++printed;
                 status.Add(i, 1);
             }
@@ -266,8 +265,7 @@ int RunMonitor(const std::vector<std::string>& args)
     // Losses are never silent: the summary names them even when piped.
     UpdateLosses(status, watched);
     const bool lost = status.Link().BadFrames || status.Link().LostEchoes ||
-                      std::any_of(status.Ports().begin(), status.Ports().end(),
-                                  [](const PortStatus& p) { return p.Dropped != 0; });
+        std::any_of(status.Ports().begin(), status.Ports().end(), [](const PortStatus& p) { return p.Dropped != 0; });
     if (terminal)
         std::fprintf(stderr, "%llu items in %.1f s\n", static_cast<unsigned long long>(printed), now());
     if (terminal || lost)
@@ -275,11 +273,11 @@ int RunMonitor(const std::vector<std::string>& args)
     if (reconnect) {
         units.Poll();
         std::fprintf(stderr, "unit outages %llu, back %llu\n", static_cast<unsigned long long>(units.Outages()),
-                     static_cast<unsigned long long>(units.Returns()));
+            static_cast<unsigned long long>(units.Returns()));
     }
     if (result == ExitOk && count != 0 && printed < count && !StopRequested())
         result = Fail("monitor: " + std::to_string(printed) + " of " + std::to_string(count) +
-                      " items arrived within --duration");
+            " items arrived within --duration");
     return result;
 }
 

@@ -14,9 +14,15 @@ struct TypeName {
 };
 
 constexpr TypeName kTypeNames[] = {
-    {HDW_PORT_UART, "uart"},          {HDW_PORT_ARINC429_TX, "a429tx"}, {HDW_PORT_ARINC429_RX, "a429rx"},
-    {HDW_PORT_CAN, "can"},            {HDW_PORT_MILSTD1553, "1553"},    {HDW_PORT_DISCRETE_IN, "din"},
-    {HDW_PORT_DISCRETE_OUT, "dout"},  {HDW_PORT_I2C, "i2c"},            {HDW_PORT_SPI, "spi"},
+    {HDW_PORT_UART, "uart"},
+    {HDW_PORT_ARINC429_TX, "a429tx"},
+    {HDW_PORT_ARINC429_RX, "a429rx"},
+    {HDW_PORT_CAN, "can"},
+    {HDW_PORT_MILSTD1553, "1553"},
+    {HDW_PORT_DISCRETE_IN, "din"},
+    {HDW_PORT_DISCRETE_OUT, "dout"},
+    {HDW_PORT_I2C, "i2c"},
+    {HDW_PORT_SPI, "spi"},
 };
 
 } // namespace

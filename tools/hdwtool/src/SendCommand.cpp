@@ -73,8 +73,8 @@ int RunSend(const std::vector<std::string>& args)
             if (verbose) {
                 Item shown = v.Data;
                 shown.TimeUs = uint64_t(now() * 1e6);
-                std::printf("%s\n", RenderRow(ItemFields(shown, name), ColumnsFor(shown.PortType), OutputFormat::Text)
-                                        .c_str());
+                std::printf(
+                    "%s\n", RenderRow(ItemFields(shown, name), ColumnsFor(shown.PortType), OutputFormat::Text).c_str());
             }
         });
         if (!ok)
@@ -93,7 +93,7 @@ int RunSend(const std::vector<std::string>& args)
     }
     if (pending != 0)
         return Fail("send: the unit did not confirm " + std::to_string(pending) + " of " + std::to_string(sent) +
-                    " values on " + name + " (bus not running, or the link stalled)");
+            " values on " + name + " (bus not running, or the link stalled)");
     return StopRequested() ? ExitFailed : ExitOk;
 }
 

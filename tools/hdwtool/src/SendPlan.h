@@ -19,9 +19,10 @@ public:
     };
 
     SendPlan(std::vector<Value> values, uint64_t repeat, double intervalMs)
-        : m_Values(std::move(values)), m_Repeat(repeat), m_IntervalMs(intervalMs)
-    {
-    }
+        : m_Values(std::move(values)),
+          m_Repeat(repeat),
+          m_IntervalMs(intervalMs)
+    {}
 
     // Sends the rounds that are due at `nowSeconds`; false with a reason
     // when a write is refused. `sent` is called for each value sent.

@@ -101,14 +101,14 @@ bool Session::Enumerate(const std::vector<LinkSpec>& links, bool scan, std::stri
         error = "no unit to talk to: give --link CODE:LINK (e.g. --link 3:/dev/ttyUSB0) or --scan";
         return false;
     }
-    const unsigned rc = descs.empty() ? m_Manager.Enumerate()
-                                      : m_Manager.Enumerate(descs.data(), unsigned(descs.size()),
-                                                            scan ? 0 : CKVX_HdwManager::EnumerateNoScan);
+    const unsigned rc = descs.empty()
+        ? m_Manager.Enumerate()
+        : m_Manager.Enumerate(descs.data(), unsigned(descs.size()), scan ? 0 : CKVX_HdwManager::EnumerateNoScan);
     for (size_t i = 0; i < descs.size(); ++i) {
         if (descs[i].Result != 0) {
             const unsigned r = descs[i].Result == CKVX_HdwManager::CInitPortDesc::ResultNotTried ? 14 : descs[i].Result;
             error = "no unit answered on link " + std::to_string(links[i].DeviceCode) + ":" + links[i].Link + ": " +
-                    ResultText(r);
+                ResultText(r);
             return false;
         }
     }
@@ -133,7 +133,10 @@ bool Session::Run(std::string& error)
     return true;
 }
 
-void Session::Stop() { m_Manager.Stop(); }
+void Session::Stop()
+{
+    m_Manager.Stop();
+}
 
 std::vector<CKVX_HdwManager::CPortInfo> Session::Ports()
 {
@@ -165,9 +168,9 @@ CKVX_HdwPort* Session::Resolve(const PortSpec& target, std::string& name, std::s
     if (!port) {
         const unsigned count = m_Manager.GetPortCount(target.PortType);
         error = "unknown port " + PortName(target.PortType, target.AbsNum) + ": the units have " +
-                (count ? PortTypeName(target.PortType) + ":0 to " + PortTypeName(target.PortType) + ":" +
-                             std::to_string(count - 1)
-                       : "no " + PortTypeName(target.PortType) + " port");
+            (count ? PortTypeName(target.PortType) + ":0 to " + PortTypeName(target.PortType) + ":" +
+                        std::to_string(count - 1)
+                   : "no " + PortTypeName(target.PortType) + " port");
         return nullptr;
     }
     name = PortName(target.PortType, target.AbsNum);

@@ -16,20 +16,20 @@ std::string Counted(uint64_t n, const char* one, const char* many)
 std::string LinkText(const LinkLosses& link)
 {
     return Counted(link.BadFrames, "bad frame", "bad frames") + ", " +
-           Counted(link.LostEchoes, "lost echo", "lost echoes");
+        Counted(link.LostEchoes, "lost echo", "lost echoes");
 }
 
 } // namespace
 
-std::string FormatStatus(double elapsedSeconds, const std::vector<PortStatus>& ports, unsigned width,
-                         const LinkLosses& link)
+std::string FormatStatus(
+    double elapsedSeconds, const std::vector<PortStatus>& ports, unsigned width, const LinkLosses& link)
 {
     char buf[160];
     std::snprintf(buf, sizeof buf, "%.1f s", elapsedSeconds);
     std::string line = buf;
     for (const auto& p : ports) {
         std::snprintf(buf, sizeof buf, "  %s %llu (%.0f/s)", p.Name.c_str(), static_cast<unsigned long long>(p.Count),
-                      std::round(p.Rate));
+            std::round(p.Rate));
         line += buf;
         if (p.Dropped)
             line += " dropped " + std::to_string(p.Dropped);
@@ -66,7 +66,9 @@ double RateMeter::Rate() const
 }
 
 StatusLine::StatusLine(bool enabled, std::FILE* out, std::vector<std::string> portNames)
-    : m_Enabled(enabled), m_Out(out), m_Meters(portNames.size())
+    : m_Enabled(enabled),
+      m_Out(out),
+      m_Meters(portNames.size())
 {
     for (auto& n : portNames)
         m_Ports.push_back(PortStatus{std::move(n), 0, 0});

@@ -15,7 +15,7 @@ namespace hdwtool {
 struct PortStatus {
     std::string Name;
     uint64_t Count = 0;
-    double Rate = 0;      // items per second over the last second or two
+    double Rate = 0; // items per second over the last second or two
     uint64_t Dropped = 0; // lost by the port's receive buffer (full)
 };
 
@@ -28,8 +28,8 @@ struct LinkLosses {
 
 // "12.3 s  a429rx:0 1520 (150/s)  can:1 230 (20/s) dropped 5  link: 1 bad frame",
 // cut to `width` columns. Drops and link losses appear once there are any.
-std::string FormatStatus(double elapsedSeconds, const std::vector<PortStatus>& ports, unsigned width,
-                         const LinkLosses& link = {});
+std::string FormatStatus(
+    double elapsedSeconds, const std::vector<PortStatus>& ports, unsigned width, const LinkLosses& link = {});
 // The summary at the end: "dropped a429rx:0 0, can:1 5; link: 1 bad frame, 0 lost echoes".
 std::string FormatLosses(const std::vector<PortStatus>& ports, const LinkLosses& link);
 

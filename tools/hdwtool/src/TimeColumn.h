@@ -23,9 +23,10 @@ public:
     // `startUs`: host monotonic time of the start; `wallMinusHostUs`: the
     // wall clock minus the host monotonic clock.
     TimeColumn(TimeMode mode, uint64_t startUs, int64_t wallMinusHostUs)
-        : m_Mode(mode), m_Start(startUs), m_WallOffset(wallMinusHostUs)
-    {
-    }
+        : m_Mode(mode),
+          m_Start(startUs),
+          m_WallOffset(wallMinusHostUs)
+    {}
     // Microseconds to show for an item at host monotonic time `hostUs`.
     uint64_t Shown(uint64_t hostUs);
 

@@ -43,14 +43,13 @@ std::vector<std::string> UnitWatch::Poll()
         if (s.Outages != u.Last.Outages) {
             u.LostAt = std::chrono::steady_clock::now();
             lines.push_back("unit lost " + u.Link + " outages=" + std::to_string(s.Outages) +
-                            " lost-items=" + std::to_string(s.LostItems) +
-                            " failed-commands=" + std::to_string(s.FailedCommands));
+                " lost-items=" + std::to_string(s.LostItems) + " failed-commands=" + std::to_string(s.FailedCommands));
         }
         if (s.Returns != u.Last.Returns) {
             const auto away =
                 std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - u.LostAt);
             lines.push_back("unit back " + u.Link + " returns=" + std::to_string(s.Returns) +
-                            " away-ms=" + std::to_string(away.count()));
+                " away-ms=" + std::to_string(away.count()));
         }
         u.Last = s;
     }

@@ -45,7 +45,10 @@ bool ParseDigits(const std::string& digits, unsigned radix, uint64_t& value)
     return true;
 }
 
-bool IsHexDigit(char c) { return DigitValue(c) < 16; }
+bool IsHexDigit(char c)
+{
+    return DigitValue(c) < 16;
+}
 
 } // namespace
 
@@ -293,9 +296,7 @@ bool ParseUartBytes(const std::string& text, std::vector<uint8_t>& bytes, std::s
                 }
                 error = "\\x in \"" + s + "\" needs two hex digits";
                 return false;
-            default:
-                error = std::string("unknown escape \\") + s[i] + " (\\n \\r \\t \\0 \\\\ \\xNN)";
-                return false;
+            default: error = std::string("unknown escape \\") + s[i] + " (\\n \\r \\t \\0 \\\\ \\xNN)"; return false;
             }
         }
     }

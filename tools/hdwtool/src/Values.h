@@ -18,8 +18,7 @@ namespace hdwtool {
 bool ParseNumber(const std::string& text, uint64_t& value, unsigned plainRadix = 10);
 
 // "key=value" pairs separated by commas; keys in lower case.
-bool SplitFields(const std::string& text, std::vector<std::pair<std::string, std::string>>& fields,
-                 std::string& error);
+bool SplitFields(const std::string& text, std::vector<std::pair<std::string, std::string>>& fields, std::string& error);
 
 // ARINC 429 word: 32-bit hex ("E0048D83", "0x60000083") or fields
 // "label=203,sdi=1,data=0x1234,ssm=3[,parity=odd|even|0|1]". The label is

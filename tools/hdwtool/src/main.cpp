@@ -31,5 +31,6 @@ int main(int argc, char** argv)
         return RunGen(args);
     if (command == "demo")
         return RunDemo(args);
-    return Fail("unknown subcommand \"" + command + "\" (list, monitor, send, gen, demo; see hdwtool --help)", ExitUsage);
+    return Fail(
+        "unknown subcommand \"" + command + "\" (list, monitor, send, gen, demo; see hdwtool --help)", ExitUsage);
 }

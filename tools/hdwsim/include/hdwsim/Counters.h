@@ -13,14 +13,14 @@ struct Counters {
     using PerChannel = std::array<uint64_t, MaxChannels>;
 
     // Host frames and commands.
-    uint64_t FramesReceived = 0;  // host frames with a good CRC
-    uint64_t FramesBadCrc = 0;    // host frames dropped for their CRC
+    uint64_t FramesReceived = 0; // host frames with a good CRC
+    uint64_t FramesBadCrc = 0; // host frames dropped for their CRC
     uint64_t FramesMalformed = 0; // good CRC but records that do not add up
     uint64_t LargestFramePayload = 0; // payload bytes of the largest good host frame
-    uint64_t BytesDiscarded = 0;  // bytes skipped while hunting for a start byte
-    uint64_t BytesIgnored = 0;    // serial bytes read while hung up
+    uint64_t BytesDiscarded = 0; // bytes skipped while hunting for a start byte
+    uint64_t BytesIgnored = 0; // serial bytes read while hung up
     uint64_t CommandsReceived = 0;
-    uint64_t CommandsUnknown = 0;  // unknown code, bad record length or channel
+    uint64_t CommandsUnknown = 0; // unknown code, bad record length or channel
     uint64_t EchoesSent = 0;
     uint64_t EchoesSuppressed = 0; // not sent because echoing is stopped
     uint64_t StatusEventsSent = 0;
@@ -33,24 +33,24 @@ struct Counters {
     uint64_t CriticalFailuresSent = 0;
 
     // Unit frames.
-    uint64_t FramesSent = 0;   // unit frames handed to a link
-    uint64_t FramesLost = 0;   // unit frames with no link to take them
+    uint64_t FramesSent = 0; // unit frames handed to a link
+    uint64_t FramesLost = 0; // unit frames with no link to take them
     uint64_t EventsSent = 0;
 
     // ARINC 429, per channel.
-    PerChannel A429Pushed{};         // words accepted into a transmit FIFO
-    PerChannel A429Transmitted{};    // words that left the transmitter
-    PerChannel A429FifoDropped{};    // words pushed into a full FIFO
-    PerChannel A429FifoPeak{};       // the most words a transmit FIFO held
-    PerChannel A429Received{};       // receive events sent
-    PerChannel A429FilterDropped{};  // dropped by the receive label filter
-    PerChannel A429RxDisabled{};     // arrived at a disabled receiver
-    PerChannel A429SpeedMismatch{};  // transmitter and receiver at different speeds
-    PerChannel A429WireLost{};       // lost on the wire by LoseNextA429Words
-    PerChannel A429LabelCtrls{};     // label-control commands taken
-    PerChannel A429LabelData{};      // label-data commands taken (words for the table)
-    PerChannel A429LabelResets{};    // label-table resets
-    PerChannel A429LabelWords{};     // words sent from the label table
+    PerChannel A429Pushed{}; // words accepted into a transmit FIFO
+    PerChannel A429Transmitted{}; // words that left the transmitter
+    PerChannel A429FifoDropped{}; // words pushed into a full FIFO
+    PerChannel A429FifoPeak{}; // the most words a transmit FIFO held
+    PerChannel A429Received{}; // receive events sent
+    PerChannel A429FilterDropped{}; // dropped by the receive label filter
+    PerChannel A429RxDisabled{}; // arrived at a disabled receiver
+    PerChannel A429SpeedMismatch{}; // transmitter and receiver at different speeds
+    PerChannel A429WireLost{}; // lost on the wire by LoseNextA429Words
+    PerChannel A429LabelCtrls{}; // label-control commands taken
+    PerChannel A429LabelData{}; // label-data commands taken (words for the table)
+    PerChannel A429LabelResets{}; // label-table resets
+    PerChannel A429LabelWords{}; // words sent from the label table
 
     // CAN, per channel.
     PerChannel CanPushed{};
@@ -68,7 +68,7 @@ struct Counters {
     uint64_t UdpPacketsReceived = 0; // accepted packets
     uint64_t UdpPacketsRejected = 0; // failed a check or belong to no session
     uint64_t UdpPacketsSent = 0;
-    uint64_t UdpPacketsDropped = 0;  // dropped on purpose (fault injection)
+    uint64_t UdpPacketsDropped = 0; // dropped on purpose (fault injection)
     uint64_t SessionsRefused = 0;
     uint64_t SessionsTimedOut = 0;
 };

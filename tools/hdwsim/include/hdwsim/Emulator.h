@@ -29,9 +29,9 @@ public:
     struct Options {
         bool Pty = true;
         bool Udp = false;
-        uint16_t UdpPort = 0;      // 0: any free port (read it back with UdpPort())
-        bool Pacing = false;       // transmit at the buses' bit rates
-        std::string SerialNumber;  // empty: the model's default
+        uint16_t UdpPort = 0; // 0: any free port (read it back with UdpPort())
+        bool Pacing = false; // transmit at the buses' bit rates
+        std::string SerialNumber; // empty: the model's default
         unsigned SessionTimeoutMs = 3000;
         unsigned KeepAliveMs = 250;
         uint32_t ClockStartUs = 0; // the unit clock's value at Start
@@ -44,7 +44,7 @@ public:
         // unit is never late because its host is busy, and on a loaded
         // machine an emulator at normal priority is.
         bool RealTime = false;
-        uint32_t Seed = 1;         // session ids and the packet-drop draw
+        uint32_t Seed = 1; // session ids and the packet-drop draw
         // With Pty: a symbolic link made at this path to the pseudo-terminal,
         // and made again to the new one after Plug (a USB device's stable
         // name, like /dev/serial/by-id/...). Removed at Stop. Empty: none.
@@ -65,8 +65,8 @@ public:
     bool IsRunning() const;
 
     const UnitModel& Model() const;
-    std::string PtyPath() const;   // "" without a pseudo-terminal
-    uint16_t UdpPort() const;      // 0 without UDP
+    std::string PtyPath() const; // "" without a pseudo-terminal
+    uint16_t UdpPort() const; // 0 without UDP
     bool HasUdpSession() const;
     uint32_t UdpSessionId() const; // 0 when none
 
@@ -79,7 +79,7 @@ public:
     std::vector<uint8_t> RecentCommandCodes() const; // see UnitEngine
 
     // Fault injection.
-    void SetEchoEnabled(bool enabled);          // false: commands are no longer echoed
+    void SetEchoEnabled(bool enabled); // false: commands are no longer echoed
     // Sends a critical-failure event (code 0-7); false on a unit without one.
     bool InjectCriticalFailure(unsigned code);
     // Sends a MIL-STD-1553 event on `channel` (see UnitEngine); false on a
@@ -91,9 +91,9 @@ public:
     void FlipNextA429Parity(unsigned words); // see UnitEngine
     bool LoseNextA429Words(unsigned channel, unsigned words); // see UnitEngine
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
-    void SetAnswerDelayMs(unsigned ms);         // every frame leaves this much later
-    void DropNextUdpPackets(unsigned packets);  // the next packets the unit sends
-    void SetUdpDropFraction(double fraction);   // 0 to 1 of the packets the unit sends
+    void SetAnswerDelayMs(unsigned ms); // every frame leaves this much later
+    void DropNextUdpPackets(unsigned packets); // the next packets the unit sends
+    void SetUdpDropFraction(double fraction); // 0 to 1 of the packets the unit sends
     // true: the unit goes silent on both links (input read and ignored,
     // nothing sent); false: it answers again.
     void SetHungUp(bool hungUp);

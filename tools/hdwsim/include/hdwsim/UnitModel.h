@@ -12,17 +12,17 @@ namespace hdwsim {
 enum class ChannelKind : unsigned { Uart = 0, Arinc429Tx = 1, Arinc429Rx = 2, Can = 3, MilStd1553 = 5 };
 
 struct UnitModel {
-    std::string_view Name;      // command-line name ("halden")
+    std::string_view Name; // command-line name ("halden")
     std::string_view ModelWord; // model word of the detect reply ("Halden")
-    uint32_t KindNumber;        // device kind number
+    uint32_t KindNumber; // device kind number
     unsigned UartChannels;
     unsigned Arinc429TxChannels;
     unsigned Arinc429RxChannels;
     unsigned CanChannels;
     unsigned MilStd1553Channels;
-    bool Serial;              // reachable over a serial link (pseudo-terminal)
-    bool Ethernet;            // reachable over UDP
-    uint16_t UdpPort;         // default UDP port (0 when Ethernet is false)
+    bool Serial; // reachable over a serial link (pseudo-terminal)
+    bool Ethernet; // reachable over UDP
+    uint16_t UdpPort; // default UDP port (0 when Ethernet is false)
     std::string_view DefaultSerialNumber;
     std::string_view Revision;
     // Codes of the per-channel commands: base + channel.

@@ -10,10 +10,16 @@ namespace hdwtool {
 namespace {
 std::atomic<bool> g_Stop{false};
 
-void OnSignal(int) { g_Stop.store(true); }
+void OnSignal(int)
+{
+    g_Stop.store(true);
+}
 } // namespace
 
-bool IsTerminal(int fd) { return isatty(fd) == 1; }
+bool IsTerminal(int fd)
+{
+    return isatty(fd) == 1;
+}
 
 void InstallStopHandler()
 {
@@ -25,7 +31,10 @@ void InstallStopHandler()
     signal(SIGPIPE, SIG_IGN);
 }
 
-bool StopRequested() { return g_Stop.load(); }
+bool StopRequested()
+{
+    return g_Stop.load();
+}
 
 unsigned TerminalWidth()
 {
