@@ -115,3 +115,10 @@ bool CKVX_HdwCanByteOutBufferService::IsStreamFrame(const CKVX_HdwCanMessage& fr
 {
     return hdw::bus::IsStreamFrame(frame, Identifier, Extended);
 }
+
+uint64_t CKVX_HdwCanByteOutBufferService::ForgetFramesInFlight()
+{
+    const uint64_t bytes = hdw::bus::BytesInFlight(m_InFlight);
+    m_InFlight.clear();
+    return bytes;
+}

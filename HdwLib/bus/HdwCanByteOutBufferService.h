@@ -73,6 +73,9 @@ public:
     bool ConfirmFrame(const CKVX_HdwCanMessage& frame);
     bool IsStreamFrame(const CKVX_HdwCanMessage& frame) const;
     unsigned GetFramesInFlight() const { return unsigned(m_InFlight.size()); }
+    // The frames in flight will never be confirmed (the unit was lost):
+    // forgets them and returns the bytes they carried.
+    uint64_t ForgetFramesInFlight();
 
 protected:
     std::deque<uint8_t> m_Queue;

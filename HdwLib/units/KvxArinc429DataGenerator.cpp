@@ -92,7 +92,7 @@ unsigned CKVX_HdwKvxArinc429TxDataGeneratorService::HdwTimerHandler(uint64_t tic
     const unsigned channel = m_UnitPort->GetChannel();
     CKVX_HdwServiceLock lock(*this);
     CKVX_HdwKvxUnitInstance* inst = unit ? unit->GetUnitInstance(device) : nullptr;
-    if (GetStatus() != HDW_SERVICE_RUNNING || !inst)
+    if (GetStatus() != HDW_SERVICE_RUNNING || !inst || !hdw::units::TakesPushes(inst))
         return 0;
     if (m_StatusPoll.Due(ticks, m_Count.InFlight) &&
         unit->AttachStatusRequestCommand(device, channel, hdw::units::StatusAtxFifo) == 0)

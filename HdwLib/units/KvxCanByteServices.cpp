@@ -118,6 +118,9 @@ unsigned CKVX_HdwKvxCanByteOutBufferService::ProcessEvent(CKVX_HdwEvent* event)
     } else if (hdw::units::IsEvent(event, KvxEventCanTx)) {
         const auto* tx = static_cast<const CKVX_HdwKvxCanTxEvent*>(event);
         ConfirmFrame(tx->Message);
+    } else if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        // The unit's FIFO went with it: its frames of the stream count as lost bytes.
+        static_cast<CKVX_HdwKvxUnitLinkEvent*>(event)->LostItems += ForgetFramesInFlight();
     }
     return 0;
 }

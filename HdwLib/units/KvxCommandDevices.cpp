@@ -36,6 +36,8 @@ CKVX_HdwKvxUsbCommandDevice::CKVX_HdwKvxUsbCommandDevice(const CKVX_HdwKvxUnitPr
 
 CKVX_HdwKvxUsbCommandDevice::~CKVX_HdwKvxUsbCommandDevice()
 {
+    // No reconnect attempt may run into a device being taken apart.
+    CancelReconnectAttempts();
     // Ports go while the unit part of the device still exists.
     DestroyPorts();
     DestroyDeviceList();
@@ -160,6 +162,7 @@ CKVX_HdwKvxDualCommandDevice::CKVX_HdwKvxDualCommandDevice(const CKVX_HdwKvxUnit
 
 CKVX_HdwKvxDualCommandDevice::~CKVX_HdwKvxDualCommandDevice()
 {
+    CancelReconnectAttempts();
     DestroyPorts();
     DestroyDeviceList();
 }

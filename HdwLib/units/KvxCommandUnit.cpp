@@ -2,6 +2,7 @@
 // tick's reception and sending, opening and closing a session, the probe.
 #include <HdwLib/units/KvxCommandUnit.h>
 #include <HdwLib/units/KvxUnitPorts.h>
+#include <HdwLib/units/internal/KvxReconnectAttempt.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 #include <HdwLib/units/internal/KvxWait.h>
 
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 namespace {
@@ -319,6 +321,9 @@ unsigned CKVX_HdwKvxCommandUnit::OpenUnit(unsigned instance)
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
+    // The tick leaves the unit alone while this runs (its reconnect gate).
+    std::lock_guard gate(inst->Reconnect.Attempt->Gate());
+    CancelAttempt(instance, inst);
     if (inst->GetDeviceInstanceBase().IsOpen())
         return 0;
     // Opening a port of a lost unit tries the unit at once (the tick's
@@ -335,7 +340,11 @@ unsigned CKVX_HdwKvxCommandUnit::CloseUnit(unsigned instance)
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
         return 0;
-    if (!inst->GetDeviceInstanceBase().IsOpen()) {
+    std::lock_guard gate(inst->Reconnect.Attempt->Gate());
+    CancelAttempt(instance, inst);
+    // A lost unit, or one whose fresh session has not been echoed yet: no
+    // closing commands, the link goes with the last port.
+    if (!inst->GetDeviceInstanceBase().IsOpen() || inst->Reconnect.Status.State != HDW_UNIT_LINK_UP) {
         EndOutage(instance, inst);
         return 0;
     }
@@ -457,6 +466,9 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickStart(unsigned instance)
     if (!inst)
         return HDW_ERR_LINK;
     const uint64_t now = GetUnitTime();
+    // The link belongs to the reconnect attempt until the tick has its result.
+    if (inst->Reconnect.Status.State == HDW_UNIT_LINK_OPENING)
+        return 0;
     if (inst->Reconnect.Status.State == HDW_UNIT_LINK_RESYNC)
         return ResyncTick(instance, inst, now);
     if (ProcessReception(instance) != 0) {
@@ -480,6 +492,8 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
+    if (inst->Reconnect.Status.State == HDW_UNIT_LINK_OPENING)
+        return 0;
     const uint64_t now = GetUnitTime();
     // A unit that watches its host hears from it at least every
     // KeepAliveIdleMs: when a tick has nothing to send and nothing is in

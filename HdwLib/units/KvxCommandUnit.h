@@ -401,9 +401,12 @@ public:
     // Where instance `instance`'s link stands and its counts: 0, or 2 for
     // no such instance.
     unsigned GetUnitLinkStatus(unsigned instance, CKVX_HdwKvxUnitLinkStatus& status);
-    // Called by the tick before its passes, without any lock: opens the link
-    // of each lost unit whose back-off has passed and starts a fresh session.
+    // Called by the tick before its passes, without any lock: starts an
+    // attempt to open the link of each lost unit whose back-off has passed,
+    // and starts a fresh session on each link an attempt has opened.
     void ReconnectLostUnits();
+    // Waits for every running attempt to end (the device's destructor).
+    void CancelReconnectAttempts();
 
 protected:
     // A failure of the tick on instance `instance` (lock held): with
@@ -420,6 +423,15 @@ protected:
     unsigned OpenLostUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
     // The last port of a lost unit closed: retrying stops and its link is let go.
     void EndOutage(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // On the attempt's thread: the old link let go, the same one opened
+    // again and checked to be the same unit; 0 when it is.
+    unsigned AttemptLink(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
+    // In the tick, with the attempt's result: a fresh session on the opened
+    // link, or the next attempt after the back-off.
+    void FinishAttempt(unsigned instance, CKVX_HdwKvxUnitInstance* inst, unsigned rc);
+    // The application's turn (gate held): a running attempt is waited for
+    // and its result dropped; the unit is lost again, its link closed.
+    void CancelAttempt(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
     // The tick's start while the fresh session after a loss awaits its echo.
     unsigned ResyncTick(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
     // The session is back: every open channel's configuration again.

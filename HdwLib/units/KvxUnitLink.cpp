@@ -4,13 +4,17 @@
 #include <HdwLib/units/KvxCommandUnit.h>
 #include <HdwLib/units/KvxUnitLink.h>
 #include <HdwLib/units/KvxUnitPorts.h>
+#include <HdwLib/units/internal/KvxReconnectAttempt.h>
 
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/framework/HdwManager.h>
 
 #include <algorithm>
+#include <mutex>
 
 CKVX_HdwKvxUnitLinkStatus::~CKVX_HdwKvxUnitLinkStatus() = default;
+CKVX_HdwKvxReconnectState::CKVX_HdwKvxReconnectState() : Attempt(std::make_unique<hdw::units::CReconnectAttempt>()) {}
+CKVX_HdwKvxReconnectState::~CKVX_HdwKvxReconnectState() = default;
 CKVX_HdwKvxUnitLinkEvent::~CKVX_HdwKvxUnitLinkEvent() = default;
 
 bool CKVX_HdwKvxCommandUnit::IsReconnectEnabled() const
@@ -93,46 +97,96 @@ void CKVX_HdwKvxCommandUnit::ReconnectLostUnits()
         if (!inst)
             continue;
         CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+        // An application opening or closing the unit has the gate: its turn.
+        std::unique_lock gate(rs.Attempt->Gate(), std::try_to_lock);
+        if (!gate)
+            continue;
+        if (rs.Attempt->IsRunning()) {
+            if (const std::optional<unsigned> rc = rs.Attempt->Collect())
+                FinishAttempt(i, inst, *rc);
+            continue;
+        }
         device.DeviceLock(i);
         // With every port closed there is nothing to bring back; the close
         // of the last one has ended the outage (EndOutage).
         const bool due = rs.Status.State == HDW_UNIT_LINK_LOST && GetUnitTime() >= rs.NextAttemptMs &&
             inst->GetDeviceInstanceBase().GetPortList().GetLength() > 0;
+        if (due)
+            rs.Status.State = HDW_UNIT_LINK_OPENING;
         device.DeviceUnlock(i);
-        if (!due)
-            continue;
-        // The old link first (a serial device that vanished, a session the
-        // unit forgot), then the same path or address again.
-        UnitLinkAbandon(inst);
-        unsigned rc = UnitLinkOpen(i);
-        if (rc == 0 && UnitLinkVerify(i) != 0) {
-            // Another unit answers there: not this one's to take over.
-            device.DeviceLock(i);
-            inst->GetDeviceInstanceBase().SetOpen(false);
-            device.DeviceUnlock(i);
-            UnitLinkAbandon(inst);
-            rc = HDW_ERR_LINK;
-        }
-        device.DeviceLock(i);
-        const uint64_t now = GetUnitTime();
-        if (rc != 0) {
-            ++rs.Status.FailedAttempts;
-            rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
-            rs.NextAttemptMs = now + rs.BackoffMs;
-        } else {
-            inst->ResetRxState();
-            inst->ResetQueues();
-            inst->BeginSession();
-            rs.Status.State = HDW_UNIT_LINK_RESYNC;
-            rs.SinceMs = now;
-            if (SendSessionStart(inst) != 0)
-                TakeOverLoss(i, inst, now);
-        }
-        const bool failedAgain = rc == 0 && rs.Status.State == HDW_UNIT_LINK_LOST;
-        device.DeviceUnlock(i);
-        if (failedAgain)
-            UnitLinkAbandon(inst);
+        if (due)
+            rs.Attempt->Start([this, i, inst] { return AttemptLink(i, inst); });
     }
+}
+
+void CKVX_HdwKvxCommandUnit::CancelReconnectAttempts()
+{
+    CKVX_HdwDevice& device = GetUnitDevice();
+    for (unsigned i = 0; i < device.GetInstanceCount(); ++i)
+        if (CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(i)) {
+            std::lock_guard gate(inst->Reconnect.Attempt->Gate());
+            inst->Reconnect.Attempt->Cancel();
+        }
+}
+
+unsigned CKVX_HdwKvxCommandUnit::AttemptLink(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    // The old link first (a serial device that vanished, a session the unit
+    // forgot), then the same path or address again. While the state says
+    // OPENING the tick neither reads nor writes the link and the unit takes
+    // no command, even once the link's open flag is set.
+    UnitLinkAbandon(inst);
+    if (UnitLinkOpen(instance) != 0)
+        return HDW_ERR_LINK;
+    if (UnitLinkVerify(instance) != 0) {
+        // Another unit answers there: not this one's to take over.
+        UnitLinkAbandon(inst);
+        return HDW_ERR_LINK;
+    }
+    return 0;
+}
+
+void CKVX_HdwKvxCommandUnit::FinishAttempt(unsigned instance, CKVX_HdwKvxUnitInstance* inst, unsigned rc)
+{
+    CKVX_HdwDevice& device = GetUnitDevice();
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    device.DeviceLock(instance);
+    const uint64_t now = GetUnitTime();
+    if (rc != 0) {
+        ++rs.Status.FailedAttempts;
+        rs.Status.State = HDW_UNIT_LINK_LOST;
+        inst->GetDeviceInstanceBase().SetOpen(false);
+        rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
+        rs.NextAttemptMs = now + rs.BackoffMs;
+    } else {
+        inst->ResetRxState();
+        inst->ResetQueues();
+        inst->BeginSession();
+        inst->GetDeviceInstanceBase().SetOpen(true);
+        rs.Status.State = HDW_UNIT_LINK_RESYNC;
+        rs.SinceMs = now;
+        if (SendSessionStart(inst) != 0)
+            TakeOverLoss(instance, inst, now);
+    }
+    const bool failedAgain = rc == 0 && rs.Status.State == HDW_UNIT_LINK_LOST;
+    device.DeviceUnlock(instance);
+    if (failedAgain)
+        UnitLinkAbandon(inst);
+}
+
+void CKVX_HdwKvxCommandUnit::CancelAttempt(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    if (!rs.Attempt->IsRunning())
+        return;
+    rs.Attempt->Cancel();
+    CKVX_HdwDevice& device = GetUnitDevice();
+    device.DeviceLock(instance);
+    rs.Status.State = HDW_UNIT_LINK_LOST;
+    inst->GetDeviceInstanceBase().SetOpen(false);
+    device.DeviceUnlock(instance);
+    // A link the attempt opened is not taken: the caller opens its own or ends the outage.
+    UnitLinkAbandon(inst);
 }
 
 void CKVX_HdwKvxCommandUnit::EndOutage(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
@@ -141,8 +195,11 @@ void CKVX_HdwKvxCommandUnit::EndOutage(unsigned instance, CKVX_HdwKvxUnitInstanc
     device.DeviceLock(instance);
     const bool lost = inst->Reconnect.Status.State != HDW_UNIT_LINK_UP &&
         inst->GetDeviceInstanceBase().GetPortList().GetLength() == 0;
-    if (lost)
+    if (lost) {
         inst->Reconnect.Status.State = HDW_UNIT_LINK_UP;
+        inst->ResetQueues();
+        inst->GetDeviceInstanceBase().SetOpen(false);
+    }
     device.DeviceUnlock(instance);
     // The link that went away is still held: let it go with the last port.
     if (lost)
@@ -204,6 +261,8 @@ void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInsta
     // The channels' configuration goes before anything the services queued
     // while the session was starting: a word pushed to a channel the unit
     // has not yet enabled again would wait there or be lost.
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    rs.Status.State = HDW_UNIT_LINK_UP;
     CCommandList queued = std::move(inst->CommandList);
     inst->CommandList.DeleteAll();
     for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList()) {
@@ -219,8 +278,6 @@ void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInsta
     for (const CCommand& c : queued)
         inst->CommandList += c;
 
-    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
-    rs.Status.State = HDW_UNIT_LINK_UP;
     ++rs.Status.Returns;
     rs.BackoffMs = 0;
     CKVX_HdwKvxUnitLinkEvent back(KvxEventUnitBack);

@@ -13,12 +13,18 @@
 #include <HdwLib/framework/HdwEvent.h>
 
 #include <cstdint>
+#include <memory>
+
+namespace hdw::units {
+class CReconnectAttempt;
+}
 
 // Where a unit's link stands (CKVX_HdwKvxUnitLinkStatus::State).
 enum t_HdwKvxUnitLinkState : unsigned {
     HDW_UNIT_LINK_UP = 0, // answering (or never opened)
     HDW_UNIT_LINK_LOST = 1, // link closed, the next attempt waits for its back-off
     HDW_UNIT_LINK_RESYNC = 2, // link open again, the fresh session not yet echoed
+    HDW_UNIT_LINK_OPENING = 3, // lost, an attempt to open the link is running
 };
 
 // Back-off between two attempts to open a lost unit's link, milliseconds:
@@ -66,10 +72,17 @@ public:
 // The reconnect state an instance keeps beside its counts.
 class HDWLIB_EXPORT CKVX_HdwKvxReconnectState {
 public:
+    CKVX_HdwKvxReconnectState();
+    CKVX_HdwKvxReconnectState(const CKVX_HdwKvxReconnectState&) = delete;
+    CKVX_HdwKvxReconnectState& operator=(const CKVX_HdwKvxReconnectState&) = delete;
+    ~CKVX_HdwKvxReconnectState();
+
     CKVX_HdwKvxUnitLinkStatus Status;
     uint64_t NextAttemptMs = 0; // unit time of the next link open
     unsigned BackoffMs = 0; // 0: the next loss starts at KvxReconnectFirstMs
     uint64_t SinceMs = 0; // unit time of the loss, or of the resync's start
     uint64_t LostAtMs = 0; // unit time the current outage began
     bool ReadFailed = false; // the last reception failed on the link itself
+    // The link open of the current attempt, off the tick's thread.
+    std::unique_ptr<hdw::units::CReconnectAttempt> Attempt;
 };

@@ -19,7 +19,7 @@ namespace hdw::units {
 
 // One tick's push of an output service, under the service's lock: when the
 // service runs and has items queued and its port's instance exists, `out`
-// pushes as many as the FIFO room (out.Room(), 0: wait) and the next frame's
+// pushes (unless the unit is lost) as many as the FIFO room (out.Room(), 0: wait) and the next frame's
 // free payload (out.Fit(room, freeBytes)) allow. TOut provides:
 //   bool Empty() const;
 //   unsigned Room() const;
@@ -35,7 +35,7 @@ unsigned PushQueued(
     if (service.GetStatus() != HDW_SERVICE_RUNNING || out.Empty())
         return 0;
     CKVX_HdwKvxUnitInstance* inst = unit ? unit->GetUnitInstance(device) : nullptr;
-    if (!inst)
+    if (!inst || !TakesPushes(inst))
         return 0;
     const unsigned room = out.Room();
     if (room == 0)

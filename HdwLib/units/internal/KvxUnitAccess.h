@@ -62,6 +62,15 @@ inline unsigned ChannelOf(CKVX_HdwService* service)
     return port ? ChannelNumber(port->GetChannelIdRef()) : 0;
 }
 
+// Whether the unit may be given items to transmit (caller holds the device
+// lock): not while it is lost. A push queued then would be dropped with the
+// queues when the link opens again; the services keep their items meanwhile.
+inline bool TakesPushes(const CKVX_HdwKvxUnitInstance* inst)
+{
+    const unsigned state = inst->Reconnect.Status.State;
+    return state == HDW_UNIT_LINK_UP || state == HDW_UNIT_LINK_RESYNC;
+}
+
 // Payload bytes that commands attached now can still use in the next frame.
 // Caller holds the device lock.
 inline unsigned FreePayload(CKVX_HdwKvxCommandUnit* unit, CKVX_HdwKvxUnitInstance* inst)

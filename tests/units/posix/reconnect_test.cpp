@@ -19,14 +19,20 @@ constexpr unsigned kCycles = 5;
 constexpr unsigned kBatch = 200;
 constexpr uint32_t kUnitSignals = (1u << (HDW_SIGNAL_UNIT_LOST - 1)) | (1u << (HDW_SIGNAL_UNIT_BACK - 1));
 
+// Lost, with or without an attempt to open its link running.
+bool IsLost(unsigned state)
+{
+    return state == HDW_UNIT_LINK_LOST || state == HDW_UNIT_LINK_OPENING;
+}
+
 std::string TempLinkPath(const char* tag)
 {
     return "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-" + tag;
 }
 
-hdwsim::Emulator::Options SimOptions(bool udp)
+hdwsim::Emulator::Options SimOptions(bool udp, bool paced = false)
 {
-    hdwsim::Emulator::Options o = EmulatorOptions(udp);
+    hdwsim::Emulator::Options o = EmulatorOptions(udp, paced);
     if (!udp)
         o.LinkPath = TempLinkPath("pty");
     return o;
@@ -37,8 +43,8 @@ hdwsim::Emulator::Options SimOptions(bool udp)
 // and a signal service for the unit's comings and goings on the receiver.
 class ReconnectRig {
 public:
-    ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"))
-        : Rig(unit, SimOptions(udp)),
+    ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"), bool paced = false)
+        : Rig(unit, SimOptions(udp, paced)),
           m_Udp(udp)
     {
         // Loss over UDP is seen by the echo time-out: short enough to keep
@@ -48,7 +54,9 @@ public:
         m_Reconnect = reconnect;
     }
 
-    void Start()
+    // The emulator, the manager with its reconnect switch, the unit
+    // enumerated through its link path or address; no port open.
+    void StartLink()
     {
         ASSERT_NO_FATAL_FAILURE(Rig.StartSim());
         ASSERT_EQ(Rig.Manager.AttachDevice(Rig.Device.get()), 0u);
@@ -61,6 +69,11 @@ public:
             Rig.Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Rig.Sim.UdpPort()) : Rig.Sim.LinkPath());
         ASSERT_NO_FATAL_FAILURE(EnumerateLinks(Rig.Manager, &link, 1));
         ASSERT_EQ(Rig.Manager.Run(), 0u);
+    }
+
+    void Start()
+    {
+        ASSERT_NO_FATAL_FAILURE(StartLink());
         CKVX_HdwSignalService::CParameters sp;
         sp.SignalMask = kUnitSignals;
         Signals = Rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_SIGNAL, &sp);
@@ -91,7 +104,7 @@ public:
     {
         CKVX_HdwArinc429Message chunk[256];
         unsigned n = 0;
-        while (Pair.In->Read(chunk, 256, n) == 0 && n > 0)
+        while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
             Received.insert(Received.end(), chunk, chunk + n);
         CKVX_HdwSignalService::CSignal s;
         while (Signals->GetSignal(s) == 0)
@@ -153,7 +166,7 @@ void RunCycles(bool udp)
             const uint32_t failed = r.Status().FailedAttempts;
             ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }))
                 << where << " cycle " << cycle << ": no attempt while unplugged";
-            EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+            EXPECT_TRUE(IsLost(r.Status().State));
         }
         ASSERT_TRUE(r.Rig.Sim.Plug());
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }))
@@ -373,7 +386,7 @@ TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
     auto other = std::make_unique<hdwsim::Emulator>(*hdwsim::FindUnitModel("halden"), o);
     ASSERT_TRUE(other->Start());
     ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 2; }, 30000));
-    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_TRUE(IsLost(r.Status().State));
     EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), 0u);
     EXPECT_EQ(other->GetCounters().FramesReceived, 0u) << "commands went to the other unit";
     other->Stop();
@@ -476,6 +489,121 @@ TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
     for (size_t i = 1; i < got.size(); ++i)
         ASSERT_GT(got[i], got[i - 1]) << "frame " << i;
     EXPECT_LE(next - got.size(), r.Status().LostItems);
+    EXPECT_EQ(in->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
+
+// An attempt on a unit that does not answer waits out the link's handshake
+// (over UDP about 1.5 s) on a thread of its own: the tick goes on meanwhile
+// (for the unit's signals, its other ports and every other unit), and a
+// port closed during an attempt ends the outage at once.
+TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
+{
+    ReconnectRig r(true, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    r.Rig.Sim.Unplug(); // over UDP: silent, the session forgotten
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    uint64_t most = 0;
+    for (unsigned attempt = 0; attempt < 2; ++attempt) {
+        ASSERT_TRUE(r.WaitFor([&] { return r.Status().State == HDW_UNIT_LINK_OPENING; }, 30000));
+        const uint64_t from = r.Rig.Manager.GetTickCounter();
+        const uint32_t failed = r.Status().FailedAttempts;
+        ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }, 30000));
+        most = std::max(most, r.Rig.Manager.GetTickCounter() - from);
+    }
+    // A tick held up by the attempt would count one or two.
+    EXPECT_GE(most, 10u) << "the tick waited for the attempt";
+
+    // Closing the ports while an attempt runs waits for it and ends the outage.
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().State == HDW_UNIT_LINK_OPENING; }, 30000));
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    // The unit opens by hand as on a fresh start and carries words.
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u);
+    r.WriteNext(20);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
+}
+
+// A byte stream over CAN loses, at an unplug, only the frames the unit's FIFO
+// held, and counts their bytes; once the unit is back the stream goes on and
+// drains to nothing pending (frames the unit never confirms must not keep
+// counting as in flight, or the FIFO's room shrinks for good).
+TEST(Reconnect, CanByteStreamResumesAfterUnplugsAndCountsWhatWasInTheFifo)
+{
+    using ByteIn = CKVX_HdwKvxQuillanDevice::CCanByteInBufferService;
+    using ByteOut = CKVX_HdwKvxQuillanDevice::CCanByteOutBufferService;
+    // Buses paced at their bit rate: the unit's FIFO holds frames at each unplug.
+    ReconnectRig r(false, true, UnitNamed("quillan"), true);
+    ASSERT_NO_FATAL_FAILURE(r.StartLink());
+    CKVX_HdwSignalService::CParameters sp;
+    sp.SignalMask = kUnitSignals;
+    r.Signals = r.Rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, 1, HDW_SERVICE_SIGNAL, &sp);
+    CKVX_HdwCanByteOutBufferService::CParameters po;
+    po.BufferSize = 0;
+    CKVX_HdwCanByteInBufferService::CParameters pi;
+    pi.BufferSize = 0;
+    auto* out = r.Rig.Enable<ByteOut>(HDW_PORT_CAN, 0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
+    auto* in = r.Rig.Enable<ByteIn>(HDW_PORT_CAN, 1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
+    ASSERT_TRUE(r.Signals && out && in);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_CAN, 1), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_CAN, 0), 0u);
+
+    // Bytes carry a 16-bit counter, so that order and loss show.
+    uint16_t next = 0;
+    std::vector<uint16_t> got;
+    std::vector<uint8_t> pending;
+    auto write = [&](unsigned values) {
+        std::vector<uint8_t> bytes;
+        for (unsigned i = 0; i < values; ++i, ++next) {
+            bytes.push_back(uint8_t(next));
+            bytes.push_back(uint8_t(next >> 8));
+        }
+        ASSERT_EQ(out->Write(bytes.data(), unsigned(bytes.size()), 0), 0u);
+    };
+    auto drain = [&] {
+        unsigned char chunk[512];
+        unsigned n = 0;
+        while (in->Read(chunk, sizeof chunk, n) == 0 && n > 0)
+            pending.insert(pending.end(), chunk, chunk + n);
+    };
+    auto idle = [&] {
+        unsigned left = 1;
+        return out->GetBytesToBeWritten(left) == 0 && left == 0;
+    };
+    for (unsigned cycle = 0; cycle < 3; ++cycle) {
+        // Unplugged while the batch is on the bus: the FIFO is full then.
+        const size_t before = pending.size();
+        ASSERT_NO_FATAL_FAILURE(write(4000));
+        ASSERT_TRUE(r.WaitFor([&] {
+            drain();
+            return pending.size() >= before + 800;
+        }));
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
+        ASSERT_TRUE(r.WaitFor([&] {
+            drain();
+            return idle();
+        })) << "cycle "
+            << cycle << ": bytes stay pending after the return";
+    }
+    ASSERT_NO_FATAL_FAILURE(write(300));
+    ASSERT_TRUE(r.WaitFor([&] {
+        drain();
+        return idle() && pending.size() >= 2 && pending[pending.size() - 2] == uint8_t(next - 1) &&
+            pending.back() == uint8_t((next - 1) >> 8);
+    })) << "the stream did not resume";
+    // Frames carry whole pairs (8 bytes), so the lost bytes never split one.
+    ASSERT_EQ(pending.size() % 2, 0u);
+    for (size_t i = 0; i < pending.size(); i += 2)
+        got.push_back(uint16_t(pending[i] | pending[i + 1] << 8));
+    for (size_t i = 1; i < got.size(); ++i)
+        ASSERT_GT(got[i], got[i - 1]) << "value " << i;
+    EXPECT_GT(r.Status().LostItems, 0u) << "nothing was in the FIFO at an unplug";
+    EXPECT_LE(2u * (next - got.size()), r.Status().LostItems);
     EXPECT_EQ(in->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
