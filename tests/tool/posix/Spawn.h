@@ -1,8 +1,13 @@
 #pragma once
-// Starting the built programs from a test.
+// Starting the built programs from a test, and running hdwtool to its end.
 
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
 #include <string>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -25,6 +30,42 @@ inline pid_t Spawn(const std::vector<std::string>& argv, int out, int err, unsig
         _exit(127);
     }
     return pid;
+}
+
+struct Output {
+    int Status = -1;
+    std::string Out, Err;
+    std::vector<std::string> Lines() const
+    {
+        std::vector<std::string> lines;
+        std::istringstream in(Out);
+        for (std::string l; std::getline(in, l);)
+            lines.push_back(l);
+        return lines;
+    }
+};
+
+inline std::string ReadAll(FILE* f)
+{
+    std::string s;
+    rewind(f);
+    for (int c; (c = fgetc(f)) != EOF;)
+        s += static_cast<char>(c);
+    fclose(f);
+    return s;
+}
+
+// Runs hdwtool with its output in files (not a terminal).
+inline Output Tool(std::vector<std::string> args, unsigned timeoutS = 60)
+{
+    args.insert(args.begin(), HDWTOOL_PROGRAM);
+    FILE* out = tmpfile();
+    FILE* err = tmpfile();
+    int status = 0;
+    waitpid(Spawn(args, fileno(out), fileno(err), timeoutS), &status, 0);
+    if (!WIFEXITED(status))
+        ADD_FAILURE() << args[1] << " did not finish within " << timeoutS << " s";
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
 }
 
 } // namespace tooltest

@@ -27,19 +27,6 @@
 
 namespace {
 
-struct Output {
-    int Status = -1;
-    std::string Out, Err;
-    std::vector<std::string> Lines() const
-    {
-        std::vector<std::string> lines;
-        std::istringstream in(Out);
-        for (std::string l; std::getline(in, l);)
-            lines.push_back(l);
-        return lines;
-    }
-};
-
 std::vector<std::string> Words(const std::string& line)
 {
     std::vector<std::string> w;
@@ -49,30 +36,9 @@ std::vector<std::string> Words(const std::string& line)
     return w;
 }
 
+using tooltest::Output;
 using tooltest::Spawn;
-
-std::string ReadAll(FILE* f)
-{
-    std::string s;
-    rewind(f);
-    for (int c; (c = fgetc(f)) != EOF;)
-        s += static_cast<char>(c);
-    fclose(f);
-    return s;
-}
-
-// Runs hdwtool with its output in files (not a terminal).
-Output Tool(std::vector<std::string> args, unsigned timeoutS = 60)
-{
-    args.insert(args.begin(), HDWTOOL_PROGRAM);
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    int status = 0;
-    waitpid(Spawn(args, fileno(out), fileno(err), timeoutS), &status, 0);
-    if (!WIFEXITED(status))
-        ADD_FAILURE() << args[1] << " did not finish within " << timeoutS << " s";
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
-}
+using tooltest::Tool;
 
 // hdwsim in a process of its own; its first line names the endpoint.
 class SimProcess {
@@ -463,13 +429,14 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
 {
     const Output main = Tool({"--help"});
     ASSERT_EQ(main.Status, 0);
-    for (const char* sub : {"list", "monitor", "send", "gen", "demo"})
+    for (const char* sub : {"list", "monitor", "send", "gen", "demo", "replay"})
         EXPECT_NE(main.Out.find("  " + std::string(sub) + " "), std::string::npos) << sub;
     // The examples name the emulator's UDP port 55003; run them against one
     // on a free port instead, with that port put in.
     SimProcess sim(true);
     std::set<std::string> demoLinks;
-    for (const char* sub : {"list", "monitor", "send", "gen", "demo"}) {
+    // replay's examples read the log that monitor's example writes.
+    for (const char* sub : {"list", "monitor", "replay", "send", "gen", "demo"}) {
         const Output help = Tool({sub, "--help"});
         ASSERT_EQ(help.Status, 0) << sub;
         EXPECT_NE(help.Out.find("examples"), std::string::npos) << sub;

@@ -137,13 +137,13 @@ const Columns& ColumnsFor(unsigned portType)
     }
 }
 
-Fields ItemFields(const Item& item, const std::string& portName)
+Fields ItemFields(const Item& item, const std::string& portName, LabelOrder order)
 {
     switch (item.PortType) {
     case HDW_PORT_CAN: return CanFields(item.TimeUs, portName, item.Frame);
     case HDW_PORT_UART: return UartFields(item.TimeUs, portName, item.Bytes);
     case HDW_PORT_MILSTD1553: return Mil1553Fields(item.TimeUs, portName, item.Value, item.Aux);
-    default: return Arinc429Fields(item.TimeUs, portName, item.Word, item.ParityError);
+    default: return Arinc429Fields(item.TimeUs, portName, item.Word, item.ParityError, order);
     }
 }
 

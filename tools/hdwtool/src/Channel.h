@@ -50,7 +50,8 @@ struct Item {
 // Parses a value for a port of that type (ARINC 429 word, CAN frame, bytes).
 bool ParseValueFor(unsigned portType, const std::string& text, Item& item, std::string& error);
 const Columns& ColumnsFor(unsigned portType);
-Fields ItemFields(const Item& item, const std::string& portName);
+// ARINC 429 labels shown in `order`.
+Fields ItemFields(const Item& item, const std::string& portName, LabelOrder order = LabelOrder::Reversed);
 
 class Channel {
 public:

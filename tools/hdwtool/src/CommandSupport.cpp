@@ -3,10 +3,13 @@
 #include "Channel.h"
 #include "Ports.h"
 
+#include "Terminal.h"
 #include "Values.h"
 
 #include <cstdio>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 namespace hdwtool {
 
@@ -80,6 +83,18 @@ bool OpenSession(const ParsedArgs& args, Session& session, std::string& error)
     return session.Enumerate(links, args.Has("scan"), error) && session.Run(error);
 }
 
+std::unique_ptr<Channel> OpenChannel(
+    const ParsedArgs& args, Session& session, const PortSpec& target, std::string& error)
+{
+    if (!OpenSession(args, session, error))
+        return nullptr;
+    std::string name;
+    CKVX_HdwPort* port = session.Resolve(target, name, error);
+    if (!port)
+        return nullptr;
+    return std::make_unique<Channel>(port, name);
+}
+
 bool ParseCount(const std::string& text, uint64_t& value, std::string& error)
 {
     if (!ParseNumber(text, value)) {
@@ -96,6 +111,27 @@ OutputFormat ParseFormat(const ParsedArgs& args, bool& ok, std::string& error)
     if (!ok)
         error = "format \"" + f + "\" is not text or csv";
     return f == "csv" ? OutputFormat::Csv : OutputFormat::Text;
+}
+
+bool WaitConfirmed(Channel& channel, uint64_t sent, std::string& error)
+{
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(10000 + static_cast<int64_t>(sent) * 3);
+    unsigned pending = channel.Pending();
+    while (pending != 0 && std::chrono::steady_clock::now() < deadline && !StopRequested()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        pending = channel.Pending();
+    }
+    if (pending != 0) {
+        error = "the unit did not confirm " + std::to_string(pending) + " of " + std::to_string(sent) + " values on " +
+            channel.Name() + " (bus not running, or the link stalled)";
+        return false;
+    }
+    if (StopRequested()) {
+        error = "stopped";
+        return false;
+    }
+    return true;
 }
 
 } // namespace hdwtool

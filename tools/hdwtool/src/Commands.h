@@ -7,6 +7,7 @@
 #include "Format.h"
 #include "Session.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ namespace hdwtool {
 
 struct PortSpec;
 struct PortOptions;
+class Channel;
 
 constexpr int ExitOk = 0;
 constexpr int ExitFailed = 1;
@@ -24,6 +26,7 @@ int RunMonitor(const std::vector<std::string>& args);
 int RunSend(const std::vector<std::string>& args);
 int RunGen(const std::vector<std::string>& args);
 int RunDemo(const std::vector<std::string>& args);
+int RunReplay(const std::vector<std::string>& args);
 
 // Help of the program ("") or of a subcommand; null for an unknown one.
 const char* HelpText(const std::string& command);
@@ -44,7 +47,14 @@ int ParsePortCommand(const std::string& command, const std::vector<OptionSpec>& 
     const std::vector<std::string>& args, const char* what, ParsedArgs& parsed, PortSpec& target, PortOptions& options);
 // Enumerates the links of --link (or HDWTOOL_LINK) and --scan and runs the manager.
 bool OpenSession(const ParsedArgs& args, Session& session, std::string& error);
+// OpenSession, then the channel of the port `target` names; null with a reason.
+std::unique_ptr<Channel> OpenChannel(
+    const ParsedArgs& args, Session& session, const PortSpec& target, std::string& error);
 bool ParseCount(const std::string& text, uint64_t& value, std::string& error);
 OutputFormat ParseFormat(const ParsedArgs& args, bool& ok, std::string& error);
+// Waits until the unit has confirmed the `sent` values written on `channel`
+// (closing earlier would drop the rest), allowing for slow buses; false
+// with a reason when it does not, or when a stop was requested.
+bool WaitConfirmed(Channel& channel, uint64_t sent, std::string& error);
 
 } // namespace hdwtool

@@ -114,6 +114,30 @@ std::string FormatLabel(uint8_t label)
     return buf;
 }
 
+bool ParseLabelOrder(const std::string& text, LabelOrder& order, std::string& error)
+{
+    if (text == "reversed")
+        order = LabelOrder::Reversed;
+    else if (text == "wire")
+        order = LabelOrder::Wire;
+    else {
+        error = "label order \"" + text + "\" is not reversed or wire";
+        return false;
+    }
+    return true;
+}
+
+uint8_t LabelNumber(uint8_t rawLabel, LabelOrder order)
+{
+    if (order == LabelOrder::Reversed)
+        return rawLabel;
+    uint8_t n = 0;
+    for (int i = 0; i < 8; ++i)
+        if (rawLabel & (1u << i))
+            n = uint8_t(n | (0x80u >> i));
+    return n;
+}
+
 bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even)
 {
     CKVX_HdwArinc429Message w = word;
@@ -121,10 +145,11 @@ bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even)
     return (std::popcount(w.GetToUint32()) % 2 == 1) != even;
 }
 
-Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word, bool parityError)
+Fields Arinc429Fields(
+    uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word, bool parityError, LabelOrder order)
 {
     CKVX_HdwArinc429Message w = word;
-    return {FormatTime(timeUs), port, FormatLabel(word.Label), std::to_string(word.Sdi & 3),
+    return {FormatTime(timeUs), port, FormatLabel(LabelNumber(word.Label, order)), std::to_string(word.Sdi & 3),
         Hex(word.Data & 0x7FFFF, 5), std::to_string(word.Ssm & 3),
         std::to_string(word.Parity & 1) + (parityError ? "!" : ""), Hex(w.GetToUint32(), 8)};
 }

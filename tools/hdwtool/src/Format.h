@@ -45,10 +45,23 @@ std::string FormatTime(uint64_t microseconds);
 // Label in octal, three digits ("203").
 std::string FormatLabel(uint8_t label);
 
+// How a unit holds the label in the raw word's low byte (bits 0-7):
+//   Reversed  bit-reversed from the wire, so the byte reads as the label's
+//             number (bit 7 its most significant bit: 0x83 is label 203);
+//             the units this tool drives and hdwsim store it so
+//   Wire      in wire order: bit 0 is the first bit on the bus, the label's
+//             most significant bit (0xC1 is label 203)
+enum class LabelOrder { Reversed, Wire };
+// "reversed" or "wire"; false with a reason otherwise.
+bool ParseLabelOrder(const std::string& text, LabelOrder& order, std::string& error);
+// The label number of a raw low byte (or the raw byte of a label number:
+// the mapping is its own inverse).
+uint8_t LabelNumber(uint8_t rawLabel, LabelOrder order);
+
 // True when the word's 32 bits hold an odd number of ones (`even`: an even number).
 bool Arinc429ParityOk(const CKVX_HdwArinc429Message& word, bool even = false);
-Fields Arinc429Fields(
-    uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word, bool parityError = false);
+Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwArinc429Message& word,
+    bool parityError = false, LabelOrder order = LabelOrder::Reversed);
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame);
 Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes);
 // A MIL-STD-1553 message signal: its kind (bits 24..31 of aux), value and flags.

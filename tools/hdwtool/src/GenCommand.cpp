@@ -34,13 +34,11 @@ int RunGen(const std::vector<std::string>& args)
             return Fail("gen: " + error, ExitUsage);
 
     Session session;
-    if (!OpenSession(parsed, session, error))
+    const auto owned = OpenChannel(parsed, session, target, error);
+    if (!owned)
         return Fail(error);
-    std::string name;
-    CKVX_HdwPort* port = session.Resolve(target, name, error);
-    if (!port)
-        return Fail(error);
-    Channel channel(port, name);
+    Channel& channel = *owned;
+    const std::string& name = channel.Name();
     CKVX_HdwDataGeneratorService* gen = channel.EnableGenerator(error);
     if (!gen || !channel.Open(options, error))
         return Fail(error);

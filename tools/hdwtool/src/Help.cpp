@@ -16,6 +16,7 @@ const char kMain[] = "usage: hdwtool SUBCOMMAND [options] [arguments]\n"
                      "  send      put ARINC 429 words, CAN frames or UART bytes on a bus\n"
                      "  gen       run the data generator on an ARINC 429 transmitter: labels at their\n"
                      "            rates with constant, counter, BNR, BCD, discrete or random values\n"
+                     "  replay    send the frames of a candump log on a CAN port with their timing\n"
                      "  demo      run an emulated unit in this process and show its looped-back traffic\n"
                      "\n"
                      "  hdwtool SUBCOMMAND --help   shows the options of one subcommand.\n"
@@ -76,6 +77,10 @@ const char kMonitor[] =
     "  CAN        TIME PORT ID DLC DATA RTR FRAME       (ID 3 hex digits standard,\n"
     "             8 extended; DATA dotted bytes; FRAME in the cansend syntax)\n"
     "  UART       TIME PORT COUNT HEX TEXT\n"
+    "The ARINC 429 LABEL column reads the raw word's low byte as a number, bit 7\n"
+    "the label's most significant bit (--label-order reversed, the default, as the\n"
+    "units this tool drives store it); --label-order wire is for units that keep\n"
+    "the label in wire order, bit 0 first on the bus: the byte is bit-reversed.\n"
     "TIME is in seconds (--time): the unit's time stamp, unwrapped past its 32-bit\n"
     "wrap and mapped onto the host clock (UART: the host time of the read).\n"
     "On a terminal a status line with per-port counts, rates and drops (items a\n"
@@ -103,6 +108,16 @@ const char kMonitor[] =
     "      --time MODE         TIME column: relative (default: since the start),\n"
     "                          absolute (wall clock, seconds since 1970 UTC) or\n"
     "                          delta (since the line before)\n"
+    "      --label-order ORDER reversed (default) or wire: how the units hold the\n"
+    "                          ARINC 429 label in the word's low byte (see above);\n"
+    "                          applies to LABEL, --accept and the --pcap records\n"
+    "      --log FILE          also write the CAN frames to FILE as a candump log:\n"
+    "                          (SECONDS.MICRO) can0 123#DEADBEEF, wall-clock time,\n"
+    "                          interface canN for the CAN port can:N\n"
+    "      --pcap FILE         also write the CAN frames and ARINC 429 words to FILE\n"
+    "                          (pcapng, one interface per port: can0 as SocketCAN,\n"
+    "                          a429rx0, a429tx1 as link type 147 for the dissector\n"
+    "                          share/hdwlib/wireshark/hdwlib_arinc429.lua)\n"
     "      --no-status         no status line on a terminal\n"
     "      --reconnect         keep the ports open when a unit goes away (unplugged,\n"
     "                          restarted) and carry on when it is back; prints\n"
@@ -118,6 +133,8 @@ const char kMonitor[] =
     "can:0=123#DEADBEEF --send can:0=1F334455#R\n"
     "  hdwtool monitor --link 3:udp:127.0.0.1:55003 a429rx:1 --rate high --accept 310:2 --count 1 --send "
     "a429tx:1=label=310,sdi=1 --send a429tx:1=label=310,sdi=2\n"
+    "  hdwtool monitor --link 3:udp:127.0.0.1:55003 can:1 --count 2 --log can1.log --pcap can1.pcapng --send "
+    "can:0=123#DEADBEEF --send can:0=1F334455#R\n"
     "  hdwtool monitor --link 3:udp:127.0.0.1:55003 uart:1 --rate 115200 --count 1 --send uart:0=hello\n";
 
 const char kSend[] =
@@ -150,6 +167,33 @@ const char kSend[] =
     "  hdwtool send --link 3:udp:127.0.0.1:55003 can:0 --bitrate 500k 123#DEADBEEF 1F334455#R 123# --repeat 10 "
     "--interval 100\n"
     "  hdwtool send --link 3:udp:127.0.0.1:55003 uart:0 --rate 115200 'hello\\r\\n' hex:01.02.03\n";
+
+const char kReplay[] = "usage: hdwtool replay [options] FILE PORT\n"
+                       "\n"
+                       "Sends the CAN frames of a candump log FILE (as monitor --log writes it, or\n"
+                       "candump -l) on the CAN port PORT (can:N), keeping the gaps between their\n"
+                       "time stamps from the first frame on, and waits until the unit has put them\n"
+                       "on the bus. Lines:\n"
+                       "  (SECONDS.MICRO) INTERFACE ID#DATA [R|T]\n"
+                       "The frames of one interface are sent: the first line's, or --interface's;\n"
+                       "lines of the others are skipped (--all-interfaces sends every line's frame\n"
+                       "on PORT). Error frames are skipped; the counts of the skipped lines are\n"
+                       "printed on stderr with the frames sent. A line that is not a candump log\n"
+                       "line is an error naming FILE:LINE, and nothing is sent.\n"
+                       "\n"
+                       "options:\n"
+                       "  -l, --link CODE:LINK    a unit's link (repeatable); --scan to search\n"
+                       "      --fast              send as fast as the unit takes the frames\n"
+                       "      --interface NAME    replay the lines of interface NAME (can0, vcan1)\n"
+                       "      --all-interfaces    replay every line, whatever its interface\n"
+                       "      --bitrate, --sample-point   CAN settings as for monitor\n"
+                       "  -v, --verbose           print each frame as sent, in the monitor's format\n"
+                       "  -h, --help              this help\n"
+                       "\n"
+                       "examples (emulator in another terminal: hdwsim --unit halden --udp 55003;\n"
+                       "can1.log as written by the example of hdwtool monitor --help):\n"
+                       "  hdwtool replay --link 3:udp:127.0.0.1:55003 can1.log can:0\n"
+                       "  hdwtool replay --link 3:udp:127.0.0.1:55003 --fast --all-interfaces can1.log can:1\n";
 
 const char kGen[] =
     "usage: hdwtool gen [options] PORT LABEL...\n"
@@ -231,6 +275,8 @@ const char* HelpText(const std::string& command)
         return kGen;
     if (command == "demo")
         return kDemo;
+    if (command == "replay")
+        return kReplay;
     return nullptr;
 }
 

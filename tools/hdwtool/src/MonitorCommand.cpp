@@ -1,6 +1,7 @@
 // hdwtool monitor PORT...: prints the traffic of receive ports as it arrives,
 // optionally sending values from the same process (one process owns a unit's
 // link, so a sender and a monitor of one unit share it this way).
+#include "Capture.h"
 #include "Channel.h"
 #include "Commands.h"
 #include "SendPlan.h"
@@ -60,8 +61,8 @@ void UpdateLosses(StatusLine& status, const std::vector<Channel*>& watched)
 int RunMonitor(const std::vector<std::string>& args)
 {
     auto specs = LinkOptions();
-    for (const char* o :
-        {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval", "format", "time"})
+    for (const char* o : {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval",
+             "format", "time", "log", "pcap", "label-order"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"accept", 'a', true, true});
     specs.push_back({"send", 's', true, true});
@@ -117,6 +118,12 @@ int RunMonitor(const std::vector<std::string>& args)
     TimeMode timeMode = TimeMode::Relative;
     if (parsed.Has("time") && !ParseTimeMode(parsed.Get("time"), timeMode, error))
         return usage("--time: " + error);
+    LabelOrder labelOrder = LabelOrder::Reversed;
+    if (parsed.Has("label-order") && !ParseLabelOrder(parsed.Get("label-order"), labelOrder, error))
+        return usage("--label-order: " + error);
+    // Labels given are numbers; the filter compares raw low bytes.
+    for (auto& a : options.Accepts)
+        a.Label = LabelNumber(a.Label, labelOrder);
 
     Session session;
     const bool reconnect = parsed.Has("reconnect");
@@ -174,6 +181,9 @@ int RunMonitor(const std::vector<std::string>& args)
                                               .count()) -
         int64_t(Channel::HostMicroseconds());
     TimeColumn timeColumn(timeMode, startUs, wallMinusHost);
+    Capture capture;
+    if (!capture.Open(parsed.Get("log"), parsed.Get("pcap"), watched, labelOrder, options.Parity == "even", error))
+        return Fail("monitor: " + error);
     // Receivers first, so that nothing sent is missed.
     for (Channel* c : watched)
         if (!c->Open(options, error))
@@ -232,14 +242,18 @@ int RunMonitor(const std::vector<std::string>& args)
             for (const auto& it : items) {
                 if (count != 0 && printed >= count)
                     break;
+                capture.Record(i, it, uint64_t(int64_t(it.TimeUs) + wallMinusHost));
                 Item shown = it;
                 shown.TimeUs = timeColumn.Shown(it.TimeUs);
-                std::printf(
-                    "%s\n", RenderRow(ItemFields(shown, watched[i]->Name()), ColumnsFor(it.PortType), format).c_str());
+                std::printf("%s\n",
+                    RenderRow(ItemFields(shown, watched[i]->Name(), labelOrder), ColumnsFor(it.PortType), format)
+                        .c_str());
                 ++printed;
                 status.Add(i, 1);
             }
         }
+        if (any && result == ExitOk && !capture.Flush(error))
+            result = Fail(error);
         if (result != ExitOk || (count != 0 && printed >= count))
             break;
         if (any && !terminal)

@@ -44,13 +44,11 @@ int RunSend(const std::vector<std::string>& args)
         }
 
     Session session;
-    if (!OpenSession(parsed, session, error))
+    const auto owned = OpenChannel(parsed, session, target, error);
+    if (!owned)
         return Fail(error);
-    std::string name;
-    CKVX_HdwPort* port = session.Resolve(target, name, error);
-    if (!port)
-        return Fail(error);
-    Channel channel(port, name);
+    Channel& channel = *owned;
+    const std::string& name = channel.Name();
     std::vector<SendPlan::Value> values;
     for (size_t i = 1; i < pos.size(); ++i) {
         SendPlan::Value v{&channel, {}};
@@ -83,17 +81,8 @@ int RunSend(const std::vector<std::string>& args)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     std::fflush(stdout);
-    // Wait for the unit to confirm what was written: closing earlier would
-    // drop the rest. Allow for slow buses.
-    const double deadline = now() + 10.0 + double(sent) * 0.003;
-    unsigned pending = channel.Pending();
-    while (pending != 0 && now() < deadline && !StopRequested()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        pending = channel.Pending();
-    }
-    if (pending != 0)
-        return Fail("send: the unit did not confirm " + std::to_string(pending) + " of " + std::to_string(sent) +
-            " values on " + name + " (bus not running, or the link stalled)");
+    if (!WaitConfirmed(channel, sent, error))
+        return Fail("send: " + error);
     return StopRequested() ? ExitFailed : ExitOk;
 }
 

@@ -31,6 +31,8 @@ int main(int argc, char** argv)
         return RunGen(args);
     if (command == "demo")
         return RunDemo(args);
-    return Fail(
-        "unknown subcommand \"" + command + "\" (list, monitor, send, gen, demo; see hdwtool --help)", ExitUsage);
+    if (command == "replay")
+        return RunReplay(args);
+    return Fail("unknown subcommand \"" + command + "\" (list, monitor, send, gen, demo, replay; see hdwtool --help)",
+        ExitUsage);
 }
