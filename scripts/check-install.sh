@@ -57,12 +57,15 @@ if [[ $only_programs -eq 1 ]]; then
     exit 0
 fi
 
+# The library folder is the one holding libHdwLib.so (lib, lib64, lib/<multiarch>).
+lib=$(find "$prefix" -name 'libHdwLib.so' -print -quit)
+[[ -n $lib ]] || problem "missing lib/libHdwLib.so"
+libdir=$(dirname "${lib:-$prefix/lib/libHdwLib.so}")
 for f in "$inc/HdwLib.h" "$inc/HdwLibExport.h" \
-    "$prefix/lib/cmake/HdwLib/HdwLibConfig.cmake" "$prefix/lib/cmake/HdwLib/HdwLibConfigVersion.cmake" \
-    "$prefix/lib/cmake/HdwLib/HdwLibTargets.cmake" "$prefix/lib/pkgconfig/hdwlib.pc"; do
+    "$libdir/cmake/HdwLib/HdwLibConfig.cmake" "$libdir/cmake/HdwLib/HdwLibConfigVersion.cmake" \
+    "$libdir/cmake/HdwLib/HdwLibTargets.cmake" "$libdir/pkgconfig/hdwlib.pc"; do
     [[ -f $f ]] || problem "missing ${f#"$prefix"/}"
 done
-compgen -G "$prefix/lib/libHdwLib.so*" >/dev/null || problem "missing lib/libHdwLib.so"
 
 # Only the layer folders, and no platform or internal headers.
 for d in "$inc"/*/; do
