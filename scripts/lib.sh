@@ -27,4 +27,4 @@ hdw_build() {
     cmake --build "$dir" --parallel "${HDW_JOBS:-2}"
 }
 
-HDW_NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config)
+HDW_NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config python3-can python3-pytest pybind11-dev python3-pybind11)
