@@ -50,12 +50,13 @@ class HdwlibBus(can.BusABC):
 
     def __init__(self, channel="can:0", link=None, bitrate=500000, can_filters=None, sample_point=None,
                  receive_buffer=10000, transmit_buffer=1000, open_timeout_ms=None, echo_timeout_ms=None,
-                 **kwargs):
+                 drain_timeout=5.0, **kwargs):
         if link is None:
             raise can.CanInitializationError('hdwlib needs link="DEVICECODE:LINKTEXT" (e.g. "3:/dev/ttyUSB0")')
         if kwargs.get("fd"):
             raise can.CanInterfaceNotImplementedError("hdwlib units have classic CAN only")
         self._link = str(link)
+        self._drain_timeout = float(drain_timeout)
         self._queue = collections.deque()
         self._port = None
         try:
@@ -88,6 +89,16 @@ class HdwlibBus(can.BusABC):
         self.channel_info = f"hdwlib {channel} on {self._link}"
         self._channel = str(channel)
         super().__init__(channel=channel, can_filters=can_filters, **kwargs)
+
+    def _drain(self):
+        # Frames still queued for the unit go out before the port closes
+        # (can.player shuts down right after its last send).
+        end = time.monotonic() + self._drain_timeout
+        try:
+            while self._tx.pending and time.monotonic() < end:
+                time.sleep(0.001)
+        except HdwError:
+            pass
 
     def _release(self):
         if self._port is not None and self._port.is_open:
@@ -142,7 +153,10 @@ class HdwlibBus(can.BusABC):
         pass
 
     def shutdown(self):
-        """Stops periodic tasks, closes the port and drops this bus's hold on
-        the unit: the last bus of a link stops its manager."""
+        """Stops periodic tasks, lets queued frames go out (up to
+        ``drain_timeout`` seconds), closes the port and drops this bus's hold
+        on the unit: the last bus of a link stops its manager."""
         super().shutdown()
+        if self._port is not None:
+            self._drain()
         self._release()

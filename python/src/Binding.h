@@ -22,9 +22,11 @@ struct ResultError {
 // Throws ResultError for a non-zero code.
 void Check(unsigned code, const char* context);
 
-// Host wall-clock seconds since 1970 of a unit time stamp of `port`'s unit
-// (unwrapped and drift-corrected); the current wall clock when the unit
-// cannot map it (a unit that is no command-protocol unit, or no reception yet).
+// Host wall-clock seconds since 1970 of a unit time stamp of `port`'s unit:
+// unwrapped, drift-corrected onto the host's monotonic clock, plus the
+// process's offset from that clock to the wall clock (taken once). The
+// current time when the unit cannot map it (a unit that is no
+// command-protocol unit, or no reception yet).
 double StampToWall(CKVX_HdwPort* port, uint64_t stamp);
 
 // An ARINC 429 word as Python sees it. `ParityOk` means odd parity, the

@@ -12,13 +12,20 @@ void Check(unsigned code, const char* context)
 
 double StampToWall(CKVX_HdwPort* port, uint64_t stamp)
 {
+    // One offset from the host's monotonic clock to the wall clock for the
+    // whole process: times of the same unit then keep their order, where a
+    // wall time taken afresh at each call would jitter by microseconds.
+    static const int64_t offsetUs = [] {
+        using namespace std::chrono;
+        const int64_t wall = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+        return wall - int64_t(CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds());
+    }();
     auto* unit = port ? dynamic_cast<CKVX_HdwKvxCommandUnit*>(port->GetHdwDevice()) : nullptr;
     CKVX_HdwKvxUnitInstance* instance = unit ? unit->GetUnitInstance(port->GetDeviceId()) : nullptr;
     uint64_t host = 0, wall = 0;
-    if (instance && instance->MapUnitTime(instance->UnwrapUnitTime(stamp), host, wall))
-        return double(wall) / 1e6;
-    using namespace std::chrono;
-    return duration<double>(system_clock::now().time_since_epoch()).count();
+    if (!instance || !instance->MapUnitTime(instance->UnwrapUnitTime(stamp), host, wall))
+        host = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
+    return double(int64_t(host) + offsetUs) / 1e6;
 }
 
 void BindCore(py::module_& m)
