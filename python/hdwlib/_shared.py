@@ -4,6 +4,7 @@ A unit's link belongs to one process and one manager in it: two python-can
 buses on channels of the same unit must use the same manager.
 """
 
+import atexit
 import threading
 
 from hdwlib._errors import HdwError
@@ -68,3 +69,14 @@ def users(link):
     with _lock:
         entry = _units.get(_key(link))
         return entry[1] if entry else 0
+
+
+@atexit.register
+def _stop_all():
+    # Buses never shut down: stop their managers (and timer threads) while
+    # the interpreter is still whole.
+    with _lock:
+        entries = list(_units.values())
+        _units.clear()
+    for manager, _ in entries:
+        manager.stop()

@@ -67,3 +67,26 @@ def test_a_port_keeps_its_manager_alive(sim):
     port.open(timeout=OPEN_TIMEOUT_MS)
     assert words.read() == []
     port.close()
+
+
+def test_links_may_name_the_driver_or_be_pairs(sim):
+    code, _, text = sim.link.partition(":")
+    for link in [f"halden:{text}", (int(code), text), ("halden", text)]:
+        m = hdwlib.Manager()
+        for attempt in range(5):
+            results = m.enumerate([link], check=False)
+            if results == [0]:
+                break
+        assert results == [0]
+        assert len(m.ports("a429tx")) == 4
+        m.stop()
+
+
+def test_open_parameters_are_checked(manager):
+    rx = manager.port("a429rx:0")
+    with pytest.raises(ValueError):
+        rx.open(parity="bogus")
+    assert not rx.is_open
+    with pytest.raises(hdwlib.HdwError) as info:
+        manager.port("can:0").open(bitrate=0, timeout=OPEN_TIMEOUT_MS)
+    assert info.value.code == 2  # argument
