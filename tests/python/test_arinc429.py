@@ -122,4 +122,4 @@ def test_wait_releases_the_interpreter(manager):
     while waiter.is_alive():
         ticks.append(1)
         time.sleep(0.001)
-    assert len(ticks) > 10
+    assert len(ticks) >= 3
