@@ -27,4 +27,5 @@ hdw_build() {
     cmake --build "$dir" --parallel "${HDW_JOBS:-2}"
 }
 
-HDW_NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config tshark python3-can python3-pytest)
+HDW_NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config
+    tshark python3-can python3-pytest pybind11-dev python3-pybind11)

@@ -1,0 +1,98 @@
+"""Fixtures for the Python suites: the unit emulator (hdwsim) on a
+pseudo-terminal or a loopback UDP port, started and waited for like the C++
+rigs do, and an enumerated, running manager on it.
+
+HDWSIM names the emulator program and PYTHONPATH the built package (ctest
+sets both)."""
+
+import os
+import select
+import signal
+import subprocess
+import time
+
+import pytest
+
+import hdwlib
+
+# Generous limits for a loaded machine (see tests/units/posix/UnitRig.h).
+DEADLINE_S = 20.0
+ECHO_TIMEOUT_MS = 5000
+OPEN_TIMEOUT_MS = 10000
+
+
+def wait_until(condition, timeout=DEADLINE_S, interval=0.005):
+    """Polls `condition` until it is true or `timeout` seconds have passed;
+    returns its last value."""
+    end = time.monotonic() + timeout
+    while True:
+        value = condition()
+        if value or time.monotonic() >= end:
+            return value
+        time.sleep(interval)
+
+
+class Sim:
+    """One hdwsim process; `link` is "CODE:LINKTEXT" for the manager."""
+
+    def __init__(self, unit="halden", code=3, udp=False, extra=()):
+        program = os.environ.get("HDWSIM")
+        if not program:
+            pytest.skip("HDWSIM is not set (run through ctest)")
+        args = [program, "--unit", unit] + (["--udp", "0"] if udp else ["--pty"]) + list(extra)
+        self.proc = subprocess.Popen(args, stdout=subprocess.PIPE, text=True)
+        self.code = code
+        line = self._line()
+        kind, _, where = line.partition(" ")
+        if kind == "pty":
+            self.link = f"{code}:{where}"
+        elif kind == "udp":
+            self.link = f"{code}:udp:{where}"
+        else:
+            self.stop()
+            raise RuntimeError(f"hdwsim said {line!r}")
+
+    def _line(self):
+        ready, _, _ = select.select([self.proc.stdout], [], [], DEADLINE_S)
+        if not ready:
+            self.stop()
+            raise RuntimeError("hdwsim did not report its endpoint")
+        return self.proc.stdout.readline().strip()
+
+    def stop(self):
+        """Ends the emulator; its remaining output (e.g. --counters)."""
+        if self.proc.poll() is None:
+            self.proc.send_signal(signal.SIGTERM)
+        out, _ = self.proc.communicate(timeout=DEADLINE_S)
+        return out or ""
+
+
+@pytest.fixture(params=["pty", "udp"])
+def sim(request):
+    s = Sim(udp=request.param == "udp")
+    yield s
+    s.stop()
+
+
+def start_manager(link):
+    """A running manager with the unit on `link` enumerated (a few tries:
+    the probe waits a fixed time that a loaded machine can miss)."""
+    code = link.partition(":")[0]
+    manager = hdwlib.Manager([int(code)])
+    manager.set_echo_timeout(ECHO_TIMEOUT_MS)
+    for attempt in range(5):
+        try:
+            manager.enumerate([link])
+            break
+        except hdwlib.HdwError:
+            if attempt == 4:
+                raise
+    manager.run()
+    return manager
+
+
+@pytest.fixture
+def manager(sim):
+    m = start_manager(sim.link)
+    yield m
+    m.stop()

@@ -1,0 +1,92 @@
+"""Enumeration and ports against the emulated unit (pseudo-terminal and UDP)."""
+
+import pytest
+
+import hdwlib
+from conftest import OPEN_TIMEOUT_MS
+
+
+def test_enumeration_lists_every_port_with_its_link(manager, sim):
+    ports = manager.ports()
+    names = sorted(p.name for p in ports)
+    for expected in ["a429rx:0", "a429rx:3", "a429tx:0", "a429tx:3", "can:0", "can:1", "uart:1"]:
+        assert expected in names
+    assert len(manager.ports("can")) == 2
+    linktext = sim.link.partition(":")[2]
+    for p in ports:
+        assert p.device_code == 3
+        assert p.model == "Halden"
+        assert p.link == linktext
+        assert "@" in p.key
+    assert len({p.key for p in ports}) == len(ports)
+
+
+def test_a_port_is_found_by_name_number_and_key(manager):
+    by_name = manager.port("can:1")
+    assert by_name.type == hdwlib.PORT_CAN
+    assert manager.port(hdwlib.PORT_CAN, 1) is by_name
+    assert manager.port("can", 1) is by_name
+    key = next(p.key for p in manager.ports("can") if p.abs_num == 1)
+    assert manager.port(key) is by_name
+    assert manager.port("can:0") is not by_name
+
+
+def test_unknown_ports_are_key_errors(manager):
+    with pytest.raises(KeyError):
+        manager.port("can:9")
+    with pytest.raises(ValueError):
+        manager.port("bogus:0")
+    with pytest.raises(ValueError):
+        manager.port("can")
+
+
+def test_open_close_and_wrong_state_results(manager):
+    port = manager.port("can:0")
+    out = port.enable_can_out()
+    with pytest.raises(hdwlib.HdwError) as info:
+        out.write([hdwlib.CanFrame(0x10, b"\x01")])
+    assert info.value.code != 0
+    port.open(bitrate=250000, timeout=OPEN_TIMEOUT_MS)
+    assert port.is_open
+    with pytest.raises(hdwlib.HdwError) as info:
+        port.open(bitrate=250000)
+    assert info.value.code == 18  # already open
+    with pytest.raises(TypeError):
+        port.open(baud=5)
+    port.close()
+    assert not port.is_open
+    # Enabling again gives the service already on the port.
+    assert port.enable_can_out() is out
+
+
+def test_a_port_keeps_its_manager_alive(sim):
+    from conftest import start_manager
+
+    port = start_manager(sim.link).port("a429rx:0")
+    words = port.enable_arinc429_in()
+    port.open(timeout=OPEN_TIMEOUT_MS)
+    assert words.read() == []
+    port.close()
+
+
+def test_links_may_name_the_driver_or_be_pairs(sim):
+    code, _, text = sim.link.partition(":")
+    for link in [f"halden:{text}", (int(code), text), ("halden", text)]:
+        m = hdwlib.Manager()
+        for attempt in range(5):
+            results = m.enumerate([link], check=False)
+            if results == [0]:
+                break
+        assert results == [0]
+        assert len(m.ports("a429tx")) == 4
+        m.stop()
+
+
+def test_open_parameters_are_checked(manager):
+    rx = manager.port("a429rx:0")
+    with pytest.raises(ValueError):
+        rx.open(parity="bogus")
+    assert not rx.is_open
+    with pytest.raises(hdwlib.HdwError) as info:
+        manager.port("can:0").open(bitrate=0, timeout=OPEN_TIMEOUT_MS)
+    assert info.value.code == 2  # argument
