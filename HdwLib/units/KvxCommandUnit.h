@@ -436,6 +436,10 @@ protected:
     unsigned ResyncTick(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
     // The session is back: every open channel's configuration again.
     void RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs);
+    // An attempt that did not bring the unit back (lock held): counted, the
+    // unit lost again with its link closed, the next attempt after the
+    // back-off, doubled first when `backOff`.
+    void ScheduleNextAttempt(CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs, bool backOff);
     // Posts a unit lost / back signal to every signal service of the unit's open ports.
     void PostUnitSignal(CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs);
     // Sends a closing and an opening session command in one frame; echoes

@@ -70,14 +70,23 @@ bool CKVX_HdwKvxCommandUnit::TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInst
         GetUnitDevice().ProcessEventHandlers(instance, &lost);
         rs.Status.LostItems += lost.LostItems;
         PostUnitSignal(inst, HDW_SIGNAL_UNIT_LOST, rs.Status.Outages, uint32_t(lost.LostItems), nowMs);
+        rs.NextAttemptMs = nowMs + rs.BackoffMs;
     } else {
         // A session start that the unit did not answer: the next attempt later.
-        ++rs.Status.FailedAttempts;
-        rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
-        rs.Status.State = HDW_UNIT_LINK_LOST;
+        ScheduleNextAttempt(inst, nowMs, true);
     }
-    rs.NextAttemptMs = nowMs + rs.BackoffMs;
     return true;
+}
+
+void CKVX_HdwKvxCommandUnit::ScheduleNextAttempt(CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs, bool backOff)
+{
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    ++rs.Status.FailedAttempts;
+    rs.Status.State = HDW_UNIT_LINK_LOST;
+    inst->GetDeviceInstanceBase().SetOpen(false);
+    if (backOff)
+        rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
+    rs.NextAttemptMs = nowMs + rs.BackoffMs;
 }
 
 unsigned CKVX_HdwKvxCommandUnit::UnitLinkVerify(unsigned)
@@ -153,11 +162,7 @@ void CKVX_HdwKvxCommandUnit::FinishAttempt(unsigned instance, CKVX_HdwKvxUnitIns
     device.DeviceLock(instance);
     const uint64_t now = GetUnitTime();
     if (rc != 0) {
-        ++rs.Status.FailedAttempts;
-        rs.Status.State = HDW_UNIT_LINK_LOST;
-        inst->GetDeviceInstanceBase().SetOpen(false);
-        rs.BackoffMs = std::min(rs.BackoffMs * 2, KvxReconnectMaxMs);
-        rs.NextAttemptMs = now + rs.BackoffMs;
+        ScheduleNextAttempt(inst, now, true);
     } else {
         inst->ResetRxState();
         inst->ResetQueues();
@@ -227,14 +232,10 @@ unsigned CKVX_HdwKvxCommandUnit::OpenLostUnit(unsigned instance, CKVX_HdwKvxUnit
     CKVX_HdwDevice& device = GetUnitDevice();
     device.DeviceLock(instance);
     const uint64_t now = GetUnitTime();
-    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
-    if (rc == 0) {
+    if (rc == 0)
         RestoreUnit(instance, inst, now);
-    } else {
-        ++rs.Status.FailedAttempts;
-        inst->GetDeviceInstanceBase().SetOpen(false);
-        rs.NextAttemptMs = now + rs.BackoffMs;
-    }
+    else
+        ScheduleNextAttempt(inst, now, false);
     device.DeviceUnlock(instance);
     if (rc != 0)
         UnitLinkAbandon(inst);

@@ -8,7 +8,7 @@ import atexit
 import threading
 
 from hdwlib._errors import HdwError
-from hdwlib._hdwlib import Manager
+from hdwlib._hdwlib import Manager, drivers
 
 # Enumeration probes a link for a fixed time, which a loaded machine can
 # miss; it is tried this many times before the link counts as dead.
@@ -19,10 +19,13 @@ _units = {}  # "CODE:LINK" -> [manager, references]
 
 
 def _key(link):
+    # "halden:..." and "3:..." are one link: the key holds the code.
     code, sep, text = link.partition(":")
+    code = code.strip().lower()
     if not sep or not code or not text:
         raise ValueError(f'link "{link}" is not DEVICECODE:LINKTEXT (3:/dev/ttyUSB0, 3:udp:127.0.0.1:55003)')
-    return f"{code.strip().lower()}:{text.strip()}"
+    code = str(dict(drivers()).get(code, code))
+    return f"{code}:{text.strip()}"
 
 
 def acquire(link, echo_timeout_ms=None):

@@ -3,6 +3,8 @@
 
 #include "Binding.h"
 
+#include <Names.h>
+
 #include <pybind11/stl.h>
 
 #include <memory>
@@ -13,64 +15,27 @@ namespace hdwpy {
 
 namespace {
 
-struct DriverName {
-    const char* Name;
-    uint64_t Code;
-    CKVX_HdwDevice* (*Create)();
-};
-
-template <class D>
-CKVX_HdwDevice* Make()
+const hdwnames::Driver* DriverFor(const py::handle& nameOrCode)
 {
-    return new D;
-}
-
-const DriverName kDrivers[] = {
-    {"halden", 3, &Make<CKVX_HdwKvxHaldenDevice>},
-    {"bexley", 4, &Make<CKVX_HdwKvxBexleyDevice>},
-    {"arvane", 6, &Make<CKVX_HdwKvxArvaneDevice>},
-    {"haldensmall", 8, &Make<CKVX_HdwKvxHaldenSmallDevice>},
-    {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
-    {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
-    {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
-    {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
-    {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
-};
-
-const std::pair<unsigned, const char*> kTypeNames[] = {
-    {HDW_PORT_UART, "uart"},
-    {HDW_PORT_ARINC429_TX, "a429tx"},
-    {HDW_PORT_ARINC429_RX, "a429rx"},
-    {HDW_PORT_CAN, "can"},
-    {HDW_PORT_MILSTD1553, "1553"},
-    {HDW_PORT_DISCRETE_IN, "din"},
-    {HDW_PORT_DISCRETE_OUT, "dout"},
-};
-
-const DriverName* DriverFor(const py::handle& nameOrCode)
-{
-    for (const auto& d : kDrivers)
-        if (py::isinstance<py::str>(nameOrCode) ? nameOrCode.cast<std::string>() == d.Name
-                                                : nameOrCode.cast<uint64_t>() == d.Code)
-            return &d;
-    throw py::value_error("no driver " + py::str(nameOrCode).cast<std::string>() +
-        " (halden 3, bexley 4, arvane 6, haldensmall 8, pellor 10, quillan 11, mirrow 12, pcuart, udpuart)");
+    const hdwnames::Driver* d = py::isinstance<py::str>(nameOrCode)
+        ? hdwnames::DriverNamed(nameOrCode.cast<std::string>())
+        : hdwnames::DriverWithCode(nameOrCode.cast<uint64_t>());
+    if (!d)
+        throw py::value_error(
+            "no driver " + py::str(nameOrCode).cast<std::string>() + " (" + hdwnames::DriverList() + ")");
+    return d;
 }
 
 std::string TypeName(unsigned type)
 {
-    for (const auto& t : kTypeNames)
-        if (t.first == type)
-            return t.second;
-    return "type" + std::to_string(type);
+    return hdwnames::PortTypeName(type);
 }
 
 unsigned TypeNamed(const std::string& name)
 {
-    for (const auto& t : kTypeNames)
-        if (name == t.second)
-            return t.first;
-    throw py::value_error("unknown port type \"" + name + "\" (uart, a429tx, a429rx, can, 1553, din, dout)");
+    if (const unsigned type = hdwnames::PortTypeNamed(name))
+        return type;
+    throw py::value_error("unknown port type \"" + name + "\" (" + hdwnames::PortTypeList() + ")");
 }
 
 // What Manager.ports reports of one port.
@@ -94,7 +59,7 @@ public:
 
     uint64_t Attach(const py::handle& nameOrCode)
     {
-        const DriverName* d = DriverFor(nameOrCode);
+        const hdwnames::Driver* d = DriverFor(nameOrCode);
         if (!m_Manager.FindDevice(d->Code)) {
             m_Devices.emplace_back(d->Create());
             Check(m_Manager.AttachDevice(m_Devices.back().get()), "attach a driver");
@@ -316,6 +281,16 @@ void BindManager(py::module_& m)
         .def_readonly("description", &PortInfo::Description)
         .def_readonly("key", &PortInfo::Key)
         .def("__repr__", [](const PortInfo& p) { return "<PortInfo " + p.Name + " " + p.Model + " " + p.Link + ">"; });
+
+    m.def(
+        "drivers",
+        [] {
+            std::vector<std::pair<std::string, uint64_t>> list;
+            for (const auto& d : hdwnames::Drivers())
+                list.emplace_back(d.Name, d.Code);
+            return list;
+        },
+        "Every driver as (name, device code), in attachment order.");
 
     py::class_<Manager>(m, "Manager")
         .def(py::init([](const std::vector<py::object>& drivers) {

@@ -9,6 +9,7 @@ import time
 import can
 import pytest
 
+import hdwlib
 from hdwlib import _shared
 from conftest import DEADLINE_S, ECHO_TIMEOUT_MS, OPEN_TIMEOUT_MS, Sim
 
@@ -102,6 +103,10 @@ def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):
     a = open_bus(sim, "can:0")
     b = open_bus(sim, "can:1")
     assert _shared.users(sim.link) == 2
+    # The driver's name is the same link as its code.
+    code, _, where = sim.link.partition(":")
+    name = {c: n for n, c in hdwlib.drivers()}[int(code)]
+    assert _shared.users(f"{name.upper()}:{where}") == 2
     a.shutdown()
     assert _shared.users(sim.link) == 1
     # The unit still works for the other bus: it hears a third bus's frame.

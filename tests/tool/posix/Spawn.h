@@ -15,10 +15,14 @@ namespace tooltest {
 
 // Starts `argv` with its standard output and error on the given descriptors;
 // a time-out (seconds, 0: none) that survives the exec kills it with SIGALRM.
-inline pid_t Spawn(const std::vector<std::string>& argv, int out, int err, unsigned timeoutS)
+// It runs in `dir` when one is given.
+inline pid_t Spawn(
+    const std::vector<std::string>& argv, int out, int err, unsigned timeoutS, const std::string& dir = {})
 {
     const pid_t pid = fork();
     if (pid == 0) {
+        if (!dir.empty() && chdir(dir.c_str()) != 0)
+            _exit(126);
         dup2(out, 1);
         dup2(err, 2);
         alarm(timeoutS);
@@ -55,14 +59,14 @@ inline std::string ReadAll(FILE* f)
     return s;
 }
 
-// Runs hdwtool with its output in files (not a terminal).
-inline Output Tool(std::vector<std::string> args, unsigned timeoutS = 60)
+// Runs hdwtool with its output in files (not a terminal), in `dir` when given.
+inline Output Tool(std::vector<std::string> args, unsigned timeoutS = 60, const std::string& dir = {})
 {
     args.insert(args.begin(), HDWTOOL_PROGRAM);
     FILE* out = tmpfile();
     FILE* err = tmpfile();
     int status = 0;
-    waitpid(Spawn(args, fileno(out), fileno(err), timeoutS), &status, 0);
+    waitpid(Spawn(args, fileno(out), fileno(err), timeoutS, dir), &status, 0);
     if (!WIFEXITED(status))
         ADD_FAILURE() << args[1] << " did not finish within " << timeoutS << " s";
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};

@@ -11,12 +11,14 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <filesystem>
 #include <set>
 #include <sstream>
 #include <string>
@@ -435,7 +437,11 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     // on a free port instead, with that port put in.
     SimProcess sim(true);
     std::set<std::string> demoLinks;
-    // replay's examples read the log that monitor's example writes.
+    // replay's examples read the log that monitor's example writes, in a
+    // directory of their own that goes with the test.
+    char dirTemplate[] = "/tmp/hdwtool-help-XXXXXX";
+    ASSERT_NE(mkdtemp(dirTemplate), nullptr);
+    const std::string dir = dirTemplate;
     for (const char* sub : {"list", "monitor", "replay", "send", "gen", "demo"}) {
         const Output help = Tool({sub, "--help"});
         ASSERT_EQ(help.Status, 0) << sub;
@@ -454,7 +460,7 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
             }
             if (args.size() == 1 && args[0] == "demo")
                 args.insert(args.end(), {"--duration", "1"}); // the same run, shorter
-            const Output o = Tool(args, 90);
+            const Output o = Tool(args, 90, dir);
             EXPECT_EQ(o.Status, 0) << line << "\n" << o.Err;
             if (args[0] == "demo") {
                 ExpectNoLossSummary(o);
@@ -465,4 +471,5 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
         EXPECT_GE(examples, 1u) << sub;
     }
     EXPECT_EQ(demoLinks, (std::set<std::string>{"pty", "udp"}));
+    std::filesystem::remove_all(dir);
 }

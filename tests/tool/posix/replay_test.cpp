@@ -85,6 +85,12 @@ TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
     o = Tool({"replay", "--link", link, "--fast", "--all-interfaces", log.Path, "can:0"});
     ASSERT_EQ(o.Status, 0) << o.Err;
     EXPECT_EQ(sim->GetCounters().CanTransmitted[0], 4u + 6u);
+
+    // An interface the file does not have is an error, not an empty replay.
+    o = Tool({"replay", "--link", link, "--fast", "--interface", "can7", log.Path, "can:1"});
+    EXPECT_EQ(o.Status, 1);
+    EXPECT_NE(o.Err.find("has no line of interface can7 (it has can0, vcan9)"), std::string::npos) << o.Err;
+    EXPECT_EQ(sim->GetCounters().CanTransmitted[1], 2u);
 }
 
 TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)

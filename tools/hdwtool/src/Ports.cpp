@@ -3,36 +3,13 @@
 #include "Values.h"
 
 #include <HdwLib/HdwLib.h>
+#include <Names.h>
 
 namespace hdwtool {
 
-namespace {
-
-struct TypeName {
-    unsigned Type;
-    const char* Name;
-};
-
-constexpr TypeName kTypeNames[] = {
-    {HDW_PORT_UART, "uart"},
-    {HDW_PORT_ARINC429_TX, "a429tx"},
-    {HDW_PORT_ARINC429_RX, "a429rx"},
-    {HDW_PORT_CAN, "can"},
-    {HDW_PORT_MILSTD1553, "1553"},
-    {HDW_PORT_DISCRETE_IN, "din"},
-    {HDW_PORT_DISCRETE_OUT, "dout"},
-    {HDW_PORT_I2C, "i2c"},
-    {HDW_PORT_SPI, "spi"},
-};
-
-} // namespace
-
 std::string PortTypeName(unsigned portType)
 {
-    for (const auto& t : kTypeNames)
-        if (t.Type == portType)
-            return t.Name;
-    return "type" + std::to_string(portType);
+    return hdwnames::PortTypeName(portType);
 }
 
 std::string PortName(unsigned portType, unsigned absNum)
@@ -54,13 +31,11 @@ bool ParsePortSpec(const std::string& text, PortSpec& target, std::string& error
     }
     const size_t colon = text.find(':');
     const std::string type = text.substr(0, colon);
-    unsigned portType = 0;
-    for (const auto& t : kTypeNames)
-        if (type == t.Name)
-            portType = t.Type;
+    const unsigned portType = hdwnames::PortTypeNamed(type);
     uint64_t num = 0;
     if (portType == 0 || colon == std::string::npos || !ParseNumber(text.substr(colon + 1), num) || num > 0xFFFF) {
-        error = "\"" + text + "\" is not a port (a429rx:N, a429tx:N, can:N, uart:N or a key from \"hdwtool list\")";
+        error = "\"" + text + "\" is not a port (TYPE:N with TYPE one of " + hdwnames::PortTypeList() +
+            ", or a key from \"hdwtool list\")";
         return false;
     }
     target = PortSpec{};

@@ -25,6 +25,7 @@ struct ReplayPlan {
     std::string Interface; // the one replayed; empty: all of them
     uint64_t OtherInterfaces = 0; // lines skipped
     uint64_t ErrorFrames = 0;
+    std::vector<std::string> Seen; // every interface in the file, in order of appearance
 };
 
 // Reads the file; the frames of `interfaceName` (the first line's interface
@@ -46,6 +47,8 @@ bool ReadPlan(const std::string& path, std::string interfaceName, bool all, Repl
             error = path + ":" + std::to_string(number) + ": " + error;
             return false;
         }
+        if (std::find(plan.Seen.begin(), plan.Seen.end(), r.Interface) == plan.Seen.end())
+            plan.Seen.push_back(r.Interface);
         if (!all && plan.Interface.empty())
             plan.Interface = r.Interface;
         if (!all && r.Interface != plan.Interface)
@@ -57,6 +60,15 @@ bool ReadPlan(const std::string& path, std::string interfaceName, bool all, Repl
     }
     if (in.bad()) {
         error = "reading " + path + " failed";
+        return false;
+    }
+    // A mistyped interface would otherwise replay nothing and look like success.
+    if (!all && !plan.Seen.empty() &&
+        std::find(plan.Seen.begin(), plan.Seen.end(), plan.Interface) == plan.Seen.end()) {
+        std::string seen;
+        for (const auto& i : plan.Seen)
+            seen += (seen.empty() ? "" : ", ") + i;
+        error = path + " has no line of interface " + plan.Interface + " (it has " + seen + ")";
         return false;
     }
     return true;

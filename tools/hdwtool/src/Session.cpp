@@ -2,47 +2,13 @@
 
 #include "Values.h"
 
+#include <Names.h>
+
 #include <algorithm>
 
 namespace hdwtool {
 
-namespace {
-
-struct DriverName {
-    const char* Name;
-    uint64_t Code;
-    CKVX_HdwDevice* (*Create)();
-};
-
-template <class D>
-CKVX_HdwDevice* Make()
-{
-    return new D;
-}
-
-// Every driver the tool attaches, in attachment (and so numbering) order:
-// the units' ports come first.
-const DriverName kDrivers[] = {
-    {"halden", 3, &Make<CKVX_HdwKvxHaldenDevice>},
-    {"bexley", 4, &Make<CKVX_HdwKvxBexleyDevice>},
-    {"arvane", 6, &Make<CKVX_HdwKvxArvaneDevice>},
-    {"haldensmall", 8, &Make<CKVX_HdwKvxHaldenSmallDevice>},
-    {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
-    {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
-    {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
-    {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
-    {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
-};
-
-std::string DriverList()
-{
-    std::string text;
-    for (const auto& d : kDrivers)
-        text += (text.empty() ? "" : ", ") + std::to_string(d.Code) + " " + d.Name;
-    return text;
-}
-
-} // namespace
+using hdwnames::DriverList;
 
 bool ParseLinkSpec(const std::string& text, LinkSpec& link, std::string& error)
 {
@@ -53,13 +19,10 @@ bool ParseLinkSpec(const std::string& text, LinkSpec& link, std::string& error)
     }
     const std::string code = text.substr(0, colon);
     uint64_t value = 0;
-    bool known = false;
-    for (const auto& d : kDrivers)
-        if (code == d.Name) {
-            value = d.Code;
-            known = true;
-        }
-    if (!known && !ParseNumber(code, value)) {
+    const hdwnames::Driver* named = hdwnames::DriverNamed(code);
+    if (named)
+        value = named->Code;
+    else if (!ParseNumber(code, value)) {
         error = "device code \"" + code + "\" is neither a number nor a driver name (" + DriverList() + ")";
         return false;
     }
@@ -75,7 +38,7 @@ std::string ResultText(unsigned code)
 
 Session::Session()
 {
-    for (const auto& d : kDrivers)
+    for (const auto& d : hdwnames::Drivers())
         m_Devices.emplace_back(d.Create());
     for (auto& d : m_Devices)
         m_Manager.AttachDevice(d.get());
