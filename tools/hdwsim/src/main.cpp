@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 #include <pthread.h>
 
 namespace {
@@ -19,6 +20,7 @@ void Usage(FILE* out)
     std::fprintf(out,
         "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
         "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
+        "              [--mil1553-rt TA,TA...] [--mil1553-fault TA:BUS:KIND[:N]]...\n"
         "              [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
@@ -49,6 +51,15 @@ void Usage(FILE* out)
         "  SIGUSR1 / SIGUSR2\n"
         "                unplug the unit (the pseudo-terminal closes and PATH goes; over UDP\n"
         "                it falls silent and forgets its session) / plug it back\n"
+        "  --mil1553-rt TA,TA...\n"
+        "                simulated MIL-STD-1553 terminals at these addresses (0 to 30), for\n"
+        "                addresses no channel in RT mode owns; each transmits on a\n"
+        "                subaddress the words last received there (zeros before)\n"
+        "  --mil1553-fault TA:BUS:KIND[:N]\n"
+        "                disturb terminal TA's answers on BUS (A, B or AB): KIND noresponse,\n"
+        "                wordcount (one data word short, or one too many) or parity (its\n"
+        "                status word), for the next N attempts (default: until exit);\n"
+        "                may be given more than once\n"
         "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
         "                \"NAME v0 v1 ...\" with one value per channel\n"
         "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
@@ -58,6 +69,69 @@ void Usage(FILE* out)
         "  hdwsim --unit halden --pty --udp 0 --pace\n"
         "  pty /dev/pts/7\n"
         "  udp 127.0.0.1:40811\n");
+}
+
+// "5,7,12": terminal addresses 0..30.
+bool ParseTerminals(const char* text, std::vector<unsigned>& out)
+{
+    const char* p = text;
+    do {
+        char* end = nullptr;
+        const unsigned long v = std::strtoul(p, &end, 10);
+        if (end == p || v > 30 || (*end != ',' && *end != '\0'))
+            return false;
+        out.push_back(static_cast<unsigned>(v));
+        p = *end == ',' ? end + 1 : end;
+    } while (*p != '\0');
+    return true;
+}
+
+struct MilFault {
+    unsigned Address = 0;
+    std::vector<unsigned> Buses;
+    hdwsim::MilStd1553Fault Kind = hdwsim::MilStd1553Fault::None;
+    unsigned Transfers = 0;
+};
+
+// "TA:BUS:KIND[:N]", e.g. "5:A:noresponse:3".
+bool ParseMilFault(const std::string& text, MilFault& f)
+{
+    std::vector<std::string> parts;
+    for (size_t pos = 0;;) {
+        const size_t colon = text.find(':', pos);
+        parts.push_back(text.substr(pos, colon == std::string::npos ? std::string::npos : colon - pos));
+        if (colon == std::string::npos)
+            break;
+        pos = colon + 1;
+    }
+    if (parts.size() < 3 || parts.size() > 4)
+        return false;
+    char* end = nullptr;
+    const unsigned long ta = std::strtoul(parts[0].c_str(), &end, 10);
+    if (parts[0].empty() || *end != '\0' || ta > 30)
+        return false;
+    f.Address = static_cast<unsigned>(ta);
+    if (parts[1] == "A" || parts[1] == "AB")
+        f.Buses.push_back(0);
+    if (parts[1] == "B" || parts[1] == "AB")
+        f.Buses.push_back(1);
+    if (f.Buses.empty())
+        return false;
+    if (parts[2] == "noresponse")
+        f.Kind = hdwsim::MilStd1553Fault::NoResponse;
+    else if (parts[2] == "wordcount")
+        f.Kind = hdwsim::MilStd1553Fault::BadWordCount;
+    else if (parts[2] == "parity")
+        f.Kind = hdwsim::MilStd1553Fault::ParityError;
+    else
+        return false;
+    if (parts.size() == 4) {
+        const unsigned long n = std::strtoul(parts[3].c_str(), &end, 10);
+        if (parts[3].empty() || *end != '\0' || n == 0 || n > 0xFFFFFFFFul)
+            return false;
+        f.Transfers = static_cast<unsigned>(n);
+    }
+    return true;
 }
 
 bool ParsePort(const char* text, uint16_t& port, bool& useDefault)
@@ -107,6 +181,7 @@ int main(int argc, char** argv)
     hdwsim::Emulator::Options o;
     bool pty = false, udp = false, verbose = false, defaultPort = false, counters = false;
     uint16_t port = 0;
+    std::vector<MilFault> milFaults;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -147,6 +222,18 @@ int main(int argc, char** argv)
             o.SerialNumber = argv[++i];
         } else if (a == "--link" && hasValue) {
             o.LinkPath = argv[++i];
+        } else if (a == "--mil1553-rt" && hasValue) {
+            if (!ParseTerminals(argv[++i], o.MilStd1553Terminals)) {
+                std::fprintf(stderr, "hdwsim: bad terminal addresses '%s'\n", argv[i]);
+                return 2;
+            }
+        } else if (a == "--mil1553-fault" && hasValue) {
+            MilFault f;
+            if (!ParseMilFault(argv[++i], f)) {
+                std::fprintf(stderr, "hdwsim: bad MIL-STD-1553 fault '%s' (TA:BUS:KIND[:N])\n", argv[i]);
+                return 2;
+            }
+            milFaults.push_back(f);
         } else if (a == "--verbose") {
             verbose = true;
         } else {
@@ -184,6 +271,9 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "hdwsim: %s\n", error.c_str());
         return 1;
     }
+    for (const MilFault& f : milFaults)
+        for (unsigned bus : f.Buses)
+            sim.SetMilStd1553Fault(f.Address, bus, f.Kind, f.Transfers);
     if (pty)
         std::printf("pty %s\n", sim.PtyPath().c_str());
     if (pty && !o.LinkPath.empty())
