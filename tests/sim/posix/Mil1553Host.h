@@ -153,4 +153,51 @@ inline std::vector<MilEvent> MilEvents(const UnitStream& s, unsigned kind = 0)
     return r;
 }
 
+// Transfer flags.
+constexpr uint16_t NoResponse = 1, BadWordCount = 2, Parity = 4, MessageError = 16, Busy = 32, ServiceRequest = 64,
+                   OnBusB = 128, Retried = 256, RtToRt = 512, ModeCodeFlag = 1024, BroadcastFlag = 2048;
+// Descriptor control bits.
+constexpr uint16_t Retry = 2, RetryOtherBus = 4, RtToRtControl = 8;
+// Configuration flags.
+constexpr uint8_t CfgRun = 1, CfgBusA = 2, CfgBusB = 4, CfgMonitor = 8, CfgOneShots = 32, CfgSwitch = 64;
+
+// The unit driven by raw records on a stepped clock, with simulated
+// terminals at `terminals`.
+struct MilBench : EngineHost {
+    explicit MilBench(std::vector<unsigned> terminals = {5}) : EngineHost(false, 0, std::move(terminals)) {}
+
+    void Write(unsigned ch, uint32_t address, const Words& words)
+    {
+        Send(FrameOf(SramWrite(Number, ch * ChannelBase + address, words)));
+    }
+    void Configure(unsigned ch, const MilConfig& c) { Send(Frame({MilConfigRecord(Number++, ch, c)})); }
+    void Describe(unsigned ch, unsigned index, const Descriptor& d, const Words& data = {})
+    {
+        Write(ch, index * 8, DescriptorWords(index, d));
+        if (!data.empty())
+            Write(ch, 0x2000 + 32 * index, data);
+    }
+    // Steps the clock to `us` in 50 µs steps, as the emulator wakes often.
+    void RunToUs(uint64_t us)
+    {
+        for (uint64_t t = Now + 50'000; t < us * 1000; t += 50'000)
+            At(t);
+        At(us * 1000);
+    }
+    // Runs one-shot descriptor 0 with the schedule stopped, from `atUs`.
+    MilEvent OneShot(const Descriptor& d, const Words& data, uint64_t atUs)
+    {
+        Describe(0, 0, d, data);
+        At(atUs * 1000);
+        const size_t before = MilEvents(Stream, 1).size();
+        Configure(0, {1, CfgBusA | CfgBusB | CfgOneShots, 1});
+        RunToUs(atUs + 1000);
+        const auto done = MilEvents(Stream, 1);
+        EXPECT_EQ(done.size(), before + 1);
+        return done.back();
+    }
+
+    unsigned Number = 1;
+};
+
 } // namespace simtest
