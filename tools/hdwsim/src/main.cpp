@@ -4,6 +4,7 @@
 // it back; each prints a line ("unplugged", "plugged").
 
 #include <hdwsim/Emulator.h>
+#include <hdwsim/MilStd1553Options.h>
 
 #include <csignal>
 #include <cstdio>
@@ -71,69 +72,6 @@ void Usage(FILE* out)
         "  udp 127.0.0.1:40811\n");
 }
 
-// "5,7,12": terminal addresses 0..30.
-bool ParseTerminals(const char* text, std::vector<unsigned>& out)
-{
-    const char* p = text;
-    do {
-        char* end = nullptr;
-        const unsigned long v = std::strtoul(p, &end, 10);
-        if (end == p || v > 30 || (*end != ',' && *end != '\0'))
-            return false;
-        out.push_back(static_cast<unsigned>(v));
-        p = *end == ',' ? end + 1 : end;
-    } while (*p != '\0');
-    return true;
-}
-
-struct MilFault {
-    unsigned Address = 0;
-    std::vector<unsigned> Buses;
-    hdwsim::MilStd1553Fault Kind = hdwsim::MilStd1553Fault::None;
-    unsigned Transfers = 0;
-};
-
-// "TA:BUS:KIND[:N]", e.g. "5:A:noresponse:3".
-bool ParseMilFault(const std::string& text, MilFault& f)
-{
-    std::vector<std::string> parts;
-    for (size_t pos = 0;;) {
-        const size_t colon = text.find(':', pos);
-        parts.push_back(text.substr(pos, colon == std::string::npos ? std::string::npos : colon - pos));
-        if (colon == std::string::npos)
-            break;
-        pos = colon + 1;
-    }
-    if (parts.size() < 3 || parts.size() > 4)
-        return false;
-    char* end = nullptr;
-    const unsigned long ta = std::strtoul(parts[0].c_str(), &end, 10);
-    if (parts[0].empty() || *end != '\0' || ta > 30)
-        return false;
-    f.Address = static_cast<unsigned>(ta);
-    if (parts[1] == "A" || parts[1] == "AB")
-        f.Buses.push_back(0);
-    if (parts[1] == "B" || parts[1] == "AB")
-        f.Buses.push_back(1);
-    if (f.Buses.empty())
-        return false;
-    if (parts[2] == "noresponse")
-        f.Kind = hdwsim::MilStd1553Fault::NoResponse;
-    else if (parts[2] == "wordcount")
-        f.Kind = hdwsim::MilStd1553Fault::BadWordCount;
-    else if (parts[2] == "parity")
-        f.Kind = hdwsim::MilStd1553Fault::ParityError;
-    else
-        return false;
-    if (parts.size() == 4) {
-        const unsigned long n = std::strtoul(parts[3].c_str(), &end, 10);
-        if (parts[3].empty() || *end != '\0' || n == 0 || n > 0xFFFFFFFFul)
-            return false;
-        f.Transfers = static_cast<unsigned>(n);
-    }
-    return true;
-}
-
 bool ParsePort(const char* text, uint16_t& port, bool& useDefault)
 {
     if (std::strcmp(text, "default") == 0) {
@@ -181,7 +119,7 @@ int main(int argc, char** argv)
     hdwsim::Emulator::Options o;
     bool pty = false, udp = false, verbose = false, defaultPort = false, counters = false;
     uint16_t port = 0;
-    std::vector<MilFault> milFaults;
+    std::vector<hdwsim::MilStd1553FaultOption> milFaults;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -223,13 +161,13 @@ int main(int argc, char** argv)
         } else if (a == "--link" && hasValue) {
             o.LinkPath = argv[++i];
         } else if (a == "--mil1553-rt" && hasValue) {
-            if (!ParseTerminals(argv[++i], o.MilStd1553Terminals)) {
+            if (!hdwsim::ParseMilStd1553Terminals(argv[++i], o.MilStd1553Terminals)) {
                 std::fprintf(stderr, "hdwsim: bad terminal addresses '%s'\n", argv[i]);
                 return 2;
             }
         } else if (a == "--mil1553-fault" && hasValue) {
-            MilFault f;
-            if (!ParseMilFault(argv[++i], f)) {
+            hdwsim::MilStd1553FaultOption f;
+            if (!hdwsim::ParseMilStd1553Fault(argv[++i], f)) {
                 std::fprintf(stderr, "hdwsim: bad MIL-STD-1553 fault '%s' (TA:BUS:KIND[:N])\n", argv[i]);
                 return 2;
             }
@@ -271,9 +209,9 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "hdwsim: %s\n", error.c_str());
         return 1;
     }
-    for (const MilFault& f : milFaults)
+    for (const hdwsim::MilStd1553FaultOption& f : milFaults)
         for (unsigned bus : f.Buses)
-            sim.SetMilStd1553Fault(f.Address, bus, f.Kind, f.Transfers);
+            sim.SetMilStd1553Fault(f.Address, bus, f.Fault, f.Transfers);
     if (pty)
         std::printf("pty %s\n", sim.PtyPath().c_str());
     if (pty && !o.LinkPath.empty())
