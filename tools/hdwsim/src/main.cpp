@@ -25,7 +25,8 @@ void Usage(FILE* out)
         "              [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
-        "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
+        "to receiver k, CAN 0 with 1, UART 0 with 1, MIL-STD-1553 0 and 1 on one bus)\n"
+        "until SIGINT or SIGTERM.\n"
         "\n"
         "  --unit NAME   the unit to emulate:");
     for (const hdwsim::UnitModel& m : hdwsim::UnitModels())
@@ -108,6 +109,11 @@ void PrintCounters(const hdwsim::UnitModel& model, const hdwsim::Counters& c)
     PrintPerChannel("can-transmitted", c.CanTransmitted, model.CanChannels);
     PrintPerChannel("can-fifo-dropped", c.CanFifoDropped, model.CanChannels);
     PrintPerChannel("can-received", c.CanReceived, model.CanChannels);
+    if (model.MilStd1553Channels > 0) {
+        PrintPerChannel("mil1553-transfers", c.Mil1553Transfers, model.MilStd1553Channels);
+        PrintPerChannel("mil1553-rt-accesses", c.Mil1553RtAccesses, model.MilStd1553Channels);
+        PrintPerChannel("mil1553-monitor-records", c.Mil1553MonitorRecords, model.MilStd1553Channels);
+    }
     std::fflush(stdout);
 }
 
