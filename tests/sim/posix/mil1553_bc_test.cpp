@@ -221,3 +221,60 @@ TEST(Mil1553Bc, TwoControllersShareTheOneBus)
     EXPECT_EQ(events[1].Channel, 1u);
     EXPECT_EQ(events[1].Time, events[0].Time + 68) << "the second waits for the bus";
 }
+
+TEST(Mil1553Bc, RunAgainBeforeTheStopWasReportedStillReportsIt)
+{
+    MilBench b;
+    b.Describe(0, 32, {0, Cmd(5, true, 1, 2), 0, 7});
+    b.Write(0, 0x1000, MajorFrameTable({{100, {32}}}));
+    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
+    b.RunToUs(1050); // the second message runs from 1000 to 1088
+    b.Send(Frame({MilConfigRecord(b.Number++, 0, {1, CfgBusA, 0, 0, 14, 0x10}),
+        MilConfigRecord(b.Number++, 0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10, 1})}));
+    b.RunToUs(4000);
+    const auto events = MilEvents(b.Stream);
+    ASSERT_EQ(events.size(), 5u);
+    EXPECT_EQ(events[1].Time, 1000u);
+    EXPECT_EQ(events[2].Kind, 4u);
+    EXPECT_EQ(events[2].Time, 1088u);
+    EXPECT_EQ(events[3].Time, 1092u) << "the new run starts after the message and its gap";
+    EXPECT_EQ(events[4].Kind, 4u);
+    EXPECT_EQ(events[4].Time, 2092u);
+}
+
+TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
+{
+    MilBench b;
+    b.Write(0, 0x1000, {0}); // no minor frame
+    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
+    b.RunToUs(100);
+    auto events = MilEvents(b.Stream);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].Kind, 4u);
+
+    b.Write(0, 0x1000, MajorFrameTable({{100, {32}}}));
+    b.Describe(0, 32, {0, Cmd(5, true, 1, 1), 0, 1});
+    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
+    b.Configure(0, {2, CfgRun | CfgBusA, 5});
+    EXPECT_EQ(b.Engine.GetCounters().Mil1553ConfigsRefused[0], 1u);
+    b.RunToUs(2500);
+    events = MilEvents(b.Stream, 1);
+    EXPECT_EQ(events.size(), 3u) << "still the controller";
+}
+
+TEST(Mil1553Bc, ASessionOpenForgetsTheBusState)
+{
+    MilBench b;
+    b.Describe(0, 32, {0, Cmd(5, true, 1, 1), 0, 1});
+    b.Write(0, 0x1000, MajorFrameTable({{100, {32}}}));
+    b.OneShot({0, Cmd(5, false, 1, 1), 0, 2}, {0x7777}, 0);
+    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
+    b.RunToUs(2500);
+    const size_t before = MilEvents(b.Stream).size();
+    b.Send(Frame({Session(b.Number++, true)}));
+    b.RunToUs(5000);
+    EXPECT_EQ(MilEvents(b.Stream).size(), before) << "no controller runs, none reports a stop";
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(0, 0x1000), 0u);
+    // The simulated terminal's words are gone too.
+    EXPECT_EQ(b.OneShot({0, Cmd(5, true, 1, 1), 0, 3}, {}, 6000).Data, (Words{0}));
+}

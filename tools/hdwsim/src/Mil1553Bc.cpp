@@ -20,6 +20,7 @@ uint64_t GapNs(unsigned gapUs)
 
 void BcSchedule::Start(unsigned page, unsigned stopAfter, uint64_t nowNs)
 {
+    m_StopOwed = m_Stopping;
     m_Running = true;
     m_Stopping = false;
     m_Page = page;
@@ -73,7 +74,7 @@ bool BcSchedule::MinorAt(const uint16_t* sram, unsigned index, Minor& minor) con
 
 BcSchedule::Next BcSchedule::Peek(const uint16_t* sram, bool bcMode, unsigned timeoutUs) const
 {
-    if (m_Stopping)
+    if (m_Stopping || m_StopOwed)
         return {Step::Stop, std::max(m_StopAtNs, m_LastEndNs)};
     const bool oneShotWaiting = m_OneShotNext < m_OneShotCount;
     if (!m_Running) {
@@ -136,6 +137,10 @@ BcSchedule::Outcome BcSchedule::Boundary(const uint16_t* sram, uint64_t atNs)
 
 void BcSchedule::Stopped()
 {
+    if (m_StopOwed) {
+        m_StopOwed = false;
+        return;
+    }
     m_Running = false;
     m_Stopping = false;
 }

@@ -27,6 +27,7 @@ public:
     void Reset() { *this = BcSchedule{}; }
     bool Running() const { return m_Running; }
 
+    // A start while a stop is still pending reports that stop first.
     void Start(unsigned page, unsigned stopAfter, uint64_t nowNs);
     // Stops after the message in progress (Step::Stop, then Stopped).
     void RequestStop(uint64_t nowNs);
@@ -53,6 +54,7 @@ private:
 
     bool m_Running = false;
     bool m_Stopping = false;
+    bool m_StopOwed = false; // started again before the stop was reported
     uint64_t m_StopAtNs = 0;
     unsigned m_Page = 0x10;
     int m_PendingPage = -1;

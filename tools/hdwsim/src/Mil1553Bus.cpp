@@ -210,9 +210,9 @@ void Bus::Advance(uint64_t nowNs)
             }
             break;
         case BcSchedule::Step::Stop:
-            if (c.Cfg.Mode == ModeBc && c.Bc.Running() && (c.Cfg.Flags & CfgRun))
-                c.Run = false; // a table that cannot be run
             c.Bc.Stopped();
+            if (c.Cfg.Mode == ModeBc && !c.Bc.Running())
+                c.Run = false; // also after a table that cannot be run
             Emit(ch, at, ControlRecord(KindStopped));
             break;
         case BcSchedule::Step::None: return;
