@@ -65,14 +65,14 @@ inline Words DescriptorWords(unsigned index, const Descriptor& d)
 }
 
 // A major frame table: per minor frame its period in 10 µs and its descriptor indexes.
-struct MinorFrameSpec {
+struct MinorFrameEntry {
     uint16_t Period10Us;
     Words Descriptors;
 };
-inline Words MajorFrameTable(const std::vector<MinorFrameSpec>& minors)
+inline Words MajorFrameTable(const std::vector<MinorFrameEntry>& minors)
 {
     Words t{static_cast<uint16_t>(minors.size())};
-    for (const MinorFrameSpec& m : minors) {
+    for (const MinorFrameEntry& m : minors) {
         t.push_back(m.Period10Us);
         t.push_back(static_cast<uint16_t>(m.Descriptors.size()));
         t.insert(t.end(), m.Descriptors.begin(), m.Descriptors.end());

@@ -129,28 +129,28 @@ void Bus::RunMessage(unsigned channel, const BcSchedule::Next& step, uint64_t st
     Channel& c = m_Channels[channel];
     const uint16_t* d = Sram(channel) + step.Descriptor * DescriptorWords;
     const uint16_t control = d[0];
-    AttemptSpec spec;
-    spec.RtToRt = (control & CtrlRtToRt) != 0;
-    spec.Command1 = d[1];
-    spec.Command2 = d[2];
-    spec.Bus = control & CtrlBusB ? 1 : 0;
-    spec.TimeoutUs = c.TimeoutUs();
+    AttemptPlan plan;
+    plan.RtToRt = (control & CtrlRtToRt) != 0;
+    plan.Command1 = d[1];
+    plan.Command2 = d[2];
+    plan.Bus = control & CtrlBusB ? 1 : 0;
+    plan.TimeoutUs = c.TimeoutUs();
     const Command cmd{d[1]};
-    if (!spec.RtToRt && !cmd.Transmit())
+    if (!plan.RtToRt && !cmd.Transmit())
         for (unsigned i = 0; i < cmd.DataWords(); ++i)
-            spec.BcData.push_back(Sram(channel)[(d[3] + i) % SramWordsPerChannel]);
+            plan.BcData.push_back(Sram(channel)[(d[3] + i) % SramWordsPerChannel]);
     const unsigned gapUs = control >> 8;
     const uint64_t gapNs = uint64_t(gapUs == 0 ? 4 : gapUs) * NsPerUs;
 
     InProgress p;
-    Attempt a = RunAttempt(*this, m_Faults, spec, startNs);
+    Attempt a = RunAttempt(*this, m_Faults, plan, startNs);
     Report(a, p.Records);
     uint16_t flags = a.Flags;
     if (a.Failed() && (control & CtrlRetry)) {
         // Once more after the gap, on the other bus when asked.
         if (control & CtrlRetryOtherBus)
-            spec.Bus ^= 1;
-        a = RunAttempt(*this, m_Faults, spec, a.EndNs + gapNs);
+            plan.Bus ^= 1;
+        a = RunAttempt(*this, m_Faults, plan, a.EndNs + gapNs);
         Report(a, p.Records);
         flags = static_cast<uint16_t>(a.Flags | FlagRetried);
     }

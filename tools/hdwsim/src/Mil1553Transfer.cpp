@@ -8,14 +8,14 @@ namespace {
 
 // One terminal's answer as the controller hears it: adds its time to `t`
 // and its flags to the attempt. False when it did not answer.
-bool Hear(Responders& rs, FaultTable& faults, Command c, const std::vector<uint16_t>& received, const AttemptSpec& spec,
+bool Hear(Responders& rs, FaultTable& faults, Command c, const std::vector<uint16_t>& received, const AttemptPlan& plan,
     Attempt& a, uint64_t& t, uint16_t& status, std::vector<uint16_t>& data)
 {
     Reply r = rs.Answer(c, a.Bus, received);
     bool parity = false;
     Disturb(faults.Take(c.Address(), a.Bus), c, r, parity);
-    if (!r.Responds || r.ResponseUs > spec.TimeoutUs) {
-        t += uint64_t(spec.TimeoutUs) * NsPerUs;
+    if (!r.Responds || r.ResponseUs > plan.TimeoutUs) {
+        t += uint64_t(plan.TimeoutUs) * NsPerUs;
         a.Flags |= FlagNoResponse;
         return false;
     }
@@ -42,17 +42,17 @@ bool Hear(Responders& rs, FaultTable& faults, Command c, const std::vector<uint1
 
 } // namespace
 
-Attempt RunAttempt(Responders& rs, FaultTable& faults, const AttemptSpec& spec, uint64_t startNs)
+Attempt RunAttempt(Responders& rs, FaultTable& faults, const AttemptPlan& plan, uint64_t startNs)
 {
     Attempt a;
     a.StartNs = startNs;
-    a.Bus = spec.Bus;
-    a.Command1 = spec.Command1;
-    a.Command2 = spec.RtToRt ? spec.Command2 : 0;
-    const Command c1{spec.Command1};
-    if (spec.Bus)
+    a.Bus = plan.Bus;
+    a.Command1 = plan.Command1;
+    a.Command2 = plan.RtToRt ? plan.Command2 : 0;
+    const Command c1{plan.Command1};
+    if (plan.Bus)
         a.Flags |= FlagBusB;
-    if (spec.RtToRt)
+    if (plan.RtToRt)
         a.Flags |= FlagRtToRt;
     if (c1.ModeCode())
         a.Flags |= FlagModeCode;
@@ -61,30 +61,30 @@ Attempt RunAttempt(Responders& rs, FaultTable& faults, const AttemptSpec& spec, 
 
     uint64_t t = startNs;
     std::vector<uint16_t> unused;
-    if (spec.RtToRt) {
+    if (plan.RtToRt) {
         // Receive command, transmit command, the transmitter's status and
         // data, then the receiver's status.
         t += 2 * WordNs;
-        const Command tx{spec.Command2};
-        if (Hear(rs, faults, tx, {}, spec, a, t, a.Status1, a.Data)) {
+        const Command tx{plan.Command2};
+        if (Hear(rs, faults, tx, {}, plan, a, t, a.Status1, a.Data)) {
             if (c1.IsBroadcast())
                 rs.Answer(c1, a.Bus, a.Data);
             else
-                Hear(rs, faults, c1, a.Data, spec, a, t, a.Status2, unused);
+                Hear(rs, faults, c1, a.Data, plan, a, t, a.Status2, unused);
         }
     } else if (c1.Transmit()) {
         t += WordNs;
         if (c1.IsBroadcast())
             rs.Answer(c1, a.Bus, {});
         else
-            Hear(rs, faults, c1, {}, spec, a, t, a.Status1, a.Data);
+            Hear(rs, faults, c1, {}, plan, a, t, a.Status1, a.Data);
     } else {
-        a.Data = spec.BcData;
+        a.Data = plan.BcData;
         t += (1 + a.Data.size()) * WordNs;
         if (c1.IsBroadcast())
             rs.Answer(c1, a.Bus, a.Data);
         else
-            Hear(rs, faults, c1, a.Data, spec, a, t, a.Status1, unused);
+            Hear(rs, faults, c1, a.Data, plan, a, t, a.Status1, unused);
     }
     a.EndNs = t;
     return a;

@@ -35,7 +35,7 @@ struct Attempt {
     bool Failed() const { return (Flags & FlagsFailed) != 0; }
 };
 
-struct AttemptSpec {
+struct AttemptPlan {
     bool RtToRt = false;
     uint16_t Command1 = 0;
     uint16_t Command2 = 0;
@@ -44,6 +44,6 @@ struct AttemptSpec {
     unsigned TimeoutUs = 14;
 };
 
-Attempt RunAttempt(Responders& responders, FaultTable& faults, const AttemptSpec& spec, uint64_t startNs);
+Attempt RunAttempt(Responders& responders, FaultTable& faults, const AttemptPlan& plan, uint64_t startNs);
 
 } // namespace hdwsim::mil
