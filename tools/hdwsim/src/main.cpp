@@ -4,12 +4,14 @@
 // it back; each prints a line ("unplugged", "plugged").
 
 #include <hdwsim/Emulator.h>
+#include <hdwsim/MilStd1553Options.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 #include <pthread.h>
 
 namespace {
@@ -19,10 +21,12 @@ void Usage(FILE* out)
     std::fprintf(out,
         "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
         "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
+        "              [--mil1553-rt TA,TA...] [--mil1553-fault TA:BUS:KIND[:N]]...\n"
         "              [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
-        "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
+        "to receiver k, CAN 0 with 1, UART 0 with 1, MIL-STD-1553 0 and 1 on one bus)\n"
+        "until SIGINT or SIGTERM.\n"
         "\n"
         "  --unit NAME   the unit to emulate:");
     for (const hdwsim::UnitModel& m : hdwsim::UnitModels())
@@ -49,6 +53,15 @@ void Usage(FILE* out)
         "  SIGUSR1 / SIGUSR2\n"
         "                unplug the unit (the pseudo-terminal closes and PATH goes; over UDP\n"
         "                it falls silent and forgets its session) / plug it back\n"
+        "  --mil1553-rt TA,TA...\n"
+        "                simulated MIL-STD-1553 terminals at these addresses (0 to 30), for\n"
+        "                addresses no channel in RT mode owns; each transmits on a\n"
+        "                subaddress the words last received there (zeros before)\n"
+        "  --mil1553-fault TA:BUS:KIND[:N]\n"
+        "                disturb terminal TA's answers on BUS (A, B or AB): KIND noresponse,\n"
+        "                wordcount (one data word short, or one too many) or parity (its\n"
+        "                status word), for the next N attempts (default: until exit);\n"
+        "                may be given more than once\n"
         "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
         "                \"NAME v0 v1 ...\" with one value per channel\n"
         "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
@@ -96,6 +109,11 @@ void PrintCounters(const hdwsim::UnitModel& model, const hdwsim::Counters& c)
     PrintPerChannel("can-transmitted", c.CanTransmitted, model.CanChannels);
     PrintPerChannel("can-fifo-dropped", c.CanFifoDropped, model.CanChannels);
     PrintPerChannel("can-received", c.CanReceived, model.CanChannels);
+    if (model.MilStd1553Channels > 0) {
+        PrintPerChannel("mil1553-transfers", c.Mil1553Transfers, model.MilStd1553Channels);
+        PrintPerChannel("mil1553-rt-accesses", c.Mil1553RtAccesses, model.MilStd1553Channels);
+        PrintPerChannel("mil1553-monitor-records", c.Mil1553MonitorRecords, model.MilStd1553Channels);
+    }
     std::fflush(stdout);
 }
 
@@ -107,6 +125,7 @@ int main(int argc, char** argv)
     hdwsim::Emulator::Options o;
     bool pty = false, udp = false, verbose = false, defaultPort = false, counters = false;
     uint16_t port = 0;
+    std::vector<hdwsim::MilStd1553FaultOption> milFaults;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -147,6 +166,18 @@ int main(int argc, char** argv)
             o.SerialNumber = argv[++i];
         } else if (a == "--link" && hasValue) {
             o.LinkPath = argv[++i];
+        } else if (a == "--mil1553-rt" && hasValue) {
+            if (!hdwsim::ParseMilStd1553Terminals(argv[++i], o.MilStd1553Terminals)) {
+                std::fprintf(stderr, "hdwsim: bad terminal addresses '%s'\n", argv[i]);
+                return 2;
+            }
+        } else if (a == "--mil1553-fault" && hasValue) {
+            hdwsim::MilStd1553FaultOption f;
+            if (!hdwsim::ParseMilStd1553Fault(argv[++i], f)) {
+                std::fprintf(stderr, "hdwsim: bad MIL-STD-1553 fault '%s' (TA:BUS:KIND[:N])\n", argv[i]);
+                return 2;
+            }
+            milFaults.push_back(f);
         } else if (a == "--verbose") {
             verbose = true;
         } else {
@@ -184,6 +215,9 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "hdwsim: %s\n", error.c_str());
         return 1;
     }
+    for (const hdwsim::MilStd1553FaultOption& f : milFaults)
+        for (unsigned bus : f.Buses)
+            sim.SetMilStd1553Fault(f.Address, bus, f.Fault, f.Transfers);
     if (pty)
         std::printf("pty %s\n", sim.PtyPath().c_str());
     if (pty && !o.LinkPath.empty())
