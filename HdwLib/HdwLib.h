@@ -38,7 +38,11 @@
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/bus/HdwDataGeneratorService.h>
+#include <HdwLib/bus/HdwMilStd1553BusController.h>
+#include <HdwLib/bus/HdwMilStd1553Frame.h>
+#include <HdwLib/bus/HdwMilStd1553Message.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
+#include <HdwLib/bus/HdwMilStd1553RemoteTerminal.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/HdwUartPort.h>
