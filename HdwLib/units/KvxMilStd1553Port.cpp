@@ -10,13 +10,9 @@ void Mil1553SignalValues(const CKVX_HdwKvxMilStd1553Event& e, uint32_t& value, u
 {
     value = 0;
     aux = 0;
-    if (e.Kind == 1) {
-        value = uint32_t(e.TransferId) | uint32_t(e.StatusWord1) << 16;
+    if (e.Kind == 1 || e.Kind == 2) {
+        value = uint32_t(e.Kind == 1 ? e.TransferId : e.CommandWord1) | uint32_t(e.StatusWord1) << 16;
         aux = e.TransferFlags;
-    } else if (e.Kind == 2) {
-        value = uint32_t(e.TerminalAddress & 0x1F) << 11 | uint32_t(e.Transmit & 1) << 10 |
-            uint32_t(e.Subaddress & 0x1F) << 5 | uint32_t(e.WordCount & 0x1F);
-        aux = uint32_t(e.Field1 & 7) | uint32_t(e.Flag & 1) << 3 | uint32_t(e.Field2 & 0x1F) << 8;
     }
     aux |= uint32_t(e.Kind) << 24;
 }

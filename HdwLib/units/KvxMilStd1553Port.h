@@ -6,9 +6,8 @@
 // signal service as HDW_SIGNAL_MIL1553_MESSAGE signals:
 //   - transfer completed (kind 1): Value = transfer identifier (low 16 bits)
 //     | first status word << 16; Aux = the transfer's error/status flags;
-//   - remote-terminal access (kind 2): Value = the command word rebuilt from
-//     the record (terminal address << 11 | transmit << 10 | subaddress << 5 |
-//     word count mod 32); Aux = 3-bit field | flag << 3 | 5-bit field << 8;
+//   - remote-terminal access or monitor record (kind 2): Value = command
+//     word 1 | first status word << 16; Aux = the transfer flags;
 //   - other kinds: Value 0, Aux 0.
 //   In every case bits 24..31 of Aux hold the kind.
 
