@@ -1,5 +1,8 @@
 #include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/units/KvxMilStd1553BcService.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
+#include <HdwLib/units/internal/KvxMilStd1553Records.h>
+#include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
@@ -56,14 +59,20 @@ unsigned CKVX_HdwKvxMilStd1553Port::EnableService(
 {
     if (const unsigned rc = CKVX_HdwMilStd1553Port::EnableService(serviceType, service, params))
         return rc;
-    if (serviceType == HDW_SERVICE_SIGNAL)
+    switch (serviceType) {
+    case HDW_SERVICE_SIGNAL:
         return hdw::units::InstallService(*this, new CKVX_HdwKvxSignalService(this), service, params);
-    return HDW_ERR_WRONG_STATE;
+    case HDW_SERVICE_MIL1553_BC:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxMilStd1553BcService(this), service, params);
+    case HDW_SERVICE_MIL1553_RT:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxMilStd1553RtService(this), service, params);
+    default: return HDW_ERR_WRONG_STATE;
+    }
 }
 
 unsigned CKVX_HdwKvxMilStd1553Port::HdwTimerHandler(uint64_t ticks)
 {
-    // No periodic work of its own until the bus services exist.
+    // The services do the channel's periodic work.
     return CKVX_HdwMilStd1553Port::HdwTimerHandler(ticks);
 }
 
@@ -88,4 +97,29 @@ uint64_t CKVX_HdwKvxMilStd1553Port::GetMessageCount()
     const uint64_t n = m_Messages;
     DeviceUnlock();
     return n;
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::AttachConfiguration(const CKVX_HdwKvxMilStd1553Config& config)
+{
+    CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(this);
+    if (!inst || !m_Unit || m_Channel >= inst->MilStd1553Ctrl.size())
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwKvxMilStd1553Config& c = inst->MilStd1553Ctrl[m_Channel];
+    c = config;
+    c.Flags &= uint8_t(~CKVX_HdwKvxMilStd1553Config::FlagTransformer);
+    if (m_Parameters.Coupling == CParameters::CouplingTransformer)
+        c.Flags |= CKVX_HdwKvxMilStd1553Config::FlagTransformer;
+    c.ResponseTimeout = uint8_t(m_Parameters.ResponseTimeoutUs);
+    const unsigned rc = m_Unit->Attach1553ConfigCommand(m_DeviceInstance, m_Channel);
+    // A configuration sent again later repeats no trigger.
+    c.Flags &= uint8_t(~CKVX_HdwKvxMilStd1553Config::Triggers);
+    return rc;
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::AttachSramWrite(uint32_t address, const std::vector<uint16_t>& words)
+{
+    if (!m_Unit)
+        return HDW_ERR_ARGUMENT;
+    return m_Unit->AttachSramWriteCommand(m_DeviceInstance, m_Channel,
+        m_Channel * hdw::units::mil1553::ChannelWords + address, words.data(), unsigned(words.size()));
 }
