@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 namespace simtest {
@@ -187,8 +188,8 @@ private:
 // The unit model driven directly, its time stepped by the test; what it
 // sends is taken apart by a UnitStream.
 struct EngineHost {
-    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0)
-        : Engine(hdwsim::HaldenModel(), hdwsim::UnitEngine::Options{pacing, 1280, clockStart})
+    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0, std::vector<unsigned> milTerminals = {})
+        : Engine(hdwsim::HaldenModel(), hdwsim::UnitEngine::Options{pacing, 1280, clockStart, std::move(milTerminals)})
     {}
     void Send(const Bytes& bytes)
     {

@@ -33,6 +33,7 @@ UnitEngine::Options EngineOptions(const Emulator::Options& o, std::chrono::stead
     UnitEngine::Options e;
     e.Pacing = o.Pacing;
     e.ClockStartUs = o.ClockStartUs;
+    e.MilStd1553Terminals = o.MilStd1553Terminals;
     // steady_clock is CLOCK_MONOTONIC here: the unit clock starts at the
     // epoch's monotonic microseconds and then runs with it.
     if (o.MonotonicClock)
@@ -410,6 +411,18 @@ bool Emulator::SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg
 {
     std::lock_guard<std::mutex> lock(m->Mutex);
     return m->Engine.SetCanFault(channel, faultState, errReg0, errReg1);
+}
+
+bool Emulator::SetMilStd1553Fault(unsigned address, unsigned bus, MilStd1553Fault fault, unsigned transfers)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.SetMilStd1553Fault(address, bus, fault, transfers);
+}
+
+uint16_t Emulator::MilStd1553SramWord(unsigned channel, unsigned address) const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.MilStd1553SramWord(channel, address);
 }
 
 bool Emulator::InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body)

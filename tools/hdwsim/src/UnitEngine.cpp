@@ -3,6 +3,7 @@
 #include "EventFramer.h"
 #include "HostFrameParser.h"
 #include "LittleEndian.h"
+#include "Mil1553Bus.h"
 
 #include <algorithm>
 #include <array>
@@ -106,8 +107,18 @@ struct UartChannel {
 } // namespace
 
 struct UnitEngine::Impl {
-    Impl(const UnitModel& model, const Options& options) : Model(model), Opts(options), Framer(options.MaxFrameBytes)
+    Impl(const UnitModel& model, const Options& options)
+        : Model(model),
+          Opts(options),
+          Framer(options.MaxFrameBytes),
+          Mil(model.MilStd1553Channels, Count, [this](unsigned ch, uint64_t atNs, const std::vector<uint8_t>& body) {
+              std::vector<uint8_t> params(4 + body.size());
+              le::Put32(params.data(), Clock(atNs));
+              std::copy(body.begin(), body.end(), params.begin() + 4);
+              Event(EventMil1553, ch, params.data(), params.size());
+          })
     {
+        Mil.SetSimulatedTerminals(options.MilStd1553Terminals);
         ResetChannels(0);
     }
 
@@ -133,6 +144,7 @@ struct UnitEngine::Impl {
     uint64_t WatchdogNs = 0;
     uint64_t LastCommandNs = 0;
     std::deque<uint8_t> CommandLog;
+    mil::Bus Mil;
 
     uint32_t Clock(uint64_t ns) const { return static_cast<uint32_t>(Opts.ClockStartUs + ns / 1000); }
 
@@ -146,6 +158,7 @@ struct UnitEngine::Impl {
             c = CanChannel{false, 60, {}, nowNs};
         for (UartChannel& u : Uart)
             u = UartChannel{};
+        Mil.Reset(nowNs);
     }
 
     void Event(unsigned type, unsigned sub, const uint8_t* params, size_t size)
@@ -229,8 +242,12 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         ++Count.KeepAlives;
         return len == 5 && rec[4] == 0;
     }
-    if (code == CodeSramWrite)
-        return len >= 8 && (len - 8) % 2 == 0 && Model.MilStd1553Channels > 0;
+    if (code == CodeSramWrite) {
+        if (len < 8 || (len - 8) % 2 != 0 || Model.MilStd1553Channels == 0)
+            return false;
+        Mil.SramWrite(le::Get32(rec + 4), rec + 8, (len - 8) / 2);
+        return true;
+    }
     if (code == CodeA429LabelCtrl || code == CodeA429LabelReset)
         return A429LabelCommand(code, rec, len, nowNs);
     if (code == CodeA429Push) {
@@ -317,8 +334,12 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         ++Count.CanPushed[ch];
         return true;
     }
-    if (in(CodeMilConfig, Model.MilStd1553Channels))
-        return len == 13;
+    if (in(CodeMilConfig, Model.MilStd1553Channels)) {
+        if (len != 13)
+            return false;
+        Mil.Configure(code - CodeMilConfig, rec + 4, nowNs);
+        return true;
+    }
     return false;
 }
 
@@ -560,6 +581,7 @@ void UnitEngine::Impl::Advance(uint64_t nowNs)
             CanDeliver(ch, frame, end);
         }
     }
+    Mil.Advance(nowNs);
     Framer.Flush(nowNs, Count);
 }
 
@@ -574,6 +596,8 @@ const UnitModel& UnitEngine::Model() const
 
 void UnitEngine::OnHostBytes(Link link, const uint8_t* data, size_t size, uint64_t nowNs)
 {
+    // Messages that started before these bytes arrived are not touched by them.
+    m->Mil.Advance(nowNs);
     HostFrameParser::Stats stats;
     m->Parsers[link].Feed(
         data, size,
@@ -601,6 +625,7 @@ void UnitEngine::Advance(uint64_t nowNs)
 uint64_t UnitEngine::NextBusEventNs() const
 {
     uint64_t next = m->WatchdogNs ? m->LastCommandNs + m->WatchdogNs + 1 : Never;
+    next = std::min(next, m->Mil.NextEventNs());
     for (unsigned ch = 0; ch < m->Model.Arinc429TxChannels; ++ch) {
         const A429Tx& t = m->Tx[ch];
         if (t.Enabled && !t.Fifo.empty())
@@ -672,6 +697,16 @@ bool UnitEngine::InjectMilStd1553Event(unsigned channel, const std::vector<uint8
     m->Event(EventMil1553, channel, params.data(), params.size());
     m->Framer.Flush(nowNs, m->Count);
     return true;
+}
+
+bool UnitEngine::SetMilStd1553Fault(unsigned address, unsigned bus, MilStd1553Fault fault, unsigned transfers)
+{
+    return m->Model.MilStd1553Channels > 0 && m->Mil.SetFault(address, bus, fault, transfers);
+}
+
+uint16_t UnitEngine::MilStd1553SramWord(unsigned channel, unsigned address) const
+{
+    return m->Mil.SramWord(channel, address);
 }
 
 void UnitEngine::CorruptNextFrameCrc(unsigned frames)

@@ -4,12 +4,14 @@
 // it back; each prints a line ("unplugged", "plugged").
 
 #include <hdwsim/Emulator.h>
+#include <hdwsim/MilStd1553Options.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 #include <pthread.h>
 
 namespace {
@@ -19,6 +21,7 @@ void Usage(FILE* out)
     std::fprintf(out,
         "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
         "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
+        "              [--mil1553-rt TA,TA...] [--mil1553-fault TA:BUS:KIND[:N]]...\n"
         "              [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
@@ -49,6 +52,15 @@ void Usage(FILE* out)
         "  SIGUSR1 / SIGUSR2\n"
         "                unplug the unit (the pseudo-terminal closes and PATH goes; over UDP\n"
         "                it falls silent and forgets its session) / plug it back\n"
+        "  --mil1553-rt TA,TA...\n"
+        "                simulated MIL-STD-1553 terminals at these addresses (0 to 30), for\n"
+        "                addresses no channel in RT mode owns; each transmits on a\n"
+        "                subaddress the words last received there (zeros before)\n"
+        "  --mil1553-fault TA:BUS:KIND[:N]\n"
+        "                disturb terminal TA's answers on BUS (A, B or AB): KIND noresponse,\n"
+        "                wordcount (one data word short, or one too many) or parity (its\n"
+        "                status word), for the next N attempts (default: until exit);\n"
+        "                may be given more than once\n"
         "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
         "                \"NAME v0 v1 ...\" with one value per channel\n"
         "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
@@ -107,6 +119,7 @@ int main(int argc, char** argv)
     hdwsim::Emulator::Options o;
     bool pty = false, udp = false, verbose = false, defaultPort = false, counters = false;
     uint16_t port = 0;
+    std::vector<hdwsim::MilStd1553FaultOption> milFaults;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -147,6 +160,18 @@ int main(int argc, char** argv)
             o.SerialNumber = argv[++i];
         } else if (a == "--link" && hasValue) {
             o.LinkPath = argv[++i];
+        } else if (a == "--mil1553-rt" && hasValue) {
+            if (!hdwsim::ParseMilStd1553Terminals(argv[++i], o.MilStd1553Terminals)) {
+                std::fprintf(stderr, "hdwsim: bad terminal addresses '%s'\n", argv[i]);
+                return 2;
+            }
+        } else if (a == "--mil1553-fault" && hasValue) {
+            hdwsim::MilStd1553FaultOption f;
+            if (!hdwsim::ParseMilStd1553Fault(argv[++i], f)) {
+                std::fprintf(stderr, "hdwsim: bad MIL-STD-1553 fault '%s' (TA:BUS:KIND[:N])\n", argv[i]);
+                return 2;
+            }
+            milFaults.push_back(f);
         } else if (a == "--verbose") {
             verbose = true;
         } else {
@@ -184,6 +209,9 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "hdwsim: %s\n", error.c_str());
         return 1;
     }
+    for (const hdwsim::MilStd1553FaultOption& f : milFaults)
+        for (unsigned bus : f.Buses)
+            sim.SetMilStd1553Fault(f.Address, bus, f.Fault, f.Transfers);
     if (pty)
         std::printf("pty %s\n", sim.PtyPath().c_str());
     if (pty && !o.LinkPath.empty())

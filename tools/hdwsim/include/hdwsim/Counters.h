@@ -64,6 +64,14 @@ struct Counters {
     PerChannel UartReceived{};
     PerChannel UartRxDisabled{};
 
+    // MIL-STD-1553.
+    uint64_t Mil1553SramWords = 0; // SRAM words written
+    uint64_t Mil1553Attempts = 0; // message attempts on the bus (a retry is a second one)
+    PerChannel Mil1553Transfers{}; // completed controller messages (kind-1 events)
+    PerChannel Mil1553RtAccesses{}; // remote-terminal access records (kind 2)
+    PerChannel Mil1553MonitorRecords{}; // monitor records (kind 2)
+    PerChannel Mil1553ConfigsRefused{}; // another mode while running
+
     // HOE.
     uint64_t UdpPacketsReceived = 0; // accepted packets
     uint64_t UdpPacketsRejected = 0; // failed a check or belong to no session

@@ -49,6 +49,9 @@ public:
         // and made again to the new one after Plug (a USB device's stable
         // name, like /dev/serial/by-id/...). Removed at Stop. Empty: none.
         std::string LinkPath;
+        // MIL-STD-1553 terminal addresses answered by simulated terminals
+        // (see UnitEngine::Options).
+        std::vector<unsigned> MilStd1553Terminals;
         // Receives one line per notable event (sessions, hang-ups) when set.
         std::function<void(const std::string&)> Log;
     };
@@ -85,6 +88,9 @@ public:
     // Sends a MIL-STD-1553 event on `channel` (see UnitEngine); false on a
     // channel the unit lacks.
     bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body);
+    // A MIL-STD-1553 fault on a terminal's answers (see UnitEngine).
+    bool SetMilStd1553Fault(unsigned address, unsigned bus, MilStd1553Fault fault, unsigned transfers = 0);
+    uint16_t MilStd1553SramWord(unsigned channel, unsigned address) const; // see UnitEngine
     // A CAN fault in the channel's status answers (see UnitEngine).
     bool SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0 = 0, uint8_t errReg1 = 0);
     void CorruptNextFrameCrc(unsigned frames = 1);

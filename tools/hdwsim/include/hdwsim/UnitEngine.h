@@ -6,6 +6,7 @@
 // the monotonic clock. Not thread-safe: the Emulator serialises all calls.
 
 #include <hdwsim/Counters.h>
+#include <hdwsim/MilStd1553Fault.h>
 #include <hdwsim/UnitModel.h>
 
 #include <array>
@@ -31,6 +32,9 @@ public:
         size_t MaxFrameBytes = 1280;
         // Value of the unit's microsecond clock at time 0.
         uint32_t ClockStartUs = 0;
+        // Terminal addresses (0..30) answered by simulated MIL-STD-1553
+        // terminals when no channel in RT mode owns them.
+        std::vector<unsigned> MilStd1553Terminals;
     };
 
     static constexpr size_t A429FifoWords = 512;
@@ -75,6 +79,10 @@ public:
     // stamp followed by `body` (the kind byte and what follows it). False on
     // a channel the unit lacks or a body that does not fit one record.
     bool InjectMilStd1553Event(unsigned channel, const std::vector<uint8_t>& body, uint64_t nowNs);
+    // MIL-STD-1553 fault on what terminal `address` (0..30) answers on
+    // `bus` (0 A, 1 B) for the next `transfers` attempts addressed to it
+    // there (0: until set to None). False for a bad address or bus.
+    bool SetMilStd1553Fault(unsigned address, unsigned bus, MilStd1553Fault fault, unsigned transfers = 0);
     // From now on a started CAN `channel` reports fault state `faultState`
     // (1 error passive, 2 bus off; 0 healthy again) and the two error bytes
     // in its status; frames still flow. False on a channel the unit lacks or
@@ -97,6 +105,8 @@ public:
 
     // Words waiting in ARINC 429 transmitter `channel` (0 for a bad channel).
     size_t A429FifoLevel(unsigned channel) const;
+    // Word `address` (0..0x7FFF) of MIL-STD-1553 channel `channel`'s SRAM.
+    uint16_t MilStd1553SramWord(unsigned channel, unsigned address) const;
     // Frames waiting in CAN channel `channel`.
     size_t CanFifoLevel(unsigned channel) const;
     // ARINC 429 receiver `channel` as the last configuration left it: on or

@@ -1,0 +1,233 @@
+// A channel of the unit as a remote terminal, answered by a controller on
+// the other channel of the same bus: its tables, status word, the records
+// it reports, monitors, and SRAM writes landing between messages. Its
+// response time is set to 12 µs, so its answers are told apart from a
+// simulated terminal's 8 µs.
+
+#include "Mil1553Host.h"
+
+#include <gtest/gtest.h>
+
+using namespace simtest;
+using hdwsim::MilStd1553Fault;
+
+namespace {
+
+constexpr unsigned Rt = 7;
+constexpr uint16_t Status7 = Rt << 11;
+constexpr uint16_t StatusMessageError = 1 << 10, StatusServiceRequest = 1 << 8, StatusBroadcastReceived = 1 << 4,
+                   StatusBusy = 1 << 3;
+constexpr uint16_t Legal = 1, Report = 2, BroadcastLegal = 4;
+
+// Channel 1 as terminal 7: receive subaddress 3 (reported), receive 8
+// (broadcast legal), transmit 4 with three words, mode code 17 (reported)
+// and 19 with the BIT word.
+void LoadTerminal(MilBench& b, uint8_t flags = CfgRun | CfgBusA | CfgBusB, uint8_t status = 0)
+{
+    Words sa(128, 0);
+    const auto entry = [&](bool transmit, unsigned s, uint16_t bits) {
+        sa[2 * (32 * transmit + s)] = bits;
+        sa[2 * (32 * transmit + s) + 1] = static_cast<uint16_t>((transmit ? 0x2400 : 0x2000) + 32 * s);
+    };
+    entry(false, 3, Legal | Report);
+    entry(false, 8, Legal | BroadcastLegal);
+    entry(true, 4, Legal);
+    b.Write(1, 0x0000, sa);
+    Words mode(64, 0);
+    mode[2 * 17] = Legal | Report;
+    mode[2 * 19] = Legal;
+    mode[2 * 19 + 1] = 0xB17E;
+    b.Write(1, 0x0100, mode);
+    b.Write(1, 0x2400 + 32 * 4, {0xA1, 0xA2, 0xA3});
+    b.Configure(1, {2, flags, Rt, status, 14, 0, 0, 12});
+}
+
+} // namespace
+
+TEST(Mil1553Rt, AChannelAnswersFromItsTablesAndReportsWhatIsMarked)
+{
+    MilBench b(std::vector<unsigned>{});
+    LoadTerminal(b);
+    b.Describe(0, 32, {0, Cmd(Rt, false, 3, 2), 0, 1}, {0x10, 0x20});
+    b.Describe(0, 33, {0, Cmd(Rt, true, 4, 3), 0, 2});
+    b.Describe(0, 34, {0, Cmd(Rt, false, 5, 1), 0, 3}, {0x99}); // subaddress 5 is not legal
+    b.Describe(0, 35, {0, Cmd(Rt, true, 0, 19), 0, 4});
+    b.Describe(0, 36, {0, Cmd(Rt, false, 31, 17), 0, 5}, {0x1234});
+    b.Write(0, 0x1000, MajorFrameTable({{100, {32, 33, 34, 35, 36}}}));
+    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10, 1});
+    b.RunToUs(2000);
+
+    const auto done = MilEvents(b.Stream, 1);
+    ASSERT_EQ(done.size(), 5u);
+    const struct {
+        uint32_t Time;
+        Words Data;
+        uint16_t Status;
+        uint16_t Flags;
+    } expected[] = {
+        {0, {0x10, 0x20}, Status7, 0}, // 3 words, 12 µs, status
+        {96, {0xA1, 0xA2, 0xA3}, Status7, 0}, // command, 12 µs, status, 3 words
+        {212, {0x99}, Status7 | StatusMessageError, MessageError},
+        {288, {0xB17E}, Status7, ModeCodeFlag}, // the error is not carried on
+        {364, {0x1234}, Status7, ModeCodeFlag},
+    };
+    for (size_t i = 0; i < done.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(done[i].Channel, 0u);
+        EXPECT_EQ(done[i].TransferId, i + 1);
+        EXPECT_EQ(done[i].Time, expected[i].Time);
+        EXPECT_EQ(done[i].Data, expected[i].Data);
+        EXPECT_EQ(done[i].Status1, expected[i].Status);
+        EXPECT_EQ(done[i].Flags, expected[i].Flags);
+    }
+
+    // Reported: receive subaddress 3 and mode code 17 only, with the trailer.
+    const auto access = MilEvents(b.Stream, 2);
+    ASSERT_EQ(access.size(), 2u);
+    EXPECT_EQ(access[0].Channel, 1u);
+    EXPECT_EQ(access[0].Time, 0u);
+    EXPECT_EQ(access[0].Address, Rt);
+    EXPECT_EQ(access[0].Subaddress, 3u);
+    EXPECT_FALSE(access[0].Transmit);
+    EXPECT_FALSE(access[0].Monitor);
+    EXPECT_EQ(access[0].Data, (Words{0x10, 0x20}));
+    EXPECT_EQ(access[0].Command1, Cmd(Rt, false, 3, 2));
+    EXPECT_EQ(access[0].Command2, 0u);
+    EXPECT_EQ(access[0].Status1, Status7);
+    EXPECT_TRUE(access[1].ModeCode);
+    EXPECT_EQ(access[1].Subaddress, 17u);
+    EXPECT_EQ(access[1].Data, (Words{0x1234}));
+    EXPECT_EQ(access[1].Time, 364u);
+
+    // Received words are in the terminal's buffers; the illegal ones nowhere.
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x2000 + 96), 0x10u);
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x2000 + 97), 0x20u);
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x2000 + 160), 0u);
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x100 + 2 * 17 + 1), 0x1234u);
+}
+
+TEST(Mil1553Rt, StatusBitsBusyAndBroadcastsShowInTheStatusWord)
+{
+    MilBench b(std::vector<unsigned>{});
+    LoadTerminal(b);
+    const Descriptor tx{0, Cmd(Rt, true, 4, 3), 0, 1};
+    EXPECT_EQ(b.OneShot(tx, {}, 1000).Status1, Status7);
+
+    // Taken while running: only the status bits.
+    b.Configure(1, {2, CfgRun | CfgBusA | CfgBusB, Rt, 2, 14, 0, 0, 12});
+    MilEvent e = b.OneShot(tx, {}, 3000);
+    EXPECT_EQ(e.Status1, Status7 | StatusServiceRequest);
+    EXPECT_EQ(e.Flags, ServiceRequest);
+
+    b.Configure(1, {2, CfgRun | CfgBusA | CfgBusB, Rt, 1, 14, 0, 0, 12});
+    e = b.OneShot(tx, {}, 5000);
+    EXPECT_EQ(e.Status1, Status7 | StatusBusy);
+    EXPECT_EQ(e.Flags, Busy) << "a busy terminal sends its status only, which is no bad word count";
+    EXPECT_TRUE(e.Data.empty());
+    b.Configure(1, {2, CfgRun | CfgBusA | CfgBusB, Rt, 0, 14, 0, 0, 12});
+
+    // A broadcast is not answered: two words on the bus and no time-out.
+    e = b.OneShot({0, Cmd(31, false, 8, 1), 0, 2}, {0x4242}, 7000);
+    EXPECT_EQ(e.Flags, BroadcastFlag);
+    EXPECT_EQ(b.OneShot(tx, {}, 9000).Status1, Status7 | StatusBroadcastReceived);
+    EXPECT_EQ(b.OneShot(tx, {}, 11000).Status1, Status7) << "reported once";
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x2000 + 32 * 8), 0x4242u);
+
+    // Subaddress 3 takes no broadcast: nothing stored, message error next.
+    b.OneShot({0, Cmd(31, false, 3, 1), 0, 3}, {0x7777}, 13000);
+    EXPECT_EQ(b.OneShot(tx, {}, 15000).Status1, Status7 | StatusMessageError);
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x2000 + 32 * 3), 0u);
+}
+
+TEST(Mil1553Rt, ATerminalAnswersOnlyOnTheBusesItIsOnAndOwnsItsAddress)
+{
+    MilBench b({Rt}); // a simulated terminal 7 must not answer for the channel
+    LoadTerminal(b, CfgRun | CfgBusA);
+    EXPECT_EQ(b.OneShot({0, Cmd(Rt, true, 4, 3), 0, 1}, {}, 1000).Flags, 0u);
+    EXPECT_EQ(b.OneShot({1, Cmd(Rt, true, 4, 3), 0, 2}, {}, 3000).Flags, OnBusB | NoResponse);
+    b.Configure(1, {2, CfgBusA, Rt});
+    EXPECT_EQ(b.OneShot({0, Cmd(Rt, true, 4, 3), 0, 3}, {}, 5000).Data, (Words{0, 0, 0}))
+        << "stopped, the address is the simulated terminal's";
+}
+
+TEST(Mil1553Rt, RtToRtRunsBetweenTheChannelAndASimulatedTerminal)
+{
+    MilBench b({5});
+    LoadTerminal(b);
+    const MilEvent e = b.OneShot({RtToRtControl, Cmd(5, false, 2, 2), Cmd(Rt, true, 4, 2), 9}, {}, 1000);
+    EXPECT_EQ(e.Flags, RtToRt);
+    EXPECT_EQ(e.Data, (Words{0xA1, 0xA2}));
+    EXPECT_EQ(e.Status1, Status7) << "the transmitter's";
+    EXPECT_EQ(e.Status2, uint16_t(5 << 11)) << "the receiver's";
+    // The receiver stored them: it transmits them back.
+    EXPECT_EQ(b.OneShot({0, Cmd(5, true, 2, 2), 0, 10}, {}, 3000).Data, (Words{0xA1, 0xA2}));
+
+    // Two commands, 12 µs, status and two words, 8 µs, status, then the gap.
+    b.Describe(0, 0, {RtToRtControl, Cmd(5, false, 2, 2), Cmd(Rt, true, 4, 2), 11});
+    b.Describe(0, 1, {0, Cmd(5, true, 2, 2), 0, 12});
+    b.At(5'000'000);
+    b.Configure(0, {1, CfgBusA | CfgOneShots, 2});
+    b.RunToUs(6000);
+    const auto done = MilEvents(b.Stream, 1);
+    ASSERT_GE(done.size(), 2u);
+    EXPECT_EQ(done[done.size() - 1].Time - done[done.size() - 2].Time, 144u);
+}
+
+TEST(Mil1553Rt, MonitorsRecordEveryAttemptOnTheirBuses)
+{
+    MilBench b({5});
+    LoadTerminal(b, CfgRun | CfgBusA | CfgMonitor);
+    ASSERT_TRUE(b.Engine.SetMilStd1553Fault(5, 0, MilStd1553Fault::NoResponse, 1));
+    // Fails on A, retried on B, which channel 1 is not on.
+    b.OneShot({Retry | RetryOtherBus, Cmd(5, false, 1, 1), 0, 1}, {0x1111}, 1000);
+    b.OneShot({0, Cmd(5, false, 1, 1), 0, 2}, {0x2222}, 3000);
+    // Its own reported access gives both records.
+    b.OneShot({0, Cmd(Rt, false, 3, 1), 0, 3}, {0x3333}, 5000);
+
+    const auto records = MilEvents(b.Stream, 2);
+    ASSERT_EQ(records.size(), 4u);
+    for (const MilEvent& m : records)
+        EXPECT_EQ(m.Channel, 1u);
+    EXPECT_TRUE(records[0].Monitor);
+    EXPECT_FALSE(records[0].BusB);
+    EXPECT_EQ(records[0].Time, 1000u);
+    EXPECT_EQ(records[0].Flags, NoResponse);
+    EXPECT_EQ(records[0].HeaderFlags, NoResponse);
+    EXPECT_EQ(records[0].Data, (Words{0x1111}));
+    EXPECT_EQ(records[1].Time, 3000u);
+    EXPECT_EQ(records[1].Address, 5u);
+    EXPECT_EQ(records[1].Status1, uint16_t(5 << 11));
+    EXPECT_EQ(records[1].Data, (Words{0x2222}));
+    EXPECT_FALSE(records[2].Monitor);
+    EXPECT_TRUE(records[3].Monitor);
+    EXPECT_EQ(records[3].Data, (Words{0x3333}));
+    EXPECT_EQ(records[3].Command1, Cmd(Rt, false, 3, 1));
+    EXPECT_EQ(b.Engine.GetCounters().Mil1553MonitorRecords[1], 3u);
+}
+
+TEST(Mil1553Rt, SramWritesLandBetweenMessagesAtRunningAddresses)
+{
+    MilBench b(std::vector<unsigned>{});
+    LoadTerminal(b);
+    b.Describe(0, 0, {0, Cmd(Rt, true, 4, 3), 0, 1});
+    b.At(1'000'000);
+    b.Configure(0, {1, CfgBusA | CfgOneShots, 1}); // runs 1000..1112 µs
+    b.At(1'050'000);
+    b.Write(1, 0x2400 + 32 * 4, {0xC1, 0xC2, 0xC3});
+    b.RunToUs(2000);
+    EXPECT_EQ(MilEvents(b.Stream, 1).back().Data, (Words{0xA1, 0xA2, 0xA3})) << "the message in progress";
+    b.Configure(0, {1, CfgBusA | CfgOneShots, 1});
+    b.RunToUs(3000);
+    EXPECT_EQ(MilEvents(b.Stream, 1).back().Data, (Words{0xC1, 0xC2, 0xC3}));
+
+    // 250 words as records of 100, 100 and 50 into channel 1's half.
+    const uint64_t before = b.Engine.GetCounters().CommandsByCode[4];
+    Words many(250);
+    for (unsigned i = 0; i < many.size(); ++i)
+        many[i] = static_cast<uint16_t>(0x5000 + i);
+    b.Write(1, 0x6000, many);
+    EXPECT_EQ(b.Engine.GetCounters().CommandsByCode[4] - before, 3u);
+    for (unsigned i = 0; i < many.size(); ++i)
+        ASSERT_EQ(b.Engine.MilStd1553SramWord(1, 0x6000 + i), many[i]) << i;
+    EXPECT_EQ(b.Engine.MilStd1553SramWord(0, 0x6000), 0u);
+}
