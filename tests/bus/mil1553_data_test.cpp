@@ -146,7 +146,7 @@ TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
         change(g);
         return g.Check(14);
     };
-    // 698 + 718 + 698 µs of messages do not fit a 2 ms minor frame.
+    // 3 x 698 µs of messages do not fit a 2 ms minor frame.
     EXPECT_EQ(bad([](auto& g) { g.MinorFrames[0].Messages = {0, 1, 0}; }), 2u);
     // The period rounded up to the next 10 µs is room enough.
     EXPECT_EQ(bad([&](auto& g) { g.MinorFrames[0].PeriodUs = f.GetMinorFrameTimeUs(0, 14) / 10 * 10 + 10; }), 0u);
