@@ -38,7 +38,13 @@
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/bus/HdwDataGeneratorService.h>
+#include <HdwLib/bus/HdwMilStd1553BcService.h>
+#include <HdwLib/bus/HdwMilStd1553BusController.h>
+#include <HdwLib/bus/HdwMilStd1553Frame.h>
+#include <HdwLib/bus/HdwMilStd1553Message.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
+#include <HdwLib/bus/HdwMilStd1553RemoteTerminal.h>
+#include <HdwLib/bus/HdwMilStd1553SingleRtService.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/HdwUartPort.h>
@@ -75,7 +81,9 @@
 #include <HdwLib/units/KvxCanByteServices.h>
 #include <HdwLib/units/KvxCanPort.h>
 #include <HdwLib/units/KvxCanServices.h>
+#include <HdwLib/units/KvxMilStd1553BcService.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
+#include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/KvxUartPort.h>

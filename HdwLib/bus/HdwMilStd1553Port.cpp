@@ -39,8 +39,12 @@ unsigned CKVX_HdwMilStd1553Port::EnableService(
 {
     if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
         return rc;
-    // Bus controller and remote terminal: not available yet.
-    return hdw::bus::AdmitService(*this, serviceType, {HDW_SERVICE_SIGNAL}, nullptr);
+    // The channel runs as bus controller or as remote terminal, not both.
+    return hdw::bus::AdmitService(*this, serviceType,
+        {HDW_SERVICE_SIGNAL, HDW_SERVICE_MIL1553_BC, HDW_SERVICE_MIL1553_RT}, [](unsigned enabled, unsigned requested) {
+            return (enabled == HDW_SERVICE_MIL1553_BC && requested == HDW_SERVICE_MIL1553_RT) ||
+                (enabled == HDW_SERVICE_MIL1553_RT && requested == HDW_SERVICE_MIL1553_BC);
+        });
 }
 
 unsigned CKVX_HdwMilStd1553Port::GetParameters(CParameters* params)

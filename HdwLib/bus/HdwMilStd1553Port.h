@@ -2,10 +2,10 @@
 // Generic MIL-STD-1553 channel (port type 5): keeps the channel's parameters
 // and admits the services that may run on it. Today that is the signal
 // service (1), which reports every message the unit sees on the bus
-// (HDW_SIGNAL_MIL1553_MESSAGE); the bus controller (10) and the single
-// remote terminal (11) are not available yet and are refused with 10, as is
-// every other type. A unit driver derives from it and forwards the unit's
-// MIL-STD-1553 events to the services.
+// (HDW_SIGNAL_MIL1553_MESSAGE), beside one bus controller (10) or one single
+// remote terminal (11): a second of the same type answers 26, the other of
+// the two 10, as does every other type. A unit driver derives from it, makes
+// the services and forwards the unit's MIL-STD-1553 events to them.
 //
 // The parameters describe the channel's electrical and timing side; the
 // bus-controller and remote-terminal services write them into the unit's
@@ -51,6 +51,9 @@ public:
 
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);
+
+    // The installed parameters (they change only at Open, so no lock).
+    const CParameters& GetMilStd1553Parameters() const { return m_Parameters; }
 
 protected:
     // Lock rule: m_Parameters changes only at Open.

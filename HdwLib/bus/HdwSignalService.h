@@ -85,10 +85,12 @@ public:
         CKVX_HdwArinc429Message Arinc429; // ARINC 429 kinds
         CKVX_HdwCanMessage Can; // CAN frame kinds
         CKVX_HdwCanPort::CFaultStatus FaultStatus; // CAN status kinds: the new status
-        // Discrete kinds: the channel's state bits. MIL-STD-1553: command
-        // word (low 16 bits) and status word (high 16 bits).
+        // Discrete kinds: the channel's state bits. MIL-STD-1553: the
+        // transfer identifier (transfer completed) or command word (terminal
+        // access, monitor) in the low 16 bits, the first status word in the
+        // high 16 bits.
         uint32_t Value = 0;
-        uint32_t Aux = 0; // MIL-STD-1553: the message's flags from the unit
+        uint32_t Aux = 0; // MIL-STD-1553: the transfer flags, the event kind in bits 24..31
     };
 
     // CAN transceiver error (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR): the port's

@@ -17,7 +17,8 @@
 // - UART (code UartConfigBase + channel): byte 4 bit 0 Enabled, bit 5
 //   Option5; byte 8 Setting8. ChunkCounter numbers the transmit records.
 // - MIL-STD-1553 (code MilStd1553ConfigBase + channel): bytes 4..12 are
-//   Bytes[0..8].
+//   Mode, Flags, Count, RtStatus, ResponseTimeout, TablePage, StopAfter,
+//   ResponseTime, Reserved (docs/mil-std-1553.md).
 // Status events update them before they are dispatched: kind 1 sets
 // AtxCtrl[channel].FifoWaiting, kind 2 sets CanCtrl[channel].FaultState,
 // TxWaiting, ErrReg0 and ErrReg1 from the status word.
@@ -71,5 +72,25 @@ public:
 };
 class HDWLIB_EXPORT CKVX_HdwKvxMilStd1553Config : public CKVX_Object {
 public:
-    uint8_t Bytes[9] = {}; // configuration bytes 4..12
+    enum t_Mode : uint8_t { ModeIdle = 0, ModeBc = 1, ModeRt = 2 };
+    enum t_Flags : uint8_t {
+        FlagRun = 1u << 0,
+        FlagBusA = 1u << 1,
+        FlagBusB = 1u << 2,
+        FlagMonitor = 1u << 3,
+        FlagTransformer = 1u << 4,
+        FlagStartOneShots = 1u << 5, // trigger: run Count one-shot descriptors
+        FlagSwitchTable = 1u << 6, // trigger: switch to TablePage at the next minor-frame boundary
+    };
+    static constexpr uint8_t Triggers = FlagStartOneShots | FlagSwitchTable;
+
+    uint8_t Mode = ModeIdle; // byte 4
+    uint8_t Flags = 0; // byte 5
+    uint8_t Count = 0; // byte 6: BC one-shot count, RT terminal address
+    uint8_t RtStatus = 0; // byte 7: RT status bits
+    uint8_t ResponseTimeout = 14; // byte 8: µs
+    uint8_t TablePage = 0; // byte 9: BC major frame table page (0x10 or 0x18)
+    uint8_t StopAfter = 0; // byte 10: BC major frame cycles, 0 = until stopped
+    uint8_t ResponseTime = 0; // byte 11: RT response time µs (0 = 8)
+    uint8_t Reserved = 0; // byte 12
 };

@@ -43,6 +43,8 @@ class CKVX_HdwKvxArinc429TxPort;
 class CKVX_HdwKvxArinc429RxPort;
 class CKVX_HdwKvxCanPort;
 class CKVX_HdwKvxMilStd1553Port;
+class CKVX_HdwKvxMilStd1553BcService;
+class CKVX_HdwKvxMilStd1553RtService;
 class CKVX_HdwKvxUartByteInBufferService;
 class CKVX_HdwKvxUartByteOutBufferService;
 class CKVX_HdwKvxArinc429InBufferService;
@@ -187,6 +189,8 @@ public:
     using CCanOutBufferService = CKVX_HdwKvxCanOutBufferService;
     using CCanByteInBufferService = CKVX_HdwKvxCanByteInBufferService;
     using CCanByteOutBufferService = CKVX_HdwKvxCanByteOutBufferService;
+    using CMilStd1553BcService = CKVX_HdwKvxMilStd1553BcService;
+    using CMilStd1553SingleRtService = CKVX_HdwKvxMilStd1553RtService;
     using CSignalService = CKVX_HdwKvxSignalService;
 
     enum t_EventType : unsigned {

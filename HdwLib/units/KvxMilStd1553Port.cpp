@@ -1,5 +1,8 @@
 #include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/units/KvxMilStd1553BcService.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
+#include <HdwLib/units/internal/KvxMilStd1553Records.h>
+#include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
@@ -10,13 +13,9 @@ void Mil1553SignalValues(const CKVX_HdwKvxMilStd1553Event& e, uint32_t& value, u
 {
     value = 0;
     aux = 0;
-    if (e.Kind == 1) {
-        value = uint32_t(e.TransferId) | uint32_t(e.StatusWord1) << 16;
+    if (e.Kind == 1 || e.Kind == 2) {
+        value = uint32_t(e.Kind == 1 ? e.TransferId : e.CommandWord1) | uint32_t(e.StatusWord1) << 16;
         aux = e.TransferFlags;
-    } else if (e.Kind == 2) {
-        value = uint32_t(e.TerminalAddress & 0x1F) << 11 | uint32_t(e.Transmit & 1) << 10 |
-            uint32_t(e.Subaddress & 0x1F) << 5 | uint32_t(e.WordCount & 0x1F);
-        aux = uint32_t(e.Field1 & 7) | uint32_t(e.Flag & 1) << 3 | uint32_t(e.Field2 & 0x1F) << 8;
     }
     aux |= uint32_t(e.Kind) << 24;
 }
@@ -60,14 +59,20 @@ unsigned CKVX_HdwKvxMilStd1553Port::EnableService(
 {
     if (const unsigned rc = CKVX_HdwMilStd1553Port::EnableService(serviceType, service, params))
         return rc;
-    if (serviceType == HDW_SERVICE_SIGNAL)
+    switch (serviceType) {
+    case HDW_SERVICE_SIGNAL:
         return hdw::units::InstallService(*this, new CKVX_HdwKvxSignalService(this), service, params);
-    return HDW_ERR_WRONG_STATE;
+    case HDW_SERVICE_MIL1553_BC:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxMilStd1553BcService(this), service, params);
+    case HDW_SERVICE_MIL1553_RT:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxMilStd1553RtService(this), service, params);
+    default: return HDW_ERR_WRONG_STATE;
+    }
 }
 
 unsigned CKVX_HdwKvxMilStd1553Port::HdwTimerHandler(uint64_t ticks)
 {
-    // No periodic work of its own until the bus services exist.
+    // The services do the channel's periodic work.
     return CKVX_HdwMilStd1553Port::HdwTimerHandler(ticks);
 }
 
@@ -92,4 +97,29 @@ uint64_t CKVX_HdwKvxMilStd1553Port::GetMessageCount()
     const uint64_t n = m_Messages;
     DeviceUnlock();
     return n;
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::AttachConfiguration(const CKVX_HdwKvxMilStd1553Config& config)
+{
+    CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(this);
+    if (!inst || !m_Unit || m_Channel >= inst->MilStd1553Ctrl.size())
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwKvxMilStd1553Config& c = inst->MilStd1553Ctrl[m_Channel];
+    c = config;
+    c.Flags &= uint8_t(~CKVX_HdwKvxMilStd1553Config::FlagTransformer);
+    if (m_Parameters.Coupling == CParameters::CouplingTransformer)
+        c.Flags |= CKVX_HdwKvxMilStd1553Config::FlagTransformer;
+    c.ResponseTimeout = uint8_t(m_Parameters.ResponseTimeoutUs);
+    const unsigned rc = m_Unit->Attach1553ConfigCommand(m_DeviceInstance, m_Channel);
+    // A configuration sent again later repeats no trigger.
+    c.Flags &= uint8_t(~CKVX_HdwKvxMilStd1553Config::Triggers);
+    return rc;
+}
+
+unsigned CKVX_HdwKvxMilStd1553Port::AttachSramWrite(uint32_t address, const std::vector<uint16_t>& words)
+{
+    if (!m_Unit)
+        return HDW_ERR_ARGUMENT;
+    return m_Unit->AttachSramWriteCommand(m_DeviceInstance, m_Channel,
+        m_Channel * hdw::units::mil1553::ChannelWords + address, words.data(), unsigned(words.size()));
 }

@@ -1,14 +1,12 @@
 #pragma once
 // MIL-STD-1553 channel of a command-protocol unit. Opening sends nothing to
-// the unit (the channel's configuration command describes the bus
-// controller's or remote terminal's memory, which those services will send);
-// the port forwards the unit's MIL-STD-1553 events of its channel to its
-// signal service as HDW_SIGNAL_MIL1553_MESSAGE signals:
+// the unit (the bus-controller and remote-terminal services send the
+// channel's memory and configuration through this port); the port forwards the unit's MIL-STD-1553 events of its
+// channel to its signal service as HDW_SIGNAL_MIL1553_MESSAGE signals:
 //   - transfer completed (kind 1): Value = transfer identifier (low 16 bits)
 //     | first status word << 16; Aux = the transfer's error/status flags;
-//   - remote-terminal access (kind 2): Value = the command word rebuilt from
-//     the record (terminal address << 11 | transmit << 10 | subaddress << 5 |
-//     word count mod 32); Aux = 3-bit field | flag << 3 | 5-bit field << 8;
+//   - remote-terminal access or monitor record (kind 2): Value = command
+//     word 1 | first status word << 16; Aux = the transfer flags;
 //   - other kinds: Value 0, Aux 0.
 //   In every case bits 24..31 of Aux hold the kind.
 
@@ -16,6 +14,7 @@
 #include <HdwLib/units/KvxCommandUnit.h>
 
 #include <cstdint>
+#include <vector>
 
 class HDWLIB_EXPORT CKVX_HdwKvxMilStd1553Port : public CKVX_HdwMilStd1553Port {
 public:
@@ -36,6 +35,14 @@ public:
     CKVX_HdwKvxCommandUnit* GetUnit() const { return m_Unit; }
     // MIL-STD-1553 events of this channel since it was opened.
     uint64_t GetMessageCount();
+
+    // Attaches the channel configuration `config` with the port's coupling
+    // and response time-out filled in; the unit's record keeps it with the
+    // triggers cleared. Caller holds the device lock.
+    unsigned AttachConfiguration(const CKVX_HdwKvxMilStd1553Config& config);
+    // Attaches SRAM writes of `words` at `address`, relative to the
+    // channel's block. Caller holds the device lock.
+    unsigned AttachSramWrite(uint32_t address, const std::vector<uint16_t>& words);
 
 protected:
     unsigned m_Channel;

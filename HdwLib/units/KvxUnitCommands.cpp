@@ -414,7 +414,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachCanPushCommand(
     return 0;
 }
 
-// Code MilStd1553ConfigBase + channel, 13 bytes: 4..12 MilStd1553Ctrl.Bytes.
+// Code MilStd1553ConfigBase + channel, 13 bytes: 4..12 the fields of
+// MilStd1553Ctrl[channel] in their order.
 unsigned CKVX_HdwKvxCommandUnit::Attach1553ConfigCommand(unsigned instance, unsigned channel)
 {
     CKVX_HdwKvxUnitInstance* inst =
@@ -422,5 +423,7 @@ unsigned CKVX_HdwKvxCommandUnit::Attach1553ConfigCommand(unsigned instance, unsi
     if (!inst || channel >= inst->MilStd1553Ctrl.size())
         return HDW_ERR_ARGUMENT;
     const CMilStd1553Config& c = inst->MilStd1553Ctrl[channel];
-    return AttachCommand(inst, uint8_t(m_Profile.MilStd1553ConfigBase + channel), c.Bytes, sizeof c.Bytes);
+    const uint8_t p[9] = {
+        c.Mode, c.Flags, c.Count, c.RtStatus, c.ResponseTimeout, c.TablePage, c.StopAfter, c.ResponseTime, c.Reserved};
+    return AttachCommand(inst, uint8_t(m_Profile.MilStd1553ConfigBase + channel), p, sizeof p);
 }

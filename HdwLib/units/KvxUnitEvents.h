@@ -209,9 +209,12 @@ public:
 // Type 8, L >= 12: 4 the kind.
 // Kind 1 (transfer completed): 5..6 transfer id, 7..8 word count n, n data
 // words, then the two status words and the transfer's error/status flags.
-// Kind 2 (remote-terminal access): 5 bits 2..0 a field, bits 7..3 terminal
+// Kind 2 (remote-terminal access or monitor record): 5 bits 2..0 a field
+// (bit 0 bus B, bit 1 broadcast, bit 2 monitor record), bits 7..3 terminal
 // address; 6 bits 4..0 subaddress, bit 5 transmit; 7 bits 5..0 word count n,
-// bit 6 a flag; 8 bits 4..0 a field; 9.. n data words.
+// bit 6 a flag (mode code); 8 bits 4..0 a field (transfer flags 0..4); 9..
+// n data words; then command word 1, command word 2, the two status words
+// and the transfer flags, where the record holds them.
 // Other kinds: time stamp and kind only. Data holds the words that the
 // record carries (at most n).
 class HDWLIB_EXPORT CKVX_HdwKvxMilStd1553Event : public CKVX_HdwKvxEvent {
@@ -247,21 +250,27 @@ public:
         Data.assign(std::min(words, room), 0);
         for (unsigned i = 0; i < Data.size(); ++i)
             Data[i] = ParamLe16(params, length, 9 + 2 * i);
-        if (Kind == 1) {
-            const unsigned after = 9 + 2 * words;
-            StatusWord1 = ParamLe16(params, length, after);
-            StatusWord2 = ParamLe16(params, length, after + 2);
-            TransferFlags = ParamLe16(params, length, after + 4);
+        unsigned after = 9 + 2 * words;
+        if (Kind == 2) {
+            CommandWord1 = ParamLe16(params, length, after);
+            CommandWord2 = ParamLe16(params, length, after + 2);
+            after += 4;
         }
+        StatusWord1 = ParamLe16(params, length, after);
+        StatusWord2 = ParamLe16(params, length, after + 2);
+        TransferFlags = ParamLe16(params, length, after + 4);
         return 0;
     }
     uint8_t Kind = 0;
     // Kind 1.
     uint16_t TransferId = 0;
+    // Kinds 1 and 2.
     uint16_t StatusWord1 = 0;
     uint16_t StatusWord2 = 0;
     uint16_t TransferFlags = 0;
     // Kind 2.
+    uint16_t CommandWord1 = 0;
+    uint16_t CommandWord2 = 0; // RT-to-RT: the transmit command
     uint8_t Field1 = 0;
     uint8_t TerminalAddress = 0;
     uint8_t Subaddress = 0;

@@ -9,7 +9,9 @@
 #include <HdwLib/units/KvxCanByteServices.h>
 #include <HdwLib/units/KvxCanPort.h>
 #include <HdwLib/units/KvxCanServices.h>
+#include <HdwLib/units/KvxMilStd1553BcService.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
+#include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/KvxUartPort.h>

@@ -58,6 +58,8 @@ unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwServ
     case HDW_SERVICE_ARINC429_LABEL_OUT: s = new CKVX_HdwArinc429OutLbloService(port); break;
     case HDW_SERVICE_CAN_IN_BUFFER: s = new CTestCanInService(port); break;
     case HDW_SERVICE_CAN_OUT_BUFFER: s = new CKVX_HdwCanOutBufferService(port); break;
+    case HDW_SERVICE_MIL1553_BC: s = new CKVX_HdwMilStd1553BcService(port); break;
+    case HDW_SERVICE_MIL1553_RT: s = new CKVX_HdwMilStd1553SingleRtService(port); break;
     default: s = new CTypedService(port, type);
     }
     port->GetServiceList() += s;

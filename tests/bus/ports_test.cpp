@@ -214,10 +214,17 @@ const PortScript kScripts[] = {
         {{9, 2, 3, 8, 1}, 0},  // no exclusion
         {{1, 2, 3, 8, 9}, 26},
     }},
-    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 1, {
-        {{2, 3, 8, 9, 10, 11, 17}, 10},
+    {"MIL-STD-1553", [](CBusRig& r) -> CKVX_HdwPort* { return r.Mil(); }, 5, 1, 2, {
+        {{2, 3, 8, 9, 17}, 10},
         {{1}, 0},
         {{1}, 26},
+        {{10}, 0},   // a bus controller beside the signals...
+        {{10}, 26},
+        {{11}, 10},  // ...excludes a remote terminal
+        {{10}, 0, true},
+        {{11}, 0},
+        {{11}, 26},
+        {{10}, 10},  // and the other way round
     }},
 };
 // clang-format on

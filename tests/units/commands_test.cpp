@@ -289,8 +289,11 @@ std::vector<RecordCase> RecordCases()
                     0x00}}},
         {"MIL-STD-1553 configuration",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
+                auto& c = inst->MilStd1553Ctrl[1];
+                uint8_t* fields[9] = {&c.Mode, &c.Flags, &c.Count, &c.RtStatus, &c.ResponseTimeout, &c.TablePage,
+                    &c.StopAfter, &c.ResponseTime, &c.Reserved};
                 for (int i = 0; i < 9; ++i)
-                    inst->MilStd1553Ctrl[1].Bytes[i] = uint8_t(0xC0 + i);
+                    *fields[i] = uint8_t(0xC0 + i);
                 EXPECT_EQ(d.Attach1553ConfigCommand(0, 1), 0u);
                 EXPECT_EQ(d.Attach1553ConfigCommand(0, 2), 2u);
             },

@@ -206,8 +206,12 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.StatusWord2, 0xBBBB);
                 EXPECT_EQ(m.TransferFlags, 1);
             }},
-        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words; field 0x13.
-        {"MIL-STD-1553 remote-terminal access", EventRecord(8, 0, 9, {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03}),
+        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words;
+        // field 0x13; then command words 0x8D62 and 0, status words 0x8800
+        // and 0, flags 0x0410.
+        {"MIL-STD-1553 remote-terminal access",
+            EventRecord(8, 0, 9,
+                {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03, 0x62, 0x8D, 0, 0, 0x00, 0x88, 0, 0, 0x10, 0x04}),
             mil0, {},
             [](const SeenEvent& e) {
                 const Mil& m = e.As<Mil>();
@@ -220,6 +224,11 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(m.Flag, 1);
                 EXPECT_EQ(m.Field2, 0x13);
                 EXPECT_EQ(m.Data, (std::vector<uint16_t>{0x0102, 0x0304}));
+                EXPECT_EQ(m.CommandWord1, 0x8D62);
+                EXPECT_EQ(m.CommandWord2, 0);
+                EXPECT_EQ(m.StatusWord1, 0x8800);
+                EXPECT_EQ(m.StatusWord2, 0);
+                EXPECT_EQ(m.TransferFlags, 0x0410);
             }},
         // 1000 words announced, room for 3 in the record: only the record is read.
         {"MIL-STD-1553 word count beyond the record", EventRecord(8, 0, 9, {1, 0x00, 0x00, 0xE8, 0x03, 1, 0, 2, 0, 3, 0}),

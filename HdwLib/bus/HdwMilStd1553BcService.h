@@ -1,0 +1,112 @@
+#pragma once
+// MIL-STD-1553 bus controller (service type 10). This class checks and keeps
+// what the application gives (the bus controller, major frame changes,
+// one-shot messages, data updates) and the transfers the unit reports until
+// they are read; the operations that talk to the unit answer 8 here and are
+// overridden by the unit driver, which calls this class's version first
+// where it does work.
+//
+// Lock rule: every member below is read and written under the device lock.
+
+#include <HdwLib/bus/HdwMilStd1553BusController.h>
+#include <HdwLib/bus/HdwMilStd1553Frame.h>
+#include <HdwLib/bus/HdwMilStd1553Message.h>
+#include <HdwLib/framework/HdwService.h>
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+class HDWLIB_EXPORT CKVX_HdwMilStd1553BcService : public CKVX_HdwService {
+public:
+    class HDWLIB_EXPORT CParameters : public CKVX_HdwService::CParameters {
+    public:
+        CParameters() = default;
+        CParameters(const CParameters&) = default;
+        CParameters(CParameters&&) = default;
+        CParameters& operator=(const CParameters&) = default;
+        CParameters& operator=(CParameters&&) = default;
+        ~CParameters() override;
+
+        // Completed transfers (and monitor records) kept until read, each
+        // list (0 = no bound); a full list drops its oldest.
+        uint32_t BufferSize = 10000;
+    };
+
+    explicit CKVX_HdwMilStd1553BcService(CKVX_HdwObject* port);
+    ~CKVX_HdwMilStd1553BcService() override;
+
+    // Empty the lists and the queues, forget what was loaded, set the run state.
+    unsigned Start() override;
+    unsigned Stop() override;
+
+    // Checks `bc` against the port's response time-out (2) and keeps it as
+    // the configuration to load; 10 while the controller runs.
+    virtual unsigned BuildConfiguration(const CKVX_HdwMilStd1553BusController& bc);
+    // Unit driver: the built configuration as SRAM writes.
+    virtual unsigned BuildSramMemoryCommands();
+    // Unit driver: the SRAM writes and the channel in bus-controller mode, stopped.
+    virtual unsigned LoadConfiguration();
+    // Forgets the built and the loaded configuration; 10 while running.
+    virtual unsigned DestroyConfiguration();
+    // Unit driver: runs the loaded major frame.
+    virtual unsigned RunBc();
+    // Unit driver: stops it; done when the unit reports the stop.
+    virtual unsigned StopBc();
+    // Checks `frame` (2) and keeps it as the next major frame; 10 when not
+    // running or a change is pending. The unit driver writes and switches.
+    virtual unsigned ChangeMajorFrame(const CKVX_HdwMilStd1553MajorFrame& frame);
+
+    using CKVX_HdwService::GetParameters;
+    using CKVX_HdwService::SetParameters;
+    unsigned GetParameters(CParameters* params);
+    unsigned SetParameters(CParameters* params);
+
+    // Queues a one-shot message (2 when its Check or the buses refuse it,
+    // 29/15 when the service does not run). Up to 32 go to the unit as one
+    // list, the next list once all of the previous one completed.
+    unsigned SendOneShot(const CKVX_HdwMilStd1553Message& message);
+    // New data words for message `index` of the running (or loaded) major
+    // frame, sent as one SRAM record: 2 for a bad index or words not of the
+    // size the message sends, 10 with nothing loaded.
+    unsigned UpdateData(unsigned index, const std::vector<uint16_t>& words);
+    // Appends up to maxCount completed transfers, one-shot and scheduled, in
+    // the order they completed: 29 stopped, 15 failed.
+    unsigned Read(CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount);
+    // The same for the transfers the channel's monitor saw.
+    unsigned ReadMonitor(CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount);
+    // Transfers dropped because a list was full, plus those the unit flagged
+    // as dropped, since Start.
+    uint64_t GetLostCount();
+    // True from RunBc until the unit reports that the controller stopped.
+    bool IsRunning();
+
+protected:
+    // The port's response time-out (µs) that the checks use.
+    unsigned ResponseTimeoutUs();
+
+    uint32_t BufferSize = 10000;
+    CKVX_HdwMilStd1553BusController m_Built;
+    bool m_HaveBuilt = false;
+    // The major frame in each table half (0 A, 1 B) of the unit, the half
+    // that runs or was loaded, and whether one was loaded.
+    CKVX_HdwMilStd1553MajorFrame m_Tables[2];
+    unsigned m_ActiveHalf = 0;
+    bool m_Loaded = false;
+    bool m_Running = false;
+    bool m_StopPending = false;
+    bool m_ChangePending = false;
+    // A change accepted by ChangeMajorFrame that the driver has not sent yet.
+    CKVX_HdwMilStd1553MajorFrame m_NextFrame;
+    bool m_HaveNextFrame = false;
+    std::deque<CKVX_HdwMilStd1553Message> m_OneShotQueue;
+    struct SDataUpdate {
+        unsigned Half = 0;
+        unsigned Index = 0;
+        std::vector<uint16_t> Words;
+    };
+    std::deque<SDataUpdate> m_DataUpdates;
+    std::deque<CKVX_HdwMilStd1553Message> m_Completed;
+    std::deque<CKVX_HdwMilStd1553Message> m_Monitor;
+    uint64_t m_Lost = 0;
+};

@@ -1,0 +1,47 @@
+#pragma once
+// MIL-STD-1553 bus controller on a command-protocol unit's channel
+// (docs/mil-std-1553.md). The built configuration becomes descriptors 32..271,
+// their buffers and major frame table A; a major frame change goes to the
+// half that does not run (table B after A, then A again) and is switched at
+// a minor-frame boundary. One-shot messages go to descriptors 0..31 as one
+// list at a time. Transfer-completed events become the messages Read hands
+// out, with the command fields of the service's copy of the message.
+// A critical-failure event sets the service to failed.
+
+#include <HdwLib/bus/HdwMilStd1553BcService.h>
+#include <HdwLib/units/KvxCommandUnit.h>
+
+#include <cstdint>
+#include <vector>
+
+class HDWLIB_EXPORT CKVX_HdwKvxMilStd1553BcService : public CKVX_HdwMilStd1553BcService {
+public:
+    explicit CKVX_HdwKvxMilStd1553BcService(CKVX_HdwObject* port);
+    ~CKVX_HdwKvxMilStd1553BcService() override;
+
+    unsigned Start() override;
+    // Puts the channel to idle (also when the port closes).
+    unsigned Stop() override;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    // Sends queued data updates and the next one-shot list.
+    unsigned HdwTimerHandler(uint64_t ticks) override;
+    // 10 with nothing built or while running; 29/15 when the service does not run.
+    unsigned BuildSramMemoryCommands() override;
+    unsigned LoadConfiguration() override;
+    unsigned DestroyConfiguration() override;
+    unsigned RunBc() override;
+    unsigned StopBc() override;
+    unsigned ChangeMajorFrame(const CKVX_HdwMilStd1553MajorFrame& frame) override;
+
+protected:
+    // Caller holds the device lock.
+    unsigned AttachConfig(uint8_t extraFlags, uint8_t count, uint8_t tablePage);
+    unsigned AttachImage(unsigned half, const CKVX_HdwMilStd1553MajorFrame& frame);
+    void SendOneShots();
+    void TransferCompleted(const CKVX_HdwKvxMilStd1553Event& event);
+
+    // The one-shot list the unit runs, by slot; empty once all completed.
+    std::vector<CKVX_HdwMilStd1553Message> m_OneShotsInFlight;
+    unsigned m_OneShotsLeft = 0;
+    uint16_t m_OneShotNumber = 0;
+};

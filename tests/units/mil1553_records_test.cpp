@@ -1,0 +1,156 @@
+// The MIL-STD-1553 SRAM images word by word (descriptors, buffers, major
+// frame table, RT tables and buffers) and the messages made of the unit's
+// kind-1 and kind-2 records.
+
+#include <HdwLib/HdwLib.h>
+#include <HdwLib/units/internal/KvxMilStd1553Records.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace mil = hdw::units::mil1553;
+using Msg = CKVX_HdwMilStd1553Message;
+using Words = std::vector<uint16_t>;
+
+CKVX_HdwMilStd1553MajorFrame TwoMessageFrame()
+{
+    CKVX_HdwMilStd1553MajorFrame f;
+    Msg rx; // BC-to-RT 3/1, two words, bus B, retry on the other bus, gap 20
+    rx.TerminalAddress = 3;
+    rx.Subaddress = 1;
+    rx.WordCount = 2;
+    rx.Data = {0xAAAA, 0x5555};
+    rx.Bus = 1;
+    rx.Retry = Msg::RetryOtherBus;
+    rx.GapUs = 20;
+    Msg tx; // RT-to-BC 4/2, 32 words
+    tx.TerminalAddress = 4;
+    tx.Transmit = 1;
+    tx.Subaddress = 2;
+    f.Messages = {rx, tx};
+    f.MinorFrames.resize(2);
+    f.MinorFrames[0].PeriodUs = 10000;
+    f.MinorFrames[0].Messages = {0, 1};
+    f.MinorFrames[1].PeriodUs = 20000;
+    f.MinorFrames[1].Messages = {1};
+    return f;
+}
+
+} // namespace
+
+TEST(MilStd1553Image, MajorFrameInTableAGivesDescriptorsBuffersAndTable)
+{
+    const mil::SramImage image = mil::MajorFrameImage(TwoMessageFrame(), 0);
+    ASSERT_EQ(image.size(), 3u);
+    // Descriptors 32 and 33, one block at word 0x100.
+    EXPECT_EQ(image[0].Address, 0x100u);
+    EXPECT_EQ(image[0].Words,
+        (Words{0x1407, 0x1822, 0, 0x2400, 0x0000, 0, 0, 0, //
+            0x0000, 0x2440, 0, 0x2420, 0x0001, 0, 0, 0}));
+    // The send buffer of descriptor 32 only: the RT-to-BC message sends nothing.
+    EXPECT_EQ(image[1].Address, 0x2400u);
+    EXPECT_EQ(image[1].Words, (Words{0xAAAA, 0x5555}));
+    // The table last: 2 minor frames, period in 10 µs, count, descriptor indexes.
+    EXPECT_EQ(image[2].Address, 0x1000u);
+    EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
+}
+
+TEST(MilStd1553Image, TableBUsesItsOwnDescriptorsAndIdentifiers)
+{
+    const mil::SramImage image = mil::MajorFrameImage(TwoMessageFrame(), 1);
+    ASSERT_EQ(image.size(), 3u);
+    EXPECT_EQ(image[0].Address, 272u * 8);
+    EXPECT_EQ(image[0].Words[3], 0x2000 + 32 * 272);
+    EXPECT_EQ(image[0].Words[4], 0x4000); // table B, index 0
+    EXPECT_EQ(image[0].Words[12], 0x4001);
+    EXPECT_EQ(image[1].Address, 0x2000u + 32 * 272);
+    EXPECT_EQ(image[2].Address, 0x1800u);
+    EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 272, 273, 2000, 1, 273}));
+}
+
+TEST(MilStd1553Image, OneShotSlotsJoinIntoOneDescriptorBlock)
+{
+    mil::SramImage image;
+    Msg mc; // broadcast synchronize (mode code 1)
+    mc.TerminalAddress = 31;
+    mc.Transmit = 1;
+    mc.Subaddress = 0;
+    mc.WordCount = 1;
+    Msg rr; // RT-to-RT 5/3 <- 6/4, 1 word
+    rr.TerminalAddress = 5;
+    rr.Subaddress = 3;
+    rr.WordCount = 1;
+    rr.RtToRt = 1;
+    rr.TxTerminalAddress = 6;
+    rr.TxSubaddress = 4;
+    mil::AddMessage(image, 0, mc, 0x8000);
+    mil::AddMessage(image, 1, rr, 0x8001);
+    mil::Compact(image);
+    ASSERT_EQ(image.size(), 1u);
+    EXPECT_EQ(image[0].Address, 0u);
+    EXPECT_EQ(image[0].Words,
+        (Words{0x0030, 0xFC01, 0, 0x2000, 0x8000, 0, 0, 0, //
+            0x0008, 0x2861, 0x3481, 0x2020, 0x8001, 0, 0, 0}));
+}
+
+TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
+{
+    CKVX_HdwMilStd1553RemoteTerminal rt;
+    rt.Receive[2].Legal = 0;
+    rt.Receive[3].BroadcastLegal = 0;
+    rt.Transmit[4].Report = 1;
+    rt.Transmit[5].Legal = 0;
+    rt.ModeCodes[16].DataWord = 0xBEEF;
+    rt.ModeCodes[17].Report = 1;
+    rt.Transmit[7].Data = {1, 2, 3};
+    const Words t = mil::RtTables(rt);
+    ASSERT_EQ(t.size(), 0x140u);
+    EXPECT_EQ(t[2 * 1], 0x7); // legal, reported, broadcast legal
+    EXPECT_EQ(t[2 * 1 + 1], 0x2020);
+    EXPECT_EQ(t[2 * 2], 0x0);
+    EXPECT_EQ(t[2 * 3], 0x3);
+    EXPECT_EQ(t[2 * 0], 0x0); // mode-code entry, unused
+    EXPECT_EQ(t[2 * (32 + 4)], 0x3);
+    EXPECT_EQ(t[2 * (32 + 4) + 1], 0x2480);
+    EXPECT_EQ(t[2 * (32 + 5)], 0x0);
+    EXPECT_EQ(t[2 * (32 + 6)], 0x1); // legal, not reported
+    EXPECT_EQ(t[0x100 + 2 * 16], 0x1);
+    EXPECT_EQ(t[0x100 + 2 * 16 + 1], 0xBEEF);
+    EXPECT_EQ(t[0x100 + 2 * 17], 0x3);
+    EXPECT_EQ(t[0x100 + 2 * 10], 0x0); // reserved
+    const Words b = mil::RtBuffers(rt);
+    ASSERT_EQ(b.size(), 0x800u);
+    EXPECT_EQ(b[0x400 + 32 * 7], 1);
+    EXPECT_EQ(b[0x400 + 32 * 7 + 2], 3);
+    EXPECT_EQ(b[0x400 + 32 * 7 + 3], 0);
+}
+
+TEST(MilStd1553Image, AccessRecordBecomesAMessage)
+{
+    CKVX_HdwKvxMilStd1553Event e;
+    e.Kind = 2;
+    e.Field1 = mil::AccessBusB | mil::AccessMonitor;
+    e.CommandWord1 = 0x2861; // 5 R 3, 1 word
+    e.CommandWord2 = 0x3481; // 6 T 4
+    e.Data = {0x1234};
+    e.StatusWord1 = 0x3000;
+    e.StatusWord2 = 0x2800;
+    e.TransferFlags = Msg::FlagRtToRt | Msg::FlagBusB;
+    e.TimeStamp = 777;
+    Msg m;
+    mil::MessageFromAccess(e, m);
+    EXPECT_EQ(m.TerminalAddress, 5);
+    EXPECT_EQ(m.Transmit, 0);
+    EXPECT_EQ(m.Subaddress, 3);
+    EXPECT_EQ(m.WordCount, 1);
+    EXPECT_EQ(m.RtToRt, 1);
+    EXPECT_EQ(m.TxTerminalAddress, 6);
+    EXPECT_EQ(m.TxSubaddress, 4);
+    EXPECT_EQ(m.Data, Words{0x1234});
+    EXPECT_EQ(m.StatusWord2, 0x2800);
+    EXPECT_EQ(m.Bus, 1);
+    EXPECT_EQ(m.TimeStamp, 777u);
+    EXPECT_EQ(m.GetCommandWord(), 0x2861);
+    EXPECT_EQ(m.GetCommandWord2(), 0x3481);
+}
