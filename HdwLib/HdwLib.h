@@ -38,6 +38,10 @@
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/bus/HdwDataGeneratorService.h>
+#include <HdwLib/bus/HdwDiscreteInPort.h>
+#include <HdwLib/bus/HdwDiscreteInService.h>
+#include <HdwLib/bus/HdwDiscreteOutPort.h>
+#include <HdwLib/bus/HdwDiscreteOutService.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
