@@ -1,5 +1,6 @@
 #include <hdwsim/UnitEngine.h>
 
+#include "DiscreteBanks.h"
 #include "EventFramer.h"
 #include "HostFrameParser.h"
 #include "LittleEndian.h"
@@ -106,7 +107,15 @@ struct UartChannel {
 } // namespace
 
 struct UnitEngine::Impl {
-    Impl(const UnitModel& model, const Options& options) : Model(model), Opts(options), Framer(options.MaxFrameBytes)
+    Impl(const UnitModel& model, const Options& options)
+        : Model(model),
+          Opts(options),
+          Framer(options.MaxFrameBytes),
+          Discrete(
+              model.DiscreteBanks, Count,
+              [this](
+                  unsigned type, unsigned sub, const uint8_t* params, size_t size) { Event(type, sub, params, size); },
+              [this](uint64_t ns) { return Clock(ns); })
     {
         ResetChannels(0);
     }
@@ -133,6 +142,7 @@ struct UnitEngine::Impl {
     uint64_t WatchdogNs = 0;
     uint64_t LastCommandNs = 0;
     std::deque<uint8_t> CommandLog;
+    DiscreteBanks Discrete;
 
     uint32_t Clock(uint64_t ns) const { return static_cast<uint32_t>(Opts.ClockStartUs + ns / 1000); }
 
@@ -146,6 +156,7 @@ struct UnitEngine::Impl {
             c = CanChannel{false, 60, {}, nowNs};
         for (UartChannel& u : Uart)
             u = UartChannel{};
+        Discrete.Reset(nowNs);
     }
 
     void Event(unsigned type, unsigned sub, const uint8_t* params, size_t size)
@@ -221,6 +232,8 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         }
         return true;
     }
+    if (bool taken = false; Model.DiscreteBanks > 0 && Discrete.Execute(code, rec, len, nowNs, taken))
+        return taken;
     if (code == CodeStatusRequest && len >= 7) {
         StatusRequest(rec, nowNs);
         return true;
@@ -560,6 +573,7 @@ void UnitEngine::Impl::Advance(uint64_t nowNs)
             CanDeliver(ch, frame, end);
         }
     }
+    Discrete.Advance(nowNs);
     Framer.Flush(nowNs, Count);
 }
 
@@ -613,7 +627,7 @@ uint64_t UnitEngine::NextBusEventNs() const
             next = std::min(
                 next, m->Opts.Pacing ? c.BusFreeNs + CanFrameBits(c.Fifo.front().data()) * c.ClocksPerBit * 50 / 3 : 0);
     }
-    return next;
+    return std::min(next, m->Discrete.NextEventNs());
 }
 
 size_t UnitEngine::TakeOutput(uint64_t nowNs, size_t maxBytes, std::vector<uint8_t>& out)
@@ -699,6 +713,35 @@ void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes)
 void UnitEngine::SetAnswerDelayMs(unsigned ms)
 {
     m->Framer.SetDelayNs(uint64_t(ms) * 1000000);
+}
+
+bool UnitEngine::DriveInput(unsigned bank, uint32_t mask, uint32_t value, uint64_t nowNs)
+{
+    const bool ok = m->Discrete.DriveInput(bank, mask, value, nowNs);
+    m->Framer.Flush(nowNs, m->Count);
+    return ok;
+}
+
+bool UnitEngine::ReleaseInput(unsigned bank, uint32_t mask, uint64_t nowNs)
+{
+    const bool ok = m->Discrete.ReleaseInput(bank, mask, nowNs);
+    m->Framer.Flush(nowNs, m->Count);
+    return ok;
+}
+
+bool UnitEngine::BounceInput(unsigned bank, unsigned line, unsigned edges, unsigned spacingUs, uint64_t nowNs)
+{
+    return m->Discrete.BounceInput(bank, line, edges, spacingUs, nowNs);
+}
+
+void UnitEngine::DropNextDiscreteEvents(unsigned events)
+{
+    m->Discrete.DropNextEvents(events);
+}
+
+uint32_t UnitEngine::DiscreteOutputState(unsigned bank) const
+{
+    return m->Discrete.OutputState(bank);
 }
 
 const Counters& UnitEngine::GetCounters() const
