@@ -79,6 +79,8 @@
 #include <HdwLib/units/KvxCanByteServices.h>
 #include <HdwLib/units/KvxCanPort.h>
 #include <HdwLib/units/KvxCanServices.h>
+#include <HdwLib/units/KvxDiscretePorts.h>
+#include <HdwLib/units/KvxDiscreteServices.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
@@ -91,3 +93,4 @@
 #include <HdwLib/units/HdwKvxMirrowDevice.h>
 #include <HdwLib/units/HdwKvxPellorDevice.h>
 #include <HdwLib/units/HdwKvxQuillanDevice.h>
+#include <HdwLib/units/HdwKvxTravinDevice.h>

@@ -133,13 +133,14 @@ TEST(TravinSim, PulsesLongerThanTheDebounceShowTwiceShorterOnesNever)
     h.At(20000 * Us);
     auto in = Of(h.Stream, EvIn);
     ASSERT_EQ(in.size(), 2u);
-    EXPECT_EQ(in[0].Time, 1000u);
-    EXPECT_EQ(in[1].Time, 6000u);
+    // The pulse record acts at 2 µs, after the two configuration records.
+    EXPECT_EQ(in[0].Time, 1002u);
+    EXPECT_EQ(in[1].Time, 6002u);
     EXPECT_EQ(in[1].State, 0u);
     auto out = Of(h.Stream, EvOut);
     ASSERT_EQ(out.size(), 3u);
     EXPECT_EQ(out[2].Cause, 1u); // end of the pulse
-    EXPECT_EQ(out[2].Time, 5000u);
+    EXPECT_EQ(out[2].Time, 5002u);
 
     h.Send(Frame({OutPulse(6, 2, 0x80, 500)}));
     h.At(40000 * Us);
@@ -204,6 +205,20 @@ TEST(TravinSim, ABouncingLineIsReportedOnceItSettles)
     EXPECT_EQ(in[0].Time, 1500u); // last edge at 500 µs
     EXPECT_EQ(h.Engine.GetCounters().DiscreteFiltered, 2u);
     EXPECT_FALSE(h.Engine.BounceInput(4, 0, 1, 100, h.Now));
+}
+
+TEST(TravinSim, RecordsOfOneFrameActOneMicrosecondApart)
+{
+    TravinHost h;
+    h.Send(Frame({InConfig(3, 0, true, 0, 0xFF, 0), OutConfig(4, 0, true, 0, 0)}));
+    h.At(100 * Us);
+    h.Send(Frame({OutWrite(5, 0, 3, 0x01), OutWrite(6, 0, 3, 0x01), OutWrite(7, 0, 3, 0x01)}));
+    const auto in = Of(h.Stream, EvIn);
+    ASSERT_EQ(in.size(), 3u); // switching on at 0 changed no line
+    EXPECT_EQ(in[0].Time, 100u);
+    EXPECT_EQ(in[1].Time, 101u);
+    EXPECT_EQ(in[2].Time, 102u);
+    EXPECT_EQ(in[2].State, 0x01u);
 }
 
 TEST(TravinSim, DroppedChangeEventsStillAdvanceTheSequence)

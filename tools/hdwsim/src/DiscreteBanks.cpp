@@ -77,11 +77,16 @@ uint32_t DiscreteBanks::InputState(unsigned bank) const
     return bank < m_Banks ? (m_In[bank].Accepted ^ m_In[bank].Invert) & kLines : 0;
 }
 
-bool DiscreteBanks::Execute(unsigned code, const uint8_t* rec, size_t len, uint64_t nowNs, bool& ok)
+bool DiscreteBanks::Execute(unsigned code, const uint8_t* rec, size_t len, uint64_t arrivalNs, bool& ok)
 {
     if (code < CodeInConfig || code > CodeRead)
         return false;
     ok = false;
+    // The unit takes one discrete record per microsecond: records of one
+    // frame act one after the other, each with a time of its own.
+    const uint64_t nowNs = m_HaveRecord ? std::max(arrivalNs, m_LastRecordNs + 1000) : arrivalNs;
+    m_HaveRecord = true;
+    m_LastRecordNs = nowNs;
     if (code < CodeInConfig + m_Banks && code < CodeOutConfig) {
         if (len != 15 || le::Get16(rec + 13) > 10000)
             return ++m_Count.DiscreteRefused, true;

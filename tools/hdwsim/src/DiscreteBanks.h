@@ -29,8 +29,9 @@ public:
     // A fresh session: every bank off, sequences 0, inputs settled on the wire.
     void Reset(uint64_t nowNs);
     // True when `code` is one of the discrete commands; then `ok` says
-    // whether the record was taken (false: refused, counted).
-    bool Execute(unsigned code, const uint8_t* rec, size_t len, uint64_t nowNs, bool& ok);
+    // whether the record was taken (false: refused, counted). Each record
+    // acts at least 1 µs after the one before.
+    bool Execute(unsigned code, const uint8_t* rec, size_t len, uint64_t arrivalNs, bool& ok);
     // Reports everything that settled by `nowNs`, in time order.
     void Advance(uint64_t nowNs);
     // When Advance next has something to report (UINT64_MAX: nothing).
@@ -96,6 +97,8 @@ private:
     std::array<OutBank, MaxBanks> m_Out{};
     std::vector<Bounce> m_Bounces;
     unsigned m_DropEvents = 0;
+    bool m_HaveRecord = false;
+    uint64_t m_LastRecordNs = 0;
 };
 
 } // namespace hdwsim
