@@ -236,3 +236,20 @@ TEST(TravinSim, DroppedChangeEventsStillAdvanceTheSequence)
     EXPECT_EQ(in[0].Sequence, 3u);
     EXPECT_EQ(h.Engine.GetCounters().DiscreteDropped, 2u);
 }
+
+TEST(TravinSim, WritesOfOneFrameSettleAsSeparateChanges)
+{
+    TravinHost h;
+    h.Send(Frame({InConfig(3, 0, true, 0, 0xFF, 1000), OutConfig(4, 0, true, 0, 0)}));
+    h.At(100 * Us);
+    h.Send(Frame({OutWrite(5, 0, 1, 0x05), OutPulse(6, 0, 0x80, 20000)}));
+    h.At(100000 * Us);
+    const auto in = Of(h.Stream, EvIn);
+    ASSERT_EQ(in.size(), 3u);
+    EXPECT_EQ(in[0].Changed, 0x05u);
+    EXPECT_EQ(in[0].Time, 1100u);
+    EXPECT_EQ(in[1].Changed, 0x80u);
+    EXPECT_EQ(in[1].Time, 1101u);
+    EXPECT_EQ(in[2].Changed, 0x80u);
+    EXPECT_EQ(in[2].Time, 21101u);
+}

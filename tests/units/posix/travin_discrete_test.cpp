@@ -279,3 +279,18 @@ TEST_F(TravinRig, TheSignalServiceAloneOnAnInputPortGetsTheChanges)
     ASSERT_TRUE(rig.Sim.DriveInput(2, 0x01, 0x01));
     EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[2], before);
 }
+
+TEST_F(TravinRig, WritesBackToBackAreSeparateChangesAfterTheDebounce)
+{
+    Bank b = OpenBank(0, 1000);
+    ASSERT_NE(b.In, nullptr);
+    ASSERT_EQ(b.Out->Set(0x05), 0u);
+    ASSERT_EQ(b.Out->Pulse(0x80, 20000), 0u);
+    const auto got = ReadAll<Change>(b.In, 3);
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[0].Changed, 0x05u);
+    EXPECT_EQ(got[1].Changed, 0x80u);
+    EXPECT_EQ(got[1].State, 0x85u);
+    EXPECT_EQ(got[2].State, 0x05u);
+    EXPECT_GT(got[1].TimeStamp, got[0].TimeStamp);
+}

@@ -60,7 +60,8 @@ bool ParsePortSpec(const std::string& text, PortSpec& target, std::string& error
             portType = t.Type;
     uint64_t num = 0;
     if (portType == 0 || colon == std::string::npos || !ParseNumber(text.substr(colon + 1), num) || num > 0xFFFF) {
-        error = "\"" + text + "\" is not a port (a429rx:N, a429tx:N, can:N, uart:N or a key from \"hdwtool list\")";
+        error = "\"" + text +
+            "\" is not a port (a429rx:N, a429tx:N, can:N, uart:N, din:N, dout:N or a key from \"hdwtool list\")";
         return false;
     }
     target = PortSpec{};
