@@ -42,6 +42,10 @@
 #include <HdwLib/bus/HdwMilStd1553BusController.h>
 #include <HdwLib/bus/HdwMilStd1553Frame.h>
 #include <HdwLib/bus/HdwMilStd1553Message.h>
+#include <HdwLib/bus/HdwDiscreteInPort.h>
+#include <HdwLib/bus/HdwDiscreteInService.h>
+#include <HdwLib/bus/HdwDiscreteOutPort.h>
+#include <HdwLib/bus/HdwDiscreteOutService.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwMilStd1553RemoteTerminal.h>
 #include <HdwLib/bus/HdwMilStd1553SingleRtService.h>
@@ -82,6 +86,8 @@
 #include <HdwLib/units/KvxCanPort.h>
 #include <HdwLib/units/KvxCanServices.h>
 #include <HdwLib/units/KvxMilStd1553BcService.h>
+#include <HdwLib/units/KvxDiscretePorts.h>
+#include <HdwLib/units/KvxDiscreteServices.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxOutputCount.h>
@@ -95,3 +101,4 @@
 #include <HdwLib/units/HdwKvxMirrowDevice.h>
 #include <HdwLib/units/HdwKvxPellorDevice.h>
 #include <HdwLib/units/HdwKvxQuillanDevice.h>
+#include <HdwLib/units/HdwKvxTravinDevice.h>

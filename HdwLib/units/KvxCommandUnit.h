@@ -25,6 +25,8 @@
 #include <HdwLib/bus/HdwArinc429RxPort.h>
 #include <HdwLib/bus/HdwArinc429TxPort.h>
 #include <HdwLib/bus/HdwCanMessage.h>
+#include <HdwLib/bus/HdwDiscreteInPort.h>
+#include <HdwLib/bus/HdwDiscreteOutPort.h>
 #include <HdwLib/bus/HdwUartPort.h>
 #include <HdwLib/units/KvxChannelControl.h>
 #include <HdwLib/units/KvxEventRoutes.h>
@@ -59,6 +61,10 @@ class CKVX_HdwKvxCanOutBufferService;
 class CKVX_HdwKvxCanByteInBufferService;
 class CKVX_HdwKvxCanByteOutBufferService;
 class CKVX_HdwKvxSignalService;
+class CKVX_HdwKvxDiscreteInPort;
+class CKVX_HdwKvxDiscreteOutPort;
+class CKVX_HdwKvxDiscreteInService;
+class CKVX_HdwKvxDiscreteOutService;
 
 // The protocol state of one unit: the engine, the control records of its
 // channels and the routes of the frame being dispatched. The adapters'
@@ -164,6 +170,8 @@ public:
     using CMilStd1553Event = CKVX_HdwKvxMilStd1553Event;
     using CUartRxEvent = CKVX_HdwKvxUartRxEvent;
     using CUartTxEvent = CKVX_HdwKvxUartTxEvent;
+    using CDiscreteInEvent = CKVX_HdwKvxDiscreteInEvent;
+    using CDiscreteOutEvent = CKVX_HdwKvxDiscreteOutEvent;
 
     using CArinc429TxCtrlStatus = CKVX_HdwKvxArinc429TxCtrlStatus;
     using CArinc429RxCtrlStatus = CKVX_HdwKvxArinc429RxCtrlStatus;
@@ -192,6 +200,10 @@ public:
     using CMilStd1553BcService = CKVX_HdwKvxMilStd1553BcService;
     using CMilStd1553SingleRtService = CKVX_HdwKvxMilStd1553RtService;
     using CSignalService = CKVX_HdwKvxSignalService;
+    using CDiscreteInPort = CKVX_HdwKvxDiscreteInPort;
+    using CDiscreteOutPort = CKVX_HdwKvxDiscreteOutPort;
+    using CDiscreteInService = CKVX_HdwKvxDiscreteInService;
+    using CDiscreteOutService = CKVX_HdwKvxDiscreteOutService;
 
     enum t_EventType : unsigned {
         EventComEcho = KvxEventComEcho,
@@ -204,6 +216,8 @@ public:
         EventMilStd1553 = KvxEventMilStd1553,
         EventUartRx = KvxEventUartRx,
         EventUartTx = KvxEventUartTx,
+        EventDiscreteIn = KvxEventDiscreteIn,
+        EventDiscreteOut = KvxEventDiscreteOut,
     };
     enum t_PortKind : unsigned {
         PortKindUart = KvxPortKindUart,
@@ -212,6 +226,8 @@ public:
         PortKindCan = KvxPortKindCan,
         PortKindNone = KvxPortKindNone,
         PortKindMilStd1553 = KvxPortKindMilStd1553,
+        PortKindDiscreteIn = KvxPortKindDiscreteIn,
+        PortKindDiscreteOut = KvxPortKindDiscreteOut,
     };
     enum t_CommandKind : uint32_t {
         CmdSession = KvxCmdSession,
@@ -229,6 +245,11 @@ public:
         CmdCanConfig = KvxCmdCanConfig,
         CmdCanPush = KvxCmdCanPush,
         Cmd1553Config = KvxCmd1553Config,
+        CmdDiscreteInConfig = KvxCmdDiscreteInConfig,
+        CmdDiscreteOutConfig = KvxCmdDiscreteOutConfig,
+        CmdDiscreteOutWrite = KvxCmdDiscreteOutWrite,
+        CmdDiscreteOutPulse = KvxCmdDiscreteOutPulse,
+        CmdDiscreteRead = KvxCmdDiscreteRead,
     };
 
     explicit CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxUnitProfile& profile);
@@ -319,6 +340,21 @@ public:
         unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages, unsigned count);
     // From the instance's MilStd1553Ctrl[channel].
     unsigned Attach1553ConfigCommand(unsigned instance, unsigned channel);
+    // Discrete banks (KvxDiscreteCommands.cpp): code base + bank, reporting
+    // on or off, from the port's parameters.
+    unsigned AttachDiscreteInConfigCommand(
+        unsigned instance, unsigned bank, const CKVX_HdwDiscreteInPort::CParameters& params, bool enable);
+    // Code base + bank: the bank driven (InitialState) or off.
+    unsigned AttachDiscreteOutConfigCommand(
+        unsigned instance, unsigned bank, const CKVX_HdwDiscreteOutPort::CParameters& params, bool enable);
+    // Operations of the output write (code 44).
+    enum t_DiscreteWrite : unsigned { DiscreteWrite = 0, DiscreteSet = 1, DiscreteClear = 2, DiscreteToggle = 3 };
+    unsigned AttachDiscreteOutWriteCommand(
+        unsigned instance, unsigned bank, unsigned operation, uint32_t mask, uint32_t value);
+    // Code 45: lines in mask inverted for lengthUs (10..10,000,000).
+    unsigned AttachDiscreteOutPulseCommand(unsigned instance, unsigned bank, uint32_t mask, uint32_t lengthUs);
+    // Code 46: one event per bank asked (bit k = bank k), inputs first.
+    unsigned AttachDiscreteReadCommand(unsigned instance, uint8_t inBanks, uint8_t outBanks);
 
     // Rate conversions (0, or 2 when the rate cannot be represented).
     static unsigned ExtractArinc429TxBaudRateParameters(
@@ -342,6 +378,8 @@ public:
     unsigned ProcessEventMilStd1553(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
     unsigned ProcessEventUartRx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
     unsigned ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventDiscreteIn(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventDiscreteOut(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
 
     // Sends the next frame of queued commands when none is in flight.
     unsigned ProcessCommandList(unsigned instance);
@@ -377,7 +415,7 @@ public:
     // named by its channel number within its kind.
     unsigned CreateProfilePorts(unsigned instance);
     // The port class of `kind` for channel id `name` of instance `index`;
-    // null for kind 4, kinds above 5 and the kinds the unit lacks.
+    // null for kind 4, the I2C and SPI kinds and the kinds the unit lacks.
     virtual CKVX_HdwPort* CreatePort(unsigned kind, CKVX_HdwObject* parent, unsigned index, const CKVX_String& name);
     // The unit's number on its bus from the hardware identifier strings
     // (HardwareIdNumber).

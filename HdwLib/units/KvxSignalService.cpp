@@ -52,6 +52,16 @@ unsigned CKVX_HdwKvxSignalService::ProcessEvent(CKVX_HdwEvent* event)
         PostCan(HDW_SIGNAL_CAN_SENT, e->Message, e->TimeStamp);
         break;
     }
+    case KvxEventDiscreteIn:
+    case KvxEventDiscreteOut: {
+        // Read answers and writes that changed nothing are no signal.
+        const auto* e = static_cast<const CKVX_HdwKvxDiscreteEvent*>(event);
+        const unsigned kind = event->GetEventCode() == KvxEventDiscreteIn ? unsigned(HDW_SIGNAL_DISCRETE_INPUT)
+                                                                          : unsigned(HDW_SIGNAL_DISCRETE_OUTPUT);
+        if (e->Changed != 0)
+            PostValue(kind, e->State, e->Changed, e->TimeStamp);
+        break;
+    }
     default: break;
     }
     return 0;

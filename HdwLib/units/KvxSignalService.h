@@ -2,7 +2,8 @@
 // Signal service of a command-protocol unit's ports: ARINC 429 words
 // received and sent, CAN frames received and sent, as signals (CAN status
 // changes come through the port's fault status, MIL-STD-1553 messages
-// through its port). The end of the tick publishes the readiness.
+// through its port), discrete bank changes (state in Value, changed lines in
+// Aux). The end of the tick publishes the readiness.
 
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/units/KvxCommandUnit.h>

@@ -1,4 +1,5 @@
 #include <HdwLib/units/KvxCommandUnit.h>
+#include <HdwLib/units/internal/KvxCommandRecord.h>
 
 #include <cstring>
 // The command builders of the command-protocol units and the conversions of
@@ -9,18 +10,6 @@
 #include <cmath>
 
 namespace kvx_commands {
-
-inline void PutLe16(uint8_t* p, uint32_t v)
-{
-    p[0] = uint8_t(v & 0xFF);
-    p[1] = uint8_t((v >> 8) & 0xFF);
-}
-
-inline void PutLe32(uint8_t* p, uint32_t v)
-{
-    PutLe16(p, v);
-    PutLe16(p + 2, v >> 16);
-}
 
 // The CAN frame part of a push record (record bytes 4..16): flags, the
 // identifier most significant part first, then the eight data bytes.
@@ -45,16 +34,6 @@ constexpr unsigned kUartChunk = 240;
 constexpr unsigned kSramWordsPerRecord = 100;
 
 } // namespace kvx_commands
-
-// The instance when the unit takes that command on that channel, else null
-// (the builders then answer 2).
-static CKVX_HdwKvxUnitInstance* KvxCommandTarget(
-    CKVX_HdwKvxCommandUnit* device, unsigned instance, uint32_t kind, unsigned channel, unsigned channels)
-{
-    if (!(device->GetUnitProfile().Commands & kind) || channel >= channels)
-        return nullptr;
-    return device->GetUnitInstance(instance);
-}
 
 // ---- ARINC 429 word -----------------------------------------------------------
 

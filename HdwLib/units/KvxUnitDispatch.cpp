@@ -172,3 +172,17 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventUartTx(
     CUartTxEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_UART, subField, length, params, event);
 }
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventDiscreteIn(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
+{
+    CDiscreteInEvent event;
+    return DecodeAndDispatch(instance, HDW_PORT_DISCRETE_IN, subField, length, params, event);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventDiscreteOut(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
+{
+    CDiscreteOutEvent event;
+    return DecodeAndDispatch(instance, HDW_PORT_DISCRETE_OUT, subField, length, params, event);
+}

@@ -316,3 +316,41 @@ public:
     uint32_t ChunkCounter = 0;
     uint16_t Count = 0;
 };
+
+// Types 11 (discrete input bank) and 12 (discrete output bank), L = 16; the
+// sub-field is the bank. 4..7 the bank's logical state, 8..11 the lines
+// that changed (0 for a read answer), 12..13 the bank's 16-bit count of
+// events (read answers repeat the last), 14 the cause.
+class HDWLIB_EXPORT CKVX_HdwKvxDiscreteEvent : public CKVX_HdwKvxEvent {
+public:
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length != 16)
+            return HDW_ERR_MALFORMED_EVENT;
+        ExtractTimeStamp(params);
+        State = kvx_events::ParamLe32(params, length, 4);
+        Changed = kvx_events::ParamLe32(params, length, 8);
+        Sequence = kvx_events::ParamLe16(params, length, 12);
+        Cause = params[14];
+        return 0;
+    }
+    uint32_t State = 0;
+    uint32_t Changed = 0;
+    uint16_t Sequence = 0;
+    uint8_t Cause = 0;
+};
+
+// Type 11. Cause 0 a debounced change, 1 the answer to a read request.
+class HDWLIB_EXPORT CKVX_HdwKvxDiscreteInEvent : public CKVX_HdwKvxDiscreteEvent {
+public:
+    enum : uint8_t { CauseChange = 0, CauseReadAnswer = 1 };
+    CKVX_HdwKvxDiscreteInEvent() { m_EventCode = KvxEventDiscreteIn; }
+};
+
+// Type 12. Cause 0 a write or the start of a pulse, 1 the end of a pulse, 2
+// the answer to a read request, 3 the bank switched on or off.
+class HDWLIB_EXPORT CKVX_HdwKvxDiscreteOutEvent : public CKVX_HdwKvxDiscreteEvent {
+public:
+    enum : uint8_t { CauseWrite = 0, CausePulseEnd = 1, CauseReadAnswer = 2, CauseSwitched = 3 };
+    CKVX_HdwKvxDiscreteOutEvent() { m_EventCode = KvxEventDiscreteOut; }
+};

@@ -275,6 +275,10 @@ void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInsta
             can->AttachConfiguration(true);
         else if (auto* uart = dynamic_cast<CKVX_HdwKvxUartPort*>(port))
             uart->AttachConfiguration(true);
+        else if (auto* din = dynamic_cast<CKVX_HdwKvxDiscreteInPort*>(port))
+            din->AttachConfiguration(true);
+        else if (auto* dout = dynamic_cast<CKVX_HdwKvxDiscreteOutPort*>(port))
+            dout->AttachConfiguration(true);
     }
     for (const CCommand& c : queued)
         inst->CommandList += c;

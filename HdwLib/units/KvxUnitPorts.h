@@ -10,6 +10,8 @@
 #include <HdwLib/units/KvxCanPort.h>
 #include <HdwLib/units/KvxCanServices.h>
 #include <HdwLib/units/KvxMilStd1553BcService.h>
+#include <HdwLib/units/KvxDiscretePorts.h>
+#include <HdwLib/units/KvxDiscreteServices.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxOutputCount.h>

@@ -150,7 +150,27 @@ CKVX_HdwKvxUnitProfile Mirrow()
     return p;
 }
 
-const CKVX_HdwKvxUnitProfile kProfiles[] = {Halden(), Bexley(), Arvane(), HaldenSmall(), Pellor(), Quillan(), Mirrow()};
+CKVX_HdwKvxUnitProfile Travin()
+{
+    CKVX_HdwKvxUnitProfile p;
+    p.DeviceCode = 5;
+    p.ModelName = "Travin";
+    p.UsbDescription = "Kalvionix Travin Link";
+    p.UsbVendorId = "5A3C";
+    p.UsbProductId = "0015";
+    p.LinkBaudRate = 3000000;
+    p.DiscreteInBanks = 4;
+    p.DiscreteOutBanks = 4;
+    p.LinesPerBank = 8;
+    p.DiscreteInConfigBase = 36;
+    p.DiscreteOutConfigBase = 40;
+    p.Commands = KvxDiscreteCommands;
+    p.Events = kEvents({KvxEventComEcho, KvxEventDiscreteIn, KvxEventDiscreteOut});
+    return p;
+}
+
+const CKVX_HdwKvxUnitProfile kProfiles[] = {
+    Halden(), Bexley(), Arvane(), HaldenSmall(), Pellor(), Quillan(), Mirrow(), Travin()};
 } // namespace
 
 unsigned CKVX_HdwKvxUnitProfile::ChannelCount(unsigned kind) const
@@ -161,6 +181,8 @@ unsigned CKVX_HdwKvxUnitProfile::ChannelCount(unsigned kind) const
     case KvxPortKindArinc429Rx: return ArxChannels;
     case KvxPortKindCan: return CanChannels;
     case KvxPortKindMilStd1553: return MilStd1553Channels;
+    case KvxPortKindDiscreteIn: return DiscreteInBanks;
+    case KvxPortKindDiscreteOut: return DiscreteOutBanks;
     default: return 0;
     }
 }

@@ -20,6 +20,8 @@ enum t_KvxEventType : unsigned {
     KvxEventMilStd1553 = 8,
     KvxEventUartRx = 9,
     KvxEventUartTx = 10,
+    KvxEventDiscreteIn = 11,
+    KvxEventDiscreteOut = 12,
 };
 
 // Port kinds of the channel maps.
@@ -30,7 +32,11 @@ enum t_KvxPortKind : unsigned {
     KvxPortKindCan = 3,
     KvxPortKindNone = 4,
     KvxPortKindMilStd1553 = 5,
-    KvxPortKindCount = 6,
+    KvxPortKindDiscreteIn = 6,
+    KvxPortKindDiscreteOut = 7,
+    KvxPortKindI2c = 8,
+    KvxPortKindSpi = 9,
+    KvxPortKindCount = 10,
 };
 
 // Command kinds, for a unit's mask of the commands it accepts.
@@ -50,6 +56,11 @@ enum t_KvxCommandKind : uint32_t {
     KvxCmdCanConfig = 1u << 12,
     KvxCmdCanPush = 1u << 13,
     KvxCmd1553Config = 1u << 14,
+    KvxCmdDiscreteInConfig = 1u << 15,
+    KvxCmdDiscreteOutConfig = 1u << 16,
+    KvxCmdDiscreteOutWrite = 1u << 17,
+    KvxCmdDiscreteOutPulse = 1u << 18,
+    KvxCmdDiscreteRead = 1u << 19,
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxUnitProfile : public CKVX_Object {
@@ -71,6 +82,9 @@ public:
     unsigned ArxChannels = 0;
     unsigned CanChannels = 0;
     unsigned MilStd1553Channels = 0;
+    unsigned DiscreteInBanks = 0;
+    unsigned DiscreteOutBanks = 0;
+    unsigned LinesPerBank = 8; // lines of each discrete bank (1..32)
     // Base codes of the per-channel commands (code = base + channel).
     uint8_t AtxConfigBase = 20;
     uint8_t ArxConfigBase = 24;
@@ -78,6 +92,8 @@ public:
     uint8_t CanConfigBase = 48;
     uint8_t CanPushBase = 50;
     uint8_t MilStd1553ConfigBase = 52;
+    uint8_t DiscreteInConfigBase = 36;
+    uint8_t DiscreteOutConfigBase = 40;
     // Commands the unit accepts (t_KvxCommandKind bits); a builder asked for
     // any other answers 2 and attaches nothing.
     uint32_t Commands = 0;
@@ -102,7 +118,8 @@ public:
     unsigned ChannelCount(unsigned kind) const;
 
     // The row of unit model `deviceCode` (3 Halden, 4 Bexley, 6 Arvane, 8
-    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow); null for another code.
+    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow, 5 Travin); null for
+    // another code.
     static const CKVX_HdwKvxUnitProfile* Of(unsigned deviceCode);
 };
 
@@ -110,3 +127,6 @@ public:
 inline constexpr uint32_t KvxArinc429Commands = KvxCmdSession | KvxCmdStatusRequest | KvxCmdAtxCtxCtrl |
     KvxCmdAtxCtxData | KvxCmdAtxPush | KvxCmdAtxCtxReset | KvxCmdAtxConfig | KvxCmdArxConfig;
 inline constexpr uint32_t KvxCanCommands = KvxCmdSession | KvxCmdStatusRequest | KvxCmdCanConfig | KvxCmdCanPush;
+// The command set of the discrete I/O units.
+inline constexpr uint32_t KvxDiscreteCommands = KvxCmdSession | KvxCmdDiscreteInConfig | KvxCmdDiscreteOutConfig |
+    KvxCmdDiscreteOutWrite | KvxCmdDiscreteOutPulse | KvxCmdDiscreteRead;

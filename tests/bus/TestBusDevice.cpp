@@ -33,6 +33,26 @@ unsigned CTestCanInService::ProcessEvent(CKVX_HdwEvent* event)
     return 0;
 }
 
+unsigned CTestDiscreteInService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    auto* e = static_cast<CTestEvent*>(event);
+    if (e->GetEventCode() == EventDiscrete)
+        UpdateState(e->State, e->Changed, e->Sequence, e->Time, e->IsChange);
+    else if (e->GetEventCode() == EventFailure)
+        SetStatus(HDW_SERVICE_FAILED);
+    return 0;
+}
+
+unsigned CTestDiscreteOutService::ProcessEvent(CKVX_HdwEvent* event)
+{
+    auto* e = static_cast<CTestEvent*>(event);
+    if (e->GetEventCode() == EventDiscrete)
+        UpdateDriven(e->State, e->Changed, e->Sequence, e->Time);
+    else if (e->GetEventCode() == EventFailure)
+        SetStatus(HDW_SERVICE_FAILED);
+    return 0;
+}
+
 unsigned CTestSignalService::ProcessEvent(CKVX_HdwEvent* event)
 {
     auto* e = static_cast<CTestEvent*>(event);
@@ -60,6 +80,8 @@ unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwServ
     case HDW_SERVICE_CAN_OUT_BUFFER: s = new CKVX_HdwCanOutBufferService(port); break;
     case HDW_SERVICE_MIL1553_BC: s = new CKVX_HdwMilStd1553BcService(port); break;
     case HDW_SERVICE_MIL1553_RT: s = new CKVX_HdwMilStd1553SingleRtService(port); break;
+    case HDW_SERVICE_DISCRETE_IN: s = new CTestDiscreteInService(port); break;
+    case HDW_SERVICE_DISCRETE_OUT: s = new CTestDiscreteOutService(port); break;
     default: s = new CTypedService(port, type);
     }
     port->GetServiceList() += s;
@@ -89,6 +111,8 @@ unsigned CTestBusDevice::Init(unsigned)
     AddPortDescriptor(0, new CTestTxPort(this, 0, "TX0"), 0, "ARINC 429 TX 0");
     AddPortDescriptor(0, new CTestCanPort(this, 0, "CAN0"), 0, "CAN 0");
     AddPortDescriptor(0, new CTestMilPort(this, 0, "MIL0"), 0, "MIL-STD-1553 0");
+    AddPortDescriptor(0, new CTestDiscreteInPort(this, 0, "DIN0", 8), 0, "discrete in 0");
+    AddPortDescriptor(0, new CTestDiscreteOutPort(this, 0, "DOUT0", 8), 0, "discrete out 0");
     return 0;
 }
 
@@ -146,6 +170,17 @@ void CBusRig::ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time)
 void CBusRig::Fail(unsigned portType, const char* channel)
 {
     CTestEvent e(EventFailure, channel, 0);
+    Device->Deliver(portType, e);
+}
+
+void CBusRig::ReportDiscrete(
+    unsigned portType, uint32_t state, uint32_t changed, uint16_t sequence, uint64_t time, bool isChange)
+{
+    CTestEvent e(EventDiscrete, portType == HDW_PORT_DISCRETE_IN ? "DIN0" : "DOUT0", time);
+    e.State = state;
+    e.Changed = changed;
+    e.Sequence = sequence;
+    e.IsChange = isChange;
     Device->Deliver(portType, e);
 }
 

@@ -18,6 +18,7 @@ enum : unsigned {
     EventArinc429Rx = 100, // an ARINC 429 word was received
     EventCanRx = 101, // a CAN frame was received
     EventCanStatus = 102, // the CAN controller reported its status
+    EventDiscrete = 103, // a discrete bank reported its state
 };
 
 class CTestEvent : public CKVX_HdwEvent {
@@ -32,6 +33,11 @@ public:
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     CKVX_HdwCanPort::CFaultStatus Status;
+    // Discrete bank report: state, changed lines, sequence, change or read answer.
+    uint32_t State = 0;
+    uint32_t Changed = 0;
+    uint16_t Sequence = 0;
+    bool IsChange = true;
 };
 
 // Receive path and reads of a unit driver, on top of the generic service.
@@ -62,6 +68,19 @@ public:
 class CTestArinc429InLbloService : public CKVX_HdwArinc429InLbloService {
 public:
     using CKVX_HdwArinc429InLbloService::CKVX_HdwArinc429InLbloService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+};
+
+// Receive paths of a unit driver over the generic discrete services.
+class CTestDiscreteInService : public CKVX_HdwDiscreteInService {
+public:
+    using CKVX_HdwDiscreteInService::CKVX_HdwDiscreteInService;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+};
+
+class CTestDiscreteOutService : public CKVX_HdwDiscreteOutService {
+public:
+    using CKVX_HdwDiscreteOutService::CKVX_HdwDiscreteOutService;
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;
 };
 
@@ -97,6 +116,8 @@ public:
 using CTestRxPort = CTestPort<CKVX_HdwArinc429RxPort>;
 using CTestTxPort = CTestPort<CKVX_HdwArinc429TxPort>;
 using CTestMilPort = CTestPort<CKVX_HdwMilStd1553Port>;
+using CTestDiscreteInPort = CTestPort<CKVX_HdwDiscreteInPort>;
+using CTestDiscreteOutPort = CTestPort<CKVX_HdwDiscreteOutPort>;
 
 class CTestCanPort : public CTestPort<CKVX_HdwCanPort> {
 public:
@@ -127,10 +148,22 @@ public:
     CTestTxPort* Tx() { return static_cast<CTestTxPort*>(Manager.GetPort(HDW_PORT_ARINC429_TX, 0)); }
     CTestCanPort* Can() { return static_cast<CTestCanPort*>(Manager.GetPort(HDW_PORT_CAN, 0)); }
     CTestMilPort* Mil() { return static_cast<CTestMilPort*>(Manager.GetPort(HDW_PORT_MILSTD1553, 0)); }
+    // Banks of 8 lines.
+    CTestDiscreteInPort* DiscreteIn()
+    {
+        return static_cast<CTestDiscreteInPort*>(Manager.GetPort(HDW_PORT_DISCRETE_IN, 0));
+    }
+    CTestDiscreteOutPort* DiscreteOut()
+    {
+        return static_cast<CTestDiscreteOutPort*>(Manager.GetPort(HDW_PORT_DISCRETE_OUT, 0));
+    }
     // The unit reports a received word or frame, or a failure of the channel's services.
     void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel = "RX0");
     void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);
     void Fail(unsigned portType, const char* channel);
+    // The unit reports a discrete bank's state ("DIN0" or "DOUT0").
+    void ReportDiscrete(
+        unsigned portType, uint32_t state, uint32_t changed, uint16_t sequence, uint64_t time, bool isChange = true);
 
     std::unique_ptr<CTestBusDevice> Device; // outlives the manager
     CKVX_HdwManager Manager;

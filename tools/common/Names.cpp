@@ -18,6 +18,7 @@ const Driver kDrivers[] = {
     {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
     {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
     {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
+    {"travin", 5, &Make<CKVX_HdwKvxTravinDevice>},
     {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
     {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
 };

@@ -188,8 +188,9 @@ private:
 // The unit model driven directly, its time stepped by the test; what it
 // sends is taken apart by a UnitStream.
 struct EngineHost {
-    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0, std::vector<unsigned> milTerminals = {})
-        : Engine(hdwsim::HaldenModel(), hdwsim::UnitEngine::Options{pacing, 1280, clockStart, std::move(milTerminals)})
+    explicit EngineHost(bool pacing = false, uint32_t clockStart = 0, std::vector<unsigned> milTerminals = {},
+        const hdwsim::UnitModel& model = hdwsim::HaldenModel())
+        : Engine(model, hdwsim::UnitEngine::Options{pacing, 1280, clockStart, std::move(milTerminals)})
     {}
     void Send(const Bytes& bytes)
     {

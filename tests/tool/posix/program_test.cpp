@@ -434,8 +434,10 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     for (const char* sub : {"list", "monitor", "send", "gen", "demo", "replay"})
         EXPECT_NE(main.Out.find("  " + std::string(sub) + " "), std::string::npos) << sub;
     // The examples name the emulator's UDP port 55003; run them against one
-    // on a free port instead, with that port put in.
+    // on a free port instead, with that port put in. The discrete examples
+    // name a Travin's pseudo-terminal.
     SimProcess sim(true);
+    SimProcess travin(false, "travin", "5");
     std::set<std::string> demoLinks;
     // replay's examples read the log that monitor's example writes, in a
     // directory of their own that goes with the test.
@@ -457,6 +459,8 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
                 a.erase(std::remove(a.begin(), a.end(), '\''), a.end());
                 if (auto at = a.find("55003"); at != std::string::npos)
                     a.replace(at, 5, sim.Port);
+                if (a == "5:/dev/pts/N")
+                    a = travin.Link;
             }
             if (args.size() == 1 && args[0] == "demo")
                 args.insert(args.end(), {"--duration", "1"}); // the same run, shorter
@@ -472,4 +476,47 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     }
     EXPECT_EQ(demoLinks, (std::set<std::string>{"pty", "udp"}));
     std::filesystem::remove_all(dir);
+}
+
+// Discrete banks of a Travin: list shows them, send drives an output bank
+// and monitor shows what its input bank (wired to it) and the outputs did.
+TEST(ToolDiscrete, ListSendAndMonitorTheBanks)
+{
+    SimProcess sim(false, "travin", "5");
+    Output o = Tool({"list", "--link", sim.Link, "--format", "csv", "--no-header"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    unsigned din = 0, dout = 0;
+    for (const auto& line : o.Lines()) {
+        din += line.find(",din,din:") != std::string::npos;
+        dout += line.find(",dout,dout:") != std::string::npos;
+    }
+    EXPECT_EQ(din, 4u);
+    EXPECT_EQ(dout, 4u);
+
+    o = Tool({"send", "--link", sim.Link, "dout:2", "set=0x81", "toggle=0x01", "-v"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    ASSERT_EQ(o.Lines().size(), 2u);
+    EXPECT_EQ(Words(o.Lines()[1]).back(), "toggle=0x01");
+
+    // The inputs' default debounce (1 ms) filters lines 0 and 1, which the
+    // outputs set and cleared 1 µs apart.
+    o = Tool({"monitor", "--link", sim.Link, "din:1", "dout:1", "--count", "3", "--duration", "20", "--send",
+        "dout:1=write=0x0F", "--send", "dout:1=clear=0x03"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    std::vector<std::string> din1, dout1;
+    for (const auto& line : o.Lines()) {
+        const auto w = Words(line);
+        ASSERT_EQ(w.size(), 5u) << line;
+        (w[1] == "din:1" ? din1 : dout1).push_back(w[2] + "/" + w[3] + "/" + w[4]);
+    }
+    EXPECT_EQ(dout1, (std::vector<std::string>{"0x0F/0x0F/00001111", "0x0C/0x03/00001100"}));
+    EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
+
+    // Values that are no discrete operation, or lines beyond the bank.
+    o = Tool({"send", "--link", sim.Link, "dout:0", "blink=1"});
+    EXPECT_NE(o.Status, 0);
+    EXPECT_NE(o.Err.find("set=MASK"), std::string::npos) << o.Err;
+    o = Tool({"send", "--link", sim.Link, "dout:0", "set=0x100"});
+    EXPECT_NE(o.Status, 0);
+    EXPECT_NE(o.Err.find("result 2"), std::string::npos) << o.Err;
 }

@@ -407,6 +407,42 @@ bool Emulator::InjectCriticalFailure(unsigned code)
     return sent;
 }
 
+bool Emulator::DriveInput(unsigned bank, uint32_t mask, uint32_t value)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    const bool ok = m->Engine.DriveInput(bank, mask, value, m->Now());
+    m->Wake();
+    return ok;
+}
+
+bool Emulator::ReleaseInput(unsigned bank, uint32_t mask)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    const bool ok = m->Engine.ReleaseInput(bank, mask, m->Now());
+    m->Wake();
+    return ok;
+}
+
+bool Emulator::BounceInput(unsigned bank, unsigned line, unsigned edges, unsigned spacingUs)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    const bool ok = m->Engine.BounceInput(bank, line, edges, spacingUs, m->Now());
+    m->Wake();
+    return ok;
+}
+
+void Emulator::DropNextDiscreteEvents(unsigned events)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    m->Engine.DropNextDiscreteEvents(events);
+}
+
+uint32_t Emulator::DiscreteOutputState(unsigned bank) const
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.DiscreteOutputState(bank);
+}
+
 bool Emulator::SetCanFault(unsigned channel, unsigned faultState, uint8_t errReg0, uint8_t errReg1)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

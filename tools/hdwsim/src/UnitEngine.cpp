@@ -1,5 +1,6 @@
 #include <hdwsim/UnitEngine.h>
 
+#include "DiscreteBanks.h"
 #include "EventFramer.h"
 #include "HostFrameParser.h"
 #include "LittleEndian.h"
@@ -116,7 +117,12 @@ struct UnitEngine::Impl {
               le::Put32(params.data(), Clock(atNs));
               std::copy(body.begin(), body.end(), params.begin() + 4);
               Event(EventMil1553, ch, params.data(), params.size());
-          })
+          }),
+          Discrete(
+              model.DiscreteBanks, Count,
+              [this](
+                  unsigned type, unsigned sub, const uint8_t* params, size_t size) { Event(type, sub, params, size); },
+              [this](uint64_t ns) { return Clock(ns); })
     {
         Mil.SetSimulatedTerminals(options.MilStd1553Terminals);
         ResetChannels(0);
@@ -145,6 +151,7 @@ struct UnitEngine::Impl {
     uint64_t LastCommandNs = 0;
     std::deque<uint8_t> CommandLog;
     mil::Bus Mil;
+    DiscreteBanks Discrete;
 
     uint32_t Clock(uint64_t ns) const { return static_cast<uint32_t>(Opts.ClockStartUs + ns / 1000); }
 
@@ -159,6 +166,7 @@ struct UnitEngine::Impl {
         for (UartChannel& u : Uart)
             u = UartChannel{};
         Mil.Reset(nowNs);
+        Discrete.Reset(nowNs);
     }
 
     void Event(unsigned type, unsigned sub, const uint8_t* params, size_t size)
@@ -234,6 +242,8 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         }
         return true;
     }
+    if (bool taken = false; Model.DiscreteBanks > 0 && Discrete.Execute(code, rec, len, nowNs, taken))
+        return taken;
     if (code == CodeStatusRequest && len >= 7) {
         StatusRequest(rec, nowNs);
         return true;
@@ -582,6 +592,7 @@ void UnitEngine::Impl::Advance(uint64_t nowNs)
         }
     }
     Mil.Advance(nowNs);
+    Discrete.Advance(nowNs);
     Framer.Flush(nowNs, Count);
 }
 
@@ -638,7 +649,7 @@ uint64_t UnitEngine::NextBusEventNs() const
             next = std::min(
                 next, m->Opts.Pacing ? c.BusFreeNs + CanFrameBits(c.Fifo.front().data()) * c.ClocksPerBit * 50 / 3 : 0);
     }
-    return next;
+    return std::min(next, m->Discrete.NextEventNs());
 }
 
 size_t UnitEngine::TakeOutput(uint64_t nowNs, size_t maxBytes, std::vector<uint8_t>& out)
@@ -734,6 +745,35 @@ void UnitEngine::InsertStrayBytes(const std::vector<uint8_t>& bytes)
 void UnitEngine::SetAnswerDelayMs(unsigned ms)
 {
     m->Framer.SetDelayNs(uint64_t(ms) * 1000000);
+}
+
+bool UnitEngine::DriveInput(unsigned bank, uint32_t mask, uint32_t value, uint64_t nowNs)
+{
+    const bool ok = m->Discrete.DriveInput(bank, mask, value, nowNs);
+    m->Framer.Flush(nowNs, m->Count);
+    return ok;
+}
+
+bool UnitEngine::ReleaseInput(unsigned bank, uint32_t mask, uint64_t nowNs)
+{
+    const bool ok = m->Discrete.ReleaseInput(bank, mask, nowNs);
+    m->Framer.Flush(nowNs, m->Count);
+    return ok;
+}
+
+bool UnitEngine::BounceInput(unsigned bank, unsigned line, unsigned edges, unsigned spacingUs, uint64_t nowNs)
+{
+    return m->Discrete.BounceInput(bank, line, edges, spacingUs, nowNs);
+}
+
+void UnitEngine::DropNextDiscreteEvents(unsigned events)
+{
+    m->Discrete.DropNextEvents(events);
+}
+
+uint32_t UnitEngine::DiscreteOutputState(unsigned bank) const
+{
+    return m->Discrete.OutputState(bank);
 }
 
 const Counters& UnitEngine::GetCounters() const

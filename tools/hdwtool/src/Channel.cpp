@@ -119,6 +119,11 @@ bool ParseValueFor(unsigned portType, const std::string& text, Item& item, std::
     case HDW_PORT_ARINC429_TX: ok = ParseArinc429(text, it.Word, error); break;
     case HDW_PORT_CAN: ok = ParseCanFrame(text, it.Frame, error); break;
     case HDW_PORT_UART: ok = ParseUartBytes(text, it.Bytes, error); break;
+    case HDW_PORT_DISCRETE_OUT:
+        ok = ParseDiscrete(text, it.Discrete, error);
+        it.Outgoing = true;
+        break;
+    case HDW_PORT_DISCRETE_IN: error = "a discrete input cannot send: use its output bank (dout:N)"; break;
     case HDW_PORT_ARINC429_RX: error = "an ARINC 429 receiver cannot send: use its transmitter (a429tx:N)"; break;
     default: error = "the tool cannot send on a port of type " + std::to_string(portType); break;
     }
@@ -133,6 +138,8 @@ const Columns& ColumnsFor(unsigned portType)
     case HDW_PORT_CAN: return CanColumns();
     case HDW_PORT_UART: return UartColumns();
     case HDW_PORT_MILSTD1553: return Mil1553Columns();
+    case HDW_PORT_DISCRETE_IN:
+    case HDW_PORT_DISCRETE_OUT: return DiscreteColumns();
     default: return Arinc429Columns();
     }
 }
@@ -143,6 +150,11 @@ Fields ItemFields(const Item& item, const std::string& portName, LabelOrder orde
     case HDW_PORT_CAN: return CanFields(item.TimeUs, portName, item.Frame);
     case HDW_PORT_UART: return UartFields(item.TimeUs, portName, item.Bytes);
     case HDW_PORT_MILSTD1553: return Mil1553Fields(item.TimeUs, portName, item.Value, item.Aux);
+    case HDW_PORT_DISCRETE_IN:
+    case HDW_PORT_DISCRETE_OUT:
+        if (item.Outgoing)
+            return {FormatTime(item.TimeUs), portName, "", "", DiscreteText(item.Discrete)};
+        return DiscreteFields(item.TimeUs, portName, item.Value, item.Aux);
     default: return Arinc429Fields(item.TimeUs, portName, item.Word, item.ParityError, order);
     }
 }
@@ -191,6 +203,14 @@ bool Channel::EnableReceive(const PortOptions& options, std::string& error)
         p.SignalMask = 1u << (HDW_SIGNAL_MIL1553_MESSAGE - 1);
         return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the messages", error);
     }
+    case HDW_PORT_DISCRETE_IN:
+    case HDW_PORT_DISCRETE_OUT: {
+        CKVX_HdwSignalService::CParameters p;
+        p.BufferSize = 100000;
+        p.SignalMask =
+            1u << ((PortType() == HDW_PORT_DISCRETE_IN ? HDW_SIGNAL_DISCRETE_INPUT : HDW_SIGNAL_DISCRETE_OUTPUT) - 1);
+        return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the lines", error);
+    }
     default: error = "the tool cannot monitor " + m_Name; return false;
     }
 }
@@ -213,6 +233,8 @@ bool Channel::EnableTransmit(std::string& error)
         p.BufferSize = 65536;
         return Enable(m_Port, HDW_SERVICE_BYTE_OUT_BUFFER, &p, m_ByteOut, m_Name, "send", error);
     }
+    case HDW_PORT_DISCRETE_OUT:
+        return Enable(m_Port, HDW_SERVICE_DISCRETE_OUT, nullptr, m_DiscreteOut, m_Name, "drive", error);
     case HDW_PORT_ARINC429_RX:
         error = "cannot send on " + m_Name + ": an ARINC 429 receiver has no transmitter (use a429tx:N)";
         return false;
@@ -401,9 +423,10 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
                 it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
                 it.Word = buf[i].Arinc429;
                 items.push_back(std::move(it));
-            } else if (buf[i].Kind == HDW_SIGNAL_MIL1553_MESSAGE) {
+            } else if (buf[i].Kind == HDW_SIGNAL_MIL1553_MESSAGE || buf[i].Kind == HDW_SIGNAL_DISCRETE_INPUT ||
+                buf[i].Kind == HDW_SIGNAL_DISCRETE_OUTPUT) {
                 Item it;
-                it.PortType = HDW_PORT_MILSTD1553;
+                it.PortType = PortType();
                 it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
                 it.Value = buf[i].Value;
                 it.Aux = buf[i].Aux;
@@ -449,6 +472,15 @@ bool Channel::Send(const Item& item, std::string& error)
     } else if (m_ByteOut && item.PortType == HDW_PORT_UART) {
         std::vector<uint8_t> b = item.Bytes;
         rc = m_ByteOut->Write(b.data(), unsigned(b.size()), 0);
+    } else if (m_DiscreteOut && item.PortType == HDW_PORT_DISCRETE_OUT) {
+        const DiscreteValue& d = item.Discrete;
+        switch (d.Op) {
+        case DiscreteOp::Set: rc = m_DiscreteOut->Set(d.Bits); break;
+        case DiscreteOp::Clear: rc = m_DiscreteOut->Clear(d.Bits); break;
+        case DiscreteOp::Toggle: rc = m_DiscreteOut->Toggle(d.Bits); break;
+        case DiscreteOp::Write: rc = m_DiscreteOut->WriteAll(d.Bits); break;
+        case DiscreteOp::Pulse: rc = m_DiscreteOut->Pulse(d.Bits, d.LengthUs); break;
+        }
     }
     if (rc != 0) {
         error = "sending on " + m_Name + " failed: " + ResultText(rc);
@@ -466,6 +498,13 @@ unsigned Channel::Pending()
         m_CanOut->GetMessagesToBeWritten(n);
     else if (m_ByteOut)
         m_ByteOut->GetBytesToBeWritten(n);
+    else if (m_DiscreteOut) {
+        // Until the unit reports driving what was asked for.
+        uint32_t driven = 0, commanded = 0;
+        uint64_t time = 0;
+        m_DiscreteOut->GetCommanded(commanded);
+        n = m_DiscreteOut->GetDriven(driven, time) == 0 && driven == commanded ? 0u : 1u;
+    }
     return n;
 }
 

@@ -6,9 +6,11 @@
 //              a429tx: the words the transmitter put on the bus (signals)
 //              can:    CAN input buffer;  uart: byte input buffer
 //              1553:   the messages the channel reports (signals)
+//              din, dout: the bank's changes (signals)
 //   transmit on a429tx: ARINC 429 output buffer; can: CAN output buffer;
-//              uart: byte output buffer
+//              uart: byte output buffer; dout: discrete output
 
+#include "Discrete.h"
 #include "Format.h"
 #include "Values.h"
 
@@ -42,8 +44,10 @@ struct Item {
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     std::vector<uint8_t> Bytes;
-    uint32_t Value = 0; // MIL-STD-1553 message signal
-    uint32_t Aux = 0;
+    uint32_t Value = 0; // MIL-STD-1553 message signal; discrete state
+    uint32_t Aux = 0; // discrete: the lines that changed
+    DiscreteValue Discrete; // to send on a discrete output
+    bool Outgoing = false; // a value to send (as parsed), not one received
     bool ParityError = false; // ARINC 429 received: the word's parity is not the receiver's
 };
 
@@ -108,6 +112,7 @@ private:
     CKVX_HdwCanOutBufferService* m_CanOut = nullptr;
     CKVX_HdwByteInBufferService* m_ByteIn = nullptr;
     CKVX_HdwByteOutBufferService* m_ByteOut = nullptr;
+    CKVX_HdwDiscreteOutService* m_DiscreteOut = nullptr;
 };
 
 } // namespace hdwtool

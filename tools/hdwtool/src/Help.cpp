@@ -13,7 +13,8 @@ const char kMain[] = "usage: hdwtool SUBCOMMAND [options] [arguments]\n"
                      "subcommands:\n"
                      "  list      one row per port of the units: number, type, model, serial, channel, key\n"
                      "  monitor   print the traffic of receive ports as it arrives\n"
-                     "  send      put ARINC 429 words, CAN frames or UART bytes on a bus\n"
+                     "  send      put ARINC 429 words, CAN frames or UART bytes on a bus, or set\n"
+                     "            discrete outputs\n"
                      "  gen       run the data generator on an ARINC 429 transmitter: labels at their\n"
                      "            rates with constant, counter, BNR, BCD, discrete or random values\n"
                      "  replay    send the frames of a candump log on a CAN port with their timing\n"
@@ -77,6 +78,9 @@ const char kMonitor[] =
     "  CAN        TIME PORT ID DLC DATA RTR FRAME       (ID 3 hex digits standard,\n"
     "             8 extended; DATA dotted bytes; FRAME in the cansend syntax)\n"
     "  UART       TIME PORT COUNT HEX TEXT\n"
+    "  discrete   TIME PORT STATE CHANGED LINES         (din:N the input bank's\n"
+    "             debounced changes, dout:N what the output bank drives; STATE and\n"
+    "             CHANGED hex, bit n = line n; LINES the state, line 7 first)\n"
     "The ARINC 429 LABEL column reads the raw word's low byte as a number, bit 7\n"
     "the label's most significant bit (--label-order reversed, the default, as the\n"
     "units this tool drives store it); --label-order wire is for units that keep\n"
@@ -135,7 +139,9 @@ const char kMonitor[] =
     "a429tx:1=label=310,sdi=1 --send a429tx:1=label=310,sdi=2\n"
     "  hdwtool monitor --link 3:udp:127.0.0.1:55003 can:1 --count 2 --log can1.log --pcap can1.pcapng --send "
     "can:0=123#DEADBEEF --send can:0=1F334455#R\n"
-    "  hdwtool monitor --link 3:udp:127.0.0.1:55003 uart:1 --rate 115200 --count 1 --send uart:0=hello\n";
+    "  hdwtool monitor --link 3:udp:127.0.0.1:55003 uart:1 --rate 115200 --count 1 --send uart:0=hello\n"
+    "with hdwsim --unit travin --pty (it prints its pseudo-terminal, /dev/pts/N):\n"
+    "  hdwtool monitor --link 5:/dev/pts/N din:0 --count 3 --send dout:0=set=0x05 --send dout:0=pulse=0x80/20000\n";
 
 const char kSend[] =
     "usage: hdwtool send [options] PORT VALUE...\n"
@@ -150,6 +156,12 @@ const char kSend[] =
     "                        identifier), 1F334455#11.22 (8 digits: extended),\n"
     "                        123#R or 123#R4 (remote request), 123# (no data)\n"
     "  UART (uart:N)         text with \\n \\r \\t \\xNN escapes, or hex:48656C6C6F\n"
+    "  discrete (dout:N)     set=MASK, clear=MASK, toggle=MASK, write=STATE or\n"
+    "                        pulse=MASK/MICROSECONDS (10..10000000); MASK and STATE\n"
+    "                        numbers (0x05, 0b101, 5), bit n = line n of the bank;\n"
+    "                        the tool waits until the unit reports driving the\n"
+    "                        state asked for. The bank opens driving all lines 0\n"
+    "                        and is switched off (nothing driven) when the tool ends.\n"
     "\n"
     "options:\n"
     "  -l, --link CODE:LINK    a unit's link (repeatable); --scan to search\n"
@@ -166,7 +178,9 @@ const char kSend[] =
     "  hdwtool send --link 3:udp:127.0.0.1:55003 a429tx:0 label=203,sdi=1,data=0x1234,ssm=3 0x60000083\n"
     "  hdwtool send --link 3:udp:127.0.0.1:55003 can:0 --bitrate 500k 123#DEADBEEF 1F334455#R 123# --repeat 10 "
     "--interval 100\n"
-    "  hdwtool send --link 3:udp:127.0.0.1:55003 uart:0 --rate 115200 'hello\\r\\n' hex:01.02.03\n";
+    "  hdwtool send --link 3:udp:127.0.0.1:55003 uart:0 --rate 115200 'hello\\r\\n' hex:01.02.03\n"
+    "with hdwsim --unit travin --pty (it prints its pseudo-terminal, /dev/pts/N):\n"
+    "  hdwtool send --link 5:/dev/pts/N dout:1 set=0x05 toggle=0x80 pulse=0x01/5000\n";
 
 const char kReplay[] = "usage: hdwtool replay [options] FILE PORT\n"
                        "\n"

@@ -1,5 +1,6 @@
 #pragma once
-// Port names on the command line: "a429rx:0", "a429tx:1", "can:0", "uart:1"
+// Port names on the command line: "a429rx:0", "a429tx:1", "can:0", "uart:1",
+// "din:0", "dout:3"
 // (port type and absolute number) or a port-identifier key as "list" prints it.
 
 #include <string>

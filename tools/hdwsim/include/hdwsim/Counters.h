@@ -71,6 +71,13 @@ struct Counters {
     PerChannel Mil1553RtAccesses{}; // remote-terminal access records (kind 2)
     PerChannel Mil1553MonitorRecords{}; // monitor records (kind 2)
     PerChannel Mil1553ConfigsRefused{}; // another mode while running
+    // Discrete banks.
+    PerChannel DiscreteInEvents{}; // input change events sent, per bank
+    PerChannel DiscreteOutEvents{}; // output events counted in the sequence, per bank
+    uint64_t DiscretePulses = 0; // pulse commands taken
+    uint64_t DiscreteRefused = 0; // discrete records refused (bank, operation, length, pulse length)
+    uint64_t DiscreteFiltered = 0; // input edges that did not outlast the debounce
+    uint64_t DiscreteDropped = 0; // change events lost by DropNextDiscreteEvents
 
     // HOE.
     uint64_t UdpPacketsReceived = 0; // accepted packets

@@ -98,6 +98,13 @@ public:
     bool LoseNextA429Words(unsigned channel, unsigned words); // see UnitEngine
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
     void SetAnswerDelayMs(unsigned ms); // every frame leaves this much later
+    // Discrete inputs driven, released or bouncing from outside, and change
+    // events lost (see UnitEngine).
+    bool DriveInput(unsigned bank, uint32_t mask, uint32_t value);
+    bool ReleaseInput(unsigned bank, uint32_t mask);
+    bool BounceInput(unsigned bank, unsigned line, unsigned edges, unsigned spacingUs);
+    void DropNextDiscreteEvents(unsigned events);
+    uint32_t DiscreteOutputState(unsigned bank) const;
     void DropNextUdpPackets(unsigned packets); // the next packets the unit sends
     void SetUdpDropFraction(double fraction); // 0 to 1 of the packets the unit sends
     // true: the unit goes silent on both links (input read and ignored,

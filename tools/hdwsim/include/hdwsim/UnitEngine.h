@@ -99,6 +99,17 @@ public:
     bool LoseNextA429Words(unsigned channel, unsigned words);
     void InsertStrayBytes(const std::vector<uint8_t>& bytes);
     void SetAnswerDelayMs(unsigned ms);
+    // Discrete inputs: lines of `bank` in `mask` driven to the physical
+    // levels of `value` from outside, overriding the wiring until released;
+    // a line bouncing `edges` times `spacingUs` apart (left driven at its
+    // last level); the next change events lost while the bank's sequence
+    // still counts them. False for a bank or line the unit lacks.
+    bool DriveInput(unsigned bank, uint32_t mask, uint32_t value, uint64_t nowNs);
+    bool ReleaseInput(unsigned bank, uint32_t mask, uint64_t nowNs);
+    bool BounceInput(unsigned bank, unsigned line, unsigned edges, unsigned spacingUs, uint64_t nowNs);
+    void DropNextDiscreteEvents(unsigned events);
+    // Logical state an output bank drives (0 for a bank the unit lacks).
+    uint32_t DiscreteOutputState(unsigned bank) const;
 
     const Counters& GetCounters() const;
     Counters& MutableCounters();

@@ -34,6 +34,8 @@ struct UnitModel {
     bool KeepAlive = false;
     // Sends critical-failure events (type 1) when asked to (InjectCriticalFailure).
     bool CriticalFailure = false;
+    // Discrete input banks and output banks (as many of each), 8 lines a bank.
+    unsigned DiscreteBanks = 0;
 };
 
 // Largest channel count of any kind in any row; per-channel arrays use it.

@@ -1,0 +1,401 @@
+// The generic discrete (and, by their rows, I2C and SPI) classes: which
+// services each port admits, the operations that need a unit answering 8,
+// parameter checks, and the state and change bookkeeping a driver feeds.
+#include "TestBusDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace bustest;
+
+namespace {
+
+class GenericPorts : public ::testing::Test {
+protected:
+    CKVX_HdwPort* PortOf(unsigned portType) { return rig.Manager.GetPort(portType, 0); }
+    CBusRig rig;
+};
+
+// ---- admission ------------------------------------------------------------------
+
+struct AdmissionRow {
+    const char* name;
+    unsigned portType;
+    std::vector<unsigned> enableFirst; // enabled in this order before the checked one
+    unsigned serviceType;
+    unsigned expected;
+};
+
+const AdmissionRow kAdmission[] = {
+    {"din takes signal", HDW_PORT_DISCRETE_IN, {}, HDW_SERVICE_SIGNAL, 0},
+    {"din takes discrete input", HDW_PORT_DISCRETE_IN, {}, HDW_SERVICE_DISCRETE_IN, 0},
+    {"din takes both", HDW_PORT_DISCRETE_IN, {HDW_SERVICE_SIGNAL}, HDW_SERVICE_DISCRETE_IN, 0},
+    {"din refuses discrete output", HDW_PORT_DISCRETE_IN, {}, HDW_SERVICE_DISCRETE_OUT, HDW_ERR_WRONG_STATE},
+    {"din refuses byte input", HDW_PORT_DISCRETE_IN, {}, HDW_SERVICE_BYTE_IN_BUFFER, HDW_ERR_WRONG_STATE},
+    {"din refuses I2C", HDW_PORT_DISCRETE_IN, {}, HDW_SERVICE_I2C_MASTER, HDW_ERR_WRONG_STATE},
+    {"din second input", HDW_PORT_DISCRETE_IN, {HDW_SERVICE_DISCRETE_IN}, HDW_SERVICE_DISCRETE_IN,
+        HDW_ERR_SERVICE_ALREADY_ENABLED},
+    {"din second signal", HDW_PORT_DISCRETE_IN, {HDW_SERVICE_SIGNAL}, HDW_SERVICE_SIGNAL,
+        HDW_ERR_SERVICE_ALREADY_ENABLED},
+    {"dout takes signal", HDW_PORT_DISCRETE_OUT, {}, HDW_SERVICE_SIGNAL, 0},
+    {"dout takes discrete output", HDW_PORT_DISCRETE_OUT, {HDW_SERVICE_SIGNAL}, HDW_SERVICE_DISCRETE_OUT, 0},
+    {"dout refuses discrete input", HDW_PORT_DISCRETE_OUT, {}, HDW_SERVICE_DISCRETE_IN, HDW_ERR_WRONG_STATE},
+    {"dout refuses SPI", HDW_PORT_DISCRETE_OUT, {}, HDW_SERVICE_SPI_MASTER, HDW_ERR_WRONG_STATE},
+    {"dout second output", HDW_PORT_DISCRETE_OUT, {HDW_SERVICE_DISCRETE_OUT}, HDW_SERVICE_DISCRETE_OUT,
+        HDW_ERR_SERVICE_ALREADY_ENABLED},
+};
+
+TEST_F(GenericPorts, AdmissionTable)
+{
+    for (const AdmissionRow& row : kAdmission) {
+        SCOPED_TRACE(row.name);
+        CKVX_HdwPort* port = PortOf(row.portType);
+        ASSERT_NE(port, nullptr);
+        ASSERT_EQ(port->DisableAllServices(), 0u);
+        for (unsigned t : row.enableFirst)
+            ASSERT_EQ(port->EnableService(t, nullptr, nullptr), 0u);
+        const unsigned before = port->GetServiceCount();
+        EXPECT_EQ(port->EnableService(row.serviceType, nullptr, nullptr), row.expected);
+        EXPECT_EQ(port->GetServiceCount(), before + (row.expected == 0 ? 1u : 0u));
+        port->DisableAllServices();
+    }
+}
+
+TEST_F(GenericPorts, ServicesDoNotChangeOnAnOpenPort)
+{
+    for (unsigned portType : {unsigned(HDW_PORT_DISCRETE_IN), unsigned(HDW_PORT_DISCRETE_OUT)}) {
+        SCOPED_TRACE(portType);
+        CKVX_HdwPort* port = PortOf(portType);
+        CKVX_HdwService* signal = nullptr;
+        ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &signal, nullptr), 0u);
+        ASSERT_EQ(port->Open(nullptr), 0u);
+        const unsigned own = portType == HDW_PORT_DISCRETE_IN ? HDW_SERVICE_DISCRETE_IN : HDW_SERVICE_DISCRETE_OUT;
+        EXPECT_EQ(port->EnableService(own, nullptr, nullptr), unsigned(HDW_ERR_WRONG_STATE));
+        EXPECT_EQ(port->DisableService(signal), unsigned(HDW_ERR_SERVICE_CHANGE_ON_OPEN_PORT));
+        EXPECT_EQ(port->GetServiceCount(), 1u);
+        port->Close();
+    }
+}
+
+// ---- operations that need a unit ------------------------------------------------
+
+// One row per operation the generic class cannot carry out itself; `observe`
+// gives a text of everything the call could have changed.
+struct NeedsUnitRow {
+    const char* name;
+    unsigned portType;
+    unsigned serviceType;
+    std::function<unsigned(CKVX_HdwService*)> call;
+    std::function<std::string(CKVX_HdwService*)> observe;
+};
+
+std::string ObserveIn(CKVX_HdwService* s)
+{
+    auto* in = static_cast<CKVX_HdwDiscreteInService*>(s);
+    uint32_t state = 0;
+    uint64_t time = 0, lost = 0;
+    unsigned count = 0;
+    const unsigned rc = in->GetState(state, time);
+    in->GetChangeCount(count);
+    in->GetLostCount(lost);
+    return std::to_string(rc) + "/" + std::to_string(state) + "/" + std::to_string(count) + "/" + std::to_string(lost) +
+        "/" + std::to_string(in->GetStatus());
+}
+
+std::string ObserveOut(CKVX_HdwService* s)
+{
+    auto* out = static_cast<CKVX_HdwDiscreteOutService*>(s);
+    uint32_t driven = 0, commanded = 0;
+    uint64_t time = 0, lost = 0;
+    const unsigned rc = out->GetDriven(driven, time);
+    out->GetCommanded(commanded);
+    out->GetLostCount(lost);
+    return std::to_string(rc) + "/" + std::to_string(driven) + "/" + std::to_string(commanded) + "/" +
+        std::to_string(lost) + "/" + std::to_string(out->GetStatus());
+}
+
+CKVX_HdwDiscreteOutService* Out(CKVX_HdwService* s)
+{
+    return static_cast<CKVX_HdwDiscreteOutService*>(s);
+}
+
+const std::vector<NeedsUnitRow>& NeedsUnitRows()
+{
+    static const std::vector<NeedsUnitRow> rows = {
+        {"DiscreteIn Refresh", HDW_PORT_DISCRETE_IN, HDW_SERVICE_DISCRETE_IN,
+            [](CKVX_HdwService* s) { return static_cast<CKVX_HdwDiscreteInService*>(s)->Refresh(); }, ObserveIn},
+        {"DiscreteOut Set", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
+            [](CKVX_HdwService* s) { return Out(s)->Set(0x01); }, ObserveOut},
+        {"DiscreteOut Clear", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
+            [](CKVX_HdwService* s) { return Out(s)->Clear(0x03); }, ObserveOut},
+        {"DiscreteOut Toggle", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
+            [](CKVX_HdwService* s) { return Out(s)->Toggle(0x80); }, ObserveOut},
+        {"DiscreteOut WriteAll", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
+            [](CKVX_HdwService* s) { return Out(s)->WriteAll(0x5A); }, ObserveOut},
+        {"DiscreteOut Pulse", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
+            [](CKVX_HdwService* s) { return Out(s)->Pulse(0x01, 1000); }, ObserveOut},
+        {"DiscreteOut Refresh", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
+            [](CKVX_HdwService* s) { return Out(s)->Refresh(); }, ObserveOut},
+    };
+    return rows;
+}
+
+TEST_F(GenericPorts, OperationsThatNeedAUnitAnswerNotSupported)
+{
+    for (const NeedsUnitRow& row : NeedsUnitRows()) {
+        SCOPED_TRACE(row.name);
+        CKVX_HdwPort* port = PortOf(row.portType);
+        ASSERT_NE(port, nullptr);
+        CKVX_HdwService* service = nullptr;
+        ASSERT_EQ(port->EnableService(row.serviceType, &service, nullptr), 0u);
+        ASSERT_EQ(port->Open(nullptr), 0u);
+        ASSERT_EQ(service->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+        const std::string before = row.observe(service);
+        EXPECT_EQ(row.call(service), unsigned(HDW_ERR_NOT_SUPPORTED));
+        EXPECT_EQ(row.observe(service), before);
+        port->Close();
+        port->DisableAllServices();
+    }
+}
+
+// ---- parameters -----------------------------------------------------------------
+
+struct InParamRow {
+    const char* name;
+    uint32_t debounceUs;
+    uint32_t invertMask;
+    uint32_t changeMask;
+    unsigned expected;
+};
+
+const InParamRow kInParams[] = {
+    {"defaults", 1000, 0, 0xFFFFFFFF, 0},
+    {"no debounce", 0, 0, 0, 0},
+    {"longest debounce", 100000, 0xFF, 0x0F, 0},
+    {"debounce too long", 100010, 0, 0xFF, HDW_ERR_ARGUMENT},
+    {"debounce not a multiple of 10", 1005, 0, 0xFF, HDW_ERR_ARGUMENT},
+    {"invert beyond the bank", 0, 0x100, 0xFF, HDW_ERR_ARGUMENT},
+    {"change mask beyond the bank is ignored", 0, 0, 0xFFFF0000, 0},
+};
+
+TEST_F(GenericPorts, DiscreteInOpenChecksItsParametersAndKeepsTheOldOnes)
+{
+    auto* port = rig.DiscreteIn();
+    ASSERT_EQ(port->GetLineCount(), 8u);
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, nullptr, nullptr), 0u);
+    for (const InParamRow& row : kInParams) {
+        SCOPED_TRACE(row.name);
+        CKVX_HdwDiscreteInPort::CParameters before;
+        ASSERT_EQ(port->GetParameters(&before), 0u);
+        CKVX_HdwDiscreteInPort::CParameters p;
+        p.DebounceUs = row.debounceUs;
+        p.InvertMask = row.invertMask;
+        p.ChangeMask = row.changeMask;
+        EXPECT_EQ(port->Open(&p), row.expected);
+        EXPECT_EQ(port->IsOpen(), row.expected == 0);
+        CKVX_HdwDiscreteInPort::CParameters now;
+        ASSERT_EQ(port->GetParameters(&now), 0u);
+        const auto& want = row.expected == 0 ? p : before;
+        EXPECT_EQ(now.DebounceUs, want.DebounceUs);
+        EXPECT_EQ(now.InvertMask, want.InvertMask);
+        EXPECT_EQ(now.ChangeMask, want.ChangeMask);
+        port->Close();
+    }
+    // Another port's parameter class is refused.
+    CKVX_HdwDiscreteOutPort::CParameters other;
+    EXPECT_EQ(port->Open(&other), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_FALSE(port->IsOpen());
+}
+
+TEST_F(GenericPorts, DiscreteOutOpenChecksItsParameters)
+{
+    auto* port = rig.DiscreteOut();
+    ASSERT_EQ(port->EnableService(HDW_SERVICE_DISCRETE_OUT, nullptr, nullptr), 0u);
+    CKVX_HdwDiscreteOutPort::CParameters p;
+    p.InitialState = 0x1FF;
+    EXPECT_EQ(port->Open(&p), unsigned(HDW_ERR_ARGUMENT));
+    p.InitialState = 0xA5;
+    p.InvertMask = 0x8000;
+    EXPECT_EQ(port->Open(&p), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_FALSE(port->IsOpen());
+    p.InvertMask = 0x0F;
+    ASSERT_EQ(port->Open(&p), 0u);
+    // The commanded state starts as the initial one.
+    auto* out = static_cast<CKVX_HdwDiscreteOutService*>(port->FindService(HDW_SERVICE_DISCRETE_OUT));
+    uint32_t commanded = 0;
+    ASSERT_EQ(out->GetCommanded(commanded), 0u);
+    EXPECT_EQ(commanded, 0xA5u);
+    port->Close();
+}
+
+TEST_F(GenericPorts, DiscreteInBufferSizeRange)
+{
+    auto* port = rig.DiscreteIn();
+    auto* in = Enable<CKVX_HdwDiscreteInService>(port, HDW_SERVICE_DISCRETE_IN);
+    ASSERT_NE(in, nullptr);
+    CKVX_HdwDiscreteInService::CParameters p;
+    for (uint32_t bad : {0u, 1048577u}) {
+        p.BufferSize = bad;
+        EXPECT_EQ(in->SetParameters(&p), unsigned(HDW_ERR_ARGUMENT));
+    }
+    p.BufferSize = 1048576;
+    EXPECT_EQ(in->SetParameters(&p), 0u);
+    CKVX_HdwDiscreteInService::CParameters back;
+    ASSERT_EQ(in->GetParameters(&back), 0u);
+    EXPECT_EQ(back.BufferSize, 1048576u);
+}
+
+// ---- what the driver feeds -------------------------------------------------------
+
+class DiscreteIn : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        port = rig.DiscreteIn();
+        in = Enable<CKVX_HdwDiscreteInService>(port, HDW_SERVICE_DISCRETE_IN);
+        ASSERT_NE(in, nullptr);
+    }
+    void Open(uint32_t bufferSize = 4096)
+    {
+        CKVX_HdwDiscreteInService::CParameters p;
+        p.BufferSize = bufferSize;
+        ASSERT_EQ(in->SetParameters(&p), 0u);
+        ASSERT_EQ(port->Open(nullptr), 0u);
+    }
+    std::vector<CKVX_HdwDiscreteInService::CChange> ReadAll()
+    {
+        std::vector<CKVX_HdwDiscreteInService::CChange> all(64);
+        unsigned n = 0;
+        if (in->Read(all.data(), unsigned(all.size()), n) != 0)
+            n = 0;
+        all.resize(n);
+        return all;
+    }
+    CBusRig rig;
+    CTestDiscreteInPort* port = nullptr;
+    CKVX_HdwDiscreteInService* in = nullptr;
+};
+
+TEST_F(DiscreteIn, StateIsUnknownUntilTheFirstReport)
+{
+    Open();
+    uint32_t state = 0;
+    uint64_t time = 0;
+    bool level = false;
+    EXPECT_EQ(in->GetState(state, time), unsigned(HDW_ERR_NOTHING_TO_READ));
+    EXPECT_EQ(in->GetInput(0, level), unsigned(HDW_ERR_NOTHING_TO_READ));
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x81, 0, 7, 1000, false);
+    ASSERT_EQ(in->GetState(state, time), 0u);
+    EXPECT_EQ(state, 0x81u);
+    EXPECT_EQ(time, 1000u);
+    ASSERT_EQ(in->GetInput(7, level), 0u);
+    EXPECT_TRUE(level);
+    ASSERT_EQ(in->GetInput(1, level), 0u);
+    EXPECT_FALSE(level);
+    EXPECT_EQ(in->GetInput(8, level), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(in->GetInput(40, level), unsigned(HDW_ERR_ARGUMENT));
+    // A read answer updates the state but queues nothing.
+    unsigned count = 99;
+    ASSERT_EQ(in->GetChangeCount(count), 0u);
+    EXPECT_EQ(count, 0u);
+}
+
+TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
+{
+    Open();
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0, 65534, 10, false); // base from the read answer
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x01, 0x01, 65535, 20);
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x01, 0, 30); // wraps
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x03, 0x03, 4, 40); // 1, 2 and 3 missed
+    const auto got = ReadAll();
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[0].State, 0x01u);
+    EXPECT_EQ(got[0].TimeStamp, 20u);
+    EXPECT_EQ(got[0].Lost, 0u);
+    EXPECT_EQ(got[1].Lost, 0u);
+    EXPECT_EQ(got[1].TimeStamp, 30u);
+    EXPECT_EQ(got[2].Changed, 0x03u);
+    EXPECT_EQ(got[2].Lost, 3u);
+    uint64_t lost = 0;
+    ASSERT_EQ(in->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 3u);
+    unsigned n = 0;
+    CKVX_HdwDiscreteInService::CChange one;
+    EXPECT_EQ(in->Read(&one, 1, n), unsigned(HDW_ERR_NOTHING_TO_READ));
+    EXPECT_EQ(n, 0u);
+}
+
+TEST_F(DiscreteIn, FirstChangeWithoutABaseCountsNoLoss)
+{
+    Open();
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x04, 0x04, 500, 10);
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x04, 501, 20);
+    const auto got = ReadAll();
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].Lost, 0u);
+    EXPECT_EQ(got[1].Lost, 0u);
+}
+
+TEST_F(DiscreteIn, AFullQueueDropsTheOldestAndCountsIt)
+{
+    Open(2);
+    for (uint16_t seq = 1; seq <= 5; ++seq)
+        rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, seq & 1u, 0x01, seq, seq * 100u);
+    const auto got = ReadAll();
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].TimeStamp, 400u);
+    EXPECT_EQ(got[1].TimeStamp, 500u);
+    uint64_t lost = 0;
+    ASSERT_EQ(in->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 3u);
+}
+
+TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
+{
+    unsigned count = 0;
+    CKVX_HdwDiscreteInService::CChange c;
+    EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
+    EXPECT_EQ(in->GetChangeCount(count), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
+    Open();
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 1, 1, 1, 10);
+    EXPECT_EQ(in->Read(nullptr, 1, count), unsigned(HDW_ERR_ARGUMENT));
+    rig.Fail(HDW_PORT_DISCRETE_IN, "DIN0");
+    EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_SERVICE));
+    EXPECT_EQ(in->ResetChanges(), unsigned(HDW_ERR_SERVICE));
+    port->Close();
+    // Closing forgets the queue and the state; reopening starts afresh.
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    ASSERT_EQ(in->GetChangeCount(count), 0u);
+    EXPECT_EQ(count, 0u);
+    uint32_t state = 0;
+    uint64_t time = 0;
+    EXPECT_EQ(in->GetState(state, time), unsigned(HDW_ERR_NOTHING_TO_READ));
+}
+
+TEST(DiscreteOut, ReadBackAndSequenceGaps)
+{
+    CBusRig rig;
+    auto* port = rig.DiscreteOut();
+    auto* out = Enable<CKVX_HdwDiscreteOutService>(port, HDW_SERVICE_DISCRETE_OUT);
+    ASSERT_NE(out, nullptr);
+    ASSERT_EQ(port->Open(nullptr), 0u);
+    uint32_t driven = 0;
+    uint64_t time = 0, lost = 0;
+    EXPECT_EQ(out->GetDriven(driven, time), unsigned(HDW_ERR_NOTHING_TO_READ));
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_OUT, 0x00, 0x00, 1, 100); // bank on
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_OUT, 0x00, 0x00, 1, 110); // read answer repeats it
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_OUT, 0x0F, 0x0F, 2, 120);
+    ASSERT_EQ(out->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 0u);
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_OUT, 0xF0, 0xFF, 5, 130); // 3 and 4 missed
+    ASSERT_EQ(out->GetDriven(driven, time), 0u);
+    EXPECT_EQ(driven, 0xF0u);
+    EXPECT_EQ(time, 130u);
+    ASSERT_EQ(out->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 2u);
+}
+
+} // namespace

@@ -1,0 +1,296 @@
+// The Travin driver against the emulated unit on a pseudo-terminal: output
+// banks wired to the input banks of the same number, so what the outputs
+// are told shows up as input changes with the unit's time stamps.
+#include "UnitRig.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace halden_test;
+
+namespace {
+
+using InService = CKVX_HdwKvxTravinDevice::CDiscreteInService;
+using OutService = CKVX_HdwKvxTravinDevice::CDiscreteOutService;
+using Change = CKVX_HdwDiscreteInService::CChange;
+
+UnitCase Travin()
+{
+    return {
+        "travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Travin"};
+}
+
+CKVX_HdwDiscreteInPort::CParameters InParams(uint32_t debounceUs)
+{
+    CKVX_HdwDiscreteInPort::CParameters p;
+    p.DebounceUs = debounceUs;
+    return p;
+}
+
+// One output bank wired to the input bank of the same number, both open
+// with their services; the input's first state has come.
+struct Bank {
+    InService* In = nullptr;
+    OutService* Out = nullptr;
+};
+
+class TravinRig : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
+
+    Bank OpenBank(unsigned bank, uint32_t debounceUs)
+    {
+        Bank b;
+        b.In = rig.Enable<InService>(HDW_PORT_DISCRETE_IN, bank, HDW_SERVICE_DISCRETE_IN);
+        b.Out = rig.Enable<OutService>(HDW_PORT_DISCRETE_OUT, bank, HDW_SERVICE_DISCRETE_OUT);
+        if (!b.In || !b.Out)
+            return {};
+        EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, bank, InParams(debounceUs)), 0u);
+        EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_OUT, bank, CKVX_HdwDiscreteOutPort::CParameters()), 0u);
+        uint32_t state = 0;
+        uint64_t time = 0;
+        EXPECT_TRUE(WaitUntil([&] { return b.In->GetState(state, time) == 0 && b.Out->GetDriven(state, time) == 0; }));
+        return b;
+    }
+
+    UnitRig rig{Travin(), false};
+};
+
+uint64_t DiscreteCommands(const hdwsim::Counters& c)
+{
+    uint64_t n = 0;
+    for (unsigned code = 36; code <= 46; ++code)
+        n += c.CommandsByCode[code];
+    return n;
+}
+
+} // namespace
+
+TEST_F(TravinRig, EnumeratesFourInputAndFourOutputBanksOfEightLines)
+{
+    for (unsigned type : {unsigned(HDW_PORT_DISCRETE_IN), unsigned(HDW_PORT_DISCRETE_OUT)}) {
+        CKVX_HdwManager::CPortInfoVector list;
+        ASSERT_EQ(rig.Manager.GetPortList(type, list), 0u);
+        ASSERT_EQ(list.GetLength(), 4u);
+        for (unsigned i = 0; i < 4; ++i) {
+            EXPECT_EQ(list[i].AbsNum, i);
+            EXPECT_FALSE(list[i].Key.IsEmpty());
+            CKVX_HdwPort* port = rig.Port(type, i);
+            ASSERT_NE(port, nullptr);
+            EXPECT_EQ(port->GetChannelId().str(), std::to_string(i));
+        }
+    }
+    EXPECT_EQ(static_cast<CKVX_HdwDiscreteInPort*>(rig.Port(HDW_PORT_DISCRETE_IN, 2))->GetLineCount(), 8u);
+    EXPECT_EQ(static_cast<CKVX_HdwDiscreteOutPort*>(rig.Port(HDW_PORT_DISCRETE_OUT, 3))->GetLineCount(), 8u);
+    // The Travin has no other kind of port.
+    CKVX_HdwManager::CPortInfoVector none;
+    rig.Manager.GetPortList(HDW_PORT_CAN, none);
+    EXPECT_EQ(none.GetLength(), 0u);
+}
+
+TEST_F(TravinRig, WritesShowUpAsInputChangesAndAsReadBackInTheirOrder)
+{
+    Bank b = OpenBank(1, 0);
+    ASSERT_NE(b.In, nullptr);
+    ASSERT_EQ(b.Out->Set(0x05), 0u);
+    ASSERT_EQ(b.Out->Clear(0x01), 0u);
+    ASSERT_EQ(b.Out->Toggle(0x80), 0u);
+    ASSERT_EQ(b.Out->WriteAll(0x3C), 0u);
+    const auto got = ReadAll<Change>(b.In, 4);
+    ASSERT_EQ(got.size(), 4u);
+    const uint32_t states[] = {0x05, 0x04, 0x84, 0x3C};
+    const uint32_t changed[] = {0x05, 0x01, 0x80, 0xB8};
+    for (size_t i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(got[i].State, states[i]);
+        EXPECT_EQ(got[i].Changed, changed[i]);
+        EXPECT_EQ(got[i].Lost, 0u);
+        if (i > 0) {
+            EXPECT_GT(got[i].TimeStamp, got[i - 1].TimeStamp);
+        }
+    }
+    uint32_t driven = 0, commanded = 0;
+    uint64_t time = 0;
+    ASSERT_TRUE(WaitUntil([&] { return b.Out->GetDriven(driven, time) == 0 && driven == 0x3C; }));
+    ASSERT_EQ(b.Out->GetCommanded(commanded), 0u);
+    EXPECT_EQ(commanded, 0x3Cu);
+    bool level = false;
+    ASSERT_EQ(b.In->GetInput(5, level), 0u);
+    EXPECT_TRUE(level);
+    ASSERT_EQ(b.In->GetInput(0, level), 0u);
+    EXPECT_FALSE(level);
+    // The other banks saw nothing.
+    EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[0], 0u);
+}
+
+// Every toggle the application makes, back to back, comes out as exactly one
+// input change: in order, each with a later stamp, none lost.
+TEST_F(TravinRig, AFastToggleGivesOneChangePerEdgeNoneMissed)
+{
+    Bank b = OpenBank(2, 0);
+    ASSERT_NE(b.In, nullptr);
+    constexpr unsigned kEdges = 3000;
+    for (unsigned i = 0; i < kEdges; ++i)
+        ASSERT_EQ(b.Out->Toggle(0x01), 0u);
+    const auto got = ReadAll<Change>(b.In, kEdges, 30000);
+    ASSERT_EQ(got.size(), kEdges);
+    for (unsigned i = 0; i < kEdges; ++i) {
+        ASSERT_EQ(got[i].Changed, 0x01u) << i;
+        ASSERT_EQ(got[i].State, (i % 2 == 0) ? 0x01u : 0x00u) << i;
+        ASSERT_EQ(got[i].Lost, 0u) << i;
+        if (i > 0) {
+            ASSERT_GT(got[i].TimeStamp, got[i - 1].TimeStamp) << i;
+        }
+    }
+    uint64_t lost = 99;
+    ASSERT_EQ(b.In->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 0u);
+    ASSERT_EQ(b.Out->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 0u);
+}
+
+TEST_F(TravinRig, ChangesTheUnitCouldNotSendAreCountedAsLost)
+{
+    Bank b = OpenBank(0, 0);
+    ASSERT_NE(b.In, nullptr);
+    rig.Sim.DropNextDiscreteEvents(3);
+    for (unsigned i = 0; i < 4; ++i)
+        ASSERT_EQ(b.Out->Toggle(0x10), 0u);
+    const auto got = ReadAll<Change>(b.In, 1);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].Lost, 3u);
+    EXPECT_EQ(got[0].State, 0x00u);
+    uint64_t lost = 0;
+    ASSERT_EQ(b.In->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 3u);
+}
+
+TEST_F(TravinRig, APulseLongerThanTheDebounceShowsTwiceAShorterOneNever)
+{
+    Bank b = OpenBank(3, 1000);
+    ASSERT_NE(b.In, nullptr);
+    ASSERT_EQ(b.Out->Pulse(0x02, 20000), 0u);
+    const auto got = ReadAll<Change>(b.In, 2);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].State, 0x02u);
+    EXPECT_EQ(got[1].State, 0x00u);
+    const int64_t apart = int64_t(got[1].TimeStamp - got[0].TimeStamp);
+    EXPECT_NEAR(apart, 20000, 1000);
+    uint32_t commanded = 99;
+    ASSERT_EQ(b.Out->GetCommanded(commanded), 0u);
+    EXPECT_EQ(commanded, 0u);
+
+    ASSERT_EQ(b.Out->Pulse(0x04, 500), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().DiscreteFiltered >= 1; }));
+    // A read answer after the pulse: every event before it has been taken.
+    uint32_t state = 0;
+    uint64_t before = 0, after = 0;
+    ASSERT_EQ(b.In->GetState(state, before), 0u);
+    ASSERT_EQ(b.In->Refresh(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return b.In->GetState(state, after) == 0 && after > before; }));
+    unsigned count = 99;
+    ASSERT_EQ(b.In->GetChangeCount(count), 0u);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(state, 0u);
+}
+
+TEST_F(TravinRig, BadParametersAnswerTwoSendNothingAndChangeNothing)
+{
+    Bank b = OpenBank(1, 0);
+    ASSERT_NE(b.In, nullptr);
+    ASSERT_EQ(b.Out->WriteAll(0x81), 0u);
+    ASSERT_EQ(ReadAll<Change>(b.In, 1).size(), 1u);
+    const uint64_t sent = DiscreteCommands(rig.Sim.GetCounters());
+
+    EXPECT_EQ(b.Out->Set(0x100), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(b.Out->Clear(0x80000000u), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(b.Out->Toggle(0x200), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(b.Out->WriteAll(0x1FF), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(b.Out->Pulse(0x01, 5), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(b.Out->Pulse(0x01, 10000001), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_EQ(b.Out->Pulse(0x100, 1000), unsigned(HDW_ERR_ARGUMENT));
+    bool level = false;
+    EXPECT_EQ(b.In->GetInput(8, level), unsigned(HDW_ERR_ARGUMENT));
+    // An empty mask is accepted and sends nothing.
+    EXPECT_EQ(b.Out->Set(0), 0u);
+
+    // Ports that fail to open keep their old parameters.
+    for (uint32_t debounce : {15u, 100010u}) {
+        EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 2, InParams(debounce)), unsigned(HDW_ERR_ARGUMENT));
+        EXPECT_FALSE(rig.Port(HDW_PORT_DISCRETE_IN, 2)->IsOpen());
+    }
+    CKVX_HdwDiscreteInPort::CParameters inverted = InParams(0);
+    inverted.InvertMask = 0x100;
+    EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 2, inverted), unsigned(HDW_ERR_ARGUMENT));
+    CKVX_HdwDiscreteOutPort::CParameters out;
+    out.InitialState = 0x300;
+    EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_OUT, 2, out), unsigned(HDW_ERR_ARGUMENT));
+
+    // Nothing reached the unit and nothing changed; a refresh (which does go
+    // out) shows the outputs as they were.
+    EXPECT_EQ(DiscreteCommands(rig.Sim.GetCounters()), sent);
+    EXPECT_EQ(rig.Sim.GetCounters().DiscreteRefused, 0u);
+    uint32_t commanded = 0;
+    ASSERT_EQ(b.Out->GetCommanded(commanded), 0u);
+    EXPECT_EQ(commanded, 0x81u);
+    EXPECT_EQ(rig.Sim.DiscreteOutputState(1), 0x81u);
+}
+
+TEST_F(TravinRig, StoppedServicesAnswer29)
+{
+    auto* out = rig.Enable<OutService>(HDW_PORT_DISCRETE_OUT, 0, HDW_SERVICE_DISCRETE_OUT);
+    auto* in = rig.Enable<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN);
+    ASSERT_NE(out, nullptr);
+    ASSERT_NE(in, nullptr);
+    EXPECT_EQ(out->Set(0x01), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
+    EXPECT_EQ(out->Pulse(0x01, 100), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
+    EXPECT_EQ(in->Refresh(), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
+    EXPECT_EQ(DiscreteCommands(rig.Sim.GetCounters()), 0u);
+    // Admission as the generic port's.
+    EXPECT_EQ(rig.Port(HDW_PORT_DISCRETE_OUT, 0)->EnableService(HDW_SERVICE_DISCRETE_IN, nullptr, nullptr),
+        unsigned(HDW_ERR_WRONG_STATE));
+    EXPECT_EQ(rig.Port(HDW_PORT_DISCRETE_IN, 0)->EnableService(HDW_SERVICE_DISCRETE_IN, nullptr, nullptr),
+        unsigned(HDW_ERR_SERVICE_ALREADY_ENABLED));
+}
+
+TEST_F(TravinRig, TheSignalServiceAloneOnAnInputPortGetsTheChanges)
+{
+    CKVX_HdwService* s = nullptr;
+    ASSERT_EQ(rig.Port(HDW_PORT_DISCRETE_IN, 2)->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+    auto* signals = static_cast<CKVX_HdwSignalService*>(s);
+    ASSERT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 2, InParams(100)), 0u);
+    ASSERT_TRUE(rig.Sim.DriveInput(2, 0x42, 0x42));
+    CKVX_HdwSignalService::CSignal sig;
+    ASSERT_EQ(signals->WaitSignal(sig, 10000), 0u);
+    EXPECT_EQ(sig.Kind, unsigned(HDW_SIGNAL_DISCRETE_INPUT));
+    EXPECT_EQ(sig.Value, 0x42u);
+    EXPECT_EQ(sig.Aux, 0x42u);
+    EXPECT_EQ(sig.Port, rig.Port(HDW_PORT_DISCRETE_IN, 2));
+    ASSERT_TRUE(rig.Sim.ReleaseInput(2, 0x02));
+    ASSERT_EQ(signals->WaitSignal(sig, 10000), 0u);
+    EXPECT_EQ(sig.Value, 0x40u);
+    EXPECT_EQ(sig.Aux, 0x02u);
+    // Closing switches reporting off: a change afterwards is not reported.
+    const uint64_t configs = rig.Sim.GetCounters().CommandsByCode[36 + 2];
+    ASSERT_EQ(rig.Port(HDW_PORT_DISCRETE_IN, 2)->Close(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().CommandsByCode[36 + 2] > configs; }));
+    const uint64_t before = rig.Sim.GetCounters().DiscreteInEvents[2];
+    ASSERT_TRUE(rig.Sim.DriveInput(2, 0x01, 0x01));
+    EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[2], before);
+}
+
+TEST_F(TravinRig, WritesBackToBackAreSeparateChangesAfterTheDebounce)
+{
+    Bank b = OpenBank(0, 1000);
+    ASSERT_NE(b.In, nullptr);
+    ASSERT_EQ(b.Out->Set(0x05), 0u);
+    ASSERT_EQ(b.Out->Pulse(0x80, 20000), 0u);
+    const auto got = ReadAll<Change>(b.In, 3);
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[0].Changed, 0x05u);
+    EXPECT_EQ(got[1].Changed, 0x80u);
+    EXPECT_EQ(got[1].State, 0x85u);
+    EXPECT_EQ(got[2].State, 0x05u);
+    EXPECT_GT(got[1].TimeStamp, got[0].TimeStamp);
+}
