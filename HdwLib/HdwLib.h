@@ -38,9 +38,15 @@
 #include <HdwLib/bus/HdwCanOutBufferService.h>
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/bus/HdwDataGeneratorService.h>
+#include <HdwLib/bus/HdwI2cMasterService.h>
+#include <HdwLib/bus/HdwI2cPort.h>
+#include <HdwLib/bus/HdwI2cTransfer.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/bus/HdwSpiMasterService.h>
+#include <HdwLib/bus/HdwSpiPort.h>
+#include <HdwLib/bus/HdwSpiTransfer.h>
 #include <HdwLib/bus/HdwUartPort.h>
 
 #include <HdwLib/links/HdwByteLine.h>
