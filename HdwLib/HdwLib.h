@@ -81,9 +81,13 @@
 #include <HdwLib/units/KvxCanByteServices.h>
 #include <HdwLib/units/KvxCanPort.h>
 #include <HdwLib/units/KvxCanServices.h>
+#include <HdwLib/units/KvxI2cMasterService.h>
+#include <HdwLib/units/KvxI2cPort.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
+#include <HdwLib/units/KvxSpiMasterService.h>
+#include <HdwLib/units/KvxSpiPort.h>
 #include <HdwLib/units/KvxUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
@@ -93,3 +97,4 @@
 #include <HdwLib/units/HdwKvxMirrowDevice.h>
 #include <HdwLib/units/HdwKvxPellorDevice.h>
 #include <HdwLib/units/HdwKvxQuillanDevice.h>
+#include <HdwLib/units/HdwKvxWendalDevice.h>

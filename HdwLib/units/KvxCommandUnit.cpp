@@ -293,6 +293,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventRecord(
     case EventMilStd1553: return ProcessEventMilStd1553(instance, subField, length, params);
     case EventUartRx: return ProcessEventUartRx(instance, subField, length, params);
     case EventUartTx: return ProcessEventUartTx(instance, subField, length, params);
+    case EventI2cResult: return ProcessEventI2cResult(instance, subField, length, params);
+    case EventSpiResult: return ProcessEventSpiResult(instance, subField, length, params);
     default: return HDW_ERR_MALFORMED_EVENT;
     }
 }
@@ -531,6 +533,8 @@ CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreateProfilePort(
     case PortKindArinc429Rx: return new CArinc429RxPort(parent, index, name);
     case PortKindCan: return new CCanPort(parent, index, name);
     case PortKindMilStd1553: return new CMilStd1553Port(parent, index, name);
+    case PortKindI2c: return new CI2cPort(parent, index, name);
+    case PortKindSpi: return new CSpiPort(parent, index, name);
     default: return nullptr;
     }
 }
@@ -549,7 +553,7 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessHardwareID(const CKVX_List<CKVX_String>&
 unsigned CKVX_HdwKvxCommandUnit::CreateProfilePorts(unsigned instance)
 {
     static const char* const kNames[KvxPortKindCount] = {
-        "UART", "ARINC 429 TX", "ARINC 429 RX", "CAN", "", "MIL-STD-1553"};
+        "UART", "ARINC 429 TX", "ARINC 429 RX", "CAN", "", "MIL-STD-1553", "", "", "I2C", "SPI"};
     for (unsigned kind = 0; kind < KvxPortKindCount; ++kind) {
         for (unsigned ch = 0; ch < ProfileChannelCount(kind); ++ch) {
             CKVX_String id;

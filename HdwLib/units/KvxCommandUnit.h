@@ -25,6 +25,10 @@
 #include <HdwLib/bus/HdwArinc429RxPort.h>
 #include <HdwLib/bus/HdwArinc429TxPort.h>
 #include <HdwLib/bus/HdwCanMessage.h>
+#include <HdwLib/bus/HdwI2cPort.h>
+#include <HdwLib/bus/HdwI2cTransfer.h>
+#include <HdwLib/bus/HdwSpiPort.h>
+#include <HdwLib/bus/HdwSpiTransfer.h>
 #include <HdwLib/bus/HdwUartPort.h>
 #include <HdwLib/units/KvxChannelControl.h>
 #include <HdwLib/units/KvxEventRoutes.h>
@@ -57,6 +61,10 @@ class CKVX_HdwKvxCanOutBufferService;
 class CKVX_HdwKvxCanByteInBufferService;
 class CKVX_HdwKvxCanByteOutBufferService;
 class CKVX_HdwKvxSignalService;
+class CKVX_HdwKvxI2cPort;
+class CKVX_HdwKvxSpiPort;
+class CKVX_HdwKvxI2cMasterService;
+class CKVX_HdwKvxSpiMasterService;
 
 // The protocol state of one unit: the engine, the control records of its
 // channels and the routes of the frame being dispatched. The adapters'
@@ -162,6 +170,8 @@ public:
     using CMilStd1553Event = CKVX_HdwKvxMilStd1553Event;
     using CUartRxEvent = CKVX_HdwKvxUartRxEvent;
     using CUartTxEvent = CKVX_HdwKvxUartTxEvent;
+    using CI2cResultEvent = CKVX_HdwKvxI2cResultEvent;
+    using CSpiResultEvent = CKVX_HdwKvxSpiResultEvent;
 
     using CArinc429TxCtrlStatus = CKVX_HdwKvxArinc429TxCtrlStatus;
     using CArinc429RxCtrlStatus = CKVX_HdwKvxArinc429RxCtrlStatus;
@@ -188,6 +198,10 @@ public:
     using CCanByteInBufferService = CKVX_HdwKvxCanByteInBufferService;
     using CCanByteOutBufferService = CKVX_HdwKvxCanByteOutBufferService;
     using CSignalService = CKVX_HdwKvxSignalService;
+    using CI2cPort = CKVX_HdwKvxI2cPort;
+    using CSpiPort = CKVX_HdwKvxSpiPort;
+    using CI2cMasterService = CKVX_HdwKvxI2cMasterService;
+    using CSpiMasterService = CKVX_HdwKvxSpiMasterService;
 
     enum t_EventType : unsigned {
         EventComEcho = KvxEventComEcho,
@@ -200,6 +214,8 @@ public:
         EventMilStd1553 = KvxEventMilStd1553,
         EventUartRx = KvxEventUartRx,
         EventUartTx = KvxEventUartTx,
+        EventI2cResult = KvxEventI2cResult,
+        EventSpiResult = KvxEventSpiResult,
     };
     enum t_PortKind : unsigned {
         PortKindUart = KvxPortKindUart,
@@ -208,6 +224,8 @@ public:
         PortKindCan = KvxPortKindCan,
         PortKindNone = KvxPortKindNone,
         PortKindMilStd1553 = KvxPortKindMilStd1553,
+        PortKindI2c = KvxPortKindI2c,
+        PortKindSpi = KvxPortKindSpi,
     };
     enum t_CommandKind : uint32_t {
         CmdSession = KvxCmdSession,
@@ -225,6 +243,10 @@ public:
         CmdCanConfig = KvxCmdCanConfig,
         CmdCanPush = KvxCmdCanPush,
         Cmd1553Config = KvxCmd1553Config,
+        CmdI2cConfig = KvxCmdI2cConfig,
+        CmdSpiConfig = KvxCmdSpiConfig,
+        CmdI2cTransfer = KvxCmdI2cTransfer,
+        CmdSpiTransfer = KvxCmdSpiTransfer,
     };
 
     explicit CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxUnitProfile& profile);
@@ -315,6 +337,18 @@ public:
         unsigned instance, unsigned channel, const CKVX_HdwCanMessage* messages, unsigned count);
     // From the instance's MilStd1553Ctrl[channel].
     unsigned Attach1553ConfigCommand(unsigned instance, unsigned channel);
+    // I2C and SPI masters (KvxI2cSpiCommands.cpp): configuration from the
+    // port's parameters with the master on or off; one transfer record each
+    // (2 above 240 bytes, or for what the record cannot carry).
+    unsigned AttachI2cConfigCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwI2cPort::CParameters& params, bool enable);
+    // `divider`: SCK = 30 MHz / (divider + 1).
+    unsigned AttachSpiConfigCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwSpiPort::CParameters& params, uint16_t divider, bool enable);
+    unsigned AttachI2cTransferCommand(
+        unsigned instance, unsigned channel, uint32_t wireTag, const CKVX_HdwI2cTransfer& transfer);
+    unsigned AttachSpiTransferCommand(
+        unsigned instance, unsigned channel, uint32_t wireTag, uint8_t chipSelect, const CKVX_HdwSpiTransfer& transfer);
 
     // Rate conversions (0, or 2 when the rate cannot be represented).
     static unsigned ExtractArinc429TxBaudRateParameters(
@@ -338,6 +372,8 @@ public:
     unsigned ProcessEventMilStd1553(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
     unsigned ProcessEventUartRx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
     unsigned ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventI2cResult(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventSpiResult(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
 
     // Sends the next frame of queued commands when none is in flight.
     unsigned ProcessCommandList(unsigned instance);

@@ -20,6 +20,8 @@ enum t_KvxEventType : unsigned {
     KvxEventMilStd1553 = 8,
     KvxEventUartRx = 9,
     KvxEventUartTx = 10,
+    KvxEventI2cResult = 13,
+    KvxEventSpiResult = 14,
 };
 
 // Port kinds of the channel maps.
@@ -30,7 +32,9 @@ enum t_KvxPortKind : unsigned {
     KvxPortKindCan = 3,
     KvxPortKindNone = 4,
     KvxPortKindMilStd1553 = 5,
-    KvxPortKindCount = 6,
+    KvxPortKindI2c = 8,
+    KvxPortKindSpi = 9,
+    KvxPortKindCount = 10,
 };
 
 // Command kinds, for a unit's mask of the commands it accepts.
@@ -50,6 +54,10 @@ enum t_KvxCommandKind : uint32_t {
     KvxCmdCanConfig = 1u << 12,
     KvxCmdCanPush = 1u << 13,
     KvxCmd1553Config = 1u << 14,
+    KvxCmdI2cConfig = 1u << 20,
+    KvxCmdSpiConfig = 1u << 21,
+    KvxCmdI2cTransfer = 1u << 22,
+    KvxCmdSpiTransfer = 1u << 23,
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxUnitProfile : public CKVX_Object {
@@ -71,6 +79,8 @@ public:
     unsigned ArxChannels = 0;
     unsigned CanChannels = 0;
     unsigned MilStd1553Channels = 0;
+    unsigned I2cChannels = 0;
+    unsigned SpiChannels = 0;
     // Base codes of the per-channel commands (code = base + channel).
     uint8_t AtxConfigBase = 20;
     uint8_t ArxConfigBase = 24;
@@ -78,6 +88,10 @@ public:
     uint8_t CanConfigBase = 48;
     uint8_t CanPushBase = 50;
     uint8_t MilStd1553ConfigBase = 52;
+    uint8_t I2cConfigBase = 112;
+    uint8_t SpiConfigBase = 114;
+    uint8_t I2cTransferCode = 116;
+    uint8_t SpiTransferCode = 117;
     // Commands the unit accepts (t_KvxCommandKind bits); a builder asked for
     // any other answers 2 and attaches nothing.
     uint32_t Commands = 0;
@@ -102,7 +116,7 @@ public:
     unsigned ChannelCount(unsigned kind) const;
 
     // The row of unit model `deviceCode` (3 Halden, 4 Bexley, 6 Arvane, 8
-    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow); null for another code.
+    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow, 7 Wendal); null for another code.
     static const CKVX_HdwKvxUnitProfile* Of(unsigned deviceCode);
 };
 

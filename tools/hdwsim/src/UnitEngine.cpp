@@ -3,6 +3,7 @@
 #include "EventFramer.h"
 #include "HostFrameParser.h"
 #include "LittleEndian.h"
+#include "WendalBus.h"
 
 #include <algorithm>
 #include <array>
@@ -106,7 +107,11 @@ struct UartChannel {
 } // namespace
 
 struct UnitEngine::Impl {
-    Impl(const UnitModel& model, const Options& options) : Model(model), Opts(options), Framer(options.MaxFrameBytes)
+    Impl(const UnitModel& model, const Options& options)
+        : Model(model),
+          Opts(options),
+          Framer(options.MaxFrameBytes),
+          Masters(model, Count, options.Pacing)
     {
         ResetChannels(0);
     }
@@ -119,6 +124,7 @@ struct UnitEngine::Impl {
     EventFramer Framer;
     std::array<HostFrameParser, LinkCount> Parsers;
     bool EchoEnabled = true;
+    WendalBus Masters;
 
     std::array<A429Tx, MaxChannels> Tx;
     std::array<A429Rx, MaxChannels> Rx;
@@ -213,6 +219,7 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
             // A new session starts from a unit in its reset state.
             ++Count.SessionOpens;
             ResetChannels(nowNs);
+            Masters.Reset();
             // Watchdog: bit 15 enables, bits 9..0 in units of 10 ms.
             const unsigned wd = len >= 7 ? le::Get16(rec + 5) : 0;
             WatchdogNs = (wd & 0x8000) ? uint64_t(wd & 0x3FF) * 10000000 : 0;
@@ -319,6 +326,8 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
     }
     if (in(CodeMilConfig, Model.MilStd1553Channels))
         return len == 13;
+    if (Masters.Handles(code))
+        return Masters.Execute(rec, len, nowNs);
     return false;
 }
 
@@ -560,6 +569,12 @@ void UnitEngine::Impl::Advance(uint64_t nowNs)
             CanDeliver(ch, frame, end);
         }
     }
+    Masters.Advance(nowNs, [&](unsigned type, unsigned sub, const std::vector<uint8_t>& body, uint64_t atNs) {
+        std::vector<uint8_t> params(4 + body.size());
+        le::Put32(params.data(), Clock(atNs));
+        std::copy(body.begin(), body.end(), params.begin() + 4);
+        Event(type, sub, params.data(), params.size());
+    });
     Framer.Flush(nowNs, Count);
 }
 
@@ -601,6 +616,7 @@ void UnitEngine::Advance(uint64_t nowNs)
 uint64_t UnitEngine::NextBusEventNs() const
 {
     uint64_t next = m->WatchdogNs ? m->LastCommandNs + m->WatchdogNs + 1 : Never;
+    next = std::min(next, m->Masters.NextEventNs());
     for (unsigned ch = 0; ch < m->Model.Arinc429TxChannels; ++ch) {
         const A429Tx& t = m->Tx[ch];
         if (t.Enabled && !t.Fifo.empty())
@@ -729,6 +745,21 @@ UnitEngine::A429RxState UnitEngine::A429Receiver(unsigned channel) const
 std::vector<uint8_t> UnitEngine::RecentCommandCodes() const
 {
     return {m->CommandLog.begin(), m->CommandLog.end()};
+}
+
+bool UnitEngine::HoldI2cBus(unsigned channel, unsigned ms, uint64_t nowNs)
+{
+    return m->Masters.HoldI2cBus(channel, ms, nowNs);
+}
+
+bool UnitEngine::NackNextI2c(unsigned channel, unsigned byteIndex)
+{
+    return m->Masters.NackNextI2c(channel, byteIndex);
+}
+
+bool UnitEngine::LoseI2cArbitration(unsigned channel)
+{
+    return m->Masters.LoseI2cArbitration(channel);
 }
 
 size_t UnitEngine::CanFifoLevel(unsigned channel) const

@@ -64,6 +64,14 @@ struct Counters {
     PerChannel UartReceived{};
     PerChannel UartRxDisabled{};
 
+    // I2C and SPI masters, per master.
+    PerChannel I2cTransfers{}; // transfer records taken, refused ones too
+    PerChannel I2cBytes{}; // bytes written and acknowledged plus bytes read
+    PerChannel I2cNacks{}; // transfers ended by a missing acknowledge
+    PerChannel I2cFaults{}; // transfers ended by a bus fault
+    PerChannel SpiTransfers{};
+    PerChannel SpiBytes{}; // bytes shifted in
+
     // HOE.
     uint64_t UdpPacketsReceived = 0; // accepted packets
     uint64_t UdpPacketsRejected = 0; // failed a check or belong to no session

@@ -92,6 +92,11 @@ public:
     bool LoseNextA429Words(unsigned channel, unsigned words); // see UnitEngine
     void InsertStrayBytes(const std::vector<uint8_t>& bytes); // before the next frame, at most 64 waiting
     void SetAnswerDelayMs(unsigned ms); // every frame leaves this much later
+    // I2C masters (see UnitEngine): a held bus for `ms` from now, a missing
+    // acknowledge at a write byte of the next transfer, a lost arbitration.
+    bool HoldI2cBus(unsigned channel, unsigned ms);
+    bool NackNextI2c(unsigned channel, unsigned byteIndex);
+    bool LoseI2cArbitration(unsigned channel);
     void DropNextUdpPackets(unsigned packets); // the next packets the unit sends
     void SetUdpDropFraction(double fraction); // 0 to 1 of the packets the unit sends
     // true: the unit goes silent on both links (input read and ignored,
