@@ -30,6 +30,7 @@ const DriverName kDrivers[] = {
     {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
     {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
     {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
+    {"wendal", 7, &Make<CKVX_HdwKvxWendalDevice>},
     {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
     {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
 };
