@@ -46,11 +46,17 @@
 #include <HdwLib/bus/HdwDiscreteInService.h>
 #include <HdwLib/bus/HdwDiscreteOutPort.h>
 #include <HdwLib/bus/HdwDiscreteOutService.h>
+#include <HdwLib/bus/HdwI2cMasterService.h>
+#include <HdwLib/bus/HdwI2cPort.h>
+#include <HdwLib/bus/HdwI2cTransfer.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwMilStd1553RemoteTerminal.h>
 #include <HdwLib/bus/HdwMilStd1553SingleRtService.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/bus/HdwSpiMasterService.h>
+#include <HdwLib/bus/HdwSpiPort.h>
+#include <HdwLib/bus/HdwSpiTransfer.h>
 #include <HdwLib/bus/HdwUartPort.h>
 
 #include <HdwLib/links/HdwByteLine.h>
@@ -88,10 +94,14 @@
 #include <HdwLib/units/KvxMilStd1553BcService.h>
 #include <HdwLib/units/KvxDiscretePorts.h>
 #include <HdwLib/units/KvxDiscreteServices.h>
+#include <HdwLib/units/KvxI2cMasterService.h>
+#include <HdwLib/units/KvxI2cPort.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
+#include <HdwLib/units/KvxSpiMasterService.h>
+#include <HdwLib/units/KvxSpiPort.h>
 #include <HdwLib/units/KvxUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
@@ -102,3 +112,4 @@
 #include <HdwLib/units/HdwKvxPellorDevice.h>
 #include <HdwLib/units/HdwKvxQuillanDevice.h>
 #include <HdwLib/units/HdwKvxTravinDevice.h>
+#include <HdwLib/units/HdwKvxWendalDevice.h>

@@ -26,6 +26,8 @@ enum t_HdwResult : unsigned {
     HDW_ERR_SERVICE_ALREADY_ENABLED = 26,
     HDW_ERR_SERVICE_NOT_RUNNING = 29,
     HDW_ERR_RESOURCES = 32,
+    HDW_ERR_NO_ACK = 33, // an I2C address or data byte was not acknowledged
+    HDW_ERR_BUS_FAULT = 34, // I2C bus fault: clock held, data line stuck or arbitration lost
 };
 
 class HDWLIB_EXPORT CKVX_HdwObject : public CKVX_Object {

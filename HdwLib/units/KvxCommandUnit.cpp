@@ -295,6 +295,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventRecord(
     case EventUartTx: return ProcessEventUartTx(instance, subField, length, params);
     case EventDiscreteIn: return ProcessEventDiscreteIn(instance, subField, length, params);
     case EventDiscreteOut: return ProcessEventDiscreteOut(instance, subField, length, params);
+    case EventI2cResult: return ProcessEventI2cResult(instance, subField, length, params);
+    case EventSpiResult: return ProcessEventSpiResult(instance, subField, length, params);
     default: return HDW_ERR_MALFORMED_EVENT;
     }
 }
@@ -535,6 +537,8 @@ CKVX_HdwPort* CKVX_HdwKvxCommandUnit::CreateProfilePort(
     case PortKindMilStd1553: return new CMilStd1553Port(parent, index, name);
     case PortKindDiscreteIn: return new CDiscreteInPort(parent, index, name);
     case PortKindDiscreteOut: return new CDiscreteOutPort(parent, index, name);
+    case PortKindI2c: return new CI2cPort(parent, index, name);
+    case PortKindSpi: return new CSpiPort(parent, index, name);
     default: return nullptr;
     }
 }

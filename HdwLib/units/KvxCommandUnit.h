@@ -27,6 +27,10 @@
 #include <HdwLib/bus/HdwCanMessage.h>
 #include <HdwLib/bus/HdwDiscreteInPort.h>
 #include <HdwLib/bus/HdwDiscreteOutPort.h>
+#include <HdwLib/bus/HdwI2cPort.h>
+#include <HdwLib/bus/HdwI2cTransfer.h>
+#include <HdwLib/bus/HdwSpiPort.h>
+#include <HdwLib/bus/HdwSpiTransfer.h>
 #include <HdwLib/bus/HdwUartPort.h>
 #include <HdwLib/units/KvxChannelControl.h>
 #include <HdwLib/units/KvxEventRoutes.h>
@@ -65,6 +69,10 @@ class CKVX_HdwKvxDiscreteInPort;
 class CKVX_HdwKvxDiscreteOutPort;
 class CKVX_HdwKvxDiscreteInService;
 class CKVX_HdwKvxDiscreteOutService;
+class CKVX_HdwKvxI2cPort;
+class CKVX_HdwKvxSpiPort;
+class CKVX_HdwKvxI2cMasterService;
+class CKVX_HdwKvxSpiMasterService;
 
 // The protocol state of one unit: the engine, the control records of its
 // channels and the routes of the frame being dispatched. The adapters'
@@ -172,6 +180,8 @@ public:
     using CUartTxEvent = CKVX_HdwKvxUartTxEvent;
     using CDiscreteInEvent = CKVX_HdwKvxDiscreteInEvent;
     using CDiscreteOutEvent = CKVX_HdwKvxDiscreteOutEvent;
+    using CI2cResultEvent = CKVX_HdwKvxI2cResultEvent;
+    using CSpiResultEvent = CKVX_HdwKvxSpiResultEvent;
 
     using CArinc429TxCtrlStatus = CKVX_HdwKvxArinc429TxCtrlStatus;
     using CArinc429RxCtrlStatus = CKVX_HdwKvxArinc429RxCtrlStatus;
@@ -204,6 +214,10 @@ public:
     using CDiscreteOutPort = CKVX_HdwKvxDiscreteOutPort;
     using CDiscreteInService = CKVX_HdwKvxDiscreteInService;
     using CDiscreteOutService = CKVX_HdwKvxDiscreteOutService;
+    using CI2cPort = CKVX_HdwKvxI2cPort;
+    using CSpiPort = CKVX_HdwKvxSpiPort;
+    using CI2cMasterService = CKVX_HdwKvxI2cMasterService;
+    using CSpiMasterService = CKVX_HdwKvxSpiMasterService;
 
     enum t_EventType : unsigned {
         EventComEcho = KvxEventComEcho,
@@ -218,6 +232,8 @@ public:
         EventUartTx = KvxEventUartTx,
         EventDiscreteIn = KvxEventDiscreteIn,
         EventDiscreteOut = KvxEventDiscreteOut,
+        EventI2cResult = KvxEventI2cResult,
+        EventSpiResult = KvxEventSpiResult,
     };
     enum t_PortKind : unsigned {
         PortKindUart = KvxPortKindUart,
@@ -228,6 +244,8 @@ public:
         PortKindMilStd1553 = KvxPortKindMilStd1553,
         PortKindDiscreteIn = KvxPortKindDiscreteIn,
         PortKindDiscreteOut = KvxPortKindDiscreteOut,
+        PortKindI2c = KvxPortKindI2c,
+        PortKindSpi = KvxPortKindSpi,
     };
     enum t_CommandKind : uint32_t {
         CmdSession = KvxCmdSession,
@@ -250,6 +268,10 @@ public:
         CmdDiscreteOutWrite = KvxCmdDiscreteOutWrite,
         CmdDiscreteOutPulse = KvxCmdDiscreteOutPulse,
         CmdDiscreteRead = KvxCmdDiscreteRead,
+        CmdI2cConfig = KvxCmdI2cConfig,
+        CmdSpiConfig = KvxCmdSpiConfig,
+        CmdI2cTransfer = KvxCmdI2cTransfer,
+        CmdSpiTransfer = KvxCmdSpiTransfer,
     };
 
     explicit CKVX_HdwKvxCommandUnit(const CKVX_HdwKvxUnitProfile& profile);
@@ -355,6 +377,18 @@ public:
     unsigned AttachDiscreteOutPulseCommand(unsigned instance, unsigned bank, uint32_t mask, uint32_t lengthUs);
     // Code 46: one event per bank asked (bit k = bank k), inputs first.
     unsigned AttachDiscreteReadCommand(unsigned instance, uint8_t inBanks, uint8_t outBanks);
+    // I2C and SPI masters (KvxI2cSpiCommands.cpp): configuration from the
+    // port's parameters with the master on or off; one transfer record each
+    // (2 above 240 bytes, or for what the record cannot carry).
+    unsigned AttachI2cConfigCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwI2cPort::CParameters& params, bool enable);
+    // `divider`: SCK = 30 MHz / (divider + 1).
+    unsigned AttachSpiConfigCommand(
+        unsigned instance, unsigned channel, const CKVX_HdwSpiPort::CParameters& params, uint16_t divider, bool enable);
+    unsigned AttachI2cTransferCommand(
+        unsigned instance, unsigned channel, uint32_t wireTag, const CKVX_HdwI2cTransfer& transfer);
+    unsigned AttachSpiTransferCommand(
+        unsigned instance, unsigned channel, uint32_t wireTag, uint8_t chipSelect, const CKVX_HdwSpiTransfer& transfer);
 
     // Rate conversions (0, or 2 when the rate cannot be represented).
     static unsigned ExtractArinc429TxBaudRateParameters(
@@ -380,6 +414,8 @@ public:
     unsigned ProcessEventUartTx(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
     unsigned ProcessEventDiscreteIn(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
     unsigned ProcessEventDiscreteOut(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventI2cResult(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
+    unsigned ProcessEventSpiResult(unsigned instance, unsigned subField, unsigned length, uint8_t* params);
 
     // Sends the next frame of queued commands when none is in flight.
     unsigned ProcessCommandList(unsigned instance);

@@ -186,3 +186,17 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventDiscreteOut(
     CDiscreteOutEvent event;
     return DecodeAndDispatch(instance, HDW_PORT_DISCRETE_OUT, subField, length, params, event);
 }
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventI2cResult(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
+{
+    CI2cResultEvent event;
+    return DecodeAndDispatch(instance, HDW_PORT_I2C, subField, length, params, event);
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ProcessEventSpiResult(
+    unsigned instance, unsigned subField, unsigned length, uint8_t* params)
+{
+    CSpiResultEvent event;
+    return DecodeAndDispatch(instance, HDW_PORT_SPI, subField, length, params, event);
+}

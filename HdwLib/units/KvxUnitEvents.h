@@ -354,3 +354,45 @@ public:
     enum : uint8_t { CauseWrite = 0, CausePulseEnd = 1, CauseReadAnswer = 2, CauseSwitched = 3 };
     CKVX_HdwKvxDiscreteOutEvent() { m_EventCode = KvxEventDiscreteOut; }
 };
+
+// Type 13 (I2C transfer result), L = 14 + n: 4..7 wire tag, 8 status, 9..10
+// bytes written and acknowledged, 11..12 n, 13.. the n bytes read.
+class HDWLIB_EXPORT CKVX_HdwKvxI2cResultEvent : public CKVX_HdwKvxEvent {
+public:
+    CKVX_HdwKvxI2cResultEvent() { m_EventCode = KvxEventI2cResult; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length < 14 || length != 14u + kvx_events::ParamLe16(params, length, 11))
+            return HDW_ERR_MALFORMED_EVENT;
+        ExtractTimeStamp(params);
+        WireTag = kvx_events::ParamLe32(params, length, 4);
+        Status = params[8];
+        Acked = kvx_events::ParamLe16(params, length, 9);
+        Data.assign(params + 13, params + length - 1);
+        return 0;
+    }
+    uint32_t WireTag = 0;
+    uint8_t Status = 0;
+    uint16_t Acked = 0;
+    std::vector<uint8_t> Data;
+};
+
+// Type 14 (SPI transfer result), L = 12 + n: 4..7 wire tag, 8 status, 9..10
+// n, 11.. the n bytes shifted in.
+class HDWLIB_EXPORT CKVX_HdwKvxSpiResultEvent : public CKVX_HdwKvxEvent {
+public:
+    CKVX_HdwKvxSpiResultEvent() { m_EventCode = KvxEventSpiResult; }
+    unsigned ExtractData(const uint8_t* params, unsigned length) override
+    {
+        if (length < 12 || length != 12u + kvx_events::ParamLe16(params, length, 9))
+            return HDW_ERR_MALFORMED_EVENT;
+        ExtractTimeStamp(params);
+        WireTag = kvx_events::ParamLe32(params, length, 4);
+        Status = params[8];
+        Data.assign(params + 11, params + length - 1);
+        return 0;
+    }
+    uint32_t WireTag = 0;
+    uint8_t Status = 0;
+    std::vector<uint8_t> Data;
+};

@@ -12,9 +12,13 @@
 #include <HdwLib/units/KvxMilStd1553BcService.h>
 #include <HdwLib/units/KvxDiscretePorts.h>
 #include <HdwLib/units/KvxDiscreteServices.h>
+#include <HdwLib/units/KvxI2cMasterService.h>
+#include <HdwLib/units/KvxI2cPort.h>
 #include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
+#include <HdwLib/units/KvxSpiMasterService.h>
+#include <HdwLib/units/KvxSpiPort.h>
 #include <HdwLib/units/KvxUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>

@@ -169,8 +169,25 @@ CKVX_HdwKvxUnitProfile Travin()
     return p;
 }
 
+// Two I2C and two SPI masters; transfers as commands, results as events.
+CKVX_HdwKvxUnitProfile Wendal()
+{
+    CKVX_HdwKvxUnitProfile p;
+    p.DeviceCode = 7;
+    p.ModelName = "Wendal";
+    p.UsbDescription = "Kalvionix Wendal Link";
+    p.UsbVendorId = "5A3C";
+    p.UsbProductId = "0017";
+    p.LinkBaudRate = 6000000;
+    p.I2cChannels = 2;
+    p.SpiChannels = 2;
+    p.Commands = KvxCmdSession | KvxCmdI2cConfig | KvxCmdSpiConfig | KvxCmdI2cTransfer | KvxCmdSpiTransfer;
+    p.Events = kEvents({KvxEventComEcho, KvxEventI2cResult, KvxEventSpiResult});
+    return p;
+}
+
 const CKVX_HdwKvxUnitProfile kProfiles[] = {
-    Halden(), Bexley(), Arvane(), HaldenSmall(), Pellor(), Quillan(), Mirrow(), Travin()};
+    Halden(), Bexley(), Arvane(), HaldenSmall(), Pellor(), Quillan(), Mirrow(), Travin(), Wendal()};
 } // namespace
 
 unsigned CKVX_HdwKvxUnitProfile::ChannelCount(unsigned kind) const
@@ -183,6 +200,8 @@ unsigned CKVX_HdwKvxUnitProfile::ChannelCount(unsigned kind) const
     case KvxPortKindMilStd1553: return MilStd1553Channels;
     case KvxPortKindDiscreteIn: return DiscreteInBanks;
     case KvxPortKindDiscreteOut: return DiscreteOutBanks;
+    case KvxPortKindI2c: return I2cChannels;
+    case KvxPortKindSpi: return SpiChannels;
     default: return 0;
     }
 }

@@ -22,6 +22,8 @@ enum t_KvxEventType : unsigned {
     KvxEventUartTx = 10,
     KvxEventDiscreteIn = 11,
     KvxEventDiscreteOut = 12,
+    KvxEventI2cResult = 13,
+    KvxEventSpiResult = 14,
 };
 
 // Port kinds of the channel maps.
@@ -61,6 +63,10 @@ enum t_KvxCommandKind : uint32_t {
     KvxCmdDiscreteOutWrite = 1u << 17,
     KvxCmdDiscreteOutPulse = 1u << 18,
     KvxCmdDiscreteRead = 1u << 19,
+    KvxCmdI2cConfig = 1u << 20,
+    KvxCmdSpiConfig = 1u << 21,
+    KvxCmdI2cTransfer = 1u << 22,
+    KvxCmdSpiTransfer = 1u << 23,
 };
 
 class HDWLIB_EXPORT CKVX_HdwKvxUnitProfile : public CKVX_Object {
@@ -85,6 +91,8 @@ public:
     unsigned DiscreteInBanks = 0;
     unsigned DiscreteOutBanks = 0;
     unsigned LinesPerBank = 8; // lines of each discrete bank (1..32)
+    unsigned I2cChannels = 0;
+    unsigned SpiChannels = 0;
     // Base codes of the per-channel commands (code = base + channel).
     uint8_t AtxConfigBase = 20;
     uint8_t ArxConfigBase = 24;
@@ -94,6 +102,10 @@ public:
     uint8_t MilStd1553ConfigBase = 52;
     uint8_t DiscreteInConfigBase = 36;
     uint8_t DiscreteOutConfigBase = 40;
+    uint8_t I2cConfigBase = 112;
+    uint8_t SpiConfigBase = 114;
+    uint8_t I2cTransferCode = 116;
+    uint8_t SpiTransferCode = 117;
     // Commands the unit accepts (t_KvxCommandKind bits); a builder asked for
     // any other answers 2 and attaches nothing.
     uint32_t Commands = 0;
@@ -118,8 +130,8 @@ public:
     unsigned ChannelCount(unsigned kind) const;
 
     // The row of unit model `deviceCode` (3 Halden, 4 Bexley, 6 Arvane, 8
-    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow, 5 Travin); null for
-    // another code.
+    // Halden Small, 10 Pellor, 11 Quillan, 12 Mirrow, 5 Travin, 7 Wendal);
+    // null for another code.
     static const CKVX_HdwKvxUnitProfile* Of(unsigned deviceCode);
 };
 

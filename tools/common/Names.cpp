@@ -19,6 +19,7 @@ const Driver kDrivers[] = {
     {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
     {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
     {"travin", 5, &Make<CKVX_HdwKvxTravinDevice>},
+    {"wendal", 7, &Make<CKVX_HdwKvxWendalDevice>},
     {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
     {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
 };

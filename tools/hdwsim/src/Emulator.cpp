@@ -387,6 +387,24 @@ bool Emulator::LoseNextA429Words(unsigned channel, unsigned words)
     return m->Engine.LoseNextA429Words(channel, words);
 }
 
+bool Emulator::HoldI2cBus(unsigned channel, unsigned ms)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.HoldI2cBus(channel, ms, m->Now());
+}
+
+bool Emulator::NackNextI2c(unsigned channel, unsigned byteIndex)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.NackNextI2c(channel, byteIndex);
+}
+
+bool Emulator::LoseI2cArbitration(unsigned channel)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Engine.LoseI2cArbitration(channel);
+}
+
 void Emulator::CorruptNextFrameCrc(unsigned frames)
 {
     std::lock_guard<std::mutex> lock(m->Mutex);

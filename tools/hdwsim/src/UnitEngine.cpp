@@ -5,6 +5,7 @@
 #include "HostFrameParser.h"
 #include "LittleEndian.h"
 #include "Mil1553Bus.h"
+#include "WendalBus.h"
 
 #include <algorithm>
 #include <array>
@@ -122,7 +123,8 @@ struct UnitEngine::Impl {
               model.DiscreteBanks, Count,
               [this](
                   unsigned type, unsigned sub, const uint8_t* params, size_t size) { Event(type, sub, params, size); },
-              [this](uint64_t ns) { return Clock(ns); })
+              [this](uint64_t ns) { return Clock(ns); }),
+          Masters(model, Count, options.Pacing)
     {
         Mil.SetSimulatedTerminals(options.MilStd1553Terminals);
         ResetChannels(0);
@@ -136,6 +138,7 @@ struct UnitEngine::Impl {
     EventFramer Framer;
     std::array<HostFrameParser, LinkCount> Parsers;
     bool EchoEnabled = true;
+    WendalBus Masters;
 
     std::array<A429Tx, MaxChannels> Tx;
     std::array<A429Rx, MaxChannels> Rx;
@@ -234,6 +237,7 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
             // A new session starts from a unit in its reset state.
             ++Count.SessionOpens;
             ResetChannels(nowNs);
+            Masters.Reset();
             // Watchdog: bit 15 enables, bits 9..0 in units of 10 ms.
             const unsigned wd = len >= 7 ? le::Get16(rec + 5) : 0;
             WatchdogNs = (wd & 0x8000) ? uint64_t(wd & 0x3FF) * 10000000 : 0;
@@ -350,6 +354,8 @@ bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)
         Mil.Configure(code - CodeMilConfig, rec + 4, nowNs);
         return true;
     }
+    if (Masters.Handles(code))
+        return Masters.Execute(rec, len, nowNs);
     return false;
 }
 
@@ -593,6 +599,12 @@ void UnitEngine::Impl::Advance(uint64_t nowNs)
     }
     Mil.Advance(nowNs);
     Discrete.Advance(nowNs);
+    Masters.Advance(nowNs, [&](unsigned type, unsigned sub, const std::vector<uint8_t>& body, uint64_t atNs) {
+        std::vector<uint8_t> params(4 + body.size());
+        le::Put32(params.data(), Clock(atNs));
+        std::copy(body.begin(), body.end(), params.begin() + 4);
+        Event(type, sub, params.data(), params.size());
+    });
     Framer.Flush(nowNs, Count);
 }
 
@@ -637,6 +649,7 @@ uint64_t UnitEngine::NextBusEventNs() const
 {
     uint64_t next = m->WatchdogNs ? m->LastCommandNs + m->WatchdogNs + 1 : Never;
     next = std::min(next, m->Mil.NextEventNs());
+    next = std::min(next, m->Masters.NextEventNs());
     for (unsigned ch = 0; ch < m->Model.Arinc429TxChannels; ++ch) {
         const A429Tx& t = m->Tx[ch];
         if (t.Enabled && !t.Fifo.empty())
@@ -804,6 +817,21 @@ UnitEngine::A429RxState UnitEngine::A429Receiver(unsigned channel) const
 std::vector<uint8_t> UnitEngine::RecentCommandCodes() const
 {
     return {m->CommandLog.begin(), m->CommandLog.end()};
+}
+
+bool UnitEngine::HoldI2cBus(unsigned channel, unsigned ms, uint64_t nowNs)
+{
+    return m->Masters.HoldI2cBus(channel, ms, nowNs);
+}
+
+bool UnitEngine::NackNextI2c(unsigned channel, unsigned byteIndex)
+{
+    return m->Masters.NackNextI2c(channel, byteIndex);
+}
+
+bool UnitEngine::LoseI2cArbitration(unsigned channel)
+{
+    return m->Masters.LoseI2cArbitration(channel);
 }
 
 size_t UnitEngine::CanFifoLevel(unsigned channel) const

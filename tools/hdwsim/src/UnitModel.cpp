@@ -12,7 +12,7 @@ namespace {
 // The 8- and 16-channel ARINC 429 units have command blocks of their own
 // (64/72 and 80/96) so that no range overlaps another or a fixed code; the
 // 4-channel CAN unit pushes at 56 + channel, clear of its configuration codes.
-constexpr std::array<UnitModel, 8> s_Models{{
+constexpr std::array<UnitModel, 9> s_Models{{
     {"halden", "Halden", 3, 2, 4, 4, 2, 2, true, true, 55003, "HLD-EMU-0001", "1.0", 20, 24, 48, 50, false, true},
     {"arvane", "Arvane", 6, 0, 8, 8, 0, 0, true, true, 55006, "ARV-EMU-0001", "1.0", 64, 72, 48, 50, false, false},
     {"haldensmall", "Halden Small", 8, 0, 2, 2, 1, 0, true, false, 0, "HDS-EMU-0001", "1.0", 20, 24, 48, 50, false,
@@ -22,6 +22,8 @@ constexpr std::array<UnitModel, 8> s_Models{{
     {"bexley", "Bexley", 4, 0, 0, 0, 4, 0, true, false, 0, "BEX-EMU-0001", "1.0", 20, 24, 48, 56, false, false},
     {"quillan", "Quillan", 11, 0, 0, 0, 2, 0, true, false, 0, "QUI-EMU-0001", "1.0", 20, 24, 48, 50, false, false},
     {"travin", "Travin", 5, 0, 0, 0, 0, 0, true, false, 0, "TRV-EMU-0001", "1.0", 20, 24, 48, 50, false, false, 4},
+    // Two I2C and two SPI masters.
+    {"wendal", "Wendal", 7, 0, 0, 0, 0, 0, true, false, 0, "WEN-EMU-0001", "1.0", 20, 24, 48, 50, false, false, 0, 2, 2},
 }};
 
 } // namespace

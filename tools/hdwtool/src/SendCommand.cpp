@@ -1,6 +1,7 @@
 // hdwtool send PORT VALUE...: puts words, frames or bytes on a bus and waits
 // until the unit has confirmed them.
 #include "Commands.h"
+#include "MasterSend.h"
 #include "SendPlan.h"
 #include "Terminal.h"
 
@@ -13,7 +14,8 @@ namespace hdwtool {
 int RunSend(const std::vector<std::string>& args)
 {
     auto specs = LinkOptions();
-    for (const char* o : {"rate", "parity", "bitrate", "sample-point", "repeat", "interval"})
+    for (const char* o :
+        {"rate", "parity", "bitrate", "sample-point", "repeat", "interval", "speed", "mode", "clock", "word-bits"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"verbose", 'v', false, false});
     ParsedArgs parsed;
@@ -35,6 +37,8 @@ int RunSend(const std::vector<std::string>& args)
     }
     if (repeat == 0)
         return Fail("send: --repeat must be at least 1", ExitUsage);
+    if (!target.ByKey && IsMasterPort(target.PortType))
+        return RunMasterSend(parsed, target, options);
     // A port named by type: check the values before any unit is touched.
     if (!target.ByKey)
         for (size_t i = 1; i < pos.size(); ++i) {

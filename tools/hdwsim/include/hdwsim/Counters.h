@@ -78,6 +78,13 @@ struct Counters {
     uint64_t DiscreteRefused = 0; // discrete records refused (bank, operation, length, pulse length)
     uint64_t DiscreteFiltered = 0; // input edges that did not outlast the debounce
     uint64_t DiscreteDropped = 0; // change events lost by DropNextDiscreteEvents
+    // I2C and SPI masters, per master.
+    PerChannel I2cTransfers{}; // transfer records taken, refused ones too
+    PerChannel I2cBytes{}; // bytes written and acknowledged plus bytes read
+    PerChannel I2cNacks{}; // transfers ended by a missing acknowledge
+    PerChannel I2cFaults{}; // transfers ended by a bus fault
+    PerChannel SpiTransfers{};
+    PerChannel SpiBytes{}; // bytes shifted in
 
     // HOE.
     uint64_t UdpPacketsReceived = 0; // accepted packets

@@ -105,6 +105,11 @@ public:
     bool BounceInput(unsigned bank, unsigned line, unsigned edges, unsigned spacingUs);
     void DropNextDiscreteEvents(unsigned events);
     uint32_t DiscreteOutputState(unsigned bank) const;
+    // I2C masters (see UnitEngine): a held bus for `ms` from now, a missing
+    // acknowledge at a write byte of the next transfer, a lost arbitration.
+    bool HoldI2cBus(unsigned channel, unsigned ms);
+    bool NackNextI2c(unsigned channel, unsigned byteIndex);
+    bool LoseI2cArbitration(unsigned channel);
     void DropNextUdpPackets(unsigned packets); // the next packets the unit sends
     void SetUdpDropFraction(double fraction); // 0 to 1 of the packets the unit sends
     // true: the unit goes silent on both links (input read and ignored,

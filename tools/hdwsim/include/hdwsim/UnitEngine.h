@@ -110,6 +110,13 @@ public:
     void DropNextDiscreteEvents(unsigned events);
     // Logical state an output bank drives (0 for a bank the unit lacks).
     uint32_t DiscreteOutputState(unsigned bank) const;
+    // I2C masters: transfers taken within `ms` from `nowNs` end in a bus
+    // fault (status 3); the next transfer's write byte `byteIndex` gets no
+    // acknowledge (status 2); the next transfer loses arbitration (status 5).
+    // False for a master the unit lacks.
+    bool HoldI2cBus(unsigned channel, unsigned ms, uint64_t nowNs);
+    bool NackNextI2c(unsigned channel, unsigned byteIndex);
+    bool LoseI2cArbitration(unsigned channel);
 
     const Counters& GetCounters() const;
     Counters& MutableCounters();

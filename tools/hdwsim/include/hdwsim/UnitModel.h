@@ -9,7 +9,15 @@
 namespace hdwsim {
 
 // Channel kinds, numbered as the unit counts its ports.
-enum class ChannelKind : unsigned { Uart = 0, Arinc429Tx = 1, Arinc429Rx = 2, Can = 3, MilStd1553 = 5 };
+enum class ChannelKind : unsigned {
+    Uart = 0,
+    Arinc429Tx = 1,
+    Arinc429Rx = 2,
+    Can = 3,
+    MilStd1553 = 5,
+    I2c = 8,
+    Spi = 9
+};
 
 struct UnitModel {
     std::string_view Name; // command-line name ("halden")
@@ -36,6 +44,9 @@ struct UnitModel {
     bool CriticalFailure = false;
     // Discrete input banks and output banks (as many of each), 8 lines a bank.
     unsigned DiscreteBanks = 0;
+    // I2C and SPI masters (the Wendal unit).
+    unsigned I2cChannels = 0;
+    unsigned SpiChannels = 0;
 };
 
 // Largest channel count of any kind in any row; per-channel arrays use it.

@@ -1,0 +1,520 @@
+// The generic I2C and SPI master classes: which services their ports admit,
+// what Open and the transfer checks refuse, which operations answer 8 until
+// a unit driver overrides them, and the transfer bookkeeping a driver relies
+// on (submission order, wire tags, Transfer waiting for its own result,
+// the bound, failure and stop).
+#include "support/Wait.h"
+
+#include <HdwLib/HdwLib.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// Driver-like services: Submit checks and queues; the test plays the unit
+// through Complete, MarkSent and FailPending.
+class CTestI2cMaster : public CKVX_HdwI2cMasterService {
+public:
+    using CKVX_HdwI2cMasterService::CKVX_HdwI2cMasterService;
+    bool Driver = false; // false: the generic Submit (answers 8)
+    unsigned Submit(CKVX_HdwI2cTransfer& t) override
+    {
+        if (!Driver)
+            return CKVX_HdwI2cMasterService::Submit(t);
+        if (const unsigned rc = t.Check())
+            return rc;
+        CKVX_HdwServiceLock lock(*this);
+        return Enqueue(t);
+    }
+    // Sends the oldest unsent transfer; its wire tag.
+    uint32_t Send(uint64_t nowMs)
+    {
+        CKVX_HdwServiceLock lock(*this);
+        uint32_t tag = ~0u;
+        EXPECT_NE(PeekUnsent(tag), nullptr);
+        MarkSent(nowMs);
+        return tag;
+    }
+    bool Finish(uint32_t tag, unsigned result, std::vector<uint8_t> data = {}, bool nackOnAddress = false)
+    {
+        CKVX_HdwServiceLock lock(*this);
+        return Complete(tag, result, 2, nackOnAddress, 1, data.data(), unsigned(data.size()), 1234);
+    }
+    unsigned InFlight()
+    {
+        CKVX_HdwServiceLock lock(*this);
+        return GetInFlightCount();
+    }
+    void Fail()
+    {
+        CKVX_HdwServiceLock lock(*this);
+        FailPending();
+    }
+};
+
+class CTestSpiMaster : public CKVX_HdwSpiMasterService {
+public:
+    using CKVX_HdwSpiMasterService::CKVX_HdwSpiMasterService;
+    bool Driver = false;
+    unsigned Submit(CKVX_HdwSpiTransfer& t) override
+    {
+        if (!Driver)
+            return CKVX_HdwSpiMasterService::Submit(t);
+        if (const unsigned rc = t.Check())
+            return rc;
+        CKVX_HdwServiceLock lock(*this);
+        return Enqueue(t);
+    }
+    bool Finish(uint32_t tag, const std::vector<uint8_t>& in)
+    {
+        CKVX_HdwServiceLock lock(*this);
+        return Complete(tag, 0, in.data(), unsigned(in.size()), 99);
+    }
+};
+
+template <class Base, class Service>
+class CTestPort : public Base {
+public:
+    using Base::Base;
+    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override
+    {
+        if (const unsigned rc = Base::EnableService(type, service, params))
+            return rc;
+        auto* s = new Service(this);
+        this->GetServiceList() += s;
+        if (service)
+            *service = s;
+        return 0;
+    }
+};
+using CI2cTestPort = CTestPort<CKVX_HdwI2cPort, CTestI2cMaster>;
+using CSpiTestPort = CTestPort<CKVX_HdwSpiPort, CTestSpiMaster>;
+
+// One unit with one I2C and one SPI master.
+class CMasterDevice : public CKVX_HdwDevice {
+public:
+    CMasterDevice() { m_DeviceCode = 0x7E5712; }
+    unsigned Init(unsigned) override
+    {
+        if (const unsigned rc = CKVX_HdwDevice::Init(1))
+            return rc;
+        m_DeviceList.Create(1);
+        m_DeviceList[0] = new CDeviceInstance;
+        AddPortDescriptor(0, new CI2cTestPort(this, 0, "0"), 0, "I2C 0");
+        AddPortDescriptor(0, new CSpiTestPort(this, 0, "0"), 0, "SPI 0");
+        return 0;
+    }
+    unsigned Open(unsigned instance) override { return SetOpen(instance, true); }
+    unsigned Close(unsigned instance) override { return CanClose(instance) ? SetOpen(instance, false) : 0; }
+
+private:
+    unsigned SetOpen(unsigned instance, bool open)
+    {
+        CDeviceInstance* inst = GetDeviceInstance(instance);
+        if (!inst)
+            return HDW_ERR_ARGUMENT;
+        inst->Lock();
+        inst->SetOpen(open);
+        inst->Unlock();
+        return 0;
+    }
+};
+
+class I2cSpiRig : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        Manager.AttachDevice(Device.get());
+        Manager.Enumerate();
+        Manager.Run();
+        I2c = static_cast<CI2cTestPort*>(Manager.GetPort(HDW_PORT_I2C, 0));
+        Spi = static_cast<CSpiTestPort*>(Manager.GetPort(HDW_PORT_SPI, 0));
+        ASSERT_TRUE(I2c && Spi);
+    }
+    void TearDown() override
+    {
+        I2c->Close();
+        Spi->Close();
+        Manager.Stop();
+    }
+    template <class S>
+    S* Enable(CKVX_HdwPort* port, unsigned type)
+    {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(port->EnableService(type, &s, nullptr), 0u);
+        return dynamic_cast<S*>(s);
+    }
+    CTestI2cMaster* OpenI2c()
+    {
+        auto* s = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
+        EXPECT_EQ(I2c->Open(nullptr), 0u);
+        s->Driver = true;
+        return s;
+    }
+
+    std::unique_ptr<CMasterDevice> Device = std::make_unique<CMasterDevice>(); // outlives the manager
+    CKVX_HdwManager Manager;
+    CI2cTestPort* I2c = nullptr;
+    CSpiTestPort* Spi = nullptr;
+};
+
+CKVX_HdwI2cTransfer I2cWrite(uint16_t address, std::vector<uint8_t> bytes, uint32_t tag = 0)
+{
+    CKVX_HdwI2cTransfer t;
+    t.Address = address;
+    t.Write = CKVX_Uint8Vector(bytes.data(), unsigned(bytes.size()));
+    t.Tag = tag;
+    return t;
+}
+
+} // namespace
+
+TEST(I2cSpiDefaults, PublicParameters)
+{
+    const CKVX_HdwI2cPort::CParameters i2c;
+    const CKVX_HdwSpiPort::CParameters spi;
+    const CKVX_HdwSpiTransfer st;
+    const struct {
+        const char* name;
+        double actual, expected;
+    } rows[] = {
+        {"I2C BusSpeed", double(i2c.BusSpeed), 100000},
+        {"I2C BusTimeoutMs", double(i2c.BusTimeoutMs), 25},
+        {"I2C PullUps", double(i2c.PullUps), 1},
+        {"SPI Mode", double(spi.Mode), 0},
+        {"SPI ClockHz", double(spi.ClockHz), 1000000},
+        {"SPI LsbFirst", double(spi.LsbFirst), 0},
+        {"SPI WordBits", double(spi.WordBits), 8},
+        {"SPI ChipSelect", double(spi.ChipSelect), 0},
+        {"SPI CsActiveHigh", double(spi.CsActiveHigh), 0},
+        {"SPI transfer ChipSelect (the port's)", double(st.ChipSelect), 0xFF},
+        {"I2C master BufferSize", double(CKVX_HdwI2cMasterService::CParameters().BufferSize), 64},
+        {"SPI master BufferSize", double(CKVX_HdwSpiMasterService::CParameters().BufferSize), 64},
+        {"result no acknowledge", double(HDW_ERR_NO_ACK), 33},
+        {"result bus fault", double(HDW_ERR_BUS_FAULT), 34},
+    };
+    for (const auto& r : rows)
+        EXPECT_EQ(r.actual, r.expected) << r.name;
+}
+
+TEST(I2cSpiChecks, TransferAndParameterRanges)
+{
+    auto i2c = [](uint16_t address, bool tenBit, unsigned write, unsigned read) {
+        CKVX_HdwI2cTransfer t;
+        t.Address = address;
+        t.TenBit = tenBit;
+        t.Write.Create(write);
+        t.ReadLength = read;
+        return t.Check();
+    };
+    auto spi = [](unsigned bytes, unsigned wordBits) {
+        CKVX_HdwSpiTransfer t;
+        t.Out.Create(bytes);
+        return t.Check(wordBits);
+    };
+    auto i2cPort = [](uint32_t speed, uint32_t timeoutMs) {
+        CKVX_HdwI2cPort::CParameters p;
+        p.BusSpeed = speed;
+        p.BusTimeoutMs = timeoutMs;
+        return p.Check();
+    };
+    auto spiPort = [](uint8_t mode, uint8_t wordBits) {
+        CKVX_HdwSpiPort::CParameters p;
+        p.Mode = mode;
+        p.WordBits = wordBits;
+        return p.Check();
+    };
+    const struct {
+        const char* name;
+        unsigned actual, expected;
+    } rows[] = {
+        {"7-bit 0x7F", i2c(0x7F, false, 1, 0), 0},
+        {"7-bit 0x80", i2c(0x80, false, 1, 0), 2},
+        {"10-bit 0x3FF", i2c(0x3FF, true, 1, 0), 0},
+        {"10-bit 0x400", i2c(0x400, true, 1, 0), 2},
+        {"address probe", i2c(0x50, false, 0, 0), 0},
+        {"write 4096", i2c(0x50, false, 4096, 0), 0},
+        {"write 4097", i2c(0x50, false, 4097, 0), 2},
+        {"read 4097", i2c(0x50, false, 1, 4097), 2},
+        {"SPI empty", spi(0, 8), 2},
+        {"SPI 4096", spi(4096, 8), 0},
+        {"SPI 4097", spi(4097, 8), 2},
+        {"SPI 3 bytes of 16-bit words", spi(3, 16), 2},
+        {"SPI 3 bytes of 9-bit words", spi(3, 9), 2},
+        {"SPI 4 bytes of 16-bit words", spi(4, 16), 0},
+        {"I2C 100 kHz", i2cPort(100000, 25), 0},
+        {"I2C 400 kHz", i2cPort(400000, 1), 0},
+        {"I2C 1 MHz", i2cPort(1000000, 1000), 0},
+        {"I2C 200 kHz", i2cPort(200000, 25), 2},
+        {"I2C time-out 0", i2cPort(100000, 0), 2},
+        {"I2C time-out 1001", i2cPort(100000, 1001), 2},
+        {"SPI mode 3", spiPort(3, 8), 0},
+        {"SPI mode 4", spiPort(4, 8), 2},
+        {"SPI word 3", spiPort(0, 3), 2},
+        {"SPI word 4", spiPort(0, 4), 0},
+        {"SPI word 16", spiPort(0, 16), 0},
+        {"SPI word 17", spiPort(0, 17), 2},
+    };
+    for (const auto& r : rows)
+        EXPECT_EQ(r.actual, r.expected) << r.name;
+}
+
+TEST_F(I2cSpiRig, AdmissionOfEachPort)
+{
+    const struct {
+        const char* name;
+        CKVX_HdwPort* port;
+        unsigned type;
+        unsigned expected;
+    } rows[] = {
+        {"I2C takes the I2C master", I2c, HDW_SERVICE_I2C_MASTER, 0},
+        {"I2C takes no second one", I2c, HDW_SERVICE_I2C_MASTER, 26},
+        {"I2C refuses the SPI master", I2c, HDW_SERVICE_SPI_MASTER, 10},
+        {"I2C refuses the signal service", I2c, HDW_SERVICE_SIGNAL, 10},
+        {"I2C refuses discrete input", I2c, HDW_SERVICE_DISCRETE_IN, 10},
+        {"SPI takes the SPI master", Spi, HDW_SERVICE_SPI_MASTER, 0},
+        {"SPI takes no second one", Spi, HDW_SERVICE_SPI_MASTER, 26},
+        {"SPI refuses the I2C master", Spi, HDW_SERVICE_I2C_MASTER, 10},
+        {"SPI refuses byte output", Spi, HDW_SERVICE_BYTE_OUT_BUFFER, 10},
+    };
+    for (const auto& r : rows) {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(r.port->EnableService(r.type, &s, nullptr), r.expected) << r.name;
+    }
+    ASSERT_EQ(I2c->Open(nullptr), 0u);
+    EXPECT_EQ(I2c->EnableService(HDW_SERVICE_I2C_MASTER, nullptr, nullptr), 10u) << "open port";
+    EXPECT_EQ(I2c->DisableService(I2c->FindService(HDW_SERVICE_I2C_MASTER)), 1u) << "open port";
+}
+
+// Each operation that needs the unit, on a running generic service: 8 and
+// nothing queued.
+TEST_F(I2cSpiRig, OperationsNeedingTheUnitAnswer8)
+{
+    auto* i2c = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
+    auto* spi = Enable<CTestSpiMaster>(Spi, HDW_SERVICE_SPI_MASTER);
+    ASSERT_TRUE(i2c && spi);
+    ASSERT_EQ(I2c->Open(nullptr), 0u);
+    ASSERT_EQ(Spi->Open(nullptr), 0u);
+    ASSERT_EQ(i2c->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    CKVX_HdwI2cTransfer it = I2cWrite(0x50, {1, 2});
+    CKVX_HdwSpiTransfer st;
+    st.Out = CKVX_Uint8Vector(reinterpret_cast<const uint8_t*>("ab"), 2);
+    const struct {
+        const char* name;
+        unsigned actual;
+    } rows[] = {
+        {"I2C Submit", i2c->Submit(it)},
+        {"I2C Transfer", i2c->Transfer(it, 10)},
+        {"SPI Submit", spi->Submit(st)},
+        {"SPI Transfer", spi->Transfer(st, 10)},
+    };
+    for (const auto& r : rows)
+        EXPECT_EQ(r.actual, 8u) << r.name;
+    unsigned pending = 9, results = 9;
+    EXPECT_EQ(i2c->GetPendingCount(pending), 0u);
+    EXPECT_EQ(i2c->GetResultCount(results), 0u);
+    EXPECT_EQ(pending + results, 0u);
+    EXPECT_EQ(spi->GetPendingCount(pending), 0u);
+    EXPECT_EQ(spi->GetResultCount(results), 0u);
+    EXPECT_EQ(pending + results, 0u);
+    EXPECT_EQ(i2c->ReadResult(it), 4u);
+    EXPECT_EQ(spi->ReadResult(st), 4u);
+}
+
+TEST_F(I2cSpiRig, BadOpenParametersChangeNothing)
+{
+    Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
+    Enable<CTestSpiMaster>(Spi, HDW_SERVICE_SPI_MASTER);
+    CKVX_HdwI2cPort::CParameters bad;
+    bad.BusSpeed = 123;
+    EXPECT_EQ(I2c->Open(&bad), 2u);
+    EXPECT_FALSE(I2c->IsOpen());
+    CKVX_HdwSpiPort::CParameters mode4;
+    mode4.Mode = 4;
+    EXPECT_EQ(Spi->Open(&mode4), 2u);
+    CKVX_HdwUartPort::CParameters otherClass;
+    EXPECT_EQ(Spi->Open(&otherClass), 2u);
+    EXPECT_FALSE(Spi->IsOpen());
+    CKVX_HdwI2cPort::CParameters i2cNow;
+    CKVX_HdwSpiPort::CParameters spiNow;
+    ASSERT_EQ(I2c->GetParameters(&i2cNow), 0u);
+    ASSERT_EQ(Spi->GetParameters(&spiNow), 0u);
+    EXPECT_EQ(i2cNow.BusSpeed, 100000u);
+    EXPECT_EQ(spiNow.Mode, 0u);
+
+    uint32_t hz = 0;
+    EXPECT_EQ(Spi->GetActualClockHz(hz), 19u) << "closed";
+    CKVX_HdwSpiPort::CParameters good;
+    good.Mode = 3;
+    good.ClockHz = 250000;
+    ASSERT_EQ(Spi->Open(&good), 0u);
+    ASSERT_EQ(Spi->GetParameters(&spiNow), 0u);
+    EXPECT_EQ(spiNow.Mode, 3u);
+    EXPECT_EQ(Spi->GetActualClockHz(hz), 0u);
+    EXPECT_EQ(hz, 250000u);
+}
+
+TEST_F(I2cSpiRig, BufferSizeRange)
+{
+    auto* i2c = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
+    auto* spi = Enable<CTestSpiMaster>(Spi, HDW_SERVICE_SPI_MASTER);
+    const struct {
+        uint32_t size;
+        unsigned expected;
+    } rows[] = {{0, 2}, {1, 0}, {1024, 0}, {1025, 2}};
+    for (const auto& r : rows) {
+        CKVX_HdwI2cMasterService::CParameters ip;
+        ip.BufferSize = r.size;
+        EXPECT_EQ(i2c->SetParameters(&ip), r.expected) << r.size;
+        CKVX_HdwSpiMasterService::CParameters sp;
+        sp.BufferSize = r.size;
+        EXPECT_EQ(spi->SetParameters(&sp), r.expected) << r.size;
+    }
+    CKVX_HdwI2cMasterService::CParameters now;
+    ASSERT_EQ(i2c->GetParameters(&now), 0u);
+    EXPECT_EQ(now.BufferSize, 1024u) << "the last good value stays";
+}
+
+// Results come out in submission order; a result must carry the oldest
+// transfer's wire tag; the bound counts submitted plus unread.
+TEST_F(I2cSpiRig, ResultsInSubmissionOrderAndTheBound)
+{
+    CKVX_HdwI2cMasterService::CParameters p;
+    p.BufferSize = 3;
+    auto* s = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
+    ASSERT_EQ(s->SetParameters(&p), 0u);
+    ASSERT_EQ(I2c->Open(nullptr), 0u);
+    s->Driver = true;
+    for (uint32_t tag = 10; tag < 13; ++tag) {
+        CKVX_HdwI2cTransfer t = I2cWrite(0x50, {uint8_t(tag)}, tag);
+        ASSERT_EQ(s->Submit(t), 0u);
+    }
+    CKVX_HdwI2cTransfer extra = I2cWrite(0x50, {1});
+    EXPECT_EQ(s->Submit(extra), 10u) << "bound of 3";
+    CKVX_HdwI2cTransfer badAddress = I2cWrite(0x80, {1});
+    EXPECT_EQ(s->Submit(badAddress), 2u);
+
+    EXPECT_EQ(s->Send(0), 0u);
+    EXPECT_EQ(s->Send(0), 1u);
+    EXPECT_EQ(s->InFlight(), 2u);
+    EXPECT_FALSE(s->Finish(1, 0)) << "not the oldest";
+    EXPECT_TRUE(s->Finish(0, HDW_ERR_NO_ACK, {}, true));
+    EXPECT_TRUE(s->Finish(1, 0, {7, 8}));
+    EXPECT_EQ(s->Submit(extra), 10u) << "unread results still count";
+
+    CKVX_HdwI2cTransfer r;
+    ASSERT_EQ(s->ReadResult(r), 0u);
+    EXPECT_EQ(r.Tag, 10u);
+    EXPECT_EQ(r.Result, 33u);
+    EXPECT_TRUE(r.NackOnAddress);
+    EXPECT_EQ(r.Fault, 0u) << "a fault only with 34";
+    EXPECT_TRUE(r.Read.IsEmpty());
+    ASSERT_EQ(s->ReadResult(r), 0u);
+    EXPECT_EQ(r.Tag, 11u);
+    EXPECT_EQ(r.Result, 0u);
+    EXPECT_FALSE(r.NackOnAddress);
+    EXPECT_EQ(r.Read.Items(), (std::vector<uint8_t>{7, 8}));
+    EXPECT_EQ(r.TimeStamp, 1234u);
+    EXPECT_EQ(s->Submit(extra), 0u);
+    unsigned pending = 0;
+    EXPECT_EQ(s->GetPendingCount(pending), 0u);
+    EXPECT_EQ(pending, 2u);
+
+    s->Fail();
+    EXPECT_EQ(s->GetStatus(), unsigned(HDW_SERVICE_FAILED));
+    for (uint32_t tag : {12u, 0u}) {
+        ASSERT_EQ(s->ReadResult(r), 0u);
+        EXPECT_EQ(r.Tag, tag);
+        EXPECT_EQ(r.Result, 15u);
+    }
+    EXPECT_EQ(s->ReadResult(r), 4u);
+}
+
+// Transfer waits for its own transfer: an earlier one's result stays for
+// ReadResult; one that does not finish in time answers 22 and its result
+// arrives later in the queue.
+TEST_F(I2cSpiRig, TransferWaitsForItsOwnResult)
+{
+    CTestI2cMaster* s = OpenI2c();
+    CKVX_HdwI2cTransfer first = I2cWrite(0x50, {0}, 1);
+    ASSERT_EQ(s->Submit(first), 0u);
+    std::thread unit([&] {
+        ASSERT_TRUE(testsupport::WaitUntil([&] {
+            unsigned n = 0;
+            s->GetPendingCount(n);
+            return n == 2;
+        }));
+        uint32_t a = s->Send(0), b = s->Send(0);
+        EXPECT_TRUE(s->Finish(a, 0));
+        EXPECT_TRUE(s->Finish(b, 0, {0xAB, 0xCD}));
+    });
+    CKVX_HdwI2cTransfer mine = I2cWrite(0x50, {0}, 2);
+    mine.ReadLength = 2;
+    EXPECT_EQ(s->Transfer(mine, 20000), 0u);
+    unit.join();
+    EXPECT_EQ(mine.Tag, 2u);
+    EXPECT_EQ(mine.Read.Items(), (std::vector<uint8_t>{0xAB, 0xCD}));
+    unsigned results = 0;
+    EXPECT_EQ(s->GetResultCount(results), 0u);
+    EXPECT_EQ(results, 1u);
+    CKVX_HdwI2cTransfer r;
+    ASSERT_EQ(s->ReadResult(r), 0u);
+    EXPECT_EQ(r.Tag, 1u);
+
+    CKVX_HdwI2cTransfer slow = I2cWrite(0x50, {0}, 3);
+    EXPECT_EQ(s->Transfer(slow, 1), 22u);
+    EXPECT_TRUE(s->Finish(s->Send(0), HDW_ERR_BUS_FAULT));
+    ASSERT_EQ(s->ReadResult(r), 0u);
+    EXPECT_EQ(r.Tag, 3u);
+    EXPECT_EQ(r.Result, 34u);
+    EXPECT_EQ(r.Fault, 1u);
+}
+
+TEST_F(I2cSpiRig, CloseReleasesAWaitingTransfer)
+{
+    CTestI2cMaster* s = OpenI2c();
+    unsigned rc = 0;
+    std::thread app([&] {
+        CKVX_HdwI2cTransfer t = I2cWrite(0x50, {0});
+        rc = s->Transfer(t, 60000);
+    });
+    ASSERT_TRUE(testsupport::WaitUntil([&] {
+        unsigned n = 0;
+        s->GetPendingCount(n);
+        return n == 1;
+    }));
+    EXPECT_EQ(I2c->Close(), 0u);
+    app.join();
+    EXPECT_EQ(rc, 29u);
+}
+
+TEST_F(I2cSpiRig, SpiResultsInOrder)
+{
+    auto* s = Enable<CTestSpiMaster>(Spi, HDW_SERVICE_SPI_MASTER);
+    ASSERT_EQ(Spi->Open(nullptr), 0u);
+    s->Driver = true;
+    CKVX_HdwSpiTransfer t;
+    t.Out = CKVX_Uint8Vector(reinterpret_cast<const uint8_t*>("xyz"), 3);
+    t.Tag = 5;
+    ASSERT_EQ(s->Submit(t), 0u);
+    t.Tag = 6;
+    ASSERT_EQ(s->Submit(t), 0u);
+    CKVX_HdwSpiTransfer empty;
+    EXPECT_EQ(s->Submit(empty), 2u);
+    EXPECT_FALSE(s->Finish(1, {1, 2, 3}));
+    EXPECT_TRUE(s->Finish(0, {1, 2, 3}));
+    EXPECT_TRUE(s->Finish(1, {4, 5, 6}));
+    CKVX_HdwSpiTransfer r;
+    ASSERT_EQ(s->ReadResult(r), 0u);
+    EXPECT_EQ(r.Tag, 5u);
+    EXPECT_EQ(r.In.Items(), (std::vector<uint8_t>{1, 2, 3}));
+    ASSERT_EQ(s->ReadResult(r), 0u);
+    EXPECT_EQ(r.Tag, 6u);
+    EXPECT_EQ(r.In.Items(), (std::vector<uint8_t>{4, 5, 6}));
+    EXPECT_EQ(s->ResetResults(), 0u);
+}
