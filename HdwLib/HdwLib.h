@@ -79,6 +79,8 @@
 #include <HdwLib/units/KvxOutputCount.h>
 #include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/KvxUartPort.h>
+#include <HdwLib/units/KvxSorrelServices.h>
+#include <HdwLib/units/KvxSorrelUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
@@ -87,3 +89,4 @@
 #include <HdwLib/units/HdwKvxMirrowDevice.h>
 #include <HdwLib/units/HdwKvxPellorDevice.h>
 #include <HdwLib/units/HdwKvxQuillanDevice.h>
+#include <HdwLib/units/HdwKvxSorrelDevice.h>

@@ -34,6 +34,8 @@ struct UnitModel {
     bool KeepAlive = false;
     // Sends critical-failure events (type 1) when asked to (InjectCriticalFailure).
     bool CriticalFailure = false;
+    // Its UARTs are reached with the HOE port packets, not with commands.
+    bool PortPackets = false;
 };
 
 // Largest channel count of any kind in any row; per-channel arrays use it.
