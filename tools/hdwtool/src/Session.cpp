@@ -27,6 +27,7 @@ const DriverName kDrivers[] = {
     {"bexley", 4, &Make<CKVX_HdwKvxBexleyDevice>},
     {"arvane", 6, &Make<CKVX_HdwKvxArvaneDevice>},
     {"haldensmall", 8, &Make<CKVX_HdwKvxHaldenSmallDevice>},
+    {"sorrel", 9, &Make<CKVX_HdwKvxSorrelDevice>},
     {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
     {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
     {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
