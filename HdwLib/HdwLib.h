@@ -103,6 +103,8 @@
 #include <HdwLib/units/KvxSpiMasterService.h>
 #include <HdwLib/units/KvxSpiPort.h>
 #include <HdwLib/units/KvxUartPort.h>
+#include <HdwLib/units/KvxSorrelServices.h>
+#include <HdwLib/units/KvxSorrelUartPort.h>
 #include <HdwLib/units/KvxUartServices.h>
 #include <HdwLib/units/HdwKvxArvaneDevice.h>
 #include <HdwLib/units/HdwKvxBexleyDevice.h>
@@ -111,5 +113,6 @@
 #include <HdwLib/units/HdwKvxMirrowDevice.h>
 #include <HdwLib/units/HdwKvxPellorDevice.h>
 #include <HdwLib/units/HdwKvxQuillanDevice.h>
+#include <HdwLib/units/HdwKvxSorrelDevice.h>
 #include <HdwLib/units/HdwKvxTravinDevice.h>
 #include <HdwLib/units/HdwKvxWendalDevice.h>

@@ -124,11 +124,20 @@ unsigned CKVX_HdwHoeLink::EthValidatePacket(CKVX_HdwHoe::t_HoePacket_Union&, uns
     return 0;
 }
 
-unsigned CKVX_HdwHoeLink::EthProcessHoePacket(CKVX_HdwHoe::t_HoePacket_Union& packet, unsigned)
+unsigned CKVX_HdwHoeLink::EthProcessPortPacket(CKVX_HdwHoe::t_HoePacket_Union&, unsigned)
 {
-    // Keep-alives and the disconnect reply have done their work in the session.
-    if (CKVX_HdwHoe::GetCode(packet) == CKVX_HdwHoe::CodeEventData)
+    return 0;
+}
+
+unsigned CKVX_HdwHoeLink::EthProcessHoePacket(CKVX_HdwHoe::t_HoePacket_Union& packet, unsigned size)
+{
+    // The session keep-alive and the disconnect reply have done their work
+    // in the session.
+    const uint32_t code = CKVX_HdwHoe::GetCode(packet);
+    if (code == CKVX_HdwHoe::CodeEventData)
         return EthProcessHoeEventDataPacket(packet);
+    if ((code & 0xF0000000u) == 0xA0000000u && CKVX_HdwHoe::GetU16(packet, CKVX_HdwHoe::OffPortType) != 0)
+        return EthProcessPortPacket(packet, size);
     return 0;
 }
 

@@ -83,6 +83,9 @@ public:
     unsigned EthProcessRxPacket(CKVX_HdwHoe::t_HoePacket_Union& packet, unsigned size);
     // Driver check of an accepted packet: non-zero drops it. Base: 0.
     virtual unsigned EthValidatePacket(CKVX_HdwHoe::t_HoePacket_Union& packet, unsigned size);
+    // A port packet (class 0xA, port type not 0) of this session, on the
+    // receive thread. Base: dropped, 0.
+    virtual unsigned EthProcessPortPacket(CKVX_HdwHoe::t_HoePacket_Union& packet, unsigned size);
     unsigned EthProcessHoePacket(CKVX_HdwHoe::t_HoePacket_Union& packet, unsigned size);
     // Appends the payload of an event-data packet to RxList.
     unsigned EthProcessHoeEventDataPacket(CKVX_HdwHoe::t_HoePacket_Union& packet);

@@ -13,13 +13,14 @@ CKVX_HdwDevice* Make()
 const Driver kDrivers[] = {
     {"halden", 3, &Make<CKVX_HdwKvxHaldenDevice>},
     {"bexley", 4, &Make<CKVX_HdwKvxBexleyDevice>},
+    {"travin", 5, &Make<CKVX_HdwKvxTravinDevice>},
     {"arvane", 6, &Make<CKVX_HdwKvxArvaneDevice>},
+    {"wendal", 7, &Make<CKVX_HdwKvxWendalDevice>},
     {"haldensmall", 8, &Make<CKVX_HdwKvxHaldenSmallDevice>},
+    {"sorrel", 9, &Make<CKVX_HdwKvxSorrelDevice>},
     {"pellor", 10, &Make<CKVX_HdwKvxPellorDevice>},
     {"quillan", 11, &Make<CKVX_HdwKvxQuillanDevice>},
     {"mirrow", 12, &Make<CKVX_HdwKvxMirrowDevice>},
-    {"travin", 5, &Make<CKVX_HdwKvxTravinDevice>},
-    {"wendal", 7, &Make<CKVX_HdwKvxWendalDevice>},
     {"pcuart", CKVX_HdwStdUartDevice::StdUartDeviceCode, &Make<CKVX_HdwStdUartDevice>},
     {"udpuart", CKVX_HdwUdpEmulatorDevice::UdpEmulatorDeviceCode, &Make<CKVX_HdwUdpEmulatorDevice>},
 };

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <iterator>
 
 namespace hdw::links {
 namespace {
@@ -297,8 +298,12 @@ void CHoeSession::SendKeepAlive()
 
 void CHoeSession::ReceiveLoop(CHoeSessionSink& sink)
 {
-    static constexpr uint32_t kCodes[] = {
-        CKVX_HdwHoe::CodeEventData, CKVX_HdwHoe::CodeKeepAlivePort, CKVX_HdwHoe::CodeDisconnectReply};
+    // Besides the session's own packets, what a unit sends about its ports.
+    static constexpr uint32_t kCodes[] = {CKVX_HdwHoe::CodeEventData, CKVX_HdwHoe::CodeKeepAlivePort,
+        CKVX_HdwHoe::CodeDisconnectReply, CKVX_HdwHoe::CodeOpenPortReply, CKVX_HdwHoe::CodeClosePortReply,
+        CKVX_HdwHoe::CodeDataBuf, CKVX_HdwHoe::CodeDataBufReply, CKVX_HdwHoe::CodeCctxReply,
+        CKVX_HdwHoe::CodeRstTxReply, CKVX_HdwHoe::CodeRstRxReply, CKVX_HdwHoe::CodeDctxReply,
+        CKVX_HdwHoe::CodeCfgPortReply};
     const auto period = std::chrono::milliseconds(KeepAlivePeriodMs);
     const auto linkTimeout = std::chrono::milliseconds(m_LinkTimeoutMs);
     auto nextKeepAlive = Clock::now() + period;
@@ -313,7 +318,8 @@ void CHoeSession::ReceiveLoop(CHoeSessionSink& sink)
         unsigned short fromPort = 0;
         const unsigned rc = m_Socket.ReceiveFrom(p.Bytes, sizeof p.Bytes, got, from, fromPort, wait);
         if (rc == 0 &&
-            m_Hoe.CheckReceivedPacket(p, static_cast<int>(got), m_Tag, kCodes, 3) == CKVX_HdwHoe::HoeAccepted &&
+            m_Hoe.CheckReceivedPacket(p, static_cast<int>(got), m_Tag, kCodes, std::size(kCodes)) ==
+                CKVX_HdwHoe::HoeAccepted &&
             CKVX_HdwHoe::GetSecondWord(p) == m_SessionId) {
             lastHeard = Clock::now();
             timeoutReported = false;

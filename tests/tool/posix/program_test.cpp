@@ -367,7 +367,7 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         {{"monitor", "--link", sim.Link, "a429rx:0", "--rate", "50k"}, 1, "(result 2): rate 50000"},
         {{"monitor", "--link", sim.Link, "can:1", "--count", "1", "--duration", "0.3"}, 1, "0 of 1"},
         {{"list"}, 1, "--link"},
-        {{"list", "--link", "9:/dev/null"}, 1, "no driver has device code 9"},
+        {{"list", "--link", "77:/dev/null"}, 1, "no driver has device code 77"},
         {{"list", "--link", deadPty}, 1, "no unit answered on link " + deadPty + ": ", "(result 14)"},
         {{"list", "--link", deadUdp}, 1, "no unit answered on link " + deadUdp + ": ", "(result 14)"},
         {{"list", "--link", "3:/nonexistent"}, 1, "no unit answered on link 3:/nonexistent: ", "(result 14)"},
@@ -519,4 +519,23 @@ TEST(ToolDiscrete, ListSendAndMonitorTheBanks)
     o = Tool({"send", "--link", sim.Link, "dout:0", "set=0x100"});
     EXPECT_NE(o.Status, 0);
     EXPECT_NE(o.Err.find("result 2"), std::string::npos) << o.Err;
+}
+
+// The Sorrel's UARTs are listed as the units' ports are, and bytes sent on
+// one come out of the UART it is wired to.
+TEST(ToolSorrel, ListShowsSixUartsAndMonitorSeesBytesOfTheWiredPort)
+{
+    SimProcess sim(true, "sorrel", "sorrel");
+    const Output list = Tool({"list", "--link", sim.Link});
+    ASSERT_EQ(list.Status, 0) << list.Err;
+    unsigned uarts = 0;
+    for (const auto& l : list.Lines())
+        if (l.find("uart:") != std::string::npos && l.find("SOR-EMU-0001") != std::string::npos)
+            ++uarts;
+    EXPECT_EQ(uarts, 6u) << list.Out;
+    const Output m = Tool({"monitor", "--link", sim.Link, "uart:3", "--rate", "921600", "--count", "1", "--duration",
+        "20", "--send", "uart:2=hello"});
+    ASSERT_EQ(m.Status, 0) << m.Err;
+    EXPECT_NE(m.Out.find("uart:3"), std::string::npos) << m.Out;
+    EXPECT_NE(m.Out.find("\"hello\""), std::string::npos) << m.Out;
 }

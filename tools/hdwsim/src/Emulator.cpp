@@ -2,6 +2,7 @@
 #include <hdwsim/UnitEngine.h>
 
 #include "PtyEndpoint.h"
+#include "SorrelUarts.h"
 #include "UdpEndpoint.h"
 
 #include <algorithm>
@@ -52,6 +53,10 @@ struct Emulator::Impl {
     {
         if (Opts.SerialNumber.empty())
             Opts.SerialNumber = std::string(model.DefaultSerialNumber);
+        if (model.PortPackets) {
+            Ports = std::make_unique<SorrelPortHandler>(Udp, Engine.MutableCounters(), Opts.UartPaceFactor);
+            Udp.SetPortHandler(Ports.get());
+        }
     }
 
     const UnitModel& Model;
@@ -62,6 +67,7 @@ struct Emulator::Impl {
     UnitEngine Engine;
     PtyEndpoint Pty;
     UdpEndpoint Udp;
+    std::unique_ptr<SorrelPortHandler> Ports; // the UARTs of a port-packet unit
     std::thread Thread;
     int WakeFd = -1;
     bool Running = false;
@@ -167,6 +173,8 @@ void Emulator::Impl::Run()
             Udp.Tick(now, Engine, Silent());
             if (had && !Udp.HasSession())
                 Log("udp session timed out");
+            if (Ports && Udp.HasSession() && !Silent())
+                Ports->Advance(now);
         }
         RouteOutput(now);
 
@@ -184,6 +192,8 @@ void Emulator::Impl::Run()
             fds[n++] = {Udp.Fd(), POLLIN, 0};
         }
         uint64_t wake = std::min({Engine.NextBusEventNs(), Engine.NextOutputNs(), Udp.NextWakeNs()});
+        if (Ports && Udp.HasSession())
+            wake = std::min(wake, Ports->Uarts.NextWakeNs());
         if (Pty.IsOpen() && !Pty.PeerPresent())
             wake = std::min(wake, now + PeerCheckNs);
         // Wake at the next bus event itself rather than at the next whole
@@ -585,6 +595,19 @@ bool Emulator::IsPlugged() const
 {
     std::lock_guard<std::mutex> lock(m->Mutex);
     return !m->Unplugged;
+}
+
+void Emulator::DropHostPackets(unsigned packets)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    if (m->Ports)
+        m->Ports->Uarts.DropHostPackets(packets);
+}
+
+bool Emulator::InjectBreak(unsigned channel)
+{
+    std::lock_guard<std::mutex> lock(m->Mutex);
+    return m->Ports && m->Ports->Uarts.InjectBreak(channel);
 }
 
 void Emulator::SetSessionTimeoutMs(unsigned ms)

@@ -23,7 +23,24 @@ enum Code : uint32_t {
     DisconnectReply = 0xC0000004,
     SendCommand = 0xC0000005,
     EventData = 0xC0000006,
+    // Port packets; a reply is its request plus one.
+    OpenPort = 0xA0000001,
+    OpenPortReply = 0xA0000002,
+    ClosePort = 0xA0000003,
+    ClosePortReply = 0xA0000004,
     KeepAlive = 0xA0000005,
+    DataBuf = 0xA0000006,
+    DataBufReply = 0xA0000007,
+    Cctx = 0xA0000008,
+    CctxReply = 0xA0000009,
+    RstTx = 0xA000000A,
+    RstTxReply = 0xA000000B,
+    RstRx = 0xA000000C,
+    RstRxReply = 0xA000000D,
+    Dctx = 0xA000000E,
+    DctxReply = 0xA000000F,
+    CfgPort = 0xA0000010,
+    CfgPortReply = 0xA0000011,
 };
 
 struct Header {

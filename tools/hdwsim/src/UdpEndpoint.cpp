@@ -90,6 +90,17 @@ void UdpEndpoint::Handle(
     }
     const bool fromSessionHost = m_SessionId != 0 && h.ClientId == m_ClientId;
 
+    if (m_Ports && (h.Code & 0xF0000000u) == 0xA0000000u && h.PortType != 0) {
+        if (!fromSessionHost || h.Second != m_SessionId || h.First != m_Tag) {
+            ++count.UdpPacketsRejected;
+            return;
+        }
+        ++count.UdpPacketsReceived;
+        m_LastHeardNs = nowNs;
+        m_Ports->OnPortPacket(h, payload, payloadSize, nowNs);
+        return;
+    }
+
     hoe::Header reply;
     reply.ClientId = h.ClientId;
     reply.First = h.First;
@@ -118,6 +129,8 @@ void UdpEndpoint::Handle(
         }
         // A new session (or the same host connecting again) starts clean.
         engine.ResetLink(UnitEngine::LinkUdp);
+        if (m_Ports)
+            m_Ports->OnSessionEnd();
         m_SessionId = m_NextSessionId++;
         if (m_SessionId == 0)
             m_SessionId = m_NextSessionId++;
@@ -162,6 +175,8 @@ void UdpEndpoint::Handle(
 
 void UdpEndpoint::EndSession(UnitEngine& engine)
 {
+    if (m_Ports)
+        m_Ports->OnSessionEnd();
     m_SessionId = 0;
     m_ClientId = 0;
     engine.ResetLink(UnitEngine::LinkUdp);
@@ -198,6 +213,17 @@ void UdpEndpoint::SendEventData(const std::vector<uint8_t>& frames, Counters& co
         return;
     Send(hoe::Build(SessionHeader(hoe::EventData, m_EventPacketNumber++), frames.data(), frames.size()), m_Host,
         counters);
+}
+
+void UdpEndpoint::SendPortPacket(uint16_t portType, uint16_t channel, uint32_t code, uint32_t number,
+    const uint8_t* payload, size_t size, Counters& counters)
+{
+    if (m_SessionId == 0)
+        return;
+    hoe::Header h = SessionHeader(code, number);
+    h.PortType = portType;
+    h.Channel = channel;
+    Send(hoe::Build(h, payload, size), m_Host, counters);
 }
 
 hoe::Header UdpEndpoint::SessionHeader(uint32_t code, uint32_t number) const

@@ -17,6 +17,15 @@
 
 namespace hdwsim {
 
+// Takes the port packets (class 0xA, port type not 0) of the session's host.
+class PortPacketHandler {
+public:
+    virtual ~PortPacketHandler() = default;
+    virtual void OnPortPacket(const hoe::Header& h, const uint8_t* payload, size_t size, uint64_t nowNs) = 0;
+    // The session ended (disconnect, time-out, unplugged).
+    virtual void OnSessionEnd() = 0;
+};
+
 class UdpEndpoint {
 public:
     struct Settings {
@@ -50,6 +59,11 @@ public:
     uint32_t SessionId() const { return m_SessionId; }
     // Sends unit frames to the session's host as one event-data packet.
     void SendEventData(const std::vector<uint8_t>& frames, Counters& counters);
+    // Sends one port packet to the session's host (nothing without a session).
+    void SendPortPacket(uint16_t portType, uint16_t channel, uint32_t code, uint32_t number, const uint8_t* payload,
+        size_t size, Counters& counters);
+    // Port packets go to `handler` (null: they are rejected).
+    void SetPortHandler(PortPacketHandler* handler) { m_Ports = handler; }
 
     void DropNext(unsigned packets) { m_DropNext += packets; }
     void SetDropFraction(double fraction) { m_DropFraction = fraction; }
@@ -77,6 +91,7 @@ private:
     uint32_t m_EventPacketNumber = 0;
     uint32_t m_KeepAliveNumber = 0;
 
+    PortPacketHandler* m_Ports = nullptr;
     unsigned m_DropNext = 0;
     double m_DropFraction = 0.0;
     std::mt19937 m_Random;

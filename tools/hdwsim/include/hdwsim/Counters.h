@@ -63,6 +63,14 @@ struct Counters {
     PerChannel UartTransmitted{};
     PerChannel UartReceived{};
     PerChannel UartRxDisabled{};
+    PerChannel UartRxDropped{}; // received into a full receive buffer (port-packet UARTs)
+    PerChannel UartFramingErrors{}; // characters from an end with other line settings
+
+    // HOE port packets (port-packet UARTs).
+    uint64_t PortPacketsIn = 0; // host port packets taken
+    uint64_t PortPacketsOut = 0; // port packets sent, resends included
+    uint64_t PortDataResends = 0; // Data buffers sent again for a missing acknowledgement
+    uint64_t HostPacketsIgnored = 0; // ignored on purpose (DropHostPackets)
 
     // MIL-STD-1553.
     uint64_t Mil1553SramWords = 0; // SRAM words written

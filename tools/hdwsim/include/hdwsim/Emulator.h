@@ -31,6 +31,9 @@ public:
         bool Udp = false;
         uint16_t UdpPort = 0; // 0: any free port (read it back with UdpPort())
         bool Pacing = false; // transmit at the buses' bit rates
+        // Port-packet UARTs (always paced) run this many times faster than
+        // their configured rate, so that a test moves much data in little time.
+        unsigned UartPaceFactor = 1;
         std::string SerialNumber; // empty: the model's default
         unsigned SessionTimeoutMs = 3000;
         unsigned KeepAliveMs = 250;
@@ -120,6 +123,10 @@ public:
     void ClosePty();
     bool ReopenPty(std::string* error = nullptr);
     void SetSessionTimeoutMs(unsigned ms);
+    // Port-packet UARTs: the next n port packets of the host are ignored
+    // (the host's resends are exercised); a break seen on a channel.
+    void DropHostPackets(unsigned packets);
+    bool InjectBreak(unsigned channel);
     // Options.LinkPath, "" without a pseudo-terminal.
     std::string LinkPath() const;
     // The unit is unplugged: its pseudo-terminal closes (the host's side

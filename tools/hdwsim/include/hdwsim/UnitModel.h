@@ -47,6 +47,8 @@ struct UnitModel {
     // I2C and SPI masters (the Wendal unit).
     unsigned I2cChannels = 0;
     unsigned SpiChannels = 0;
+    // Its UARTs are reached with the HOE port packets, not with commands.
+    bool PortPackets = false;
 };
 
 // Largest channel count of any kind in any row; per-channel arrays use it.

@@ -1,0 +1,142 @@
+#pragma once
+// An emulated Sorrel on 127.0.0.1 and an application that reaches its six
+// UARTs through the whole library: manager, driver, ports, byte services,
+// HOE port packets over UDP.
+
+#include <HdwLib/HdwLib.h>
+#include <hdwsim/Emulator.h>
+
+#include <gtest/gtest.h>
+
+#include "support/Wait.h"
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace sorrel_test {
+
+using testsupport::WaitUntil;
+
+// Room for everything a test sends, so that a slow reader never drops.
+constexpr uint32_t kInBufferBytes = 8u << 20;
+
+inline hdwsim::Emulator::Options SimOptions(unsigned paceFactor)
+{
+    hdwsim::Emulator::Options o;
+    o.Pty = false;
+    o.Udp = true;
+    o.UartPaceFactor = paceFactor;
+    return o;
+}
+
+// Bytes that differ per stream and position, so that a lost, doubled or
+// swapped block shows.
+inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
+{
+    std::vector<uint8_t> out(size);
+    std::mt19937 random(seed);
+    for (uint8_t& b : out)
+        b = static_cast<uint8_t>(random());
+    return out;
+}
+
+inline CKVX_HdwUartPort::CParameters Line(uint32_t baudRate)
+{
+    CKVX_HdwUartPort::CParameters p;
+    p.BaudRate = baudRate;
+    return p;
+}
+
+class SorrelRig {
+public:
+    struct Uart {
+        CKVX_HdwPort* Port = nullptr;
+        CKVX_HdwKvxSorrelByteInBufferService* In = nullptr;
+        CKVX_HdwKvxSorrelByteOutBufferService* Out = nullptr;
+        std::vector<uint8_t> Got;
+    };
+
+    explicit SorrelRig(unsigned paceFactor = 1) : Sim(*hdwsim::FindUnitModel("sorrel"), SimOptions(paceFactor)) {}
+    ~SorrelRig()
+    {
+        for (unsigned i = 0; i < Manager.GetPortCount(HDW_PORT_UART); ++i)
+            if (CKVX_HdwPort* p = Manager.GetPort(HDW_PORT_UART, i))
+                p->Close();
+        Manager.Stop();
+    }
+
+    void Start()
+    {
+        std::string error;
+        ASSERT_TRUE(Sim.Start(&error)) << error;
+        ASSERT_EQ(Manager.AttachDevice(&Device), 0u);
+        CKVX_HdwManager::CInitPortDesc link(9, "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()));
+        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+        ASSERT_EQ(link.Result, 0u);
+        ASSERT_EQ(Manager.Run(), 0u);
+    }
+
+    // Enables both byte services of UART `num`.
+    void Enable(unsigned num)
+    {
+        Uart& u = Uarts[num];
+        u.Port = Manager.GetPort(HDW_PORT_UART, num);
+        ASSERT_NE(u.Port, nullptr);
+        CKVX_HdwByteInBufferService::CParameters in;
+        in.BufferSize = kInBufferBytes;
+        CKVX_HdwService* s = nullptr;
+        ASSERT_EQ(u.Port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, &in), 0u);
+        u.In = dynamic_cast<CKVX_HdwKvxSorrelByteInBufferService*>(s);
+        ASSERT_EQ(u.Port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+        u.Out = dynamic_cast<CKVX_HdwKvxSorrelByteOutBufferService*>(s);
+        ASSERT_NE(u.In, nullptr);
+        ASSERT_NE(u.Out, nullptr);
+    }
+
+    unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
+
+    // Starts everything and opens the wired pair `first`, `first` + 1 with
+    // their services at these rates.
+    void StartPair(unsigned first, uint32_t rate, uint32_t peerRate)
+    {
+        ASSERT_NO_FATAL_FAILURE(Start());
+        for (unsigned n : {first, first + 1}) {
+            ASSERT_NO_FATAL_FAILURE(Enable(n));
+            ASSERT_EQ(Open(n, Line(n == first ? rate : peerRate)), 0u) << "UART " << n;
+        }
+    }
+
+    // Takes whatever waits in UART `num`'s input.
+    void Drain(unsigned num)
+    {
+        Uart& u = Uarts[num];
+        uint8_t buf[65536];
+        unsigned got = 0;
+        while (u.In->Read(buf, sizeof buf, got) == 0 && got)
+            u.Got.insert(u.Got.end(), buf, buf + got);
+    }
+
+    // Reads every UART in `nums` until each holds `bytes` bytes (or the time-out).
+    bool ReadUntil(const std::vector<unsigned>& nums, size_t bytes, unsigned timeoutMs)
+    {
+        return WaitUntil(
+            [&] {
+                bool all = true;
+                for (unsigned n : nums) {
+                    Drain(n);
+                    all = all && Uarts[n].Got.size() >= bytes;
+                }
+                return all;
+            },
+            timeoutMs);
+    }
+
+    hdwsim::Emulator Sim;
+    CKVX_HdwKvxSorrelDevice Device; // outlives the manager, which does not own it
+    CKVX_HdwManager Manager;
+    Uart Uarts[6];
+};
+
+} // namespace sorrel_test

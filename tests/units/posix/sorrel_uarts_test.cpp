@@ -1,0 +1,228 @@
+// The Sorrel's six UARTs end to end: driver and emulator over UDP on
+// 127.0.0.1, the HOE port packets between them.
+
+#include "SorrelRig.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <tuple>
+
+namespace {
+
+using sorrel_test::Line;
+using sorrel_test::Pattern;
+using sorrel_test::SorrelRig;
+
+TEST(SorrelUnit, EnumeratesSixUartPortsWithTheUnitsIdentity)
+{
+    SorrelRig rig;
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 6u);
+    for (unsigned n = 0; n < 6; ++n) {
+        const auto* d = rig.Manager.GetPortDescriptor(HDW_PORT_UART, n);
+        ASSERT_NE(d, nullptr);
+        EXPECT_EQ(d->AbsNum, int(n));
+        EXPECT_EQ(d->SerialNumber, "SOR-EMU-0001");
+        EXPECT_EQ(d->Revision, "1.0");
+        EXPECT_EQ(d->FullName, "Sorrel");
+        EXPECT_EQ(d->Manufacturer, "Kalvionix Engineering");
+        EXPECT_EQ(rig.Manager.GetPort(HDW_PORT_UART, n)->GetChannelId(), std::to_string(n).c_str());
+    }
+    EXPECT_FALSE(rig.Sim.HasUdpSession()) << "enumeration detects, it does not connect";
+}
+
+TEST(SorrelUnit, AdmitsOneByteInputAndOneByteOutputOnly)
+{
+    SorrelRig rig;
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    CKVX_HdwPort* port = rig.Manager.GetPort(HDW_PORT_UART, 0);
+    CKVX_HdwService* s = nullptr;
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr), 10u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 26u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
+    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 26u);
+    EXPECT_EQ(port->GetServiceCount(), 2u);
+}
+
+TEST(SorrelUnit, SettingsTheUnitCannotRunAnswer2SendNothingAndLeaveThePortClosed)
+{
+    SorrelRig rig;
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(0));
+    using P = CKVX_HdwUartPort::CParameters;
+    struct Case {
+        const char* What;
+        P Params;
+    };
+    std::vector<Case> cases;
+    auto with = [](auto edit) {
+        P p = Line(115200);
+        edit(p);
+        return p;
+    };
+    cases.push_back({"rate 100000", Line(100000)});
+    cases.push_back({"rate 200", Line(200)});
+    cases.push_back({"rate above 921600", Line(1843200)});
+    cases.push_back({"9 data bits", with([](P& p) { p.DataBits = 9; })});
+    cases.push_back({"4 data bits", with([](P& p) { p.DataBits = 4; })});
+    cases.push_back({"parity 5", with([](P& p) { p.Parity = 5; })});
+    cases.push_back({"1.5 stop bits", with([](P& p) { p.StopBits = P::StopBitsOneAndHalf; })});
+    cases.push_back({"XON/XOFF", with([](P& p) { p.FlowControl = P::FlowXonXoff; })});
+    cases.push_back({"DTR/DSR", with([](P& p) { p.FlowControl = P::FlowDtrDsr; })});
+    for (const Case& c : cases) {
+        EXPECT_EQ(rig.Open(0, c.Params), 2u) << c.What;
+        EXPECT_FALSE(rig.Uarts[0].Port->IsOpen()) << c.What;
+    }
+    const hdwsim::Counters counters = rig.Sim.GetCounters();
+    EXPECT_EQ(counters.PortPacketsIn, 0u);
+    // The last good settings stay those of the port: the default until an open succeeds.
+    P now;
+    ASSERT_EQ(rig.Uarts[0].Port->GetParameters(&now), 0u);
+    EXPECT_EQ(now.BaudRate, 9600u);
+
+    // Rates the unit's divider makes exactly are taken.
+    for (uint32_t rate : {300u, 1200u, 57600u, 230400u, 921600u, 3600u}) {
+        EXPECT_EQ(rig.Open(0, Line(rate)), 0u) << rate;
+        EXPECT_EQ(rig.Uarts[0].Port->Close(), 0u);
+    }
+}
+
+// One block each way on every pair (0-1, 2-3, 4-5) at once: every byte
+// arrives, in order, and neither side counts a byte dropped.
+void RoundTripEveryPair(SorrelRig& rig, uint32_t rate, size_t bytes, unsigned timeoutMs)
+{
+    for (unsigned n = 0; n < 6; ++n) {
+        ASSERT_NO_FATAL_FAILURE(rig.Enable(n));
+        ASSERT_EQ(rig.Open(n, Line(rate)), 0u) << "UART " << n;
+    }
+    std::vector<std::vector<uint8_t>> sent;
+    for (unsigned n = 0; n < 6; ++n) {
+        sent.push_back(Pattern(bytes, rate + n));
+        ASSERT_EQ(rig.Uarts[n].Out->Write(sent[n].data(), unsigned(bytes), 0), 0u);
+    }
+    EXPECT_TRUE(rig.ReadUntil({0, 1, 2, 3, 4, 5}, bytes, timeoutMs));
+    for (unsigned n = 0; n < 6; ++n) {
+        const auto& got = rig.Uarts[n].Got;
+        EXPECT_EQ(got.size(), bytes) << "UART " << n;
+        EXPECT_TRUE(got == sent[n ^ 1u]) << "UART " << n << " received other bytes than UART " << (n ^ 1u) << " sent";
+        EXPECT_EQ(rig.Uarts[n].In->GetDroppedCount(), 0u);
+        unsigned left = 1;
+        EXPECT_TRUE(sorrel_test::WaitUntil([&] { return rig.Uarts[n].Out->GetBytesToBeWritten(left) == 0 && !left; }));
+    }
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    for (unsigned n = 0; n < 6; ++n) {
+        EXPECT_EQ(c.UartRxDropped[n], 0u) << n;
+        EXPECT_EQ(c.UartFramingErrors[n], 0u) << n;
+        EXPECT_EQ(c.UartTransmitted[n], bytes) << n;
+    }
+}
+
+// Rate, bytes each way, pace factor of the emulator's lines.
+class SorrelRoundTrip : public ::testing::TestWithParam<std::tuple<uint32_t, size_t, unsigned>> {};
+
+TEST_P(SorrelRoundTrip, EveryPairCarriesEveryByteInOrder)
+{
+    const auto [rate, bytes, pace] = GetParam();
+    SorrelRig rig(pace);
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    RoundTripEveryPair(rig, rate, bytes, 120000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, SorrelRoundTrip,
+    ::testing::Values(std::make_tuple(9600u, size_t(12000), 4u), std::make_tuple(115200u, size_t(1) << 20, 64u),
+        std::make_tuple(921600u, size_t(1) << 20, 8u)));
+
+// At the real line rate a lost packet's 50 ms is well inside what the
+// unit's 16-KiB receive buffer holds (a line sped up would overrun it).
+TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
+{
+    SorrelRig rig(1);
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 230400, 230400));
+    rig.Sim.SetUdpDropFraction(0.05);
+    rig.Sim.DropHostPackets(3);
+    const size_t bytes = 64 * 1024;
+    const auto a = Pattern(bytes, 1), b = Pattern(bytes, 2);
+    ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(a.data()), unsigned(bytes), 0), 0u);
+    ASSERT_EQ(rig.Uarts[1].Out->Write(const_cast<uint8_t*>(b.data()), unsigned(bytes), 0), 0u);
+    EXPECT_TRUE(rig.ReadUntil({0, 1}, bytes, 30000))
+        << "UART 0 got " << rig.Uarts[0].Got.size() << ", UART 1 got " << rig.Uarts[1].Got.size() << ", unit sent "
+        << rig.Sim.GetCounters().UartTransmitted[0] << " and " << rig.Sim.GetCounters().UartTransmitted[1]
+        << ", dropped " << rig.Sim.GetCounters().UartRxDropped[0] << " and " << rig.Sim.GetCounters().UartRxDropped[1]
+        << ", resends " << rig.Sim.GetCounters().PortDataResends;
+    rig.Sim.SetUdpDropFraction(0);
+    EXPECT_TRUE(rig.Uarts[1].Got == a);
+    EXPECT_TRUE(rig.Uarts[0].Got == b);
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    EXPECT_EQ(c.HostPacketsIgnored, 3u);
+    EXPECT_GT(c.UdpPacketsDropped, 0u);
+    EXPECT_GT(c.PortDataResends, 0u) << "the unit resent what the host did not acknowledge";
+    EXPECT_GT(rig.Uarts[0].Out->GetResendCount() + rig.Uarts[1].Out->GetResendCount(), 0u);
+}
+
+TEST(SorrelUnit, MismatchedSettingsGiveFramingErrorsAndDeliverNothing)
+{
+    SorrelRig rig(4);
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(2, 115200, 57600));
+    const auto bytes = Pattern(500, 3);
+    ASSERT_EQ(rig.Uarts[2].Out->Write(const_cast<uint8_t*>(bytes.data()), 500, 0), 0u);
+    EXPECT_TRUE(sorrel_test::WaitUntil([&] { return rig.Sim.GetCounters().UartFramingErrors[3] == 500; }));
+    rig.Drain(3);
+    EXPECT_TRUE(rig.Uarts[3].Got.empty());
+    unsigned count = 1;
+    EXPECT_EQ(rig.Uarts[3].In->Read(nullptr, 0, count), 0u);
+    uint8_t one = 0;
+    EXPECT_EQ(rig.Uarts[3].In->Read(&one, 1, count), 4u) << "nothing to read";
+}
+
+TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
+{
+    SorrelRig rig(8);
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(4));
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(5));
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(rig.Open(4, Line(460800)), 0u) << round;
+        ASSERT_EQ(rig.Open(5, Line(460800)), 0u) << round;
+        EXPECT_EQ(rig.Uarts[4].Port->Open(nullptr), 18u) << "already open";
+        const auto bytes = Pattern(20000, 10 + round);
+        rig.Uarts[5].Got.clear();
+        ASSERT_EQ(rig.Uarts[4].Out->Write(const_cast<uint8_t*>(bytes.data()), 20000, 0), 0u);
+        EXPECT_TRUE(rig.ReadUntil({5}, bytes.size(), 60000));
+        EXPECT_TRUE(rig.Uarts[5].Got == bytes) << round;
+        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u);
+        EXPECT_TRUE(rig.Sim.HasUdpSession()) << "UART 5 still uses it";
+        EXPECT_EQ(rig.Uarts[5].Port->Close(), 0u);
+        EXPECT_TRUE(sorrel_test::WaitUntil([&] { return !rig.Sim.HasUdpSession(); }));
+        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u) << "closing a closed port";
+        uint8_t b = 0;
+        EXPECT_EQ(rig.Uarts[4].Out->Write(&b, 1, 0), 29u) << "stopped";
+    }
+}
+
+TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
+{
+    SorrelRig rig(1);
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    // Old bytes are 0x00, new ones 0xFF: none of the old may follow a new one.
+    std::vector<uint8_t> old(40000, 0x00), fresh(3000, 0xFF);
+    ASSERT_EQ(rig.Uarts[0].Out->Write(old.data(), unsigned(old.size()), 0), 0u);
+    ASSERT_TRUE(rig.ReadUntil({1}, 1000, 20000)); // the line is busy
+    EXPECT_EQ(rig.Uarts[0].Out->ResetWriteBuffer(), 0u);
+    EXPECT_EQ(rig.Uarts[1].In->ResetReadBuffer(), 0u);
+    rig.Uarts[1].Got.clear();
+    ASSERT_EQ(rig.Uarts[0].Out->Write(fresh.data(), unsigned(fresh.size()), 0), 0u);
+    EXPECT_TRUE(sorrel_test::WaitUntil(
+        [&] {
+            rig.Drain(1);
+            return !rig.Uarts[1].Got.empty() && rig.Uarts[1].Got.back() == 0xFF &&
+                std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0xFF) == 3000;
+        },
+        20000));
+    EXPECT_EQ(std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0x00), 0) << "an old byte after the resets";
+    EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
+}
+
+} // namespace
