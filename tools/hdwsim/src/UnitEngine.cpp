@@ -113,12 +113,13 @@ struct UnitEngine::Impl {
         : Model(model),
           Opts(options),
           Framer(options.MaxFrameBytes),
-          Mil(model.MilStd1553Channels, Count, [this](unsigned ch, uint64_t atNs, const std::vector<uint8_t>& body) {
-              std::vector<uint8_t> params(4 + body.size());
-              le::Put32(params.data(), Clock(atNs));
-              std::copy(body.begin(), body.end(), params.begin() + 4);
-              Event(EventMil1553, ch, params.data(), params.size());
-          }),
+          Mil(model.MilStd1553Channels, Count,
+              [this](unsigned ch, uint64_t atNs, const std::vector<uint8_t>& body) {
+                  std::vector<uint8_t> params(4 + body.size());
+                  le::Put32(params.data(), Clock(atNs));
+                  std::copy(body.begin(), body.end(), params.begin() + 4);
+                  Event(EventMil1553, ch, params.data(), params.size());
+              }),
           Discrete(
               model.DiscreteBanks, Count,
               [this](

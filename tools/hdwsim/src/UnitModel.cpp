@@ -23,7 +23,8 @@ constexpr std::array<UnitModel, 10> s_Models{{
     {"quillan", "Quillan", 11, 0, 0, 0, 2, 0, true, false, 0, "QUI-EMU-0001", "1.0", 20, 24, 48, 50, false, false},
     {"travin", "Travin", 5, 0, 0, 0, 0, 0, true, false, 0, "TRV-EMU-0001", "1.0", 20, 24, 48, 50, false, false, 4},
     // Two I2C and two SPI masters.
-    {"wendal", "Wendal", 7, 0, 0, 0, 0, 0, true, false, 0, "WEN-EMU-0001", "1.0", 20, 24, 48, 50, false, false, 0, 2, 2},
+    {"wendal", "Wendal", 7, 0, 0, 0, 0, 0, true, false, 0, "WEN-EMU-0001", "1.0", 20, 24, 48, 50, false, false, 0, 2,
+        2},
     {"sorrel", "Sorrel", 9, 6, 0, 0, 0, 0, false, true, 55009, "SOR-EMU-0001", "1.0", 20, 24, 48, 50, false, false, 0,
         0, 0, true},
 }};
