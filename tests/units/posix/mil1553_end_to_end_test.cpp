@@ -351,6 +351,53 @@ TEST_P(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
     EXPECT_EQ(rt->StopRt(), 0u);
 }
 
+// A channel that only watches: the RT service without a terminal address and
+// with the monitor on sees every transfer with its words; the controller's
+// signal service gets one signal per completed transfer.
+TEST_P(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    using Signals = CKVX_HdwKvxHaldenDevice::CSignalService;
+    auto* sig = rig->Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
+    auto* mon = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
+    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
+    Bc* bc = OpenBc();
+    ASSERT_TRUE(sig && mon && bc);
+    CKVX_HdwMilStd1553RemoteTerminal watch;
+    watch.TerminalAddress = CKVX_HdwMilStd1553RemoteTerminal::NoTerminal;
+    watch.Monitor = 1;
+    ASSERT_EQ(mon->BuildBufferInit(watch), 0u);
+    ASSERT_EQ(mon->BuildSubaddressConfiguration(watch), 0u);
+    const uint64_t configs = Counters().CommandsByCode[53];
+    ASSERT_EQ(mon->RunRt(), 0u);
+    // The monitor watches once the unit took its configuration.
+    EXPECT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[53] > configs; }));
+    for (uint16_t i = 0; i < 10; ++i)
+        ASSERT_EQ(bc->SendOneShot(BcToRt(7, 4, {uint16_t(0x400 + i), i})), 0u);
+    const std::vector<Msg> sent = ReadTransfers(bc, 10);
+    ASSERT_EQ(sent.size(), 10u);
+    const std::vector<Msg> seen = Collect(mon, 10, &Rt::ReadMonitor);
+    ASSERT_EQ(seen.size(), 10u);
+    for (uint16_t i = 0; i < 10; ++i) {
+        EXPECT_EQ(seen[i].GetCommandWord(), sent[i].GetCommandWord()) << i;
+        EXPECT_EQ(seen[i].Data, Words({uint16_t(0x400 + i), i})) << i;
+        EXPECT_EQ(seen[i].StatusWord1, 7u << 11) << i;
+        EXPECT_EQ(seen[i].TimeStamp, sent[i].TimeStamp) << i;
+    }
+    CKVX_HdwMilStd1553Buffer none;
+    unsigned n = 0;
+    EXPECT_EQ(mon->Read(none, 10, n), 0u);
+    EXPECT_EQ(n, 0u); // no terminal: no accesses of its own
+    for (uint16_t i = 0; i < 10; ++i) {
+        CKVX_HdwSignalService::CSignal s;
+        ASSERT_EQ(sig->WaitSignal(s, 10000), 0u);
+        EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
+        EXPECT_EQ(s.Value, sent[i].TransferId | (7u << 11) << 16);
+        EXPECT_EQ(s.Aux, 1u << 24);
+        EXPECT_EQ(s.TimeStamp, sent[i].TimeStamp);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Links, Mil1553, ::testing::Values(false, true), [](const auto& info) { return info.param ? "Udp" : "Pty"; });
 
