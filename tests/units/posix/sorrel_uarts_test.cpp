@@ -6,9 +6,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <tuple>
 
 namespace {
+
+std::atomic<int> g_LinkTimeouts{0};
+void CountLinkTimeouts(const char* text)
+{
+    if (std::strcmp(text, "LINK TIMEOUT!!!\n") == 0)
+        ++g_LinkTimeouts;
+}
 
 using sorrel_test::Line;
 using sorrel_test::Pattern;
@@ -223,6 +232,36 @@ TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
         20000));
     EXPECT_EQ(std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0x00), 0) << "an old byte after the resets";
     EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
+}
+
+// An unplugged unit: the session says "LINK TIMEOUT!!!" once, the silent
+// ports fail their services; closing them still works.
+TEST(SorrelUnit, AnUnpluggedUnitFailsTheServicesAndReportsTheLinkTimeoutOnce)
+{
+    SorrelRig rig(8);
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 921600, 921600));
+    const auto bytes = Pattern(5000, 7);
+    ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), 5000, 0), 0u);
+    ASSERT_TRUE(rig.ReadUntil({1}, bytes.size(), 20000));
+    g_LinkTimeouts = 0;
+    CKVX_HdwObject::SetDebugOutput(&CountLinkTimeouts);
+    rig.Sim.Unplug();
+    EXPECT_TRUE(sorrel_test::WaitUntil([&] {
+        return rig.Uarts[0].In->GetStatus() == HDW_SERVICE_FAILED &&
+            rig.Uarts[1].Out->GetStatus() == HDW_SERVICE_FAILED;
+    }));
+    uint8_t b = 0;
+    unsigned n = 0;
+    EXPECT_EQ(rig.Uarts[1].In->Read(&b, 1, n), 15u);
+    EXPECT_EQ(rig.Uarts[0].Out->Write(&b, 1, 0), 15u);
+    EXPECT_TRUE(sorrel_test::WaitUntil([] { return g_LinkTimeouts.load() >= 1; }));
+    // Well past a second link time-out: still once for this one silence.
+    const auto later = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
+    sorrel_test::WaitUntil([&] { return std::chrono::steady_clock::now() >= later; }, 5000);
+    EXPECT_EQ(g_LinkTimeouts.load(), 1);
+    CKVX_HdwObject::SetDebugOutput(nullptr);
+    EXPECT_EQ(rig.Uarts[0].Port->Close(), 0u);
+    EXPECT_EQ(rig.Uarts[1].Port->Close(), 0u);
 }
 
 } // namespace
