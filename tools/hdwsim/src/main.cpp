@@ -22,7 +22,8 @@ void Usage(FILE* out)
         "              [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
-        "to receiver k, CAN 0 with 1, UART 0 with 1) until SIGINT or SIGTERM.\n"
+        "to receiver k, CAN 0 with 1, UART 0 with 1; the sorrel's six UARTs 0-1, 2-3,\n"
+        "4-5, over UDP only, always paced) until SIGINT or SIGTERM.\n"
         "\n"
         "  --unit NAME   the unit to emulate:");
     for (const hdwsim::UnitModel& m : hdwsim::UnitModels())
