@@ -25,8 +25,9 @@ void Usage(FILE* out)
         "              [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
-        "to receiver k, CAN 0 with 1, UART 0 with 1, MIL-STD-1553 0 and 1 on one bus)\n"
-        "until SIGINT or SIGTERM.\n"
+        "to receiver k, CAN 0 with 1, UART 0 with 1, MIL-STD-1553 0 and 1 on one bus,\n"
+        "discrete output bank k to input bank k; the sorrel's six UARTs 0-1, 2-3, 4-5,\n"
+        "over UDP only, always paced) until SIGINT or SIGTERM.\n"
         "\n"
         "  --unit NAME   the unit to emulate:");
     for (const hdwsim::UnitModel& m : hdwsim::UnitModels())
