@@ -398,6 +398,33 @@ TEST_P(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     }
 }
 
+// StopBc in the middle of a major frame (64 minor frames of 100 ms): the
+// controller stops after the transfer in progress, every transfer it made
+// is read, and none follows the stop.
+TEST_P(Mil1553, StopInTheMiddleOfAMajorFrame)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    Bc* bc = OpenBc();
+    ASSERT_NE(bc, nullptr);
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {RtToBc(7, 1, 2)};
+    c.MajorFrame.MinorFrames.assign(64, Minor(100000, {0}));
+    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
+    ASSERT_EQ(bc->LoadConfiguration(), 0u);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    std::vector<Msg> got = ReadTransfers(bc, 2);
+    ASSERT_GE(got.size(), 2u);
+    ASSERT_EQ(bc->StopBc(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
+    // The stop's report came after the last transfer's: all are in.
+    CKVX_HdwMilStd1553Buffer rest;
+    unsigned n = 0;
+    ASSERT_EQ(bc->Read(rest, 1000, n), 0u);
+    const size_t total = got.size() + n;
+    EXPECT_LT(total, 64u);
+    EXPECT_EQ(Counters().Mil1553Transfers[0], total);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Links, Mil1553, ::testing::Values(false, true), [](const auto& info) { return info.param ? "Udp" : "Pty"; });
 
