@@ -4,6 +4,7 @@
 #include "Capture.h"
 #include "Channel.h"
 #include "Commands.h"
+#include "MasterSend.h"
 #include "SendPlan.h"
 #include "StatusLine.h"
 #include "Terminal.h"
@@ -62,10 +63,11 @@ int RunMonitor(const std::vector<std::string>& args)
 {
     auto specs = LinkOptions();
     for (const char* o : {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval",
-             "format", "time", "log", "pcap", "label-order"})
+             "format", "time", "log", "pcap", "label-order", "speed", "mode", "clock", "word-bits"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"accept", 'a', true, true});
     specs.push_back({"send", 's', true, true});
+    specs.push_back({"poll", 0, true, true});
     specs.push_back({"no-status", 0, false, false});
     specs.push_back({"reconnect", 0, false, false});
     for (auto& s : specs) {
@@ -121,6 +123,9 @@ int RunMonitor(const std::vector<std::string>& args)
     LabelOrder labelOrder = LabelOrder::Reversed;
     if (parsed.Has("label-order") && !ParseLabelOrder(parsed.Get("label-order"), labelOrder, error))
         return usage("--label-order: " + error);
+    if (parsed.Has("poll") ||
+        std::any_of(watch.begin(), watch.end(), [](const PortSpec& w) { return !w.ByKey && IsMasterPort(w.PortType); }))
+        return RunMasterMonitor(parsed, watch, options, count, duration, format, timeMode);
     // Labels given are numbers; the filter compares raw low bytes.
     for (auto& a : options.Accepts)
         a.Label = LabelNumber(a.Label, labelOrder);
