@@ -92,6 +92,9 @@ const char kMonitor[] =
     "full receive buffer lost) and the units' bad frames and lost echoes is kept\n"
     "at the bottom, and a summary of them is printed at the end; piped, the output\n"
     "is the plain lines only, with the summary on stderr when anything was lost.\n"
+    "At the end, each Sorrel UART watched or sent on gets a line of the unit's\n"
+    "counters on stderr: \"uart:N counters: received N, lost N, sent N, accepted N,\n"
+    "framing errors N, parity errors N, resends N\" (lost: bytes the unit dropped).\n"
     "\n"
     "options:\n"
     "  -l, --link CODE:LINK    a unit's link (repeatable); --scan to search\n"
@@ -153,7 +156,7 @@ const char kMonitor[] =
     "with hdwsim --unit travin --pty (it prints its pseudo-terminal, /dev/pts/N):\n"
     "  hdwtool monitor --link 5:/dev/pts/N din:0 --count 3 --send dout:0=set=0x05 --send dout:0=pulse=0x80/20000\n"
     "with hdwsim --unit wendal --pty:\n"
-    "  hdwtool monitor --link 7:/dev/pts/N i2c:1 --poll addr=0x50,reg=0x00,read=8,every=100ms\n";
+    "  hdwtool monitor --link 7:/dev/pts/N i2c:1 --count 3 --poll addr=0x50,reg=0x00,read=8,every=100ms\n";
 
 const char kSend[] =
     "usage: hdwtool send [options] PORT VALUE...\n"

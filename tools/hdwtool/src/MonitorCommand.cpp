@@ -9,6 +9,7 @@
 #include "StatusLine.h"
 #include "Terminal.h"
 #include "TimeColumn.h"
+#include "UartCounters.h"
 #include "UnitWatch.h"
 #include "Wait.h"
 
@@ -55,6 +56,24 @@ void UpdateLosses(StatusLine& status, const std::vector<Channel*>& watched)
         }
     }
     status.SetLinkLosses(link);
+}
+
+// The unit-side counters of the Sorrel UARTs watched or sent on, one line
+// each on stderr; true when the unit lost received bytes.
+template <typename ChannelMap>
+bool PrintUartCounters(const ChannelMap& channels)
+{
+    bool lost = false;
+    for (const auto& [port, channel] : channels) {
+        UartCounters c;
+        std::string error;
+        if (ReadUartCounters(port, c, error))
+            std::fprintf(stderr, "%s\n", FormatUartCounters(channel->Name(), c).c_str());
+        else if (!error.empty())
+            std::fprintf(stderr, "%s: %s\n", channel->Name().c_str(), error.c_str());
+        lost = lost || c.Lost != 0;
+    }
+    return lost;
 }
 
 } // namespace
@@ -283,7 +302,8 @@ int RunMonitor(const std::vector<std::string>& args)
     std::fflush(stdout);
     // Losses are never silent: the summary names them even when piped.
     UpdateLosses(status, watched);
-    const bool lost = status.Link().BadFrames || status.Link().LostEchoes ||
+    bool lost = PrintUartCounters(channels);
+    lost = lost || status.Link().BadFrames || status.Link().LostEchoes ||
         std::any_of(status.Ports().begin(), status.Ports().end(), [](const PortStatus& p) { return p.Dropped != 0; });
     if (terminal)
         std::fprintf(stderr, "%llu items in %.1f s\n", static_cast<unsigned long long>(printed), now());
