@@ -42,7 +42,6 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
         {"addr=0x80", false}, // above 7 bits
         {"addr=0x400,tenbit=1", false},
         {"write=hex:01", false}, // no address
-        {"addr=0x50,speed=3", false},
         {"addr=0x50,read=4097", false},
         {"addr=0x50,reg=0x100", false},
     };
@@ -65,7 +64,6 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
         {"out=hex:01,cs=1,keep=1", true},
         {"cs=1", false}, // nothing to shift out
         {"out=hex:01,keep=2", false},
-        {"out=hex:01,mode=1", false},
     };
     for (const Row& r : spi) {
         CKVX_HdwSpiTransfer s;
