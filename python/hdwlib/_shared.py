@@ -28,10 +28,12 @@ def _key(link):
     return f"{code}:{text.strip()}"
 
 
-def acquire(link, echo_timeout_ms=None):
+def acquire(link, echo_timeout_ms=None, reconnect=False, attempts=ENUMERATE_ATTEMPTS):
     """The running manager of ``link`` ("DEVICECODE:LINKTEXT"), enumerated
-    and started on first use (with ``echo_timeout_ms`` for its driver when
-    given); pair each call with release(link)."""
+    (up to ``attempts`` tries) and started on first use, with
+    ``echo_timeout_ms`` for its driver when given and the reconnect of lost
+    units when ``reconnect`` (the first user decides both); pair each call
+    with release(link)."""
     key = _key(link)
     with _lock:
         entry = _units.get(key)
@@ -40,14 +42,14 @@ def acquire(link, echo_timeout_ms=None):
             manager = Manager([int(code) if code.isdigit() else code])
             if echo_timeout_ms is not None:
                 manager.set_echo_timeout(int(echo_timeout_ms))
-            for attempt in range(ENUMERATE_ATTEMPTS):
+            for attempt in range(attempts):
                 try:
                     manager.enumerate([key])
                     break
                 except HdwError:
-                    if attempt + 1 == ENUMERATE_ATTEMPTS:
+                    if attempt + 1 == attempts:
                         raise
-            manager.run()
+            manager.run(reconnect=reconnect)
             entry = _units[key] = [manager, 0]
         entry[1] += 1
         return entry[0]

@@ -2,6 +2,7 @@
 channels 0 and 1 share one bus."""
 
 import os
+import signal
 import subprocess
 import sys
 import time
@@ -9,7 +10,6 @@ import time
 import can
 import pytest
 
-import hdwlib
 from hdwlib import _shared
 from conftest import DEADLINE_S, ECHO_TIMEOUT_MS, OPEN_TIMEOUT_MS, Sim
 
@@ -36,12 +36,6 @@ def recv_all(bus, count):
         if msg is not None:
             got.append(msg)
     return got
-
-
-def test_the_entry_point_finds_the_interface():
-    from can.interfaces import BACKENDS
-
-    assert BACKENDS["hdwlib"] == ("hdwlib.can_interface", "HdwlibBus")
 
 
 def test_send_on_one_channel_receive_on_the_other(pair):
@@ -85,28 +79,17 @@ def test_filters_pass_only_matching_identifiers(sim):
             tx.send(can.Message(arbitration_id=ident, data=b"\x00", is_extended_id=False))
         got = recv_all(rx, 3)
         assert [m.arbitration_id for m in got] == [0x100, 0x10F, 0x105]
-        assert rx.recv(timeout=0.1) is None
+        start = time.monotonic()  # nothing more: recv times out with None
+        assert rx.recv(timeout=0.2) is None and time.monotonic() - start >= 0.19
     finally:
         rx.shutdown()
         tx.shutdown()
-
-
-def test_recv_times_out_with_none(pair):
-    tx, rx = pair
-    start = time.monotonic()
-    assert rx.recv(timeout=0.2) is None
-    assert time.monotonic() - start >= 0.19
-    assert rx.recv(timeout=0) is None
 
 
 def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):
     a = open_bus(sim, "can:0")
     b = open_bus(sim, "can:1")
     assert _shared.users(sim.link) == 2
-    # The driver's name is the same link as its code.
-    code, _, where = sim.link.partition(":")
-    name = {c: n for n, c in hdwlib.drivers()}[int(code)]
-    assert _shared.users(f"{name.upper()}:{where}") == 2
     a.shutdown()
     assert _shared.users(sim.link) == 1
     # The unit still works for the other bus: it hears a third bus's frame.
@@ -126,21 +109,63 @@ def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):
     d.shutdown()
 
 
-def test_a_channel_opened_twice_or_missing_is_an_initialization_error(pair, sim):
-    with pytest.raises(can.CanInitializationError):
-        open_bus(sim, "can:0")
-    with pytest.raises(can.CanInitializationError):
-        open_bus(sim, "can:7")
-    with pytest.raises(can.CanInitializationError):
-        open_bus(sim, "a429rx:0")
+def test_a_channel_opened_twice_missing_or_on_a_dead_link_is_an_initialization_error(pair, sim):
+    for channel, link in [("can:0", sim.link), ("can:7", sim.link), ("a429rx:0", sim.link),
+                          ("can:0", "3:/dev/hdwlib-no-such-tty"), ("can:0", None)]:
+        with pytest.raises(can.CanInitializationError):
+            can.Bus(interface="hdwlib", channel=channel, link=link, open_timeout_ms=OPEN_TIMEOUT_MS)
     assert _shared.users(sim.link) == 2
 
 
-def test_a_dead_link_is_an_initialization_error():
-    with pytest.raises(can.CanInitializationError):
-        can.Bus(interface="hdwlib", channel="can:0", link="3:/dev/hdwlib-no-such-tty")
-    with pytest.raises(can.CanInitializationError):
-        can.Bus(interface="hdwlib", channel="can:0")
+def until(bus, done):
+    """Receives until done(message) holds (None: nothing came in 0.1 s); the last message."""
+    end = time.monotonic() + DEADLINE_S
+    while time.monotonic() < end:
+        msg = bus.recv(timeout=0.1)
+        if done(msg):
+            return msg
+    return None
+
+
+def test_fault_states_give_the_bus_state_and_error_frames():
+    # The unit reports can:0 bus off and can:1 error passive (error register 5).
+    s = Sim(extra=["--can-fault", "0:2", "--can-fault", "1:1:5"])
+    tx, rx = open_bus(s, "can:0"), open_bus(s, "can:1")
+    try:
+        off, passive = [until(b, lambda m: m is not None and m.is_error_frame) for b in (tx, rx)]
+        assert (off.arbitration_id, tx.state, tx.fault_state) == (0x040, can.BusState.ERROR, 2)
+        assert (passive.arbitration_id, passive.data[1], passive.data[5]) == (0x004, 0x30, 5)
+        assert (rx.state, rx.error_registers) == (can.BusState.PASSIVE, 5)
+        tx.send(can.Message(arbitration_id=0x11, data=b"\x01", is_extended_id=False))  # frames still flow
+        assert [m.arbitration_id for m in recv_all(rx, 1)] == [0x11]
+    finally:
+        rx.shutdown()
+        tx.shutdown()
+        s.stop()
+
+
+def test_a_lost_unit_is_bus_state_error_until_it_is_back():
+    s = Sim(udp=True)
+    bus = open_bus(s, "can:1", reconnect=True)
+    try:
+        for unplug_or_plug, state in [(signal.SIGUSR1, can.BusState.ERROR), (signal.SIGUSR2, can.BusState.ACTIVE)]:
+            s.proc.send_signal(unplug_or_plug)
+            until(bus, lambda m: bus.state == state)
+            assert bus.state == state
+    finally:
+        bus.shutdown()
+        s.stop()
+
+
+def test_detect_lists_the_can_ports_of_the_links_given(sim, monkeypatch):
+    # Through the package's entry point, as python-can finds the interface.
+    monkeypatch.setenv("HDWLIB_CAN_LINKS", f"{sim.link}, 3:/dev/hdwlib-no-such-tty")
+    configs = can.detect_available_configs(["hdwlib"])
+    assert configs == [{"interface": "hdwlib", "channel": f"can:{n}", "link": sim.link} for n in (0, 1)]
+    assert _shared.users(sim.link) == 0  # the link is free again
+    can.Bus(**configs[1], open_timeout_ms=OPEN_TIMEOUT_MS).shutdown()
+    monkeypatch.setenv("HDWLIB_CAN_LINKS", "")
+    assert can.detect_available_configs(["hdwlib"]) == []
 
 
 def test_notifier_and_logger(pair, tmp_path):

@@ -28,55 +28,50 @@ CKVX_HdwCanMessage Can(const std::string& text)
 
 // Each syntax is one table of what it takes (with what it makes of it) and
 // what it refuses (with words of its message, "" where any message will do).
-TEST(CanSyntax, FramesParseIntoTheirFieldsAndFormatBackOrAreRefused)
+TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 {
     const struct {
         const char* Text;
         const char* Formatted; // nullptr: refused
-        bool Extended;
-        uint32_t Id;
-        unsigned Dlc;
-        bool Rtr;
-        std::vector<uint8_t> Data;
         const char* Says = "";
     } cases[] = {
-        {"123#DEADBEEF", "123#DEADBEEF", false, 0x123, 4, false, {0xDE, 0xAD, 0xBE, 0xEF}},
-        {"1F334455#R", "1F334455#R", true, 0x1F334455, 0, true, {}},
-        {"7FF#R3", "7FF#R3", false, 0x7FF, 3, true, {}},
-        {"123#", "123#", false, 0x123, 0, false, {}},
+        {"123#DEADBEEF", "123#DEADBEEF"},
+        {"1F334455#R", "1F334455#R"},
+        {"7FF#R3", "7FF#R3"},
+        {"123#", "123#"},
         // Dotted or lower-case bytes; an extended identifier written with leading zeros.
-        {"123#de.ad", "123#DEAD", false, 0x123, 2, false, {0xDE, 0xAD}},
-        {"00000123#11.22.33.44.55.66.77.88", "00000123#1122334455667788", true, 0x123, 8, false,
-            {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}},
+        {"123#de.ad", "123#DEAD"},
+        {"00000123#11.22.33.44.55.66.77.88", "00000123#1122334455667788"},
         // Standard identifiers take 3 digits, extended 8, whatever their value.
-        {"005#0A", "005#0A", false, 5, 1, false, {0x0A}},
-        {"00000005#0A", "00000005#0A", true, 5, 1, false, {0x0A}},
-        {"12#34", nullptr, false, 0, 0, false, {}, "3 hex digits"},
-        {"800#00", nullptr, false, 0, 0, false, {}, "above 7FF"},
-        {"20000000#00", nullptr, false, 0, 0, false, {}, "above 1FFFFFFF"},
-        {"123#010203040506070809", nullptr, false, 0, 0, false, {}, "longer than 8"},
-        {"123#ABC", nullptr, false, 0, 0, false, {}, "whole hex bytes"},
-        {"123##1", nullptr, false, 0, 0, false, {}, "CAN FD"},
-        {"123#R9", nullptr, false, 0, 0, false, {}, "length digit"},
-        {"123DEAD", nullptr, false, 0, 0, false, {}},
-        {"12G#00", nullptr, false, 0, 0, false, {}},
+        {"005#0A", "005#0A"},
+        {"00000005#0A", "00000005#0A"},
+        {"12#34", nullptr, "3 hex digits"},
+        {"800#00", nullptr, "above 7FF"},
+        {"20000000#00", nullptr, "above 1FFFFFFF"},
+        {"123#010203040506070809", nullptr, "longer than 8"},
+        {"123#ABC", nullptr, "whole hex bytes"},
+        {"123##1", nullptr, "CAN FD"},
+        {"123#R9", nullptr, "length digit"},
+        {"123DEAD", nullptr},
+        {"12G#00", nullptr},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.Text);
         CKVX_HdwCanMessage f;
         std::string error;
         ASSERT_EQ(ParseCanFrame(c.Text, f, error), c.Formatted != nullptr) << error;
-        if (!c.Formatted) {
+        if (c.Formatted)
+            EXPECT_EQ(FormatCanFrame(f), c.Formatted);
+        else
             EXPECT_NE(error.find(c.Says), std::string::npos) << error;
-            continue;
-        }
-        EXPECT_EQ(f.Extended, c.Extended);
-        EXPECT_EQ(f.Identifier, c.Id);
-        EXPECT_EQ(f.Dlc, c.Dlc);
-        EXPECT_EQ(f.Rtr, c.Rtr);
-        EXPECT_EQ(std::vector<uint8_t>(f.Data, f.Data + (f.Rtr ? 0 : f.Dlc)), c.Data);
-        EXPECT_EQ(FormatCanFrame(f), c.Formatted);
     }
+    // The fields themselves, once (the formatter could mirror a parser's fault).
+    CKVX_HdwCanMessage f;
+    std::string error;
+    ASSERT_TRUE(ParseCanFrame("1F334455#R3", f, error));
+    EXPECT_TRUE(f.Extended && f.Rtr);
+    EXPECT_EQ(f.Identifier, 0x1F334455u);
+    EXPECT_EQ(f.Dlc, 3);
 }
 
 // The raw words are worked out by hand: label | SDI << 8 | data << 10 | SSM << 29

@@ -1,6 +1,6 @@
-// hdwtool send on the Wendal's I2C and SPI masters: the transfer syntax,
-// one line per transfer with its result, the exit status, and values
-// refused before a unit is touched.
+// hdwtool send and monitor --poll on the Wendal's I2C and SPI masters: the
+// transfer syntax, one line per transfer with its result, the exit status,
+// and values refused before a unit is touched.
 #include <hdwsim/Emulator.h>
 
 #include "MasterSend.h"
@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,17 @@ namespace {
 
 using tooltest::Output;
 using tooltest::Tool;
+
+// A transfer line without its time: PORT TARGET WRITE READ RESULT...
+std::string Fields(const std::string& line)
+{
+    std::istringstream in(line);
+    std::string time, word, rest;
+    in >> time;
+    while (in >> word)
+        rest += (rest.empty() ? "" : " ") + word;
+    return rest;
+}
 
 TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
 {
@@ -30,8 +42,8 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
         {"addr=0x80", false}, // above 7 bits
         {"addr=0x400,tenbit=1", false},
         {"write=hex:01", false}, // no address
-        {"addr=0x50,speed=3", false},
         {"addr=0x50,read=4097", false},
+        {"addr=0x50,reg=0x100", false},
     };
     for (const Row& r : i2c) {
         CKVX_HdwI2cTransfer t;
@@ -41,10 +53,10 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
     }
     CKVX_HdwI2cTransfer t;
     std::string error;
-    ASSERT_TRUE(hdwtool::ParseI2cValue("addr=0x250,tenbit=1,write=hex:07.08,read=3", t, error)) << error;
+    ASSERT_TRUE(hdwtool::ParseI2cValue("addr=0x250,tenbit=1,write=hex:07.08,reg=6,read=3", t, error)) << error;
     EXPECT_EQ(t.Address, 0x250u);
     EXPECT_TRUE(t.TenBit);
-    EXPECT_EQ(t.Write.Items(), (std::vector<uint8_t>{7, 8}));
+    EXPECT_EQ(t.Write.Items(), (std::vector<uint8_t>{6, 7, 8})); // the register first
     EXPECT_EQ(t.ReadLength, 3u);
 
     const Row spi[] = {
@@ -52,7 +64,6 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
         {"out=hex:01,cs=1,keep=1", true},
         {"cs=1", false}, // nothing to shift out
         {"out=hex:01,keep=2", false},
-        {"out=hex:01,mode=1", false},
     };
     for (const Row& r : spi) {
         CKVX_HdwSpiTransfer s;
@@ -70,36 +81,42 @@ TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
     ASSERT_TRUE(sim.Start(&error)) << error;
     const std::string link = "7:" + sim.PtyPath();
 
-    Output o = Tool({"send", "--link", link, "i2c:1", "--speed", "400k", "addr=0x50,write=hex:20.0A.0B",
-        "addr=0x50,write=hex:20,read=2"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    ASSERT_EQ(o.Lines().size(), 2u) << o.Out;
-    EXPECT_NE(o.Lines()[1].find("R 0A.0B"), std::string::npos) << o.Lines()[1];
-    EXPECT_NE(o.Lines()[1].find(" ok"), std::string::npos) << o.Lines()[1];
-    EXPECT_EQ(sim.GetCounters().I2cTransfers[1], 2u);
+    // Bad values and settings first: usage errors, nothing sent to the unit.
+    using Args = std::vector<std::string>;
+    for (const Args& bad : {Args{"send", "i2c:0", "addr=0x80"}, Args{"send", "spi:0", "cs=1"},
+             Args{"send", "spi:0", "--mode", "4", "out=hex:01"},
+             Args{"monitor", "spi:0", "--poll", "out=hex:01,every=0"},
+             Args{"monitor", "i2c:0", "can:0", "--poll", "addr=0x50"}, Args{"monitor", "i2c:0"}}) {
+        Args args{bad[0], "--link", link};
+        args.insert(args.end(), bad.begin() + 1, bad.end());
+        EXPECT_EQ(Tool(args).Status, 2) << bad[0] << " " << bad[2];
+    }
+    EXPECT_EQ(sim.GetCounters().CommandsReceived, 0u);
 
-    // A missing acknowledge is reported as such, and fails the run.
-    o = Tool({"send", "--link", link, "i2c:0", "addr=0x33", "addr=0x20,write=hex:01"});
-    EXPECT_EQ(o.Status, 1);
-    ASSERT_EQ(o.Lines().size(), 2u) << o.Out;
-    EXPECT_NE(o.Lines()[0].find("no acknowledge (address)"), std::string::npos) << o.Lines()[0];
-    EXPECT_NE(o.Lines()[1].find("no acknowledge (data)"), std::string::npos) << o.Lines()[1];
+    Output o = Tool({"send", "--link", link, "i2c:1", "--speed", "400k", "addr=0x50,reg=0x20,write=hex:0A.0B",
+        "addr=0x50,reg=0x20,read=2", "addr=0x33", "addr=0x20,write=hex:01"});
+    EXPECT_EQ(o.Status, 1) << o.Err; // a missing acknowledge fails the run
+    ASSERT_EQ(o.Lines().size(), 4u) << o.Out;
+    EXPECT_EQ(Fields(o.Lines()[0]), "i2c:1 0x50 20.0A.0B - ok");
+    EXPECT_EQ(Fields(o.Lines()[1]), "i2c:1 0x50 20 0A.0B ok");
+    EXPECT_EQ(Fields(o.Lines()[2]), "i2c:1 0x33 - - nack address");
+    EXPECT_EQ(Fields(o.Lines()[3]), "i2c:1 0x20 01 - nack data");
+    EXPECT_EQ(sim.GetCounters().I2cTransfers[1], 4u);
 
     o = Tool({"send", "--link", link, "spi:0", "--mode", "2", "--clock", "5M", "out=hex:01.02.03"});
     ASSERT_EQ(o.Status, 0) << o.Err;
     ASSERT_EQ(o.Lines().size(), 1u) << o.Out;
-    EXPECT_NE(o.Lines()[0].find("in 01.02.03"), std::string::npos) << o.Lines()[0];
+    EXPECT_EQ(Fields(o.Lines()[0]), "spi:0 cs=port 01.02.03 01.02.03 ok");
 
-    // Bad values and settings: usage errors, nothing sent.
-    const auto before = sim.GetCounters().CommandsReceived;
-    for (const std::vector<std::string>& bad :
-        {std::vector<std::string>{"i2c:0", "addr=0x80"}, std::vector<std::string>{"spi:0", "cs=1"},
-            std::vector<std::string>{"spi:0", "--mode", "4", "out=hex:01"}}) {
-        std::vector<std::string> args{"send", "--link", link};
-        args.insert(args.end(), bad.begin(), bad.end());
-        EXPECT_EQ(Tool(args).Status, 2) << bad[1];
-    }
-    EXPECT_EQ(sim.GetCounters().CommandsReceived, before);
+    // monitor runs its polls on their intervals, in the same line format.
+    o = Tool({"monitor", "--link", link, "i2c:1", "--count", "3", "--poll", "addr=0x50,reg=0x20,read=2,every=200ms",
+        "--poll", "addr=0x33,every=1"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    ASSERT_EQ(o.Lines().size(), 3u) << o.Out;
+    EXPECT_EQ(Fields(o.Lines()[0]), "i2c:1 0x50 20 0A.0B ok");
+    EXPECT_EQ(Fields(o.Lines()[1]), "i2c:1 0x33 - - nack address");
+    EXPECT_EQ(Fields(o.Lines()[2]), "i2c:1 0x50 20 0A.0B ok"); // 0x33 is due again only after 1 s
+    EXPECT_GE(std::stod(o.Lines()[2]), 0.19); // its second run, due 200 ms after the start
 }
 
 } // namespace

@@ -434,10 +434,11 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     for (const char* sub : {"list", "monitor", "send", "gen", "demo", "replay"})
         EXPECT_NE(main.Out.find("  " + std::string(sub) + " "), std::string::npos) << sub;
     // The examples name the emulator's UDP port 55003; run them against one
-    // on a free port instead, with that port put in. The discrete examples
-    // name a Travin's pseudo-terminal.
+    // on a free port instead, with that port put in. The discrete and I2C
+    // examples name a Travin's and a Wendal's pseudo-terminal.
     SimProcess sim(true);
     SimProcess travin(false, "travin", "5");
+    SimProcess wendal(false, "wendal", "7");
     std::set<std::string> demoLinks;
     // replay's examples read the log that monitor's example writes, in a
     // directory of their own that goes with the test.
@@ -459,8 +460,8 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
                 a.erase(std::remove(a.begin(), a.end(), '\''), a.end());
                 if (auto at = a.find("55003"); at != std::string::npos)
                     a.replace(at, 5, sim.Port);
-                if (a == "5:/dev/pts/N")
-                    a = travin.Link;
+                if (a == "5:/dev/pts/N" || a == "7:/dev/pts/N")
+                    a = a[0] == '5' ? travin.Link : wendal.Link;
             }
             if (args.size() == 1 && args[0] == "demo")
                 args.insert(args.end(), {"--duration", "1"}); // the same run, shorter
@@ -521,8 +522,9 @@ TEST(ToolDiscrete, ListSendAndMonitorTheBanks)
     EXPECT_NE(o.Err.find("result 2"), std::string::npos) << o.Err;
 }
 
-// The Sorrel's UARTs are listed as the units' ports are, and bytes sent on
-// one come out of the UART it is wired to.
+// The Sorrel's UARTs are listed as the units' ports are, bytes sent on one
+// come out of the UART it is wired to, and monitor ends with the unit's
+// counters of both.
 TEST(ToolSorrel, ListShowsSixUartsAndMonitorSeesBytesOfTheWiredPort)
 {
     SimProcess sim(true, "sorrel", "sorrel");
@@ -538,4 +540,6 @@ TEST(ToolSorrel, ListShowsSixUartsAndMonitorSeesBytesOfTheWiredPort)
     ASSERT_EQ(m.Status, 0) << m.Err;
     EXPECT_NE(m.Out.find("uart:3"), std::string::npos) << m.Out;
     EXPECT_NE(m.Out.find("\"hello\""), std::string::npos) << m.Out;
+    EXPECT_NE(m.Err.find("uart:2 counters: received 0, lost 0, sent 5, accepted 5,"), std::string::npos) << m.Err;
+    EXPECT_NE(m.Err.find("uart:3 counters: received 5, lost 0, sent 0,"), std::string::npos) << m.Err;
 }

@@ -6,6 +6,7 @@
 #include <hdwsim/Emulator.h>
 #include <hdwsim/MilStd1553Options.h>
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,7 +23,7 @@ void Usage(FILE* out)
         "usage: hdwsim --unit NAME [--pty] [--udp PORT] [--pace] [--monotonic-clock]\n"
         "              [--clock-start US] [--realtime] [--serial SN] [--link PATH]\n"
         "              [--mil1553-rt TA,TA...] [--mil1553-fault TA:BUS:KIND[:N]]...\n"
-        "              [--counters] [--verbose]\n"
+        "              [--can-fault CH:STATE[:ERR0[:ERR1]]]... [--counters] [--verbose]\n"
         "\n"
         "Serves one emulated interface unit wired in loopback (ARINC 429 transmitter k\n"
         "to receiver k, CAN 0 with 1, UART 0 with 1, MIL-STD-1553 0 and 1 on one bus,\n"
@@ -63,6 +64,10 @@ void Usage(FILE* out)
         "                wordcount (one data word short, or one too many) or parity (its\n"
         "                status word), for the next N attempts (default: until exit);\n"
         "                may be given more than once\n"
+        "  --can-fault CH:STATE[:ERR0[:ERR1]]\n"
+        "                CAN channel CH reports fault state STATE (1 error passive, 2 bus\n"
+        "                off) and those error-register bytes (decimal) once started; frames\n"
+        "                still flow\n"
         "  --counters    at exit print the bus counters to stdout, one line per counter:\n"
         "                \"NAME v0 v1 ...\" with one value per channel\n"
         "  --verbose     log sessions, hang-ups and a counter summary at exit to stderr\n"
@@ -127,6 +132,7 @@ int main(int argc, char** argv)
     bool pty = false, udp = false, verbose = false, defaultPort = false, counters = false;
     uint16_t port = 0;
     std::vector<hdwsim::MilStd1553FaultOption> milFaults;
+    std::vector<std::array<unsigned, 4>> canFaults; // channel, state, error bytes
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -179,6 +185,15 @@ int main(int argc, char** argv)
                 return 2;
             }
             milFaults.push_back(f);
+        } else if (a == "--can-fault" && hasValue) {
+            std::array<unsigned, 4> f{};
+            char tail = 0;
+            const int n = std::sscanf(argv[++i], "%u:%u:%u:%u%c", &f[0], &f[1], &f[2], &f[3], &tail);
+            if (n < 2 || n > 4 || f[1] < 1 || f[1] > 2 || f[2] > 0xFF || f[3] > 0xFF) {
+                std::fprintf(stderr, "hdwsim: bad CAN fault '%s' (CH:STATE[:ERR0[:ERR1]], STATE 1 or 2)\n", argv[i]);
+                return 2;
+            }
+            canFaults.push_back(f);
         } else if (a == "--verbose") {
             verbose = true;
         } else {
@@ -219,6 +234,11 @@ int main(int argc, char** argv)
     for (const hdwsim::MilStd1553FaultOption& f : milFaults)
         for (unsigned bus : f.Buses)
             sim.SetMilStd1553Fault(f.Address, bus, f.Fault, f.Transfers);
+    for (const auto& f : canFaults)
+        if (!sim.SetCanFault(f[0], f[1], uint8_t(f[2]), uint8_t(f[3]))) {
+            std::fprintf(stderr, "hdwsim: the unit has no CAN channel %u\n", f[0]);
+            return 2;
+        }
     if (pty)
         std::printf("pty %s\n", sim.PtyPath().c_str());
     if (pty && !o.LinkPath.empty())

@@ -1,44 +1,22 @@
 // hdwtool send on an I2C or SPI master: each value is one transfer, run in
 // the order given and waited for; one line per transfer with its result.
 //
-//   i2c: addr=ADDR[,write=BYTES][,read=N][,tenbit=1]
+//   i2c: addr=ADDR[,reg=N][,write=BYTES][,read=N][,tenbit=1]
 //   spi: out=BYTES[,cs=N][,keep=1]
 //
-// BYTES as for UART ("hex:20.01.02" or text). --speed sets the I2C bus
-// speed, --mode, --clock and --word-bits the SPI master.
+// BYTES as for UART ("hex:20.01.02" or text); reg=N is one byte written
+// before them (a register address). --speed sets the I2C bus speed,
+// --mode, --clock and --word-bits the SPI master.
 #include "Commands.h"
+#include "MasterPort.h"
 #include "MasterSend.h"
 
+#include <chrono>
 #include <cstdio>
 
 namespace hdwtool {
 
 namespace {
-
-constexpr unsigned kWaitMs = 10000;
-
-std::string Hex(const CKVX_Uint8Vector& bytes)
-{
-    std::string text;
-    char b[4];
-    for (uint8_t v : bytes.Items()) {
-        std::snprintf(b, sizeof b, "%s%02X", text.empty() ? "" : ".", v);
-        text += b;
-    }
-    return text.empty() ? "-" : text;
-}
-
-const char* ResultText(unsigned result, bool nackOnAddress, unsigned fault)
-{
-    switch (result) {
-    case 0: return "ok";
-    case HDW_ERR_NO_ACK: return nackOnAddress ? "no acknowledge (address)" : "no acknowledge (data)";
-    case HDW_ERR_BUS_FAULT: return fault == 2 ? "bus fault (arbitration lost)" : "bus fault (bus held)";
-    case HDW_ERR_ARGUMENT: return "refused";
-    case HDW_ERR_PROBE_INCOMPLETE: return "no result in time";
-    default: return "failed";
-    }
-}
 
 // One field of a value: a number, or (for `write`/`out`) bytes.
 bool FieldNumber(const std::string& key, const std::string& text, uint64_t max, uint64_t& value, std::string& error)
@@ -63,6 +41,7 @@ bool ParseI2cValue(const std::string& text, CKVX_HdwI2cTransfer& t, std::string&
     if (!SplitFields(text, fields, error))
         return false;
     bool haveAddress = false;
+    std::vector<uint8_t> reg, write;
     for (const auto& [key, value] : fields) {
         uint64_t n = 0;
         std::vector<uint8_t> bytes;
@@ -73,14 +52,18 @@ bool ParseI2cValue(const std::string& text, CKVX_HdwI2cTransfer& t, std::string&
             t.ReadLength = uint32_t(n);
         } else if (key == "tenbit" && FieldNumber(key, value, 1, n, error)) {
             t.TenBit = n == 1;
+        } else if (key == "reg" && FieldNumber(key, value, 0xFF, n, error)) {
+            reg.assign(1, uint8_t(n));
         } else if (key == "write" && ParseUartBytes(value, bytes, error)) {
-            t.Write = CKVX_Uint8Vector(bytes.data(), unsigned(bytes.size()));
+            write = bytes;
         } else {
             if (error.empty())
-                error = "unknown I2C field \"" + key + "\" (addr, write, read, tenbit)";
+                error = "unknown I2C field \"" + key + "\" (addr, reg, write, read, tenbit)";
             return false;
         }
     }
+    reg.insert(reg.end(), write.begin(), write.end());
+    t.Write = CKVX_Uint8Vector(reg.data(), unsigned(reg.size()));
     if (!haveAddress)
         error = "an I2C transfer needs addr=";
     else if (t.Check() != 0)
@@ -116,67 +99,28 @@ bool ParseSpiValue(const std::string& text, CKVX_HdwSpiTransfer& t, std::string&
 int RunMasterSend(const ParsedArgs& parsed, const PortSpec& target, const PortOptions& options)
 {
     const auto& pos = parsed.Positionals();
-    std::vector<CKVX_HdwI2cTransfer> i2c;
-    std::vector<CKVX_HdwSpiTransfer> spi;
+    std::vector<MasterTransfer> transfers(pos.size() - 1);
     std::string error;
-    for (size_t i = 1; i < pos.size(); ++i) {
-        const bool ok = target.PortType == HDW_PORT_I2C ? ParseI2cValue(pos[i], i2c.emplace_back(), error)
-                                                        : ParseSpiValue(pos[i], spi.emplace_back(), error);
-        if (!ok)
+    for (size_t i = 1; i < pos.size(); ++i)
+        if (!ParseMasterValue(target.PortType, pos[i], transfers[i - 1], error))
             return Fail("send: " + error, ExitUsage);
-    }
-    CKVX_HdwI2cPort::CParameters ip;
-    CKVX_HdwSpiPort::CParameters sp;
-    uint64_t n = 0;
-    if (parsed.Has("speed") && !ParseBitRate(parsed.Get("speed"), ip.BusSpeed, error))
-        return Fail("send: --speed: " + error, ExitUsage);
-    if (parsed.Has("clock") && !ParseBitRate(parsed.Get("clock"), sp.ClockHz, error))
-        return Fail("send: --clock: " + error, ExitUsage);
-    if (parsed.Has("mode")) {
-        if (!FieldNumber("--mode", parsed.Get("mode"), 3, n, error))
-            return Fail("send: " + error, ExitUsage);
-        sp.Mode = uint8_t(n);
-    }
-    if (parsed.Has("word-bits")) {
-        if (!FieldNumber("--word-bits", parsed.Get("word-bits"), 16, n, error))
-            return Fail("send: " + error, ExitUsage);
-        sp.WordBits = uint8_t(n);
-    }
-    if (options.OpenTimeoutMs)
-        ip.Timeout = sp.Timeout = *options.OpenTimeoutMs;
-
-    Session session;
-    if (!OpenSession(parsed, session, error))
+    Session session; // outlives the port
+    MasterPort master;
+    if (!master.ParseSettings(parsed, options, error))
+        return Fail("send: " + error, ExitUsage);
+    if (!OpenSession(parsed, session, error) || !master.Open(session, target, error))
         return Fail(error);
-    std::string name;
-    CKVX_HdwPort* port = session.Resolve(target, name, error);
-    if (!port)
-        return Fail(error);
-    const unsigned type = target.PortType == HDW_PORT_I2C ? HDW_SERVICE_I2C_MASTER : HDW_SERVICE_SPI_MASTER;
-    CKVX_HdwService* service = nullptr;
-    if (const unsigned rc = port->EnableService(type, &service, nullptr))
-        return Fail(name + ": the master service was refused (" + std::to_string(rc) + ")");
-    CKVX_HdwPort::CParameters* params = target.PortType == HDW_PORT_I2C ? static_cast<CKVX_HdwPort::CParameters*>(&ip)
-                                                                        : static_cast<CKVX_HdwPort::CParameters*>(&sp);
-    if (const unsigned rc = port->Open(params))
-        return Fail(name + ": open failed (" + std::to_string(rc) + ")");
+    const auto start = std::chrono::steady_clock::now();
     int exit = ExitOk;
-    for (auto& t : i2c) {
-        const unsigned rc = static_cast<CKVX_HdwI2cMasterService*>(service)->Transfer(t, kWaitMs);
-        std::printf("%-8s addr=0x%03X  W %s  R %s  acked %u  %s\n", name.c_str(), unsigned(t.Address),
-            Hex(t.Write).c_str(), Hex(t.Read).c_str(), unsigned(t.Acked), ResultText(rc, t.NackOnAddress, t.Fault));
-        exit = rc ? ExitFailed : exit;
-    }
-    for (auto& t : spi) {
-        const unsigned rc = static_cast<CKVX_HdwSpiMasterService*>(service)->Transfer(t, kWaitMs);
-        const std::string cs =
-            t.ChipSelect == CKVX_HdwSpiTransfer::PortChipSelect ? "port" : std::to_string(t.ChipSelect);
-        std::printf("%-8s cs=%s  out %s  in %s  %s\n", name.c_str(), cs.c_str(), Hex(t.Out).c_str(), Hex(t.In).c_str(),
-            ResultText(rc, false, 0));
+    for (auto& t : transfers) {
+        const unsigned rc = master.Run(t);
+        const auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+        std::printf("%s\n",
+            RenderRow(MasterFields(uint64_t(us.count()), master.Name(), t, rc), MasterColumns(), OutputFormat::Text)
+                .c_str());
         exit = rc ? ExitFailed : exit;
     }
     std::fflush(stdout);
-    port->Close();
     return exit;
 }
 

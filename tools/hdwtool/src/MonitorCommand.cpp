@@ -4,10 +4,12 @@
 #include "Capture.h"
 #include "Channel.h"
 #include "Commands.h"
+#include "MasterSend.h"
 #include "SendPlan.h"
 #include "StatusLine.h"
 #include "Terminal.h"
 #include "TimeColumn.h"
+#include "UartCounters.h"
 #include "UnitWatch.h"
 #include "Wait.h"
 
@@ -56,16 +58,35 @@ void UpdateLosses(StatusLine& status, const std::vector<Channel*>& watched)
     status.SetLinkLosses(link);
 }
 
+// The unit-side counters of the Sorrel UARTs watched or sent on, one line
+// each on stderr; true when the unit lost received bytes.
+template <typename ChannelMap>
+bool PrintUartCounters(const ChannelMap& channels)
+{
+    bool lost = false;
+    for (const auto& [port, channel] : channels) {
+        UartCounters c;
+        std::string error;
+        if (ReadUartCounters(port, c, error))
+            std::fprintf(stderr, "%s\n", FormatUartCounters(channel->Name(), c).c_str());
+        else if (!error.empty())
+            std::fprintf(stderr, "%s: %s\n", channel->Name().c_str(), error.c_str());
+        lost = lost || c.Lost != 0;
+    }
+    return lost;
+}
+
 } // namespace
 
 int RunMonitor(const std::vector<std::string>& args)
 {
     auto specs = LinkOptions();
     for (const char* o : {"count", "duration", "rate", "parity", "bitrate", "sample-point", "repeat", "interval",
-             "format", "time", "log", "pcap", "label-order"})
+             "format", "time", "log", "pcap", "label-order", "speed", "mode", "clock", "word-bits"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"accept", 'a', true, true});
     specs.push_back({"send", 's', true, true});
+    specs.push_back({"poll", 0, true, true});
     specs.push_back({"no-status", 0, false, false});
     specs.push_back({"reconnect", 0, false, false});
     for (auto& s : specs) {
@@ -121,6 +142,9 @@ int RunMonitor(const std::vector<std::string>& args)
     LabelOrder labelOrder = LabelOrder::Reversed;
     if (parsed.Has("label-order") && !ParseLabelOrder(parsed.Get("label-order"), labelOrder, error))
         return usage("--label-order: " + error);
+    if (parsed.Has("poll") ||
+        std::any_of(watch.begin(), watch.end(), [](const PortSpec& w) { return !w.ByKey && IsMasterPort(w.PortType); }))
+        return RunMasterMonitor(parsed, watch, options, count, duration, format, timeMode);
     // Labels given are numbers; the filter compares raw low bytes.
     for (auto& a : options.Accepts)
         a.Label = LabelNumber(a.Label, labelOrder);
@@ -278,7 +302,8 @@ int RunMonitor(const std::vector<std::string>& args)
     std::fflush(stdout);
     // Losses are never silent: the summary names them even when piped.
     UpdateLosses(status, watched);
-    const bool lost = status.Link().BadFrames || status.Link().LostEchoes ||
+    bool lost = PrintUartCounters(channels);
+    lost = lost || status.Link().BadFrames || status.Link().LostEchoes ||
         std::any_of(status.Ports().begin(), status.Ports().end(), [](const PortStatus& p) { return p.Dropped != 0; });
     if (terminal)
         std::fprintf(stderr, "%llu items in %.1f s\n", static_cast<unsigned long long>(printed), now());
