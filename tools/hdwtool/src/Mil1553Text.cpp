@@ -238,11 +238,15 @@ bool ParseMinorFrame(
     const size_t eq = text.find('=');
     double seconds = 0;
     CKVX_HdwMilStd1553MinorFrame f;
-    if (eq == std::string::npos || !ParseSeconds(text.substr(0, eq), seconds, error)) {
-        error = "--frame \"" + text + "\" is not PERIOD=I,J,... (20ms=0,1)";
+    std::string period = text.substr(0, eq);
+    const bool micro = period.size() > 2 && period.substr(period.size() - 2) == "us";
+    if (micro)
+        period.resize(period.size() - 2);
+    if (eq == std::string::npos || !ParseSeconds(period, seconds, error)) {
+        error = "--frame \"" + text + "\" is not PERIOD=I,J,... (20ms=0,1, 500us=2)";
         return false;
     }
-    const double us = std::round(seconds * 1e6);
+    const double us = std::round(micro ? seconds : seconds * 1e6);
     if (us < CKVX_HdwMilStd1553MinorFrame::MinPeriodUs || us > CKVX_HdwMilStd1553MinorFrame::MaxPeriodUs ||
         std::fmod(us, 10) != 0) {
         error = "--frame \"" + text + "\": a minor frame lasts 100 us to 655.35 ms in steps of 10 us";
