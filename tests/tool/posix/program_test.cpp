@@ -337,16 +337,17 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
     close(sock);
 }
 
-// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways) with
-// sent = received, nothing lost or altered, and `parityErrors` words with a
-// parity error in all.
-void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0)
+// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways, the
+// 1553 controller to its terminal), each sent something and received all of
+// it unaltered (the 1553 path but `lost1553` transfers), and `parityErrors`
+// words with a parity error in all.
+void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lost1553 = 0)
 {
-    if (parityErrors == 0)
+    if (parityErrors == 0 && lost1553 == 0)
         EXPECT_NE(o.Out.find("result: no loss"), std::string::npos) << o.Out;
     else
-        EXPECT_NE(o.Out.find("result: LOSS, 0 lost, 0 altered and " + std::to_string(parityErrors) +
-                      " with a parity error of "),
+        EXPECT_NE(o.Out.find("result: LOSS, " + std::to_string(lost1553) + " lost, 0 altered and " +
+                      std::to_string(parityErrors) + " with a parity error of "),
             std::string::npos)
             << o.Out;
     unsigned rows = 0, parity = 0;
@@ -354,31 +355,36 @@ void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0)
         const auto w = Words(l);
         if (w.size() == 7 && w[0].find('>') != std::string::npos) {
             ++rows;
+            const unsigned lost = w[0] == "1553:0>1553:1" ? lost1553 : 0;
             EXPECT_NE(w[1], "0") << l;
-            EXPECT_EQ(w[1], w[2]) << l;
-            EXPECT_EQ(w[3], "0") << l;
+            EXPECT_EQ(std::stoul(w[1]), std::stoul(w[2]) + lost) << l;
+            EXPECT_EQ(w[3], std::to_string(lost)) << l;
             EXPECT_EQ(w[4], "0") << l;
             parity += unsigned(std::stoul(w[5]));
         }
     }
-    EXPECT_EQ(rows, 6u) << o.Out;
+    EXPECT_EQ(rows, 7u) << o.Out;
     EXPECT_EQ(parity, parityErrors) << o.Out;
 }
 
-// Words whose parity the emulated unit flipped: counted in the summary, each
-// one's line marked (--verbose prints every word), and the exit status is 1.
-TEST(ToolDemo, ParityErrorsAreCountedAndMarked)
+// Words whose parity the emulated unit flipped and 1553 transfers the
+// terminal did not answer: counted in the summary, each word's line marked
+// (--verbose prints every word), and the exit status is 1.
+TEST(ToolDemo, ParityErrorsAndUnansweredTransfersAreCountedAndMarked)
 {
-    const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--verbose"}, 90);
+    const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--no-response", "2", "--verbose"}, 90);
     EXPECT_EQ(o.Status, 1) << o.Err;
-    ExpectNoLossSummary(o, 3);
-    unsigned marked = 0;
+    ExpectNoLossSummary(o, 3, 2);
+    unsigned marked = 0, noResponse = 0;
     for (const auto& l : o.Lines()) {
         const auto w = Words(l);
         if (w.size() == 8 && w[1].rfind("a429rx:", 0) == 0 && w[6].back() == '!')
             ++marked;
+        if (w.size() == 10 && w[1] == "1553:0" && w[8] == "noresp")
+            ++noResponse;
     }
     EXPECT_EQ(marked, 3u) << o.Out;
+    EXPECT_EQ(noResponse, 2u) << o.Out;
 }
 
 TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
