@@ -110,6 +110,7 @@ TEST(Tool1553, RemoteTerminalAnswersAndBadInputIsRefused)
              {"send", "1553:0", "bc", "tx", "rt=5", "sa=1", "wc=1", "--frame", "1ms=1"},
              {"send", "1553:1", "rt", "31"},
              {"send", "1553:0", "bm", "tx"},
+             {"send", "1553:0", "bc", "tx", "rt=5", "sa=1", "wc=1", "--repeat", "2"}, // not a 1553 option
              {"monitor", "1553:1", "--log", "x.log"},
          }) {
         auto args = bad;

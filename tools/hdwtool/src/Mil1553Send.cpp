@@ -75,6 +75,7 @@ int RunSchedule(Channel& bc, const std::vector<Msg>& transfers, const std::vecto
     if (const unsigned rc = service->BuildConfiguration(c); rc != 0) {
         std::string why = ResultText(rc);
         for (size_t i = 0; i < c.MajorFrame.MinorFrames.size(); ++i) {
+            // Against the port's default response time-out.
             const unsigned need = c.MajorFrame.GetMinorFrameTimeUs(unsigned(i), 14);
             if (need > c.MajorFrame.MinorFrames[i].PeriodUs)
                 why = "minor frame " + std::to_string(i) + " needs " + std::to_string(need) +
@@ -87,7 +88,6 @@ int RunSchedule(Channel& bc, const std::vector<Msg>& transfers, const std::vecto
         rc = service->RunBc();
     if (rc != 0)
         return Fail("send: cannot run the schedule on " + bc.Name() + ": " + ResultText(rc));
-    InstallStopHandler();
     Run run;
     bool stopping = false;
     double stopAt = 0;
@@ -155,6 +155,10 @@ int RunMil1553Send(const ParsedArgs& parsed, const PortSpec& target, const PortO
         return usage("--count: " + error);
     if (parsed.Has("duration") && !ParseSeconds(parsed.Get("duration"), duration, error))
         return usage("--duration: " + error);
+    for (const char* o : {"repeat", "interval", "verbose", "speed", "mode", "clock", "word-bits", "rate", "parity",
+             "bitrate", "sample-point"})
+        if (parsed.Has(o))
+            return usage(std::string("--") + o + " does not apply to a MIL-STD-1553 channel");
     std::vector<Msg> transfers;
     CKVX_HdwMilStd1553RemoteTerminal terminal;
     if (role == "bc") {
@@ -184,6 +188,7 @@ int RunMil1553Send(const ParsedArgs& parsed, const PortSpec& target, const PortO
         sends.push_back({p, it});
     }
 
+    InstallStopHandler();
     Session session;
     const auto channel = OpenChannel(parsed, session, target, error);
     if (!channel)
@@ -213,7 +218,6 @@ int RunMil1553Send(const ParsedArgs& parsed, const PortSpec& target, const PortO
         if (!controllers.back()->Send(it, error))
             return Fail("send: " + error);
     }
-    InstallStopHandler();
     Run run;
     while (!StopRequested() && (count == 0 || run.Seen < count) && (duration <= 0 || run.Now() < duration)) {
         if (!run.Poll(*channel, error))
