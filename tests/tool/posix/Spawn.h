@@ -1,9 +1,12 @@
 #pragma once
-// Starting the built programs from a test, and running hdwtool to its end.
+// Starting the built programs from a test: hdwtool run to its end, hdwsim
+// in a process of its own.
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
+#include <poll.h>
 #include <sstream>
 #include <string>
 #include <sys/types.h>
@@ -71,5 +74,53 @@ inline Output Tool(std::vector<std::string> args, unsigned timeoutS = 60, const 
         ADD_FAILURE() << args[1] << " did not finish within " << timeoutS << " s";
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
 }
+
+inline std::vector<std::string> Words(const std::string& line)
+{
+    std::vector<std::string> w;
+    std::istringstream in(line);
+    for (std::string s; in >> s;)
+        w.push_back(s);
+    return w;
+}
+
+// hdwsim in a process of its own; its first line names the endpoint.
+class SimProcess {
+public:
+    explicit SimProcess(
+        bool udp, const char* unit = "halden", const char* code = "3", const std::vector<std::string>& extra = {})
+    {
+        int out[2];
+        EXPECT_EQ(pipe(out), 0);
+        std::vector<std::string> argv{HDWSIM_PROGRAM, "--unit", unit, udp ? "--udp" : "--pty"};
+        if (udp)
+            argv.push_back("0"); // any free port
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        m_Pid = Spawn(argv, out[1], 2, 0);
+        close(out[1]);
+        std::string line;
+        pollfd p{out[0], POLLIN, 0};
+        char c = 0;
+        while (poll(&p, 1, 10000) > 0 && read(out[0], &c, 1) == 1 && c != '\n')
+            line += c;
+        close(out[0]);
+        // "pty /dev/pts/7" or "udp 127.0.0.1:40811"
+        const auto w = Words(line);
+        EXPECT_EQ(w.size(), 2u) << line;
+        if (w.size() == 2)
+            Link = std::string(code) + (w[0] == "udp" ? ":udp:" : ":") + w[1];
+        if (w.size() == 2 && w[0] == "udp")
+            Port = w[1].substr(w[1].rfind(':') + 1);
+    }
+    ~SimProcess()
+    {
+        kill(m_Pid, SIGTERM);
+        waitpid(m_Pid, nullptr, 0);
+    }
+    std::string Link; // --link value
+    std::string Port; // UDP port
+private:
+    pid_t m_Pid = -1;
+};
 
 } // namespace tooltest

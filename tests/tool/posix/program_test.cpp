@@ -29,57 +29,11 @@
 
 namespace {
 
-std::vector<std::string> Words(const std::string& line)
-{
-    std::vector<std::string> w;
-    std::istringstream in(line);
-    for (std::string s; in >> s;)
-        w.push_back(s);
-    return w;
-}
-
 using tooltest::Output;
+using tooltest::SimProcess;
 using tooltest::Spawn;
 using tooltest::Tool;
-
-// hdwsim in a process of its own; its first line names the endpoint.
-class SimProcess {
-public:
-    explicit SimProcess(
-        bool udp, const char* unit = "halden", const char* code = "3", const std::vector<std::string>& extra = {})
-    {
-        int out[2];
-        EXPECT_EQ(pipe(out), 0);
-        std::vector<std::string> argv{HDWSIM_PROGRAM, "--unit", unit, udp ? "--udp" : "--pty"};
-        if (udp)
-            argv.push_back("0"); // any free port
-        argv.insert(argv.end(), extra.begin(), extra.end());
-        m_Pid = Spawn(argv, out[1], 2, 0);
-        close(out[1]);
-        std::string line;
-        pollfd p{out[0], POLLIN, 0};
-        char c = 0;
-        while (poll(&p, 1, 10000) > 0 && read(out[0], &c, 1) == 1 && c != '\n')
-            line += c;
-        close(out[0]);
-        // "pty /dev/pts/7" or "udp 127.0.0.1:40811"
-        const auto w = Words(line);
-        EXPECT_EQ(w.size(), 2u) << line;
-        if (w.size() == 2)
-            Link = std::string(code) + (w[0] == "udp" ? ":udp:" : ":") + w[1];
-        if (w.size() == 2 && w[0] == "udp")
-            Port = w[1].substr(w[1].rfind(':') + 1);
-    }
-    ~SimProcess()
-    {
-        kill(m_Pid, SIGTERM);
-        waitpid(m_Pid, nullptr, 0);
-    }
-    std::string Link; // --link value
-    std::string Port; // UDP port
-private:
-    pid_t m_Pid = -1;
-};
+using tooltest::Words;
 
 } // namespace
 
@@ -383,16 +337,17 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
     close(sock);
 }
 
-// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways) with
-// sent = received, nothing lost or altered, and `parityErrors` words with a
-// parity error in all.
-void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0)
+// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways, the
+// 1553 controller to its terminal), each sent something and received all of
+// it unaltered (the 1553 path but `lost1553` transfers), and `parityErrors`
+// words with a parity error in all.
+void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lost1553 = 0)
 {
-    if (parityErrors == 0)
+    if (parityErrors == 0 && lost1553 == 0)
         EXPECT_NE(o.Out.find("result: no loss"), std::string::npos) << o.Out;
     else
-        EXPECT_NE(o.Out.find("result: LOSS, 0 lost, 0 altered and " + std::to_string(parityErrors) +
-                      " with a parity error of "),
+        EXPECT_NE(o.Out.find("result: LOSS, " + std::to_string(lost1553) + " lost, 0 altered and " +
+                      std::to_string(parityErrors) + " with a parity error of "),
             std::string::npos)
             << o.Out;
     unsigned rows = 0, parity = 0;
@@ -400,31 +355,36 @@ void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0)
         const auto w = Words(l);
         if (w.size() == 7 && w[0].find('>') != std::string::npos) {
             ++rows;
+            const unsigned lost = w[0] == "1553:0>1553:1" ? lost1553 : 0;
             EXPECT_NE(w[1], "0") << l;
-            EXPECT_EQ(w[1], w[2]) << l;
-            EXPECT_EQ(w[3], "0") << l;
+            EXPECT_EQ(std::stoul(w[1]), std::stoul(w[2]) + lost) << l;
+            EXPECT_EQ(w[3], std::to_string(lost)) << l;
             EXPECT_EQ(w[4], "0") << l;
             parity += unsigned(std::stoul(w[5]));
         }
     }
-    EXPECT_EQ(rows, 6u) << o.Out;
+    EXPECT_EQ(rows, 7u) << o.Out;
     EXPECT_EQ(parity, parityErrors) << o.Out;
 }
 
-// Words whose parity the emulated unit flipped: counted in the summary, each
-// one's line marked (--verbose prints every word), and the exit status is 1.
-TEST(ToolDemo, ParityErrorsAreCountedAndMarked)
+// Words whose parity the emulated unit flipped and 1553 transfers the
+// terminal did not answer: counted in the summary, each word's line marked
+// (--verbose prints every word), and the exit status is 1.
+TEST(ToolDemo, ParityErrorsAndUnansweredTransfersAreCountedAndMarked)
 {
-    const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--verbose"}, 90);
+    const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--no-response", "2", "--verbose"}, 90);
     EXPECT_EQ(o.Status, 1) << o.Err;
-    ExpectNoLossSummary(o, 3);
-    unsigned marked = 0;
+    ExpectNoLossSummary(o, 3, 2);
+    unsigned marked = 0, noResponse = 0;
     for (const auto& l : o.Lines()) {
         const auto w = Words(l);
         if (w.size() == 8 && w[1].rfind("a429rx:", 0) == 0 && w[6].back() == '!')
             ++marked;
+        if (w.size() == 10 && w[1] == "1553:0" && w[8] == "noresp")
+            ++noResponse;
     }
     EXPECT_EQ(marked, 3u) << o.Out;
+    EXPECT_EQ(noResponse, 2u) << o.Out;
 }
 
 TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)

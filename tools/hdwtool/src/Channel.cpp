@@ -1,6 +1,7 @@
 #include "Channel.h"
 
 #include "Cli.h"
+#include "Mil1553Text.h"
 #include "Session.h"
 
 #include <type_traits>
@@ -123,6 +124,17 @@ bool ParseValueFor(unsigned portType, const std::string& text, Item& item, std::
         ok = ParseDiscrete(text, it.Discrete, error);
         it.Outgoing = true;
         break;
+    case HDW_PORT_MILSTD1553: {
+        std::vector<CKVX_HdwMilStd1553Message> transfers;
+        ok = ParseMil1553Transfers(text, transfers, error);
+        if (ok && transfers.size() != 1) {
+            error = "\"" + text + "\" is " + std::to_string(transfers.size()) + " transfers, not one";
+            ok = false;
+        }
+        if (ok)
+            it.Transfer = transfers.front();
+        break;
+    }
     case HDW_PORT_DISCRETE_IN: error = "a discrete input cannot send: use its output bank (dout:N)"; break;
     case HDW_PORT_ARINC429_RX: error = "an ARINC 429 receiver cannot send: use its transmitter (a429tx:N)"; break;
     default: error = "the tool cannot send on a port of type " + std::to_string(portType); break;
@@ -149,7 +161,7 @@ Fields ItemFields(const Item& item, const std::string& portName, LabelOrder orde
     switch (item.PortType) {
     case HDW_PORT_CAN: return CanFields(item.TimeUs, portName, item.Frame);
     case HDW_PORT_UART: return UartFields(item.TimeUs, portName, item.Bytes);
-    case HDW_PORT_MILSTD1553: return Mil1553Fields(item.TimeUs, portName, item.Value, item.Aux);
+    case HDW_PORT_MILSTD1553: return Mil1553Fields(item.TimeUs, portName, item.Transfer);
     case HDW_PORT_DISCRETE_IN:
     case HDW_PORT_DISCRETE_OUT:
         if (item.Outgoing)
@@ -197,12 +209,7 @@ bool Channel::EnableReceive(const PortOptions& options, std::string& error)
     }
     case HDW_PORT_CAN: return Enable(m_Port, HDW_SERVICE_CAN_IN_BUFFER, nullptr, m_CanIn, m_Name, "receive", error);
     case HDW_PORT_UART: return Enable(m_Port, HDW_SERVICE_BYTE_IN_BUFFER, nullptr, m_ByteIn, m_Name, "receive", error);
-    case HDW_PORT_MILSTD1553: {
-        CKVX_HdwSignalService::CParameters p;
-        p.BufferSize = 100000;
-        p.SignalMask = 1u << (HDW_SIGNAL_MIL1553_MESSAGE - 1);
-        return Enable(m_Port, HDW_SERVICE_SIGNAL, &p, m_Signals, m_Name, "watch the messages", error);
-    }
+    case HDW_PORT_MILSTD1553: return EnableMil1553(false, error);
     case HDW_PORT_DISCRETE_IN:
     case HDW_PORT_DISCRETE_OUT: {
         CKVX_HdwSignalService::CParameters p;
@@ -235,6 +242,7 @@ bool Channel::EnableTransmit(std::string& error)
     }
     case HDW_PORT_DISCRETE_OUT:
         return Enable(m_Port, HDW_SERVICE_DISCRETE_OUT, nullptr, m_DiscreteOut, m_Name, "drive", error);
+    case HDW_PORT_MILSTD1553: return EnableMil1553(true, error);
     case HDW_PORT_ARINC429_RX:
         error = "cannot send on " + m_Name + ": an ARINC 429 receiver has no transmitter (use a429tx:N)";
         return false;
@@ -305,6 +313,7 @@ bool Channel::Open(const PortOptions& options, std::string& error)
         rc = port->Open(&p);
         break;
     }
+    case HDW_PORT_MILSTD1553: rc = OpenMil1553(); break;
     default: rc = m_Port->Open(nullptr); break;
     }
     if (rc != 0) {
@@ -325,6 +334,8 @@ bool Channel::WakeThrough(CKVX_HdwSignalGroup& group)
         kind = HDW_SIGNAL_ARINC429_RECEIVED;
     else if (m_CanIn)
         kind = HDW_SIGNAL_CAN_RECEIVED;
+    else if (m_MilRt || m_MilBc)
+        kind = HDW_SIGNAL_MIL1553_MESSAGE;
     if (kind == 0)
         return false;
     // A short queue is enough: it is emptied before each read of the buffer
@@ -384,6 +395,10 @@ uint64_t Channel::Dropped()
         n += m_CanIn->GetDroppedCount();
     if (m_ByteIn)
         n += m_ByteIn->GetDroppedCount();
+    if (m_MilRt)
+        n += m_MilRt->GetLostCount();
+    if (m_MilBc)
+        n += m_MilBc->GetLostCount();
     uint64_t signals = 0;
     if (m_Signals && m_Signals->GetDroppedCount(signals, false) == 0)
         n += signals;
@@ -423,8 +438,7 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
                 it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
                 it.Word = buf[i].Arinc429;
                 items.push_back(std::move(it));
-            } else if (buf[i].Kind == HDW_SIGNAL_MIL1553_MESSAGE || buf[i].Kind == HDW_SIGNAL_DISCRETE_INPUT ||
-                buf[i].Kind == HDW_SIGNAL_DISCRETE_OUTPUT) {
+            } else if (buf[i].Kind == HDW_SIGNAL_DISCRETE_INPUT || buf[i].Kind == HDW_SIGNAL_DISCRETE_OUTPUT) {
                 Item it;
                 it.PortType = PortType();
                 it.TimeUs = StampToHost(buf[i].TimeStamp, hostUs);
@@ -452,6 +466,8 @@ bool Channel::Poll(std::vector<Item>& items, std::string& error)
             it.Bytes.assign(buf, buf + n);
             items.push_back(std::move(it));
         }
+    } else if (m_MilRt || m_MilBc) {
+        rc = PollMil1553(items, hostUs);
     }
     if (rc != 0 && rc != HDW_ERR_NOTHING_TO_READ) {
         error = "reading " + m_Name + " failed: " + ResultText(rc);
@@ -472,6 +488,9 @@ bool Channel::Send(const Item& item, std::string& error)
     } else if (m_ByteOut && item.PortType == HDW_PORT_UART) {
         std::vector<uint8_t> b = item.Bytes;
         rc = m_ByteOut->Write(b.data(), unsigned(b.size()), 0);
+    } else if (m_MilBc && item.PortType == HDW_PORT_MILSTD1553) {
+        rc = m_MilBc->SendOneShot(item.Transfer);
+        m_MilSent += rc == 0 ? 1 : 0;
     } else if (m_DiscreteOut && item.PortType == HDW_PORT_DISCRETE_OUT) {
         const DiscreteValue& d = item.Discrete;
         switch (d.Op) {
@@ -498,6 +517,8 @@ unsigned Channel::Pending()
         m_CanOut->GetMessagesToBeWritten(n);
     else if (m_ByteOut)
         m_ByteOut->GetBytesToBeWritten(n);
+    else if (m_MilBc)
+        n = unsigned(m_MilSent - m_MilDone);
     else if (m_DiscreteOut) {
         // Until the unit reports driving what was asked for.
         uint32_t driven = 0, commanded = 0;

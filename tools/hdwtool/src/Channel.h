@@ -5,10 +5,14 @@
 //   receive on a429rx: ARINC 429 input buffer (with the label filter)
 //              a429tx: the words the transmitter put on the bus (signals)
 //              can:    CAN input buffer;  uart: byte input buffer
-//              1553:   the messages the channel reports (signals)
+//              1553:   every transfer on the channel's bus (the remote
+//                      terminal service as a passive monitor), or the
+//                      accesses of the terminal SetMil1553Terminal gives
 //              din, dout: the bank's changes (signals)
 //   transmit on a429tx: ARINC 429 output buffer; can: CAN output buffer;
-//              uart: byte output buffer; dout: discrete output
+//              uart: byte output buffer; dout: discrete output;
+//              1553: bus controller, each item a one-shot transfer whose
+//              result Poll gives
 
 #include "Discrete.h"
 #include "Format.h"
@@ -44,9 +48,10 @@ struct Item {
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     std::vector<uint8_t> Bytes;
-    uint32_t Value = 0; // MIL-STD-1553 message signal; discrete state
+    uint32_t Value = 0; // discrete state
     uint32_t Aux = 0; // discrete: the lines that changed
     DiscreteValue Discrete; // to send on a discrete output
+    CKVX_HdwMilStd1553Message Transfer; // MIL-STD-1553, received or to send
     bool Outgoing = false; // a value to send (as parsed), not one received
     bool ParityError = false; // ARINC 429 received: the word's parity is not the receiver's
 };
@@ -74,6 +79,12 @@ public:
     bool Open(const PortOptions& options, std::string& error);
     void Close();
 
+    // MIL-STD-1553 (before Open): answer as this terminal, Poll giving its
+    // accesses instead of every transfer on the bus.
+    void SetMil1553Terminal(const CKVX_HdwMilStd1553RemoteTerminal& terminal);
+    // The bus controller EnableTransmit enabled on a MIL-STD-1553 channel.
+    CKVX_HdwMilStd1553BcService* Mil1553Controller() const { return m_MilBc; }
+
     // Makes what arrives on the channel wake `group` (after EnableReceive,
     // before Open): its signal service joins the group, one being enabled
     // for receive buffers. False when the channel has no signal for what it
@@ -98,6 +109,10 @@ private:
     // Host time of a unit time stamp of this port's unit; `readUs` when it
     // cannot be mapped.
     uint64_t StampToHost(uint64_t stamp, uint64_t readUs) const;
+    // The MIL-STD-1553 parts (ChannelMil1553.cpp).
+    bool EnableMil1553(bool transmit, std::string& error);
+    unsigned OpenMil1553();
+    unsigned PollMil1553(std::vector<Item>& items, uint64_t hostUs);
 
     CKVX_HdwPort* m_Port;
     std::string m_Name;
@@ -113,6 +128,11 @@ private:
     CKVX_HdwByteInBufferService* m_ByteIn = nullptr;
     CKVX_HdwByteOutBufferService* m_ByteOut = nullptr;
     CKVX_HdwDiscreteOutService* m_DiscreteOut = nullptr;
+    CKVX_HdwMilStd1553SingleRtService* m_MilRt = nullptr;
+    CKVX_HdwMilStd1553BcService* m_MilBc = nullptr;
+    CKVX_HdwMilStd1553RemoteTerminal m_MilTerminal; // SetMil1553Terminal's; unset: passive monitor
+    bool m_MilOwnTerminal = false;
+    uint64_t m_MilSent = 0, m_MilDone = 0; // one-shot transfers
 };
 
 } // namespace hdwtool

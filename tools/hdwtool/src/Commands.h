@@ -56,5 +56,7 @@ OutputFormat ParseFormat(const ParsedArgs& args, bool& ok, std::string& error);
 // (closing earlier would drop the rest), allowing for slow buses; false
 // with a reason when it does not, or when a stop was requested.
 bool WaitConfirmed(Channel& channel, uint64_t sent, std::string& error);
+// send on a MIL-STD-1553 channel: "bc TRANSFERS" or "rt TA [SA=WORDS]...".
+int RunMil1553Send(const ParsedArgs& parsed, const PortSpec& target, const PortOptions& options);
 
 } // namespace hdwtool

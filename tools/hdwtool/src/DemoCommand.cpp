@@ -3,6 +3,7 @@
 // looped-back traffic watched and checked, and a summary of what was lost.
 #include "Channel.h"
 #include "Commands.h"
+#include "DemoMil1553.h"
 #include "StatusLine.h"
 #include "TimeColumn.h"
 #include "Terminal.h"
@@ -138,7 +139,7 @@ int RunDemo(const std::vector<std::string>& args)
 {
     std::vector<OptionSpec> specs = {{"duration", 't', true, false}, {"udp", 0, false, false},
         {"verbose", 'v', false, false}, {"no-status", 0, false, false}, {"parity-faults", 0, true, false},
-        {"help", 'h', false, false}};
+        {"no-response", 0, true, false}, {"help", 'h', false, false}};
     ParsedArgs parsed;
     if (const int rc = ParseCommand("demo", specs, args, parsed); rc >= 0)
         return rc;
@@ -152,6 +153,9 @@ int RunDemo(const std::vector<std::string>& args)
     if (parsed.Has("parity-faults") &&
         (!ParseNumber(parsed.Get("parity-faults"), parityFaults) || parityFaults > 1000000))
         return Fail("demo: --parity-faults: \"" + parsed.Get("parity-faults") + "\" is not a count", ExitUsage);
+    uint64_t noResponse = 0;
+    if (parsed.Has("no-response") && (!ParseNumber(parsed.Get("no-response"), noResponse) || noResponse > 1000000))
+        return Fail("demo: --no-response: \"" + parsed.Get("no-response") + "\" is not a count", ExitUsage);
     const bool udp = parsed.Has("udp");
     const bool verbose = parsed.Has("verbose");
     const bool terminal = IsTerminal(1);
@@ -164,6 +168,8 @@ int RunDemo(const std::vector<std::string>& args)
     if (!sim.Start(&error))
         return Fail("demo: cannot start the emulated unit: " + error);
     sim.FlipNextA429Parity(unsigned(parityFaults));
+    if (noResponse)
+        sim.SetMilStd1553Fault(DemoMil1553::Terminal, 0, hdwsim::MilStd1553Fault::NoResponse, unsigned(noResponse));
     const std::string link = udp ? "udp:127.0.0.1:" + std::to_string(sim.UdpPort()) : sim.PtyPath();
     std::printf("Emulated Halden unit on %s (hdwtool list --link 3:%s)\n\n", link.c_str(), link.c_str());
 
@@ -272,6 +278,12 @@ int RunDemo(const std::vector<std::string>& args)
         streams.push_back(s);
     }
 
+    // MIL-STD-1553: a controller on channel 0 polling terminal 5 on channel 1.
+    Channel* mil[2] = {make(HDW_PORT_MILSTD1553, 0), make(HDW_PORT_MILSTD1553, 1)};
+    DemoMil1553 milBus;
+    if (!mil[0] || !mil[1] || !milBus.Start(*mil[0], *mil[1], error))
+        return Fail("demo: " + error);
+
     // The receive side, in the order the status line shows them.
     std::vector<Flow*> order;
     std::vector<std::string> names;
@@ -279,10 +291,13 @@ int RunDemo(const std::vector<std::string>& args)
         order.push_back(&f);
         names.push_back(f.Rx->Name());
     }
+    const size_t milIndex = names.size();
+    names.push_back(mil[1]->Name());
     InstallStopHandler();
     StatusLine status(terminal && !parsed.Has("no-status"), stdout, names);
-    std::printf("%s the looped-back traffic for %.1f s:\n",
-        verbose ? "Every word and frame of" : "First arrival of each label and identifier in", duration);
+    std::printf("%s the traffic for %.1f s:\n",
+        verbose ? "Every word, frame and transfer of" : "First arrival of each label, identifier and 1553 message in",
+        duration);
     std::set<std::pair<std::string, uint64_t>> seen;
     const auto start = std::chrono::steady_clock::now();
     auto now = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
@@ -301,6 +316,7 @@ int RunDemo(const std::vector<std::string>& args)
             for (auto& f : flows)
                 if (f.Generator)
                     f.Generator->Disable();
+            milBus.Stop();
         }
         for (auto& f : flows)
             if (f.Generator)
@@ -355,11 +371,26 @@ int RunDemo(const std::vector<std::string>& args)
                 }
             }
         }
+        items.clear();
+        if (!milBus.Poll(items, error))
+            return Fail("demo: " + error);
+        status.Add(milIndex, items.size());
+        for (const auto& it : items) {
+            any = true;
+            const uint64_t what = uint64_t(it.Transfer.Transmit) << 8 | it.Transfer.Subaddress;
+            if (verbose || seen.insert({mil[0]->Name(), what}).second) {
+                status.Clear();
+                Item shown = it;
+                shown.TimeUs = timeColumn.Shown(it.TimeUs);
+                std::printf(
+                    "%s\n", RenderRow(ItemFields(shown, mil[0]->Name()), Mil1553Columns(), OutputFormat::Text).c_str());
+            }
+        }
         if (any && !terminal)
             std::fflush(stdout);
         status.Draw(t);
         if (stopping) {
-            bool drained = true;
+            bool drained = milBus.Drained();
             for (const auto& f : flows)
                 drained = drained && f.Received >= f.Sent;
             if (drained || t >= drainDeadline)
@@ -391,6 +422,21 @@ int RunDemo(const std::vector<std::string>& args)
                 sumCols, OutputFormat::Text)
                 .c_str());
     }
+    {
+        // A transfer that failed or never reached the terminal is lost.
+        const uint64_t l = milBus.Sent() - milBus.Received() + milBus.Dropped();
+        lost += l;
+        altered += milBus.Altered();
+        sent += milBus.Sent();
+        char rate[32];
+        std::snprintf(rate, sizeof rate, "%.1f", sendEnd > 0 ? double(milBus.Received()) / sendEnd : 0.0);
+        std::printf("%s\n",
+            RenderRow(
+                {mil[0]->Name() + ">" + mil[1]->Name(), std::to_string(milBus.Sent()),
+                    std::to_string(milBus.Received()), std::to_string(l), std::to_string(milBus.Altered()), "0", rate},
+                sumCols, OutputFormat::Text)
+                .c_str());
+    }
     uint64_t fifoDrops = 0;
     for (unsigned k = 0; k < hdwsim::MaxChannels; ++k)
         fifoDrops += counters.A429FifoDropped[k] + counters.CanFifoDropped[k];
@@ -399,7 +445,8 @@ int RunDemo(const std::vector<std::string>& args)
         static_cast<unsigned long long>(counters.EventsSent), static_cast<unsigned long long>(fifoDrops),
         static_cast<unsigned long long>(counters.FramesBadCrc + counters.FramesMalformed));
     if (lost == 0 && altered == 0 && parity == 0 && sent > 0) {
-        std::printf("result: no loss, %llu words and frames checked\n", static_cast<unsigned long long>(sent));
+        std::printf(
+            "result: no loss, %llu words, frames and transfers checked\n", static_cast<unsigned long long>(sent));
         return ExitOk;
     }
     std::printf("result: LOSS, %llu lost, %llu altered and %llu with a parity error of %llu\n",

@@ -28,7 +28,8 @@ const Columns& UartColumns()
 
 const Columns& Mil1553Columns()
 {
-    static const Columns c{{"TIME", "PORT", "KIND", "VALUE", "FLAGS"}, {-12, 10, -4, 8, 0}};
+    static const Columns c{{"TIME", "PORT", "BUS", "DIR", "RT", "SA", "WC", "STATUS", "ERRORS", "DATA"},
+        {-12, 10, 3, 6, 5, 5, -2, 9, 8, 0}};
     return c;
 }
 
@@ -160,11 +161,6 @@ Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMess
     const size_t dataBytes = frame.Rtr ? 0 : std::min<size_t>(dlc, 8);
     return {FormatTime(timeUs), port, Hex(frame.Identifier, frame.Extended ? 8 : 3), std::to_string(dlc),
         DottedHex(frame.Data, dataBytes), frame.Rtr ? "R" : "-", FormatCanFrame(frame)};
-}
-
-Fields Mil1553Fields(uint64_t timeUs, const std::string& port, uint32_t value, uint32_t aux)
-{
-    return {FormatTime(timeUs), port, std::to_string(aux >> 24), Hex(value, 8), Hex(aux & 0xFFFFFF, 6)};
 }
 
 std::string QuoteText(const std::vector<uint8_t>& bytes)

@@ -11,6 +11,7 @@
 //              ID 3 hex digits (standard) or 8 (extended), DATA dotted hex
 //              bytes or "-", RTR "R" or "-", FRAME in the cansend syntax
 //   UART:      TIME PORT COUNT HEX TEXT
+//   1553:      TIME PORT BUS DIR RT SA WC STATUS ERRORS DATA (Mil1553Text.h)
 //   list:      NUM TYPE PORT MODEL SERIAL CHANNEL KEY
 
 #include <HdwLib/HdwLib.h>
@@ -64,8 +65,6 @@ Fields Arinc429Fields(uint64_t timeUs, const std::string& port, const CKVX_HdwAr
     bool parityError = false, LabelOrder order = LabelOrder::Reversed);
 Fields CanFields(uint64_t timeUs, const std::string& port, const CKVX_HdwCanMessage& frame);
 Fields UartFields(uint64_t timeUs, const std::string& port, const std::vector<uint8_t>& bytes);
-// A MIL-STD-1553 message signal: its kind (bits 24..31 of aux), value and flags.
-Fields Mil1553Fields(uint64_t timeUs, const std::string& port, uint32_t value, uint32_t aux);
 // Bytes as C-escaped text in double quotes.
 std::string QuoteText(const std::vector<uint8_t>& bytes);
 

@@ -205,6 +205,10 @@ int RunMonitor(const std::vector<std::string>& args)
                                               .count()) -
         int64_t(Channel::HostMicroseconds());
     TimeColumn timeColumn(timeMode, startUs, wallMinusHost);
+    if ((parsed.Has("log") || parsed.Has("pcap")) &&
+        std::any_of(watched.begin(), watched.end(), [](Channel* c) { return c->PortType() == HDW_PORT_MILSTD1553; }))
+        return usage("--log and --pcap record ARINC 429 and CAN; MIL-STD-1553 transfers are not captured "
+                     "(redirect the printed lines instead)");
     Capture capture;
     if (!capture.Open(parsed.Get("log"), parsed.Get("pcap"), watched, labelOrder, options.Parity == "even", error))
         return Fail("monitor: " + error);

@@ -18,6 +18,12 @@ int RunSend(const std::vector<std::string>& args)
         {"rate", "parity", "bitrate", "sample-point", "repeat", "interval", "speed", "mode", "clock", "word-bits"})
         specs.push_back({o, 0, true, false});
     specs.push_back({"verbose", 'v', false, false});
+    // MIL-STD-1553 only.
+    specs.push_back({"frame", 0, true, true});
+    specs.push_back({"send", 's', true, true});
+    specs.push_back({"duration", 't', true, false});
+    specs.push_back({"count", 'n', true, false});
+    specs.push_back({"summary", 0, false, false});
     ParsedArgs parsed;
     PortSpec target;
     PortOptions options;
@@ -39,6 +45,11 @@ int RunSend(const std::vector<std::string>& args)
         return Fail("send: --repeat must be at least 1", ExitUsage);
     if (!target.ByKey && IsMasterPort(target.PortType))
         return RunMasterSend(parsed, target, options);
+    if (!target.ByKey && target.PortType == HDW_PORT_MILSTD1553)
+        return RunMil1553Send(parsed, target, options);
+    for (const char* o : {"frame", "send", "duration", "count", "summary"})
+        if (parsed.Has(o))
+            return Fail(std::string("send: --") + o + " is for MIL-STD-1553 channels (1553:N)", ExitUsage);
     // A port named by type: check the values before any unit is touched.
     if (!target.ByKey)
         for (size_t i = 1; i < pos.size(); ++i) {
