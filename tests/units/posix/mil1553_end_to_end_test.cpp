@@ -42,6 +42,17 @@ protected:
         EXPECT_EQ(rt->RunRt(), 0u);
         return rt;
     }
+    // A controller on channel 0 built, loaded and run with `c`.
+    Bc* RunSchedule(const CKVX_HdwMilStd1553BusController& c)
+    {
+        Bc* bc = OpenBc();
+        if (!bc)
+            return nullptr;
+        EXPECT_EQ(bc->BuildConfiguration(c), 0u);
+        EXPECT_EQ(bc->LoadConfiguration(), 0u);
+        EXPECT_EQ(bc->RunBc(), 0u);
+        return bc;
+    }
     const hdwsim::Counters Counters() { return rig->Sim.GetCounters(); }
 
     std::unique_ptr<UnitRig> rig;
@@ -56,15 +67,12 @@ TEST_P(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
     ASSERT_NO_FATAL_FAILURE(Start());
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};
     Rt* rt = OpenRt(5, oldTx);
-    Bc* bc = OpenBc();
-    ASSERT_TRUE(rt && bc);
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1}), Minor(3000, {1, 2})};
     c.StopAfter = 40;
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_TRUE(rt && bc);
     EXPECT_TRUE(bc->IsRunning());
 
     std::vector<Msg> got = ReadTransfers(bc, 40);
@@ -119,17 +127,14 @@ TEST_P(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     ASSERT_TRUE(rig->Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));
-    Bc* bc = OpenBc();
-    ASSERT_NE(bc, nullptr);
     CKVX_HdwMilStd1553BusController c;
     Msg retry = RtToBc(7, 1, 2);
     retry.Retry = Msg::RetryOtherBus;
     c.MajorFrame.Messages = {RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry};
     c.MajorFrame.MinorFrames = {Minor(5000, {0, 1, 2})};
     c.StopAfter = 5;
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_NE(bc, nullptr);
     const std::vector<Msg> got = ReadTransfers(bc, 15);
     ASSERT_EQ(got.size(), 15u);
     for (size_t i = 0; i < got.size(); ++i) {
@@ -213,14 +218,11 @@ TEST_P(Mil1553, MajorFrameChangesWhileRunningAndStops)
 TEST_P(Mil1553, CloseAndReopenNeedsALoadAgain)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = OpenBc();
-    ASSERT_NE(bc, nullptr);
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(7, 4, {1, 2})};
     c.MajorFrame.MinorFrames = {Minor(1000, {0})};
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_NE(bc, nullptr);
     EXPECT_GE(ReadTransfers(bc, 3).size(), 3u);
     ASSERT_EQ(rig->Port(HDW_PORT_MILSTD1553, 0)->Close(), 0u);
     CKVX_HdwMilStd1553Buffer b;
@@ -256,6 +258,40 @@ TEST_P(Mil1553, OneShotMessagesGoInListsOf32)
         EXPECT_TRUE(got[i].TransferId & 0x8000) << i;
     }
     EXPECT_EQ(Counters().CommandsByCode[52], configs + 2); // two lists
+}
+
+// While a schedule leaves 350 µs idle per 1 ms minor frame: a one-shot
+// message longer than the minor frame is refused; one of 700 µs is taken
+// but never runs, and once its list timed out it is read as not sent and
+// the next list runs.
+TEST_P(Mil1553, OneShotThatNeverFitsIsRefusedOrTimesOut)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {RtToBc(7, 1, 30)};
+    c.MajorFrame.MinorFrames = {Minor(1000, {0})};
+    Bc* bc = RunSchedule(c);
+    ASSERT_NE(bc, nullptr);
+    Msg tooLong = BcToRt(7, 2, Words(32, 0x55)); // 698 µs
+    tooLong.Retry = Msg::RetrySameBus; // twice that
+    EXPECT_EQ(bc->SendOneShot(tooLong), 2u);
+    const uint64_t configs = Counters().CommandsByCode[52];
+    ASSERT_EQ(bc->SendOneShot(BcToRt(7, 2, Words(32, 0x55))), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[52] > configs; })); // its list went
+    ASSERT_EQ(bc->SendOneShot(BcToRt(7, 3, {0x66})), 0u);
+    std::vector<Msg> oneShots;
+    ASSERT_TRUE(WaitUntil([&] {
+        for (const Msg& m : ReadTransfers(bc, 1000, 0))
+            if (m.Subaddress != 1)
+                oneShots.push_back(m);
+        return oneShots.size() >= 2;
+    }));
+    ASSERT_EQ(oneShots.size(), 2u);
+    EXPECT_EQ(oneShots[0].Subaddress, 2);
+    EXPECT_EQ(oneShots[0].Flags, Msg::FlagNotSent);
+    EXPECT_EQ(oneShots[1].Data, Words{0x66});
+    EXPECT_EQ(oneShots[1].Flags, 0);
+    EXPECT_TRUE(bc->IsRunning());
 }
 
 // Bad input answers 2 and sends nothing; the SRAM goes out in records of
@@ -404,14 +440,11 @@ TEST_P(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
 TEST_P(Mil1553, StopInTheMiddleOfAMajorFrame)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = OpenBc();
-    ASSERT_NE(bc, nullptr);
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {RtToBc(7, 1, 2)};
     c.MajorFrame.MinorFrames.assign(64, Minor(100000, {0}));
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_NE(bc, nullptr);
     std::vector<Msg> got = ReadTransfers(bc, 2);
     ASSERT_GE(got.size(), 2u);
     ASSERT_EQ(bc->StopBc(), 0u);
