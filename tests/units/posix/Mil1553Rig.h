@@ -49,6 +49,49 @@ inline hdwsim::Emulator::Options MilOptions(bool udp, std::vector<unsigned> term
     return o;
 }
 
+// Terminal `ta` whose transmit subaddress 2 sends `tx`.
+inline CKVX_HdwMilStd1553RemoteTerminal Terminal(uint8_t ta, const Words& tx = {})
+{
+    CKVX_HdwMilStd1553RemoteTerminal t;
+    t.TerminalAddress = ta;
+    t.Transmit[2].Data = tx;
+    return t;
+}
+
+// The controller on channel 0, its port open.
+inline Bc* OpenBc(UnitRig& rig)
+{
+    auto* bc = rig.Enable<Bc>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_MIL1553_BC);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
+    return bc;
+}
+
+// The terminal service on channel 1, its port open; built and run with `t`
+// unless `t` is null.
+inline Rt* OpenRt(UnitRig& rig, const CKVX_HdwMilStd1553RemoteTerminal* t)
+{
+    auto* rt = rig.Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 1), 0u);
+    if (rt && t) {
+        EXPECT_EQ(rt->BuildBufferInit(*t), 0u);
+        EXPECT_EQ(rt->BuildSubaddressConfiguration(*t), 0u);
+        EXPECT_EQ(rt->RunRt(), 0u);
+    }
+    return rt;
+}
+
+// The controller on channel 0 built, loaded and run with `c`.
+inline Bc* RunSchedule(UnitRig& rig, const CKVX_HdwMilStd1553BusController& c)
+{
+    Bc* bc = OpenBc(rig);
+    if (bc) {
+        EXPECT_EQ(bc->BuildConfiguration(c), 0u);
+        EXPECT_EQ(bc->LoadConfiguration(), 0u);
+        EXPECT_EQ(bc->RunBc(), 0u);
+    }
+    return bc;
+}
+
 // Reads `service` (Read or ReadMonitor through `read`) until `count`
 // messages are in or the deadline passes.
 template <class S, class F>

@@ -21,38 +21,9 @@ protected:
         rig = std::make_unique<UnitRig>(UnitNamed("halden"), MilOptions(GetParam(), std::move(terminals)));
         ASSERT_NO_FATAL_FAILURE(rig->Start());
     }
-    Bc* OpenBc()
-    {
-        auto* bc = rig->Enable<Bc>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_MIL1553_BC);
-        EXPECT_EQ(rig->Open(HDW_PORT_MILSTD1553, 0), 0u);
-        return bc;
-    }
-    // Terminal `ta` on channel 1, transmit subaddress 2 sending `tx`.
-    Rt* OpenRt(uint8_t ta, const Words& tx)
-    {
-        auto* rt = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-        EXPECT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
-        if (!rt)
-            return nullptr;
-        CKVX_HdwMilStd1553RemoteTerminal t;
-        t.TerminalAddress = ta;
-        t.Transmit[2].Data = tx;
-        EXPECT_EQ(rt->BuildBufferInit(t), 0u);
-        EXPECT_EQ(rt->BuildSubaddressConfiguration(t), 0u);
-        EXPECT_EQ(rt->RunRt(), 0u);
-        return rt;
-    }
-    // A controller on channel 0 built, loaded and run with `c`.
-    Bc* RunSchedule(const CKVX_HdwMilStd1553BusController& c)
-    {
-        Bc* bc = OpenBc();
-        if (!bc)
-            return nullptr;
-        EXPECT_EQ(bc->BuildConfiguration(c), 0u);
-        EXPECT_EQ(bc->LoadConfiguration(), 0u);
-        EXPECT_EQ(bc->RunBc(), 0u);
-        return bc;
-    }
+    Bc* OpenBc() { return halden_test::OpenBc(*rig); }
+    Rt* OpenRt(const CKVX_HdwMilStd1553RemoteTerminal& t) { return halden_test::OpenRt(*rig, &t); }
+    Bc* RunSchedule(const CKVX_HdwMilStd1553BusController& c) { return halden_test::RunSchedule(*rig, c); }
     const hdwsim::Counters Counters() { return rig->Sim.GetCounters(); }
 
     std::unique_ptr<UnitRig> rig;
@@ -66,7 +37,7 @@ TEST_P(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};
-    Rt* rt = OpenRt(5, oldTx);
+    Rt* rt = OpenRt(Terminal(5, oldTx));
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1}), Minor(3000, {1, 2})};
@@ -345,12 +316,10 @@ TEST_P(Mil1553, BadInputSendsNothingAndSramGoesInRecordsOf100)
 TEST_P(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
-    auto* rt = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
+    Rt* rt = halden_test::OpenRt(*rig, nullptr);
     Bc* bc = OpenBc();
     ASSERT_TRUE(rt && bc);
-    CKVX_HdwMilStd1553RemoteTerminal t;
-    t.TerminalAddress = 6;
+    CKVX_HdwMilStd1553RemoteTerminal t = Terminal(6);
     t.Monitor = 1;
     t.Receive[9].Legal = 0;
     EXPECT_EQ(rt->RunRt(), 10u); // nothing built
@@ -395,17 +364,12 @@ TEST_P(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     using Signals = CKVX_HdwKvxHaldenDevice::CSignalService;
     auto* sig = rig->Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
-    auto* mon = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
+    CKVX_HdwMilStd1553RemoteTerminal watch = Terminal(CKVX_HdwMilStd1553RemoteTerminal::NoTerminal);
+    watch.Monitor = 1;
+    const uint64_t configs = Counters().CommandsByCode[53];
+    Rt* mon = OpenRt(watch);
     Bc* bc = OpenBc();
     ASSERT_TRUE(sig && mon && bc);
-    CKVX_HdwMilStd1553RemoteTerminal watch;
-    watch.TerminalAddress = CKVX_HdwMilStd1553RemoteTerminal::NoTerminal;
-    watch.Monitor = 1;
-    ASSERT_EQ(mon->BuildBufferInit(watch), 0u);
-    ASSERT_EQ(mon->BuildSubaddressConfiguration(watch), 0u);
-    const uint64_t configs = Counters().CommandsByCode[53];
-    ASSERT_EQ(mon->RunRt(), 0u);
     // The monitor watches once the unit took its configuration.
     EXPECT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[53] > configs; }));
     for (uint16_t i = 0; i < 10; ++i)

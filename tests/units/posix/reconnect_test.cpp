@@ -657,24 +657,14 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
 {
     ReconnectRig r(false, true);
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    auto* rt = r.Rig.Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-    auto* bc = r.Rig.Enable<Bc>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_MIL1553_BC);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_MILSTD1553, 1), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
-    ASSERT_TRUE(rt && bc);
     const Words oldTx = {0x101, 0x102}, newTx = {0x201, 0x202};
-    CKVX_HdwMilStd1553RemoteTerminal t;
-    t.TerminalAddress = 5;
-    t.Transmit[2].Data = oldTx;
-    ASSERT_EQ(rt->BuildBufferInit(t), 0u);
-    ASSERT_EQ(rt->BuildSubaddressConfiguration(t), 0u);
-    ASSERT_EQ(rt->RunRt(), 0u);
+    const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
+    Rt* rt = OpenRt(r.Rig, &t);
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1})};
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(r.Rig, c);
+    ASSERT_TRUE(rt && bc);
     ASSERT_GE(ReadTransfers(bc, 10).size(), 10u);
 
     r.Rig.Sim.Unplug();
