@@ -4,6 +4,7 @@
 // helpers that build messages and collect what the services read.
 
 #include "UnitRig.h"
+#include "support/Mil1553Messages.h"
 
 #include <vector>
 
@@ -11,36 +12,7 @@ namespace halden_test {
 
 using Bc = CKVX_HdwKvxHaldenDevice::CMilStd1553BcService;
 using Rt = CKVX_HdwKvxHaldenDevice::CMilStd1553SingleRtService;
-using Msg = CKVX_HdwMilStd1553Message;
-using Words = std::vector<uint16_t>;
-
-inline Msg BcToRt(uint8_t ta, uint8_t sa, const Words& data)
-{
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Subaddress = sa;
-    m.WordCount = uint8_t(data.size() & 0x1F);
-    m.Data = data;
-    return m;
-}
-
-inline Msg RtToBc(uint8_t ta, uint8_t sa, unsigned words)
-{
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Transmit = 1;
-    m.Subaddress = sa;
-    m.WordCount = uint8_t(words & 0x1F);
-    return m;
-}
-
-inline CKVX_HdwMilStd1553MinorFrame Minor(uint32_t periodUs, std::vector<uint16_t> messages)
-{
-    CKVX_HdwMilStd1553MinorFrame f;
-    f.PeriodUs = periodUs;
-    f.Messages = std::move(messages);
-    return f;
-}
+using namespace mil1553test;
 
 inline hdwsim::Emulator::Options MilOptions(bool udp, std::vector<unsigned> terminals = {})
 {
