@@ -26,11 +26,7 @@ TEST(MilStd1553Message, CommandWordsCarryTheFieldsAsOnTheBus)
     EXPECT_EQ(m.GetCommandWord2(), 0);
     EXPECT_EQ(m.GetDataWordCount(), 32u);
 
-    Msg rr = BcToRt(7, 2, 4);
-    rr.Data.clear();
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 9;
-    rr.TxSubaddress = 30;
+    Msg rr = RtToRt(7, 2, 9, 30, 4);
     EXPECT_EQ(rr.GetCommandWord(), 0x3844); // receive to 7/2, 4 words
     EXPECT_EQ(rr.GetCommandWord2(), 0x4FC4); // transmit from 9/30, 4 words
     EXPECT_EQ(rr.Check(), 0u);
@@ -56,10 +52,7 @@ TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
         m.*field = uint8_t(v);
         return m;
     };
-    Msg rr = BcToRt(7, 2, 4);
-    rr.Data.clear();
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 9;
+    const Msg rr = RtToRt(7, 2, 9, 1, 4);
     const std::vector<Case> cases = {
         {"BC-to-RT 32 words", BcToRt(1, 1, 32), 0},
         {"broadcast BC-to-RT", BcToRt(31, 1, 3), 0},
@@ -98,10 +91,7 @@ TEST(MilStd1553Message, BusTimeFollowsTheTimingRule)
     mc.GapUs = 10;
     EXPECT_EQ(mc.GetBusTimeUs(rt), 20 + 14 + 20 + 10u);
     EXPECT_EQ(ModeCode(1, true, 19).GetBusTimeUs(rt), 20 + 14 + 20 + 20 + 4u);
-    Msg rr = BcToRt(7, 2, 2);
-    rr.Data.clear();
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 9;
+    Msg rr = RtToRt(7, 2, 9, 1, 2);
     EXPECT_EQ(rr.GetBusTimeUs(rt), 40 + 34 + 40 + 34 + 4u);
     rr.Retry = Msg::RetryOtherBus;
     EXPECT_EQ(rr.GetBusTimeUs(rt), 2 * (40 + 34 + 40 + 34 + 4u));

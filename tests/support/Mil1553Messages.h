@@ -37,6 +37,17 @@ inline Msg ModeCode(uint8_t ta, bool transmit, uint8_t code)
     return m;
 }
 
+// RT-to-RT: terminal `rx` subaddress `rsa` receives `words` from `tx`/`tsa`.
+inline Msg RtToRt(uint8_t rx, uint8_t rsa, uint8_t tx, uint8_t tsa, unsigned words)
+{
+    Msg m = RtToBc(rx, rsa, words);
+    m.Transmit = 0;
+    m.RtToRt = 1;
+    m.TxTerminalAddress = tx;
+    m.TxSubaddress = tsa;
+    return m;
+}
+
 inline CKVX_HdwMilStd1553MinorFrame Minor(uint32_t periodUs, std::vector<uint16_t> messages)
 {
     CKVX_HdwMilStd1553MinorFrame f;
