@@ -51,6 +51,7 @@
 #include <HdwLib/bus/HdwI2cTransfer.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/HdwMilStd1553RemoteTerminal.h>
+#include <HdwLib/bus/HdwMilStd1553Service.h>
 #include <HdwLib/bus/HdwMilStd1553SingleRtService.h>
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>

@@ -1,14 +1,12 @@
 #include <HdwLib/bus/HdwMilStd1553BcService.h>
 #include <HdwLib/bus/HdwMilStd1553Port.h>
 #include <HdwLib/bus/internal/Mil1553Transfers.h>
-#include <HdwLib/bus/internal/ServiceBufferSize.h>
 
-CKVX_HdwMilStd1553BcService::CParameters::~CParameters() = default;
+#include <algorithm>
 
-CKVX_HdwMilStd1553BcService::CKVX_HdwMilStd1553BcService(CKVX_HdwObject* port) : CKVX_HdwService(port)
-{
-    m_ServiceType = HDW_SERVICE_MIL1553_BC;
-}
+CKVX_HdwMilStd1553BcService::CKVX_HdwMilStd1553BcService(CKVX_HdwObject* port)
+    : CKVX_HdwMilStd1553Service(port, HDW_SERVICE_MIL1553_BC)
+{}
 
 CKVX_HdwMilStd1553BcService::~CKVX_HdwMilStd1553BcService() = default;
 
@@ -16,13 +14,10 @@ unsigned CKVX_HdwMilStd1553BcService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
     // The unit's SRAM is not trusted after a close: load again.
-    m_Loaded = m_Running = m_StopPending = m_ChangePending = m_HaveNextFrame = false;
+    m_Loaded = m_StopPending = m_ChangePending = m_HaveNextFrame = false;
     m_OneShotQueue.clear();
     m_DataUpdates.clear();
-    m_Completed.clear();
-    m_Monitor.clear();
-    m_Lost = 0;
-    SetStatus(HDW_SERVICE_RUNNING);
+    ResetTransfers();
     return 0;
 }
 
@@ -102,16 +97,6 @@ unsigned CKVX_HdwMilStd1553BcService::ChangeMajorFrame(const CKVX_HdwMilStd1553M
     return 0;
 }
 
-unsigned CKVX_HdwMilStd1553BcService::GetParameters(CParameters* params)
-{
-    return hdw::bus::GetBufferSizeParameter(*this, BufferSize, params);
-}
-
-unsigned CKVX_HdwMilStd1553BcService::SetParameters(CParameters* params)
-{
-    return hdw::bus::SetBufferSizeParameter(*this, BufferSize, params);
-}
-
 unsigned CKVX_HdwMilStd1553BcService::SendOneShot(const CKVX_HdwMilStd1553Message& message)
 {
     if (const unsigned rc = hdw::bus::RunState(GetStatus()))
@@ -122,6 +107,14 @@ unsigned CKVX_HdwMilStd1553BcService::SendOneShot(const CKVX_HdwMilStd1553Messag
     // Without a built controller both buses are there.
     if (m_HaveBuilt && m_Built.CheckBuses(message) != 0)
         return HDW_ERR_ARGUMENT;
+    if (m_Running && !m_StopPending) {
+        // Longer than the longest minor frame: no idle time is ever enough.
+        uint32_t longest = 0;
+        for (const CKVX_HdwMilStd1553MinorFrame& f : m_Tables[m_ActiveHalf].MinorFrames)
+            longest = std::max(longest, f.PeriodUs);
+        if (message.GetBusTimeUs(ResponseTimeoutUs()) > longest)
+            return HDW_ERR_ARGUMENT;
+    }
     m_OneShotQueue.push_back(message);
     return 0;
 }
@@ -139,27 +132,4 @@ unsigned CKVX_HdwMilStd1553BcService::UpdateData(unsigned index, const std::vect
     frame.Messages[index].Data = words;
     m_DataUpdates.push_back({m_ActiveHalf, index, words});
     return 0;
-}
-
-unsigned CKVX_HdwMilStd1553BcService::Read(CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount)
-{
-    return hdw::bus::ReadTransfers(*this, m_Completed, buffer, maxCount, readCount);
-}
-
-unsigned CKVX_HdwMilStd1553BcService::ReadMonitor(
-    CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount)
-{
-    return hdw::bus::ReadTransfers(*this, m_Monitor, buffer, maxCount, readCount);
-}
-
-uint64_t CKVX_HdwMilStd1553BcService::GetLostCount()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Lost;
-}
-
-bool CKVX_HdwMilStd1553BcService::IsRunning()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Running;
 }

@@ -11,28 +11,14 @@
 #include <HdwLib/bus/HdwMilStd1553BusController.h>
 #include <HdwLib/bus/HdwMilStd1553Frame.h>
 #include <HdwLib/bus/HdwMilStd1553Message.h>
-#include <HdwLib/framework/HdwService.h>
+#include <HdwLib/bus/HdwMilStd1553Service.h>
 
 #include <cstdint>
 #include <deque>
 #include <vector>
 
-class HDWLIB_EXPORT CKVX_HdwMilStd1553BcService : public CKVX_HdwService {
+class HDWLIB_EXPORT CKVX_HdwMilStd1553BcService : public CKVX_HdwMilStd1553Service {
 public:
-    class HDWLIB_EXPORT CParameters : public CKVX_HdwService::CParameters {
-    public:
-        CParameters() = default;
-        CParameters(const CParameters&) = default;
-        CParameters(CParameters&&) = default;
-        CParameters& operator=(const CParameters&) = default;
-        CParameters& operator=(CParameters&&) = default;
-        ~CParameters() override;
-
-        // Completed transfers (and monitor records) kept until read, each
-        // list (0 = no bound); a full list drops its oldest.
-        uint32_t BufferSize = 10000;
-    };
-
     explicit CKVX_HdwMilStd1553BcService(CKVX_HdwObject* port);
     ~CKVX_HdwMilStd1553BcService() override;
 
@@ -57,35 +43,25 @@ public:
     // running or a change is pending. The unit driver writes and switches.
     virtual unsigned ChangeMajorFrame(const CKVX_HdwMilStd1553MajorFrame& frame);
 
-    using CKVX_HdwService::GetParameters;
-    using CKVX_HdwService::SetParameters;
-    unsigned GetParameters(CParameters* params);
-    unsigned SetParameters(CParameters* params);
-
-    // Queues a one-shot message (2 when its Check or the buses refuse it,
-    // 29/15 when the service does not run). Up to 32 go to the unit as one
-    // list, the next list once all of the previous one completed.
+    // Queues a one-shot message: 2 when its Check or the buses refuse it,
+    // or while the controller runs when it is longer by the timing rule than
+    // the longest minor frame of the running major frame (it could never
+    // run); 29/15 when the service does not run. Up to 32 go to the unit as
+    // one list, the next list once all of the previous one completed or the
+    // list's time-out passed (its messages not run are then read with
+    // FlagNotSent).
     unsigned SendOneShot(const CKVX_HdwMilStd1553Message& message);
     // New data words for message `index` of the running (or loaded) major
     // frame, sent as one SRAM record: 2 for a bad index or words not of the
     // size the message sends, 10 with nothing loaded.
     unsigned UpdateData(unsigned index, const std::vector<uint16_t>& words);
-    // Appends up to maxCount completed transfers, one-shot and scheduled, in
-    // the order they completed: 29 stopped, 15 failed.
-    unsigned Read(CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount);
-    // The same for the transfers the channel's monitor saw.
-    unsigned ReadMonitor(CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount);
-    // Transfers dropped because a list was full, plus those the unit flagged
-    // as dropped, since Start.
-    uint64_t GetLostCount();
-    // True from RunBc until the unit reports that the controller stopped.
-    bool IsRunning();
+    // Read: completed transfers, one-shot and scheduled, in the order they
+    // completed. IsRunning: from RunBc until the unit reports the stop.
 
 protected:
     // The port's response time-out (µs) that the checks use.
     unsigned ResponseTimeoutUs();
 
-    uint32_t BufferSize = 10000;
     CKVX_HdwMilStd1553BusController m_Built;
     bool m_HaveBuilt = false;
     // The major frame in each table half (0 A, 1 B) of the unit, the half
@@ -93,7 +69,6 @@ protected:
     CKVX_HdwMilStd1553MajorFrame m_Tables[2];
     unsigned m_ActiveHalf = 0;
     bool m_Loaded = false;
-    bool m_Running = false;
     bool m_StopPending = false;
     bool m_ChangePending = false;
     // A change accepted by ChangeMajorFrame that the driver has not sent yet.
@@ -106,7 +81,4 @@ protected:
         std::vector<uint16_t> Words;
     };
     std::deque<SDataUpdate> m_DataUpdates;
-    std::deque<CKVX_HdwMilStd1553Message> m_Completed;
-    std::deque<CKVX_HdwMilStd1553Message> m_Monitor;
-    uint64_t m_Lost = 0;
 };

@@ -31,6 +31,9 @@ public:
         FlagModeCode = 1u << 10,
         FlagBroadcast = 1u << 11,
         FlagUnitDropped = 1u << 12, // the unit dropped records of the channel before this one
+        // Set by the library, not the unit: a one-shot message whose list did
+        // not complete within its time-out; it was not sent.
+        FlagNotSent = 1u << 13,
     };
     enum t_Retry : uint8_t { RetryNone = 0, RetrySameBus = 1, RetryOtherBus = 2 };
 

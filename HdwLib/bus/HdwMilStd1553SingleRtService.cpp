@@ -1,10 +1,7 @@
 #include <HdwLib/bus/HdwMilStd1553SingleRtService.h>
 #include <HdwLib/bus/internal/Mil1553Transfers.h>
-#include <HdwLib/bus/internal/ServiceBufferSize.h>
 
 #include <algorithm>
-
-CKVX_HdwMilStd1553SingleRtService::CParameters::~CParameters() = default;
 
 namespace {
 
@@ -21,10 +18,9 @@ bool IsDataSubaddress(unsigned subaddress)
 
 } // namespace
 
-CKVX_HdwMilStd1553SingleRtService::CKVX_HdwMilStd1553SingleRtService(CKVX_HdwObject* port) : CKVX_HdwService(port)
-{
-    m_ServiceType = HDW_SERVICE_MIL1553_RT;
-}
+CKVX_HdwMilStd1553SingleRtService::CKVX_HdwMilStd1553SingleRtService(CKVX_HdwObject* port)
+    : CKVX_HdwMilStd1553Service(port, HDW_SERVICE_MIL1553_RT)
+{}
 
 CKVX_HdwMilStd1553SingleRtService::~CKVX_HdwMilStd1553SingleRtService() = default;
 
@@ -32,14 +28,11 @@ unsigned CKVX_HdwMilStd1553SingleRtService::Start()
 {
     CKVX_HdwServiceLock lock(*this);
     // The unit's SRAM is not trusted after a close: build again.
-    m_HaveBuffers = m_HaveTables = m_Running = m_StatusChanged = false;
+    m_HaveBuffers = m_HaveTables = m_StatusChanged = false;
     m_TransmitUpdates.clear();
-    m_Accesses.clear();
-    m_Monitor.clear();
     for (bool& h : m_HaveReceived)
         h = false;
-    m_Lost = 0;
-    SetStatus(HDW_SERVICE_RUNNING);
+    ResetTransfers();
     return 0;
 }
 
@@ -52,7 +45,7 @@ unsigned CKVX_HdwMilStd1553SingleRtService::Stop()
     return 0;
 }
 
-unsigned CKVX_HdwMilStd1553SingleRtService::BuildBufferInit(const CKVX_HdwMilStd1553RemoteTerminal& rt)
+unsigned CKVX_HdwMilStd1553SingleRtService::KeepTerminal(const CKVX_HdwMilStd1553RemoteTerminal& rt, bool& built)
 {
     if (rt.Check() != 0)
         return HDW_ERR_ARGUMENT;
@@ -60,20 +53,18 @@ unsigned CKVX_HdwMilStd1553SingleRtService::BuildBufferInit(const CKVX_HdwMilStd
     if (m_Running)
         return HDW_ERR_WRONG_STATE;
     m_Terminal = rt;
-    m_HaveBuffers = true;
+    built = true;
     return 0;
+}
+
+unsigned CKVX_HdwMilStd1553SingleRtService::BuildBufferInit(const CKVX_HdwMilStd1553RemoteTerminal& rt)
+{
+    return KeepTerminal(rt, m_HaveBuffers);
 }
 
 unsigned CKVX_HdwMilStd1553SingleRtService::BuildSubaddressConfiguration(const CKVX_HdwMilStd1553RemoteTerminal& rt)
 {
-    if (rt.Check() != 0)
-        return HDW_ERR_ARGUMENT;
-    CKVX_HdwServiceLock lock(*this);
-    if (m_Running)
-        return HDW_ERR_WRONG_STATE;
-    m_Terminal = rt;
-    m_HaveTables = true;
-    return 0;
+    return KeepTerminal(rt, m_HaveTables);
 }
 
 unsigned CKVX_HdwMilStd1553SingleRtService::DestroyConfiguration()
@@ -94,16 +85,6 @@ unsigned CKVX_HdwMilStd1553SingleRtService::RunRt()
 unsigned CKVX_HdwMilStd1553SingleRtService::StopRt()
 {
     return HDW_ERR_NOT_SUPPORTED;
-}
-
-unsigned CKVX_HdwMilStd1553SingleRtService::GetParameters(CParameters* params)
-{
-    return hdw::bus::GetBufferSizeParameter(*this, BufferSize, params);
-}
-
-unsigned CKVX_HdwMilStd1553SingleRtService::SetParameters(CParameters* params)
-{
-    return hdw::bus::SetBufferSizeParameter(*this, BufferSize, params);
 }
 
 unsigned CKVX_HdwMilStd1553SingleRtService::UpdateTransmitData(unsigned subaddress, const std::vector<uint16_t>& words)
@@ -133,12 +114,6 @@ unsigned CKVX_HdwMilStd1553SingleRtService::SetStatusBits(uint8_t bits)
     return 0;
 }
 
-unsigned CKVX_HdwMilStd1553SingleRtService::Read(
-    CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount)
-{
-    return hdw::bus::ReadTransfers(*this, m_Accesses, buffer, maxCount, readCount);
-}
-
 unsigned CKVX_HdwMilStd1553SingleRtService::ReadSubaddress(unsigned subaddress, CKVX_HdwMilStd1553Message& message)
 {
     if (const unsigned rc = hdw::bus::RunState(GetStatus()))
@@ -152,36 +127,12 @@ unsigned CKVX_HdwMilStd1553SingleRtService::ReadSubaddress(unsigned subaddress, 
     return 0;
 }
 
-unsigned CKVX_HdwMilStd1553SingleRtService::ReadMonitor(
-    CKVX_HdwMilStd1553Buffer& buffer, unsigned maxCount, unsigned& readCount)
-{
-    return hdw::bus::ReadTransfers(*this, m_Monitor, buffer, maxCount, readCount);
-}
-
-uint64_t CKVX_HdwMilStd1553SingleRtService::GetLostCount()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Lost;
-}
-
-bool CKVX_HdwMilStd1553SingleRtService::IsRunning()
-{
-    CKVX_HdwServiceLock lock(*this);
-    return m_Running;
-}
-
 void CKVX_HdwMilStd1553SingleRtService::AppendAccess(
     CKVX_HdwMilStd1553Message&& m, bool monitor, unsigned receiveSubaddress)
 {
-    if (m.Flags & Msg::FlagUnitDropped)
-        ++m_Lost;
-    if (monitor) {
-        hdw::bus::AppendTransfer(m_Monitor, std::move(m), BufferSize, m_Lost);
-        return;
-    }
-    if (IsDataSubaddress(receiveSubaddress) && !(m.Flags & NotStored)) {
+    if (!monitor && IsDataSubaddress(receiveSubaddress) && !(m.Flags & NotStored)) {
         m_LastReceived[receiveSubaddress] = m;
         m_HaveReceived[receiveSubaddress] = true;
     }
-    hdw::bus::AppendTransfer(m_Accesses, std::move(m), BufferSize, m_Lost);
+    AppendTransfer(std::move(m), monitor);
 }

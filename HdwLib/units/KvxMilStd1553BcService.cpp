@@ -1,12 +1,29 @@
 #include <HdwLib/units/KvxMilStd1553BcService.h>
-#include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/internal/KvxMilStd1553Records.h>
-#include <HdwLib/units/internal/KvxUnitAccess.h>
+#include <HdwLib/units/internal/KvxMilStd1553Service.h>
 
-#include <HdwLib/bus/internal/Mil1553Transfers.h>
+#include <algorithm>
 
 namespace mil = hdw::units::mil1553;
 using Config = CKVX_HdwKvxMilStd1553Config;
+using Msg = CKVX_HdwMilStd1553Message;
+
+namespace {
+
+// Time-out of a one-shot list: this much, plus one major frame cycle per
+// message while the controller runs (a message may fit the idle time of
+// one minor frame only).
+constexpr uint64_t OneShotBaseTimeoutMs = 1000;
+
+uint64_t CycleUs(const CKVX_HdwMilStd1553MajorFrame& frame)
+{
+    uint64_t us = 0;
+    for (const CKVX_HdwMilStd1553MinorFrame& f : frame.MinorFrames)
+        us += f.PeriodUs;
+    return us;
+}
+
+} // namespace
 
 CKVX_HdwKvxMilStd1553BcService::CKVX_HdwKvxMilStd1553BcService(CKVX_HdwObject* port) : CKVX_HdwMilStd1553BcService(port)
 {}
@@ -20,15 +37,13 @@ unsigned CKVX_HdwKvxMilStd1553BcService::Start()
     CKVX_HdwServiceLock lock(*this);
     m_OneShotsInFlight.clear();
     m_OneShotsLeft = 0;
+    m_RanAtLoss = false;
     return 0;
 }
 
 unsigned CKVX_HdwKvxMilStd1553BcService::Stop()
 {
-    if (auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort()); port && port->IsOpen()) {
-        CKVX_HdwServiceLock lock(*this);
-        port->AttachConfiguration(Config());
-    }
+    mil::IdleChannel(*this);
     {
         CKVX_HdwServiceLock lock(*this);
         m_OneShotsInFlight.clear();
@@ -39,7 +54,7 @@ unsigned CKVX_HdwKvxMilStd1553BcService::Stop()
 
 unsigned CKVX_HdwKvxMilStd1553BcService::AttachConfig(uint8_t extraFlags, uint8_t count, uint8_t tablePage)
 {
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
+    auto* port = mil::PortOf(*this);
     if (!port)
         return HDW_ERR_LINK;
     Config c;
@@ -62,7 +77,7 @@ unsigned CKVX_HdwKvxMilStd1553BcService::AttachConfig(uint8_t extraFlags, uint8_
 
 unsigned CKVX_HdwKvxMilStd1553BcService::AttachImage(unsigned half, const CKVX_HdwMilStd1553MajorFrame& frame)
 {
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
+    auto* port = mil::PortOf(*this);
     if (!port)
         return HDW_ERR_LINK;
     for (const mil::SSramBlock& b : mil::MajorFrameImage(frame, half))
@@ -83,13 +98,9 @@ unsigned CKVX_HdwKvxMilStd1553BcService::BuildSramMemoryCommands()
 
 unsigned CKVX_HdwKvxMilStd1553BcService::LoadConfiguration()
 {
-    if (const unsigned rc = hdw::units::RunState(GetStatus()))
+    if (const unsigned rc = BuildSramMemoryCommands())
         return rc;
     CKVX_HdwServiceLock lock(*this);
-    if (!m_HaveBuilt || m_Running)
-        return HDW_ERR_WRONG_STATE;
-    if (const unsigned rc = AttachImage(0, m_Built.MajorFrame))
-        return rc;
     m_Tables[0] = m_Built.MajorFrame;
     m_ActiveHalf = 0;
     m_Loaded = true;
@@ -145,28 +156,30 @@ unsigned CKVX_HdwKvxMilStd1553BcService::ChangeMajorFrame(const CKVX_HdwMilStd15
 unsigned CKVX_HdwKvxMilStd1553BcService::HdwTimerHandler(uint64_t ticks)
 {
     // The tick holds the device lock.
-    if (GetStatus() != HDW_SERVICE_RUNNING)
+    auto* port = mil::PortOf(*this);
+    if (GetStatus() != HDW_SERVICE_RUNNING || !mil::LinkUp(port))
         return 0;
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
-    while (port && !m_DataUpdates.empty()) {
+    while (!m_DataUpdates.empty()) {
         const SDataUpdate& u = m_DataUpdates.front();
         // One record: the unit never sends half old, half new words.
         port->AttachSramWrite(mil::BufferAddress(mil::FirstDescriptor(u.Half) + u.Index), u.Words);
         m_DataUpdates.pop_front();
     }
-    SendOneShots();
+    const uint64_t now = port->GetUnit()->GetUnitTime();
+    ExpireOneShots(now);
+    SendOneShots(now);
     return CKVX_HdwMilStd1553BcService::HdwTimerHandler(ticks);
 }
 
-void CKVX_HdwKvxMilStd1553BcService::SendOneShots()
+void CKVX_HdwKvxMilStd1553BcService::SendOneShots(uint64_t nowMs)
 {
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
+    auto* port = mil::PortOf(*this);
     if (!port || m_OneShotsLeft != 0 || m_OneShotQueue.empty())
         return;
     mil::SramImage image;
     m_OneShotsInFlight.clear();
     while (!m_OneShotQueue.empty() && m_OneShotsInFlight.size() < mil::OneShotSlots) {
-        CKVX_HdwMilStd1553Message m = std::move(m_OneShotQueue.front());
+        Msg m = std::move(m_OneShotQueue.front());
         m_OneShotQueue.pop_front();
         m.TransferId = uint16_t(mil::OneShotId | (m_OneShotNumber++ & mil::OneShotNumberMask));
         mil::AddMessage(image, unsigned(m_OneShotsInFlight.size()), m, m.TransferId);
@@ -176,20 +189,37 @@ void CKVX_HdwKvxMilStd1553BcService::SendOneShots()
     for (const mil::SSramBlock& b : image)
         port->AttachSramWrite(b.Address, b.Words);
     m_OneShotsLeft = unsigned(m_OneShotsInFlight.size());
+    const uint64_t cycleMs = m_Running ? (CycleUs(m_Tables[m_ActiveHalf]) + 999) / 1000 : 0;
+    m_OneShotsDueMs = nowMs + OneShotBaseTimeoutMs + m_OneShotsLeft * cycleMs;
     AttachConfig(Config::FlagStartOneShots, uint8_t(m_OneShotsLeft), mil::TablePage(m_ActiveHalf));
+}
+
+void CKVX_HdwKvxMilStd1553BcService::ExpireOneShots(uint64_t nowMs)
+{
+    if (m_OneShotsLeft == 0 || nowMs < m_OneShotsDueMs)
+        return;
+    // The unit runs its list in slot order: the messages not run are the
+    // last ones. The next list replaces this one in the unit.
+    for (size_t i = m_OneShotsInFlight.size() - m_OneShotsLeft; i < m_OneShotsInFlight.size(); ++i) {
+        Msg m = m_OneShotsInFlight[i];
+        m.Flags = Msg::FlagNotSent;
+        AppendTransfer(std::move(m), false);
+    }
+    m_OneShotsInFlight.clear();
+    m_OneShotsLeft = 0;
 }
 
 void CKVX_HdwKvxMilStd1553BcService::TransferCompleted(const CKVX_HdwKvxMilStd1553Event& e)
 {
-    CKVX_HdwMilStd1553Message m;
+    Msg m;
     if (e.TransferId & mil::OneShotId) {
-        for (const CKVX_HdwMilStd1553Message& sent : m_OneShotsInFlight)
-            if (sent.TransferId == e.TransferId) {
-                m = sent;
-                if (m_OneShotsLeft > 0)
-                    --m_OneShotsLeft;
-                break;
-            }
+        const auto sent = std::find_if(m_OneShotsInFlight.begin(), m_OneShotsInFlight.end(),
+            [&](const Msg& x) { return x.TransferId == e.TransferId; });
+        // One of a list given up or lost: already reported or counted.
+        if (sent == m_OneShotsInFlight.end() || m_OneShotsLeft == 0)
+            return;
+        m = *sent;
+        --m_OneShotsLeft;
     } else {
         const CKVX_HdwMilStd1553MajorFrame& table = m_Tables[(e.TransferId & mil::TableBId) ? 1 : 0];
         const unsigned index = e.TransferId & mil::IndexMask;
@@ -197,28 +227,70 @@ void CKVX_HdwKvxMilStd1553BcService::TransferCompleted(const CKVX_HdwKvxMilStd15
             m = table.Messages[index];
     }
     mil::ApplyTransfer(e, m);
-    if (m.Flags & CKVX_HdwMilStd1553Message::FlagUnitDropped)
-        ++m_Lost;
-    hdw::bus::AppendTransfer(m_Completed, std::move(m), BufferSize, m_Lost);
+    AppendTransfer(std::move(m), false);
+}
+
+void CKVX_HdwKvxMilStd1553BcService::UnitLost(CKVX_HdwKvxUnitLinkEvent& event)
+{
+    event.LostItems += m_OneShotsLeft;
+    m_Lost += m_OneShotsLeft;
+    m_OneShotsInFlight.clear();
+    m_OneShotsLeft = 0;
+    m_RanAtLoss = m_Running && !m_StopPending;
+}
+
+void CKVX_HdwKvxMilStd1553BcService::Restore()
+{
+    auto* port = mil::PortOf(*this);
+    if (!port)
+        return;
+    // The scheduled transfers the unit made, or would have made, while it
+    // was away: never reported, so counted by the schedule's own rate.
+    if (m_RanAtLoss) {
+        const CKVX_HdwMilStd1553MajorFrame& f = m_Tables[m_ActiveHalf];
+        uint64_t slots = 0;
+        for (const CKVX_HdwMilStd1553MinorFrame& minor : f.MinorFrames)
+            slots += minor.Messages.size();
+        const CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(port);
+        const uint64_t awayMs = port->GetUnit()->GetUnitTime() - inst->Reconnect.LostAtMs;
+        if (const uint64_t cycle = CycleUs(f))
+            m_Lost += awayMs * 1000 * slots / cycle;
+        m_RanAtLoss = false;
+    }
+    // A fresh unit has stopped, its memory cleared; the tables below carry
+    // every data update, so none is sent on its own.
+    m_DataUpdates.clear();
+    if (m_StopPending)
+        m_Running = m_StopPending = false;
+    // A change not yet confirmed: the application asked for the new frame,
+    // which runs from its first minor frame.
+    if (m_ChangePending) {
+        m_ActiveHalf = 1 - m_ActiveHalf;
+        m_ChangePending = false;
+    }
+    if (!m_Loaded)
+        return;
+    AttachImage(m_ActiveHalf, m_Tables[m_ActiveHalf]);
+    AttachConfig(0, 0, mil::TablePage(m_ActiveHalf));
 }
 
 unsigned CKVX_HdwKvxMilStd1553BcService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
-    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
-        Abort();
-        return 0;
+    switch (mil::EventFor(*this, event)) {
+    case mil::EEvent::Lost: UnitLost(*static_cast<CKVX_HdwKvxUnitLinkEvent*>(event)); return 0;
+    case mil::EEvent::Back: Restore(); return 0;
+    case mil::EEvent::Mil1553: break;
+    default: return 0;
     }
-    if (GetStatus() != HDW_SERVICE_RUNNING || !hdw::units::IsEvent(event, KvxEventMilStd1553))
-        return 0;
     const auto* e = static_cast<const CKVX_HdwKvxMilStd1553Event*>(event);
     switch (e->Kind) {
     case mil::KindTransfer: TransferCompleted(*e); break;
     case mil::KindAccess:
         if (e->Field1 & mil::AccessMonitor) {
-            CKVX_HdwMilStd1553Message m;
+            Msg m;
             mil::MessageFromAccess(*e, m);
-            hdw::bus::AppendTransfer(m_Monitor, std::move(m), BufferSize, m_Lost);
+            AppendTransfer(std::move(m), true);
         }
         break;
     case mil::KindSwitched:

@@ -6,6 +6,11 @@
 // a minor-frame boundary. One-shot messages go to descriptors 0..31 as one
 // list at a time. Transfer-completed events become the messages Read hands
 // out, with the command fields of the service's copy of the message.
+// A one-shot list that has not completed within its time-out is given up:
+// its messages not run are read with FlagNotSent and the next list goes.
+// When the unit comes back after a loss, the table that runs (or was
+// loaded), its descriptors and buffers with the latest data and the
+// configuration are written again, and the controller runs again if it ran.
 // A critical-failure event sets the service to failed.
 
 #include <HdwLib/bus/HdwMilStd1553BcService.h>
@@ -37,11 +42,20 @@ protected:
     // Caller holds the device lock.
     unsigned AttachConfig(uint8_t extraFlags, uint8_t count, uint8_t tablePage);
     unsigned AttachImage(unsigned half, const CKVX_HdwMilStd1553MajorFrame& frame);
-    void SendOneShots();
+    void SendOneShots(uint64_t nowMs);
+    // Gives up the list in flight once its time-out passed.
+    void ExpireOneShots(uint64_t nowMs);
     void TransferCompleted(const CKVX_HdwKvxMilStd1553Event& event);
+    // The unit was lost: the one-shot list in flight is lost with it.
+    void UnitLost(CKVX_HdwKvxUnitLinkEvent& event);
+    // The unit is back with a fresh session (its memory cleared).
+    void Restore();
 
-    // The one-shot list the unit runs, by slot; empty once all completed.
+    // The one-shot list the unit runs, by slot, and those not completed yet.
     std::vector<CKVX_HdwMilStd1553Message> m_OneShotsInFlight;
     unsigned m_OneShotsLeft = 0;
     uint16_t m_OneShotNumber = 0;
+    uint64_t m_OneShotsDueMs = 0; // unit time the list in flight times out
+    // The controller ran when the unit was lost.
+    bool m_RanAtLoss = false;
 };

@@ -99,11 +99,25 @@ uint64_t CKVX_HdwKvxMilStd1553Port::GetMessageCount()
     return n;
 }
 
+namespace {
+
+// While the unit is lost or its fresh session starts, nothing goes to the
+// channel: a command attached then would be dropped, or would reach the
+// unit before the tables its services write again on the return.
+bool TakesCommands(const CKVX_HdwKvxUnitInstance* inst)
+{
+    return inst->Reconnect.Status.State == HDW_UNIT_LINK_UP;
+}
+
+} // namespace
+
 unsigned CKVX_HdwKvxMilStd1553Port::AttachConfiguration(const CKVX_HdwKvxMilStd1553Config& config)
 {
     CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(this);
     if (!inst || !m_Unit || m_Channel >= inst->MilStd1553Ctrl.size())
         return HDW_ERR_ARGUMENT;
+    if (!TakesCommands(inst))
+        return 0;
     CKVX_HdwKvxMilStd1553Config& c = inst->MilStd1553Ctrl[m_Channel];
     c = config;
     c.Flags &= uint8_t(~CKVX_HdwKvxMilStd1553Config::FlagTransformer);
@@ -120,6 +134,8 @@ unsigned CKVX_HdwKvxMilStd1553Port::AttachSramWrite(uint32_t address, const std:
 {
     if (!m_Unit)
         return HDW_ERR_ARGUMENT;
+    if (const CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(this); inst && !TakesCommands(inst))
+        return 0;
     return m_Unit->AttachSramWriteCommand(m_DeviceInstance, m_Channel,
         m_Channel * hdw::units::mil1553::ChannelWords + address, words.data(), unsigned(words.size()));
 }

@@ -38,7 +38,9 @@ public:
 
     // Attaches the channel configuration `config` with the port's coupling
     // and response time-out filled in; the unit's record keeps it with the
-    // triggers cleared. Caller holds the device lock.
+    // triggers cleared. Caller holds the device lock. Both attach nothing
+    // (and answer 0) while the unit is lost or its fresh session starts:
+    // the services write the channel again when it is back.
     unsigned AttachConfiguration(const CKVX_HdwKvxMilStd1553Config& config);
     // Attaches SRAM writes of `words` at `address`, relative to the
     // channel's block. Caller holds the device lock.

@@ -1,7 +1,6 @@
-#include <HdwLib/units/KvxMilStd1553Port.h>
 #include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/internal/KvxMilStd1553Records.h>
-#include <HdwLib/units/internal/KvxUnitAccess.h>
+#include <HdwLib/units/internal/KvxMilStd1553Service.h>
 
 namespace mil = hdw::units::mil1553;
 using Config = CKVX_HdwKvxMilStd1553Config;
@@ -14,16 +13,13 @@ CKVX_HdwKvxMilStd1553RtService::~CKVX_HdwKvxMilStd1553RtService() = default;
 
 unsigned CKVX_HdwKvxMilStd1553RtService::Stop()
 {
-    if (auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort()); port && port->IsOpen()) {
-        CKVX_HdwServiceLock lock(*this);
-        port->AttachConfiguration(Config());
-    }
+    mil::IdleChannel(*this);
     return CKVX_HdwMilStd1553SingleRtService::Stop();
 }
 
 unsigned CKVX_HdwKvxMilStd1553RtService::AttachConfig(bool run)
 {
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
+    auto* port = mil::PortOf(*this);
     if (!port)
         return HDW_ERR_LINK;
     const bool terminal = m_Terminal.TerminalAddress != CKVX_HdwMilStd1553RemoteTerminal::NoTerminal;
@@ -43,7 +39,7 @@ unsigned CKVX_HdwKvxMilStd1553RtService::BuildBufferInit(const CKVX_HdwMilStd155
         return rc;
     if (const unsigned rc = CKVX_HdwMilStd1553SingleRtService::BuildBufferInit(rt))
         return rc;
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
+    auto* port = mil::PortOf(*this);
     CKVX_HdwServiceLock lock(*this);
     return port ? port->AttachSramWrite(mil::BufferBase, mil::RtBuffers(rt)) : unsigned(HDW_ERR_LINK);
 }
@@ -54,7 +50,7 @@ unsigned CKVX_HdwKvxMilStd1553RtService::BuildSubaddressConfiguration(const CKVX
         return rc;
     if (const unsigned rc = CKVX_HdwMilStd1553SingleRtService::BuildSubaddressConfiguration(rt))
         return rc;
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
+    auto* port = mil::PortOf(*this);
     CKVX_HdwServiceLock lock(*this);
     return port ? port->AttachSramWrite(0, mil::RtTables(rt)) : unsigned(HDW_ERR_LINK);
 }
@@ -85,10 +81,10 @@ unsigned CKVX_HdwKvxMilStd1553RtService::StopRt()
 unsigned CKVX_HdwKvxMilStd1553RtService::HdwTimerHandler(uint64_t ticks)
 {
     // The tick holds the device lock.
-    if (GetStatus() != HDW_SERVICE_RUNNING)
+    auto* port = mil::PortOf(*this);
+    if (GetStatus() != HDW_SERVICE_RUNNING || !mil::LinkUp(port))
         return 0;
-    auto* port = dynamic_cast<CKVX_HdwKvxMilStd1553Port*>(GetHdwPort());
-    while (port && !m_TransmitUpdates.empty()) {
+    while (!m_TransmitUpdates.empty()) {
         const STransmitUpdate& u = m_TransmitUpdates.front();
         // One record (at most 32 words): applied between two transfers.
         port->AttachSramWrite(mil::RtTransmitBufferBase + 32 * u.Subaddress, u.Words);
@@ -101,15 +97,31 @@ unsigned CKVX_HdwKvxMilStd1553RtService::HdwTimerHandler(uint64_t ticks)
     return CKVX_HdwMilStd1553SingleRtService::HdwTimerHandler(ticks);
 }
 
+void CKVX_HdwKvxMilStd1553RtService::Restore()
+{
+    auto* port = mil::PortOf(*this);
+    if (!port)
+        return;
+    // The terminal's copy holds every update and the status bits: the
+    // queued ones are in it.
+    m_TransmitUpdates.clear();
+    m_StatusChanged = false;
+    if (m_HaveTables)
+        port->AttachSramWrite(0, mil::RtTables(m_Terminal));
+    if (m_HaveBuffers)
+        port->AttachSramWrite(mil::BufferBase, mil::RtBuffers(m_Terminal));
+    if (m_Running)
+        AttachConfig(true);
+}
+
 unsigned CKVX_HdwKvxMilStd1553RtService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
-    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
-        Abort();
-        return 0;
+    switch (mil::EventFor(*this, event)) {
+    case mil::EEvent::Back: Restore(); return 0;
+    case mil::EEvent::Mil1553: break;
+    default: return 0; // a loss takes nothing the terminal holds
     }
-    if (GetStatus() != HDW_SERVICE_RUNNING || !hdw::units::IsEvent(event, KvxEventMilStd1553))
-        return 0;
     const auto* e = static_cast<const CKVX_HdwKvxMilStd1553Event*>(event);
     if (e->Kind != mil::KindAccess)
         return 0;

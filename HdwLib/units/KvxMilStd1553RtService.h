@@ -5,7 +5,9 @@
 // subaddress, status bits by sending the configuration again. Access records
 // become the messages Read hands out; monitor records those of ReadMonitor.
 // A terminal address of NoTerminal runs the channel idle with the monitor:
-// a passive bus monitor. A critical-failure event sets the service to failed.
+// a passive bus monitor. When the unit comes back after a loss, the tables,
+// the buffers with the latest transmit data and the configuration are
+// written again. A critical-failure event sets the service to failed.
 
 #include <HdwLib/bus/HdwMilStd1553SingleRtService.h>
 #include <HdwLib/units/KvxCommandUnit.h>
@@ -32,4 +34,6 @@ public:
 protected:
     // Caller holds the device lock.
     unsigned AttachConfig(bool run);
+    // The unit is back with a fresh session (its memory cleared).
+    void Restore();
 };

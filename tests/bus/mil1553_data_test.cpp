@@ -5,38 +5,16 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Mil1553Messages.h"
+
+using namespace mil1553test;
+
 namespace {
 
-using Msg = CKVX_HdwMilStd1553Message;
-
+// A BC-to-RT message of `words` data words.
 Msg BcToRt(uint8_t ta, uint8_t sa, unsigned words)
 {
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Subaddress = sa;
-    m.WordCount = uint8_t(words & 0x1F);
-    m.Data.assign(words, 0x1234);
-    return m;
-}
-
-Msg RtToBc(uint8_t ta, uint8_t sa, unsigned words)
-{
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Transmit = 1;
-    m.Subaddress = sa;
-    m.WordCount = uint8_t(words & 0x1F);
-    return m;
-}
-
-Msg ModeCode(uint8_t ta, bool transmit, uint8_t code)
-{
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Transmit = transmit ? 1 : 0;
-    m.Subaddress = 0;
-    m.WordCount = code;
-    return m;
+    return mil1553test::BcToRt(ta, sa, Words(words, 0x1234));
 }
 
 } // namespace
@@ -48,11 +26,7 @@ TEST(MilStd1553Message, CommandWordsCarryTheFieldsAsOnTheBus)
     EXPECT_EQ(m.GetCommandWord2(), 0);
     EXPECT_EQ(m.GetDataWordCount(), 32u);
 
-    Msg rr = BcToRt(7, 2, 4);
-    rr.Data.clear();
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 9;
-    rr.TxSubaddress = 30;
+    Msg rr = RtToRt(7, 2, 9, 30, 4);
     EXPECT_EQ(rr.GetCommandWord(), 0x3844); // receive to 7/2, 4 words
     EXPECT_EQ(rr.GetCommandWord2(), 0x4FC4); // transmit from 9/30, 4 words
     EXPECT_EQ(rr.Check(), 0u);
@@ -78,10 +52,7 @@ TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
         m.*field = uint8_t(v);
         return m;
     };
-    Msg rr = BcToRt(7, 2, 4);
-    rr.Data.clear();
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 9;
+    const Msg rr = RtToRt(7, 2, 9, 1, 4);
     const std::vector<Case> cases = {
         {"BC-to-RT 32 words", BcToRt(1, 1, 32), 0},
         {"broadcast BC-to-RT", BcToRt(31, 1, 3), 0},
@@ -120,10 +91,7 @@ TEST(MilStd1553Message, BusTimeFollowsTheTimingRule)
     mc.GapUs = 10;
     EXPECT_EQ(mc.GetBusTimeUs(rt), 20 + 14 + 20 + 10u);
     EXPECT_EQ(ModeCode(1, true, 19).GetBusTimeUs(rt), 20 + 14 + 20 + 20 + 4u);
-    Msg rr = BcToRt(7, 2, 2);
-    rr.Data.clear();
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 9;
+    Msg rr = RtToRt(7, 2, 9, 1, 2);
     EXPECT_EQ(rr.GetBusTimeUs(rt), 40 + 34 + 40 + 34 + 4u);
     rr.Retry = Msg::RetryOtherBus;
     EXPECT_EQ(rr.GetBusTimeUs(rt), 2 * (40 + 34 + 40 + 34 + 4u));
@@ -214,18 +182,4 @@ TEST(MilStd1553RemoteTerminal, DefaultsAreLegalAndChecksRefuseTheRest)
     EXPECT_EQ(bad([](auto& r) { r.Receive[31].Legal = 1; }), 2u);
     EXPECT_EQ(bad([](auto& r) { r.Transmit[4].BroadcastLegal = 1; }), 2u);
     EXPECT_EQ(bad([](auto& r) { r.BusA = r.BusB = 0; }), 2u);
-}
-
-TEST(MilStd1553Buffer, KeepsMessagesInOrder)
-{
-    CKVX_HdwMilStd1553Buffer b;
-    for (uint16_t id = 0; id < 3; ++id) {
-        Msg m;
-        m.TransferId = id;
-        b.Add(m);
-    }
-    ASSERT_EQ(b.Count(), 3u);
-    EXPECT_EQ(b.At(2).TransferId, 2);
-    b.Clear();
-    EXPECT_EQ(b.Count(), 0u);
 }

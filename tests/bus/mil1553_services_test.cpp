@@ -46,14 +46,9 @@ TEST_F(MilStd1553Services, BusControllerChecksItsInputAndLeavesTheUnitToTheDrive
     EXPECT_EQ(n, 0u);
     ASSERT_EQ(rig.Mil()->Open(nullptr), 0u);
 
+    // The controller's own checks (mil1553_data_test.cpp) decide.
     CKVX_HdwMilStd1553BusController bad = Controller();
-    bad.MajorFrame.Messages[0].TerminalAddress = 31; // transmit from broadcast
-    EXPECT_EQ(bc->BuildConfiguration(bad), 2u);
-    bad = Controller();
     bad.MajorFrame.MinorFrames[0].PeriodUs = 100; // 4 words do not fit 100 µs
-    EXPECT_EQ(bc->BuildConfiguration(bad), 2u);
-    bad = Controller();
-    bad.BusA = 0; // its message goes on bus A
     EXPECT_EQ(bc->BuildConfiguration(bad), 2u);
     EXPECT_EQ(bc->BuildConfiguration(Controller()), 0u);
 

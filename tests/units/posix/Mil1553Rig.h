@@ -4,6 +4,7 @@
 // helpers that build messages and collect what the services read.
 
 #include "UnitRig.h"
+#include "support/Mil1553Messages.h"
 
 #include <vector>
 
@@ -11,42 +12,56 @@ namespace halden_test {
 
 using Bc = CKVX_HdwKvxHaldenDevice::CMilStd1553BcService;
 using Rt = CKVX_HdwKvxHaldenDevice::CMilStd1553SingleRtService;
-using Msg = CKVX_HdwMilStd1553Message;
-using Words = std::vector<uint16_t>;
-
-inline Msg BcToRt(uint8_t ta, uint8_t sa, const Words& data)
-{
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Subaddress = sa;
-    m.WordCount = uint8_t(data.size() & 0x1F);
-    m.Data = data;
-    return m;
-}
-
-inline Msg RtToBc(uint8_t ta, uint8_t sa, unsigned words)
-{
-    Msg m;
-    m.TerminalAddress = ta;
-    m.Transmit = 1;
-    m.Subaddress = sa;
-    m.WordCount = uint8_t(words & 0x1F);
-    return m;
-}
-
-inline CKVX_HdwMilStd1553MinorFrame Minor(uint32_t periodUs, std::vector<uint16_t> messages)
-{
-    CKVX_HdwMilStd1553MinorFrame f;
-    f.PeriodUs = periodUs;
-    f.Messages = std::move(messages);
-    return f;
-}
+using namespace mil1553test;
 
 inline hdwsim::Emulator::Options MilOptions(bool udp, std::vector<unsigned> terminals = {})
 {
     hdwsim::Emulator::Options o = EmulatorOptions(udp);
     o.MilStd1553Terminals = std::move(terminals);
     return o;
+}
+
+// Terminal `ta` whose transmit subaddress 2 sends `tx`.
+inline CKVX_HdwMilStd1553RemoteTerminal Terminal(uint8_t ta, const Words& tx = {})
+{
+    CKVX_HdwMilStd1553RemoteTerminal t;
+    t.TerminalAddress = ta;
+    t.Transmit[2].Data = tx;
+    return t;
+}
+
+// The controller on channel 0, its port open.
+inline Bc* OpenBc(UnitRig& rig)
+{
+    auto* bc = rig.Enable<Bc>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_MIL1553_BC);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
+    return bc;
+}
+
+// The terminal service on channel 1, its port open; built and run with `t`
+// unless `t` is null.
+inline Rt* OpenRt(UnitRig& rig, const CKVX_HdwMilStd1553RemoteTerminal* t)
+{
+    auto* rt = rig.Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 1), 0u);
+    if (rt && t) {
+        EXPECT_EQ(rt->BuildBufferInit(*t), 0u);
+        EXPECT_EQ(rt->BuildSubaddressConfiguration(*t), 0u);
+        EXPECT_EQ(rt->RunRt(), 0u);
+    }
+    return rt;
+}
+
+// The controller on channel 0 built, loaded and run with `c`.
+inline Bc* RunSchedule(UnitRig& rig, const CKVX_HdwMilStd1553BusController& c)
+{
+    Bc* bc = OpenBc(rig);
+    if (bc) {
+        EXPECT_EQ(bc->BuildConfiguration(c), 0u);
+        EXPECT_EQ(bc->LoadConfiguration(), 0u);
+        EXPECT_EQ(bc->RunBc(), 0u);
+    }
+    return bc;
 }
 
 // Reads `service` (Read or ReadMonitor through `read`) until `count`

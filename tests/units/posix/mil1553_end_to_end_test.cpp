@@ -21,27 +21,9 @@ protected:
         rig = std::make_unique<UnitRig>(UnitNamed("halden"), MilOptions(GetParam(), std::move(terminals)));
         ASSERT_NO_FATAL_FAILURE(rig->Start());
     }
-    Bc* OpenBc()
-    {
-        auto* bc = rig->Enable<Bc>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_MIL1553_BC);
-        EXPECT_EQ(rig->Open(HDW_PORT_MILSTD1553, 0), 0u);
-        return bc;
-    }
-    // Terminal `ta` on channel 1, transmit subaddress 2 sending `tx`.
-    Rt* OpenRt(uint8_t ta, const Words& tx)
-    {
-        auto* rt = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-        EXPECT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
-        if (!rt)
-            return nullptr;
-        CKVX_HdwMilStd1553RemoteTerminal t;
-        t.TerminalAddress = ta;
-        t.Transmit[2].Data = tx;
-        EXPECT_EQ(rt->BuildBufferInit(t), 0u);
-        EXPECT_EQ(rt->BuildSubaddressConfiguration(t), 0u);
-        EXPECT_EQ(rt->RunRt(), 0u);
-        return rt;
-    }
+    Bc* OpenBc() { return halden_test::OpenBc(*rig); }
+    Rt* OpenRt(const CKVX_HdwMilStd1553RemoteTerminal& t) { return halden_test::OpenRt(*rig, &t); }
+    Bc* RunSchedule(const CKVX_HdwMilStd1553BusController& c) { return halden_test::RunSchedule(*rig, c); }
     const hdwsim::Counters Counters() { return rig->Sim.GetCounters(); }
 
     std::unique_ptr<UnitRig> rig;
@@ -55,16 +37,13 @@ TEST_P(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};
-    Rt* rt = OpenRt(5, oldTx);
-    Bc* bc = OpenBc();
-    ASSERT_TRUE(rt && bc);
+    Rt* rt = OpenRt(Terminal(5, oldTx));
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1}), Minor(3000, {1, 2})};
     c.StopAfter = 40;
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_TRUE(rt && bc);
     EXPECT_TRUE(bc->IsRunning());
 
     std::vector<Msg> got = ReadTransfers(bc, 40);
@@ -119,17 +98,14 @@ TEST_P(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     ASSERT_TRUE(rig->Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));
-    Bc* bc = OpenBc();
-    ASSERT_NE(bc, nullptr);
     CKVX_HdwMilStd1553BusController c;
     Msg retry = RtToBc(7, 1, 2);
     retry.Retry = Msg::RetryOtherBus;
     c.MajorFrame.Messages = {RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry};
     c.MajorFrame.MinorFrames = {Minor(5000, {0, 1, 2})};
     c.StopAfter = 5;
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_NE(bc, nullptr);
     const std::vector<Msg> got = ReadTransfers(bc, 15);
     ASSERT_EQ(got.size(), 15u);
     for (size_t i = 0; i < got.size(); ++i) {
@@ -208,43 +184,18 @@ TEST_P(Mil1553, MajorFrameChangesWhileRunningAndStops)
     EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
 }
 
-// After close and re-open the unit's memory is not trusted: nothing is
-// loaded until LoadConfiguration writes it again.
-TEST_P(Mil1553, CloseAndReopenNeedsALoadAgain)
-{
-    ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = OpenBc();
-    ASSERT_NE(bc, nullptr);
-    CKVX_HdwMilStd1553BusController c;
-    c.MajorFrame.Messages = {BcToRt(7, 4, {1, 2})};
-    c.MajorFrame.MinorFrames = {Minor(1000, {0})};
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
-    EXPECT_GE(ReadTransfers(bc, 3).size(), 3u);
-    ASSERT_EQ(rig->Port(HDW_PORT_MILSTD1553, 0)->Close(), 0u);
-    CKVX_HdwMilStd1553Buffer b;
-    unsigned n = 0;
-    EXPECT_EQ(bc->Read(b, 10, n), 29u);
-    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 0), 0u);
-    EXPECT_FALSE(bc->IsRunning());
-    EXPECT_EQ(bc->RunBc(), 10u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
-    const std::vector<Msg> got = ReadTransfers(bc, 3);
-    ASSERT_GE(got.size(), 3u);
-    EXPECT_EQ(got[0].Data, Words({1, 2}));
-    EXPECT_EQ(got[0].Flags, 0);
-}
-
 // One-shot messages without a schedule: 40 go as a list of 32 and, once
-// all of it completed, a list of 8; each comes back in order.
-TEST_P(Mil1553, OneShotMessagesGoInListsOf32)
+// all of it completed, a list of 8; each comes back in order. Then, while a
+// schedule leaves 350 µs idle per 1 ms minor frame: a one-shot message
+// longer than the minor frame is refused; one of 700 µs is taken but never
+// runs, and once its list timed out it is read as not sent and the next
+// list runs.
+TEST_P(Mil1553, OneShotListsOf32AndOneThatNeverFits)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     Bc* bc = OpenBc();
     ASSERT_NE(bc, nullptr);
-    const uint64_t configs = Counters().CommandsByCode[52];
+    uint64_t configs = Counters().CommandsByCode[52];
     for (uint16_t i = 0; i < 40; ++i)
         ASSERT_EQ(bc->SendOneShot(BcToRt(7, 1 + i % 30, {i})), 0u);
     const std::vector<Msg> got = ReadTransfers(bc, 40);
@@ -256,6 +207,32 @@ TEST_P(Mil1553, OneShotMessagesGoInListsOf32)
         EXPECT_TRUE(got[i].TransferId & 0x8000) << i;
     }
     EXPECT_EQ(Counters().CommandsByCode[52], configs + 2); // two lists
+
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {RtToBc(7, 1, 30)};
+    c.MajorFrame.MinorFrames = {Minor(1000, {0})};
+    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
+    ASSERT_EQ(bc->LoadConfiguration(), 0u);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    Msg tooLong = BcToRt(7, 2, Words(32, 0x55)); // 698 µs
+    tooLong.Retry = Msg::RetrySameBus; // twice that
+    EXPECT_EQ(bc->SendOneShot(tooLong), 2u);
+    configs = Counters().CommandsByCode[52];
+    ASSERT_EQ(bc->SendOneShot(BcToRt(7, 2, Words(32, 0x55))), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[52] > configs; })); // its list went
+    ASSERT_EQ(bc->SendOneShot(BcToRt(7, 3, {0x66})), 0u);
+    std::vector<Msg> oneShots;
+    ASSERT_TRUE(WaitUntil([&] {
+        for (const Msg& m : ReadTransfers(bc, 1000, 0))
+            if (m.TransferId & 0x8000)
+                oneShots.push_back(m);
+        return oneShots.size() >= 2;
+    }));
+    ASSERT_EQ(oneShots.size(), 2u);
+    EXPECT_EQ(oneShots[0].Subaddress, 2);
+    EXPECT_EQ(oneShots[0].Flags, Msg::FlagNotSent);
+    EXPECT_EQ(oneShots[1].Data, Words{0x66});
+    EXPECT_EQ(oneShots[1].Flags, 0);
 }
 
 // Bad input answers 2 and sends nothing; the SRAM goes out in records of
@@ -309,12 +286,10 @@ TEST_P(Mil1553, BadInputSendsNothingAndSramGoesInRecordsOf100)
 TEST_P(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
-    auto* rt = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
+    Rt* rt = halden_test::OpenRt(*rig, nullptr);
     Bc* bc = OpenBc();
     ASSERT_TRUE(rt && bc);
-    CKVX_HdwMilStd1553RemoteTerminal t;
-    t.TerminalAddress = 6;
+    CKVX_HdwMilStd1553RemoteTerminal t = Terminal(6);
     t.Monitor = 1;
     t.Receive[9].Legal = 0;
     EXPECT_EQ(rt->RunRt(), 10u); // nothing built
@@ -359,17 +334,12 @@ TEST_P(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     using Signals = CKVX_HdwKvxHaldenDevice::CSignalService;
     auto* sig = rig->Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
-    auto* mon = rig->Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
-    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 1), 0u);
+    CKVX_HdwMilStd1553RemoteTerminal watch = Terminal(CKVX_HdwMilStd1553RemoteTerminal::NoTerminal);
+    watch.Monitor = 1;
+    const uint64_t configs = Counters().CommandsByCode[53];
+    Rt* mon = OpenRt(watch);
     Bc* bc = OpenBc();
     ASSERT_TRUE(sig && mon && bc);
-    CKVX_HdwMilStd1553RemoteTerminal watch;
-    watch.TerminalAddress = CKVX_HdwMilStd1553RemoteTerminal::NoTerminal;
-    watch.Monitor = 1;
-    ASSERT_EQ(mon->BuildBufferInit(watch), 0u);
-    ASSERT_EQ(mon->BuildSubaddressConfiguration(watch), 0u);
-    const uint64_t configs = Counters().CommandsByCode[53];
-    ASSERT_EQ(mon->RunRt(), 0u);
     // The monitor watches once the unit took its configuration.
     EXPECT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[53] > configs; }));
     for (uint16_t i = 0; i < 10; ++i)
@@ -400,18 +370,16 @@ TEST_P(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
 
 // StopBc in the middle of a major frame (64 minor frames of 100 ms): the
 // controller stops after the transfer in progress, every transfer it made
-// is read, and none follows the stop.
+// is read, and none follows the stop. After close and re-open the unit's
+// memory is not trusted: nothing runs until LoadConfiguration wrote it again.
 TEST_P(Mil1553, StopInTheMiddleOfAMajorFrame)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = OpenBc();
-    ASSERT_NE(bc, nullptr);
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {RtToBc(7, 1, 2)};
     c.MajorFrame.MinorFrames.assign(64, Minor(100000, {0}));
-    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
-    ASSERT_EQ(bc->LoadConfiguration(), 0u);
-    ASSERT_EQ(bc->RunBc(), 0u);
+    Bc* bc = RunSchedule(c);
+    ASSERT_NE(bc, nullptr);
     std::vector<Msg> got = ReadTransfers(bc, 2);
     ASSERT_GE(got.size(), 2u);
     ASSERT_EQ(bc->StopBc(), 0u);
@@ -423,6 +391,17 @@ TEST_P(Mil1553, StopInTheMiddleOfAMajorFrame)
     const size_t total = got.size() + n;
     EXPECT_LT(total, 64u);
     EXPECT_EQ(Counters().Mil1553Transfers[0], total);
+
+    ASSERT_EQ(rig->Port(HDW_PORT_MILSTD1553, 0)->Close(), 0u);
+    EXPECT_EQ(bc->Read(rest, 10, n), 29u);
+    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 0), 0u);
+    EXPECT_EQ(bc->RunBc(), 10u);
+    ASSERT_EQ(bc->LoadConfiguration(), 0u);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    const std::vector<Msg> again = ReadTransfers(bc, 1);
+    ASSERT_EQ(again.size(), 1u);
+    EXPECT_EQ(again[0].StatusWord1, 7u << 11);
+    EXPECT_EQ(again[0].Flags, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -4,7 +4,7 @@
 // stay open and traffic resumes after each return, in order and never twice;
 // what was lost is counted. With reconnect off, the services fail and opening
 // the ports again by hand works.
-#include "UnitRig.h"
+#include "Mil1553Rig.h"
 
 #include <atomic>
 #include <fcntl.h>
@@ -646,4 +646,50 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x456) >= 3; })) << "the label did not come back";
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
+
+// A running bus controller (channel 0) and remote terminal (channel 1) come
+// back by themselves: tables, latest data and run are written again, the
+// schedule resumes from its first minor frame, the transmit data given while
+// the unit was away is what the controller reads, and the transfers the
+// schedule missed are counted as lost.
+TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
+{
+    ReconnectRig r(false, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    const Words oldTx = {0x101, 0x102}, newTx = {0x201, 0x202};
+    const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
+    Rt* rt = OpenRt(r.Rig, &t);
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
+    c.MajorFrame.MinorFrames = {Minor(2000, {0, 1})};
+    Bc* bc = RunSchedule(r.Rig, c);
+    ASSERT_TRUE(rt && bc);
+    ASSERT_GE(ReadTransfers(bc, 10).size(), 10u);
+
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    ReadTransfers(bc, 100000, 0); // what came before the loss
+    ReadTransfers(rt, 100000, 0);
+    ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+
+    const std::vector<Msg> got = ReadTransfers(bc, 40);
+    ASSERT_GE(got.size(), 40u);
+    for (size_t i = 0; i < got.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(got[i].Subaddress, i % 2 == 0 ? 1 : 2);
+        EXPECT_EQ(got[i].Flags, 0);
+        if (got[i].Subaddress == 2)
+            EXPECT_EQ(got[i].Data, newTx);
+        if (i > 0)
+            EXPECT_GT(got[i].TimeStamp, got[i - 1].TimeStamp);
+    }
+    const std::vector<Msg> access = ReadTransfers(rt, 10);
+    ASSERT_GE(access.size(), 10u);
+    EXPECT_EQ(access.back().Data, Words{0xA1});
+    EXPECT_GT(bc->GetLostCount(), 0u);
+    EXPECT_TRUE(bc->IsRunning());
+    EXPECT_TRUE(rt->IsRunning());
 }
