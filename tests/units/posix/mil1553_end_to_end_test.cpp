@@ -61,8 +61,9 @@ TEST_P(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
         EXPECT_EQ(m.TerminalAddress, 5);
         EXPECT_EQ(m.StatusWord1, 5u << 11);
         EXPECT_EQ(m.Flags, 0);
-        if (i > 0)
+        if (i > 0) {
             EXPECT_GT(m.TimeStamp, got[i - 1].TimeStamp);
+        }
         if (m.Subaddress == 2) {
             // Old words until the update, new ones after: never a mix.
             if (m.Data == newTx)
@@ -405,6 +406,6 @@ TEST_P(Mil1553, StopInTheMiddleOfAMajorFrame)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Links, Mil1553, ::testing::Values(false, true), [](const auto& info) { return info.param ? "Udp" : "Pty"; });
+    Links, Mil1553, ::testing::Values(false, true), [](const auto& p) { return p.param ? "Udp" : "Pty"; });
 
 } // namespace

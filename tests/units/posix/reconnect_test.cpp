@@ -681,10 +681,12 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
         SCOPED_TRACE(i);
         EXPECT_EQ(got[i].Subaddress, i % 2 == 0 ? 1 : 2);
         EXPECT_EQ(got[i].Flags, 0);
-        if (got[i].Subaddress == 2)
+        if (got[i].Subaddress == 2) {
             EXPECT_EQ(got[i].Data, newTx);
-        if (i > 0)
+        }
+        if (i > 0) {
             EXPECT_GT(got[i].TimeStamp, got[i - 1].TimeStamp);
+        }
     }
     const std::vector<Msg> access = ReadTransfers(rt, 10);
     ASSERT_GE(access.size(), 10u);
