@@ -79,6 +79,11 @@ void CKVX_HdwI2cMasterService::FailPending()
     SetStatus(HDW_SERVICE_FAILED);
 }
 
+void CKVX_HdwI2cMasterService::FailSent(unsigned result)
+{
+    m_Transfers->FailSent(result);
+}
+
 bool CKVX_HdwI2cMasterService::Complete(uint32_t wireTag, unsigned result, uint32_t acked, bool nackOnAddress,
     uint8_t fault, const uint8_t* data, unsigned count, uint64_t time)
 {

@@ -66,6 +66,9 @@ protected:
         const uint8_t* data, unsigned count, uint64_t time);
     // Every submitted transfer ends with 15 and the service fails.
     void FailPending();
+    // The transfers on the unit end with `result` (they may or may not have
+    // run); those not sent yet stay queued and the service keeps running.
+    void FailSent(unsigned result);
 
     // The oldest submitted transfer whose command is not attached yet (its
     // wire tag in `wireTag`), or null.

@@ -79,6 +79,11 @@ void CKVX_HdwSpiMasterService::FailPending()
     SetStatus(HDW_SERVICE_FAILED);
 }
 
+void CKVX_HdwSpiMasterService::FailSent(unsigned result)
+{
+    m_Transfers->FailSent(result);
+}
+
 bool CKVX_HdwSpiMasterService::Complete(
     uint32_t wireTag, unsigned result, const uint8_t* data, unsigned count, uint64_t time)
 {

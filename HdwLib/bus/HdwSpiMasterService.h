@@ -49,6 +49,7 @@ protected:
     unsigned Enqueue(const CKVX_HdwSpiTransfer& t);
     bool Complete(uint32_t wireTag, unsigned result, const uint8_t* data, unsigned count, uint64_t time);
     void FailPending();
+    void FailSent(unsigned result);
 
     // The oldest submitted transfer whose command is not attached yet (its
     // wire tag in `wireTag`), or null.

@@ -17,6 +17,23 @@ unsigned RequestBank(CKVX_HdwService& service, bool input)
     return unit->AttachDiscreteReadCommand(port->GetDeviceId(), input ? bank : 0, input ? 0 : bank);
 }
 
+// A unit lost and back: its fresh session counts events from 0 again, so
+// the old sequence base is forgotten at the loss, and the state is asked for
+// again on the return (its answer gives the new base). True when `event`
+// was one of the two.
+bool ResumesAfterOutage(CKVX_HdwService& service, CKVX_HdwEvent* event, bool& haveSequence, bool input)
+{
+    if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        haveSequence = false;
+        return true;
+    }
+    if (!hdw::units::IsEvent(event, KvxEventUnitBack))
+        return false;
+    if (service.GetStatus() == HDW_SERVICE_RUNNING)
+        RequestBank(service, input);
+    return true;
+}
+
 } // namespace
 
 // ---- input --------------------------------------------------------------------
@@ -39,6 +56,8 @@ unsigned CKVX_HdwKvxDiscreteInService::ProcessEvent(CKVX_HdwEvent* event)
         Abort();
         return 0;
     }
+    if (ResumesAfterOutage(*this, event, m_HaveSequence, true))
+        return 0;
     if (hdw::units::IsEvent(event, KvxEventDiscreteIn)) {
         const auto* e = static_cast<const CKVX_HdwKvxDiscreteInEvent*>(event);
         UpdateState(
@@ -73,6 +92,8 @@ unsigned CKVX_HdwKvxDiscreteOutService::ProcessEvent(CKVX_HdwEvent* event)
         Abort();
         return 0;
     }
+    if (ResumesAfterOutage(*this, event, m_HaveSequence, false))
+        return 0;
     if (hdw::units::IsEvent(event, KvxEventDiscreteOut)) {
         const auto* e = static_cast<const CKVX_HdwKvxDiscreteOutEvent*>(event);
         UpdateDriven(e->State, e->Changed, e->Sequence, e->UnwrappedTime);

@@ -63,8 +63,9 @@ unsigned CKVX_HdwKvxSpiMasterService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
     if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        // The restarted unit forgets what it held; the rest go after the return.
         if (GetStatus() == HDW_SERVICE_RUNNING)
-            FailPending();
+            FailSent(HDW_ERR_LINK);
         return 0;
     }
     if (GetStatus() != HDW_SERVICE_RUNNING || !hdw::units::IsEvent(event, KvxEventSpiResult))

@@ -110,6 +110,16 @@ public:
         }
     }
 
+    // Every transfer whose command is attached ends with `result`, in order;
+    // the others stay queued (they are the later ones: transfers go out in order).
+    void FailSent(unsigned result)
+    {
+        while (!Pending.empty() && Pending.front().Sent) {
+            Pending.front().Transfer.Result = result;
+            FinishOldest();
+        }
+    }
+
     bool TakeOldest(T& out)
     {
         if (Done.empty())

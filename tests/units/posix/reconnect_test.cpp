@@ -107,7 +107,7 @@ public:
         while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
             Received.insert(Received.end(), chunk, chunk + n);
         CKVX_HdwSignalService::CSignal s;
-        while (Signals->GetSignal(s) == 0)
+        while (Signals && Signals->GetSignal(s) == 0)
             Seen.push_back(s);
     }
     bool WaitFor(const std::function<bool()>& done, unsigned timeoutMs = 20000)
@@ -646,4 +646,95 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x456) >= 3; })) << "the label did not come back";
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+}
+
+// The discrete and I2C/SPI units after an unplug: the output bank comes
+// back driving what the application last wrote (not its InitialState), the
+// inputs report again with a fresh sequence base (no false loss); an I2C
+// transfer on the unit at the loss ends with 14, the masters are configured
+// again and the next transfers run.
+TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
+{
+    const UnitCase travin{
+        "travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Travin"};
+    const UnitCase wendal{
+        "wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Wendal"};
+    const auto replug = [](ReconnectRig& r) {
+        const unsigned returns = r.Status().Returns;
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return IsLost(r.Status().State); }));
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
+    };
+    {
+        ReconnectRig r(false, true, travin);
+        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        auto* in = r.Rig.Enable<CKVX_HdwDiscreteInService>(HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN);
+        auto* out = r.Rig.Enable<CKVX_HdwDiscreteOutService>(HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT);
+        ASSERT_TRUE(in && out);
+        CKVX_HdwDiscreteInPort::CParameters ip;
+        ip.DebounceUs = 0;
+        CKVX_HdwDiscreteOutPort::CParameters op;
+        op.InitialState = 0x81;
+        ASSERT_EQ(r.Rig.Open(HDW_PORT_DISCRETE_IN, 2, ip), 0u);
+        ASSERT_EQ(r.Rig.Open(HDW_PORT_DISCRETE_OUT, 2, op), 0u);
+        ASSERT_EQ(out->WriteAll(0x3C), 0u);
+        uint32_t state = 0;
+        uint64_t time = 0;
+        ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3C; }));
+        ASSERT_NO_FATAL_FAILURE(replug(r));
+        ASSERT_TRUE(r.WaitFor([&] { return out->GetDriven(state, time) == 0 && state == 0x3C; }));
+        ASSERT_EQ(out->Toggle(0x01), 0u);
+        ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3D; }));
+        // Debounce 0 came back too: the toggle is one change, nothing counted lost.
+        CKVX_HdwDiscreteInService::CChange last;
+        unsigned n = 0;
+        while (in->Read(&last, 1, n) == 0 && n) {}
+        EXPECT_EQ(last.State, 0x3Du);
+        uint64_t lost = 1;
+        ASSERT_EQ(in->GetLostCount(lost), 0u);
+        EXPECT_EQ(lost, 0u);
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[36 + 2], 2u); // open and return
+    }
+    {
+        ReconnectRig r(false, true, wendal);
+        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        auto* i2c = r.Rig.Enable<CKVX_HdwI2cMasterService>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER);
+        auto* spi = r.Rig.Enable<CKVX_HdwSpiMasterService>(HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER);
+        ASSERT_TRUE(i2c && spi);
+        CKVX_HdwI2cPort::CParameters ip;
+        ip.BusSpeed = 400000;
+        CKVX_HdwSpiPort::CParameters sp;
+        sp.Mode = 3;
+        ASSERT_EQ(r.Rig.Open(HDW_PORT_I2C, 0, ip), 0u);
+        ASSERT_EQ(r.Rig.Open(HDW_PORT_SPI, 1, sp), 0u);
+        // The unit takes the transfer; its answer is held back past the unplug.
+        r.Rig.Sim.SetAnswerDelayMs(5000);
+        CKVX_HdwI2cTransfer onUnit;
+        onUnit.Address = 0x50;
+        onUnit.ReadLength = 1;
+        ASSERT_EQ(i2c->Submit(onUnit), 0u);
+        ASSERT_TRUE(r.WaitFor([&] { return r.Rig.Sim.GetCounters().CommandsByCode[116] == 1; }));
+        const unsigned returns = r.Status().Returns;
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return IsLost(r.Status().State); }));
+        r.Rig.Sim.SetAnswerDelayMs(0);
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
+        CKVX_HdwI2cTransfer ended;
+        ASSERT_TRUE(r.WaitFor([&] { return i2c->ReadResult(ended) == 0; }));
+        EXPECT_EQ(ended.Result, unsigned(HDW_ERR_LINK));
+        EXPECT_EQ(i2c->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+        CKVX_HdwI2cTransfer w;
+        w.Address = 0x50;
+        const uint8_t bytes[] = {0x10, 7, 8};
+        w.Write = CKVX_Uint8Vector(bytes, 3);
+        EXPECT_EQ(i2c->Transfer(w, 20000), 0u);
+        CKVX_HdwSpiTransfer s;
+        s.Out = CKVX_Uint8Vector(bytes, 3);
+        ASSERT_EQ(spi->Transfer(s, 20000), 0u);
+        EXPECT_EQ(s.In.Items(), (std::vector<uint8_t>{0x10, 7, 8}));
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[112], 2u); // I2C master 0: open and return
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[115], 2u); // SPI master 1
+    }
 }
