@@ -130,3 +130,10 @@ const CKVX_HdwI2cTransfer* CKVX_HdwI2cMasterService::PeekOldestSent(uint64_t& se
         sentAtMs = p->SentAtMs;
     return p ? &p->Transfer : nullptr;
 }
+
+bool CKVX_HdwI2cMasterService::PumpTransfers(uint64_t nowMs, unsigned maxOnUnit,
+    const std::function<bool(const CKVX_HdwI2cTransfer&, uint64_t)>& overdue,
+    const std::function<bool(uint32_t, const CKVX_HdwI2cTransfer&)>& attach)
+{
+    return hdw::bus::PumpTransfers(*m_Transfers, nowMs, maxOnUnit, overdue, attach);
+}

@@ -127,3 +127,10 @@ const CKVX_HdwSpiTransfer* CKVX_HdwSpiMasterService::PeekOldestSent(uint64_t& se
         sentAtMs = p->SentAtMs;
     return p ? &p->Transfer : nullptr;
 }
+
+bool CKVX_HdwSpiMasterService::PumpTransfers(uint64_t nowMs, unsigned maxOnUnit,
+    const std::function<bool(const CKVX_HdwSpiTransfer&, uint64_t)>& overdue,
+    const std::function<bool(uint32_t, const CKVX_HdwSpiTransfer&)>& attach)
+{
+    return hdw::bus::PumpTransfers(*m_Transfers, nowMs, maxOnUnit, overdue, attach);
+}
