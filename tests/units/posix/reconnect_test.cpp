@@ -648,6 +648,15 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
+// A service enabled on a port, then the port opened with `params`.
+template <class S, class P>
+S* OpenWith(UnitRig& rig, unsigned portType, unsigned channel, unsigned serviceType, const P& params)
+{
+    S* service = rig.Enable<S>(portType, channel, serviceType);
+    EXPECT_EQ(rig.Open(portType, channel, params), 0u);
+    return service;
+}
+
 // The discrete and I2C/SPI units after an unplug: the output bank comes
 // back driving what the application last wrote (not its InitialState), the
 // inputs report again with a fresh sequence base (no false loss); an I2C
@@ -659,25 +668,25 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         "travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Travin"};
     const UnitCase wendal{
         "wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Wendal"};
-    const auto replug = [](ReconnectRig& r) {
+    const auto replug = [](ReconnectRig& r, const std::function<void()>& whileAway = {}) {
         const unsigned returns = r.Status().Returns;
         r.Rig.Sim.Unplug();
         ASSERT_TRUE(r.WaitFor([&] { return IsLost(r.Status().State); }));
+        if (whileAway)
+            whileAway();
         ASSERT_TRUE(r.Rig.Sim.Plug());
         ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
     };
     {
         ReconnectRig r(false, true, travin);
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
-        auto* in = r.Rig.Enable<CKVX_HdwDiscreteInService>(HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN);
-        auto* out = r.Rig.Enable<CKVX_HdwDiscreteOutService>(HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT);
-        ASSERT_TRUE(in && out);
         CKVX_HdwDiscreteInPort::CParameters ip;
         ip.DebounceUs = 0;
         CKVX_HdwDiscreteOutPort::CParameters op;
         op.InitialState = 0x81;
-        ASSERT_EQ(r.Rig.Open(HDW_PORT_DISCRETE_IN, 2, ip), 0u);
-        ASSERT_EQ(r.Rig.Open(HDW_PORT_DISCRETE_OUT, 2, op), 0u);
+        auto* in = OpenWith<CKVX_HdwDiscreteInService>(r.Rig, HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
+        auto* out = OpenWith<CKVX_HdwDiscreteOutService>(r.Rig, HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
+        ASSERT_TRUE(in && out);
         ASSERT_EQ(out->WriteAll(0x3C), 0u);
         uint32_t state = 0;
         uint64_t time = 0;
@@ -699,15 +708,13 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
     {
         ReconnectRig r(false, true, wendal);
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
-        auto* i2c = r.Rig.Enable<CKVX_HdwI2cMasterService>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER);
-        auto* spi = r.Rig.Enable<CKVX_HdwSpiMasterService>(HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER);
-        ASSERT_TRUE(i2c && spi);
         CKVX_HdwI2cPort::CParameters ip;
         ip.BusSpeed = 400000;
         CKVX_HdwSpiPort::CParameters sp;
         sp.Mode = 3;
-        ASSERT_EQ(r.Rig.Open(HDW_PORT_I2C, 0, ip), 0u);
-        ASSERT_EQ(r.Rig.Open(HDW_PORT_SPI, 1, sp), 0u);
+        auto* i2c = OpenWith<CKVX_HdwI2cMasterService>(r.Rig, HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
+        auto* spi = OpenWith<CKVX_HdwSpiMasterService>(r.Rig, HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
+        ASSERT_TRUE(i2c && spi);
         // The unit takes the transfer; its answer is held back past the unplug.
         r.Rig.Sim.SetAnswerDelayMs(5000);
         CKVX_HdwI2cTransfer onUnit;
@@ -715,12 +722,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         onUnit.ReadLength = 1;
         ASSERT_EQ(i2c->Submit(onUnit), 0u);
         ASSERT_TRUE(r.WaitFor([&] { return r.Rig.Sim.GetCounters().CommandsByCode[116] == 1; }));
-        const unsigned returns = r.Status().Returns;
-        r.Rig.Sim.Unplug();
-        ASSERT_TRUE(r.WaitFor([&] { return IsLost(r.Status().State); }));
-        r.Rig.Sim.SetAnswerDelayMs(0);
-        ASSERT_TRUE(r.Rig.Sim.Plug());
-        ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
+        ASSERT_NO_FATAL_FAILURE(replug(r, [&] { r.Rig.Sim.SetAnswerDelayMs(0); }));
         CKVX_HdwI2cTransfer ended;
         ASSERT_TRUE(r.WaitFor([&] { return i2c->ReadResult(ended) == 0; }));
         EXPECT_EQ(ended.Result, unsigned(HDW_ERR_LINK));
