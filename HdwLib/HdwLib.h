@@ -43,6 +43,7 @@
 #include <HdwLib/bus/HdwMilStd1553Frame.h>
 #include <HdwLib/bus/HdwMilStd1553Message.h>
 #include <HdwLib/bus/HdwDiscreteInPort.h>
+#include <HdwLib/bus/HdwDiscretePort.h>
 #include <HdwLib/bus/HdwDiscreteInService.h>
 #include <HdwLib/bus/HdwDiscreteOutPort.h>
 #include <HdwLib/bus/HdwDiscreteOutService.h>

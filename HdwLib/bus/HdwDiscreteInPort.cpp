@@ -6,8 +6,7 @@ CKVX_HdwDiscreteInPort::CParameters::~CParameters() = default;
 
 CKVX_HdwDiscreteInPort::CKVX_HdwDiscreteInPort(
     CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId, unsigned lineCount)
-    : CKVX_HdwPort(device, deviceInstance, channelId),
-      m_LineCount(hdw::bus::BankWidth(lineCount))
+    : CKVX_HdwDiscretePort(device, deviceInstance, channelId, lineCount)
 {
     m_PortType = HDW_PORT_DISCRETE_IN;
 }
@@ -35,11 +34,6 @@ unsigned CKVX_HdwDiscreteInPort::EnableService(
 unsigned CKVX_HdwDiscreteInPort::GetParameters(CParameters* params)
 {
     return hdw::bus::CopyParametersOut(m_Parameters, params);
-}
-
-uint32_t CKVX_HdwDiscreteInPort::GetLineMask() const
-{
-    return hdw::bus::LineMaskOf(m_LineCount);
 }
 
 unsigned CKVX_HdwDiscreteInPort::CheckParameters(const CParameters& params) const

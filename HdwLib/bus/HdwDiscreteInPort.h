@@ -5,11 +5,11 @@
 // unit at Open; the unit applies debounce and polarity, so every state the
 // library sees is the logical one.
 
-#include <HdwLib/framework/HdwPort.h>
+#include <HdwLib/bus/HdwDiscretePort.h>
 
 #include <cstdint>
 
-class HDWLIB_EXPORT CKVX_HdwDiscreteInPort : public CKVX_HdwPort {
+class HDWLIB_EXPORT CKVX_HdwDiscreteInPort : public CKVX_HdwDiscretePort {
 public:
     class HDWLIB_EXPORT CParameters : public CKVX_HdwPort::CParameters {
     public:
@@ -31,8 +31,6 @@ public:
     };
 
     static constexpr uint32_t MaxDebounceUs = 100000;
-    static constexpr unsigned MaxLines = 32;
-
     // `lineCount`: the bank's width, 1..32 (the driver's, from its unit).
     CKVX_HdwDiscreteInPort(
         CKVX_HdwObject* device, unsigned deviceInstance, const CKVX_String& channelId, unsigned lineCount = MaxLines);
@@ -48,14 +46,10 @@ public:
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);
 
-    unsigned GetLineCount() const { return m_LineCount; }
-    // Bits of the lines of the bank.
-    uint32_t GetLineMask() const;
     // 0 when `params` fit this bank, else 2.
     unsigned CheckParameters(const CParameters& params) const;
 
 protected:
     // Lock rule: m_Parameters changes only at Open.
     CParameters m_Parameters;
-    unsigned m_LineCount;
 };

@@ -4,11 +4,11 @@
 // one of each). A unit driver derives from it: Open switches the bank on
 // driving InitialState, Close switches it off (every output not driven).
 
-#include <HdwLib/framework/HdwPort.h>
+#include <HdwLib/bus/HdwDiscretePort.h>
 
 #include <cstdint>
 
-class HDWLIB_EXPORT CKVX_HdwDiscreteOutPort : public CKVX_HdwPort {
+class HDWLIB_EXPORT CKVX_HdwDiscreteOutPort : public CKVX_HdwDiscretePort {
 public:
     class HDWLIB_EXPORT CParameters : public CKVX_HdwPort::CParameters {
     public:
@@ -22,8 +22,6 @@ public:
         uint32_t InitialState = 0; // logical state driven when the port opens
         uint32_t InvertMask = 0; // a set bit drives that output low for logical 1
     };
-
-    static constexpr unsigned MaxLines = 32;
 
     // `lineCount`: the bank's width, 1..32 (the driver's, from its unit).
     CKVX_HdwDiscreteOutPort(
@@ -40,14 +38,10 @@ public:
     using CKVX_HdwPort::GetParameters;
     virtual unsigned GetParameters(CParameters* params);
 
-    unsigned GetLineCount() const { return m_LineCount; }
-    // Bits of the lines of the bank.
-    uint32_t GetLineMask() const;
     // 0 when `params` fit this bank, else 2.
     unsigned CheckParameters(const CParameters& params) const;
 
 protected:
     // Lock rule: m_Parameters changes only at Open.
     CParameters m_Parameters;
-    unsigned m_LineCount;
 };

@@ -79,6 +79,11 @@ void CKVX_HdwI2cMasterService::FailPending()
     SetStatus(HDW_SERVICE_FAILED);
 }
 
+void CKVX_HdwI2cMasterService::FailSent(unsigned result)
+{
+    m_Transfers->FailSent(result);
+}
+
 bool CKVX_HdwI2cMasterService::Complete(uint32_t wireTag, unsigned result, uint32_t acked, bool nackOnAddress,
     uint8_t fault, const uint8_t* data, unsigned count, uint64_t time)
 {
@@ -124,4 +129,11 @@ const CKVX_HdwI2cTransfer* CKVX_HdwI2cMasterService::PeekOldestSent(uint64_t& se
     if (p)
         sentAtMs = p->SentAtMs;
     return p ? &p->Transfer : nullptr;
+}
+
+bool CKVX_HdwI2cMasterService::PumpTransfers(uint64_t nowMs, unsigned maxOnUnit,
+    const std::function<bool(const CKVX_HdwI2cTransfer&, uint64_t)>& overdue,
+    const std::function<bool(uint32_t, const CKVX_HdwI2cTransfer&)>& attach)
+{
+    return hdw::bus::PumpTransfers(*m_Transfers, nowMs, maxOnUnit, overdue, attach);
 }

@@ -11,6 +11,7 @@
 #include <HdwLib/framework/HdwService.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 class HDWLIB_EXPORT CKVX_HdwI2cMasterService : public CKVX_HdwService {
@@ -66,6 +67,9 @@ protected:
         const uint8_t* data, unsigned count, uint64_t time);
     // Every submitted transfer ends with 15 and the service fails.
     void FailPending();
+    // The transfers on the unit end with `result` (they may or may not have
+    // run); those not sent yet stay queued and the service keeps running.
+    void FailSent(unsigned result);
 
     // The oldest submitted transfer whose command is not attached yet (its
     // wire tag in `wireTag`), or null.
@@ -76,6 +80,13 @@ protected:
     unsigned GetInFlightCount();
     // The oldest attached transfer and when it was attached; null when none.
     const CKVX_HdwI2cTransfer* PeekOldestSent(uint64_t& sentAtMs);
+    // One tick of the driver's sending: true (nothing sent) when the oldest
+    // transfer on the unit is overdue(t, sentAtMs); else the unsent ones go
+    // to attach(wireTag, t), in order, while fewer than maxOnUnit are on the
+    // unit and attach takes them (they count as sent at nowMs).
+    bool PumpTransfers(uint64_t nowMs, unsigned maxOnUnit,
+        const std::function<bool(const CKVX_HdwI2cTransfer&, uint64_t)>& overdue,
+        const std::function<bool(uint32_t, const CKVX_HdwI2cTransfer&)>& attach);
 
 private:
     struct SQueue;

@@ -79,6 +79,11 @@ void CKVX_HdwSpiMasterService::FailPending()
     SetStatus(HDW_SERVICE_FAILED);
 }
 
+void CKVX_HdwSpiMasterService::FailSent(unsigned result)
+{
+    m_Transfers->FailSent(result);
+}
+
 bool CKVX_HdwSpiMasterService::Complete(
     uint32_t wireTag, unsigned result, const uint8_t* data, unsigned count, uint64_t time)
 {
@@ -121,4 +126,11 @@ const CKVX_HdwSpiTransfer* CKVX_HdwSpiMasterService::PeekOldestSent(uint64_t& se
     if (p)
         sentAtMs = p->SentAtMs;
     return p ? &p->Transfer : nullptr;
+}
+
+bool CKVX_HdwSpiMasterService::PumpTransfers(uint64_t nowMs, unsigned maxOnUnit,
+    const std::function<bool(const CKVX_HdwSpiTransfer&, uint64_t)>& overdue,
+    const std::function<bool(uint32_t, const CKVX_HdwSpiTransfer&)>& attach)
+{
+    return hdw::bus::PumpTransfers(*m_Transfers, nowMs, maxOnUnit, overdue, attach);
 }

@@ -9,6 +9,7 @@
 #include <HdwLib/framework/HdwService.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 class HDWLIB_EXPORT CKVX_HdwSpiMasterService : public CKVX_HdwService {
@@ -49,6 +50,7 @@ protected:
     unsigned Enqueue(const CKVX_HdwSpiTransfer& t);
     bool Complete(uint32_t wireTag, unsigned result, const uint8_t* data, unsigned count, uint64_t time);
     void FailPending();
+    void FailSent(unsigned result);
 
     // The oldest submitted transfer whose command is not attached yet (its
     // wire tag in `wireTag`), or null.
@@ -59,6 +61,10 @@ protected:
     unsigned GetInFlightCount();
     // The oldest attached transfer and when it was attached; null when none.
     const CKVX_HdwSpiTransfer* PeekOldestSent(uint64_t& sentAtMs);
+    // One tick of the driver's sending (see the I2C service).
+    bool PumpTransfers(uint64_t nowMs, unsigned maxOnUnit,
+        const std::function<bool(const CKVX_HdwSpiTransfer&, uint64_t)>& overdue,
+        const std::function<bool(uint32_t, const CKVX_HdwSpiTransfer&)>& attach);
 
 private:
     struct SQueue;

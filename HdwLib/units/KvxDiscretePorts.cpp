@@ -100,3 +100,16 @@ unsigned CKVX_HdwKvxDiscreteOutPort::AttachConfiguration(bool enable)
         return HDW_ERR_LINK;
     return m_Unit->AttachDiscreteOutConfigCommand(m_DeviceInstance, m_Channel, m_Parameters, enable);
 }
+
+unsigned CKVX_HdwKvxDiscreteOutPort::AttachRestoredConfiguration()
+{
+    if (!m_Unit)
+        return HDW_ERR_LINK;
+    // The bank comes back driving what the application last wrote, not
+    // InitialState: a unit that restarts must not undo the test's outputs.
+    CKVX_HdwDiscreteOutPort::CParameters p = m_Parameters;
+    if (auto* out = dynamic_cast<CKVX_HdwDiscreteOutService*>(FindService(HDW_SERVICE_DISCRETE_OUT)))
+        if (out->GetStatus() == HDW_SERVICE_RUNNING)
+            out->GetCommanded(p.InitialState);
+    return m_Unit->AttachDiscreteOutConfigCommand(m_DeviceInstance, m_Channel, p, true);
+}

@@ -45,6 +45,9 @@ public:
     CKVX_HdwKvxCommandUnit* GetUnit() const { return m_Unit; }
     // Caller holds the device lock.
     unsigned AttachConfiguration(bool enable);
+    // The configuration again after the unit came back, driving the state
+    // the output service last commanded. Caller holds the device lock.
+    unsigned AttachRestoredConfiguration();
 
 protected:
     unsigned m_Channel;

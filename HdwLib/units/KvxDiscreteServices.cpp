@@ -17,6 +17,24 @@ unsigned RequestBank(CKVX_HdwService& service, bool input)
     return unit->AttachDiscreteReadCommand(port->GetDeviceId(), input ? bank : 0, input ? 0 : bank);
 }
 
+// The unit's own events to a discrete service; true when `event` was one.
+// A critical failure aborts the service. A unit lost and back: its fresh
+// session counts events from 0 again, so the old sequence base is forgotten
+// at the loss, and the state is asked for again on the return (its answer
+// gives the new base).
+bool TakeUnitEvent(CKVX_HdwService& service, CKVX_HdwEvent* event, bool& haveSequence, bool input)
+{
+    if (hdw::units::IsEvent(event, KvxEventCriticalFailure))
+        service.Abort();
+    else if (hdw::units::IsEvent(event, KvxEventUnitLost))
+        haveSequence = false;
+    else if (!hdw::units::IsEvent(event, KvxEventUnitBack))
+        return false;
+    else if (service.GetStatus() == HDW_SERVICE_RUNNING)
+        RequestBank(service, input);
+    return true;
+}
+
 } // namespace
 
 // ---- input --------------------------------------------------------------------
@@ -35,10 +53,8 @@ unsigned CKVX_HdwKvxDiscreteInService::Start()
 unsigned CKVX_HdwKvxDiscreteInService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
-    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
-        Abort();
+    if (TakeUnitEvent(*this, event, m_HaveSequence, true))
         return 0;
-    }
     if (hdw::units::IsEvent(event, KvxEventDiscreteIn)) {
         const auto* e = static_cast<const CKVX_HdwKvxDiscreteInEvent*>(event);
         UpdateState(
@@ -69,10 +85,8 @@ unsigned CKVX_HdwKvxDiscreteOutService::Start()
 
 unsigned CKVX_HdwKvxDiscreteOutService::ProcessEvent(CKVX_HdwEvent* event)
 {
-    if (hdw::units::IsEvent(event, KvxEventCriticalFailure)) {
-        Abort();
+    if (TakeUnitEvent(*this, event, m_HaveSequence, false))
         return 0;
-    }
     if (hdw::units::IsEvent(event, KvxEventDiscreteOut)) {
         const auto* e = static_cast<const CKVX_HdwKvxDiscreteOutEvent*>(event);
         UpdateDriven(e->State, e->Changed, e->Sequence, e->UnwrappedTime);

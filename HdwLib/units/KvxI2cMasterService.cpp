@@ -33,23 +33,18 @@ unsigned CKVX_HdwKvxI2cMasterService::HdwTimerHandler(uint64_t)
     if (!inst)
         return 0;
     const uint64_t now = unit->GetUnitTime();
-    uint64_t sentAt = 0;
-    if (const CKVX_HdwI2cTransfer* oldest = PeekOldestSent(sentAt)) {
-        const uint64_t bytes = oldest->Write.GetLength() + oldest->ReadLength + 3;
-        if (hdw::units::TransferOverdue(now, sentAt, bytes * m_UnitPort->GetI2cParameters().BusTimeoutMs)) {
-            FailPending();
-            return 0;
-        }
-    }
-    uint32_t tag = 0;
-    while (GetInFlightCount() < UnitQueue) {
-        const CKVX_HdwI2cTransfer* t = PeekUnsent(tag);
-        if (!t || !hdw::units::RecordFits(unit, inst, kRecordOverhead + t->Write.GetLength()))
-            break;
-        if (unit->AttachI2cTransferCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(), tag, *t) != 0)
-            break;
-        MarkSent(now);
-    }
+    const uint64_t busTimeoutMs = m_UnitPort->GetI2cParameters().BusTimeoutMs;
+    const bool overdue = PumpTransfers(
+        now, UnitQueue,
+        [&](const CKVX_HdwI2cTransfer& t, uint64_t sentAt) {
+            return hdw::units::TransferOverdue(now, sentAt, (t.Write.GetLength() + t.ReadLength + 3) * busTimeoutMs);
+        },
+        [&](uint32_t tag, const CKVX_HdwI2cTransfer& t) {
+            return hdw::units::RecordFits(unit, inst, kRecordOverhead + t.Write.GetLength()) &&
+                unit->AttachI2cTransferCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(), tag, t) == 0;
+        });
+    if (overdue)
+        FailPending();
     return 0;
 }
 
@@ -57,8 +52,9 @@ unsigned CKVX_HdwKvxI2cMasterService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
     if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        // The restarted unit forgets what it held; the rest go after the return.
         if (GetStatus() == HDW_SERVICE_RUNNING)
-            FailPending();
+            FailSent(HDW_ERR_LINK);
         return 0;
     }
     if (GetStatus() != HDW_SERVICE_RUNNING || !hdw::units::IsEvent(event, KvxEventI2cResult))

@@ -41,6 +41,12 @@ void CKVX_HdwKvxSorrelByteInBufferService::Append(const uint8_t* bytes, size_t c
         hdw::bus::AppendBytes(m_Bytes, bytes, count, BufferSize, m_Dropped);
 }
 
+void CKVX_HdwKvxSorrelByteInBufferService::CountUnitDropped(uint64_t bytes)
+{
+    CKVX_HdwServiceLock lock(*this);
+    m_Dropped += bytes;
+}
+
 unsigned CKVX_HdwKvxSorrelByteInBufferService::Read(
     unsigned char* bytes, unsigned int maxCount, unsigned int& readCount)
 {

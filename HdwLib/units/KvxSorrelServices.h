@@ -35,6 +35,9 @@ public:
 
     // Appends received bytes (caller holds the device lock).
     void Append(const uint8_t* bytes, size_t count);
+    // Adds bytes the unit dropped to GetDroppedCount (the port's Close does,
+    // from the unit's data context). Takes the device lock.
+    void CountUnitDropped(uint64_t bytes);
 
 protected:
     std::deque<uint8_t> m_Bytes;

@@ -116,6 +116,12 @@ unsigned CKVX_HdwKvxSorrelUartPort::Close()
     if (!IsOpen())
         return 0;
     std::vector<uint8_t> reply;
+    // The bytes the unit had to drop (its receive buffer full) are losses
+    // of this port's input: the data context says how many, before the
+    // port is gone at the unit.
+    if (Status(Request(CKVX_HdwHoe::CodeDctx, nullptr, 0, reply), reply) == 0 && reply.size() >= sorrel::DctxSize)
+        if (auto* in = dynamic_cast<CKVX_HdwKvxSorrelByteInBufferService*>(FindService(HDW_SERVICE_BYTE_IN_BUFFER)))
+            in->CountUnitDropped(sorrel::GetU32(reply.data() + sorrel::DctxDroppedAt));
     Request(CKVX_HdwHoe::CodeClosePort, nullptr, 0, reply);
     if (hdw::units::CSorrelChannel* ch = GetSorrelChannel()) {
         std::lock_guard<std::mutex> lock(ch->Mutex);

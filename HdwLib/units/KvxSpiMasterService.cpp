@@ -36,26 +36,21 @@ unsigned CKVX_HdwKvxSpiMasterService::HdwTimerHandler(uint64_t)
     if (!inst)
         return 0;
     const uint64_t now = unit->GetUnitTime();
-    uint64_t sentAt = 0;
-    if (const CKVX_HdwSpiTransfer* oldest = PeekOldestSent(sentAt)) {
-        const uint64_t bits = uint64_t(oldest->Out.GetLength()) * 8;
-        const uint64_t hz = m_UnitPort->GetRunningClockHz() ? m_UnitPort->GetRunningClockHz() : 1000;
-        if (hdw::units::TransferOverdue(now, sentAt, bits * 1000 / hz + 1)) {
-            FailPending();
-            return 0;
-        }
-    }
+    const uint64_t hz = m_UnitPort->GetRunningClockHz() ? m_UnitPort->GetRunningClockHz() : 1000;
     const uint8_t portSelect = m_UnitPort->GetSpiParameters().ChipSelect;
-    uint32_t tag = 0;
-    while (GetInFlightCount() < UnitQueue) {
-        const CKVX_HdwSpiTransfer* t = PeekUnsent(tag);
-        if (!t || !hdw::units::RecordFits(unit, inst, kRecordOverhead + t->Out.GetLength()))
-            break;
-        const uint8_t select = t->ChipSelect == CKVX_HdwSpiTransfer::PortChipSelect ? portSelect : t->ChipSelect;
-        if (unit->AttachSpiTransferCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(), tag, select, *t) != 0)
-            break;
-        MarkSent(now);
-    }
+    const bool overdue = PumpTransfers(
+        now, UnitQueue,
+        [&](const CKVX_HdwSpiTransfer& t, uint64_t sentAt) {
+            return hdw::units::TransferOverdue(now, sentAt, uint64_t(t.Out.GetLength()) * 8 * 1000 / hz + 1);
+        },
+        [&](uint32_t tag, const CKVX_HdwSpiTransfer& t) {
+            const uint8_t select = t.ChipSelect == CKVX_HdwSpiTransfer::PortChipSelect ? portSelect : t.ChipSelect;
+            return hdw::units::RecordFits(unit, inst, kRecordOverhead + t.Out.GetLength()) &&
+                unit->AttachSpiTransferCommand(m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(), tag, select, t) ==
+                0;
+        });
+    if (overdue)
+        FailPending();
     return 0;
 }
 
@@ -63,8 +58,9 @@ unsigned CKVX_HdwKvxSpiMasterService::ProcessEvent(CKVX_HdwEvent* event)
 {
     // Runs in the tick, under the device lock.
     if (hdw::units::IsEvent(event, KvxEventUnitLost)) {
+        // The restarted unit forgets what it held; the rest go after the return.
         if (GetStatus() == HDW_SERVICE_RUNNING)
-            FailPending();
+            FailSent(HDW_ERR_LINK);
         return 0;
     }
     if (GetStatus() != HDW_SERVICE_RUNNING || !hdw::units::IsEvent(event, KvxEventSpiResult))

@@ -278,7 +278,11 @@ void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInsta
         else if (auto* din = dynamic_cast<CKVX_HdwKvxDiscreteInPort*>(port))
             din->AttachConfiguration(true);
         else if (auto* dout = dynamic_cast<CKVX_HdwKvxDiscreteOutPort*>(port))
-            dout->AttachConfiguration(true);
+            dout->AttachRestoredConfiguration();
+        else if (auto* i2c = dynamic_cast<CKVX_HdwKvxI2cPort*>(port))
+            i2c->AttachConfiguration(true);
+        else if (auto* spi = dynamic_cast<CKVX_HdwKvxSpiPort*>(port))
+            spi->AttachConfiguration(true);
     }
     for (const CCommand& c : queued)
         inst->CommandList += c;

@@ -245,7 +245,6 @@ TEST(I2cSpiChecks, TransferAndParameterRanges)
         {"SPI 4096", spi(4096, 8), 0},
         {"SPI 4097", spi(4097, 8), 2},
         {"SPI 3 bytes of 16-bit words", spi(3, 16), 2},
-        {"SPI 3 bytes of 9-bit words", spi(3, 9), 2},
         {"SPI 4 bytes of 16-bit words", spi(4, 16), 0},
         {"I2C 100 kHz", i2cPort(100000, 25), 0},
         {"I2C 400 kHz", i2cPort(400000, 1), 0},
@@ -275,12 +274,9 @@ TEST_F(I2cSpiRig, AdmissionOfEachPort)
         {"I2C takes the I2C master", I2c, HDW_SERVICE_I2C_MASTER, 0},
         {"I2C takes no second one", I2c, HDW_SERVICE_I2C_MASTER, 26},
         {"I2C refuses the SPI master", I2c, HDW_SERVICE_SPI_MASTER, 10},
-        {"I2C refuses the signal service", I2c, HDW_SERVICE_SIGNAL, 10},
-        {"I2C refuses discrete input", I2c, HDW_SERVICE_DISCRETE_IN, 10},
         {"SPI takes the SPI master", Spi, HDW_SERVICE_SPI_MASTER, 0},
         {"SPI takes no second one", Spi, HDW_SERVICE_SPI_MASTER, 26},
         {"SPI refuses the I2C master", Spi, HDW_SERVICE_I2C_MASTER, 10},
-        {"SPI refuses byte output", Spi, HDW_SERVICE_BYTE_OUT_BUFFER, 10},
     };
     for (const auto& r : rows) {
         CKVX_HdwService* s = nullptr;

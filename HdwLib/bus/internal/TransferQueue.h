@@ -110,6 +110,16 @@ public:
         }
     }
 
+    // Every transfer whose command is attached ends with `result`, in order;
+    // the others stay queued (they are the later ones: transfers go out in order).
+    void FailSent(unsigned result)
+    {
+        while (!Pending.empty() && Pending.front().Sent) {
+            Pending.front().Transfer.Result = result;
+            FinishOldest();
+        }
+    }
+
     bool TakeOldest(T& out)
     {
         if (Done.empty())
@@ -196,6 +206,25 @@ unsigned RunTransfer(S& service, CTransferQueue<T>& queue, T& t, unsigned waitMs
             return queue.Take(id, t) ? t.Result : unsigned(HDW_ERR_PROBE_INCOMPLETE);
         }
     }
+}
+
+// One tick of a driver's sending, caller holds the device lock. True (and
+// nothing sent) when the oldest attached transfer is `overdue(t, sentAtMs)`;
+// else attaches the unsent ones in order, at `nowMs`, while fewer than
+// `maxOnUnit` are attached and `attach(wireTag, t)` takes them.
+template <class T, class Overdue, class Attach>
+bool PumpTransfers(CTransferQueue<T>& queue, uint64_t nowMs, unsigned maxOnUnit, Overdue&& overdue, Attach&& attach)
+{
+    if (const SPendingTransfer<T>* oldest = queue.OldestSent(); oldest && overdue(oldest->Transfer, oldest->SentAtMs))
+        return true;
+    while (queue.InFlight() < maxOnUnit) {
+        SPendingTransfer<T>* p = queue.FirstUnsent();
+        if (!p || !attach(p->WireTag, p->Transfer))
+            break;
+        p->Sent = true;
+        p->SentAtMs = nowMs;
+    }
+    return false;
 }
 
 // The operations both master services share, each under the device lock.

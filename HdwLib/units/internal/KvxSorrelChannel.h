@@ -25,6 +25,9 @@ constexpr unsigned BufferBytes = 16384; // the unit's transmit and receive buffe
 constexpr unsigned ResendMs = 50;
 constexpr unsigned KeepAliveMs = 250;
 constexpr unsigned RequestTries = 3;
+// Data context reply: 8 words; the sixth counts received bytes the unit dropped.
+constexpr unsigned DctxSize = 32;
+constexpr unsigned DctxDroppedAt = 20;
 constexpr unsigned RequestGapMs = 150;
 constexpr unsigned RequestWaitMs = 500;
 constexpr unsigned LineSettingsSize = 12;

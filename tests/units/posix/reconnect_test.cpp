@@ -107,7 +107,7 @@ public:
         while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
             Received.insert(Received.end(), chunk, chunk + n);
         CKVX_HdwSignalService::CSignal s;
-        while (Signals->GetSignal(s) == 0)
+        while (Signals && Signals->GetSignal(s) == 0)
             Seen.push_back(s);
     }
     bool WaitFor(const std::function<bool()>& done, unsigned timeoutMs = 20000)
@@ -694,4 +694,97 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     EXPECT_GT(bc->GetLostCount(), 0u);
     EXPECT_TRUE(bc->IsRunning());
     EXPECT_TRUE(rt->IsRunning());
+}
+
+// A service enabled on a port, then the port opened with `params`.
+template <class S, class P>
+S* OpenWith(UnitRig& rig, unsigned portType, unsigned channel, unsigned serviceType, const P& params)
+{
+    S* service = rig.Enable<S>(portType, channel, serviceType);
+    EXPECT_EQ(rig.Open(portType, channel, params), 0u);
+    return service;
+}
+
+// The discrete and I2C/SPI units after an unplug: the output bank comes
+// back driving what the application last wrote (not its InitialState), the
+// inputs report again with a fresh sequence base (no false loss); an I2C
+// transfer on the unit at the loss ends with 14, the masters are configured
+// again and the next transfers run.
+TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
+{
+    const UnitCase travin{
+        "travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Travin"};
+    const UnitCase wendal{
+        "wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Wendal"};
+    const auto replug = [](ReconnectRig& r, const std::function<void()>& whileAway = {}) {
+        const unsigned returns = r.Status().Returns;
+        r.Rig.Sim.Unplug();
+        ASSERT_TRUE(r.WaitFor([&] { return IsLost(r.Status().State); }));
+        if (whileAway)
+            whileAway();
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
+    };
+    {
+        ReconnectRig r(false, true, travin);
+        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        CKVX_HdwDiscreteInPort::CParameters ip;
+        ip.DebounceUs = 0;
+        CKVX_HdwDiscreteOutPort::CParameters op;
+        op.InitialState = 0x81;
+        auto* in = OpenWith<CKVX_HdwDiscreteInService>(r.Rig, HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
+        auto* out = OpenWith<CKVX_HdwDiscreteOutService>(r.Rig, HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
+        ASSERT_TRUE(in && out);
+        ASSERT_EQ(out->WriteAll(0x3C), 0u);
+        uint32_t state = 0;
+        uint64_t time = 0;
+        ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3C; }));
+        ASSERT_NO_FATAL_FAILURE(replug(r));
+        ASSERT_TRUE(r.WaitFor([&] { return out->GetDriven(state, time) == 0 && state == 0x3C; }));
+        ASSERT_EQ(out->Toggle(0x01), 0u);
+        ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3D; }));
+        // Debounce 0 came back too: the toggle is one change, nothing counted lost.
+        CKVX_HdwDiscreteInService::CChange last;
+        unsigned n = 0;
+        while (in->Read(&last, 1, n) == 0 && n) {}
+        EXPECT_EQ(last.State, 0x3Du);
+        uint64_t lost = 1;
+        ASSERT_EQ(in->GetLostCount(lost), 0u);
+        EXPECT_EQ(lost, 0u);
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[36 + 2], 2u); // open and return
+    }
+    {
+        ReconnectRig r(false, true, wendal);
+        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        CKVX_HdwI2cPort::CParameters ip;
+        ip.BusSpeed = 400000;
+        CKVX_HdwSpiPort::CParameters sp;
+        sp.Mode = 3;
+        auto* i2c = OpenWith<CKVX_HdwI2cMasterService>(r.Rig, HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
+        auto* spi = OpenWith<CKVX_HdwSpiMasterService>(r.Rig, HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
+        ASSERT_TRUE(i2c && spi);
+        // The unit takes the transfer; its answer is held back past the unplug.
+        r.Rig.Sim.SetAnswerDelayMs(5000);
+        CKVX_HdwI2cTransfer onUnit;
+        onUnit.Address = 0x50;
+        onUnit.ReadLength = 1;
+        ASSERT_EQ(i2c->Submit(onUnit), 0u);
+        ASSERT_TRUE(r.WaitFor([&] { return r.Rig.Sim.GetCounters().CommandsByCode[116] == 1; }));
+        ASSERT_NO_FATAL_FAILURE(replug(r, [&] { r.Rig.Sim.SetAnswerDelayMs(0); }));
+        CKVX_HdwI2cTransfer ended;
+        ASSERT_TRUE(r.WaitFor([&] { return i2c->ReadResult(ended) == 0; }));
+        EXPECT_EQ(ended.Result, unsigned(HDW_ERR_LINK));
+        EXPECT_EQ(i2c->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+        CKVX_HdwI2cTransfer w;
+        w.Address = 0x50;
+        const uint8_t bytes[] = {0x10, 7, 8};
+        w.Write = CKVX_Uint8Vector(bytes, 3);
+        EXPECT_EQ(i2c->Transfer(w, 20000), 0u);
+        CKVX_HdwSpiTransfer s;
+        s.Out = CKVX_Uint8Vector(bytes, 3);
+        ASSERT_EQ(spi->Transfer(s, 20000), 0u);
+        EXPECT_EQ(s.In.Items(), (std::vector<uint8_t>{0x10, 7, 8}));
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[112], 2u); // I2C master 0: open and return
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[115], 2u); // SPI master 1
+    }
 }

@@ -234,6 +234,30 @@ TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
     EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
 }
 
+// A line sped up beyond what lost packets let the unit pass on: its receive
+// buffer overflows, and Close adds what it dropped (its data context) to the
+// input's dropped count.
+TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
+{
+    SorrelRig rig(512);
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    rig.Sim.SetUdpDropFraction(0.2);
+    const auto bytes = Pattern(256 * 1024, 5);
+    ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), unsigned(bytes.size()), 0), 0u);
+    const auto lineDone = [&] {
+        rig.Drain(1);
+        const hdwsim::Counters c = rig.Sim.GetCounters();
+        return c.UartTransmitted[0] == bytes.size() && rig.Uarts[1].Got.size() + c.UartRxDropped[1] == bytes.size();
+    };
+    ASSERT_TRUE(sorrel_test::WaitUntil(lineDone, 60000));
+    rig.Sim.SetUdpDropFraction(0);
+    const uint64_t unitDropped = rig.Sim.GetCounters().UartRxDropped[1];
+    ASSERT_GT(unitDropped, 0u);
+    EXPECT_EQ(rig.Uarts[1].In->GetDroppedCount(), 0u);
+    EXPECT_EQ(rig.Uarts[1].Port->Close(), 0u);
+    EXPECT_EQ(rig.Uarts[1].In->GetDroppedCount(), unitDropped);
+}
+
 // An unplugged unit: the session says "LINK TIMEOUT!!!" once, the silent
 // ports fail their services; closing them still works.
 TEST(SorrelUnit, AnUnpluggedUnitFailsTheServicesAndReportsTheLinkTimeoutOnce)

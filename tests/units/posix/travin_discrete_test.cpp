@@ -166,6 +166,48 @@ TEST_F(TravinRig, ChangesTheUnitCouldNotSendAreCountedAsLost)
     EXPECT_EQ(lost, 3u);
 }
 
+// A burst while the unit's frames are held back: it keeps 1024 changes of
+// the bank unsent and drops the rest, and the sequence lets the library
+// count every dropped one once a later change arrives.
+TEST(TravinBurst, ChangesBeyondTheUnitsQueueAreCountedAsLost)
+{
+    UnitRig rig(Travin(), false);
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    auto* in = rig.Enable<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN);
+    ASSERT_NE(in, nullptr);
+    ASSERT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 0, InParams(0)), 0u);
+    uint32_t state = 0;
+    uint64_t time = 0;
+    ASSERT_TRUE(WaitUntil([&] { return in->GetState(state, time) == 0; }));
+    constexpr unsigned kEdges = 4000;
+    rig.Sim.SetAnswerDelayMs(1000); // no command is in flight meanwhile
+    ASSERT_TRUE(rig.Sim.BounceInput(0, 0, kEdges, 2));
+    ASSERT_TRUE(WaitUntil([&] {
+        const hdwsim::Counters c = rig.Sim.GetCounters();
+        return c.DiscreteInEvents[0] + c.DiscreteQueueFull == kEdges;
+    }));
+    rig.Sim.SetAnswerDelayMs(0);
+    std::vector<Change> got;
+    const auto readUntil = [&](const std::function<bool()>& done) {
+        return WaitUntil([&] {
+            Change chunk[512];
+            unsigned n = 0;
+            if (in->Read(chunk, 512, n) == 0)
+                got.insert(got.end(), chunk, chunk + n);
+            return done();
+        });
+    };
+    ASSERT_TRUE(readUntil([&] { return got.size() == 1024; }));
+    ASSERT_TRUE(rig.Sim.DriveInput(0, 0x02, 0x02));
+    ASSERT_TRUE(readUntil([&] { return got.back().State & 0x02; }));
+    const uint64_t dropped = rig.Sim.GetCounters().DiscreteQueueFull;
+    EXPECT_EQ(dropped, kEdges - 1024);
+    uint64_t lost = 0;
+    ASSERT_EQ(in->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, dropped);
+    EXPECT_EQ(got.size() + lost, kEdges + 1);
+}
+
 TEST_F(TravinRig, APulseLongerThanTheDebounceShowsTwiceAShorterOneNever)
 {
     Bank b = OpenBank(3, 1000);

@@ -38,11 +38,12 @@ constexpr uint32_t kMaxPulseUs = 10000000;
 
 } // namespace
 
-DiscreteBanks::DiscreteBanks(unsigned banks, Counters& counters, EmitFn emit, ClockFn clock)
+DiscreteBanks::DiscreteBanks(unsigned banks, Counters& counters, EmitFn emit, ClockFn clock, WaitingFn waiting)
     : m_Banks(std::min(banks, MaxBanks)),
       m_Count(counters),
       m_Emit(std::move(emit)),
-      m_Clock(std::move(clock))
+      m_Clock(std::move(clock)),
+      m_Waiting(std::move(waiting))
 {}
 
 void DiscreteBanks::Reset(uint64_t nowNs)
@@ -354,6 +355,10 @@ void DiscreteBanks::EmitIn(unsigned bank, uint32_t changed, uint8_t cause, uint6
         if (m_DropEvents > 0) {
             --m_DropEvents;
             ++m_Count.DiscreteDropped;
+            return;
+        }
+        if (m_Waiting(EventDiscreteIn, bank) >= ChangeQueueLimit) {
+            ++m_Count.DiscreteQueueFull;
             return;
         }
         ++m_Count.DiscreteInEvents[bank];

@@ -23,8 +23,13 @@ public:
     using EmitFn = std::function<void(unsigned type, unsigned sub, const uint8_t* params, size_t size)>;
     // The unit's 32-bit microsecond clock at a time in ns.
     using ClockFn = std::function<uint32_t(uint64_t ns)>;
+    // Event records of a type and sub-field emitted and not yet sent.
+    using WaitingFn = std::function<uint32_t(unsigned type, unsigned sub)>;
+    // Input events a bank holds unsent; a change beyond is not reported
+    // (counted in DiscreteQueueFull) but advances the sequence.
+    static constexpr uint32_t ChangeQueueLimit = 1024;
 
-    DiscreteBanks(unsigned banks, Counters& counters, EmitFn emit, ClockFn clock);
+    DiscreteBanks(unsigned banks, Counters& counters, EmitFn emit, ClockFn clock, WaitingFn waiting);
 
     // A fresh session: every bank off, sequences 0, inputs settled on the wire.
     void Reset(uint64_t nowNs);
@@ -93,6 +98,7 @@ private:
     Counters& m_Count;
     EmitFn m_Emit;
     ClockFn m_Clock;
+    WaitingFn m_Waiting;
     std::array<InBank, MaxBanks> m_In{};
     std::array<OutBank, MaxBanks> m_Out{};
     std::vector<Bounce> m_Bounces;

@@ -17,7 +17,8 @@ EventFramer::EventFramer(size_t maxFrameBytes) : m_MaxFrameBytes(std::max<size_t
 void EventFramer::AddEvent(unsigned type, unsigned subField, const uint8_t* params, size_t size)
 {
     m_Records.push_back(static_cast<uint8_t>(size + 1));
-    m_Records.push_back(static_cast<uint8_t>((type << 3) | (subField & 7)));
+    m_Records.push_back(TypeByte(type, subField));
+    ++m_Waiting[TypeByte(type, subField)];
     m_Records.insert(m_Records.end(), params, params + size);
     m_Ends.push_back(m_Records.size());
 }
@@ -59,6 +60,8 @@ void EventFramer::Close(const uint8_t* records, size_t size, unsigned count, uin
     f.Bytes.push_back(static_cast<uint8_t>(count & 0xFF));
     f.Bytes.push_back(static_cast<uint8_t>((count >> 8) & 0x0F));
     f.Bytes.insert(f.Bytes.end(), records, records + size);
+    for (size_t at = 0; at + 1 < size; at += size_t(records[at]) + 1)
+        f.Types.push_back(records[at + 1]);
     uint16_t crc = Crc16(f.Bytes.data() + start, f.Bytes.size() - start);
     if (m_CorruptFrames > 0) {
         --m_CorruptFrames;
@@ -82,6 +85,7 @@ size_t EventFramer::Take(uint64_t nowNs, size_t maxBytes, std::vector<uint8_t>& 
         bytes += b.size();
         ++taken;
         ++counters.FramesSent;
+        Release(m_Queue.front());
         m_Queue.pop_front();
     }
     return taken;
@@ -95,7 +99,15 @@ uint64_t EventFramer::NextReadyNs() const
 void EventFramer::Discard(Counters& counters)
 {
     counters.FramesLost += m_Queue.size();
+    for (const Frame& f : m_Queue)
+        Release(f);
     m_Queue.clear();
+}
+
+void EventFramer::Release(const Frame& f)
+{
+    for (uint8_t t : f.Types)
+        --m_Waiting[t];
 }
 
 void EventFramer::InsertStray(const std::vector<uint8_t>& bytes)

@@ -8,6 +8,7 @@
 
 #include <hdwsim/Counters.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -35,12 +36,17 @@ public:
     void CorruptNextCrc(unsigned frames) { m_CorruptFrames += frames; }
     void InsertStray(const std::vector<uint8_t>& bytes);
     void SetDelayNs(uint64_t ns) { m_DelayNs = ns; }
+    // Event records of this type and sub-field not yet taken by the link.
+    uint32_t Waiting(unsigned type, unsigned subField) const { return m_Waiting[TypeByte(type, subField)]; }
 
 private:
     struct Frame {
         uint64_t ReadyNs;
         std::vector<uint8_t> Bytes;
+        std::vector<uint8_t> Types; // type byte of each record, for m_Waiting
     };
+    static uint8_t TypeByte(unsigned type, unsigned subField) { return uint8_t((type << 3) | (subField & 7)); }
+    void Release(const Frame& f);
     void Close(const uint8_t* records, size_t size, unsigned count, uint64_t readyNs, Counters& counters);
 
     size_t m_MaxFrameBytes;
@@ -50,6 +56,7 @@ private:
     unsigned m_CorruptFrames = 0;
     std::vector<uint8_t> m_Stray;
     uint64_t m_DelayNs = 0;
+    std::array<uint32_t, 256> m_Waiting{};
 };
 
 } // namespace hdwsim

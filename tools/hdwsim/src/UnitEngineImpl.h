@@ -132,7 +132,8 @@ struct UnitEngine::Impl {
               model.DiscreteBanks, Count,
               [this](
                   unsigned type, unsigned sub, const uint8_t* params, size_t size) { Event(type, sub, params, size); },
-              [this](uint64_t ns) { return Clock(ns); })
+              [this](uint64_t ns) { return Clock(ns); },
+              [this](unsigned type, unsigned sub) { return Framer.Waiting(type, sub); })
     {
         Mil.SetSimulatedTerminals(options.MilStd1553Terminals);
         ResetChannels(0);

@@ -86,6 +86,7 @@ struct Counters {
     uint64_t DiscreteRefused = 0; // discrete records refused (bank, operation, length, pulse length)
     uint64_t DiscreteFiltered = 0; // input edges that did not outlast the debounce
     uint64_t DiscreteDropped = 0; // change events lost by DropNextDiscreteEvents
+    uint64_t DiscreteQueueFull = 0; // change events not reported: 1024 of the bank's unsent
     // I2C and SPI masters, per master.
     PerChannel I2cTransfers{}; // transfer records taken, refused ones too
     PerChannel I2cBytes{}; // bytes written and acknowledged plus bytes read
