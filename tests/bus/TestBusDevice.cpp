@@ -82,6 +82,8 @@ unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwServ
     case HDW_SERVICE_MIL1553_RT: s = new CKVX_HdwMilStd1553SingleRtService(port); break;
     case HDW_SERVICE_DISCRETE_IN: s = new CTestDiscreteInService(port); break;
     case HDW_SERVICE_DISCRETE_OUT: s = new CTestDiscreteOutService(port); break;
+    case HDW_SERVICE_I2C_MASTER: s = new CKVX_HdwI2cMasterService(port); break;
+    case HDW_SERVICE_SPI_MASTER: s = new CKVX_HdwSpiMasterService(port); break;
     default: s = new CTypedService(port, type);
     }
     port->GetServiceList() += s;
@@ -113,6 +115,8 @@ unsigned CTestBusDevice::Init(unsigned)
     AddPortDescriptor(0, new CTestMilPort(this, 0, "MIL0"), 0, "MIL-STD-1553 0");
     AddPortDescriptor(0, new CTestDiscreteInPort(this, 0, "DIN0", 8), 0, "discrete in 0");
     AddPortDescriptor(0, new CTestDiscreteOutPort(this, 0, "DOUT0", 8), 0, "discrete out 0");
+    AddPortDescriptor(0, new CTestI2cPort(this, 0, "I2C0"), 0, "I2C 0");
+    AddPortDescriptor(0, new CTestSpiPort(this, 0, "SPI0"), 0, "SPI 0");
     return 0;
 }
 

@@ -118,6 +118,8 @@ using CTestTxPort = CTestPort<CKVX_HdwArinc429TxPort>;
 using CTestMilPort = CTestPort<CKVX_HdwMilStd1553Port>;
 using CTestDiscreteInPort = CTestPort<CKVX_HdwDiscreteInPort>;
 using CTestDiscreteOutPort = CTestPort<CKVX_HdwDiscreteOutPort>;
+using CTestI2cPort = CTestPort<CKVX_HdwI2cPort>;
+using CTestSpiPort = CTestPort<CKVX_HdwSpiPort>;
 
 class CTestCanPort : public CTestPort<CKVX_HdwCanPort> {
 public:

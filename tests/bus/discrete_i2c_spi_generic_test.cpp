@@ -40,6 +40,14 @@ const AdmissionRow kAdmission[] = {
     {"dout refuses discrete input", HDW_PORT_DISCRETE_OUT, {}, HDW_SERVICE_DISCRETE_IN, HDW_ERR_WRONG_STATE},
     {"dout second output", HDW_PORT_DISCRETE_OUT, {HDW_SERVICE_DISCRETE_OUT}, HDW_SERVICE_DISCRETE_OUT,
         HDW_ERR_SERVICE_ALREADY_ENABLED},
+    {"i2c takes the I2C master", HDW_PORT_I2C, {}, HDW_SERVICE_I2C_MASTER, 0},
+    {"i2c second master", HDW_PORT_I2C, {HDW_SERVICE_I2C_MASTER}, HDW_SERVICE_I2C_MASTER,
+        HDW_ERR_SERVICE_ALREADY_ENABLED},
+    {"i2c refuses the SPI master", HDW_PORT_I2C, {}, HDW_SERVICE_SPI_MASTER, HDW_ERR_WRONG_STATE},
+    {"spi takes the SPI master", HDW_PORT_SPI, {}, HDW_SERVICE_SPI_MASTER, 0},
+    {"spi second master", HDW_PORT_SPI, {HDW_SERVICE_SPI_MASTER}, HDW_SERVICE_SPI_MASTER,
+        HDW_ERR_SERVICE_ALREADY_ENABLED},
+    {"spi refuses the I2C master", HDW_PORT_SPI, {}, HDW_SERVICE_I2C_MASTER, HDW_ERR_WRONG_STATE},
 };
 
 TEST_F(GenericPorts, AdmissionTable)
@@ -60,15 +68,19 @@ TEST_F(GenericPorts, AdmissionTable)
 
 TEST_F(GenericPorts, ServicesDoNotChangeOnAnOpenPort)
 {
-    for (unsigned portType : {unsigned(HDW_PORT_DISCRETE_IN), unsigned(HDW_PORT_DISCRETE_OUT)}) {
+    // Port type, the service enabled before Open, the one tried after it.
+    const unsigned rows[][3] = {{HDW_PORT_DISCRETE_IN, HDW_SERVICE_SIGNAL, HDW_SERVICE_DISCRETE_IN},
+        {HDW_PORT_DISCRETE_OUT, HDW_SERVICE_SIGNAL, HDW_SERVICE_DISCRETE_OUT},
+        {HDW_PORT_I2C, HDW_SERVICE_I2C_MASTER, HDW_SERVICE_I2C_MASTER},
+        {HDW_PORT_SPI, HDW_SERVICE_SPI_MASTER, HDW_SERVICE_SPI_MASTER}};
+    for (const auto& [portType, first, later] : rows) {
         SCOPED_TRACE(portType);
         CKVX_HdwPort* port = PortOf(portType);
-        CKVX_HdwService* signal = nullptr;
-        ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &signal, nullptr), 0u);
+        CKVX_HdwService* enabled = nullptr;
+        ASSERT_EQ(port->EnableService(first, &enabled, nullptr), 0u);
         ASSERT_EQ(port->Open(nullptr), 0u);
-        const unsigned own = portType == HDW_PORT_DISCRETE_IN ? HDW_SERVICE_DISCRETE_IN : HDW_SERVICE_DISCRETE_OUT;
-        EXPECT_EQ(port->EnableService(own, nullptr, nullptr), unsigned(HDW_ERR_WRONG_STATE));
-        EXPECT_EQ(port->DisableService(signal), unsigned(HDW_ERR_SERVICE_CHANGE_ON_OPEN_PORT));
+        EXPECT_EQ(port->EnableService(later, nullptr, nullptr), unsigned(HDW_ERR_WRONG_STATE));
+        EXPECT_EQ(port->DisableService(enabled), unsigned(HDW_ERR_SERVICE_CHANGE_ON_OPEN_PORT));
         EXPECT_EQ(port->GetServiceCount(), 1u);
         port->Close();
     }
@@ -111,6 +123,32 @@ std::string ObserveOut(CKVX_HdwService* s)
         std::to_string(lost) + "/" + std::to_string(out->GetStatus());
 }
 
+// Pending transfers and unread results of an I2C or SPI master.
+template <class M>
+std::string ObserveMaster(CKVX_HdwService* s)
+{
+    auto* m = static_cast<M*>(s);
+    unsigned pending = 0, results = 0;
+    m->GetPendingCount(pending);
+    m->GetResultCount(results);
+    return std::to_string(pending) + "/" + std::to_string(results) + "/" + std::to_string(m->GetStatus());
+}
+
+CKVX_HdwI2cTransfer I2cProbe()
+{
+    CKVX_HdwI2cTransfer t;
+    t.Address = 0x50;
+    t.ReadLength = 2;
+    return t;
+}
+
+CKVX_HdwSpiTransfer SpiBytes()
+{
+    CKVX_HdwSpiTransfer t;
+    t.Out.Create(2);
+    return t;
+}
+
 CKVX_HdwDiscreteOutService* Out(CKVX_HdwService* s)
 {
     return static_cast<CKVX_HdwDiscreteOutService*>(s);
@@ -133,6 +171,30 @@ const std::vector<NeedsUnitRow>& NeedsUnitRows()
             [](CKVX_HdwService* s) { return Out(s)->Pulse(0x01, 1000); }, ObserveOut},
         {"DiscreteOut Refresh", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
             [](CKVX_HdwService* s) { return Out(s)->Refresh(); }, ObserveOut},
+        {"I2c Submit", HDW_PORT_I2C, HDW_SERVICE_I2C_MASTER,
+            [](CKVX_HdwService* s) {
+                CKVX_HdwI2cTransfer t = I2cProbe();
+                return static_cast<CKVX_HdwI2cMasterService*>(s)->Submit(t);
+            },
+            ObserveMaster<CKVX_HdwI2cMasterService>},
+        {"I2c Transfer", HDW_PORT_I2C, HDW_SERVICE_I2C_MASTER,
+            [](CKVX_HdwService* s) {
+                CKVX_HdwI2cTransfer t = I2cProbe();
+                return static_cast<CKVX_HdwI2cMasterService*>(s)->Transfer(t, 10);
+            },
+            ObserveMaster<CKVX_HdwI2cMasterService>},
+        {"Spi Submit", HDW_PORT_SPI, HDW_SERVICE_SPI_MASTER,
+            [](CKVX_HdwService* s) {
+                CKVX_HdwSpiTransfer t = SpiBytes();
+                return static_cast<CKVX_HdwSpiMasterService*>(s)->Submit(t);
+            },
+            ObserveMaster<CKVX_HdwSpiMasterService>},
+        {"Spi Transfer", HDW_PORT_SPI, HDW_SERVICE_SPI_MASTER,
+            [](CKVX_HdwService* s) {
+                CKVX_HdwSpiTransfer t = SpiBytes();
+                return static_cast<CKVX_HdwSpiMasterService*>(s)->Transfer(t, 10);
+            },
+            ObserveMaster<CKVX_HdwSpiMasterService>},
     };
     return rows;
 }

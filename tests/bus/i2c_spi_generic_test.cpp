@@ -1,8 +1,8 @@
-// The generic I2C and SPI master classes: which services their ports admit,
-// what Open and the transfer checks refuse, which operations answer 8 until
-// a unit driver overrides them, and the transfer bookkeeping a driver relies
-// on (submission order, wire tags, Transfer waiting for its own result,
-// the bound, failure and stop).
+// The generic I2C and SPI master classes: what Open and the transfer checks
+// refuse, and the transfer bookkeeping a driver relies on (submission order,
+// wire tags, Transfer waiting for its own result, the bound, failure and
+// stop). Admission and the operations that answer 8 until a unit driver
+// overrides them are rows of discrete_i2c_spi_generic_test.
 #include "support/Wait.h"
 
 #include <HdwLib/HdwLib.h>
@@ -261,65 +261,6 @@ TEST(I2cSpiChecks, TransferAndParameterRanges)
     };
     for (const auto& r : rows)
         EXPECT_EQ(r.actual, r.expected) << r.name;
-}
-
-TEST_F(I2cSpiRig, AdmissionOfEachPort)
-{
-    const struct {
-        const char* name;
-        CKVX_HdwPort* port;
-        unsigned type;
-        unsigned expected;
-    } rows[] = {
-        {"I2C takes the I2C master", I2c, HDW_SERVICE_I2C_MASTER, 0},
-        {"I2C takes no second one", I2c, HDW_SERVICE_I2C_MASTER, 26},
-        {"I2C refuses the SPI master", I2c, HDW_SERVICE_SPI_MASTER, 10},
-        {"SPI takes the SPI master", Spi, HDW_SERVICE_SPI_MASTER, 0},
-        {"SPI takes no second one", Spi, HDW_SERVICE_SPI_MASTER, 26},
-        {"SPI refuses the I2C master", Spi, HDW_SERVICE_I2C_MASTER, 10},
-    };
-    for (const auto& r : rows) {
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(r.port->EnableService(r.type, &s, nullptr), r.expected) << r.name;
-    }
-    ASSERT_EQ(I2c->Open(nullptr), 0u);
-    EXPECT_EQ(I2c->EnableService(HDW_SERVICE_I2C_MASTER, nullptr, nullptr), 10u) << "open port";
-    EXPECT_EQ(I2c->DisableService(I2c->FindService(HDW_SERVICE_I2C_MASTER)), 1u) << "open port";
-}
-
-// Each operation that needs the unit, on a running generic service: 8 and
-// nothing queued.
-TEST_F(I2cSpiRig, OperationsNeedingTheUnitAnswer8)
-{
-    auto* i2c = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
-    auto* spi = Enable<CTestSpiMaster>(Spi, HDW_SERVICE_SPI_MASTER);
-    ASSERT_TRUE(i2c && spi);
-    ASSERT_EQ(I2c->Open(nullptr), 0u);
-    ASSERT_EQ(Spi->Open(nullptr), 0u);
-    ASSERT_EQ(i2c->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-    CKVX_HdwI2cTransfer it = I2cWrite(0x50, {1, 2});
-    CKVX_HdwSpiTransfer st;
-    st.Out = CKVX_Uint8Vector(reinterpret_cast<const uint8_t*>("ab"), 2);
-    const struct {
-        const char* name;
-        unsigned actual;
-    } rows[] = {
-        {"I2C Submit", i2c->Submit(it)},
-        {"I2C Transfer", i2c->Transfer(it, 10)},
-        {"SPI Submit", spi->Submit(st)},
-        {"SPI Transfer", spi->Transfer(st, 10)},
-    };
-    for (const auto& r : rows)
-        EXPECT_EQ(r.actual, 8u) << r.name;
-    unsigned pending = 9, results = 9;
-    EXPECT_EQ(i2c->GetPendingCount(pending), 0u);
-    EXPECT_EQ(i2c->GetResultCount(results), 0u);
-    EXPECT_EQ(pending + results, 0u);
-    EXPECT_EQ(spi->GetPendingCount(pending), 0u);
-    EXPECT_EQ(spi->GetResultCount(results), 0u);
-    EXPECT_EQ(pending + results, 0u);
-    EXPECT_EQ(i2c->ReadResult(it), 4u);
-    EXPECT_EQ(spi->ReadResult(st), 4u);
 }
 
 TEST_F(I2cSpiRig, BadOpenParametersChangeNothing)
