@@ -1,4 +1,5 @@
 #include <HdwLib/units/HdwKvxSorrelDevice.h>
+#include <HdwLib/units/internal/KvxReconnectAttempt.h>
 #include <HdwLib/units/internal/KvxSorrelChannel.h>
 
 #include <cstring>
@@ -10,7 +11,8 @@ CKVX_HdwKvxSorrelDevice::CDeviceInstance::CDeviceInstance() : m_Channels(new hdw
 
 CKVX_HdwKvxSorrelDevice::CDeviceInstance::~CDeviceInstance()
 {
-    // The receive thread uses the channels: it stops first.
+    // The attempt thread and the receive thread use the channels: they stop first.
+    Reconnect.Attempt->Cancel();
     EthDisconnect();
     delete[] m_Channels;
 }
@@ -159,6 +161,9 @@ unsigned CKVX_HdwKvxSorrelDevice::CreateInstancePorts(unsigned instance)
 unsigned CKVX_HdwKvxSorrelDevice::HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t)
 {
     // Called by the tick with the device lock held.
+    auto* sorrelInst = dynamic_cast<CDeviceInstance*>(GetDeviceInstance(instance));
+    if (sorrelInst && ReconnectEnabled())
+        WatchLink(*sorrelInst);
     if (CKVX_HdwDevice::CDeviceInstance* inst = GetDeviceInstance(instance))
         for (CKVX_HdwPort* port : inst->GetPortList())
             if (auto* uart = dynamic_cast<CUartPort*>(port))

@@ -11,6 +11,11 @@
 // number and acknowledged at once, their bytes wait in the UART's receive
 // queue for the tick, which moves them into the byte input service.
 //
+// With the manager's reconnect on, a unit whose open ports fell silent for
+// the link time-out is lost: the tick opens the session again on an attempt
+// thread with the command units' back-off, sends Open port and Configure
+// port for every port that was open, and the byte services go on.
+//
 //     CKVX_HdwManager manager;
 //     manager.AttachDevice(new CKVX_HdwKvxSorrelDevice);
 //     CKVX_HdwManager::CInitPortDesc link(9, "udp:192.168.0.20:55009");
@@ -19,8 +24,10 @@
 #include <HdwLib/links/HdwHoeDevice.h>
 #include <HdwLib/units/KvxSorrelServices.h>
 #include <HdwLib/units/KvxSorrelUartPort.h>
+#include <HdwLib/units/KvxUnitLink.h>
 
 #include <cstdint>
+#include <vector>
 
 class HDWLIB_EXPORT CKVX_HdwKvxSorrelDevice : public CKVX_HdwHoeDevice {
 public:
@@ -42,6 +49,9 @@ public:
         unsigned SendPortPacket(
             unsigned channel, uint32_t code, uint32_t number, const uint8_t* payload, unsigned size);
 
+        // Loss, retrying and counts of this unit (changed under the device lock).
+        CKVX_HdwKvxReconnectState Reconnect;
+
     private:
         void TakeData(unsigned channel, CKVX_HdwHoe::t_HoePacket_Union& packet);
         void TakeReply(unsigned channel, CKVX_HdwHoe::t_HoePacket_Union& packet);
@@ -59,4 +69,23 @@ public:
     unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     CKVX_HdwHoeDevice::CDeviceInstance* CreateDeviceInstance() override;
     unsigned CreateInstancePorts(unsigned instance) override;
+
+    // The unit's link state and counts: 0, or 2 for no such instance.
+    unsigned GetUnitLinkStatus(unsigned instance, CKVX_HdwKvxUnitLinkStatus& status);
+    // True while the manager's reconnect is on and the unit is lost (its
+    // ports neither send nor fail meanwhile).
+    bool IsUnitLost(unsigned instance);
+    // A port's Close of a lost unit: waits for a running attempt and, with
+    // no port left open, ends the outage.
+    void HoldAttempt(unsigned instance);
+    void EndOutage(unsigned instance);
+
+private:
+    bool ReconnectEnabled();
+    // The tick, device lock held.
+    void WatchLink(CDeviceInstance& inst);
+    void TakeOverLoss(CDeviceInstance& inst, uint64_t nowMs);
+    void FinishAttempt(CDeviceInstance& inst, unsigned rc, uint64_t nowMs);
+    // On the attempt thread: the session again, then every open port.
+    unsigned AttemptLink(CDeviceInstance& inst, const std::vector<CUartPort*>& ports);
 };

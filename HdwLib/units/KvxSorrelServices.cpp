@@ -94,16 +94,34 @@ unsigned CKVX_HdwKvxSorrelByteOutBufferService::Start()
     // The port was (re-)opened on the unit just now: numbering from 0, its
     // transmit buffer empty.
     m_Bytes.clear();
-    m_Unacked.clear();
-    m_Probe = CSent();
-    m_Next = 0;
-    m_Credit = sorrel::BufferBytes;
-    m_HaveAck = false;
-    m_ResetPending = false;
+    Resume();
     m_Resends = 0;
     m_Unplaced = 0;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
+}
+
+uint64_t CKVX_HdwKvxSorrelByteOutBufferService::ForgetInFlight()
+{
+    uint64_t bytes = 0;
+    for (const CSent& s : m_Unacked)
+        bytes += s.Data.size();
+    bytes += sorrel::BufferBytes - std::min<uint32_t>(m_UnitFree, sorrel::BufferBytes);
+    m_Unacked.clear();
+    m_Probe = CSent();
+    m_UnitFree = sorrel::BufferBytes;
+    return bytes;
+}
+
+void CKVX_HdwKvxSorrelByteOutBufferService::Resume()
+{
+    m_Unacked.clear();
+    m_Probe = CSent();
+    m_Next = 0;
+    m_Credit = sorrel::BufferBytes;
+    m_UnitFree = sorrel::BufferBytes;
+    m_HaveAck = false;
+    m_ResetPending = false;
 }
 
 unsigned CKVX_HdwKvxSorrelByteOutBufferService::Stop()
@@ -159,6 +177,7 @@ void CKVX_HdwKvxSorrelByteOutBufferService::TakeAcknowledgement()
         // The unit emptied its transmit buffer and expects this number next.
         m_Next = sorrel::GetU32(reply.Payload.data() + 8);
         m_Credit = sorrel::BufferBytes;
+        m_UnitFree = sorrel::BufferBytes;
         m_Probe = CSent();
         m_ResetPending = false;
         m_HaveAck = false;
@@ -188,6 +207,7 @@ void CKVX_HdwKvxSorrelByteOutBufferService::TakeAcknowledgement()
     for (const CSent& s : m_Unacked)
         inFlight += int64_t(s.Data.size());
     m_Credit = int64_t(free) - inFlight;
+    m_UnitFree = free;
 }
 
 unsigned CKVX_HdwKvxSorrelByteOutBufferService::SendData(const CSent& packet)

@@ -62,6 +62,13 @@ public:
 
     // Data buffers sent again after a missing acknowledgement, since Start.
     uint64_t GetResendCount() const { return m_Resends; }
+    // The unit was lost: forgets the Data buffers not acknowledged and
+    // answers their bytes plus those its transmit buffer still held at the
+    // latest acknowledgement (gone with its session). Queued bytes stay.
+    uint64_t ForgetInFlight();
+    // The port was opened again on the unit: numbering from 0, its
+    // transmit buffer empty; the queued bytes go out from the next tick.
+    void Resume();
 
 protected:
     struct CSent {
@@ -81,6 +88,7 @@ protected:
     CSent m_Probe;
     uint32_t m_Next = 0;
     int64_t m_Credit = 0;
+    uint32_t m_UnitFree = 0; // transmit buffer free bytes at the latest acknowledgement
     bool m_HaveAck = false;
     uint32_t m_LastAck = 0;
     bool m_ResetPending = false;

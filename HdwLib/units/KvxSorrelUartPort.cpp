@@ -1,4 +1,5 @@
 #include <HdwLib/framework/HdwDevice.h>
+#include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/units/HdwKvxSorrelDevice.h>
 #include <HdwLib/units/internal/KvxSorrelChannel.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
@@ -13,13 +14,6 @@ CKVX_HdwKvxSorrelDevice::CDeviceInstance* SorrelInstance(const CKVX_HdwPort& por
     return device
         ? dynamic_cast<CKVX_HdwKvxSorrelDevice::CDeviceInstance*>(device->GetDeviceInstance(port.GetDeviceId()))
         : nullptr;
-}
-
-unsigned Status(unsigned rc, const std::vector<uint8_t>& reply)
-{
-    if (rc != 0)
-        return rc;
-    return reply.size() >= 4 ? sorrel::GetU32(reply.data()) : static_cast<unsigned>(HDW_ERR_LINK);
 }
 
 } // namespace
@@ -108,18 +102,33 @@ unsigned CKVX_HdwKvxSorrelUartPort::OnOpening(CKVX_HdwPort::CParameters* params)
     uint8_t line[sorrel::LineSettingsSize];
     sorrel::EncodeLine(m_Parameters, line);
     std::vector<uint8_t> reply;
-    return Status(Request(CKVX_HdwHoe::CodeOpenPort, line, sizeof line, reply), reply);
+    return sorrel::ReplyStatus(Request(CKVX_HdwHoe::CodeOpenPort, line, sizeof line, reply), reply);
 }
 
 unsigned CKVX_HdwKvxSorrelUartPort::Close()
 {
     if (!IsOpen())
         return 0;
+    auto* device = dynamic_cast<CKVX_HdwKvxSorrelDevice*>(GetHdwDevice());
+    if (device)
+        device->HoldAttempt(m_DeviceInstance);
+    if (device && device->IsUnitLost(m_DeviceInstance)) {
+        // Nothing to tell a unit that is gone; the outage ends with the last port.
+        if (hdw::units::CSorrelChannel* ch = GetSorrelChannel()) {
+            std::lock_guard<std::mutex> lock(ch->Mutex);
+            ch->Open = false;
+            ch->RxBytes.clear();
+        }
+        const unsigned rc = CKVX_HdwUartPort::Close();
+        device->EndOutage(m_DeviceInstance);
+        return rc;
+    }
     std::vector<uint8_t> reply;
     // The bytes the unit had to drop (its receive buffer full) are losses
     // of this port's input: the data context says how many, before the
     // port is gone at the unit.
-    if (Status(Request(CKVX_HdwHoe::CodeDctx, nullptr, 0, reply), reply) == 0 && reply.size() >= sorrel::DctxSize)
+    if (sorrel::ReplyStatus(Request(CKVX_HdwHoe::CodeDctx, nullptr, 0, reply), reply) == 0 &&
+        reply.size() >= sorrel::DctxSize)
         if (auto* in = dynamic_cast<CKVX_HdwKvxSorrelByteInBufferService*>(FindService(HDW_SERVICE_BYTE_IN_BUFFER)))
             in->CountUnitDropped(sorrel::GetU32(reply.data() + sorrel::DctxDroppedAt));
     Request(CKVX_HdwHoe::CodeClosePort, nullptr, 0, reply);
@@ -151,6 +160,11 @@ unsigned CKVX_HdwKvxSorrelUartPort::HdwTimerHandler(uint64_t ticks)
     hdw::units::CSorrelChannel* ch = GetSorrelChannel();
     if (!ch)
         return CKVX_HdwUartPort::HdwTimerHandler(ticks);
+    auto* device = static_cast<CKVX_HdwKvxSorrelDevice*>(GetHdwDevice());
+    const bool reconnect = device->GetManager() && device->GetManager()->IsReconnectEnabled();
+    // A lost unit: nothing goes out until the port is opened again there.
+    if (reconnect && device->IsUnitLost(m_DeviceInstance))
+        return 0;
     const auto now = sorrel::Clock::now();
     bool keepAlive = false, resetAgain = false, silent = false;
     uint32_t number = 0;
@@ -168,7 +182,8 @@ unsigned CKVX_HdwKvxSorrelUartPort::HdwTimerHandler(uint64_t ticks)
         SendPortPacket(CKVX_HdwHoe::CodeRstRx, number, nullptr, 0);
     else if (keepAlive)
         SendPortPacket(CKVX_HdwHoe::CodeKeepAlivePort, number, nullptr, 0);
-    if (silent) {
+    // With reconnect on, the device's tick takes a silent unit over instead.
+    if (silent && !reconnect) {
         for (CKVX_HdwService* s : m_Services)
             if (s->GetStatus() == HDW_SERVICE_RUNNING)
                 s->Abort();

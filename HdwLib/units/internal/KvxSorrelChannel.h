@@ -67,6 +67,14 @@ inline uint32_t GetU32(const uint8_t* at)
     return uint32_t(at[0]) | uint32_t(at[1]) << 8 | uint32_t(at[2]) << 16 | uint32_t(at[3]) << 24;
 }
 
+// The status of a request's reply, or the request's own failure.
+inline unsigned ReplyStatus(unsigned rc, const std::vector<uint8_t>& reply)
+{
+    if (rc != 0)
+        return rc;
+    return reply.size() >= 4 ? GetU32(reply.data()) : static_cast<unsigned>(HDW_ERR_LINK);
+}
+
 // a is after b in 32-bit wrapping numbering (or equal).
 inline bool NotBefore(uint32_t a, uint32_t b)
 {

@@ -24,6 +24,10 @@ using testsupport::WaitUntil;
 // Room for everything a test sends, so that a slow reader never drops.
 constexpr uint32_t kInBufferBytes = 8u << 20;
 
+// Bytes a UART of the unit may hold received and not yet sent to the host
+// (one Data buffer) when the unit goes away: the host cannot count them.
+constexpr size_t kGatherSlack = 1024;
+
 // Sanitized builds run the host side several times slower than a user's
 // build does: there the lines run at an eighth of the asked speed-up, no
 // faster than a real 921,600 bit/s line, which such a host keeps up with.
@@ -83,6 +87,10 @@ public:
         std::string error;
         ASSERT_TRUE(Sim.Start(&error)) << error;
         ASSERT_EQ(Manager.AttachDevice(&Device), 0u);
+        CKVX_HdwManager::CParameters mp;
+        ASSERT_EQ(Manager.GetParameters(mp), 0u);
+        mp.Reconnect = Reconnect;
+        ASSERT_EQ(Manager.SetParameters(mp), 0u);
         CKVX_HdwManager::CInitPortDesc link(9, "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()));
         ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
         ASSERT_EQ(link.Result, 0u);
@@ -144,6 +152,7 @@ public:
             timeoutMs);
     }
 
+    bool Reconnect = false; // the manager's reconnect, set before Start
     hdwsim::Emulator Sim;
     CKVX_HdwKvxSorrelDevice Device; // outlives the manager, which does not own it
     CKVX_HdwManager Manager;
