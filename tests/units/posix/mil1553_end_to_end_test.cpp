@@ -215,6 +215,9 @@ TEST_P(Mil1553, OneShotListsOf32AndOneThatNeverFits)
     ASSERT_EQ(bc->BuildConfiguration(c), 0u);
     ASSERT_EQ(bc->LoadConfiguration(), 0u);
     ASSERT_EQ(bc->RunBc(), 0u);
+    // A scheduled transfer read: the run configuration has reached the unit,
+    // so the next configuration it counts is the one-shot list's.
+    ASSERT_FALSE(ReadTransfers(bc, 1).empty());
     Msg tooLong = BcToRt(7, 2, Words(32, 0x55)); // 698 µs
     tooLong.Retry = Msg::RetrySameBus; // twice that
     EXPECT_EQ(bc->SendOneShot(tooLong), 2u);
