@@ -27,11 +27,12 @@ Bytes Concat(std::initializer_list<Bytes> parts)
 // A host frame around `records`, with the CRC computed bit by bit.
 Bytes HostFrame(const std::vector<Bytes>& records)
 {
-    Bytes body = Concat({});
+    size_t size = 0;
     for (const Bytes& r : records)
-        body.insert(body.end(), r.begin(), r.end());
-    Bytes f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t(body.size() >> 8)};
-    f.insert(f.end(), body.begin(), body.end());
+        size += r.size();
+    Bytes f = {0xA5, uint8_t(size & 0xFF), uint8_t(size >> 8)};
+    for (const Bytes& r : records)
+        f.insert(f.end(), r.begin(), r.end());
     AppendCrc(f);
     return f;
 }
@@ -51,6 +52,15 @@ Bytes ReadHostFrame(PtyPair& pty)
     Bytes rest = pty.ReadMaster(n + 2);
     head.insert(head.end(), rest.begin(), rest.end());
     return head;
+}
+
+// Echoes the commands of `frame` in one unit frame.
+Bytes EchoesOf(const Bytes& frame)
+{
+    std::vector<Bytes> echoes;
+    for (size_t p = 3; p + 4 <= frame.size() - 2; p += frame[p])
+        echoes.push_back(EchoRecord(uint16_t(frame[p + 2] | frame[p + 3] << 8)));
+    return UnitFrame(echoes);
 }
 
 // ---- an opened link, driven from the test thread --------------------------------------
@@ -345,12 +355,8 @@ protected:
     std::thread EchoingUnit(Bytes* seen)
     {
         return std::thread([this, seen] {
-            Bytes frame = ReadHostFrame(pty);
-            *seen = frame;
-            std::vector<Bytes> echoes;
-            for (size_t p = 3; p + 4 <= frame.size() - 2; p += frame[p])
-                echoes.push_back(EchoRecord(uint16_t(frame[p + 2] | frame[p + 3] << 8)));
-            pty.WriteMaster(UnitFrame(echoes));
+            *seen = ReadHostFrame(pty);
+            pty.WriteMaster(EchoesOf(*seen));
         });
     }
 
@@ -367,15 +373,6 @@ protected:
     std::atomic<bool> stop{false};
     std::thread ticker;
 };
-
-// Echoes the commands of `frame` in one unit frame.
-Bytes EchoesOf(const Bytes& frame)
-{
-    std::vector<Bytes> echoes;
-    for (size_t p = 3; p + 4 <= frame.size() - 2; p += frame[p])
-        echoes.push_back(EchoRecord(uint16_t(frame[p + 2] | frame[p + 3] << 8)));
-    return UnitFrame(echoes);
-}
 
 // The records of one host frame, in order.
 std::vector<Bytes> RecordsOf(const Bytes& frame)

@@ -7,6 +7,7 @@
 #include "Mil1553Rig.h"
 
 #include <atomic>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -123,6 +124,29 @@ public:
     {
         return size_t(std::count_if(Seen.begin(), Seen.end(), [&](const auto& s) { return s.Kind == kind; }));
     }
+    // Closes, or opens, both ports of the ARINC 429 pair.
+    void ClosePair()
+    {
+        for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
+            EXPECT_EQ(Rig.Port(type, kCh)->Close(), 0u);
+    }
+    void OpenPair()
+    {
+        for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
+            ASSERT_EQ(Rig.Open(type, kCh), 0u);
+    }
+    // Unplugs the unit, waits until it is lost, runs `whileAway`, plugs it
+    // back and waits for its return.
+    void Replug(const std::function<void()>& whileAway = {})
+    {
+        const unsigned returns = Status().Returns;
+        Rig.Sim.Unplug();
+        ASSERT_TRUE(WaitFor([&] { return IsLost(Status().State); }));
+        if (whileAway)
+            whileAway();
+        ASSERT_TRUE(Rig.Sim.Plug());
+        ASSERT_TRUE(WaitFor([&] { return Status().Returns == returns + 1; }));
+    }
     bool HasWord(uint32_t seq) const
     {
         return std::any_of(Received.begin(), Received.end(), [&](const auto& w) { return w.Data == seq; });
@@ -146,17 +170,16 @@ void RunCycles(bool udp)
 {
     ReconnectRig r(udp, true);
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    const std::string where = udp ? "UDP" : "pty";
     for (unsigned cycle = 0; cycle < kCycles; ++cycle) {
+        SCOPED_TRACE(cycle);
         // Traffic flows: the last word of a batch arrives.
         r.WriteNext(kBatch);
         const uint32_t last = r.Written() - 1;
-        ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << where << " cycle " << cycle;
+        ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); }));
         // More words, then the cable goes while they are on their way.
         r.WriteNext(kBatch);
         r.Rig.Sim.Unplug();
-        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }))
-            << where << " cycle " << cycle << ": no unit-lost signal";
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
         EXPECT_EQ(r.Status().Outages, cycle + 1);
         // Words written while it is away wait in the service.
         r.WriteNext(kBatch);
@@ -164,98 +187,82 @@ void RunCycles(bool udp)
         // UDP an attempt takes seconds: once is enough there).
         if (!udp || cycle == 0) {
             const uint32_t failed = r.Status().FailedAttempts;
-            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }))
-                << where << " cycle " << cycle << ": no attempt while unplugged";
+            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }));
             EXPECT_TRUE(IsLost(r.Status().State));
         }
         ASSERT_TRUE(r.Rig.Sim.Plug());
-        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }))
-            << where << " cycle " << cycle << ": no unit-back signal";
+        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
         // The services never failed.
-        EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << where << " cycle " << cycle;
-        EXPECT_EQ(r.Pair.Out->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << where << " cycle " << cycle;
+        EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+        EXPECT_EQ(r.Pair.Out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
     }
     // Traffic after the last return: everything written is through.
     r.WriteNext(kBatch);
     const uint32_t last = r.Written() - 1;
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << where << ": traffic did not resume";
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << "traffic did not resume";
 
     // Each word at most once and in the order written; the gaps are no more
     // than what the library reported as lost.
     for (size_t i = 1; i < r.Received.size(); ++i)
-        ASSERT_GT(r.Received[i].Data, r.Received[i - 1].Data) << where << " word " << i;
+        ASSERT_GT(r.Received[i].Data, r.Received[i - 1].Data) << "word " << i;
     const uint64_t missing = r.Written() - r.Received.size();
     const CKVX_HdwKvxUnitLinkStatus s = r.Status();
-    EXPECT_LE(missing, s.LostItems) << where;
+    EXPECT_LE(missing, s.LostItems);
     EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
     EXPECT_EQ(s.Outages, kCycles);
     EXPECT_EQ(s.Returns, kCycles);
 
     // The signals come in pairs, lost before back, counting up.
-    ASSERT_EQ(r.Seen.size(), 2 * kCycles) << where;
+    ASSERT_EQ(r.Seen.size(), 2 * kCycles);
     uint64_t lostItems = 0;
     for (unsigned i = 0; i < kCycles; ++i) {
         const auto& lost = r.Seen[2 * i];
         const auto& back = r.Seen[2 * i + 1];
-        EXPECT_EQ(lost.Kind, unsigned(HDW_SIGNAL_UNIT_LOST)) << where << " " << i;
-        EXPECT_EQ(lost.Value, i + 1) << where;
-        EXPECT_EQ(back.Kind, unsigned(HDW_SIGNAL_UNIT_BACK)) << where << " " << i;
-        EXPECT_EQ(back.Value, i + 1) << where;
+        EXPECT_EQ(lost.Kind, unsigned(HDW_SIGNAL_UNIT_LOST)) << i;
+        EXPECT_EQ(lost.Value, i + 1);
+        EXPECT_EQ(back.Kind, unsigned(HDW_SIGNAL_UNIT_BACK)) << i;
+        EXPECT_EQ(back.Value, i + 1);
         EXPECT_EQ(back.Port, r.Rig.Port(HDW_PORT_ARINC429_RX, kCh));
         lostItems += lost.Aux;
     }
-    EXPECT_EQ(lostItems, s.LostItems) << where;
+    EXPECT_EQ(lostItems, s.LostItems);
 }
 
-TEST(Reconnect, FiveUnplugsOverPtyDuringTraffic)
+TEST(Reconnect, FiveUnplugsOverPtyAndRestartsOverUdpDuringTraffic)
 {
-    RunCycles(false);
-}
-
-TEST(Reconnect, FiveRestartsOverUdpDuringTraffic)
-{
-    RunCycles(true);
+    for (bool udp : {false, true}) {
+        SCOPED_TRACE(udp ? "UDP" : "pty");
+        RunCycles(udp);
+    }
 }
 
 // Without the switch: the services fail as before, nothing is retried, and
 // once the unit is back, closing and opening the ports by hand works.
-void RunWithoutReconnect(bool udp)
+TEST(Reconnect, OffFailsServicesAndReopensByHandOverPtyAndUdp)
 {
-    ReconnectRig r(udp, false);
-    ASSERT_NO_FATAL_FAILURE(r.Start());
-    const std::string where = udp ? "UDP" : "pty";
-    r.WriteNext(kBatch);
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(kBatch - 1); })) << where;
-    r.Rig.Sim.Unplug();
-    r.WriteNext(1);
-    ASSERT_TRUE(r.WaitFor([&] { return r.Pair.In->GetStatus() == unsigned(HDW_SERVICE_FAILED); })) << where;
-    ASSERT_TRUE(r.Rig.Sim.Plug());
-    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
-    EXPECT_EQ(s.Outages, 0u);
-    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
-    EXPECT_TRUE(r.Seen.empty());
-
-    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
-    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u) << where;
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u) << where;
-    r.Received.clear();
-    std::vector<CKVX_HdwArinc429Message> sent;
-    for (unsigned i = 0; i < kBatch; ++i)
-        sent.push_back(Word(0x52, i));
-    ASSERT_EQ(r.Pair.Out->Write(sent.data(), kBatch, 0), 0u);
-    const auto got = ReadAll<CKVX_HdwArinc429Message>(r.Pair.In, kBatch);
-    EXPECT_EQ(got, sent) << where;
-}
-
-TEST(Reconnect, OffOverPtyFailsServicesAndReopensByHand)
-{
-    RunWithoutReconnect(false);
-}
-
-TEST(Reconnect, OffOverUdpFailsServicesAndReopensByHand)
-{
-    RunWithoutReconnect(true);
+    for (bool udp : {false, true}) {
+        SCOPED_TRACE(udp ? "UDP" : "pty");
+        ReconnectRig r(udp, false);
+        ASSERT_NO_FATAL_FAILURE(r.Start());
+        r.WriteNext(kBatch);
+        ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(kBatch - 1); }));
+        r.Rig.Sim.Unplug();
+        r.WriteNext(1);
+        ASSERT_TRUE(r.WaitFor([&] { return r.Pair.In->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
+        ASSERT_TRUE(r.Rig.Sim.Plug());
+        const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+        EXPECT_EQ(s.Outages, 0u);
+        EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+        EXPECT_TRUE(r.Seen.empty());
+        r.ClosePair();
+        ASSERT_NO_FATAL_FAILURE(r.OpenPair());
+        r.Received.clear();
+        std::vector<CKVX_HdwArinc429Message> sent;
+        for (unsigned i = 0; i < kBatch; ++i)
+            sent.push_back(Word(0x52, i));
+        ASSERT_EQ(r.Pair.Out->Write(sent.data(), kBatch, 0), 0u);
+        EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(r.Pair.In, kBatch), sent);
+    }
 }
 
 // The emulator's side alone: the link path follows the pseudo-terminal.
@@ -349,8 +356,7 @@ TEST(Reconnect, ClosingThePortsOfALostUnitStopsRetryingAndAReopenWorks)
     r.Rig.Sim.Unplug();
     r.WriteNext(1);
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
-    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    r.ClosePair();
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
     const uint32_t attempts = r.Status().FailedAttempts;
     ASSERT_TRUE(r.Rig.Sim.Plug());
@@ -362,8 +368,7 @@ TEST(Reconnect, ClosingThePortsOfALostUnitStopsRetryingAndAReopenWorks)
     EXPECT_EQ(r.Status().Returns, 0u);
     EXPECT_EQ(r.Rig.Sim.GetCounters().FramesReceived, frames) << "the unit was spoken to";
 
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u);
+    ASSERT_NO_FATAL_FAILURE(r.OpenPair());
     r.WriteNext(20);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(20); }));
     for (size_t i = 1; i < r.Received.size(); ++i)
@@ -454,10 +459,8 @@ TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
     auto write = [&](unsigned count) {
         std::vector<CKVX_HdwCanMessage> frames;
         for (unsigned i = 0; i < count; ++i, ++next) {
-            CKVX_HdwCanMessage m = Frame(0x123, 4, 0);
-            for (unsigned b = 0; b < 4; ++b)
-                m.Data[b] = uint8_t(next >> (8 * b));
-            frames.push_back(m);
+            frames.push_back(Frame(0x123, 4, 0));
+            std::memcpy(frames.back().Data, &next, 4);
         }
         ASSERT_EQ(out->Write(frames.data(), count, 0), 0u);
     };
@@ -466,8 +469,7 @@ TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
         unsigned n = 0;
         while (in->Read(chunk, 128, n) == 0 && n > 0)
             for (unsigned k = 0; k < n; ++k)
-                got.push_back(uint32_t(chunk[k].Data[0]) | uint32_t(chunk[k].Data[1]) << 8 |
-                    uint32_t(chunk[k].Data[2]) << 16 | uint32_t(chunk[k].Data[3]) << 24);
+                std::memcpy(&got.emplace_back(), chunk[k].Data, 4);
     };
     auto arrived = [&](uint32_t counter) {
         return r.WaitFor([&] {
@@ -479,10 +481,7 @@ TEST(Reconnect, CanFramesWithACounterSurviveUnplugsInOrder)
         ASSERT_NO_FATAL_FAILURE(write(100));
         ASSERT_TRUE(arrived(next - 1)) << "cycle " << cycle;
         ASSERT_NO_FATAL_FAILURE(write(100));
-        r.Rig.Sim.Unplug();
-        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
-        ASSERT_TRUE(r.Rig.Sim.Plug());
-        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
+        ASSERT_NO_FATAL_FAILURE(r.Replug());
     }
     ASSERT_NO_FATAL_FAILURE(write(100));
     ASSERT_TRUE(arrived(next - 1)) << "traffic did not resume";
@@ -515,13 +514,11 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
 
     // Closing the ports while an attempt runs waits for it and ends the outage.
     ASSERT_TRUE(r.WaitFor([&] { return r.Status().State == HDW_UNIT_LINK_OPENING; }, 30000));
-    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
-    EXPECT_EQ(r.Rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    r.ClosePair();
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
     ASSERT_TRUE(r.Rig.Sim.Plug());
     // The unit opens by hand as on a fresh start and carries words.
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, kCh), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, kCh), 0u);
+    ASSERT_NO_FATAL_FAILURE(r.OpenPair());
     r.WriteNext(20);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
@@ -580,10 +577,7 @@ TEST(Reconnect, CanByteStreamResumesAfterUnplugsAndCountsWhatWasInTheFifo)
             drain();
             return pending.size() >= before + 800;
         }));
-        r.Rig.Sim.Unplug();
-        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
-        ASSERT_TRUE(r.Rig.Sim.Plug());
-        ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
+        ASSERT_NO_FATAL_FAILURE(r.Replug());
         ASSERT_TRUE(r.WaitFor([&] {
             drain();
             return idle();
@@ -639,11 +633,7 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
     };
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x123) >= 3; }));
 
-    r.Rig.Sim.Unplug();
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    ASSERT_EQ(out->UpdateMessages(&later, 1), 0u);
-    ASSERT_TRUE(r.Rig.Sim.Plug());
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+    ASSERT_NO_FATAL_FAILURE(r.Replug([&] { ASSERT_EQ(out->UpdateMessages(&later, 1), 0u); }));
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x456) >= 3; })) << "the label did not come back";
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
@@ -667,13 +657,11 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     ASSERT_TRUE(rt && bc);
     ASSERT_GE(ReadTransfers(bc, 10).size(), 10u);
 
-    r.Rig.Sim.Unplug();
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    ReadTransfers(bc, 100000, 0); // what came before the loss
-    ReadTransfers(rt, 100000, 0);
-    ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
-    ASSERT_TRUE(r.Rig.Sim.Plug());
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+    ASSERT_NO_FATAL_FAILURE(r.Replug([&] {
+        ReadTransfers(bc, 100000, 0); // what came before the loss
+        ReadTransfers(rt, 100000, 0);
+        ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
+    }));
 
     const std::vector<Msg> got = ReadTransfers(bc, 40);
     ASSERT_GE(got.size(), 40u);
@@ -716,15 +704,6 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         "travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Travin"};
     const UnitCase wendal{
         "wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Wendal"};
-    const auto replug = [](ReconnectRig& r, const std::function<void()>& whileAway = {}) {
-        const unsigned returns = r.Status().Returns;
-        r.Rig.Sim.Unplug();
-        ASSERT_TRUE(r.WaitFor([&] { return IsLost(r.Status().State); }));
-        if (whileAway)
-            whileAway();
-        ASSERT_TRUE(r.Rig.Sim.Plug());
-        ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
-    };
     {
         ReconnectRig r(false, true, travin);
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
@@ -739,7 +718,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         uint32_t state = 0;
         uint64_t time = 0;
         ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3C; }));
-        ASSERT_NO_FATAL_FAILURE(replug(r));
+        ASSERT_NO_FATAL_FAILURE(r.Replug());
         ASSERT_TRUE(r.WaitFor([&] { return out->GetDriven(state, time) == 0 && state == 0x3C; }));
         ASSERT_EQ(out->Toggle(0x01), 0u);
         ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3D; }));
@@ -770,7 +749,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         onUnit.ReadLength = 1;
         ASSERT_EQ(i2c->Submit(onUnit), 0u);
         ASSERT_TRUE(r.WaitFor([&] { return r.Rig.Sim.GetCounters().CommandsByCode[116] == 1; }));
-        ASSERT_NO_FATAL_FAILURE(replug(r, [&] { r.Rig.Sim.SetAnswerDelayMs(0); }));
+        ASSERT_NO_FATAL_FAILURE(r.Replug([&] { r.Rig.Sim.SetAnswerDelayMs(0); }));
         CKVX_HdwI2cTransfer ended;
         ASSERT_TRUE(r.WaitFor([&] { return i2c->ReadResult(ended) == 0; }));
         EXPECT_EQ(ended.Result, unsigned(HDW_ERR_LINK));
