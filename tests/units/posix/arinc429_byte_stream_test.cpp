@@ -32,12 +32,6 @@ std::vector<uint8_t> Pattern(size_t n, unsigned seed)
     return b;
 }
 
-// Reads from a byte input until `count` bytes are in (or the deadline).
-std::vector<uint8_t> ReadBytes(ByteIn* in, size_t count, unsigned timeoutMs)
-{
-    return ReadAll<uint8_t>(in, count, timeoutMs);
-}
-
 class Arinc429Bytes : public ::testing::TestWithParam<StreamCase> {
 protected:
     struct Stream {
@@ -80,15 +74,14 @@ protected:
     // output has nothing left, and the unit's FIFO never overflowed.
     void ExpectClean(const Stream& s, unsigned ch, const std::vector<uint8_t>& sent, unsigned timeoutMs)
     {
-        const auto got = ReadBytes(s.In, sent.size(), timeoutMs);
+        const auto got = ReadAll<uint8_t>(s.In, sent.size(), timeoutMs);
         ASSERT_EQ(got.size(), sent.size()) << "channel " << ch;
         EXPECT_TRUE(got == sent) << "channel " << ch;
         EXPECT_EQ(s.In->GetLostWords(), 0u);
         EXPECT_EQ(s.In->GetRepeatedWords(), 0u);
         EXPECT_EQ(s.In->GetRejectedWords(), 0u);
         EXPECT_EQ(s.In->GetDroppedBytes(), 0u);
-        unsigned pending = 1;
-        EXPECT_TRUE(WaitUntil([&] { return s.Out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+        EXPECT_TRUE(WaitUntil([&] { return Idle(s.Out); }));
         const hdwsim::Counters c = rig->Sim.GetCounters();
         EXPECT_EQ(c.A429Received[ch], (sent.size() + 1) / 2);
         EXPECT_EQ(c.A429FifoDropped[ch], 0u);
@@ -166,14 +159,13 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     const auto second = Pattern(201, 4);
     ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(second.data()), 201, 0), 0u);
     const std::vector<uint8_t> expected(second.begin() + 4, second.end());
-    EXPECT_EQ(ReadBytes(s.In, expected.size(), 20000), expected);
+    EXPECT_EQ(ReadAll<uint8_t>(s.In, expected.size(), 20000), expected);
     EXPECT_EQ(s.In->GetLostWords(), 2u);
     EXPECT_EQ(s.In->GetRejectedWords(), 1u);
     EXPECT_EQ(s.In->GetRepeatedWords(), 0u);
     EXPECT_EQ(rig->Sim.GetCounters().A429WireLost[ch], 1u);
     // Every word left the transmitter all the same.
-    pending = 1;
-    EXPECT_TRUE(WaitUntil([&] { return s.Out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return Idle(s.Out); }));
 }
 
 TEST_P(Arinc429Bytes, AWriteLargerThanTheFreeBufferIsRefusedWhole)
@@ -184,12 +176,10 @@ TEST_P(Arinc429Bytes, AWriteLargerThanTheFreeBufferIsRefusedWhole)
     ASSERT_TRUE(s.In && s.Out);
     auto sent = Pattern(65, 5);
     EXPECT_EQ(s.Out->Write(sent.data(), 65, 0), unsigned(HDW_ERR_ARGUMENT));
-    unsigned pending = 1;
-    EXPECT_EQ(s.Out->GetBytesToBeWritten(pending), 0u);
-    EXPECT_EQ(pending, 0u);
+    EXPECT_TRUE(Idle(s.Out));
     ASSERT_EQ(s.Out->Write(sent.data(), 64, 0), 0u);
     sent.resize(64);
-    EXPECT_EQ(ReadBytes(s.In, 64, 20000), sent);
+    EXPECT_EQ(ReadAll<uint8_t>(s.In, 64, 20000), sent);
     EXPECT_EQ(rig->Sim.GetCounters().A429Pushed[ch], 32u);
 }
 

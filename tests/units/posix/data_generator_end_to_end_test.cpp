@@ -47,11 +47,6 @@ UnitCase Stepped(const std::string& name)
     return u;
 }
 
-hdwsim::Emulator::Options Paced()
-{
-    return unit_test::EmulatorOptions(false, true);
-}
-
 // Six labels, one of each pattern, at rates whose periods are whole ms.
 std::vector<Def> Labels()
 {
@@ -112,7 +107,7 @@ uint64_t DueAll(const std::vector<Def>& defs, uint64_t ms)
 // A generator on transmitter `ch`, an input buffer on the wired receiver,
 // both open at 100 kbit/s, and the unit clock frozen at a value the test steps.
 struct GenLoop {
-    GenLoop(UnitRig& rig, unsigned ch) : Rig(rig), Ch(ch)
+    GenLoop(UnitRig& rig, unsigned ch)
     {
         Gen_ = rig.Enable<Gen>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_DATA_GENERATOR);
         In = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
@@ -171,8 +166,6 @@ struct GenLoop {
             20000);
     }
 
-    UnitRig& Rig;
-    unsigned Ch;
     Gen* Gen_ = nullptr;
     CKVX_HdwArinc429InBufferService* In = nullptr;
     uint64_t Start = 0;
@@ -191,7 +184,7 @@ class DataGenerator : public ::testing::TestWithParam<std::pair<std::string, uns
 TEST_P(DataGenerator, LabelsArriveAtTheirRatesWithTheirValuesAndFollowTheSwitches)
 {
     const auto [unit, ch] = GetParam();
-    UnitRig rig(Stepped(unit), Paced());
+    UnitRig rig(Stepped(unit), unit_test::EmulatorOptions(false, true));
     rig.Start();
     GenLoop loop(rig, ch);
     ASSERT_TRUE(loop.Ok);
@@ -288,7 +281,7 @@ INSTANTIATE_TEST_SUITE_P(Units, DataGenerator,
 // generator could not place is counted, not lost in the unit.
 TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
 {
-    UnitRig rig(Stepped("halden"), Paced());
+    UnitRig rig(Stepped("halden"), unit_test::EmulatorOptions(false, true));
     rig.Start();
     auto* gen = rig.Enable<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService>(
         HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_DATA_GENERATOR);
@@ -322,7 +315,7 @@ TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
 // events do not count as the generator's words.
 TEST(DataGeneratorAdmission, RunsBesideLabelOutputAndExcludesTheBuffers)
 {
-    UnitRig rig(Stepped("halden"), Paced());
+    UnitRig rig(Stepped("halden"), unit_test::EmulatorOptions(false, true));
     rig.Start();
     CKVX_HdwPort* tx = rig.Port(HDW_PORT_ARINC429_TX, 1);
     CKVX_HdwService* s = nullptr;

@@ -37,8 +37,7 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
         words.push_back(Word(0x21, i));
     ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
     // All of it leaves in about 2 s of bus time.
-    unsigned pending = 1;
-    ASSERT_TRUE(WaitUntil([&] { return c.Out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }, 30000));
+    ASSERT_TRUE(WaitUntil([&] { return Idle(c.Out); }, 30000));
     const hdwsim::Counters counters = rig.Sim.GetCounters();
     EXPECT_GE(counters.A429FifoPeak[0], 400u); // the FIFO did fill up
     EXPECT_LE(counters.A429FifoPeak[0], 512u);
@@ -237,8 +236,7 @@ TEST_F(Halden, UartBytesCrossFromChannelZeroToOne)
         sent[i] = uint8_t(i * 7 + (i >> 8));
     ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
     EXPECT_EQ(ReadAll<uint8_t>(in, sent.size()), sent);
-    unsigned pending = 1;
-    EXPECT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return Idle(out); }));
     EXPECT_EQ(rig.Sim.GetCounters().UartReceived[1], sent.size());
     EXPECT_EQ(out->Write(sent.data(), 1, 1), 2u);
 }

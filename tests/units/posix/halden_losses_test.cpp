@@ -53,8 +53,7 @@ TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDro
     EXPECT_EQ(out->Write(words.data(), 11, 0), 2u);
     EXPECT_EQ(out->GetUnplacedCount(), 11u);
     for (unsigned i = 0; i < 150; i += 10) {
-        unsigned pending = 1;
-        ASSERT_TRUE(WaitUntil([&] { return out->GetMessagesToBeWritten(pending) == 0 && pending == 0; }));
+        ASSERT_TRUE(WaitUntil([&] { return Idle(out); }));
         ASSERT_EQ(out->Write(words.data() + i, 10, 0), 0u) << i;
     }
     EXPECT_EQ(out->GetUnplacedCount(), 11u);

@@ -65,6 +65,12 @@ void RunMatrix(bool udp)
         for (const Fault& f : faults) {
             const std::string where =
                 std::string(udp ? "UDP" : "pty") + ", round " + std::to_string(round) + ", " + f.Name;
+            // Reports a failed step; the round cannot go on after one.
+            const auto failed = [&](bool ok, const std::string& what) {
+                if (!ok)
+                    ADD_FAILURE() << where << ": " << what;
+                return !ok;
+            };
             // The fault, then a word that meets it. A fault that loses or
             // holds back an echo fails the services once the echo time-out
             // has passed; the others leave them running.
@@ -73,19 +79,12 @@ void RunMatrix(bool udp)
             CKVX_HdwArinc429Message w = Word(0x3F, round);
             EXPECT_EQ(p.Out->Write(&w, 1, 0), 0u) << where;
             const bool fails = std::string(f.Name) != "plain close" && !f.NoiseAtReopen;
-            if (fails && !WaitUntil([&] { return p.In->GetStatus() == unsigned(HDW_SERVICE_FAILED); })) {
-                ADD_FAILURE() << where << ": services did not fail";
+            const bool settled = WaitUntil([&] {
+                return fails ? p.In->GetStatus() == unsigned(HDW_SERVICE_FAILED)
+                             : rig.Sim.GetCounters().A429Pushed[kCh] > 0 && Idle(p.Out);
+            });
+            if (failed(settled, fails ? "services did not fail" : "the word was not sent"))
                 return;
-            }
-            if (!fails && !WaitUntil([&] {
-                    return rig.Sim.GetCounters().A429Pushed[kCh] > 0 && [&] {
-                        unsigned pending = 1;
-                        return p.Out->GetMessagesToBeWritten(pending) == 0 && pending == 0;
-                    }();
-                })) {
-                ADD_FAILURE() << where << ": the word was not sent";
-                return;
-            }
             f.End(rig.Sim);
 
             // Closed and re-opened at once, whatever the unit still sends.
@@ -95,35 +94,29 @@ void RunMatrix(bool udp)
             if (f.NoiseAtReopen) {
                 // Once the unit has answered everything, so that the noise
                 // comes right before the echoes of the new session.
-                if (!WaitUntil([&] {
+                if (failed(WaitUntil([&] {
                         const hdwsim::Counters c = rig.Sim.GetCounters();
                         return c.EchoesSent + c.EchoesSuppressed == c.CommandsReceived;
-                    })) {
-                    ADD_FAILURE() << where << ": the unit did not answer";
+                    }),
+                        "the unit did not answer"))
                     return;
-                }
                 rig.Sim.InsertStrayBytes({0x00, 0x13, 0x37, 0x5A, 0x02});
             }
             const unsigned rx = rig.Open(HDW_PORT_ARINC429_RX, kCh, CKVX_HdwArinc429RxPort::CParameters());
             const unsigned tx = rig.Open(HDW_PORT_ARINC429_TX, kCh, CKVX_HdwArinc429TxPort::CParameters());
-            if (rx != 0 || tx != 0) {
-                ADD_FAILURE() << where << ": re-open gave " << rx << " (receiver), " << tx << " (transmitter)";
+            if (failed(rx == 0 && tx == 0,
+                    "re-open gave " + std::to_string(rx) + " (receiver), " + std::to_string(tx) + " (transmitter)") ||
+                failed(p.In->GetStatus() == unsigned(HDW_SERVICE_RUNNING), "receiver not running after the re-open"))
                 return;
-            }
-            if (p.In->GetStatus() != unsigned(HDW_SERVICE_RUNNING)) {
-                ADD_FAILURE() << where << ": receiver not running after the re-open";
-                return;
-            }
             std::vector<CKVX_HdwArinc429Message> sent;
             label = (label + 1) % 200;
             for (unsigned i = 0; i < kWords; ++i)
                 sent.push_back(Word(0x40 + label, i, i & 3));
             EXPECT_EQ(p.Out->Write(sent.data(), kWords, 0), 0u) << where;
             const auto got = ReadAll<CKVX_HdwArinc429Message>(p.In, kWords);
-            if (got != sent) {
-                ADD_FAILURE() << where << ": " << got.size() << " of " << kWords << " words, or out of order";
+            if (failed(got == sent,
+                    std::to_string(got.size()) + " of " + std::to_string(kWords) + " words, or out of order"))
                 return;
-            }
         }
     }
 }

@@ -69,11 +69,7 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
         EXPECT_EQ(others[i].Extended, frames[i].Extended) << i;
     }
     EXPECT_EQ(rig.Sim.GetCounters().CanFifoDropped[0], 0u);
-    unsigned pending = 1;
-    EXPECT_TRUE(WaitUntil([&] {
-        return framesOut->GetMessagesToBeWritten(pending) == 0 && pending == 0 &&
-            bytesOut->GetBytesToBeWritten(pending) == 0 && pending == 0;
-    }));
+    EXPECT_TRUE(WaitUntil([&] { return Idle(framesOut) && Idle(bytesOut); }));
 }
 
 } // namespace

@@ -565,10 +565,6 @@ TEST(Reconnect, CanByteStreamResumesAfterUnplugsAndCountsWhatWasInTheFifo)
         while (in->Read(chunk, sizeof chunk, n) == 0 && n > 0)
             pending.insert(pending.end(), chunk, chunk + n);
     };
-    auto idle = [&] {
-        unsigned left = 1;
-        return out->GetBytesToBeWritten(left) == 0 && left == 0;
-    };
     for (unsigned cycle = 0; cycle < 3; ++cycle) {
         // Unplugged while the batch is on the bus: the FIFO is full then.
         const size_t before = pending.size();
@@ -580,14 +576,14 @@ TEST(Reconnect, CanByteStreamResumesAfterUnplugsAndCountsWhatWasInTheFifo)
         ASSERT_NO_FATAL_FAILURE(r.Replug());
         ASSERT_TRUE(r.WaitFor([&] {
             drain();
-            return idle();
+            return Idle(out);
         })) << "cycle "
             << cycle << ": bytes stay pending after the return";
     }
     ASSERT_NO_FATAL_FAILURE(write(300));
     ASSERT_TRUE(r.WaitFor([&] {
         drain();
-        return idle() && pending.size() >= 2 && pending[pending.size() - 2] == uint8_t(next - 1) &&
+        return Idle(out) && pending.size() >= 2 && pending[pending.size() - 2] == uint8_t(next - 1) &&
             pending.back() == uint8_t((next - 1) >> 8);
     })) << "the stream did not resume";
     // Frames carry whole pairs (8 bytes), so the lost bytes never split one.
@@ -700,12 +696,8 @@ S* OpenWith(UnitRig& rig, unsigned portType, unsigned channel, unsigned serviceT
 // again and the next transfers run.
 TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
 {
-    const UnitCase travin{
-        "travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Travin"};
-    const UnitCase wendal{
-        "wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Wendal"};
     {
-        ReconnectRig r(false, true, travin);
+        ReconnectRig r(false, true, UnitNamed("travin"));
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
         CKVX_HdwDiscreteInPort::CParameters ip;
         ip.DebounceUs = 0;
@@ -733,7 +725,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[36 + 2], 2u); // open and return
     }
     {
-        ReconnectRig r(false, true, wendal);
+        ReconnectRig r(false, true, UnitNamed("wendal"));
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
         CKVX_HdwI2cPort::CParameters ip;
         ip.BusSpeed = 400000;

@@ -83,26 +83,6 @@ void OpenFirstPort(UnitRig& rig)
     ASSERT_EQ(rig.Open(type, 0), 0u);
 }
 
-TEST_P(UnitEndToEnd, EnumeratesOverSerialWithItsIdentityChannelsPortClassesAndKeys)
-{
-    UnitRig rig(GetParam(), false);
-    rig.Start();
-    EXPECT_EQ(rig.Device->GetDeviceCode(), GetParam().Code);
-    ExpectPortCounts(rig);
-    CKVX_HdwManager::CPortInfoVector list;
-    ASSERT_EQ(rig.Manager.GetPortList(list), 0u);
-    ASSERT_GT(list.GetLength(), 0u);
-    for (const auto& info : list) {
-        EXPECT_EQ(info.DeviceCode, GetParam().Code);
-        EXPECT_EQ(info.FullName, CKVX_String(GetParam().Model));
-        // The key starts with the port type and leads back to the port.
-        EXPECT_EQ(info.Key.Left(2), CKVX_String(std::to_string(info.PortType) + "@")) << info.Key.c_str();
-        unsigned absNum = 99;
-        EXPECT_EQ(rig.Manager.FindPort(info.Key, &absNum), info.Port) << info.Key.c_str();
-        EXPECT_EQ(absNum, info.AbsNum);
-    }
-}
-
 // ARINC 429 words on every pair at once, in order with rising time stamps,
 // over serial and, where the unit has it, over UDP. The first pair takes ten
 // thousand words in one write (over UDP a thousand: 1345 payload bytes hold
@@ -118,9 +98,6 @@ TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnEveryPairOverEachTransport)
         SCOPED_TRACE(udp ? "udp" : "serial");
         UnitRig rig(u, udp);
         rig.Start();
-        if (udp) {
-            ExpectPortCounts(rig);
-        }
         // The unit's path identifier is the link it was found on.
         auto* bridged = dynamic_cast<CKVX_HdwFtdiUartBridgedDevice*>(rig.Device.get());
         ASSERT_NE(bridged, nullptr);
@@ -193,15 +170,32 @@ TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
     ExpectOnlyAllowedCommands(rig);
 }
 
-TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
+// Over each transport the unit enumerates with its identity, channels,
+// port classes and keys, and its frames keep to its payload limit.
+TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
 {
     const UnitCase& u = GetParam();
     for (bool udp : {false, true}) {
         if (udp && !u.Ethernet)
             continue;
+        SCOPED_TRACE(udp ? "udp" : "serial");
         const unsigned limit = udp ? u.EthernetLimit : 4000;
         UnitRig rig(u, udp);
         rig.Start();
+        EXPECT_EQ(rig.Device->GetDeviceCode(), u.Code);
+        ExpectPortCounts(rig);
+        CKVX_HdwManager::CPortInfoVector list;
+        ASSERT_EQ(rig.Manager.GetPortList(list), 0u);
+        ASSERT_GT(list.GetLength(), 0u);
+        for (const auto& info : list) {
+            EXPECT_EQ(info.DeviceCode, u.Code);
+            EXPECT_EQ(info.FullName, CKVX_String(u.Model));
+            // The key starts with the port type and leads back to the port.
+            EXPECT_EQ(info.Key.Left(2), CKVX_String(std::to_string(info.PortType) + "@")) << info.Key.c_str();
+            unsigned absNum = 99;
+            EXPECT_EQ(rig.Manager.FindPort(info.Key, &absNum), info.Port) << info.Key.c_str();
+            EXPECT_EQ(absNum, info.AbsNum);
+        }
         // An open port opens the unit's session.
         OpenFirstPort(rig);
         const hdwsim::Counters before = rig.Sim.GetCounters();
@@ -217,13 +211,12 @@ TEST_P(UnitEndToEnd, FramesKeepToTheUnitsPayloadLimitOnEachTransport)
         }));
         rig.Device->DeviceUnlock(0);
         ASSERT_EQ(attached, kCount);
-        ASSERT_TRUE(WaitUntil([&] {
-            return rig.Sim.GetCounters().CommandsByCode[2] - before.CommandsByCode[2] >= kCount;
-        })) << (udp ? "udp" : "serial");
+        ASSERT_TRUE(
+            WaitUntil([&] { return rig.Sim.GetCounters().CommandsByCode[2] - before.CommandsByCode[2] >= kCount; }));
         const hdwsim::Counters after = rig.Sim.GetCounters();
-        EXPECT_LE(after.LargestFramePayload, limit) << (udp ? "udp" : "serial");
+        EXPECT_LE(after.LargestFramePayload, limit);
         // Full frames: the largest holds as many 7-byte records as fit.
-        EXPECT_EQ(after.LargestFramePayload, limit / 7 * 7) << (udp ? "udp" : "serial");
+        EXPECT_EQ(after.LargestFramePayload, limit / 7 * 7);
     }
 }
 

@@ -16,12 +16,6 @@ using SpiMaster = CKVX_HdwKvxWendalDevice::CSpiMasterService;
 
 constexpr unsigned kWaitMs = 20000;
 
-UnitCase Wendal()
-{
-    return {
-        "wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false, "Wendal"};
-}
-
 using Bytes = std::vector<uint8_t>;
 
 CKVX_HdwI2cTransfer I2c(uint16_t address, const Bytes& write, uint32_t read = 0, bool tenBit = false)
@@ -44,7 +38,7 @@ CKVX_HdwSpiTransfer Spi(const Bytes& out, uint8_t chipSelect = CKVX_HdwSpiTransf
 
 class WendalRig : public UnitRig {
 public:
-    explicit WendalRig(bool paced = false) : UnitRig(Wendal(), EmulatorOptions(false, paced)) {}
+    explicit WendalRig(bool paced = false) : UnitRig(UnitNamed("wendal"), EmulatorOptions(false, paced)) {}
 
     I2cMaster* OpenI2c(unsigned ch, CKVX_HdwI2cPort::CParameters p = {})
     {
