@@ -145,7 +145,6 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     EXPECT_EQ(loop.Out->UpdateMessages(&changed, 1), 2u);
 
     // Every word the unit sent from the table reached the wired receiver.
-    loop.In.Poll();
     ASSERT_TRUE(WaitUntil([&] {
         loop.In.Poll();
         return loop.In.Got.size() == sent();

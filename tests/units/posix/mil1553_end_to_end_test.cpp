@@ -253,11 +253,7 @@ TEST_P(Mil1553, BadInputSendsNothingAndSramGoesInRecordsOf100)
     EXPECT_EQ(bc->BuildConfiguration(c), 2u);
     c.MajorFrame.Messages = {BcToRt(3, 1, Words(33, 1))}; // 33 words
     EXPECT_EQ(bc->BuildConfiguration(c), 2u);
-    Msg mc;
-    mc.TerminalAddress = 3;
-    mc.Subaddress = 0;
-    mc.WordCount = 2; // transmit status word takes no data
-    mc.Transmit = 1;
+    Msg mc = ModeCode(3, true, 2); // transmit status word takes no data
     mc.Data = {1};
     EXPECT_EQ(bc->SendOneShot(mc), 2u);
     c.MajorFrame.Messages = {RtToBc(3, 1, 0), RtToBc(3, 2, 0)}; // 2 x 698 µs
