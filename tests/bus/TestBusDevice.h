@@ -8,7 +8,10 @@
 
 #include <HdwLib/HdwLib.h>
 
+#include <gtest/gtest.h>
+
 #include <memory>
+#include <vector>
 
 namespace bustest {
 
@@ -91,6 +94,68 @@ public:
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;
 };
 
+// I2C and SPI masters: the generic Submit (answers 8) until a test sets
+// Driver; then Submit checks and queues as a driver does, and the test plays
+// the unit through Send, Finish and Fail.
+class CTestI2cMaster : public CKVX_HdwI2cMasterService {
+public:
+    using CKVX_HdwI2cMasterService::CKVX_HdwI2cMasterService;
+    bool Driver = false;
+    unsigned Submit(CKVX_HdwI2cTransfer& t) override
+    {
+        if (!Driver)
+            return CKVX_HdwI2cMasterService::Submit(t);
+        if (const unsigned rc = t.Check())
+            return rc;
+        CKVX_HdwServiceLock lock(*this);
+        return Enqueue(t);
+    }
+    // Sends the oldest unsent transfer; its wire tag.
+    uint32_t Send(uint64_t nowMs)
+    {
+        CKVX_HdwServiceLock lock(*this);
+        uint32_t tag = ~0u;
+        EXPECT_NE(PeekUnsent(tag), nullptr);
+        MarkSent(nowMs);
+        return tag;
+    }
+    bool Finish(uint32_t tag, unsigned result, std::vector<uint8_t> data = {}, bool nackOnAddress = false)
+    {
+        CKVX_HdwServiceLock lock(*this);
+        return Complete(tag, result, 2, nackOnAddress, 1, data.data(), unsigned(data.size()), 1234);
+    }
+    unsigned InFlight()
+    {
+        CKVX_HdwServiceLock lock(*this);
+        return GetInFlightCount();
+    }
+    void Fail()
+    {
+        CKVX_HdwServiceLock lock(*this);
+        FailPending();
+    }
+};
+
+class CTestSpiMaster : public CKVX_HdwSpiMasterService {
+public:
+    using CKVX_HdwSpiMasterService::CKVX_HdwSpiMasterService;
+    bool Driver = false;
+    unsigned Submit(CKVX_HdwSpiTransfer& t) override
+    {
+        if (!Driver)
+            return CKVX_HdwSpiMasterService::Submit(t);
+        if (const unsigned rc = t.Check())
+            return rc;
+        CKVX_HdwServiceLock lock(*this);
+        return Enqueue(t);
+    }
+    bool Finish(uint32_t tag, const std::vector<uint8_t>& in)
+    {
+        CKVX_HdwServiceLock lock(*this);
+        return Complete(tag, 0, in.data(), unsigned(in.size()), 99);
+    }
+};
+
 // Stand-in for the services no generic class exists for yet (the data
 // generator): they only carry their type code.
 class CTypedService : public CKVX_HdwService {
@@ -159,6 +224,8 @@ public:
     {
         return static_cast<CTestDiscreteOutPort*>(Manager.GetPort(HDW_PORT_DISCRETE_OUT, 0));
     }
+    CTestI2cPort* I2c() { return static_cast<CTestI2cPort*>(Manager.GetPort(HDW_PORT_I2C, 0)); }
+    CTestSpiPort* Spi() { return static_cast<CTestSpiPort*>(Manager.GetPort(HDW_PORT_SPI, 0)); }
     // The unit reports a received word or frame, or a failure of the channel's services.
     void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel = "RX0");
     void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);

@@ -43,40 +43,28 @@ unsigned Ones(uint32_t w)
 
 // ---- the word -------------------------------------------------------------------
 
-TEST(Arinc429StreamWord, TwoBytesSitAboveTheCountWithSsmTwo)
+// Two bytes sit above the count with SSM 2; one byte has SSM 1 and a zero
+// second byte. Parity mode 0 makes odd parity, 1 even.
+TEST(Arinc429StreamWord, BytesSitAboveTheCountAndTheSsmCountsThem)
 {
     const uint8_t bytes[2] = {0xA5, 0x3C};
-    const CKVX_HdwArinc429Message w = hdw::bus::PackStreamWord(0x6B, 2, 5, bytes, 2, 0);
-    const uint32_t v = w.GetToUint32();
-    EXPECT_EQ(v & 0xFF, 0x6Bu);
-    EXPECT_EQ((v >> 8) & 3, 2u);
-    EXPECT_EQ((v >> 10) & 7, 5u);
-    EXPECT_EQ((v >> 13) & 0xFF, 0xA5u);
-    EXPECT_EQ((v >> 21) & 0xFF, 0x3Cu);
-    EXPECT_EQ((v >> 29) & 3, 2u);
-    EXPECT_EQ(Ones(v) % 2, 1u); // odd parity by default
-
-    hdw::bus::SStreamWord back;
-    ASSERT_TRUE(hdw::bus::UnpackStreamWord(w, back));
-    EXPECT_EQ(back.Sequence, 5);
-    EXPECT_EQ(back.Count, 2);
-    EXPECT_EQ(back.Bytes[0], 0xA5);
-    EXPECT_EQ(back.Bytes[1], 0x3C);
-}
-
-TEST(Arinc429StreamWord, OneByteHasSsmOneAndAZeroSecondByte)
-{
-    const uint8_t bytes[2] = {0xFF, 0x77}; // the second is not carried
-    const CKVX_HdwArinc429Message w = hdw::bus::PackStreamWord(0x01, 3, 7, bytes, 1, 1);
-    const uint32_t v = w.GetToUint32();
-    EXPECT_EQ((v >> 21) & 0xFF, 0u);
-    EXPECT_EQ((v >> 29) & 3, 1u);
-    EXPECT_EQ(Ones(v) % 2, 0u); // parity mode 1: even
-    hdw::bus::SStreamWord back;
-    ASSERT_TRUE(hdw::bus::UnpackStreamWord(w, back));
-    EXPECT_EQ(back.Count, 1);
-    EXPECT_EQ(back.Bytes[0], 0xFF);
-    EXPECT_EQ(back.Sequence, 7);
+    for (const uint8_t count : {2, 1}) {
+        SCOPED_TRACE(int(count));
+        const CKVX_HdwArinc429Message w = hdw::bus::PackStreamWord(0x6B, 2, 5, bytes, count, 2 - count);
+        const uint32_t v = w.GetToUint32();
+        EXPECT_EQ(v & 0x1FFF, 0x6Bu | 2u << 8 | 5u << 10);
+        EXPECT_EQ((v >> 13) & 0xFFFF, count == 2 ? 0x3CA5u : 0xA5u);
+        EXPECT_EQ((v >> 29) & 3, count);
+        EXPECT_EQ(Ones(v) % 2, count == 2 ? 1u : 0u);
+        hdw::bus::SStreamWord back;
+        ASSERT_TRUE(hdw::bus::UnpackStreamWord(w, back));
+        EXPECT_EQ(back.Sequence, 5);
+        EXPECT_EQ(back.Count, count);
+        EXPECT_EQ(back.Bytes[0], 0xA5);
+        if (count == 2) {
+            EXPECT_EQ(back.Bytes[1], 0x3C);
+        }
+    }
 }
 
 TEST(Arinc429StreamWord, SsmOtherThanAByteCountAndParityAreChecked)

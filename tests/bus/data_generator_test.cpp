@@ -10,6 +10,7 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -272,30 +273,15 @@ TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
     add("SSM 4", [](Def& d) { d.Ssm = 4; });
     add("unknown pattern", [](Def& d) { d.Pattern = 9; });
     add("constant above 19 bits", [](Def& d) { d.Data = 0x80000; });
-    add("counter min above max", [](Def& d) {
-        d.Pattern = Gen::PatternCounter;
-        d.Min = 5;
-        d.Max = 4;
-    });
-    add("counter max above 19 bits", [](Def& d) {
-        d.Pattern = Gen::PatternCounter;
-        d.Max = 0x80000;
-    });
-    add("counter step 0", [](Def& d) {
-        d.Pattern = Gen::PatternCounter;
-        d.Step = 0;
-    });
-    add("counter step above the span", [](Def& d) {
-        d.Pattern = Gen::PatternCounter;
-        d.Min = 0;
-        d.Max = 9;
-        d.Step = 11;
-    });
-    add("random min above max", [](Def& d) {
-        d.Pattern = Gen::PatternRandom;
-        d.Min = 9;
-        d.Max = 3;
-    });
+    // Counter and random: pattern, Min, Max, Step (by default 0, DataMask, 1).
+    auto raw = [&](const char* why, unsigned char pattern, uint32_t min, uint32_t max, uint32_t step) {
+        add(why, [=](Def& d) { std::tie(d.Pattern, d.Min, d.Max, d.Step) = std::tuple(pattern, min, max, step); });
+    };
+    raw("counter min above max", Gen::PatternCounter, 5, 4, 1);
+    raw("counter max above 19 bits", Gen::PatternCounter, 0, 0x80000, 1);
+    raw("counter step 0", Gen::PatternCounter, 0, Gen::DataMask, 0);
+    raw("counter step above the span", Gen::PatternCounter, 0, 9, 11);
+    raw("random min above max", Gen::PatternRandom, 9, 3, 1);
     add("discrete period 0", [](Def& d) {
         d.Pattern = Gen::PatternDiscrete;
         d.Period = 0;

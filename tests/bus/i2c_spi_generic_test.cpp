@@ -3,145 +3,21 @@
 // wire tags, Transfer waiting for its own result, the bound, failure and
 // stop). Admission and the operations that answer 8 until a unit driver
 // overrides them are rows of discrete_i2c_spi_generic_test.
+#include "TestBusDevice.h"
 #include "support/Wait.h"
-
-#include <HdwLib/HdwLib.h>
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+using namespace bustest;
+
 namespace {
-
-// Driver-like services: Submit checks and queues; the test plays the unit
-// through Complete, MarkSent and FailPending.
-class CTestI2cMaster : public CKVX_HdwI2cMasterService {
-public:
-    using CKVX_HdwI2cMasterService::CKVX_HdwI2cMasterService;
-    bool Driver = false; // false: the generic Submit (answers 8)
-    unsigned Submit(CKVX_HdwI2cTransfer& t) override
-    {
-        if (!Driver)
-            return CKVX_HdwI2cMasterService::Submit(t);
-        if (const unsigned rc = t.Check())
-            return rc;
-        CKVX_HdwServiceLock lock(*this);
-        return Enqueue(t);
-    }
-    // Sends the oldest unsent transfer; its wire tag.
-    uint32_t Send(uint64_t nowMs)
-    {
-        CKVX_HdwServiceLock lock(*this);
-        uint32_t tag = ~0u;
-        EXPECT_NE(PeekUnsent(tag), nullptr);
-        MarkSent(nowMs);
-        return tag;
-    }
-    bool Finish(uint32_t tag, unsigned result, std::vector<uint8_t> data = {}, bool nackOnAddress = false)
-    {
-        CKVX_HdwServiceLock lock(*this);
-        return Complete(tag, result, 2, nackOnAddress, 1, data.data(), unsigned(data.size()), 1234);
-    }
-    unsigned InFlight()
-    {
-        CKVX_HdwServiceLock lock(*this);
-        return GetInFlightCount();
-    }
-    void Fail()
-    {
-        CKVX_HdwServiceLock lock(*this);
-        FailPending();
-    }
-};
-
-class CTestSpiMaster : public CKVX_HdwSpiMasterService {
-public:
-    using CKVX_HdwSpiMasterService::CKVX_HdwSpiMasterService;
-    bool Driver = false;
-    unsigned Submit(CKVX_HdwSpiTransfer& t) override
-    {
-        if (!Driver)
-            return CKVX_HdwSpiMasterService::Submit(t);
-        if (const unsigned rc = t.Check())
-            return rc;
-        CKVX_HdwServiceLock lock(*this);
-        return Enqueue(t);
-    }
-    bool Finish(uint32_t tag, const std::vector<uint8_t>& in)
-    {
-        CKVX_HdwServiceLock lock(*this);
-        return Complete(tag, 0, in.data(), unsigned(in.size()), 99);
-    }
-};
-
-template <class Base, class Service>
-class CTestPort : public Base {
-public:
-    using Base::Base;
-    unsigned EnableService(unsigned type, CKVX_HdwService** service, CKVX_HdwService::CParameters* params) override
-    {
-        if (const unsigned rc = Base::EnableService(type, service, params))
-            return rc;
-        auto* s = new Service(this);
-        this->GetServiceList() += s;
-        if (service)
-            *service = s;
-        return 0;
-    }
-};
-using CI2cTestPort = CTestPort<CKVX_HdwI2cPort, CTestI2cMaster>;
-using CSpiTestPort = CTestPort<CKVX_HdwSpiPort, CTestSpiMaster>;
-
-// One unit with one I2C and one SPI master.
-class CMasterDevice : public CKVX_HdwDevice {
-public:
-    CMasterDevice() { m_DeviceCode = 0x7E5712; }
-    unsigned Init(unsigned) override
-    {
-        if (const unsigned rc = CKVX_HdwDevice::Init(1))
-            return rc;
-        m_DeviceList.Create(1);
-        m_DeviceList[0] = new CDeviceInstance;
-        AddPortDescriptor(0, new CI2cTestPort(this, 0, "0"), 0, "I2C 0");
-        AddPortDescriptor(0, new CSpiTestPort(this, 0, "0"), 0, "SPI 0");
-        return 0;
-    }
-    unsigned Open(unsigned instance) override { return SetOpen(instance, true); }
-    unsigned Close(unsigned instance) override { return CanClose(instance) ? SetOpen(instance, false) : 0; }
-
-private:
-    unsigned SetOpen(unsigned instance, bool open)
-    {
-        CDeviceInstance* inst = GetDeviceInstance(instance);
-        if (!inst)
-            return HDW_ERR_ARGUMENT;
-        inst->Lock();
-        inst->SetOpen(open);
-        inst->Unlock();
-        return 0;
-    }
-};
 
 class I2cSpiRig : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        Manager.AttachDevice(Device.get());
-        Manager.Enumerate();
-        Manager.Run();
-        I2c = static_cast<CI2cTestPort*>(Manager.GetPort(HDW_PORT_I2C, 0));
-        Spi = static_cast<CSpiTestPort*>(Manager.GetPort(HDW_PORT_SPI, 0));
-        ASSERT_TRUE(I2c && Spi);
-    }
-    void TearDown() override
-    {
-        I2c->Close();
-        Spi->Close();
-        Manager.Stop();
-    }
     template <class S>
     S* Enable(CKVX_HdwPort* port, unsigned type)
     {
@@ -157,10 +33,9 @@ protected:
         return s;
     }
 
-    std::unique_ptr<CMasterDevice> Device = std::make_unique<CMasterDevice>(); // outlives the manager
-    CKVX_HdwManager Manager;
-    CI2cTestPort* I2c = nullptr;
-    CSpiTestPort* Spi = nullptr;
+    CBusRig rig; // closes the ports as its manager stops
+    CTestI2cPort* I2c = rig.I2c();
+    CTestSpiPort* Spi = rig.Spi();
 };
 
 CKVX_HdwI2cTransfer I2cWrite(uint16_t address, std::vector<uint8_t> bytes, uint32_t tag = 0)
@@ -173,34 +48,6 @@ CKVX_HdwI2cTransfer I2cWrite(uint16_t address, std::vector<uint8_t> bytes, uint3
 }
 
 } // namespace
-
-TEST(I2cSpiDefaults, PublicParameters)
-{
-    const CKVX_HdwI2cPort::CParameters i2c;
-    const CKVX_HdwSpiPort::CParameters spi;
-    const CKVX_HdwSpiTransfer st;
-    const struct {
-        const char* name;
-        double actual, expected;
-    } rows[] = {
-        {"I2C BusSpeed", double(i2c.BusSpeed), 100000},
-        {"I2C BusTimeoutMs", double(i2c.BusTimeoutMs), 25},
-        {"I2C PullUps", double(i2c.PullUps), 1},
-        {"SPI Mode", double(spi.Mode), 0},
-        {"SPI ClockHz", double(spi.ClockHz), 1000000},
-        {"SPI LsbFirst", double(spi.LsbFirst), 0},
-        {"SPI WordBits", double(spi.WordBits), 8},
-        {"SPI ChipSelect", double(spi.ChipSelect), 0},
-        {"SPI CsActiveHigh", double(spi.CsActiveHigh), 0},
-        {"SPI transfer ChipSelect (the port's)", double(st.ChipSelect), 0xFF},
-        {"I2C master BufferSize", double(CKVX_HdwI2cMasterService::CParameters().BufferSize), 64},
-        {"SPI master BufferSize", double(CKVX_HdwSpiMasterService::CParameters().BufferSize), 64},
-        {"result no acknowledge", double(HDW_ERR_NO_ACK), 33},
-        {"result bus fault", double(HDW_ERR_BUS_FAULT), 34},
-    };
-    for (const auto& r : rows)
-        EXPECT_EQ(r.actual, r.expected) << r.name;
-}
 
 TEST(I2cSpiChecks, TransferAndParameterRanges)
 {

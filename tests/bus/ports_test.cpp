@@ -27,6 +27,9 @@ TEST(BusDefaults, PublicParametersAndServices)
     const CKVX_HdwCanMessage frame;
     const CKVX_HdwCanPort::CParameters can;
     const CKVX_HdwMilStd1553Port::CParameters mil;
+    const CKVX_HdwI2cPort::CParameters i2c;
+    const CKVX_HdwSpiPort::CParameters spi;
+    const CKVX_HdwSpiTransfer st;
     const struct {
         const char* name;
         double actual, expected;
@@ -56,6 +59,20 @@ TEST(BusDefaults, PublicParametersAndServices)
         {"CAN byte in Extended", double(CKVX_HdwCanByteInBufferService::CParameters().Extended), 0},
         {"label in KeyBySdi", double(ParametersOf<CKVX_HdwArinc429InLbloService>().KeyBySdi), 1},
         {"label out EnableOnStart", double(ParametersOf<CKVX_HdwArinc429OutLbloService>().EnableOnStart), 1},
+        {"I2C BusSpeed", double(i2c.BusSpeed), 100000},
+        {"I2C BusTimeoutMs", double(i2c.BusTimeoutMs), 25},
+        {"I2C PullUps", double(i2c.PullUps), 1},
+        {"SPI Mode", double(spi.Mode), 0},
+        {"SPI ClockHz", double(spi.ClockHz), 1000000},
+        {"SPI LsbFirst", double(spi.LsbFirst), 0},
+        {"SPI WordBits", double(spi.WordBits), 8},
+        {"SPI ChipSelect", double(spi.ChipSelect), 0},
+        {"SPI CsActiveHigh", double(spi.CsActiveHigh), 0},
+        {"SPI transfer ChipSelect (the port's)", double(st.ChipSelect), 0xFF},
+        {"I2C master BufferSize", double(CKVX_HdwI2cMasterService::CParameters().BufferSize), 64},
+        {"SPI master BufferSize", double(CKVX_HdwSpiMasterService::CParameters().BufferSize), 64},
+        {"result no acknowledge", double(HDW_ERR_NO_ACK), 33},
+        {"result bus fault", double(HDW_ERR_BUS_FAULT), 34},
     };
     for (const auto& r : rows)
         EXPECT_EQ(r.actual, r.expected) << r.name;

@@ -162,11 +162,11 @@ inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& r
     return f;
 }
 
-// The records of the instance's command list, in order.
-inline std::vector<std::vector<uint8_t>> QueuedRecords(Base::CDeviceInstance* inst)
+// The records of an engine's (or a unit instance's) command list, in order.
+inline std::vector<std::vector<uint8_t>> QueuedRecords(const CKVX_HdwKvxUnitEngine* engine)
 {
     std::vector<std::vector<uint8_t>> out;
-    for (const Base::CCommand& c : inst->CommandList)
+    for (const auto& c : engine->CommandList)
         out.push_back(c.Bytes);
     return out;
 }

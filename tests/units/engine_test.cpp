@@ -7,7 +7,7 @@
 #include <HdwLib/core/KvxCrc.h>
 #include <HdwLib/units/KvxUnitEngine.h>
 
-#include "support/BitwiseCrc.h"
+#include "UnitTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +18,8 @@
 #include <tuple>
 
 using testsupport::BitwiseCrc16;
+using unittest::QueuedRecords;
+using unittest::UnitFrame;
 using Bytes = std::vector<uint8_t>;
 using Engine = CKVX_HdwKvxUnitEngine;
 using EEcho = Engine::EEcho;
@@ -85,38 +87,16 @@ std::vector<Bytes> Queue(Engine& e, const std::vector<unsigned>& lengths)
     return records;
 }
 
-// A host frame (start byte, u16 payload length) or a unit frame (start byte,
-// 12-bit length, 12-bit event count) around `records`, CRC low byte first.
-Bytes Frame(const std::vector<Bytes>& records, bool unit)
+// A host frame: start byte, u16 payload length, the records, CRC.
+Bytes HostFrame(const std::vector<Bytes>& records)
 {
     Bytes f = {0xA5, 0, 0};
     for (const Bytes& r : records)
         f.insert(f.end(), r.begin(), r.end());
-    const size_t n = f.size() - 3, e = records.size();
-    f[1] = uint8_t(n);
-    f[2] = uint8_t(unit ? (n >> 8) & 0x0F : n >> 8);
-    if (unit)
-        f.insert(f.begin() + 3, {uint8_t(e), uint8_t((e >> 8) & 0x0F)});
-    const uint16_t crc = BitwiseCrc16(f.data(), f.size());
-    f.push_back(uint8_t(crc));
-    f.push_back(uint8_t(crc >> 8));
+    f[1] = uint8_t(f.size() - 3);
+    f[2] = uint8_t((f.size() - 3) >> 8);
+    unittest::AppendCrc(f);
     return f;
-}
-Bytes HostFrame(const std::vector<Bytes>& records)
-{
-    return Frame(records, false);
-}
-Bytes UnitFrame(const std::vector<Bytes>& records)
-{
-    return Frame(records, true);
-}
-
-std::vector<Bytes> Listed(const Engine& e)
-{
-    std::vector<Bytes> out;
-    for (const auto& c : e.CommandList)
-        out.push_back(c.Bytes);
-    return out;
 }
 
 std::vector<uint16_t> Waiting(const Engine& e)
@@ -143,7 +123,7 @@ TEST(UnitEngineCommands, NumbersRunOnAndWrapAndRecordsCarryThem)
             EXPECT_EQ(e.GetLastAttachedNumber(), c.Want[k]);
             want.push_back(Record(uint8_t(0x10 + k), c.Want[k], p));
         }
-        EXPECT_EQ(Listed(e), want) << "from " << c.Start;
+        EXPECT_EQ(QueuedRecords(&e), want) << "from " << c.Start;
         EXPECT_EQ(e.GetLastCommandNum(), uint16_t(c.Want.back() + 1));
     }
     // 255 bytes is the longest record; a refused one takes no number.
@@ -151,7 +131,7 @@ TEST(UnitEngineCommands, NumbersRunOnAndWrapAndRecordsCarryThem)
     const Bytes p = Params(252, 1);
     EXPECT_EQ(e.AttachCommand(9, p.data(), 251), 0u);
     EXPECT_EQ(e.AttachCommand(9, p.data(), 252), 2u);
-    EXPECT_EQ(Listed(e), std::vector<Bytes>{Record(9, 0, Bytes(p.begin(), p.begin() + 251))});
+    EXPECT_EQ(QueuedRecords(&e), std::vector<Bytes>{Record(9, 0, Bytes(p.begin(), p.begin() + 251))});
     EXPECT_EQ(e.GetLastCommandNum(), 1);
 }
 

@@ -431,20 +431,15 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
 // The unit core unwraps each record's 32-bit stamp as it dispatches the
 // frame: events keep their 32-bit TimeStamp and carry the 64-bit time beside
 // it, across the wrap; the instance's clock and counters follow.
-TEST(UnitFrameEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
+TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
 {
-    TestUnit dev;
-    dev.AddInstance();
-    RecordingPort rx(&dev, 0, "1", HDW_PORT_ARINC429_RX);
-    RecordingPort can(&dev, 0, "0", HDW_PORT_CAN);
-    dev.AttachPortToHdwTimer(0, &rx);
-    dev.AttachPortToHdwTimer(0, &can);
+    RecordingPort &rx = *a429rx2, &can = *can0;
     auto feed = [&](const Bytes& frame) {
         return dev.ReceiveBytes(0, dev.Inst(), frame.data(), unsigned(frame.size()));
     };
     const Bytes canRx = EventRecord(6, 0, 0x00000010, {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00});
-    ASSERT_EQ(feed(UnitFrame({A429RxRecord(1, 0x11, 0xFFFFFF00u), A429RxRecord(1, 0x12, 0xFFFFFFF0u)})), 0u);
-    ASSERT_EQ(feed(UnitFrame({canRx, A429RxRecord(1, 0x13, 0x00000020u)})), 0u);
+    ASSERT_EQ(feed(UnitFrame({A429RxRecord(2, 0x11, 0xFFFFFF00u), A429RxRecord(2, 0x12, 0xFFFFFFF0u)})), 0u);
+    ASSERT_EQ(feed(UnitFrame({canRx, A429RxRecord(2, 0x13, 0x00000020u)})), 0u);
     ASSERT_EQ(rx.seen.size(), 3u);
     ASSERT_EQ(can.seen.size(), 1u);
     constexpr uint64_t kWrap = uint64_t(1) << 32;
@@ -462,7 +457,7 @@ TEST(UnitFrameEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     // and counted; nothing reaches the ports.
     Bytes zeroCount = {0xA5, 0x00, 0x00, 0x00, 0x00};
     AppendCrc(zeroCount);
-    Bytes badCrc = UnitFrame({A429RxRecord(1, 0x14, 0x30)});
+    Bytes badCrc = UnitFrame({A429RxRecord(2, 0x14, 0x30)});
     badCrc.back() ^= 0xFF;
     EXPECT_EQ(feed(zeroCount), 0u);
     EXPECT_EQ(feed(badCrc), 0u);
@@ -471,6 +466,4 @@ TEST(UnitFrameEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     EXPECT_EQ(c.MalformedFrames, 1u);
     EXPECT_EQ(c.CrcErrors, 1u);
     EXPECT_EQ(c.BadFrames(), 2u);
-    dev.DetachPortFromHdwTimer(0, &rx);
-    dev.DetachPortFromHdwTimer(0, &can);
 }
