@@ -77,12 +77,10 @@ public:
         return p;
     }
     static void Recrc(Packet& p) { CKVX_HdwHoe::SetU16(p, CKVX_HdwHoe::OffCrc, CKVX_HdwHoe::ComputeCrc(p)); }
-    void SendToHost(const Packet& p, unsigned size)
+    void SendToHost(const Packet& p)
     {
-        const Seen s = Snapshot();
-        m_Socket.SendTo(p.Bytes, size, CKVX_IpAddress(127, 0, 0, 1), s.HostPort);
+        m_Socket.SendTo(p.Bytes, CKVX_HdwHoe::GetPacketSize(p), CKVX_IpAddress(127, 0, 0, 1), Snapshot().HostPort);
     }
-    void SendToHost(const Packet& p) { SendToHost(p, CKVX_HdwHoe::GetPacketSize(p)); }
 
 private:
     void Run()
@@ -132,16 +130,12 @@ private:
             ++m_Seen.Detects;
             if (!AnswerDetect)
                 break;
-            unsigned char payload[84] = {};
-            CKVX_HdwHoe::t_HoePacket_Union tmp;
-            CKVX_HdwHoe::SetU32(tmp, 0, m_DeviceKind);
-            std::memcpy(payload, tmp.Bytes, 4);
-            std::memcpy(payload + 4, "TESTUNIT", 8);
+            // Kind (little-endian), model, serial number and revision, NUL-padded.
+            unsigned char payload[84] = {
+                uint8_t(m_DeviceKind), uint8_t(m_DeviceKind >> 8), 0, 0, 'T', 'E', 'S', 'T', 'U', 'N', 'I', 'T'};
             std::memcpy(payload + 36, m_Serial.data(), m_Serial.size());
             std::memcpy(payload + 68, m_Revision.data(), m_Revision.size());
-            lock.unlock();
             Reply(p, CKVX_HdwHoe::CodeDetectReply, 0, payload, sizeof payload, fromPort);
-            lock.lock();
             break;
         }
         case CKVX_HdwHoe::CodeConnect:
@@ -151,15 +145,11 @@ private:
             m_Seen.Session = SessionToGrant;
             m_Seen.HostPort = fromPort;
             m_Seen.ConnectField = CKVX_HdwHoe::GetU16(p, 64);
-            lock.unlock();
             Reply(p, CKVX_HdwHoe::CodeConnectReply, SessionToGrant, nullptr, 0, fromPort);
-            lock.lock();
             break;
         case CKVX_HdwHoe::CodeDisconnect:
             ++m_Seen.Disconnects;
-            lock.unlock();
             Reply(p, CKVX_HdwHoe::CodeDisconnectReply, CKVX_HdwHoe::GetSecondWord(p), nullptr, 0, fromPort);
-            lock.lock();
             m_Seen.Session = 0;
             break;
         case CKVX_HdwHoe::CodeKeepAlivePort:

@@ -83,11 +83,9 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstancesThatEn
         {kTestDeviceCode, "udp:127.0.0.1:40003"},
     };
     ASSERT_EQ(manager.Enumerate(links, 4, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(links[0].Result, 14u);
-    EXPECT_EQ(links[1].Result, 14u);
-    EXPECT_EQ(links[2].Result, 0u);
     // Ethernet links are for the subclasses that reach units that way.
-    EXPECT_EQ(links[3].Result, CKVX_HdwInitPortDesc::ResultNotTried);
+    EXPECT_EQ((std::vector<unsigned>{links[0].Result, links[1].Result, links[2].Result, links[3].Result}),
+        (std::vector<unsigned>{14, 14, 0, CKVX_HdwInitPortDesc::ResultNotTried}));
     EXPECT_EQ(device.probes.load(), 3);
     EXPECT_EQ(ptyA.ReadMaster(5), std::vector<uint8_t>({'P', 'I', 'N', 'G', '?'}));
 
@@ -130,7 +128,7 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstancesThatEn
     EXPECT_EQ(device.GetInstanceCount(), 0u);
 }
 
-TEST_F(BridgedDevice, ComOperationsByInstance)
+TEST_F(BridgedDevice, ComOperationsPathIdentifierAndAdditionalUartByInstance)
 {
     CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
     ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
@@ -163,15 +161,9 @@ TEST_F(BridgedDevice, ComOperationsByInstance)
     EXPECT_FALSE(inst->IsOpen());
     EXPECT_FALSE(inst->Uart.IsOpen());
     EXPECT_EQ(device.Com_Write(0u, buf, 1), 19u);
-}
 
-// Pseudo-terminals have no USB bridge: a unit's own link belongs to it, any
-// other port is plain. Ports of one bridge: serial_port_enum_test.
-TEST_F(BridgedDevice, PathIdentifierAndAdditionalUartOfTheEnumeratedUnits)
-{
-    CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
-    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    // Pseudo-terminals have no USB bridge: a unit's own link belongs to it,
+    // any other port is plain. Ports of one bridge: serial_port_enum_test.
     CKVX_String path = "stale";
     EXPECT_EQ(device.GetDevPathIndentifier(0, path), 0u);
     EXPECT_EQ(path, ptyA.SlaveName().c_str());

@@ -8,12 +8,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
+
 using namespace simtest;
 using hdwsim::MilStd1553Fault;
 
 namespace {
 
 const uint16_t Ta5 = 5 << 11;
+using Texts = std::vector<std::string>;
+
+// The controller's events as "kind:id@time status/flags data...", in hex but the time.
+Texts Bc(const UnitStream& s, unsigned kind = 0)
+{
+    Texts r;
+    char text[64];
+    for (const MilEvent& e : MilEvents(s, kind)) {
+        std::snprintf(text, sizeof text, "%u:%X@%u %X/%X", e.Kind, e.TransferId, e.Time, e.Status1, e.Flags);
+        r.push_back(text);
+        for (uint16_t w : e.Data) {
+            std::snprintf(text, sizeof text, " %X", w);
+            r.back() += text;
+        }
+    }
+    return r;
+}
 
 } // namespace
 
@@ -29,29 +49,12 @@ TEST(Mil1553Bc, MessagesGoBackToBackWithTheirGapsAndMinorFramesKeepTheirGrid)
     b.Configure(0, {1, CfgRun | CfgBusA | CfgBusB, 0, 0, 14, 0x10, 2});
     b.RunToUs(6000);
 
-    const auto done = MilEvents(b.Stream);
-    ASSERT_EQ(done.size(), 7u);
-    for (unsigned cycle = 0; cycle < 2; ++cycle) {
-        SCOPED_TRACE(cycle);
-        const uint32_t base = 1000 + 1500 * cycle;
-        const MilEvent& rx = done[3 * cycle];
-        const MilEvent& tx = done[3 * cycle + 1];
-        const MilEvent& third = done[3 * cycle + 2];
-        EXPECT_EQ(rx.TransferId, 0u);
-        EXPECT_EQ(rx.Time, base);
-        EXPECT_EQ(rx.Data, (Words{0x1111, 0x2222}));
-        EXPECT_EQ(rx.Status1, Ta5);
-        EXPECT_EQ(rx.Flags, 0u);
-        // Three words, 8 µs, the status word, then the 4 µs gap.
-        EXPECT_EQ(tx.TransferId, 1u);
-        EXPECT_EQ(tx.Time, base + 92);
-        EXPECT_EQ(tx.Data, (Words{0x1111, 0x2222})) << "the terminal sends what it last received";
-        EXPECT_EQ(tx.Status1, Ta5);
-        EXPECT_EQ(third.TransferId, 2u);
-        EXPECT_EQ(third.Time, base + 1000) << "minor frame 1 starts 1 ms after minor frame 0";
-    }
-    EXPECT_EQ(done[6].Kind, 4u);
-    EXPECT_EQ(done[6].Time, 4000u) << "stopped after two cycles, at the boundary";
+    // Three words, 8 µs, the status word, then the 4 µs gap; the terminal
+    // sends what it last received; minor frame 1 starts 1 ms after minor
+    // frame 0; stopped after two cycles, at the boundary.
+    EXPECT_EQ(Bc(b.Stream),
+        (Texts{"1:0@1000 2800/0 1111 2222", "1:1@1092 2800/0 1111 2222", "1:2@2000 2800/0 ABCD",
+            "1:0@2500 2800/0 1111 2222", "1:1@2592 2800/0 1111 2222", "1:2@3500 2800/0 ABCD", "4:0@4000 0/0"}));
     EXPECT_EQ(b.Engine.GetCounters().Mil1553Transfers[0], 6u);
 }
 
@@ -63,16 +66,10 @@ TEST(Mil1553Bc, AnAbsentTerminalTimesOutAndTheScheduleGoesOn)
     b.Write(0, 0x1000, MajorFrameTable({{100, {32, 33}}}));
     b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10, 3});
     b.RunToUs(4000);
-    const auto done = MilEvents(b.Stream, 1);
-    ASSERT_EQ(done.size(), 6u);
-    for (unsigned i = 0; i < 6; i += 2) {
-        EXPECT_EQ(done[i].Flags, NoResponse);
-        EXPECT_EQ(done[i].Status1, 0u);
-        // Two words and the 14 µs time-out, then the gap.
-        EXPECT_EQ(done[i + 1].Time - done[i].Time, 58u);
-        EXPECT_EQ(done[i + 1].Flags, 0u);
-        EXPECT_EQ(done[i + 1].Status1, Ta5);
-    }
+    // Two words and the 14 µs time-out, then the gap; the schedule goes on.
+    EXPECT_EQ(Bc(b.Stream, 1),
+        (Texts{"1:A@0 0/1 909", "1:B@58 2800/0 0", "1:A@1000 0/1 909", "1:B@1058 2800/0 0", "1:A@2000 0/1 909",
+            "1:B@2058 2800/0 0"}));
 }
 
 TEST(Mil1553Bc, AFailedMessageIsRetriedOnceOnTheOtherBusWhenAsked)
@@ -137,22 +134,9 @@ TEST(Mil1553Bc, AMajorFrameSwitchTakesPlaceAtAMinorFrameBoundary)
     b.Configure(0, {1, CfgRun | CfgBusA | CfgSwitch, 0, 0, 14, 0x18});
     b.RunToUs(6000);
 
-    const auto events = MilEvents(b.Stream);
-    size_t switched = 0;
-    while (switched < events.size() && events[switched].Kind != 3)
-        ++switched;
-    ASSERT_LT(switched, events.size());
-    EXPECT_EQ(events[switched].Time, 2000u) << "on the grid";
-    ASSERT_EQ(switched, 2u);
-    for (size_t i = 0; i < events.size(); ++i) {
-        if (i == switched)
-            continue;
-        EXPECT_EQ(events[i].TransferId, i < switched ? 0x0000u : 0x4000u) << i;
-    }
-    // Table B's 2 ms minor frame from the switch on.
-    ASSERT_EQ(events.size(), 5u);
-    EXPECT_EQ(events[3].Time, 2000u);
-    EXPECT_EQ(events[4].Time, 4000u);
+    // The switch (kind 3) on the grid, table B's 2 ms minor frame from then on.
+    EXPECT_EQ(Bc(b.Stream),
+        (Texts{"1:0@0 2800/0 0", "1:0@1000 2800/0 0", "3:0@2000 0/0", "1:4000@2000 2800/0 0", "1:4000@4000 2800/0 0"}));
 }
 
 TEST(Mil1553Bc, StopEndsAfterTheMessageInProgress)
@@ -165,20 +149,14 @@ TEST(Mil1553Bc, StopEndsAfterTheMessageInProgress)
     b.RunToUs(100); // message 33 runs from 92 to 180
     b.Configure(0, {1, CfgBusA, 0, 0, 14, 0x10});
     b.RunToUs(3000);
-    const auto events = MilEvents(b.Stream);
-    ASSERT_EQ(events.size(), 3u);
-    EXPECT_EQ(events[1].TransferId, 1u);
-    EXPECT_EQ(events[2].Kind, 4u);
-    EXPECT_EQ(events[2].Time, 180u);
+    EXPECT_EQ(Bc(b.Stream), (Texts{"1:0@0 2800/0 0 0", "1:1@92 2800/0 0 0", "4:0@180 0/0"}));
 
     // Run again: from minor frame 0 of the table.
     b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10, 1});
     b.RunToUs(5000);
-    const auto again = MilEvents(b.Stream);
-    ASSERT_EQ(again.size(), 7u);
-    EXPECT_EQ(again[3].TransferId, 0u);
-    EXPECT_EQ(again[3].Time, 3000u);
-    EXPECT_EQ(again[6].Kind, 4u);
+    const auto again = Bc(b.Stream);
+    EXPECT_EQ(Texts(again.begin() + 3, again.end()),
+        (Texts{"1:0@3000 2800/0 0 0", "1:1@3092 2800/0 0 0", "1:2@3184 2800/0 0 0", "4:0@4000 0/0"}));
 }
 
 TEST(Mil1553Bc, OneShotsRunInTheIdleTimeOfAMinorFrameOnlyWhenTheyFit)
@@ -232,14 +210,9 @@ TEST(Mil1553Bc, RunAgainBeforeTheStopWasReportedStillReportsIt)
     b.Send(Frame({MilConfigRecord(b.Number++, 0, {1, CfgBusA, 0, 0, 14, 0x10}),
         MilConfigRecord(b.Number++, 0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10, 1})}));
     b.RunToUs(4000);
-    const auto events = MilEvents(b.Stream);
-    ASSERT_EQ(events.size(), 5u);
-    EXPECT_EQ(events[1].Time, 1000u);
-    EXPECT_EQ(events[2].Kind, 4u);
-    EXPECT_EQ(events[2].Time, 1088u);
-    EXPECT_EQ(events[3].Time, 1092u) << "the new run starts after the message and its gap";
-    EXPECT_EQ(events[4].Kind, 4u);
-    EXPECT_EQ(events[4].Time, 2092u);
+    // The new run starts after the message in progress and its gap.
+    EXPECT_EQ(Bc(b.Stream),
+        (Texts{"1:7@0 2800/0 0 0", "1:7@1000 2800/0 0 0", "4:0@1088 0/0", "1:7@1092 2800/0 0 0", "4:0@2092 0/0"}));
 }
 
 TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
+
 using namespace simtest;
 using hdwsim::MilStd1553Fault;
 
@@ -40,6 +43,26 @@ void LoadTerminal(MilBench& b, uint8_t flags = CfgRun | CfgBusA | CfgBusB, uint8
     b.Write(1, 0x0100, mode);
     b.Write(1, 0x2400 + 32 * 4, {0xA1, 0xA2, 0xA3});
     b.Configure(1, {2, flags, Rt, status, 14, 0, 0, 12});
+}
+
+// The terminal's and monitors' records (kind 2) as "channel@time address.subaddress
+// letters command1/command2 status1 flags/header-flags data...", hex but the time;
+// the letters: Transmit, Mode code, Monitor, bus B.
+std::vector<std::string> Records(const UnitStream& s)
+{
+    std::vector<std::string> r;
+    char text[96];
+    for (const MilEvent& e : MilEvents(s, 2)) {
+        std::snprintf(text, sizeof text, "%u@%u %u.%u %s%s%s%s %X/%X %X %X/%X", e.Channel, e.Time, e.Address,
+            e.Subaddress, e.Transmit ? "T" : "", e.ModeCode ? "C" : "", e.Monitor ? "M" : "", e.BusB ? "B" : "",
+            e.Command1, e.Command2, e.Status1, e.Flags, e.HeaderFlags);
+        r.push_back(text);
+        for (uint16_t w : e.Data) {
+            std::snprintf(text, sizeof text, " %X", w);
+            r.back() += text;
+        }
+    }
+    return r;
 }
 
 } // namespace
@@ -82,22 +105,8 @@ TEST(Mil1553Rt, AChannelAnswersFromItsTablesAndReportsWhatIsMarked)
     }
 
     // Reported: receive subaddress 3 and mode code 17 only, with the trailer.
-    const auto access = MilEvents(b.Stream, 2);
-    ASSERT_EQ(access.size(), 2u);
-    EXPECT_EQ(access[0].Channel, 1u);
-    EXPECT_EQ(access[0].Time, 0u);
-    EXPECT_EQ(access[0].Address, Rt);
-    EXPECT_EQ(access[0].Subaddress, 3u);
-    EXPECT_FALSE(access[0].Transmit);
-    EXPECT_FALSE(access[0].Monitor);
-    EXPECT_EQ(access[0].Data, (Words{0x10, 0x20}));
-    EXPECT_EQ(access[0].Command1, Cmd(Rt, false, 3, 2));
-    EXPECT_EQ(access[0].Command2, 0u);
-    EXPECT_EQ(access[0].Status1, Status7);
-    EXPECT_TRUE(access[1].ModeCode);
-    EXPECT_EQ(access[1].Subaddress, 17u);
-    EXPECT_EQ(access[1].Data, (Words{0x1234}));
-    EXPECT_EQ(access[1].Time, 364u);
+    EXPECT_EQ(Records(b.Stream),
+        (std::vector<std::string>{"1@0 7.3  3862/0 3800 0/0 10 20", "1@364 7.17 C 3BF1/0 3800 400/0 1234"}));
 
     // Received words are in the terminal's buffers; the illegal ones nowhere.
     EXPECT_EQ(b.Engine.MilStd1553SramWord(1, 0x2000 + 96), 0x10u);
@@ -184,24 +193,9 @@ TEST(Mil1553Rt, MonitorsRecordEveryAttemptOnTheirBuses)
     // Its own reported access gives both records.
     b.OneShot({0, Cmd(Rt, false, 3, 1), 0, 3}, {0x3333}, 5000);
 
-    const auto records = MilEvents(b.Stream, 2);
-    ASSERT_EQ(records.size(), 4u);
-    for (const MilEvent& m : records)
-        EXPECT_EQ(m.Channel, 1u);
-    EXPECT_TRUE(records[0].Monitor);
-    EXPECT_FALSE(records[0].BusB);
-    EXPECT_EQ(records[0].Time, 1000u);
-    EXPECT_EQ(records[0].Flags, NoResponse);
-    EXPECT_EQ(records[0].HeaderFlags, NoResponse);
-    EXPECT_EQ(records[0].Data, (Words{0x1111}));
-    EXPECT_EQ(records[1].Time, 3000u);
-    EXPECT_EQ(records[1].Address, 5u);
-    EXPECT_EQ(records[1].Status1, uint16_t(5 << 11));
-    EXPECT_EQ(records[1].Data, (Words{0x2222}));
-    EXPECT_FALSE(records[2].Monitor);
-    EXPECT_TRUE(records[3].Monitor);
-    EXPECT_EQ(records[3].Data, (Words{0x3333}));
-    EXPECT_EQ(records[3].Command1, Cmd(Rt, false, 3, 1));
+    EXPECT_EQ(Records(b.Stream),
+        (std::vector<std::string>{"1@1000 5.1 M 2821/0 0 1/1 1111", "1@3000 5.1 M 2821/0 2800 0/0 2222",
+            "1@5000 7.3  3861/0 3800 0/0 3333", "1@5000 7.3 M 3861/0 3800 0/0 3333"}));
     EXPECT_EQ(b.Engine.GetCounters().Mil1553MonitorRecords[1], 3u);
 }
 

@@ -6,16 +6,13 @@
 #include "TestHost.h"
 
 #include <HdwLib/links/HdwHoe.h>
+#include <HdwLib/links/HdwUdpSocket.h>
 #include <hdwsim/Emulator.h>
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <memory>
 #include <string>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace simtest;
 using Hoe = CKVX_HdwHoe;
@@ -23,17 +20,14 @@ using Packet = Hoe::t_HoePacket_Union;
 
 namespace {
 
+const CKVX_IpAddress kLoopback(127, 0, 0, 1);
+
 class Host {
 public:
-    Host(uint16_t unitPort, uint32_t clientId) : m_Hoe(clientId)
+    Host(uint16_t unitPort, uint32_t clientId) : m_Hoe(clientId), m_UnitPort(unitPort)
     {
-        m_Fd = socket(AF_INET, SOCK_DGRAM, 0);
-        m_Unit.sin_family = AF_INET;
-        m_Unit.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(m_Fd, reinterpret_cast<sockaddr*>(&m_Unit), sizeof m_Unit);
-        m_Unit.sin_port = htons(unitPort);
+        EXPECT_EQ(m_Socket.Open(0, kLoopback), 0u);
     }
-    ~Host() { close(m_Fd); }
 
     // A packet of any code: a send-command packet with its code and CRC redone.
     Packet Make(uint32_t code, uint32_t first, uint32_t second, Bytes payload = {})
@@ -48,18 +42,18 @@ public:
     {
         SendRaw(Make(code, first, second, payload));
     }
-    void SendRaw(const Packet& p)
-    {
-        sendto(m_Fd, p.Bytes, Hoe::GetPacketSize(p), 0, reinterpret_cast<const sockaddr*>(&m_Unit), sizeof m_Unit);
-    }
+    void SendRaw(const Packet& p) { m_Socket.SendTo(p.Bytes, Hoe::GetPacketSize(p), kLoopback, m_UnitPort); }
     // Next packet with `code` for this client and `first` within the time-out
     // that passes every check of size, signature and CRC (others are passed over).
     bool Receive(uint32_t code, uint32_t first, Packet& out)
     {
         return WaitUntil(
             [&] {
-                const ssize_t n = recv(m_Fd, out.Bytes, sizeof out.Bytes, MSG_DONTWAIT);
-                return m_Hoe.CheckReceivedPacket(out, static_cast<int>(n), first, code) == Hoe::HoeAccepted;
+                unsigned n = 0;
+                CKVX_IpAddress from;
+                unsigned short port = 0;
+                const int got = m_Socket.ReceiveFrom(out.Bytes, sizeof out.Bytes, n, from, port, 0) == 0 ? int(n) : -1;
+                return m_Hoe.CheckReceivedPacket(out, got, first, code) == Hoe::HoeAccepted;
             },
             10000);
     }
@@ -69,9 +63,9 @@ public:
     }
 
 private:
-    int m_Fd = -1;
     Hoe m_Hoe;
-    sockaddr_in m_Unit{};
+    uint16_t m_UnitPort;
+    CKVX_HdwUdpSocket m_Socket;
 };
 
 // Sends a session command numbered `number` and expects the next event data

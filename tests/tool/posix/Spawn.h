@@ -84,6 +84,17 @@ inline std::vector<std::string> Words(const std::string& line)
     return w;
 }
 
+// One line a child writes to `fd`, waiting up to 10 s for each byte.
+inline std::string ReadLine(int fd)
+{
+    std::string line;
+    pollfd p{fd, POLLIN, 0};
+    char c = 0;
+    while (poll(&p, 1, 10000) > 0 && read(fd, &c, 1) == 1 && c != '\n')
+        line += c;
+    return line;
+}
+
 // hdwsim in a process of its own; its first line names the endpoint.
 class SimProcess {
 public:
@@ -98,11 +109,7 @@ public:
         argv.insert(argv.end(), extra.begin(), extra.end());
         m_Pid = Spawn(argv, out[1], 2, 0);
         close(out[1]);
-        std::string line;
-        pollfd p{out[0], POLLIN, 0};
-        char c = 0;
-        while (poll(&p, 1, 10000) > 0 && read(out[0], &c, 1) == 1 && c != '\n')
-            line += c;
+        const std::string line = ReadLine(out[0]);
         close(out[0]);
         // "pty /dev/pts/7" or "udp 127.0.0.1:40811"
         const auto w = Words(line);

@@ -10,7 +10,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
-#include <poll.h>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -20,20 +19,11 @@
 namespace {
 
 using testsupport::WaitUntil;
+using tooltest::ReadLine;
 using tooltest::Spawn;
 
 // A hung child cannot outlive the test.
 constexpr unsigned kChildTimeoutS = 120;
-
-std::string ReadLine(int fd)
-{
-    std::string line;
-    pollfd p{fd, POLLIN, 0};
-    char c = 0;
-    while (poll(&p, 1, 10000) > 0 && read(fd, &c, 1) == 1 && c != '\n')
-        line += c;
-    return line;
-}
 
 std::vector<std::string> FileLines(const std::string& path)
 {
@@ -42,11 +32,6 @@ std::vector<std::string> FileLines(const std::string& path)
     for (std::string l; std::getline(in, l);)
         lines.push_back(l);
     return lines;
-}
-
-bool IsWordLine(const std::string& line)
-{
-    return line.find("a429rx:1") != std::string::npos;
 }
 
 // Index of the first line starting with `prefix`, or -1.
@@ -62,7 +47,7 @@ size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
 {
     size_t n = 0;
     for (size_t i = size_t(from + 1); i < lines.size(); ++i)
-        n += IsWordLine(lines[i]) ? 1 : 0;
+        n += lines[i].find("a429rx:1") != std::string::npos;
     return n;
 }
 
