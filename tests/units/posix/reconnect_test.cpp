@@ -725,6 +725,18 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         ASSERT_TRUE(r.Rig.Sim.Plug());
         ASSERT_TRUE(r.WaitFor([&] { return r.Status().Returns == returns + 1; }));
     };
+    // Idle for several probe periods: the probe is a command the unit takes
+    // (the emulator leaves one it lacks unechoed), so the unit is not lost.
+    const auto idleProbes = [](ReconnectRig& r) {
+        const auto probes = [&] {
+            const auto& byCode = r.Rig.Sim.GetCounters().CommandsByCode;
+            return byCode[1] + byCode[2];
+        };
+        const uint64_t before = probes();
+        ASSERT_TRUE(r.WaitFor([&] { return probes() >= before + 4; }));
+        EXPECT_EQ(r.Status().Outages, 0u);
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsUnknown, 0u);
+    };
     {
         ReconnectRig r(false, true, travin);
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
@@ -735,6 +747,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         auto* in = OpenWith<CKVX_HdwDiscreteInService>(r.Rig, HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
         auto* out = OpenWith<CKVX_HdwDiscreteOutService>(r.Rig, HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
         ASSERT_TRUE(in && out);
+        ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         ASSERT_EQ(out->WriteAll(0x3C), 0u);
         uint32_t state = 0;
         uint64_t time = 0;
@@ -763,6 +776,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         auto* i2c = OpenWith<CKVX_HdwI2cMasterService>(r.Rig, HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
         auto* spi = OpenWith<CKVX_HdwSpiMasterService>(r.Rig, HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
         ASSERT_TRUE(i2c && spi);
+        ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         // The unit takes the transfer; its answer is held back past the unplug.
         r.Rig.Sim.SetAnswerDelayMs(5000);
         CKVX_HdwI2cTransfer onUnit;
