@@ -663,15 +663,20 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1})};
+    // 255 cycles of 2 ms: the schedule has less left than the unit is away.
+    c.StopAfter = 255;
     Bc* bc = RunSchedule(r.Rig, c);
     ASSERT_TRUE(rt && bc);
-    ASSERT_GE(ReadTransfers(bc, 10).size(), 10u);
+    size_t before = ReadTransfers(bc, 10).size();
+    ASSERT_GE(before, 10u);
 
     r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    ReadTransfers(bc, 100000, 0); // what came before the loss
+    before += ReadTransfers(bc, 100000, 0).size(); // what came before the loss
     ReadTransfers(rt, 100000, 0);
     ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
+    // Away for three attempts (back-off 100, 200, 400 ms).
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 3; }));
     ASSERT_TRUE(r.Rig.Sim.Plug());
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
 
@@ -692,6 +697,7 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     ASSERT_GE(access.size(), 10u);
     EXPECT_EQ(access.back().Data, Words{0xA1});
     EXPECT_GT(bc->GetLostCount(), 0u);
+    EXPECT_LE(before + bc->GetLostCount(), 255u * 2);
     EXPECT_TRUE(bc->IsRunning());
     EXPECT_TRUE(rt->IsRunning());
 }
