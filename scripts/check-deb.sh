@@ -45,6 +45,11 @@ for pattern in '^\./usr/lib[^ ]*/libHdwLib\.so\.[0-9.]*$' '^\./usr/lib[^ ]*/pkgc
     '^\./usr/lib[^ ]*/cmake/HdwLib/HdwLibConfig\.cmake$'; do
     grep -Eq "$pattern" <<<"$contents" || problem "nothing in the package matches $pattern"
 done
+# The library in the multiarch folder where the system has one (Debian).
+if multiarch=$(dpkg-architecture -qDEB_HOST_MULTIARCH 2>/dev/null) && [[ -n $multiarch ]]; then
+    grep -Eq "^\./usr/lib/$multiarch/libHdwLib\.so\.[0-9.]*$" <<<"$contents" ||
+        problem "libHdwLib.so is not in /usr/lib/$multiarch"
+fi
 outside=$(grep -Ev '^\./$|^\./usr(/|$)' <<<"$contents" || true)
 if [[ -n $outside ]]; then
     problem "files outside /usr: $outside"

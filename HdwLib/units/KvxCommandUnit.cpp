@@ -136,6 +136,8 @@ unsigned CKVX_HdwKvxCommandUnit::AttachSessionCommand(unsigned instance, unsigne
 
 unsigned CKVX_HdwKvxCommandUnit::AttachStatusRequestCommand(unsigned instance, unsigned channel, unsigned kind)
 {
+    if (!(m_Profile.Commands & KvxCmdStatusRequest))
+        return HDW_ERR_ARGUMENT;
     uint8_t p[3] = {0, 0, 0};
     // A unit with more than two CAN channels reads byte 6 bit n as CAN
     // channel n: its transmit state (kind 3) is part of the kind-2 answer.
@@ -505,11 +507,15 @@ unsigned CKVX_HdwKvxCommandUnit::UnitTickEnd(unsigned instance)
     if (m_Profile.KeepAliveIdleMs && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
         uint32_t(now) - inst->LastSendTime >= m_Profile.KeepAliveIdleMs)
         AttachKeepAliveCommand(instance);
-    // With reconnect on, an idle unit is asked for nothing now and then: its
-    // echo shows that it is still there.
+    // With reconnect on, an idle unit is sent a command of its own set that
+    // changes nothing now and then: its echo shows that it is still there.
     if (inst->Reconnect.Status.State == HDW_UNIT_LINK_UP && inst->CommandList.IsEmpty() && inst->EchoList.IsEmpty() &&
-        uint32_t(now) - inst->LastSendTime >= KvxReconnectProbeIdleMs && IsReconnectEnabled())
-        AttachStatusRequestCommand(instance, 0, 0);
+        uint32_t(now) - inst->LastSendTime >= KvxReconnectProbeIdleMs && IsReconnectEnabled()) {
+        if (m_Profile.ReconnectProbe == KvxCmdSession)
+            AttachSessionCommand(inst, 1);
+        else
+            AttachStatusRequestCommand(instance, 0, 0);
+    }
     unsigned rc = SendNextFrame(inst, now) != 0 ? unsigned(HDW_ERR_LINK) : 0u;
     if (rc != 0 && TakeOverLoss(instance, inst, now))
         rc = 0;

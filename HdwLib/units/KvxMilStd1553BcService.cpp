@@ -119,6 +119,8 @@ unsigned CKVX_HdwKvxMilStd1553BcService::RunBc()
     CKVX_HdwServiceLock lock(*this);
     if (!m_Loaded)
         return HDW_ERR_WRONG_STATE;
+    if (!m_Running || m_StopPending)
+        m_ScheduledSeen = 0; // runs from its first minor frame
     m_Running = true;
     m_StopPending = false;
     return AttachConfig(0, 0, mil::TablePage(m_ActiveHalf));
@@ -223,6 +225,7 @@ void CKVX_HdwKvxMilStd1553BcService::TransferCompleted(const CKVX_HdwKvxMilStd15
     } else {
         const CKVX_HdwMilStd1553MajorFrame& table = m_Tables[(e.TransferId & mil::TableBId) ? 1 : 0];
         const unsigned index = e.TransferId & mil::IndexMask;
+        ++m_ScheduledSeen;
         if (index < table.Messages.size())
             m = table.Messages[index];
     }
@@ -253,10 +256,19 @@ void CKVX_HdwKvxMilStd1553BcService::Restore()
             slots += minor.Messages.size();
         const CKVX_HdwKvxUnitInstance* inst = hdw::units::InstanceOf(port);
         const uint64_t awayMs = port->GetUnit()->GetUnitTime() - inst->Reconnect.LostAtMs;
-        if (const uint64_t cycle = CycleUs(f))
-            m_Lost += awayMs * 1000 * slots / cycle;
+        if (const uint64_t cycle = CycleUs(f)) {
+            uint64_t missed = awayMs * 1000 * slots / cycle;
+            // A schedule that stops after N cycles had no more to send than
+            // what it had left of them.
+            if (const uint64_t cycles = m_HaveBuilt ? m_Built.StopAfter : 0) {
+                const uint64_t all = cycles * slots;
+                missed = std::min(missed, all - std::min(all, m_ScheduledSeen));
+            }
+            m_Lost += missed;
+        }
         m_RanAtLoss = false;
     }
+    m_ScheduledSeen = 0; // the run below starts its cycles afresh
     // A fresh unit has stopped, its memory cleared; the tables below carry
     // every data update, so none is sent on its own.
     m_DataUpdates.clear();

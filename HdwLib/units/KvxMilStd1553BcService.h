@@ -58,4 +58,6 @@ protected:
     uint64_t m_OneShotsDueMs = 0; // unit time the list in flight times out
     // The controller ran when the unit was lost.
     bool m_RanAtLoss = false;
+    // Scheduled transfers reported since the controller's run started.
+    uint64_t m_ScheduledSeen = 0;
 };

@@ -148,6 +148,13 @@ unsigned CKVX_HdwKvxSorrelByteOutBufferService::GetBytesToBeWritten(unsigned int
     return 0;
 }
 
+uint64_t CKVX_HdwKvxSorrelByteOutBufferService::GetResendCount() const
+{
+    // The tick counts resends under the device lock.
+    CKVX_HdwServiceLock lock(const_cast<CKVX_HdwKvxSorrelByteOutBufferService&>(*this));
+    return m_Resends;
+}
+
 unsigned CKVX_HdwKvxSorrelByteOutBufferService::ResetWriteBuffer()
 {
     CKVX_HdwServiceLock lock(*this);

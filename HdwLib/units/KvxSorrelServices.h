@@ -8,6 +8,8 @@
 // 50 ms without an acknowledgement. When the unit's room is used up and
 // nothing is unacknowledged, the latest acknowledged one is sent again
 // every 50 ms: its acknowledgement carries the room the unit has now.
+// Lock rule: the queues and the unacknowledged Data buffers only under the
+// device lock (the tick holds it; the application's calls take it).
 
 #include <HdwLib/bus/HdwByteInBufferService.h>
 #include <HdwLib/bus/HdwByteOutBufferService.h>
@@ -61,13 +63,16 @@ public:
     unsigned ResetWriteBuffer() override;
 
     // Data buffers sent again after a missing acknowledgement, since Start.
-    uint64_t GetResendCount() const { return m_Resends; }
-    // The unit was lost: forgets the Data buffers not acknowledged and
-    // answers their bytes plus those its transmit buffer still held at the
-    // latest acknowledgement (gone with its session). Queued bytes stay.
+    // Takes the device lock, as every access to the output's state does.
+    uint64_t GetResendCount() const;
+    // The unit was lost (caller holds the device lock): forgets the Data
+    // buffers not acknowledged and answers their bytes plus those its
+    // transmit buffer still held at the latest acknowledgement (gone with
+    // its session). Queued bytes stay.
     uint64_t ForgetInFlight();
-    // The port was opened again on the unit: numbering from 0, its
-    // transmit buffer empty; the queued bytes go out from the next tick.
+    // The port was opened again on the unit (caller holds the device lock):
+    // numbering from 0, its transmit buffer empty; the queued bytes go out
+    // from the next tick.
     void Resume();
 
 protected:

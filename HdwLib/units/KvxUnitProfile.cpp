@@ -166,6 +166,7 @@ CKVX_HdwKvxUnitProfile Travin()
     p.DiscreteOutConfigBase = 40;
     p.Commands = KvxDiscreteCommands;
     p.Events = kEvents({KvxEventComEcho, KvxEventDiscreteIn, KvxEventDiscreteOut});
+    p.ReconnectProbe = KvxCmdSession;
     return p;
 }
 
@@ -183,6 +184,7 @@ CKVX_HdwKvxUnitProfile Wendal()
     p.SpiChannels = 2;
     p.Commands = KvxCmdSession | KvxCmdI2cConfig | KvxCmdSpiConfig | KvxCmdI2cTransfer | KvxCmdSpiTransfer;
     p.Events = kEvents({KvxEventComEcho, KvxEventI2cResult, KvxEventSpiResult});
+    p.ReconnectProbe = KvxCmdSession;
     return p;
 }
 

@@ -121,6 +121,11 @@ public:
     // The serial probe also asks for a status answer and recognises the unit
     // by its shape (units that share their USB identity).
     bool ProbeByStatus = false;
+    // The command an idle unit is sent with the manager's reconnect on, so
+    // that its echo shows it is still there: KvxCmdStatusRequest (an empty
+    // request) or KvxCmdSession (a closing session command, harmless to a
+    // running unit) for a unit without the status request.
+    uint32_t ReconnectProbe = KvxCmdStatusRequest;
     // The ARINC 429 receivers offer label-oriented input (service type 6).
     bool Arinc429LabelInput = false;
     // CAN ports take the byte-stream services (types 2 and 3).

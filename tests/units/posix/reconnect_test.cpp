@@ -650,14 +650,19 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1})};
+    // 255 cycles of 2 ms: the schedule has less left than the unit is away.
+    c.StopAfter = 255;
     Bc* bc = RunSchedule(r.Rig, c);
     ASSERT_TRUE(rt && bc);
-    ASSERT_GE(ReadTransfers(bc, 10).size(), 10u);
+    size_t before = ReadTransfers(bc, 10).size();
+    ASSERT_GE(before, 10u);
 
     ASSERT_NO_FATAL_FAILURE(r.Replug([&] {
-        ReadTransfers(bc, 100000, 0); // what came before the loss
+        before += ReadTransfers(bc, 100000, 0).size(); // what came before the loss
         ReadTransfers(rt, 100000, 0);
         ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
+        // Away for three attempts (back-off 100, 200, 400 ms).
+        ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 3; }));
     }));
 
     const std::vector<Msg> got = ReadTransfers(bc, 40);
@@ -677,6 +682,7 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     ASSERT_GE(access.size(), 10u);
     EXPECT_EQ(access.back().Data, Words{0xA1});
     EXPECT_GT(bc->GetLostCount(), 0u);
+    EXPECT_LE(before + bc->GetLostCount(), 255u * 2);
     EXPECT_TRUE(bc->IsRunning());
     EXPECT_TRUE(rt->IsRunning());
 }
@@ -697,6 +703,18 @@ S* OpenWith(UnitRig& rig, unsigned portType, unsigned channel, unsigned serviceT
 // again and the next transfers run.
 TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
 {
+    // Idle for several probe periods: the probe is a command the unit takes
+    // (the emulator leaves one it lacks unechoed), so the unit is not lost.
+    const auto idleProbes = [](ReconnectRig& r) {
+        const auto probes = [&] {
+            const auto& byCode = r.Rig.Sim.GetCounters().CommandsByCode;
+            return byCode[1] + byCode[2];
+        };
+        const uint64_t before = probes();
+        ASSERT_TRUE(r.WaitFor([&] { return probes() >= before + 4; }));
+        EXPECT_EQ(r.Status().Outages, 0u);
+        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsUnknown, 0u);
+    };
     {
         ReconnectRig r(false, true, UnitNamed("travin"));
         ASSERT_NO_FATAL_FAILURE(r.StartLink());
@@ -707,6 +725,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         auto* in = OpenWith<CKVX_HdwDiscreteInService>(r.Rig, HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
         auto* out = OpenWith<CKVX_HdwDiscreteOutService>(r.Rig, HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
         ASSERT_TRUE(in && out);
+        ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         ASSERT_EQ(out->WriteAll(0x3C), 0u);
         uint32_t state = 0;
         uint64_t time = 0;
@@ -735,6 +754,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         auto* i2c = OpenWith<CKVX_HdwI2cMasterService>(r.Rig, HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
         auto* spi = OpenWith<CKVX_HdwSpiMasterService>(r.Rig, HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
         ASSERT_TRUE(i2c && spi);
+        ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         // The unit takes the transfer; its answer is held back past the unplug.
         r.Rig.Sim.SetAnswerDelayMs(5000);
         CKVX_HdwI2cTransfer onUnit;

@@ -23,6 +23,10 @@ void UnitEngine::Impl::ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs)
             CommandLog.pop_front();
         CommandLog.push_back(rec[1] & 0x7F);
         LastCommandNs = nowNs;
+        if (!Takes(rec[1] & 0x7F)) {
+            ++Count.CommandsUnknown; // refused: not run, not echoed
+            continue;
+        }
         if (rec[1] & 0x80) {
             if (EchoEnabled) {
                 uint8_t params[6];
@@ -38,6 +42,15 @@ void UnitEngine::Impl::ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs)
         if (!Execute(rec, len, nowNs))
             ++Count.CommandsUnknown;
     }
+}
+
+bool UnitEngine::Impl::Takes(unsigned code) const
+{
+    // A unit without ARINC 429 transmitters and CAN channels has no status
+    // to report and does not know the request.
+    if (code == CodeStatusRequest)
+        return Model.Arinc429TxChannels > 0 || Model.CanChannels > 0;
+    return true;
 }
 
 bool UnitEngine::Impl::Execute(const uint8_t* rec, size_t len, uint64_t nowNs)

@@ -189,6 +189,9 @@ struct UnitEngine::Impl {
     void ProcessFrame(const uint8_t* p, size_t n, uint64_t nowNs);
     bool Execute(const uint8_t* rec, size_t len, uint64_t nowNs);
     void StatusRequest(const uint8_t* rec, uint64_t nowNs);
+    // Whether the unit knows command `code` at all; one it does not is
+    // refused whole (no echo).
+    bool Takes(unsigned code) const;
     void SendStatus(unsigned channel, unsigned kind, uint32_t word, uint64_t nowNs);
     void A429Deliver(unsigned channel, uint32_t word, uint64_t atNs);
     bool A429LabelCommand(unsigned code, const uint8_t* rec, size_t len, uint64_t nowNs);

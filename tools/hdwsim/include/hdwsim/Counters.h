@@ -20,7 +20,7 @@ struct Counters {
     uint64_t BytesDiscarded = 0; // bytes skipped while hunting for a start byte
     uint64_t BytesIgnored = 0; // serial bytes read while hung up
     uint64_t CommandsReceived = 0;
-    uint64_t CommandsUnknown = 0; // unknown code, bad record length or channel
+    uint64_t CommandsUnknown = 0; // unknown code, bad record length or channel; a code the unit lacks is not echoed
     uint64_t EchoesSent = 0;
     uint64_t EchoesSuppressed = 0; // not sent because echoing is stopped
     uint64_t StatusEventsSent = 0;
