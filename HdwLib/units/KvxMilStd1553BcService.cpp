@@ -71,7 +71,7 @@ unsigned CKVX_HdwKvxMilStd1553BcService::AttachConfig(uint8_t extraFlags, uint8_
         c.Flags |= Config::FlagMonitor;
     c.Count = count;
     c.TablePage = tablePage;
-    c.StopAfter = m_HaveBuilt ? m_Built.StopAfter : 0;
+    c.StopAfter = m_CyclesLeft ? m_CyclesLeft : m_HaveBuilt ? m_Built.StopAfter : 0;
     return port->AttachConfiguration(c);
 }
 
@@ -119,8 +119,10 @@ unsigned CKVX_HdwKvxMilStd1553BcService::RunBc()
     CKVX_HdwServiceLock lock(*this);
     if (!m_Loaded)
         return HDW_ERR_WRONG_STATE;
-    if (!m_Running || m_StopPending)
+    if (!m_Running || m_StopPending) {
         m_ScheduledSeen = 0; // runs from its first minor frame
+        m_CyclesLeft = 0;
+    }
     m_Running = true;
     m_StopPending = false;
     return AttachConfig(0, 0, mil::TablePage(m_ActiveHalf));
@@ -259,10 +261,19 @@ void CKVX_HdwKvxMilStd1553BcService::Restore()
         if (const uint64_t cycle = CycleUs(f)) {
             uint64_t missed = awayMs * 1000 * slots / cycle;
             // A schedule that stops after N cycles had no more to send than
-            // what it had left of them.
-            if (const uint64_t cycles = m_HaveBuilt ? m_Built.StopAfter : 0) {
+            // what it had left of them, and runs on for the cycles it still
+            // has: ended while the unit was away, it does not start again.
+            const uint64_t cycles = m_CyclesLeft ? m_CyclesLeft : m_HaveBuilt ? m_Built.StopAfter : 0;
+            if (cycles && slots) {
                 const uint64_t all = cycles * slots;
                 missed = std::min(missed, all - std::min(all, m_ScheduledSeen));
+                const uint64_t done = m_ScheduledSeen + missed;
+                if (done >= all) {
+                    m_Running = false;
+                    m_ChangePending = false;
+                } else {
+                    m_CyclesLeft = uint8_t((all - done + slots - 1) / slots);
+                }
             }
             m_Lost += missed;
         }

@@ -60,4 +60,7 @@ protected:
     bool m_RanAtLoss = false;
     // Scheduled transfers reported since the controller's run started.
     uint64_t m_ScheduledSeen = 0;
+    // Major frame cycles of a StopAfter schedule that were left when the
+    // unit came back (0: the schedule's own StopAfter).
+    uint8_t m_CyclesLeft = 0;
 };

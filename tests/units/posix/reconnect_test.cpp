@@ -637,54 +637,72 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
 
 // A running bus controller (channel 0) and remote terminal (channel 1) come
 // back by themselves: tables, latest data and run are written again, the
-// schedule resumes from its first minor frame, the transmit data given while
-// the unit was away is what the controller reads, and the transfers the
-// schedule missed are counted as lost.
+// transmit data given while the unit was away is what the controller reads,
+// and the transfers the schedule missed are counted as lost. A schedule of
+// 255 cycles runs only the cycles it had left: with 2-ms cycles it ended while
+// the unit was away (about a second) and does not start again; with 20-ms
+// cycles it resumes and stops after 255 cycles in all.
 TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
 {
-    ReconnectRig r(false, true);
-    ASSERT_NO_FATAL_FAILURE(r.Start());
-    const Words oldTx = {0x101, 0x102}, newTx = {0x201, 0x202};
-    const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
-    Rt* rt = OpenRt(r.Rig, &t);
-    CKVX_HdwMilStd1553BusController c;
-    c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
-    c.MajorFrame.MinorFrames = {Minor(2000, {0, 1})};
-    // 255 cycles of 2 ms: the schedule has less left than the unit is away.
-    c.StopAfter = 255;
-    Bc* bc = RunSchedule(r.Rig, c);
-    ASSERT_TRUE(rt && bc);
-    size_t before = ReadTransfers(bc, 10).size();
-    ASSERT_GE(before, 10u);
+    for (const unsigned minorUs : {2000u, 20000u}) {
+        SCOPED_TRACE(minorUs);
+        const bool endsAway = minorUs == 2000;
+        ReconnectRig r(false, true);
+        ASSERT_NO_FATAL_FAILURE(r.Start());
+        const Words oldTx = {0x101, 0x102}, newTx = {0x201, 0x202};
+        const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
+        Rt* rt = OpenRt(r.Rig, &t);
+        CKVX_HdwMilStd1553BusController c;
+        c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
+        c.MajorFrame.MinorFrames = {Minor(minorUs, {0, 1})};
+        c.StopAfter = 255;
+        const uint64_t all = 255 * 2;
+        Bc* bc = RunSchedule(r.Rig, c);
+        ASSERT_TRUE(rt && bc);
+        size_t seen = ReadTransfers(bc, 10).size();
+        ASSERT_GE(seen, 10u);
 
-    ASSERT_NO_FATAL_FAILURE(r.Replug([&] {
-        before += ReadTransfers(bc, 100000, 0).size(); // what came before the loss
-        ReadTransfers(rt, 100000, 0);
-        ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
-        // Away for three attempts (back-off 100, 200, 400 ms).
-        ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 3; }));
-    }));
-
-    const std::vector<Msg> got = ReadTransfers(bc, 40);
-    ASSERT_GE(got.size(), 40u);
-    for (size_t i = 0; i < got.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(got[i].Subaddress, i % 2 == 0 ? 1 : 2);
-        EXPECT_EQ(got[i].Flags, 0);
-        if (got[i].Subaddress == 2) {
-            EXPECT_EQ(got[i].Data, newTx);
+        ASSERT_NO_FATAL_FAILURE(r.Replug([&] {
+            seen += ReadTransfers(bc, 100000, 0).size(); // what came before the loss
+            ReadTransfers(rt, 100000, 0);
+            ASSERT_EQ(rt->UpdateTransmitData(2, newTx), 0u);
+            // Away for three attempts (back-off 100, 200, 400 ms).
+            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 3; }));
+        }));
+        EXPECT_TRUE(rt->IsRunning());
+        if (endsAway) {
+            EXPECT_FALSE(bc->IsRunning());
+            EXPECT_EQ(seen + bc->GetLostCount(), all);
+            continue;
         }
-        if (i > 0) {
-            EXPECT_GT(got[i].TimeStamp, got[i - 1].TimeStamp);
+        const std::vector<Msg> got = ReadTransfers(bc, 40);
+        ASSERT_GE(got.size(), 40u);
+        for (size_t i = 0; i < got.size(); ++i) {
+            SCOPED_TRACE(i);
+            EXPECT_EQ(got[i].Subaddress, i % 2 == 0 ? 1 : 2);
+            EXPECT_EQ(got[i].Flags, 0);
+            if (got[i].Subaddress == 2) {
+                EXPECT_EQ(got[i].Data, newTx);
+            }
+            if (i > 0) {
+                EXPECT_GT(got[i].TimeStamp, got[i - 1].TimeStamp);
+            }
         }
+        const std::vector<Msg> access = ReadTransfers(rt, 10);
+        ASSERT_GE(access.size(), 10u);
+        EXPECT_EQ(access.back().Data, Words{0xA1});
+        EXPECT_GT(bc->GetLostCount(), 0u);
+        // Reported, counted lost and run after the return: the 255 cycles,
+        // the last one begun again whole.
+        seen += got.size();
+        ASSERT_TRUE(r.WaitFor([&] {
+            seen += ReadTransfers(bc, 100000, 0).size();
+            return !bc->IsRunning();
+        }));
+        seen += ReadTransfers(bc, 100000, 0).size();
+        EXPECT_GE(seen + bc->GetLostCount(), all);
+        EXPECT_LT(seen + bc->GetLostCount(), all + 2);
     }
-    const std::vector<Msg> access = ReadTransfers(rt, 10);
-    ASSERT_GE(access.size(), 10u);
-    EXPECT_EQ(access.back().Data, Words{0xA1});
-    EXPECT_GT(bc->GetLostCount(), 0u);
-    EXPECT_LE(before + bc->GetLostCount(), 255u * 2);
-    EXPECT_TRUE(bc->IsRunning());
-    EXPECT_TRUE(rt->IsRunning());
 }
 
 // A service enabled on a port, then the port opened with `params`.
