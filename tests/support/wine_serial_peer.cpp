@@ -1,25 +1,33 @@
-// Runs a Windows test program under wine with real serial lines: makes
+// Runs a Windows test program under wine with real serial lines: creates
 // pseudo-terminal pairs, maps each slave to a COM port of the wine prefix
-// ($WINEPREFIX/dosdevices/comN -> /dev/pts/M) and plays the far end of every
-// line on its master, as the test asks over one loopback TCP connection.
+// (a link $WINEPREFIX/dosdevices/comN -> /dev/pts/M) and plays the far end
+// of every line on its master, as the test asks through a small text
+// protocol on a loopback TCP socket.
 //
-//     wine_serial_peer [--lines N] -- wine program.exe [args...]
+//     wine_serial_peer [--lines N] [--echo] -- wine program.exe [args...]
 //
-// The program finds the peer through HDWLIB_SERIAL_PEER (127.0.0.1:PORT) and
-// the COM names through HDWLIB_SERIAL_PORTS (comma-separated, line 0 first).
+// --echo starts every line echoing (see ECHO below).
+//
+// The program finds the peer through the environment:
+//     HDWLIB_SERIAL_PEER   127.0.0.1:PORT of the control socket
+//     HDWLIB_SERIAL_PORTS  the COM names, comma-separated, line 0 first
+//
 // Requests, one line each, answered by one line "OK ..." or "ERR text":
-//     SETTINGS i    the slave's settings as the far end sees them: baud= bits=
-//                   parity=none|odd|even|mark|space stop= crtscts= ixon= ixoff=
-//                   xon= xoff= raw=
-//     SEND i HEX    write the bytes to the master
-//     RECV i N MS   up to N bytes from the master, waiting up to MS ms for them
-//     INQUEUE i     bytes waiting on the slave (for the program to read)
-//     HANGUP i      close the master: the line's far side is gone
-//     RENEW i       a fresh pseudo-terminal pair behind the same COM name
+//     SETTINGS i        the slave's line settings as the far end sees them:
+//                       baud= bits= parity=none|odd|even|mark|space stop=1|2
+//                       crtscts= ixon= ixoff= xon= xoff= raw=
+//     SEND i HEX        write the bytes to the master
+//     RECV i N MS       read up to N bytes from the master, waiting up to MS ms
+//                       for all of them; answers the hex of what came
+//     SOME i MS         what the master holds after waiting up to MS ms for anything
+//     QUEUED i          bytes waiting on the master (sent by the program)
+//     INQUEUE i         bytes waiting on the slave (for the program to read)
+//     ECHO i 0|1        the peer writes back whatever arrives on line i
+//     HANGUP i          close the master: the line's far side is gone
+//     RENEW i           a fresh pseudo-terminal pair behind the same COM name
+//
 // The links are removed on exit; the exit code is the program's.
-#include <arpa/inet.h>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -38,16 +46,23 @@
 #include <termios.h>
 #include <unistd.h>
 #include <vector>
+#include <arpa/inet.h>
+#include <chrono>
 
 long ReadLineSpeed(int fd);
 
 namespace {
 
 struct Line {
-    int master = -1, slave = -1; // the slave stays open so that the line does not hang up between opens
+    int master = -1;
+    int slave = -1; // kept open so that the line does not hang up between opens
     pid_t holder = -1; // the process whose controlling terminal the slave is
-    std::string slaveName, link, comName;
+    std::string slaveName;
+    std::string link; // the dosdevices entry
+    std::string comName;
+    bool echo = false;
 };
+
 std::vector<Line> g_Lines;
 
 bool OpenPty(Line& line)
@@ -65,8 +80,8 @@ bool OpenPty(Line& line)
     line.slaveName = name;
     // The wine server opens the device without O_NOCTTY; a terminal that is
     // nobody's controlling terminal would become its, and closing the master
-    // would then hang it up. A holder process takes the terminal first, and
-    // the line is handed out only once it has.
+    // would then hang it up. A small holder process takes the terminal first.
+    // The line is handed out only once the holder has it.
     int ready[2];
     if (pipe(ready) != 0)
         return false;
@@ -74,14 +89,15 @@ bool OpenPty(Line& line)
     if (line.holder == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         signal(SIGHUP, SIG_IGN);
-        for (int fd = 3; fd < 1024; ++fd) // other lines' masters: a hang-up must not find them held
+        for (int fd = 3; fd < 1024; ++fd)
             if (fd != line.slave && fd != ready[1])
                 close(fd);
         const char ok = (setsid() >= 0 && ioctl(line.slave, TIOCSCTTY, 0) == 0) ? 1 : 0;
-        if (write(ready[1], &ok, 1) == 1)
-            for (;;)
-                pause();
-        _exit(1);
+        if (write(ready[1], &ok, 1) != 1)
+            _exit(1);
+        close(ready[1]);
+        for (;;)
+            pause();
     }
     close(ready[1]);
     char ok = 0;
@@ -92,9 +108,10 @@ bool OpenPty(Line& line)
 
 void ClosePty(Line& line)
 {
-    for (int fd : {line.master, line.slave})
-        if (fd >= 0)
-            close(fd);
+    if (line.master >= 0)
+        close(line.master);
+    if (line.slave >= 0)
+        close(line.slave);
     line.master = line.slave = -1;
     if (line.holder > 0) {
         kill(line.holder, SIGKILL);
@@ -103,30 +120,59 @@ void ClosePty(Line& line)
     line.holder = -1;
 }
 
-// The first free comN from 7 on: symlink() fails on an existing entry, so two
-// peers on one prefix never share a name.
+// Takes the first free comN from 7 on: symlink() fails on an existing entry,
+// so two peers on one prefix never share a name.
 bool LinkCom(Line& line, const std::string& dosdevices)
 {
     for (int n = 7; n <= 256; ++n) {
-        line.link = dosdevices + "/com" + std::to_string(n);
-        line.comName = "COM" + std::to_string(n);
-        if (symlink(line.slaveName.c_str(), line.link.c_str()) == 0)
+        const std::string link = dosdevices + "/com" + std::to_string(n);
+        if (symlink(line.slaveName.c_str(), link.c_str()) == 0) {
+            line.link = link;
+            line.comName = "COM" + std::to_string(n);
             return true;
+        }
         if (errno != EEXIST)
-            break;
+            return false;
     }
-    line.link.clear();
     return false;
 }
 
-// Points the COM name at a fresh pair: a new link renamed over the old one.
-bool Renew(Line& line)
+bool Relink(Line& line)
 {
-    ClosePty(line);
+    // Replace the link atomically: rename a fresh one over it.
     const std::string tmp = line.link + ".new";
     unlink(tmp.c_str());
-    return OpenPty(line) && symlink(line.slaveName.c_str(), tmp.c_str()) == 0 &&
-        rename(tmp.c_str(), line.link.c_str()) == 0;
+    if (symlink(line.slaveName.c_str(), tmp.c_str()) != 0)
+        return false;
+    return rename(tmp.c_str(), line.link.c_str()) == 0;
+}
+
+std::string Hex(const std::vector<unsigned char>& bytes)
+{
+    static const char digits[] = "0123456789abcdef";
+    std::string s;
+    s.reserve(bytes.size() * 2);
+    for (unsigned char b : bytes) {
+        s += digits[b >> 4];
+        s += digits[b & 15];
+    }
+    return s;
+}
+
+bool Unhex(const std::string& s, std::vector<unsigned char>& out)
+{
+    if (s.size() % 2)
+        return false;
+    out.clear();
+    for (size_t i = 0; i < s.size(); i += 2) {
+        const std::string byte = s.substr(i, 2);
+        char* end = nullptr;
+        const unsigned long v = std::strtoul(byte.c_str(), &end, 16);
+        if (*end)
+            return false;
+        out.push_back(static_cast<unsigned char>(v));
+    }
+    return true;
 }
 
 long long NowMs()
@@ -135,33 +181,43 @@ long long NowMs()
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-// Moves bytes to or from the non-blocking master until `count` are done or
-// `waitMs` passed; a read answers what came, a write whether all went.
-std::string Transfer(int fd, bool write, std::vector<unsigned char>& bytes, size_t count, long long waitMs)
+bool WriteAll(int fd, const std::vector<unsigned char>& bytes)
 {
-    static const char digits[] = "0123456789abcdef";
     size_t done = 0;
-    const long long deadline = NowMs() + waitMs;
-    bytes.resize(count);
-    while (done < count) {
-        const ssize_t n = write ? ::write(fd, bytes.data() + done, count - done)
-                                : read(fd, bytes.data() + done, std::min<size_t>(count - done, 65536));
+    const long long deadline = NowMs() + 10000;
+    while (done < bytes.size() && NowMs() < deadline) {
+        const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
         if (n > 0) {
             done += size_t(n);
+        } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
+            return false;
+        } else {
+            pollfd p{fd, POLLOUT, 0};
+            poll(&p, 1, 50);
+        }
+    }
+    return done == bytes.size();
+}
+
+// Reads from a non-blocking master until `count` bytes or the deadline.
+std::vector<unsigned char> ReadUpTo(int fd, size_t count, long long waitMs)
+{
+    std::vector<unsigned char> out;
+    const long long deadline = NowMs() + waitMs;
+    while (out.size() < count) {
+        unsigned char buf[4096];
+        const ssize_t n = read(fd, buf, std::min(sizeof buf, count - out.size()));
+        if (n > 0) {
+            out.insert(out.end(), buf, buf + n);
             continue;
         }
         const long long left = deadline - NowMs();
         if (left <= 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
             break;
-        pollfd p{fd, short(write ? POLLOUT : POLLIN), 0};
+        pollfd p{fd, POLLIN, 0};
         poll(&p, 1, int(std::min(left, 50LL)));
     }
-    if (write)
-        return done == count ? "OK" : "ERR write";
-    std::string reply = "OK ";
-    for (size_t i = 0; i < done; ++i)
-        reply += std::string{digits[bytes[i] >> 4], digits[bytes[i] & 15]};
-    return reply;
+    return out;
 }
 
 std::string Settings(const Line& line)
@@ -169,146 +225,226 @@ std::string Settings(const Line& line)
     termios t{};
     if (tcgetattr(line.slave, &t) != 0)
         return "ERR tcgetattr";
-    const tcflag_t size = t.c_cflag & CSIZE, c = t.c_cflag, i = t.c_iflag;
-    const bool odd = (c & PARODD) != 0;
-    const char* parity = !(c & PARENB) ? "none" : (c & CMSPAR) ? (odd ? "mark" : "space") : (odd ? "odd" : "even");
-    const bool raw =
-        (t.c_lflag & (ICANON | ECHO | ISIG)) == 0 && (t.c_oflag & OPOST) == 0 && (i & (ICRNL | INLCR | IGNCR)) == 0;
+    const tcflag_t size = t.c_cflag & CSIZE;
+    const int bits = size == CS5 ? 5 : size == CS6 ? 6 : size == CS7 ? 7 : 8;
+    const char* parity = "none";
+    if (t.c_cflag & PARENB) {
+        const bool odd = (t.c_cflag & PARODD) != 0;
+        if (t.c_cflag & CMSPAR)
+            parity = odd ? "mark" : "space";
+        else
+            parity = odd ? "odd" : "even";
+    }
+    const bool raw = (t.c_lflag & (ICANON | ECHO | ISIG)) == 0 && (t.c_oflag & OPOST) == 0 &&
+        (t.c_iflag & (ICRNL | INLCR | IGNCR)) == 0;
     std::ostringstream s;
-    s << "OK baud=" << ReadLineSpeed(line.slave) << " bits="
-      << (size == CS5          ? 5
-                 : size == CS6 ? 6
-                 : size == CS7 ? 7
-                               : 8)
-      << " parity=" << parity << " stop=" << ((c & CSTOPB) ? 2 : 1) << " crtscts=" << ((c & CRTSCTS) ? 1 : 0)
-      << " ixon=" << ((i & IXON) ? 1 : 0) << " ixoff=" << ((i & IXOFF) ? 1 : 0) << " xon=" << int(t.c_cc[VSTART])
-      << " xoff=" << int(t.c_cc[VSTOP]) << " raw=" << (raw ? 1 : 0);
+    s << "OK baud=" << ReadLineSpeed(line.slave) << " bits=" << bits << " parity=" << parity
+      << " stop=" << ((t.c_cflag & CSTOPB) ? 2 : 1) << " crtscts=" << ((t.c_cflag & CRTSCTS) ? 1 : 0)
+      << " ixon=" << ((t.c_iflag & IXON) ? 1 : 0) << " ixoff=" << ((t.c_iflag & IXOFF) ? 1 : 0)
+      << " xon=" << int(t.c_cc[VSTART]) << " xoff=" << int(t.c_cc[VSTOP]) << " raw=" << (raw ? 1 : 0);
     return s.str();
 }
 
 std::string Serve(const std::string& request)
 {
     std::istringstream in(request);
-    std::string verb, hex;
-    size_t index = 0, count = 0;
-    long long ms = 0;
+    std::string verb;
+    size_t index = 0;
     in >> verb >> index;
     if (!in || index >= g_Lines.size())
         return "ERR bad request";
     Line& line = g_Lines[index];
-    if (verb == "RENEW")
-        return Renew(line) ? "OK" : "ERR renew";
+    if (verb == "RENEW") {
+        ClosePty(line);
+        line.echo = false;
+        if (!OpenPty(line) || !Relink(line))
+            return "ERR renew";
+        return "OK";
+    }
     if (line.master < 0)
         return "ERR hung up";
     if (verb == "SETTINGS")
         return Settings(line);
-    std::vector<unsigned char> bytes;
-    if (verb == "SEND" && (in >> hex) && hex.size() % 2 == 0) {
-        for (size_t i = 0; i < hex.size(); i += 2)
-            bytes.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-        return Transfer(line.master, true, bytes, bytes.size(), 10000);
+    if (verb == "SEND") {
+        std::string hex;
+        in >> hex;
+        std::vector<unsigned char> bytes;
+        if (!Unhex(hex, bytes))
+            return "ERR hex";
+        return WriteAll(line.master, bytes) ? "OK" : "ERR write";
     }
-    if (verb == "RECV" && (in >> count >> ms))
-        return Transfer(line.master, false, bytes, count, ms);
-    int n = -1;
-    if (verb == "INQUEUE" && ioctl(line.slave, FIONREAD, &n) == 0)
+    if (verb == "RECV" || verb == "SOME") {
+        size_t count = 1 << 20;
+        long long ms = 0;
+        if (verb == "RECV")
+            in >> count;
+        in >> ms;
+        if (!in)
+            return "ERR bad request";
+        if (verb == "SOME") {
+            pollfd p{line.master, POLLIN, 0};
+            poll(&p, 1, int(ms));
+            ms = 0;
+        }
+        return "OK " + Hex(ReadUpTo(line.master, count, ms));
+    }
+    if (verb == "QUEUED" || verb == "INQUEUE") {
+        int n = -1;
+        if (ioctl(verb == "QUEUED" ? line.master : line.slave, FIONREAD, &n) != 0)
+            return "ERR ioctl";
         return "OK " + std::to_string(n);
+    }
+    if (verb == "ECHO") {
+        int on = 0;
+        in >> on;
+        line.echo = on != 0;
+        return "OK";
+    }
     if (verb == "HANGUP") {
         close(line.master);
         line.master = -1;
         return "OK";
     }
-    return "ERR bad request";
+    return "ERR unknown request";
 }
 
-// Answers the program's requests until it exits; its exit code.
-int Run(int listener, char** program)
+void EchoLines()
 {
-    const pid_t child = fork();
-    if (child == 0) {
-        execvp(program[0], program);
-        std::perror("wine_serial_peer: exec");
-        _exit(127);
+    for (Line& line : g_Lines) {
+        if (!line.echo || line.master < 0)
+            continue;
+        unsigned char buf[4096];
+        const ssize_t n = read(line.master, buf, sizeof buf);
+        if (n > 0)
+            WriteAll(line.master, std::vector<unsigned char>(buf, buf + n));
     }
-    int client = -1, status = 0;
-    std::string pending;
-    while (waitpid(child, &status, WNOHANG) != child) {
-        pollfd p{client >= 0 ? client : listener, POLLIN, 0};
-        if (poll(&p, 1, 50) <= 0)
-            continue;
-        if (client < 0) {
-            client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-            continue;
-        }
-        char buf[65536];
-        const ssize_t n = read(client, buf, sizeof buf);
-        if (n <= 0) {
-            close(client);
-            client = -1;
-            continue;
-        }
-        pending.append(buf, size_t(n));
-        for (size_t eol; (eol = pending.find('\n')) != std::string::npos;) {
-            const std::string reply = Serve(pending.substr(0, eol)) + "\n";
-            pending.erase(0, eol + 1);
-            for (size_t sent = 0; sent < reply.size();) {
-                const ssize_t w = write(client, reply.data() + sent, reply.size() - sent);
-                if (w <= 0)
-                    break;
-                sent += size_t(w);
-            }
-        }
-    }
-    if (client >= 0)
-        close(client);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
+
+struct Client {
+    int fd;
+    std::string pending;
+};
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    int arg = 1;
     size_t lineCount = 2;
-    if (arg + 1 < argc && std::strcmp(argv[arg], "--lines") == 0) {
-        lineCount = std::strtoul(argv[arg + 1], nullptr, 10);
-        arg += 2;
+    bool echo = false;
+    int arg = 1;
+    for (; arg < argc; ++arg) {
+        if (std::strcmp(argv[arg], "--lines") == 0 && arg + 1 < argc)
+            lineCount = std::strtoul(argv[++arg], nullptr, 10);
+        else if (std::strcmp(argv[arg], "--echo") == 0)
+            echo = true;
+        else if (std::strcmp(argv[arg], "--") == 0) {
+            ++arg;
+            break;
+        } else
+            break;
     }
-    if (arg + 1 >= argc || std::strcmp(argv[arg++], "--") != 0) {
-        std::fprintf(stderr, "usage: %s [--lines N] -- program [args...]\n", argv[0]);
+    if (arg >= argc) {
+        std::fprintf(stderr, "usage: %s [--lines N] [--echo] -- program [args...]\n", argv[0]);
         return 2;
     }
     signal(SIGPIPE, SIG_IGN);
+
     const char* prefix = std::getenv("WINEPREFIX");
-    const char* home = std::getenv("HOME");
-    const std::string wine = prefix && *prefix ? prefix : std::string(home ? home : ".") + "/.wine";
-    const std::string dosdevices = wine + "/dosdevices";
-    mkdir(wine.c_str(), 0755);
+    const std::string home = std::getenv("HOME") ? std::getenv("HOME") : ".";
+    const std::string dosdevices = (prefix && *prefix ? std::string(prefix) : home + "/.wine") + "/dosdevices";
+    mkdir(dosdevices.substr(0, dosdevices.size() - 11).c_str(), 0755);
     mkdir(dosdevices.c_str(), 0755);
 
     g_Lines.resize(lineCount);
     std::string names;
+    int rc = 1;
     bool ready = true;
     for (Line& line : g_Lines) {
-        ready = ready && OpenPty(line) && LinkCom(line, dosdevices);
+        if (!OpenPty(line) || !LinkCom(line, dosdevices)) {
+            std::fprintf(
+                stderr, "wine_serial_peer: cannot make a line in %s: %s\n", dosdevices.c_str(), std::strerror(errno));
+            ready = false;
+            break;
+        }
         names += (names.empty() ? "" : ",") + line.comName;
+        line.echo = echo;
     }
+
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t len = sizeof addr;
-    ready = ready && listener >= 0 && bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
-        listen(listener, 1) == 0 && getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) == 0;
-    int rc = 1;
+    if (ready &&
+        (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+            listen(listener, 4) != 0 || getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) != 0)) {
+        std::perror("wine_serial_peer: control socket");
+        ready = false;
+    }
+
     if (ready) {
         setenv("HDWLIB_SERIAL_PEER", ("127.0.0.1:" + std::to_string(ntohs(addr.sin_port))).c_str(), 1);
         setenv("HDWLIB_SERIAL_PORTS", names.c_str(), 1);
         std::fprintf(stderr, "wine_serial_peer: %s\n", names.c_str());
-        rc = Run(listener, argv + arg);
-    } else {
-        std::fprintf(
-            stderr, "wine_serial_peer: cannot make the lines in %s: %s\n", dosdevices.c_str(), std::strerror(errno));
+        const pid_t child = fork();
+        if (child == 0) {
+            execvp(argv[arg], argv + arg);
+            std::perror("wine_serial_peer: exec");
+            _exit(127);
+        }
+        std::vector<Client> clients;
+        for (;;) {
+            int status = 0;
+            if (waitpid(child, &status, WNOHANG) == child) {
+                rc = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+                break;
+            }
+            std::vector<pollfd> fds{{listener, POLLIN, 0}};
+            for (const Client& c : clients)
+                fds.push_back({c.fd, POLLIN, 0});
+            for (const Line& line : g_Lines)
+                if (line.echo && line.master >= 0)
+                    fds.push_back({line.master, POLLIN, 0});
+            poll(fds.data(), fds.size(), 50);
+            EchoLines();
+            if (fds[0].revents & POLLIN) {
+                const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+                if (fd >= 0)
+                    clients.push_back({fd, {}});
+            }
+            for (size_t i = 0; i < clients.size();) {
+                Client& c = clients[i];
+                char buf[65536];
+                const ssize_t n =
+                    (fds[i + 1].revents & (POLLIN | POLLHUP | POLLERR)) ? read(c.fd, buf, sizeof buf) : -2;
+                if (n == 0 || (n < 0 && n != -2 && errno != EINTR)) {
+                    close(c.fd);
+                    clients.erase(clients.begin() + long(i));
+                    fds.erase(fds.begin() + long(i) + 1);
+                    continue;
+                }
+                if (n > 0)
+                    c.pending.append(buf, size_t(n));
+                size_t eol;
+                while ((eol = c.pending.find('\n')) != std::string::npos) {
+                    std::string request = c.pending.substr(0, eol);
+                    c.pending.erase(0, eol + 1);
+                    if (!request.empty() && request.back() == '\r')
+                        request.pop_back();
+                    const std::string reply = Serve(request) + "\n";
+                    size_t sent = 0;
+                    while (sent < reply.size()) {
+                        const ssize_t w = write(c.fd, reply.data() + sent, reply.size() - sent);
+                        if (w <= 0)
+                            break;
+                        sent += size_t(w);
+                    }
+                }
+                ++i;
+            }
+        }
+        for (const Client& c : clients)
+            close(c.fd);
     }
     for (Line& line : g_Lines) {
         if (!line.link.empty())

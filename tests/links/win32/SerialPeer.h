@@ -10,40 +10,49 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 class SerialPeer {
 public:
+    // Line settings of the slave as the far end sees them.
+    struct Settings {
+        long Baud = -1;
+        int Bits = 0;
+        std::string Parity;
+        int Stop = 0;
+        int Crtscts = -1, Ixon = -1, Ixoff = -1, Xon = -1, Xoff = -1, Raw = -1;
+    };
+
     SerialPeer()
     {
         const char* peer = std::getenv("HDWLIB_SERIAL_PEER");
         const char* ports = std::getenv("HDWLIB_SERIAL_PORTS");
-        WSADATA wsa;
-        if (!peer || !ports || WSAStartup(MAKEWORD(2, 2), &wsa) != 0)
+        if (!peer || !ports)
             return;
-        m_WsaStarted = true;
         std::stringstream names(ports);
         for (std::string name; std::getline(names, name, ',');)
             m_Ports.push_back(name);
         const std::string address(peer);
         const size_t colon = address.rfind(':');
+        WSADATA wsa;
+        if (colon == std::string::npos || WSAStartup(MAKEWORD(2, 2), &wsa) != 0)
+            return;
+        m_WsaStarted = true;
+        m_Socket = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
         sockaddr_in addr{};
         addr.sin_family = AF_INET;
         addr.sin_port = htons(static_cast<u_short>(std::atoi(address.c_str() + colon + 1)));
         inet_pton(AF_INET, address.substr(0, colon).c_str(), &addr.sin_addr);
-        m_Socket = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-        if (m_Socket != INVALID_SOCKET && connect(m_Socket, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-            closesocket(m_Socket);
-            m_Socket = INVALID_SOCKET;
+        if (m_Socket == INVALID_SOCKET || connect(m_Socket, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+            Disconnect();
+            return;
         }
     }
     ~SerialPeer()
     {
-        if (m_Socket != INVALID_SOCKET)
-            closesocket(m_Socket);
+        Disconnect();
         if (m_WsaStarted)
             WSACleanup();
     }
@@ -51,63 +60,129 @@ public:
     SerialPeer& operator=(const SerialPeer&) = delete;
 
     bool Ok() const { return m_Socket != INVALID_SOCKET && !m_Ports.empty(); }
+    size_t LineCount() const { return m_Ports.size(); }
     // The COM name of line i ("COM7").
     std::string PortName(size_t line) const { return line < m_Ports.size() ? m_Ports[line] : std::string(); }
 
     // A fresh pseudo-terminal behind the line's COM name.
-    bool Renew(size_t line) { return Ask("RENEW", line) == "OK"; }
-    bool HangUp(size_t line) { return Ask("HANGUP", line) == "OK"; }
+    bool Renew(size_t line) { return Ask("RENEW " + std::to_string(line)).rfind("OK", 0) == 0; }
+    bool HangUp(size_t line) { return Ask("HANGUP " + std::to_string(line)) == "OK"; }
+    bool Echo(size_t line, bool on) { return Ask("ECHO " + std::to_string(line) + (on ? " 1" : " 0")) == "OK"; }
+
     bool Send(size_t line, const std::vector<uint8_t>& bytes)
     {
-        std::string hex;
-        for (uint8_t b : bytes)
-            hex += std::string{"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
-        return Ask("SEND", line, hex) == "OK";
+        return Ask("SEND " + std::to_string(line) + " " + Hex(bytes)) == "OK";
     }
-    // Up to `count` bytes the program wrote, waiting up to `ms` for all of them.
-    std::vector<uint8_t> Receive(size_t line, size_t count, unsigned ms = 10000)
+    // Up to `count` bytes the program wrote, waiting up to 10 s for all of them.
+    std::vector<uint8_t> Receive(size_t line, size_t count)
     {
-        const std::string reply = Ask("RECV", line, std::to_string(count) + " " + std::to_string(ms));
-        std::vector<uint8_t> out;
-        for (size_t i = 3; reply.rfind("OK", 0) == 0 && i + 1 < reply.size(); i += 2)
-            out.push_back(static_cast<uint8_t>(std::strtoul(reply.substr(i, 2).c_str(), nullptr, 16)));
-        return out;
+        return Bytes(Ask("RECV " + std::to_string(line) + " " + std::to_string(count) + " 10000"));
     }
+    // Whatever has arrived, after waiting up to 100 ms for something.
+    std::vector<uint8_t> ReceiveSome(size_t line) { return Bytes(Ask("SOME " + std::to_string(line) + " 100")); }
+    // Bytes the program wrote that the far end has not read; -1 on failure.
+    int Queued(size_t line) { return Number(Ask("QUEUED " + std::to_string(line))); }
     // Bytes waiting for the program to read; -1 on failure.
-    int InQueue(size_t line)
+    int InQueue(size_t line) { return Number(Ask("INQUEUE " + std::to_string(line))); }
+
+    bool GetSettings(size_t line, Settings& s)
     {
-        const std::string reply = Ask("INQUEUE", line);
-        return reply.rfind("OK ", 0) == 0 ? std::atoi(reply.c_str() + 3) : -1;
-    }
-    // The line's settings as the far end sees them: "baud" -> "9600", "parity" -> "none", ...
-    std::map<std::string, std::string> Settings(size_t line)
-    {
-        std::map<std::string, std::string> s;
-        std::istringstream in(Ask("SETTINGS", line));
-        for (std::string field; in >> field;)
-            if (const size_t eq = field.find('='); eq != std::string::npos)
-                s[field.substr(0, eq)] = field.substr(eq + 1);
-        return s;
+        const std::string reply = Ask("SETTINGS " + std::to_string(line));
+        if (reply.rfind("OK ", 0) != 0)
+            return false;
+        std::istringstream in(reply.substr(3));
+        for (std::string field; in >> field;) {
+            const size_t eq = field.find('=');
+            if (eq == std::string::npos)
+                return false;
+            const std::string key = field.substr(0, eq), value = field.substr(eq + 1);
+            const long n = std::atol(value.c_str());
+            if (key == "baud")
+                s.Baud = n;
+            else if (key == "bits")
+                s.Bits = int(n);
+            else if (key == "parity")
+                s.Parity = value;
+            else if (key == "stop")
+                s.Stop = int(n);
+            else if (key == "crtscts")
+                s.Crtscts = int(n);
+            else if (key == "ixon")
+                s.Ixon = int(n);
+            else if (key == "ixoff")
+                s.Ixoff = int(n);
+            else if (key == "xon")
+                s.Xon = int(n);
+            else if (key == "xoff")
+                s.Xoff = int(n);
+            else if (key == "raw")
+                s.Raw = int(n);
+        }
+        return true;
     }
 
 private:
-    // One request line, one reply line ("" when the peer is gone).
-    std::string Ask(const char* verb, size_t line, const std::string& args = {})
+    void Disconnect()
     {
-        const std::string request = std::string(verb) + " " + std::to_string(line) + " " + args + "\n";
-        if (m_Socket == INVALID_SOCKET || send(m_Socket, request.data(), int(request.size()), 0) != int(request.size()))
+        if (m_Socket != INVALID_SOCKET)
+            closesocket(m_Socket);
+        m_Socket = INVALID_SOCKET;
+    }
+
+    // One request line, one reply line ("" when the peer is gone).
+    std::string Ask(const std::string& request)
+    {
+        if (m_Socket == INVALID_SOCKET)
             return {};
-        for (size_t eol; (eol = m_Pending.find('\n')) == std::string::npos;) {
+        const std::string line = request + "\n";
+        size_t sent = 0;
+        while (sent < line.size()) {
+            const int n = send(m_Socket, line.data() + sent, int(line.size() - sent), 0);
+            if (n <= 0)
+                return {};
+            sent += size_t(n);
+        }
+        std::string reply;
+        for (;;) {
+            const size_t eol = m_Pending.find('\n');
+            if (eol != std::string::npos) {
+                reply = m_Pending.substr(0, eol);
+                m_Pending.erase(0, eol + 1);
+                return reply;
+            }
             char buf[65536];
             const int n = recv(m_Socket, buf, sizeof buf, 0);
             if (n <= 0)
                 return {};
             m_Pending.append(buf, size_t(n));
         }
-        const size_t eol = m_Pending.find('\n');
-        const std::string reply = m_Pending.substr(0, eol);
-        m_Pending.erase(0, eol + 1);
-        return reply;
+    }
+
+    static std::string Hex(const std::vector<uint8_t>& bytes)
+    {
+        static const char digits[] = "0123456789abcdef";
+        std::string s;
+        for (uint8_t b : bytes) {
+            s += digits[b >> 4];
+            s += digits[b & 15];
+        }
+        return s;
+    }
+
+    static std::vector<uint8_t> Bytes(const std::string& reply)
+    {
+        std::vector<uint8_t> out;
+        if (reply.rfind("OK", 0) != 0)
+            return out;
+        const std::string hex = reply.size() > 3 ? reply.substr(3) : std::string();
+        for (size_t i = 0; i + 1 < hex.size(); i += 2)
+            out.push_back(static_cast<uint8_t>(std::strtoul(hex.substr(i, 2).c_str(), nullptr, 16)));
+        return out;
+    }
+
+    static int Number(const std::string& reply)
+    {
+        return reply.rfind("OK ", 0) == 0 ? std::atoi(reply.c_str() + 3) : -1;
     }
 
     SOCKET m_Socket = INVALID_SOCKET;
