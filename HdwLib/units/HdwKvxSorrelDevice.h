@@ -79,6 +79,11 @@ public:
     // no port left open, ends the outage.
     void HoldAttempt(unsigned instance);
     void EndOutage(unsigned instance);
+    // A port's Open of a lost unit, before its own request: tries the unit
+    // at once (a running attempt waited for first) and opens the ports
+    // already open again. 0 when the unit is up, 14 when it still does not
+    // answer (a failed attempt counted, the retrying going on).
+    unsigned ReviveForOpen(unsigned instance);
 
 private:
     bool ReconnectEnabled();

@@ -83,6 +83,32 @@ void CKVX_HdwKvxSorrelDevice::EndOutage(unsigned instance)
     DeviceUnlock(instance);
 }
 
+unsigned CKVX_HdwKvxSorrelDevice::ReviveForOpen(unsigned instance)
+{
+    auto* inst = dynamic_cast<CDeviceInstance*>(GetDeviceInstance(instance));
+    if (!inst)
+        return HDW_ERR_ARGUMENT;
+    CKVX_HdwKvxReconnectState& rs = inst->Reconnect;
+    // The gate keeps the tick away until the attempt below is collected.
+    std::lock_guard gate(rs.Attempt->Gate());
+    rs.Attempt->Cancel();
+    std::vector<CUartPort*> ports;
+    DeviceLock(instance);
+    const bool lost = rs.Status.State != HDW_UNIT_LINK_UP;
+    if (lost) {
+        rs.Status.State = HDW_UNIT_LINK_OPENING;
+        ForOpenUarts(*inst, [&](CUartPort& port) { ports.push_back(&port); });
+    }
+    DeviceUnlock(instance);
+    if (!lost)
+        return 0;
+    const unsigned rc = AttemptLink(*inst, ports);
+    DeviceLock(instance);
+    FinishAttempt(*inst, rc, NowMs());
+    DeviceUnlock(instance);
+    return rc == 0 ? 0 : HDW_ERR_LINK;
+}
+
 void CKVX_HdwKvxSorrelDevice::WatchLink(CDeviceInstance& inst)
 {
     CKVX_HdwKvxReconnectState& rs = inst.Reconnect;

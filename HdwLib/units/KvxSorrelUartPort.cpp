@@ -93,6 +93,12 @@ unsigned CKVX_HdwKvxSorrelUartPort::OnOpening(CKVX_HdwPort::CParameters* params)
     hdw::units::CSorrelChannel* ch = GetSorrelChannel();
     if (!ch)
         return HDW_ERR_LINK;
+    // A unit lost with other ports open is tried at once, not left to the
+    // tick's back-off: the port's own request needs a live session.
+    auto* device = static_cast<CKVX_HdwKvxSorrelDevice*>(GetHdwDevice());
+    if (device->GetManager() && device->GetManager()->IsReconnectEnabled())
+        if (const unsigned rc = device->ReviveForOpen(m_DeviceInstance))
+            return rc;
     {
         std::lock_guard<std::mutex> lock(ch->Mutex);
         ch->Open = false; // set again by the reply
