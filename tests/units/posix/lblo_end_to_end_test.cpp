@@ -1,5 +1,5 @@
 // Label-oriented ARINC 429 services end to end: application -> manager ->
-// port -> service -> label commands -> frame -> pty or UDP -> emulated unit,
+// port -> service -> label commands -> frame -> pty -> emulated unit,
 // whose label table sends each label cyclically in its own time, -> receive
 // events -> input services -> application.
 
@@ -65,16 +65,14 @@ struct LabelLoop {
     bool Ok = false;
 };
 
-class LabelOutput : public ::testing::TestWithParam<bool> {};
-
 } // namespace
 
 // Two labels at their own periods come round cyclically; new data shows up;
 // DisableTx / EnableTx / ResetTx switch them. Transmitter 1 runs a label of
 // its own all along, the clock that proves that nothing more came on 0.
-TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
+TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 {
-    UnitRig rig(UnitNamed("halden"), GetParam());
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     LabelLoop loop(rig, 0), clock(rig, 1);
     ASSERT_TRUE(loop.Ok && clock.Ok);
@@ -151,37 +149,6 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     }));
 }
 
-INSTANTIATE_TEST_SUITE_P(SerialAndEthernet, LabelOutput, ::testing::Values(false, true),
-    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
-
-// Every unit with ARINC 429 transmitters runs a label on its last channel;
-// label-oriented input is Pellor's only.
-class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(LabelOutputUnits, LabelComesRoundOnTheLastChannel)
-{
-    UnitRig rig(UnitNamed(GetParam()), false);
-    rig.Start();
-    const unsigned ch = rig.Unit.Atx - 1;
-    LabelLoop loop(rig, ch);
-    ASSERT_TRUE(loop.Ok);
-    CLabelCtrl c(0x40 + ch, 4);
-    c.RepeatCount = 5;
-    ASSERT_EQ(loop.Out->SetLabelsCtrl(&c, 1), 0u);
-    CKVX_HdwArinc429Message w = Word(0x40 + ch, 0x1234 + ch);
-    ASSERT_EQ(loop.Out->UpdateMessages(&w, 1), 0u);
-    ASSERT_TRUE(loop.In.WaitLabel(0x40 + ch, 5));
-    EXPECT_EQ(loop.In.OfLabel(0x40 + ch).back().Data, 0x1234u + ch);
-    // The repeat count ends it: exactly five on the unit's side.
-    EXPECT_EQ(rig.Sim.GetCounters().A429LabelWords[ch], 5u);
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr),
-        GetParam() == "pellor" ? 0u : 10u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    ArincUnits, LabelOutputUnits, ::testing::Values("halden", "arvane", "haldensmall", "pellor", "mirrow"));
-
 // Pellor's label-oriented input: the latest word per label and SDI, the
 // receive counts, and the unit's hardware filter derived from what the
 // service accepts (on a channel above 7).
@@ -223,21 +190,4 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
     EXPECT_EQ(c.A429Received[ch], 60u);
 
     // The changed-label list and the per-SDI entries in detail: tests/bus arinc429_lblo_test.
-}
-
-// The exclusions of the port classes (tests/bus ports_test) hold on the
-// unit's own ports: the label-oriented services and the buffers of the same
-// direction exclude each other.
-TEST(LabelServiceAdmission, OnTheUnitsPorts)
-{
-    UnitRig rig(UnitNamed("pellor"), false);
-    rig.Start();
-    CKVX_HdwService* s = nullptr;
-    CKVX_HdwPort* rx = rig.Port(HDW_PORT_ARINC429_RX, 0);
-    ASSERT_EQ(rx->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(rx->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u);
-    CKVX_HdwPort* tx = rig.Port(HDW_PORT_ARINC429_TX, 0);
-    ASSERT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 0u);
-    EXPECT_NE(dynamic_cast<CKVX_HdwArinc429OutLbloService*>(s), nullptr);
-    EXPECT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 10u);
 }

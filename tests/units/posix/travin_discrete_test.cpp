@@ -51,37 +51,7 @@ protected:
     UnitRig rig{UnitNamed("travin"), false};
 };
 
-uint64_t DiscreteCommands(const hdwsim::Counters& c)
-{
-    uint64_t n = 0;
-    for (unsigned code = 36; code <= 46; ++code)
-        n += c.CommandsByCode[code];
-    return n;
-}
-
 } // namespace
-
-TEST_F(TravinRig, EnumeratesFourInputAndFourOutputBanksOfEightLines)
-{
-    for (unsigned type : {unsigned(HDW_PORT_DISCRETE_IN), unsigned(HDW_PORT_DISCRETE_OUT)}) {
-        CKVX_HdwManager::CPortInfoVector list;
-        ASSERT_EQ(rig.Manager.GetPortList(type, list), 0u);
-        ASSERT_EQ(list.GetLength(), 4u);
-        for (unsigned i = 0; i < 4; ++i) {
-            EXPECT_EQ(list[i].AbsNum, i);
-            EXPECT_FALSE(list[i].Key.IsEmpty());
-            CKVX_HdwPort* port = rig.Port(type, i);
-            ASSERT_NE(port, nullptr);
-            EXPECT_EQ(port->GetChannelId().str(), std::to_string(i));
-        }
-    }
-    EXPECT_EQ(static_cast<CKVX_HdwDiscreteInPort*>(rig.Port(HDW_PORT_DISCRETE_IN, 2))->GetLineCount(), 8u);
-    EXPECT_EQ(static_cast<CKVX_HdwDiscreteOutPort*>(rig.Port(HDW_PORT_DISCRETE_OUT, 3))->GetLineCount(), 8u);
-    // The Travin has no other kind of port.
-    CKVX_HdwManager::CPortInfoVector none;
-    rig.Manager.GetPortList(HDW_PORT_CAN, none);
-    EXPECT_EQ(none.GetLength(), 0u);
-}
 
 TEST_F(TravinRig, WritesShowUpAsInputChangesAndAsReadBackInTheirOrder)
 {
@@ -116,32 +86,6 @@ TEST_F(TravinRig, WritesShowUpAsInputChangesAndAsReadBackInTheirOrder)
     EXPECT_FALSE(level);
     // The other banks saw nothing.
     EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[0], 0u);
-}
-
-// Every toggle the application makes, back to back, comes out as exactly one
-// input change: in order, each with a later stamp, none lost.
-TEST_F(TravinRig, AFastToggleGivesOneChangePerEdgeNoneMissed)
-{
-    Bank b = OpenBank(2, 0);
-    ASSERT_NE(b.In, nullptr);
-    constexpr unsigned kEdges = 3000;
-    for (unsigned i = 0; i < kEdges; ++i)
-        ASSERT_EQ(b.Out->Toggle(0x01), 0u);
-    const auto got = ReadAll<Change>(b.In, kEdges, 30000);
-    ASSERT_EQ(got.size(), kEdges);
-    for (unsigned i = 0; i < kEdges; ++i) {
-        ASSERT_EQ(got[i].Changed, 0x01u) << i;
-        ASSERT_EQ(got[i].State, (i % 2 == 0) ? 0x01u : 0x00u) << i;
-        ASSERT_EQ(got[i].Lost, 0u) << i;
-        if (i > 0) {
-            ASSERT_GT(got[i].TimeStamp, got[i - 1].TimeStamp) << i;
-        }
-    }
-    uint64_t lost = 99;
-    ASSERT_EQ(b.In->GetLostCount(lost), 0u);
-    EXPECT_EQ(lost, 0u);
-    ASSERT_EQ(b.Out->GetLostCount(lost), 0u);
-    EXPECT_EQ(lost, 0u);
 }
 
 TEST_F(TravinRig, ChangesTheUnitCouldNotSendAreCountedAsLost)
@@ -232,65 +176,6 @@ TEST_F(TravinRig, APulseLongerThanTheDebounceShowsTwiceAShorterOneNever)
     ASSERT_EQ(b.In->GetChangeCount(count), 0u);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(state, 0x05u);
-}
-
-TEST_F(TravinRig, BadParametersAnswerTwoSendNothingAndChangeNothing)
-{
-    Bank b = OpenBank(1, 0);
-    ASSERT_NE(b.In, nullptr);
-    ASSERT_EQ(b.Out->WriteAll(0x81), 0u);
-    ASSERT_EQ(ReadAll<Change>(b.In, 1).size(), 1u);
-    const uint64_t sent = DiscreteCommands(rig.Sim.GetCounters());
-
-    EXPECT_EQ(b.Out->Set(0x100), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_EQ(b.Out->Clear(0x80000000u), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_EQ(b.Out->Toggle(0x200), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_EQ(b.Out->WriteAll(0x1FF), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_EQ(b.Out->Pulse(0x01, 5), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_EQ(b.Out->Pulse(0x01, 10000001), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_EQ(b.Out->Pulse(0x100, 1000), unsigned(HDW_ERR_ARGUMENT));
-    bool level = false;
-    EXPECT_EQ(b.In->GetInput(8, level), unsigned(HDW_ERR_ARGUMENT));
-    // An empty mask is accepted and sends nothing.
-    EXPECT_EQ(b.Out->Set(0), 0u);
-
-    // Ports that fail to open keep their old parameters.
-    for (uint32_t debounce : {15u, 100010u}) {
-        EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 2, InParams(debounce)), unsigned(HDW_ERR_ARGUMENT));
-        EXPECT_FALSE(rig.Port(HDW_PORT_DISCRETE_IN, 2)->IsOpen());
-    }
-    CKVX_HdwDiscreteInPort::CParameters inverted = InParams(0);
-    inverted.InvertMask = 0x100;
-    EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 2, inverted), unsigned(HDW_ERR_ARGUMENT));
-    CKVX_HdwDiscreteOutPort::CParameters out;
-    out.InitialState = 0x300;
-    EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_OUT, 2, out), unsigned(HDW_ERR_ARGUMENT));
-
-    // Nothing reached the unit and nothing changed; a refresh (which does go
-    // out) shows the outputs as they were.
-    EXPECT_EQ(DiscreteCommands(rig.Sim.GetCounters()), sent);
-    EXPECT_EQ(rig.Sim.GetCounters().DiscreteRefused, 0u);
-    uint32_t commanded = 0;
-    ASSERT_EQ(b.Out->GetCommanded(commanded), 0u);
-    EXPECT_EQ(commanded, 0x81u);
-    EXPECT_EQ(rig.Sim.DiscreteOutputState(1), 0x81u);
-}
-
-TEST_F(TravinRig, StoppedServicesAnswer29)
-{
-    auto* out = rig.Enable<OutService>(HDW_PORT_DISCRETE_OUT, 0, HDW_SERVICE_DISCRETE_OUT);
-    auto* in = rig.Enable<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN);
-    ASSERT_NE(out, nullptr);
-    ASSERT_NE(in, nullptr);
-    EXPECT_EQ(out->Set(0x01), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
-    EXPECT_EQ(out->Pulse(0x01, 100), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
-    EXPECT_EQ(in->Refresh(), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
-    EXPECT_EQ(DiscreteCommands(rig.Sim.GetCounters()), 0u);
-    // Admission as the generic port's.
-    EXPECT_EQ(rig.Port(HDW_PORT_DISCRETE_OUT, 0)->EnableService(HDW_SERVICE_DISCRETE_IN, nullptr, nullptr),
-        unsigned(HDW_ERR_WRONG_STATE));
-    EXPECT_EQ(rig.Port(HDW_PORT_DISCRETE_IN, 0)->EnableService(HDW_SERVICE_DISCRETE_IN, nullptr, nullptr),
-        unsigned(HDW_ERR_SERVICE_ALREADY_ENABLED));
 }
 
 TEST_F(TravinRig, TheSignalServiceAloneOnAnInputPortGetsTheChanges)
