@@ -168,7 +168,6 @@ public:
         case HDW_PORT_ARINC429_RX: return Open(type, num, CKVX_HdwArinc429RxPort::CParameters());
         case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
         case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
-        case HDW_PORT_UART: return Open(type, num, CKVX_HdwUartPort::CParameters());
         case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
         default: ADD_FAILURE() << "no port type " << type; return 2;
         }

@@ -1,7 +1,7 @@
-// The Halden's buses through the whole stack against the emulated unit on a
-// pseudo-terminal (ARINC 429 transmitter k wired to receiver k, CAN and UART
-// channel 0 wired to 1): ARINC 429 flow control, the label filter and signals,
-// CAN bus-off, UART bytes. Round trips on every unit: units_end_to_end_test.
+// The Halden's ARINC 429 through the whole stack against the emulated unit on
+// a pseudo-terminal (transmitter k wired to receiver k): flow control and
+// signals. Round trips on every unit: units_end_to_end_test; filters on the
+// unit: halden_reopen_test; UART bytes: halden_losses_test.
 #include "UnitRig.h"
 
 #include <chrono>
@@ -11,8 +11,6 @@ using namespace halden_test;
 
 namespace {
 
-using InService = CKVX_HdwKvxHaldenDevice::CArinc429InBufferService;
-using OutService = CKVX_HdwKvxHaldenDevice::CArinc429OutBufferService;
 using Channel = UnitRig::Arinc429Pair;
 
 class Halden : public ::testing::Test {
@@ -39,34 +37,6 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
     EXPECT_LE(counters.A429FifoPeak[0], 512u);
     EXPECT_EQ(counters.A429FifoDropped[0], 0u);
     EXPECT_EQ(counters.A429Pushed[0], words.size());
-}
-
-TEST_F(Halden, Arinc429LabelFilterBecomesTheUnitsLabelTable)
-{
-    auto* in = rig.Enable<InService>(HDW_PORT_ARINC429_RX, 1, HDW_SERVICE_ARINC429_IN_BUFFER);
-    auto* out = rig.Enable<OutService>(HDW_PORT_ARINC429_TX, 1, HDW_SERVICE_ARINC429_OUT_BUFFER);
-    // Only label 0x31, and of it only SDI 1 with any SSM.
-    ASSERT_EQ(in->DiscardAllMessages(), 0u);
-    ASSERT_EQ(in->AcceptMessage(0x31, 0x02, 0x0F), 0u);
-    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 1), 0u);
-    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 1), 0u);
-
-    std::vector<CKVX_HdwArinc429Message> words = {
-        Word(0x30, 1, 1), Word(0x31, 2, 1), Word(0x31, 3, 0), Word(0x32, 4, 1), Word(0x31, 5, 1, 3)};
-    ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429Transmitted[1] == words.size(); }));
-    const auto got = ReadAll<CKVX_HdwArinc429Message>(in, 2);
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0], words[1]);
-    EXPECT_EQ(got[1], words[4]);
-    // Labels 0x30 and 0x32 were dropped by the unit itself; SDI 0 of 0x31 here.
-    EXPECT_EQ(rig.Sim.GetCounters().A429FilterDropped[1], 2u);
-    EXPECT_EQ(rig.Sim.GetCounters().A429Received[1], 3u);
-
-    // Accepting everything while running reaches the unit too.
-    ASSERT_EQ(in->AcceptAllMessages(), 0u);
-    ASSERT_EQ(out->Write(words.data(), unsigned(words.size()), 0), 0u);
-    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in, words.size()), words);
 }
 
 TEST_F(Halden, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
@@ -114,57 +84,6 @@ TEST_F(Halden, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
     }
     EXPECT_EQ(read, words.size());
     EXPECT_EQ(announced, words.size());
-}
-
-TEST_F(Halden, CanBusOffReportedByTheUnitIsSignalledAsATransceiverError)
-{
-    using CError = CKVX_HdwSignalService::CCanTranceiverErrorSignal;
-    auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, 1, HDW_SERVICE_SIGNAL);
-    auto* port = dynamic_cast<CKVX_HdwCanPort*>(rig.Port(HDW_PORT_CAN, 1));
-    ASSERT_NE(port, nullptr);
-    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1), 0u);
-    CKVX_HdwCanPort::CFaultStatus status;
-    ASSERT_TRUE(WaitUntil([&] { return port->GetFaultStatus(&status) == 0 && status.Status == 0; }));
-    ASSERT_TRUE(rig.Sim.SetCanFault(1, 2, 0xF8, 0x7F));
-    // The port's periodic status request brings the fault in.
-    CKVX_HdwSignalService::CSignal s;
-    for (unsigned i = 0; i < 8 && !CError::Is(s); ++i)
-        ASSERT_EQ(signals->WaitSignal(s, 10000), 0u);
-    ASSERT_TRUE(CError::Is(s));
-    const CError e(s);
-    EXPECT_TRUE(e.IsBusOff());
-    EXPECT_EQ(e.GetPreviousFaultState(), 0u);
-    EXPECT_EQ(e.FaultStatus.ErrReg0, 0xF8);
-    EXPECT_EQ(e.FaultStatus.ErrReg1, 0x7F);
-    EXPECT_EQ(e.Port, port);
-    // Healthy again: a status change back to error active, no new error.
-    ASSERT_TRUE(rig.Sim.SetCanFault(1, 0));
-    ASSERT_TRUE(WaitUntil([&] { return port->GetFaultStatus(&status) == 0 && status.Status == 0; }));
-    while (signals->GetSignal(s) == 0)
-        EXPECT_FALSE(CError::Is(s));
-    EXPECT_FALSE(rig.Sim.SetCanFault(2, 1)); // the Halden has two CAN channels
-}
-
-TEST_F(Halden, UartBytesCrossFromChannelZeroToOne)
-{
-    auto* out =
-        rig.Enable<CKVX_HdwKvxHaldenDevice::CUartByteOutBufferService>(HDW_PORT_UART, 0, HDW_SERVICE_BYTE_OUT_BUFFER);
-    auto* in =
-        rig.Enable<CKVX_HdwKvxHaldenDevice::CUartByteInBufferService>(HDW_PORT_UART, 1, HDW_SERVICE_BYTE_IN_BUFFER);
-    CKVX_HdwUartPort::CParameters p;
-    p.BaudRate = 115200;
-    ASSERT_EQ(rig.Open(HDW_PORT_UART, 1, p), 0u);
-    ASSERT_EQ(rig.Open(HDW_PORT_UART, 0, p), 0u);
-
-    // More than one transmit record, more than one frame.
-    std::vector<uint8_t> sent(5000);
-    for (size_t i = 0; i < sent.size(); ++i)
-        sent[i] = uint8_t(i * 7 + (i >> 8));
-    ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
-    EXPECT_EQ(ReadAll<uint8_t>(in, sent.size()), sent);
-    EXPECT_TRUE(WaitUntil([&] { return Idle(out); }));
-    EXPECT_EQ(rig.Sim.GetCounters().UartReceived[1], sent.size());
-    EXPECT_EQ(out->Write(sent.data(), 1, 1), 2u);
 }
 
 } // namespace

@@ -17,9 +17,6 @@ protected:
         rig = std::make_unique<UnitRig>(UnitNamed("halden"), MilOptions(false, std::move(terminals)));
         ASSERT_NO_FATAL_FAILURE(rig->Start());
     }
-    Bc* OpenBc() { return halden_test::OpenBc(*rig); }
-    Rt* OpenRt(const CKVX_HdwMilStd1553RemoteTerminal& t) { return halden_test::OpenRt(*rig, &t); }
-    Bc* RunSchedule(const CKVX_HdwMilStd1553BusController& c) { return halden_test::RunSchedule(*rig, c); }
     const hdwsim::Counters Counters() { return rig->Sim.GetCounters(); }
 
     std::unique_ptr<UnitRig> rig;
@@ -33,12 +30,13 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};
-    Rt* rt = OpenRt(Terminal(5, oldTx));
+    const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
+    Rt* rt = OpenRt(*rig, &t);
     CKVX_HdwMilStd1553BusController c;
     c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})};
     c.MajorFrame.MinorFrames = {Minor(2000, {0, 1}), Minor(3000, {1, 2})};
     c.StopAfter = 40;
-    Bc* bc = RunSchedule(c);
+    Bc* bc = RunSchedule(*rig, c);
     ASSERT_TRUE(rt && bc);
     EXPECT_TRUE(bc->IsRunning());
 
@@ -100,8 +98,8 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     CKVX_HdwMilStd1553RemoteTerminal watch = Terminal(CKVX_HdwMilStd1553RemoteTerminal::NoTerminal);
     watch.Monitor = 1;
     const uint64_t configs = Counters().CommandsByCode[53];
-    Rt* mon = OpenRt(watch);
-    Bc* bc = OpenBc();
+    Rt* mon = OpenRt(*rig, &watch);
+    Bc* bc = OpenBc(*rig);
     ASSERT_TRUE(sig && mon && bc);
     // The monitor watches once the unit took its configuration.
     EXPECT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[53] > configs; }));

@@ -169,16 +169,14 @@ void RunCycles(bool udp)
     ASSERT_NO_FATAL_FAILURE(r.Start());
     for (unsigned cycle = 0; cycle < kCycles; ++cycle) {
         SCOPED_TRACE(cycle);
-        // Traffic flows: the last word of a batch arrives.
         r.WriteNext(kBatch);
         const uint32_t last = r.Written() - 1;
         ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); }));
-        // More words, then the cable goes while they are on their way.
+        // The cable goes while words are on their way, more are written while away.
         r.WriteNext(kBatch);
         r.Rig.Sim.Unplug();
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
         EXPECT_EQ(r.Status().Outages, cycle + 1);
-        // Words written while it is away wait in the service.
         r.WriteNext(kBatch);
         // An attempt on the absent unit fails and is retried later (over
         // UDP an attempt takes seconds: once is enough there).
@@ -189,11 +187,9 @@ void RunCycles(bool udp)
         }
         ASSERT_TRUE(r.Rig.Sim.Plug());
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
-        // The services never failed.
         EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
         EXPECT_EQ(r.Pair.Out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
     }
-    // Traffic after the last return: everything written is through.
     r.WriteNext(kBatch);
     const uint32_t last = r.Written() - 1;
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << "traffic did not resume";

@@ -148,9 +148,8 @@ TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
         // An open port opens the unit's session.
         OpenFirstPort(rig);
         const hdwsim::Counters before = rig.Sim.GetCounters();
-        // Status requests of no kind: 7 bytes each, taken by every unit and
-        // answered by none of its channels; 700 of them are 4900 bytes,
-        // attached at once under the device lock.
+        // 700 status requests of no kind (7 bytes each, answered by no
+        // channel) attached at once under the device lock.
         constexpr unsigned kCount = 700;
         unsigned attached = 0;
         rig.Device->DeviceLock(0);

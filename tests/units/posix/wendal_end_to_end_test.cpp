@@ -1,7 +1,7 @@
 // The Wendal unit's I2C and SPI masters through the whole library against
 // the emulated unit on a pseudo-terminal: the EEPROM keeps what was written,
-// a missing acknowledge is 33 (never a time-out), bus faults are 34, results
-// come in submission order, SPI loopback and memory.
+// a missing acknowledge is 33 (never a time-out), bus faults are 34, SPI
+// loopback and memory (results in submission order: tests/bus).
 #include "UnitRig.h"
 
 using namespace unit_test;
@@ -36,7 +36,7 @@ CKVX_HdwSpiTransfer Spi(const Bytes& out, uint8_t chipSelect = CKVX_HdwSpiTransf
 
 class WendalRig : public UnitRig {
 public:
-    explicit WendalRig(bool paced = false) : UnitRig(UnitNamed("wendal"), EmulatorOptions(false, paced)) {}
+    WendalRig() : UnitRig(UnitNamed("wendal"), false) {}
 
     I2cMaster* OpenI2c(unsigned ch, CKVX_HdwI2cPort::CParameters p = {})
     {
@@ -122,40 +122,6 @@ TEST(Wendal, MissingAcknowledgeAndBusFaults)
     EXPECT_EQ(c.I2cNacks[0], 2u);
     EXPECT_EQ(c.I2cFaults[0] + c.I2cFaults[1], 2u);
     EXPECT_EQ(m->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << "a NACK or fault does not fail the service";
-}
-
-// Twenty transfers at once on each master, the unit running them at the
-// bus speed: every result, per master in submission order, and none refused
-// (a ninth waiting on the unit would be, status 4: result 2).
-TEST(Wendal, ResultsInSubmissionOrder)
-{
-    WendalRig rig(true);
-    rig.Start();
-    I2cMaster* masters[2] = {rig.OpenI2c(0), rig.OpenI2c(1)};
-    ASSERT_TRUE(masters[0] && masters[1]);
-    constexpr uint32_t kCount = 20;
-    for (uint32_t i = 0; i < kCount; ++i)
-        for (unsigned ch = 0; ch < 2; ++ch) {
-            // Every third one goes nowhere, so that the results differ.
-            CKVX_HdwI2cTransfer t = i % 3 == 2 ? I2c(0x40, {1}) : I2c(0x50, {uint8_t(i)}, 1);
-            t.Tag = ch * 1000 + i;
-            ASSERT_EQ(masters[ch]->Submit(t), 0u);
-        }
-    for (unsigned ch = 0; ch < 2; ++ch) {
-        std::vector<CKVX_HdwI2cTransfer> got;
-        WaitUntil([&] {
-            CKVX_HdwI2cTransfer t;
-            while (masters[ch]->ReadResult(t) == 0)
-                got.push_back(t);
-            return got.size() == kCount;
-        });
-        ASSERT_EQ(got.size(), kCount);
-        for (uint32_t i = 0; i < kCount; ++i) {
-            EXPECT_EQ(got[i].Tag, ch * 1000 + i);
-            EXPECT_EQ(got[i].Result, i % 3 == 2 ? 33u : 0u) << i;
-        }
-    }
-    EXPECT_EQ(rig.Sim.GetCounters().I2cTransfers[0], kCount);
 }
 
 TEST(Wendal, SpiLoopbackInEveryModeAndTheMemory)
