@@ -1,7 +1,6 @@
 #pragma once
 // An emulated Sorrel on 127.0.0.1 and an application that reaches its six
-// UARTs through the whole library: manager, driver, ports, byte services,
-// HOE port packets over UDP.
+// UARTs through the whole library, HOE port packets over UDP.
 
 #include <HdwLib/HdwLib.h>
 #include <hdwsim/Emulator.h>

@@ -57,31 +57,29 @@ struct UnitCase {
     const char* Sim; // emulator row name
     uint64_t Code; // device code = kind number
     std::function<CKVX_HdwDevice*()> Make;
-    unsigned Atx, Arx, Can, Uart, Mil;
+    unsigned Atx, Arx, Can;
     bool Ethernet;
     unsigned EthernetLimit; // payload limit of one frame over Ethernet
     uint8_t AtxConfigBase, ArxConfigBase, CanConfigBase, CanPushBase;
     bool KeepAlive;
-    const char* Model;
 };
+
+template <class D>
+CKVX_HdwDevice* Create()
+{
+    return new D;
+}
 
 inline std::vector<UnitCase> AllUnits()
 {
     return {
-        {"halden", 3, [] { return new CKVX_HdwKvxHaldenDevice; }, 4, 4, 2, 2, 2, true, 1345, 20, 24, 48, 50, false,
-            "Halden"},
-        {"arvane", 6, [] { return new CKVX_HdwKvxArvaneDevice; }, 8, 8, 0, 0, 0, true, 4000, 64, 72, 0, 0, false,
-            "Arvane"},
-        {"haldensmall", 8, [] { return new CKVX_HdwKvxHaldenSmallDevice; }, 2, 2, 1, 0, 0, false, 0, 20, 24, 48, 50,
-            false, "Halden Small"},
-        {"pellor", 10, [] { return new CKVX_HdwKvxPellorDevice; }, 16, 16, 0, 0, 0, true, 1345, 80, 96, 0, 0, true,
-            "Pellor"},
-        {"mirrow", 12, [] { return new CKVX_HdwKvxMirrowDevice; }, 2, 2, 0, 0, 0, false, 0, 20, 24, 0, 0, false,
-            "Mirrow"},
-        {"bexley", 4, [] { return new CKVX_HdwKvxBexleyDevice; }, 0, 0, 4, 0, 0, false, 0, 0, 0, 48, 56, false,
-            "Bexley"},
-        {"quillan", 11, [] { return new CKVX_HdwKvxQuillanDevice; }, 0, 0, 2, 0, 0, false, 0, 0, 0, 48, 50, false,
-            "Quillan"},
+        {"halden", 3, Create<CKVX_HdwKvxHaldenDevice>, 4, 4, 2, true, 1345, 20, 24, 48, 50, false},
+        {"arvane", 6, Create<CKVX_HdwKvxArvaneDevice>, 8, 8, 0, true, 4000, 64, 72, 0, 0, false},
+        {"haldensmall", 8, Create<CKVX_HdwKvxHaldenSmallDevice>, 2, 2, 1, false, 0, 20, 24, 48, 50, false},
+        {"pellor", 10, Create<CKVX_HdwKvxPellorDevice>, 16, 16, 0, true, 1345, 80, 96, 0, 0, true},
+        {"mirrow", 12, Create<CKVX_HdwKvxMirrowDevice>, 2, 2, 0, false, 0, 20, 24, 0, 0, false},
+        {"bexley", 4, Create<CKVX_HdwKvxBexleyDevice>, 0, 0, 4, false, 0, 0, 0, 48, 56, false},
+        {"quillan", 11, Create<CKVX_HdwKvxQuillanDevice>, 0, 0, 2, false, 0, 0, 0, 48, 50, false},
     };
 }
 
@@ -93,11 +91,9 @@ inline UnitCase UnitNamed(const std::string& name)
         if (name == u.Sim)
             return u;
     if (name == "travin")
-        return {"travin", 5, [] { return new CKVX_HdwKvxTravinDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false,
-            "Travin"};
+        return {"travin", 5, Create<CKVX_HdwKvxTravinDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     if (name == "wendal")
-        return {"wendal", 7, [] { return new CKVX_HdwKvxWendalDevice; }, 0, 0, 0, 0, 0, false, 0, 0, 0, 0, 0, false,
-            "Wendal"};
+        return {"wendal", 7, Create<CKVX_HdwKvxWendalDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     ADD_FAILURE() << "no unit " << name;
     return AllUnits().front();
 }
@@ -172,7 +168,6 @@ public:
         case HDW_PORT_ARINC429_RX: return Open(type, num, CKVX_HdwArinc429RxPort::CParameters());
         case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
         case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
-        case HDW_PORT_UART: return Open(type, num, CKVX_HdwUartPort::CParameters());
         case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
         default: ADD_FAILURE() << "no port type " << type; return 2;
         }

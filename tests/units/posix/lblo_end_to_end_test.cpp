@@ -1,7 +1,5 @@
-// Label-oriented ARINC 429 services end to end: application -> manager ->
-// port -> service -> label commands -> frame -> pty or UDP -> emulated unit,
-// whose label table sends each label cyclically in its own time, -> receive
-// events -> input services -> application.
+// Label-oriented ARINC 429 services end to end, the emulated unit's label
+// table sending each label cyclically in its own time.
 
 #include "UnitRig.h"
 
@@ -65,16 +63,14 @@ struct LabelLoop {
     bool Ok = false;
 };
 
-class LabelOutput : public ::testing::TestWithParam<bool> {};
-
 } // namespace
 
-// Two labels at their own periods come round cyclically; new data shows up;
-// DisableTx / EnableTx / ResetTx switch them. Transmitter 1 runs a label of
-// its own all along, the clock that proves that nothing more came on 0.
-TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
+// Two labels at their own periods come round cyclically; DisableTx /
+// EnableTx / ResetTx switch them (new data: Reconnect.LabelTable...).
+// Transmitter 1 runs a label all along: the clock that shows none came on 0.
+TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 {
-    UnitRig rig(UnitNamed("halden"), GetParam());
+    UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     LabelLoop loop(rig, 0), clock(rig, 1);
     ASSERT_TRUE(loop.Ok && clock.Ok);
@@ -100,19 +96,6 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     EXPECT_EQ(b[0].Sdi, 2);
     EXPECT_EQ(b[0].Ssm, 1);
     EXPECT_EQ(b[0].Data, 0x222u);
-
-    // New data for one label: from then on every word of it carries it.
-    CKVX_HdwArinc429Message changed = Word(0x31, 0x5A5A);
-    ASSERT_EQ(loop.Out->UpdateMessages(&changed, 1), 0u);
-    ASSERT_TRUE(WaitUntil([&] {
-        loop.In.Poll();
-        return loop.In.OfLabel(0x31).back().Data == 0x5A5Au;
-    }));
-    const size_t before = loop.In.OfLabel(0x31).size();
-    ASSERT_TRUE(loop.In.WaitLabel(0x31, before + 3));
-    const auto after = loop.In.OfLabel(0x31);
-    for (size_t i = before; i < after.size(); ++i)
-        EXPECT_EQ(after[i].Data, 0x5A5Au);
 
     // Words of the clock label received on 1 since `mark`.
     auto waitClock = [&](size_t more) {
@@ -142,7 +125,7 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     ASSERT_TRUE(waitClock(20));
     EXPECT_EQ(sent(), reset);
     EXPECT_EQ(loop.Out->GetDefinedLabelsCount(), 0u);
-    EXPECT_EQ(loop.Out->UpdateMessages(&changed, 1), 2u);
+    EXPECT_EQ(loop.Out->UpdateMessages(words, 1), 2u);
 
     // Every word the unit sent from the table reached the wired receiver.
     ASSERT_TRUE(WaitUntil([&] {
@@ -150,37 +133,6 @@ TEST_P(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
         return loop.In.Got.size() == sent();
     }));
 }
-
-INSTANTIATE_TEST_SUITE_P(SerialAndEthernet, LabelOutput, ::testing::Values(false, true),
-    [](const ::testing::TestParamInfo<bool>& p) { return p.param ? "Udp" : "Pty"; });
-
-// Every unit with ARINC 429 transmitters runs a label on its last channel;
-// label-oriented input is Pellor's only.
-class LabelOutputUnits : public ::testing::TestWithParam<std::string> {};
-
-TEST_P(LabelOutputUnits, LabelComesRoundOnTheLastChannel)
-{
-    UnitRig rig(UnitNamed(GetParam()), false);
-    rig.Start();
-    const unsigned ch = rig.Unit.Atx - 1;
-    LabelLoop loop(rig, ch);
-    ASSERT_TRUE(loop.Ok);
-    CLabelCtrl c(0x40 + ch, 4);
-    c.RepeatCount = 5;
-    ASSERT_EQ(loop.Out->SetLabelsCtrl(&c, 1), 0u);
-    CKVX_HdwArinc429Message w = Word(0x40 + ch, 0x1234 + ch);
-    ASSERT_EQ(loop.Out->UpdateMessages(&w, 1), 0u);
-    ASSERT_TRUE(loop.In.WaitLabel(0x40 + ch, 5));
-    EXPECT_EQ(loop.In.OfLabel(0x40 + ch).back().Data, 0x1234u + ch);
-    // The repeat count ends it: exactly five on the unit's side.
-    EXPECT_EQ(rig.Sim.GetCounters().A429LabelWords[ch], 5u);
-    CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, 0)->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr),
-        GetParam() == "pellor" ? 0u : 10u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    ArincUnits, LabelOutputUnits, ::testing::Values("halden", "arvane", "haldensmall", "pellor", "mirrow"));
 
 // Pellor's label-oriented input: the latest word per label and SDI, the
 // receive counts, and the unit's hardware filter derived from what the
@@ -223,21 +175,4 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
     EXPECT_EQ(c.A429Received[ch], 60u);
 
     // The changed-label list and the per-SDI entries in detail: tests/bus arinc429_lblo_test.
-}
-
-// The exclusions of the port classes (tests/bus ports_test) hold on the
-// unit's own ports: the label-oriented services and the buffers of the same
-// direction exclude each other.
-TEST(LabelServiceAdmission, OnTheUnitsPorts)
-{
-    UnitRig rig(UnitNamed("pellor"), false);
-    rig.Start();
-    CKVX_HdwService* s = nullptr;
-    CKVX_HdwPort* rx = rig.Port(HDW_PORT_ARINC429_RX, 0);
-    ASSERT_EQ(rx->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(rx->EnableService(HDW_SERVICE_ARINC429_LABEL_IN, &s, nullptr), 10u);
-    CKVX_HdwPort* tx = rig.Port(HDW_PORT_ARINC429_TX, 0);
-    ASSERT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_LABEL_OUT, &s, nullptr), 0u);
-    EXPECT_NE(dynamic_cast<CKVX_HdwArinc429OutLbloService*>(s), nullptr);
-    EXPECT_EQ(tx->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 10u);
 }

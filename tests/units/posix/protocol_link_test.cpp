@@ -218,20 +218,7 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
-// ---- receive state machine -------------------------------------------------------------------
-
-// Reads split at any other point: receive_blocks_test.
-TEST_F(UnitLink, AFrameFedByteByByteIsServedWhenItsLastByteComes)
-{
-    const Bytes frame = UnitFrame({A429RxRecord(0, 11u << 10), A429RxRecord(0, 12u << 10)});
-    for (size_t i = 0; i < frame.size(); ++i) {
-        ASSERT_EQ(Deliver(Bytes{frame[i]}), 0u) << "byte " << i;
-        if (i + 1 < frame.size()) {
-            ASSERT_TRUE(rx0->seen.empty()) << "byte " << i;
-        }
-    }
-    EXPECT_EQ(Received(), (Words{11, 12}));
-}
+// ---- receive state machine (reads split at any point: receive_blocks_test) ----------
 
 // What one delivery of bytes gives: the reception's result, the words that
 // reached the port, and how many CRC errors were counted (-1: not checked).
@@ -284,45 +271,6 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
         }
     }
     EXPECT_EQ(rx0->seen.back().TimeStamp, 299u); // of the last of the 300
-}
-
-// ---- probe -------------------------------------------------------------------------------------
-
-// The probe sends a closing session command, number 0 of a fresh instance,
-// and takes an echo within its fixed 200 ms as a unit (each driver's probe
-// against its own emulated unit: UnitKindProbe). It fails on a silent port
-// after that time, on an answer with a bad CRC, and on a port that is not
-// there.
-TEST(UnitProbe, OnlyAUnitThatEchoesTheProbeIsRecognised)
-{
-    enum Answer { Silence, BadCrc, NoPort };
-    for (const Answer answer : {Silence, BadCrc, NoPort}) {
-        SCOPED_TRACE(answer);
-        PtyPair pty;
-        ASSERT_TRUE(pty.Ok());
-        TestUnit dev;
-        Bytes seen;
-        std::thread unit([&] {
-            if (answer == NoPort)
-                return;
-            seen = ReadHostFrame(pty);
-            Bytes echo = UnitFrame({EchoRecord(0)});
-            echo[echo.size() - 2] ^= 0xFF;
-            if (answer == BadCrc)
-                pty.WriteMaster(echo);
-        });
-        const auto start = std::chrono::steady_clock::now();
-        const unsigned rc = dev.CheckUartLink(answer == NoPort ? "/dev/hdwlib-no-such-port" : pty.SlaveName().c_str());
-        const auto elapsed = std::chrono::steady_clock::now() - start;
-        unit.join();
-        EXPECT_EQ(rc, 14u);
-        if (answer != NoPort) {
-            EXPECT_EQ(seen, HostFrame({SessionRecord(0, false)}));
-        }
-        if (answer == Silence) {
-            EXPECT_GE(elapsed, std::chrono::milliseconds(190));
-        }
-    }
 }
 
 // ---- open and close of an instance, with the tick running ----------------------------------------

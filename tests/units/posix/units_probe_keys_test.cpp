@@ -1,18 +1,14 @@
 // Telling units with the same USB identity apart, and finding a port again
-// by its key after the units came in another order (Pellor's upper channels,
-// keep-alive and critical failure: units_end_to_end_test, whose ARINC 429
-// round trip runs all sixteen pairs at once and finds any word that reached
-// another receiver).
+// by its key after the units came in another order.
 #include "UnitRig.h"
 
 using namespace unit_test;
 
 namespace {
 
-// Probes the emulator playing `played` with the driver of `driver`. The
-// probe waits a fixed 200 ms, which a loaded machine can miss: a unit is
-// given `attempts` tries, each against a fresh emulator. `counters` gets
-// what the unit saw once it has taken both probe commands.
+// Probes the emulator playing `played` with the driver of `driver`, up to
+// `attempts` times (the probe's fixed 200 ms can be missed on a loaded
+// machine); `counters` gets what the unit saw.
 unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Counters* counters = nullptr)
 {
     unsigned rc = 99;

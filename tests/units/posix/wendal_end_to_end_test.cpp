@@ -1,15 +1,13 @@
 // The Wendal unit's I2C and SPI masters through the whole library against
 // the emulated unit on a pseudo-terminal: the EEPROM keeps what was written,
-// a missing acknowledge is 33 (never a time-out), bus faults are 34, results
-// come in submission order, SPI loopback and memory, and bad parameters are
-// refused before anything is sent.
+// a missing acknowledge is 33 (never a time-out), bus faults are 34, SPI
+// loopback and memory (results in submission order: tests/bus).
 #include "UnitRig.h"
 
 using namespace unit_test;
 
 namespace {
 
-using I2cPort = CKVX_HdwKvxWendalDevice::CI2cPort;
 using SpiPort = CKVX_HdwKvxWendalDevice::CSpiPort;
 using I2cMaster = CKVX_HdwKvxWendalDevice::CI2cMasterService;
 using SpiMaster = CKVX_HdwKvxWendalDevice::CSpiMasterService;
@@ -38,7 +36,7 @@ CKVX_HdwSpiTransfer Spi(const Bytes& out, uint8_t chipSelect = CKVX_HdwSpiTransf
 
 class WendalRig : public UnitRig {
 public:
-    explicit WendalRig(bool paced = false) : UnitRig(UnitNamed("wendal"), EmulatorOptions(false, paced)) {}
+    WendalRig() : UnitRig(UnitNamed("wendal"), false) {}
 
     I2cMaster* OpenI2c(unsigned ch, CKVX_HdwI2cPort::CParameters p = {})
     {
@@ -56,24 +54,6 @@ public:
 
 } // namespace
 
-TEST(Wendal, PortsNumberedByKindAndChannel)
-{
-    WendalRig rig;
-    rig.Start();
-    for (unsigned type : {HDW_PORT_I2C, HDW_PORT_SPI}) {
-        for (unsigned n = 0; n < 2; ++n) {
-            CKVX_HdwPort* port = rig.Port(type, n);
-            ASSERT_NE(port, nullptr) << type << " " << n;
-            EXPECT_EQ(port->GetChannelId(), CKVX_String(std::to_string(n)));
-        }
-        EXPECT_EQ(rig.Port(type, 2), nullptr);
-    }
-    EXPECT_NE(dynamic_cast<I2cPort*>(rig.Port(HDW_PORT_I2C, 1)), nullptr);
-    EXPECT_NE(dynamic_cast<SpiPort*>(rig.Port(HDW_PORT_SPI, 1)), nullptr);
-    EXPECT_EQ(rig.Port(HDW_PORT_CAN, 0), nullptr);
-    EXPECT_EQ(rig.Device->GetDeviceCode(), 7u);
-}
-
 TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
 {
     WendalRig rig;
@@ -90,16 +70,10 @@ TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
     EXPECT_EQ(r.Read.Items(), (Bytes{1, 2, 3, 4, 5}));
     EXPECT_GT(r.TimeStamp, 0u);
 
-    // The same EEPROM over 10-bit addressing, and the page wrap: a write from
-    // 0x3E runs on at 0x30.
-    CKVX_HdwI2cTransfer wrap = I2c(0x250, {0x3E, 0xA0, 0xA1, 0xA2}, 0, true);
-    ASSERT_EQ(m->Transfer(wrap, kWaitMs), 0u);
-    CKVX_HdwI2cTransfer back = I2c(0x250, {0x30}, 1, true);
-    ASSERT_EQ(m->Transfer(back, kWaitMs), 0u);
-    EXPECT_EQ(back.Read.Items(), (Bytes{0xA2}));
-    CKVX_HdwI2cTransfer top = I2c(0x50, {0x3E}, 2);
-    ASSERT_EQ(m->Transfer(top, kWaitMs), 0u);
-    EXPECT_EQ(top.Read.Items(), (Bytes{0xA0, 0xA1}));
+    // 10-bit addressing reaches the same EEPROM.
+    CKVX_HdwI2cTransfer ten = I2c(0x250, {0x20}, 2, true);
+    ASSERT_EQ(m->Transfer(ten, kWaitMs), 0u);
+    EXPECT_EQ(ten.Read.Items(), (Bytes{1, 2}));
 
     // The other master has its own EEPROM, still erased.
     I2cMaster* other = rig.OpenI2c(1);
@@ -124,9 +98,6 @@ TEST(Wendal, MissingAcknowledgeAndBusFaults)
         unsigned fault;
     } rows[] = {
         {"no one at 0x33", [] {}, I2c(0x33, {1, 2}), 33, true, 0, 0},
-        {"empty 10-bit address", [] {}, I2c(0x251, {1}, 0, true), 33, true, 0, 0},
-        {"probe of no one", [] {}, I2c(0x34, {}), 33, true, 0, 0},
-        {"0x20 takes no data", [] {}, I2c(0x20, {1, 2}), 33, false, 0, 0},
         {"probe of 0x20", [] {}, I2c(0x20, {}), 0, false, 0, 0},
         {"EEPROM byte 2 refused", [&] { rig.Sim.NackNextI2c(0, 2); }, I2c(0x50, {0, 9, 9, 9}, 4), 33, false, 2, 0},
         {"held bus", [&] { rig.Sim.HoldI2cBus(0, 60000); }, I2c(0x50, {0}), 34, false, 0, 1},
@@ -148,43 +119,9 @@ TEST(Wendal, MissingAcknowledgeAndBusFaults)
     EXPECT_EQ(other->Transfer(lost, kWaitMs), 34u);
     EXPECT_EQ(lost.Fault, 2u);
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.I2cNacks[0], 5u);
+    EXPECT_EQ(c.I2cNacks[0], 2u);
     EXPECT_EQ(c.I2cFaults[0] + c.I2cFaults[1], 2u);
     EXPECT_EQ(m->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << "a NACK or fault does not fail the service";
-}
-
-// Twenty transfers at once on each master, the unit running them at the
-// bus speed: every result, per master in submission order, and none refused
-// (a ninth waiting on the unit would be, status 4: result 2).
-TEST(Wendal, ResultsInSubmissionOrder)
-{
-    WendalRig rig(true);
-    rig.Start();
-    I2cMaster* masters[2] = {rig.OpenI2c(0), rig.OpenI2c(1)};
-    ASSERT_TRUE(masters[0] && masters[1]);
-    constexpr uint32_t kCount = 20;
-    for (uint32_t i = 0; i < kCount; ++i)
-        for (unsigned ch = 0; ch < 2; ++ch) {
-            // Every third one goes nowhere, so that the results differ.
-            CKVX_HdwI2cTransfer t = i % 3 == 2 ? I2c(0x40, {1}) : I2c(0x50, {uint8_t(i)}, 1);
-            t.Tag = ch * 1000 + i;
-            ASSERT_EQ(masters[ch]->Submit(t), 0u);
-        }
-    for (unsigned ch = 0; ch < 2; ++ch) {
-        std::vector<CKVX_HdwI2cTransfer> got;
-        WaitUntil([&] {
-            CKVX_HdwI2cTransfer t;
-            while (masters[ch]->ReadResult(t) == 0)
-                got.push_back(t);
-            return got.size() == kCount;
-        });
-        ASSERT_EQ(got.size(), kCount);
-        for (uint32_t i = 0; i < kCount; ++i) {
-            EXPECT_EQ(got[i].Tag, ch * 1000 + i);
-            EXPECT_EQ(got[i].Result, i % 3 == 2 ? 33u : 0u) << i;
-        }
-    }
-    EXPECT_EQ(rig.Sim.GetCounters().I2cTransfers[0], kCount);
 }
 
 TEST(Wendal, SpiLoopbackInEveryModeAndTheMemory)
@@ -214,14 +151,6 @@ TEST(Wendal, SpiLoopbackInEveryModeAndTheMemory)
                 EXPECT_EQ(t.In.Items(), block) << int(mode) << lsb << int(bits);
                 ASSERT_EQ(rig.Port(HDW_PORT_SPI, 0)->Close(), 0u);
             }
-    // 12-bit words: the unused upper bits come back 0.
-    CKVX_HdwSpiPort::CParameters p12;
-    p12.WordBits = 12;
-    ASSERT_EQ(rig.Open(HDW_PORT_SPI, 0, p12), 0u);
-    CKVX_HdwSpiTransfer w12 = Spi({0xFF, 0xFF, 0x34, 0x12});
-    ASSERT_EQ(s->Transfer(w12, kWaitMs), 0u);
-    EXPECT_EQ(w12.In.Items(), (Bytes{0xFF, 0x0F, 0x34, 0x02}));
-    ASSERT_EQ(rig.Port(HDW_PORT_SPI, 0)->Close(), 0u);
 
     // The memory on chip select 1 keeps what was written.
     SpiMaster* mem = rig.OpenSpi(1);
@@ -233,83 +162,4 @@ TEST(Wendal, SpiLoopbackInEveryModeAndTheMemory)
     CKVX_HdwSpiTransfer nobody = Spi({1, 2}, 2);
     ASSERT_EQ(mem->Transfer(nobody, kWaitMs), 0u);
     EXPECT_EQ(nobody.In.Items(), (Bytes{0xFF, 0xFF}));
-}
-
-// Refused before anything goes to the unit: the unit sees no command and
-// the port keeps its settings.
-TEST(Wendal, BadParametersChangeNothing)
-{
-    WendalRig rig;
-    rig.Start();
-    I2cMaster* i2c = rig.OpenI2c(0);
-    SpiMaster* spi = rig.Enable<SpiMaster>(HDW_PORT_SPI, 0, HDW_SERVICE_SPI_MASTER);
-    ASSERT_TRUE(i2c && spi);
-    CKVX_HdwSpiPort::CParameters p16;
-    p16.WordBits = 16;
-    p16.ClockHz = 2000000;
-    ASSERT_EQ(rig.Open(HDW_PORT_SPI, 0, p16), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().CommandsByCode[114] == 1; }));
-    const hdwsim::Counters before = rig.Sim.GetCounters();
-
-    auto spiWith = [](auto change) {
-        CKVX_HdwSpiPort::CParameters p;
-        change(p);
-        return p;
-    };
-    CKVX_HdwI2cTransfer over7 = I2c(0x80, {1});
-    CKVX_HdwI2cTransfer over10 = I2c(0x400, {1}, 0, true);
-    CKVX_HdwI2cTransfer longWrite = I2c(0x50, Bytes(241));
-    CKVX_HdwI2cTransfer longRead = I2c(0x50, {0}, 241);
-    CKVX_HdwSpiTransfer ragged = Spi({1, 2, 3});
-    CKVX_HdwSpiTransfer longBlock = Spi(Bytes(242));
-    CKVX_HdwSpiTransfer empty = Spi({});
-    CKVX_HdwSpiTransfer badSelect = Spi({1, 2}, 4);
-    CKVX_HdwI2cPort::CParameters badSpeed;
-    badSpeed.BusSpeed = 3400000;
-    CKVX_HdwI2cPort::CParameters badTimeout;
-    badTimeout.BusTimeoutMs = 0;
-    const struct {
-        const char* name;
-        unsigned actual;
-    } rows[] = {
-        {"I2C 7-bit 0x80", i2c->Submit(over7)},
-        {"I2C 10-bit 0x400", i2c->Submit(over10)},
-        {"I2C write 241", i2c->Submit(longWrite)},
-        {"I2C read 241", i2c->Transfer(longRead, 10)},
-        {"SPI ragged 16-bit block", spi->Submit(ragged)},
-        {"SPI 242 bytes", spi->Submit(longBlock)},
-        {"SPI empty", spi->Submit(empty)},
-        {"SPI chip select 4", spi->Transfer(badSelect, 10)},
-        {"I2C port 3.4 MHz", rig.Open(HDW_PORT_I2C, 1, badSpeed)},
-        {"I2C port time-out 0", rig.Open(HDW_PORT_I2C, 1, badTimeout)},
-        {"SPI port mode 4", rig.Open(HDW_PORT_SPI, 1, spiWith([](auto& p) { p.Mode = 4; }))},
-        {"SPI port 500 Hz", rig.Open(HDW_PORT_SPI, 1, spiWith([](auto& p) { p.ClockHz = 500; }))},
-        {"SPI port 31 MHz", rig.Open(HDW_PORT_SPI, 1, spiWith([](auto& p) { p.ClockHz = 31000000; }))},
-        {"SPI port word 17", rig.Open(HDW_PORT_SPI, 1, spiWith([](auto& p) { p.WordBits = 17; }))},
-        {"SPI port chip select 4", rig.Open(HDW_PORT_SPI, 1, spiWith([](auto& p) { p.ChipSelect = 4; }))},
-    };
-    for (const auto& r : rows)
-        EXPECT_EQ(r.actual, 2u) << r.name;
-
-    // The ports that refused to open have nothing enabled, so no service
-    // was needed: they must be closed and unchanged.
-    EXPECT_FALSE(rig.Port(HDW_PORT_SPI, 1)->IsOpen());
-    EXPECT_FALSE(rig.Port(HDW_PORT_I2C, 1)->IsOpen());
-    CKVX_HdwSpiPort::CParameters now;
-    ASSERT_EQ(static_cast<SpiPort*>(rig.Port(HDW_PORT_SPI, 1))->GetParameters(&now), 0u);
-    EXPECT_EQ(now.Mode, 0u);
-    EXPECT_EQ(now.ClockHz, 1000000u);
-    unsigned pending = 9;
-    EXPECT_EQ(i2c->GetPendingCount(pending), 0u);
-    EXPECT_EQ(pending, 0u);
-    EXPECT_EQ(spi->GetPendingCount(pending), 0u);
-    EXPECT_EQ(pending, 0u);
-
-    // A good transfer still goes, and it is the only command the unit saw since.
-    CKVX_HdwSpiTransfer good = Spi({1, 2});
-    ASSERT_EQ(spi->Transfer(good, kWaitMs), 0u);
-    const hdwsim::Counters after = rig.Sim.GetCounters();
-    EXPECT_EQ(after.CommandsReceived, before.CommandsReceived + 1);
-    EXPECT_EQ(after.CommandsByCode[117], before.CommandsByCode[117] + 1);
-    EXPECT_EQ(after.CommandsByCode[116], 0u);
 }
