@@ -315,6 +315,72 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
 
+// Over UDP the unit's identity is its address and its serial number: a unit
+// of another serial number answering at the same address is not taken over;
+// the unit itself, back at that address, is.
+TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
+{
+    ReconnectRig r(true, true);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    hdwsim::Emulator::Options o = EmulatorOptions(true);
+    o.UdpPort = r.Rig.Sim.UdpPort();
+    r.Rig.Sim.Stop();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+
+    o.SerialNumber = "OTHER-0001";
+    auto other = std::make_unique<hdwsim::Emulator>(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(other->Start());
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 2; }, 30000));
+    EXPECT_TRUE(IsLost(r.Status().State));
+    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), 0u);
+    EXPECT_EQ(other->GetCounters().FramesReceived, 0u) << "commands went to the other unit";
+    other->Stop();
+
+    o.SerialNumber.clear(); // the model's own, as the first unit
+    hdwsim::Emulator same(*hdwsim::FindUnitModel("halden"), o);
+    ASSERT_TRUE(same.Start());
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }, 30000));
+    r.WriteNext(50);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
+}
+
+// Opening another port of a lost unit tries the unit at once: when it is
+// back, the ports kept open are configured again and carry words as before.
+TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
+{
+    UnitCase unit = UnitNamed("halden");
+    unit.Make = [] { return new SteppedHalden; }; // the clock stands: the tick does not retry
+    ReconnectRig r(false, true, unit);
+    ASSERT_NO_FATAL_FAILURE(r.Start());
+    auto* out2 =
+        r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    auto* in2 = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
+    ASSERT_TRUE(out2 && in2);
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
+    // While it is away the open fails and the unit stays lost.
+    EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_EQ(r.Status().FailedAttempts, 1u);
+
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
+    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
+    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(s.Returns, 1u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
+
+    // The kept pair and the new one both carry words.
+    r.WriteNext(30);
+    std::vector<CKVX_HdwArinc429Message> sent;
+    for (unsigned i = 0; i < 30; ++i)
+        sent.push_back(Word(0x53, i));
+    ASSERT_EQ(out2->Write(sent.data(), 30, 0), 0u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(29); }));
+    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
+}
+
 } // namespace
 
 // A label-oriented output keeps transmitting after a return: the unit comes
