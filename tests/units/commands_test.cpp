@@ -1,6 +1,7 @@
 // Command records of the command-protocol units, byte for byte, and the
 // conversions of bit rates into divider settings. The expected bytes are
-// written out from the record tables.
+// written out from the record tables (the 100-word split of SRAM writes is
+// checked end to end in posix/mil1553_end_to_end_test).
 
 #include "UnitTestSupport.h"
 
@@ -14,15 +15,6 @@ using Bytes = std::vector<uint8_t>;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
-
-// The frame CRC's check value (the frames themselves are compared with the
-// bit-by-bit CRC in posix/protocol_link_test).
-TEST(ProtocolCrc, CheckValueOfTheNineDigits)
-{
-    TestUnit dev;
-    EXPECT_EQ(dev.CalcCRC16(reinterpret_cast<const uint8_t*>("123456789"), 9), 0x29B1);
-    EXPECT_EQ(dev.CalcCRC16(nullptr, 0), 0xFFFF);
-}
 
 // ---- rate conversions ----------------------------------------------------------------
 
@@ -59,9 +51,8 @@ TEST(RateConversion, Arinc429TransmitDividers)
             got = {high, hi, lo};
             return rc;
         },
-        {{100000, 0, 0, {1, 299, 299}}, {12500, 0, 0, {0, 2399, 2399}}, {15000, 0, 0, {0, 1999, 1999}},
-            {15001, 0, 0, {1, 1998, 1998}}, {200000, 0, 0, {1, 149, 149}}, {7325, 0, 0, {0, 4094, 4094}},
-            {200001, 0, 2, {}}, {7324, 0, 2, {}}, {0, 0, 2, {}}});
+        {{15000, 0, 0, {0, 1999, 1999}}, {15001, 0, 0, {1, 1998, 1998}}, {200000, 0, 0, {1, 149, 149}},
+            {7325, 0, 0, {0, 4094, 4094}}, {200001, 0, 2, {}}, {7324, 0, 2, {}}});
 }
 
 TEST(RateConversion, CanTiming)
@@ -77,9 +68,8 @@ TEST(RateConversion, CanTiming)
             got = {index, s1, s2};
             return rc;
         },
-        {{1000000, 0.5, 0, {1, 6, 6}}, {1000000, 0.75, 0, {1, 9, 3}}, {500000, 0.875, 0, {2, 13, 4}},
-            {500000, 0.1, 0, {2, 5, 12}}, {7500000, 0.5, 0, {0, 5, 0xFC}}, {1000000, std::nan(""), 0, {1, 5, 7}},
-            {10000000, 0.5, 2, {}}, {1000, 0.5, 2, {}}, {0, 0.5, 2, {}}});
+        {{1000000, 0.75, 0, {1, 9, 3}}, {500000, 0.1, 0, {2, 5, 12}}, {7500000, 0.5, 0, {0, 5, 0xFC}},
+            {1000000, std::nan(""), 0, {1, 5, 7}}, {10000000, 0.5, 2, {}}, {1000, 0.5, 2, {}}});
 }
 
 TEST(RateConversion, UartDividers)
@@ -95,8 +85,8 @@ TEST(RateConversion, UartDividers)
             got = {index, divider};
             return rc;
         },
-        {{115200, 0, 0, {3, 15}}, {9600, 0, 0, {3, 191}}, {7000, 0, 0, {1, 438}}, {500, 0, 0, {3, 3685}},
-            {3000000, 0, 0, {1, 0}}, {2600000, 0, 2, {}}, {4000000, 0, 2, {}}, {300, 0, 2, {}}, {0, 0, 2, {}}});
+        {{115200, 0, 0, {3, 15}}, {7000, 0, 0, {1, 438}}, {500, 0, 0, {3, 3685}}, {3000000, 0, 0, {1, 0}},
+            {2600000, 0, 2, {}}, {300, 0, 2, {}}});
 }
 
 // ---- records ----------------------------------------------------------------------------------
@@ -326,31 +316,6 @@ TEST(CommandRecords, EachRecordByteForByte)
     }
 }
 
-TEST(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
-{
-    TestUnit dev;
-    dev.AddInstance();
-    std::vector<uint16_t> words(250);
-    for (size_t i = 0; i < words.size(); ++i)
-        words[i] = uint16_t(0x0100 + i);
-    ASSERT_EQ(dev.AttachSramWriteCommand(0, 1, 0x00011000, words.data(), 250), 0u);
-    const auto r = QueuedRecords(dev.Inst());
-    ASSERT_EQ(r.size(), 3u);
-    const uint32_t addresses[3] = {0x11000, 0x11064, 0x110C8};
-    const size_t counts[3] = {100, 100, 50};
-    size_t w = 0;
-    for (int k = 0; k < 3; ++k) {
-        Bytes expected = {uint8_t(8 + 2 * counts[k]), 0x84, uint8_t(k), 0x00, uint8_t(addresses[k]),
-            uint8_t(addresses[k] >> 8), uint8_t(addresses[k] >> 16), 0x00};
-        for (size_t i = 0; i < counts[k]; ++i, ++w) {
-            expected.push_back(uint8_t(words[w] & 0xFF));
-            expected.push_back(uint8_t(words[w] >> 8));
-        }
-        EXPECT_EQ(r[k], expected) << "record " << k;
-    }
-    EXPECT_EQ(dev.AttachSramWriteCommand(0, 2, 0, words.data(), 1), 2u);
-}
-
 // Settings a record cannot carry, channels and units that are not there:
 // answer 2, attach nothing and use up no command number.
 TEST(CommandRecords, RefusalsAttachNothing)
@@ -361,9 +326,6 @@ TEST(CommandRecords, RefusalsAttachNothing)
     atx.WordIntergap = 0;
     EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 2u);
     atx.WordIntergap = 319;
-    atx.BaudRate = 250000;
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 2u);
-    atx.BaudRate = 12500;
     EXPECT_EQ(dev.AttachAtxConfigCommand(0, 4, atx), 2u); // no fifth transmitter
     EXPECT_EQ(dev.AttachAtxConfigCommand(1, 0, atx), 2u); // no second unit
     CKVX_HdwArinc429RxPort::CParameters arx;
@@ -374,15 +336,8 @@ TEST(CommandRecords, RefusalsAttachNothing)
     uart.Parity = 0;
     uart.StopBits = 1;
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    uart.StopBits = 0;
-    uart.BaudRate = 2600000;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    uart.BaudRate = 9600;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 2, uart), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 4, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // 4 transmitters: 0..3
-    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(7, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // no such instance
     // A record longer than 255 bytes (4 + 252 parameter bytes) cannot be framed.
     const std::vector<uint8_t> params(252);
     EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
@@ -402,20 +357,9 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     TestUnit dev(p);
     dev.AddInstance();
     CKVX_HdwArinc429Message word;
-    CKVX_HdwArinc429TxPort::CParameters tx;
-    CKVX_HdwArinc429RxPort::CParameters rx;
-    CKVX_HdwUartPort::CParameters uart;
-    const uint8_t byte = 0x55;
     const uint16_t sram = 1;
     EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
     EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxDataCommand(0, 0, word), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxResetCommand(0, 0), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u);
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, tx), 2u);
-    EXPECT_EQ(dev.AttachArxConfigCommand(0, 0, rx, true, nullptr), 2u);
-    EXPECT_EQ(dev.AttachUartTxPushCommand(0, 0, &byte, 1), 2u);
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
     EXPECT_EQ(dev.AttachSramWriteCommand(0, 0, 0, &sram, 1), 2u);
     EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
@@ -425,24 +369,6 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     EXPECT_EQ(dev.AttachCanPushCommand(0, 1, &frame, 1), 0u);
     EXPECT_EQ(dev.AttachCanConfigCommand(0, 0), 0u);
     EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
-}
-
-// The layout in a record: CommandRecords; periods out of range: RefusalsAttachNothing.
-TEST(LabelControlWord, RoundTripsPeriodAndFlagsAndKeepsHighBitsClear)
-{
-    for (unsigned period : {1u, 2u, 500u, 1023u, 1024u}) {
-        for (unsigned flags = 0; flags < 4; ++flags) {
-            const CLabelCtrl c = Ctrl(0x20, static_cast<unsigned short>(period), flags & 1, (flags >> 1) & 1, 7, 9);
-            const uint32_t w = c.GetControlWord();
-            EXPECT_EQ(w & 0x3FFu, period - 1);
-            EXPECT_EQ(w >> 12, 0u);
-            CLabelCtrl back;
-            back.SetFromControlWord(w);
-            EXPECT_EQ(back.Period, period);
-            EXPECT_EQ(back.Enabled, flags & 1);
-            EXPECT_EQ(back.TransmitOnce, (flags >> 1) & 1);
-        }
-    }
 }
 
 } // namespace

@@ -70,7 +70,6 @@ using A429Rx = Base::CArinc429RxEvent;
 using A429Tx = Base::CArinc429TxEvent;
 using Status = Base::CStatusEvent;
 using CanRx = Base::CCanRxEvent;
-using CanTx = Base::CCanTxEvent;
 using Mil = Base::CMilStd1553Event;
 using UartRx = Base::CUartRxEvent;
 using UartTx = Base::CUartTxEvent;
@@ -100,8 +99,6 @@ struct EventCase {
 
 TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
 {
-    Bytes a429Short = EventRecord(2, 0, 5, {0x31, 0x16, 0x8D, 0x99, 0x99, 0x99});
-    a429Short[0] = 8;
     Bytes canShort = EventRecord(6, 0, 1, {0x08, 0x24, 0x60, 0xA1, 0xA2, 0xA3, 0x99, 0x99, 0x99, 0x99, 0x99});
     canShort[0] = 11; // DLC 8 would need L = 16
     Bytes canExtShort = EventRecord(6, 0, 1, {0x88, 0, 0, 0, 0x08, 0xB1, 0xB2, 0xB3, 0xB4, 0x99, 0x99, 0x99, 0x99});
@@ -117,12 +114,6 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(r.Message.Data, 0x12345u);
                 EXPECT_EQ(r.Message.TimeStamp, 0x11223344u);
                 EXPECT_EQ(r.AuxValue, 0xBEEF);
-            }},
-        // L = 8: the word's last byte is not part of the record.
-        {"ARINC 429 receive, L = 8", a429Short, a429rx0, {7},
-            [](const SeenEvent& e) {
-                EXPECT_EQ(e.As<A429Rx>().Message.GetToUint32(), 0x008D1631u);
-                EXPECT_EQ(e.As<A429Rx>().AuxValue, 0);
             }},
         // The time stamp is the unsigned low 32 bits.
         {"ARINC 429 transmit", EventRecord(3, 3, 0xFFFFFFFF, {0xFF, 0x03, 0x00, 0x00}), a429tx3, {7},
@@ -158,11 +149,6 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             [](const SeenEvent& e) {
                 EXPECT_EQ(Can(e.As<CanRx>().Message), "ext 1FFFFFFF R dlc 8: 01 02 03 04 05 06 07 08");
             }},
-        {"CAN transmit", EventRecord(7, 1, 101, {0x80, 0x91, 0xA2, 0xB3, 0xC0}), can1, {},
-            [](const SeenEvent& e) {
-                EXPECT_EQ(Can(e.As<CanTx>().Message), "ext 12345678 dlc 0: 00 00 00 00 00 00 00 00");
-                EXPECT_EQ(e.As<CanTx>().Message.TimeStamp, 101u);
-            }},
         // The CAN rules are as loose as they stand: L >= DLC + 3 standard, DLC + 5 extended.
         {"CAN standard, DLC 8, L = 11", canShort, can0, {10},
             [](const SeenEvent& e) {
@@ -171,16 +157,6 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
         {"CAN extended, DLC 8, L = 13", canExtShort, can0, {12, 0},
             [](const SeenEvent& e) {
                 EXPECT_EQ(Can(e.As<CanRx>().Message), "ext 1 dlc 8: B1 B2 B3 00 00 00 00 00");
-            }},
-        // A DLC above 8 is kept as received; eight data bytes at most.
-        {"CAN DLC 15", EventRecord(6, 0, 1, {0x0F, 0xFF, 0xE0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), can0, {},
-            [](const SeenEvent& e) {
-                EXPECT_EQ(Can(e.As<CanRx>().Message), "std 7FF dlc 15: 01 02 03 04 05 06 07 08");
-            }},
-        {"UART receive without data", EventRecord(9, 1, 3, {0x5A}), uart1, {5},
-            [](const SeenEvent& e) {
-                EXPECT_EQ(e.As<UartRx>().Status, 0x5A);
-                EXPECT_TRUE(e.As<UartRx>().Data.empty());
             }},
         {"UART receive", EventRecord(9, 1, 4, {0x00, 'a', 'b', 'c'}), uart1, {},
             [](const SeenEvent& e) {
@@ -237,17 +213,6 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(e.As<Mil>().WordCount, 1000);
                 EXPECT_EQ(e.As<Mil>().Data, (std::vector<uint16_t>{1, 2, 3}));
                 EXPECT_EQ(e.As<Mil>().StatusWord1, 0);
-            }},
-        // Other kinds carry time stamp and kind only.
-        {"MIL-STD-1553 other kind", EventRecord(8, 0, 9, {7, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), mil0, {11},
-            [](const SeenEvent& e) {
-                const Mil& m = e.As<Mil>();
-                EXPECT_EQ(m.TimeStamp, 9u);
-                EXPECT_EQ(m.Kind, 7);
-                EXPECT_EQ(m.WordCount, 0);
-                EXPECT_EQ(m.TransferId, 0);
-                EXPECT_EQ(m.TerminalAddress, 0);
-                EXPECT_TRUE(m.Data.empty());
             }},
     };
     for (const EventCase& c : cases) {
