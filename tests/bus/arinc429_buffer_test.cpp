@@ -26,7 +26,7 @@ TEST(Arinc429Filter, MaskBuildingRule)
     const struct {
         unsigned sdiMask, ssmMask, filter;
     } cases[] = {
-        {0x0F, 0x0F, 0xFFFF}, {0x01, 0x08, 1u << 12}, {0, 0x0F, 0}, {0x0F, 0, 0},
+        {0x0F, 0x0F, 0xFFFF}, {0x01, 0x08, 1u << 12}, {0x0F, 0, 0},
         {0xF1, 0xF1, 0x0001}, // only the low four bits of each mask matter
         {0x0A, 0x04, (1u << 9) | (1u << 11)}, // SDI 1 and 3 with SSM 2
     };
@@ -54,41 +54,6 @@ TEST(Arinc429Filter, AcceptAndDiscardPerLabelSdiAndSsm)
     CKVX_HdwArinc429Message m = Word(0x31, 1, 0), ssm3 = Word(0x40, 0, 3);
     EXPECT_EQ(s.Filter(m) + s.Filter(ssm3), 2);
     EXPECT_EQ(Accepted(s), 2u);
-}
-
-TEST(BufferServiceDefaults, OperationsLeftToTheDriverAnswer8)
-{
-    CKVX_HdwArinc429InBufferService in(nullptr);
-    CKVX_HdwArinc429OutBufferService out(nullptr);
-    CKVX_HdwByteInBufferService bin(nullptr);
-    CKVX_HdwByteOutBufferService bout(nullptr);
-    CKVX_HdwCanInBufferService cin(nullptr);
-    CKVX_HdwCanOutBufferService cout(nullptr);
-    CKVX_HdwArinc429Message m;
-    CKVX_HdwCanMessage frame;
-    unsigned n = 0;
-    unsigned char bytes[4] = {};
-    EXPECT_EQ(in.Read(&m, 1, n), 8u);
-    EXPECT_EQ(in.GetReadMessagesNumber(n), 8u);
-    EXPECT_EQ(in.ResetRx(), 8u);
-    EXPECT_EQ(in.EnableRx(), 0u);
-    EXPECT_EQ(in.DisableRx(), 0u);
-    EXPECT_EQ(out.Write(&m, 1, 0), 8u);
-    EXPECT_EQ(out.ResetWriteBuffer(), 8u);
-    EXPECT_EQ(out.GetMessagesToBeWritten(n), 8u);
-    EXPECT_EQ(bin.Read(bytes, 4, n), 8u);
-    EXPECT_EQ(bin.GetReadBufferBytes(n), 8u);
-    EXPECT_EQ(bin.ResetReadBuffer(), 8u);
-    EXPECT_EQ(bout.Write(bytes, 4, 0), 8u);
-    EXPECT_EQ(bout.GetBytesToBeWritten(n), 8u);
-    EXPECT_EQ(bout.ResetWriteBuffer(), 8u);
-    EXPECT_EQ(cin.Read(&frame, 1, n), 8u);
-    EXPECT_EQ(cin.ResetRx(), 8u);
-    EXPECT_EQ(cin.EnableRx(), 0u);
-    EXPECT_EQ(cin.DisableRx(), 0u);
-    EXPECT_EQ(cout.Write(&frame, 1, 0), 8u);
-    EXPECT_EQ(cout.ResetWriteBuffer(), 8u);
-    EXPECT_EQ(cout.GetMessagesToBeWritten(n), 8u);
 }
 
 class Arinc429InBuffer : public ::testing::Test {

@@ -1,12 +1,10 @@
 // The generic discrete (and, by their rows, I2C and SPI) classes: which
-// services each port admits, the operations that need a unit answering 8,
-// parameter checks, and the state and change bookkeeping a driver feeds.
+// services each port admits, parameter checks, and the state and change
+// bookkeeping a driver feeds.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <string>
 #include <vector>
 
 using namespace bustest;
@@ -71,111 +69,6 @@ TEST_F(GenericPorts, ServicesDoNotChangeOnAnOpenPort)
         EXPECT_EQ(port->DisableService(enabled), unsigned(HDW_ERR_SERVICE_CHANGE_ON_OPEN_PORT));
         EXPECT_EQ(port->GetServiceCount(), 1u);
         port->Close();
-    }
-}
-
-// ---- operations that need a unit ------------------------------------------------
-
-// One row per operation the generic class cannot carry out itself; `observe`
-// gives a text of everything the call could have changed.
-struct NeedsUnitRow {
-    const char* name;
-    unsigned portType;
-    unsigned serviceType;
-    std::function<unsigned(CKVX_HdwService*)> call;
-    std::function<std::string(CKVX_HdwService*)> observe;
-};
-
-std::string ObserveIn(CKVX_HdwService* s)
-{
-    auto* in = static_cast<CKVX_HdwDiscreteInService*>(s);
-    uint32_t state = 0;
-    uint64_t time = 0, lost = 0;
-    unsigned count = 0;
-    const unsigned rc = in->GetState(state, time);
-    in->GetChangeCount(count);
-    in->GetLostCount(lost);
-    return std::to_string(rc) + "/" + std::to_string(state) + "/" + std::to_string(count) + "/" + std::to_string(lost) +
-        "/" + std::to_string(in->GetStatus());
-}
-
-std::string ObserveOut(CKVX_HdwService* s)
-{
-    auto* out = static_cast<CKVX_HdwDiscreteOutService*>(s);
-    uint32_t driven = 0, commanded = 0;
-    uint64_t time = 0, lost = 0;
-    const unsigned rc = out->GetDriven(driven, time);
-    out->GetCommanded(commanded);
-    out->GetLostCount(lost);
-    return std::to_string(rc) + "/" + std::to_string(driven) + "/" + std::to_string(commanded) + "/" +
-        std::to_string(lost) + "/" + std::to_string(out->GetStatus());
-}
-
-// Pending transfers and unread results of an I2C or SPI master.
-template <class M>
-std::string ObserveMaster(CKVX_HdwService* s)
-{
-    auto* m = static_cast<M*>(s);
-    unsigned pending = 0, results = 0;
-    m->GetPendingCount(pending);
-    m->GetResultCount(results);
-    return std::to_string(pending) + "/" + std::to_string(results) + "/" + std::to_string(m->GetStatus());
-}
-
-CKVX_HdwI2cTransfer I2cProbe()
-{
-    CKVX_HdwI2cTransfer t;
-    t.Address = 0x50;
-    t.ReadLength = 2;
-    return t;
-}
-
-CKVX_HdwDiscreteOutService* Out(CKVX_HdwService* s)
-{
-    return static_cast<CKVX_HdwDiscreteOutService*>(s);
-}
-
-const std::vector<NeedsUnitRow>& NeedsUnitRows()
-{
-    static const std::vector<NeedsUnitRow> rows = {
-        {"DiscreteIn Refresh", HDW_PORT_DISCRETE_IN, HDW_SERVICE_DISCRETE_IN,
-            [](CKVX_HdwService* s) { return static_cast<CKVX_HdwDiscreteInService*>(s)->Refresh(); }, ObserveIn},
-        {"DiscreteOut Set", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
-            [](CKVX_HdwService* s) { return Out(s)->Set(0x01); }, ObserveOut},
-        {"DiscreteOut Pulse", HDW_PORT_DISCRETE_OUT, HDW_SERVICE_DISCRETE_OUT,
-            [](CKVX_HdwService* s) { return Out(s)->Pulse(0x01, 1000); }, ObserveOut},
-        {"I2c Transfer", HDW_PORT_I2C, HDW_SERVICE_I2C_MASTER,
-            [](CKVX_HdwService* s) {
-                CKVX_HdwI2cTransfer t = I2cProbe();
-                return static_cast<CKVX_HdwI2cMasterService*>(s)->Transfer(t, 10);
-            },
-            ObserveMaster<CKVX_HdwI2cMasterService>},
-        {"Spi Submit", HDW_PORT_SPI, HDW_SERVICE_SPI_MASTER,
-            [](CKVX_HdwService* s) {
-                CKVX_HdwSpiTransfer t;
-                t.Out.Create(2);
-                return static_cast<CKVX_HdwSpiMasterService*>(s)->Submit(t);
-            },
-            ObserveMaster<CKVX_HdwSpiMasterService>},
-    };
-    return rows;
-}
-
-TEST_F(GenericPorts, OperationsThatNeedAUnitAnswerNotSupported)
-{
-    for (const NeedsUnitRow& row : NeedsUnitRows()) {
-        SCOPED_TRACE(row.name);
-        CKVX_HdwPort* port = PortOf(row.portType);
-        ASSERT_NE(port, nullptr);
-        CKVX_HdwService* service = nullptr;
-        ASSERT_EQ(port->EnableService(row.serviceType, &service, nullptr), 0u);
-        ASSERT_EQ(port->Open(nullptr), 0u);
-        ASSERT_EQ(service->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-        const std::string before = row.observe(service);
-        EXPECT_EQ(row.call(service), unsigned(HDW_ERR_NOT_SUPPORTED));
-        EXPECT_EQ(row.observe(service), before);
-        port->Close();
-        port->DisableAllServices();
     }
 }
 

@@ -49,32 +49,6 @@ TEST(MilStd1553Image, MajorFrameInTableAGivesDescriptorsBuffersAndTable)
     EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
 }
 
-TEST(MilStd1553Image, TableBUsesItsOwnDescriptorsAndIdentifiers)
-{
-    const mil::SramImage image = mil::MajorFrameImage(TwoMessageFrame(), 1);
-    ASSERT_EQ(image.size(), 3u);
-    EXPECT_EQ(image[0].Address, 272u * 8);
-    EXPECT_EQ(image[0].Words[3], 0x2000 + 32 * 272);
-    EXPECT_EQ(image[0].Words[4], 0x4000); // table B, index 0
-    EXPECT_EQ(image[0].Words[12], 0x4001);
-    EXPECT_EQ(image[1].Address, 0x2000u + 32 * 272);
-    EXPECT_EQ(image[2].Address, 0x1800u);
-    EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 272, 273, 2000, 1, 273}));
-}
-
-TEST(MilStd1553Image, OneShotSlotsJoinIntoOneDescriptorBlock)
-{
-    mil::SramImage image;
-    mil::AddMessage(image, 0, ModeCode(31, true, 1), 0x8000); // broadcast synchronize
-    mil::AddMessage(image, 1, RtToRt(5, 3, 6, 4, 1), 0x8001);
-    mil::Compact(image);
-    ASSERT_EQ(image.size(), 1u);
-    EXPECT_EQ(image[0].Address, 0u);
-    EXPECT_EQ(image[0].Words,
-        (Words{0x0030, 0xFC01, 0, 0x2000, 0x8000, 0, 0, 0, //
-            0x0008, 0x2861, 0x3481, 0x2020, 0x8001, 0, 0, 0}));
-}
-
 TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
 {
     CKVX_HdwMilStd1553RemoteTerminal rt;
