@@ -83,7 +83,7 @@ unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwServ
     case HDW_SERVICE_DISCRETE_IN: s = new CTestDiscreteInService(port); break;
     case HDW_SERVICE_DISCRETE_OUT: s = new CTestDiscreteOutService(port); break;
     case HDW_SERVICE_I2C_MASTER: s = new CTestI2cMaster(port); break;
-    case HDW_SERVICE_SPI_MASTER: s = new CTestSpiMaster(port); break;
+    case HDW_SERVICE_SPI_MASTER: s = new CKVX_HdwSpiMasterService(port); break;
     default: s = new CTypedService(port, type);
     }
     port->GetServiceList() += s;

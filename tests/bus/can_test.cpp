@@ -63,24 +63,6 @@ protected:
 
 } // namespace
 
-// Reads, counts and the stopped and failed codes come from the code the
-// ARINC 429 input buffer shares (Arinc429InBuffer tests); frames read in
-// order with their times: LockRules. Here what the CAN class adds.
-TEST_F(Can, InputServiceStopEmptiesTheList)
-{
-    auto* in = Enable<CTestCanInService>(can, 9);
-    ASSERT_NE(in, nullptr);
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    rig.ReceiveFrame(Frame(1, 1, {}), 500);
-    unsigned n = 0;
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 1u);
-    can->Close();
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 0u);
-}
-
 TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
 {
     struct CProbe : CKVX_HdwCanOutBufferService {

@@ -128,21 +128,6 @@ TEST_F(Generator, AFullBacklogSkipsTransmissionsAndCountsThem)
     EXPECT_EQ(gen.GetPendingCount(), 1u);
 }
 
-TEST_F(Generator, TakeWordsHandsOutTheBacklogInOrderAndInParts)
-{
-    Def d(0x50, 1000.0);
-    d.Pattern = Gen::PatternCounter;
-    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
-    gen.Generate(9000); // transmissions 0..0 at 9 ms
-    gen.Generate(18000); // 1..9
-    CKVX_HdwArinc429Message w[4];
-    std::vector<uint32_t> got;
-    for (unsigned n; (n = gen.TakeWords(w, 4)) != 0;)
-        for (unsigned i = 0; i < n; ++i)
-            got.push_back(w[i].Data);
-    EXPECT_EQ(got, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
-}
-
 // ---- changes while running -------------------------------------------------------
 
 TEST_F(Generator, ARedefinedPatternShowsAtTheNextTransmissionAndANewRateCountsFromIt)
@@ -248,21 +233,6 @@ TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
     }
     EXPECT_EQ(gen.SetLabels(nullptr, 1), 2u);
     EXPECT_EQ(gen.SetLabels(nullptr, 0), 0u);
-}
-
-TEST(GeneratorDefinition, LimitsThatAreRepresentableAreAccepted)
-{
-    EXPECT_TRUE(Constant(0377, 1000.0, Gen::DataMask).IsValid());
-    EXPECT_TRUE(Constant(0, 0.01, 0).IsValid());
-    Def bnr = Bnr(1, 512, 0.25, -512, 511.75, Gen::WaveRamp, 2);
-    EXPECT_TRUE(bnr.IsValid());
-    EXPECT_EQ(bnr.BnrBits(), 11u);
-    EXPECT_EQ(Bnr(1, 1 << 18, 1, 0, 1, Gen::WaveSine, 1).BnrBits(), 18u);
-    EXPECT_EQ(Bnr(1, 180, 180.0 / 4096, 0, 1, Gen::WaveSine, 1).BnrBits(), 12u);
-    Def bcd = Bnr(1, 1, 0.1, -799.9, 799.9, Gen::WaveSine, 1);
-    bcd.Pattern = Gen::PatternBcd;
-    bcd.Digits = 4;
-    EXPECT_TRUE(bcd.IsValid());
 }
 
 // ---- values -------------------------------------------------------------------

@@ -164,28 +164,6 @@ protected:
     CKVX_HdwDiscreteInService* in = nullptr;
 };
 
-TEST_F(DiscreteIn, StateIsUnknownUntilTheFirstReport)
-{
-    Open();
-    uint32_t state = 0;
-    uint64_t time = 0;
-    bool level = false;
-    EXPECT_EQ(in->GetState(state, time), unsigned(HDW_ERR_NOTHING_TO_READ));
-    EXPECT_EQ(in->GetInput(0, level), unsigned(HDW_ERR_NOTHING_TO_READ));
-    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x81, 0, 7, 1000, false);
-    ASSERT_EQ(in->GetState(state, time), 0u);
-    EXPECT_EQ(state, 0x81u);
-    EXPECT_EQ(time, 1000u);
-    ASSERT_EQ(in->GetInput(7, level), 0u);
-    EXPECT_TRUE(level);
-    ASSERT_EQ(in->GetInput(1, level), 0u);
-    EXPECT_FALSE(level);
-    // A read answer updates the state but queues nothing.
-    unsigned count = 99;
-    ASSERT_EQ(in->GetChangeCount(count), 0u);
-    EXPECT_EQ(count, 0u);
-}
-
 TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
 {
     Open();

@@ -18,18 +18,10 @@ namespace {
 
 class I2cSpiRig : public ::testing::Test {
 protected:
-    template <class S>
-    S* Enable(CKVX_HdwPort* port, unsigned type)
-    {
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(port->EnableService(type, &s, nullptr), 0u);
-        return dynamic_cast<S*>(s);
-    }
     CTestI2cMaster* OpenI2c()
     {
         auto* s = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
         EXPECT_EQ(I2c->Open(nullptr), 0u);
-        s->Driver = true;
         return s;
     }
 
@@ -103,7 +95,6 @@ TEST_F(I2cSpiRig, ResultsInSubmissionOrderAndTheBound)
     auto* s = Enable<CTestI2cMaster>(I2c, HDW_SERVICE_I2C_MASTER);
     ASSERT_EQ(s->SetParameters(&p), 0u);
     ASSERT_EQ(I2c->Open(nullptr), 0u);
-    s->Driver = true;
     for (uint32_t tag = 10; tag < 13; ++tag) {
         CKVX_HdwI2cTransfer t = I2cWrite(0x50, {uint8_t(tag)}, tag);
         ASSERT_EQ(s->Submit(t), 0u);
