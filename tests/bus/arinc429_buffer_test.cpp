@@ -96,24 +96,6 @@ TEST_F(Arinc429InBuffer, ReadsTakeUpToWhatWaitsOnTheirOwnChannelOnly)
     EXPECT_EQ(n, 0u);
 }
 
-TEST_F(Arinc429InBuffer, FullListDropsTheOldest)
-{
-    CKVX_HdwArinc429InBufferService::CParameters p;
-    p.BufferSize = 3;
-    ASSERT_EQ(in->SetParameters(&p), 0u);
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->SetParameters(&p), 10u); // not while open
-    for (unsigned i = 0; i < 5; ++i)
-        rig.ReceiveWord(Word(1, 0, 0, i), i);
-    CKVX_HdwArinc429Message out[5];
-    unsigned n = 0;
-    ASSERT_EQ(in->Read(out, 5, n), 0u);
-    ASSERT_EQ(n, 3u);
-    EXPECT_EQ(out[0].Data, 2u);
-    EXPECT_EQ(out[2].Data, 4u);
-    EXPECT_EQ(in->GetDroppedCount(), 2u);
-}
-
 // Read before the first open answers 29 in Halden.BuffersWaitForTheOpenAndPortsRefuseSettingsTheUnitCannotMake
 // (tests/units), through the same read code.
 TEST_F(Arinc429InBuffer, StoppedAnswers29FailedAnswers15AndRestartEmptiesTheListButKeepsTheFilter)

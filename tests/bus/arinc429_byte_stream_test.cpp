@@ -274,9 +274,6 @@ TEST_F(Arinc429ByteStream, ParametersBoundsAndRunStates)
     CKVX_HdwArinc429ByteInBufferService::CParameters bad;
     bad.Sdi = 4;
     EXPECT_EQ(in->SetParameters(&bad), 2u);
-    CKVX_HdwArinc429ByteOutBufferService::CParameters badOut;
-    badOut.Sdi = 4;
-    EXPECT_EQ(out->SetParameters(&badOut), 2u);
     // Through the byte output's own parameter class only the size changes.
     CKVX_HdwByteOutBufferService::CParameters plain;
     plain.BufferSize = 8;

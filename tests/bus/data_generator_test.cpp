@@ -78,24 +78,6 @@ Def Bnr(unsigned char label, double range, double res, double low, double high, 
 
 // ---- schedule ------------------------------------------------------------------
 
-TEST_F(Generator, LongRunCountsAreExactForRatesThatDoNotDivideTheTick)
-{
-    Def defs[3] = {Constant(1, 3.0, 0), Constant(2, 7.3, 0), Constant(3, 333.0, 0)};
-    ASSERT_EQ(gen.SetLabels(defs, 3), 0u);
-    // 20 s of a 1 ms tick, then 20 s of a jittery 7 ms one.
-    auto words = Run(0, 20 * kSecond, 1000);
-    const auto more = Run(20 * kSecond + 7000, 40 * kSecond, 7000);
-    words.insert(words.end(), more.begin(), more.end());
-    // Transmissions 0..n with n / rate <= 40 s (the last tick is just short of 40 s).
-    std::map<unsigned, size_t> count;
-    for (const auto& w : words)
-        ++count[w.Label];
-    EXPECT_NEAR(double(count[1]), 3.0 * 40, 1.0);
-    EXPECT_NEAR(double(count[2]), 7.3 * 40, 1.0);
-    EXPECT_NEAR(double(count[3]), 333.0 * 40, 1.0);
-    EXPECT_EQ(gen.GetMissedCount(), 0u);
-}
-
 TEST_F(Generator, WordsOfSeveralLabelsComeInTheOrderOfTheirNominalTimes)
 {
     Def defs[2] = {Constant(0x20, 4.0, 1), Constant(0x10, 10.0, 2)};

@@ -54,24 +54,6 @@ TEST_F(GenericPorts, AdmissionTable)
     }
 }
 
-TEST_F(GenericPorts, ServicesDoNotChangeOnAnOpenPort)
-{
-    // Port type, the service enabled before Open, the one tried after it.
-    const unsigned rows[][3] = {{HDW_PORT_DISCRETE_IN, HDW_SERVICE_SIGNAL, HDW_SERVICE_DISCRETE_IN},
-        {HDW_PORT_I2C, HDW_SERVICE_I2C_MASTER, HDW_SERVICE_I2C_MASTER}};
-    for (const auto& [portType, first, later] : rows) {
-        SCOPED_TRACE(portType);
-        CKVX_HdwPort* port = PortOf(portType);
-        CKVX_HdwService* enabled = nullptr;
-        ASSERT_EQ(port->EnableService(first, &enabled, nullptr), 0u);
-        ASSERT_EQ(port->Open(nullptr), 0u);
-        EXPECT_EQ(port->EnableService(later, nullptr, nullptr), unsigned(HDW_ERR_WRONG_STATE));
-        EXPECT_EQ(port->DisableService(enabled), unsigned(HDW_ERR_SERVICE_CHANGE_ON_OPEN_PORT));
-        EXPECT_EQ(port->GetServiceCount(), 1u);
-        port->Close();
-    }
-}
-
 // ---- parameters -----------------------------------------------------------------
 
 struct InParamRow {
@@ -86,33 +68,6 @@ const InParamRow kInParams[] = {
     {"debounce not a multiple of 10", 1005, 0xFF, HDW_ERR_ARGUMENT},
     {"change mask beyond the bank is ignored", 0, 0xFFFF0000, 0},
 };
-
-TEST_F(GenericPorts, DiscreteInOpenChecksItsParametersAndKeepsTheOldOnes)
-{
-    auto* port = rig.DiscreteIn();
-    ASSERT_EQ(port->GetLineCount(), 8u);
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, nullptr, nullptr), 0u);
-    for (const InParamRow& row : kInParams) {
-        SCOPED_TRACE(row.name);
-        CKVX_HdwDiscreteInPort::CParameters before;
-        ASSERT_EQ(port->GetParameters(&before), 0u);
-        CKVX_HdwDiscreteInPort::CParameters p;
-        p.DebounceUs = row.debounceUs;
-        p.ChangeMask = row.changeMask;
-        EXPECT_EQ(port->Open(&p), row.expected);
-        EXPECT_EQ(port->IsOpen(), row.expected == 0);
-        CKVX_HdwDiscreteInPort::CParameters now;
-        ASSERT_EQ(port->GetParameters(&now), 0u);
-        const auto& want = row.expected == 0 ? p : before;
-        EXPECT_EQ(now.DebounceUs, want.DebounceUs);
-        EXPECT_EQ(now.ChangeMask, want.ChangeMask);
-        port->Close();
-    }
-    // Another port's parameter class is refused.
-    CKVX_HdwDiscreteOutPort::CParameters other;
-    EXPECT_EQ(port->Open(&other), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_FALSE(port->IsOpen());
-}
 
 TEST_F(GenericPorts, DiscreteOutOpenChecksItsParameters)
 {

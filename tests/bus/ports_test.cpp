@@ -46,22 +46,6 @@ TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFails)
     EXPECT_EQ(rx->Open(&wrongClass), 2u);
 }
 
-TEST_F(BusPorts, Arinc429SetBaudRateOnlyWhileOpenAndUnchecked)
-{
-    CTestTxPort* tx = rig.Tx();
-    EXPECT_EQ(tx->SetBaudRate(100000), 19u);
-    ASSERT_NE(Enable<CKVX_HdwArinc429OutBufferService>(tx, 5), nullptr);
-    CKVX_HdwArinc429TxPort::CParameters p;
-    p.WordIntergap = 40;
-    ASSERT_EQ(tx->Open(&p), 0u);
-    EXPECT_EQ(tx->SetBaudRate(0), 0u);
-    tx->GetParameters(&p);
-    EXPECT_EQ(p.BaudRate, 0u);
-    EXPECT_EQ(p.WordIntergap, 40); // the gap is left alone
-    EXPECT_EQ(tx->Close(), 0u);
-    EXPECT_EQ(tx->SetBaudRate(12500), 19u);
-}
-
 TEST_F(BusPorts, MilStd1553OpenInstallsValidParametersOnly)
 {
     CTestMilPort* mil = rig.Mil();
