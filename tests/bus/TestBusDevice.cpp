@@ -157,9 +157,9 @@ CBusRig::CBusRig() : Device(new CTestBusDevice)
     Manager.Run();
 }
 
-void CBusRig::ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel)
+void CBusRig::ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time)
 {
-    CTestEvent e(EventArinc429Rx, channel, time);
+    CTestEvent e(EventArinc429Rx, "RX0", time);
     e.Word = word;
     Device->Deliver(HDW_PORT_ARINC429_RX, e);
 }

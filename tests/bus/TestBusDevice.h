@@ -203,7 +203,7 @@ public:
     CTestI2cPort* I2c() { return static_cast<CTestI2cPort*>(Manager.GetPort(HDW_PORT_I2C, 0)); }
     CTestSpiPort* Spi() { return static_cast<CTestSpiPort*>(Manager.GetPort(HDW_PORT_SPI, 0)); }
     // The unit reports a received word or frame, or a failure of the channel's services.
-    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel = "RX0");
+    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time);
     void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);
     void Fail(unsigned portType, const char* channel);
     // The unit reports a discrete bank's state ("DIN0" or "DOUT0").

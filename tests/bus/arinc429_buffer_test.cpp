@@ -76,26 +76,6 @@ protected:
     CTestArinc429InService* in = nullptr;
 };
 
-// Words filtered, stamped and read in order across many reads: LockRules.
-TEST_F(Arinc429InBuffer, ReadsTakeUpToWhatWaitsOnTheirOwnChannelOnly)
-{
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    for (unsigned i = 0; i < 3; ++i)
-        rig.ReceiveWord(Word(0x10, 1, 2, i), 1000 + i);
-    rig.ReceiveWord(Word(0x10, 1, 2, 99), 5000, "RX1"); // another channel's word is not taken
-    unsigned n = 0;
-    CKVX_HdwArinc429Message out[8];
-    EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
-    EXPECT_EQ(Waiting(), 3u); // a refused read takes nothing
-    EXPECT_EQ(in->Read(out, 1, n), 0u);
-    ASSERT_EQ(n, 1u);
-    EXPECT_EQ(in->Read(out, 8, n), 0u);
-    ASSERT_EQ(n, 2u); // more asked than waiting: everything that waits
-    EXPECT_EQ(out[1].Data, 2u);
-    EXPECT_EQ(in->Read(out, 8, n), 0u);
-    EXPECT_EQ(n, 0u);
-}
-
 // Read before the first open answers 29 in Halden.BuffersWaitForTheOpenAndPortsRefuseSettingsTheUnitCannotMake
 // (tests/units), through the same read code.
 TEST_F(Arinc429InBuffer, StoppedAnswers29FailedAnswers15AndRestartEmptiesTheListButKeepsTheFilter)

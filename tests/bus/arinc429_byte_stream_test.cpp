@@ -238,36 +238,6 @@ TEST_F(Arinc429ByteStream, TheTransmittersParityModeSetsTheWordsParity)
         EXPECT_EQ(Ones(w.GetToUint32()) % 2, 0u);
 }
 
-TEST_F(Arinc429ByteStream, WordsInFlightCountUntilTheUnitNoLongerHoldsThem)
-{
-    Configure(0x30, 0);
-    ASSERT_EQ(tx->Open(nullptr), 0u);
-    std::vector<uint8_t> b(9, 0x11);
-    ASSERT_EQ(out->Write(b.data(), 9, 0), 0u);
-    CKVX_HdwArinc429Message words[8];
-    tx->DeviceLock();
-    EXPECT_EQ(out->BuildWords(words, 2), 2u);
-    EXPECT_EQ(out->BuildWords(words, 8), 5u); // building takes nothing
-    out->CommitWords(3);
-    tx->DeviceUnlock();
-    unsigned pending = 0;
-    EXPECT_EQ(out->GetBytesToBeWritten(pending), 0u);
-    EXPECT_EQ(pending, 9u); // 3 queued, 6 in flight
-    EXPECT_EQ(out->GetWordsInFlight(), 3u);
-    tx->DeviceLock();
-    out->KeepWordsInFlight(1);
-    EXPECT_EQ(out->BuildWords(words, 8), 2u);
-    tx->DeviceUnlock();
-    EXPECT_EQ(words[0].Data & 7, 3u);
-    EXPECT_EQ(words[1].Ssm, 1);
-    out->GetBytesToBeWritten(pending);
-    EXPECT_EQ(pending, 5u);
-    // A reset drops the queue, not what the unit holds.
-    EXPECT_EQ(out->ResetWriteBuffer(), 0u);
-    out->GetBytesToBeWritten(pending);
-    EXPECT_EQ(pending, 2u);
-}
-
 TEST_F(Arinc429ByteStream, ParametersBoundsAndRunStates)
 {
     Configure(0x30, 0, 5, 16);

@@ -121,28 +121,6 @@ TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
         2u);
 }
 
-TEST(MilStd1553BusController, BusesMustBeEnabledForTheMessagesAndRetries)
-{
-    CKVX_HdwMilStd1553BusController bc;
-    bc.MajorFrame.Messages = {RtToBc(1, 1, 2)};
-    bc.MajorFrame.MinorFrames.resize(1);
-    bc.MajorFrame.MinorFrames[0].Messages = {0};
-    EXPECT_EQ(bc.Check(14), 0u);
-    bc.MajorFrame.Messages[0].Retry = Msg::RetryOtherBus;
-    EXPECT_EQ(bc.Check(14), 0u);
-    bc.BusB = 0;
-    EXPECT_EQ(bc.Check(14), 2u); // nowhere to retry
-    bc.MajorFrame.Messages[0].Retry = Msg::RetrySameBus;
-    EXPECT_EQ(bc.Check(14), 0u);
-    bc.MajorFrame.Messages[0].Bus = 1;
-    EXPECT_EQ(bc.Check(14), 2u);
-    bc.BusA = 0;
-    bc.BusB = 1;
-    EXPECT_EQ(bc.Check(14), 0u);
-    bc.BusB = 0;
-    EXPECT_EQ(bc.Check(14), 2u);
-}
-
 TEST(MilStd1553RemoteTerminal, DefaultsAreLegalAndChecksRefuseTheRest)
 {
     CKVX_HdwMilStd1553RemoteTerminal rt;

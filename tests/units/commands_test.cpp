@@ -276,10 +276,8 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     TestUnit dev(p);
     dev.AddInstance();
     CKVX_HdwArinc429Message word;
-    const uint16_t sram = 1;
     EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
     EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
-    EXPECT_EQ(dev.AttachSramWriteCommand(0, 0, 0, &sram, 1), 2u);
     EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
 
