@@ -252,23 +252,6 @@ TEST_F(UnitEvents, EchoesMustComeBackInSendingOrder)
     EXPECT_TRUE(Reached().empty());
 }
 
-// Types without a handler (4, 11 and up) and types the unit's profile does
-// not list (CAN receive on an ARINC 429-only unit) are errors and reach no port.
-TEST(UnitEventProfile, TypesWithoutAHandlerOrNotSentByTheUnitAreErrors)
-{
-    Base::CUnitProfile p = FullProfile();
-    p.Events = 1u << 0 | 1u << 1 | 1u << 2 | 1u << 3 | 1u << 5; // echo, failure, receive, transmit, status
-    TestUnit dev(p);
-    dev.AddInstance();
-    RecordingPort can(&dev, 0, "0", HDW_PORT_CAN);
-    dev.AttachPortToHdwTimer(0, &can);
-    Bytes fields(10, 0);
-    for (unsigned type : {4u, 6u, 11u, 20u, 31u})
-        EXPECT_EQ(dev.ProcessEventRecord(0, type, 0, 8, fields.data()), 11u) << type;
-    EXPECT_TRUE(can.seen.empty());
-    dev.DetachPortFromHdwTimer(0, &can);
-}
-
 } // namespace
 
 // ---- a whole frame: the ports each event reaches ---------------------------------------------

@@ -1,6 +1,6 @@
-// The MIL-STD-1553 SRAM images word by word (descriptors, buffers, major
-// frame table, RT tables and buffers) and the messages made of the unit's
-// kind-1 and kind-2 records.
+// The MIL-STD-1553 SRAM images word by word: descriptors, buffers, major
+// frame table, RT tables and buffers. The messages made of the unit's
+// records are compared end to end (posix/mil1553_end_to_end_test).
 
 #include <HdwLib/HdwLib.h>
 #include <HdwLib/units/internal/KvxMilStd1553Records.h>
@@ -79,28 +79,4 @@ TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
     EXPECT_EQ(b[0x400 + 32 * 7], 1);
     EXPECT_EQ(b[0x400 + 32 * 7 + 2], 3);
     EXPECT_EQ(b[0x400 + 32 * 7 + 3], 0);
-}
-
-TEST(MilStd1553Image, AccessRecordBecomesAMessage)
-{
-    CKVX_HdwKvxMilStd1553Event e;
-    e.Kind = 2;
-    e.Field1 = mil::AccessBusB | mil::AccessMonitor;
-    e.CommandWord1 = 0x2861; // 5 R 3, 1 word
-    e.CommandWord2 = 0x3481; // 6 T 4
-    e.Data = {0x1234};
-    e.StatusWord1 = 0x3000;
-    e.StatusWord2 = 0x2800;
-    e.TransferFlags = Msg::FlagRtToRt | Msg::FlagBusB;
-    e.TimeStamp = 777;
-    Msg m;
-    mil::MessageFromAccess(e, m);
-    // The command fields encode back to the words on the bus.
-    EXPECT_EQ(m.RtToRt, 1);
-    EXPECT_EQ(m.Data, Words{0x1234});
-    EXPECT_EQ(m.StatusWord2, 0x2800);
-    EXPECT_EQ(m.Bus, 1);
-    EXPECT_EQ(m.TimeStamp, 777u);
-    EXPECT_EQ(m.GetCommandWord(), 0x2861);
-    EXPECT_EQ(m.GetCommandWord2(), 0x3481);
 }
