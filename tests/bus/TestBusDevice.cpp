@@ -83,7 +83,7 @@ unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwServ
     case HDW_SERVICE_DISCRETE_IN: s = new CTestDiscreteInService(port); break;
     case HDW_SERVICE_DISCRETE_OUT: s = new CTestDiscreteOutService(port); break;
     case HDW_SERVICE_I2C_MASTER: s = new CTestI2cMaster(port); break;
-    case HDW_SERVICE_SPI_MASTER: s = new CTestSpiMaster(port); break;
+    case HDW_SERVICE_SPI_MASTER: s = new CKVX_HdwSpiMasterService(port); break;
     default: s = new CTypedService(port, type);
     }
     port->GetServiceList() += s;
@@ -157,9 +157,9 @@ CBusRig::CBusRig() : Device(new CTestBusDevice)
     Manager.Run();
 }
 
-void CBusRig::ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel)
+void CBusRig::ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time)
 {
-    CTestEvent e(EventArinc429Rx, channel, time);
+    CTestEvent e(EventArinc429Rx, "RX0", time);
     e.Word = word;
     Device->Deliver(HDW_PORT_ARINC429_RX, e);
 }

@@ -94,17 +94,13 @@ public:
     unsigned ProcessEvent(CKVX_HdwEvent* event) override;
 };
 
-// I2C and SPI masters: the generic Submit (answers 8) until a test sets
-// Driver; then Submit checks and queues as a driver does, and the test plays
-// the unit through Send, Finish and Fail.
+// An I2C master whose Submit checks and queues as a driver does; the test
+// plays the unit through Send, Finish and Fail.
 class CTestI2cMaster : public CKVX_HdwI2cMasterService {
 public:
     using CKVX_HdwI2cMasterService::CKVX_HdwI2cMasterService;
-    bool Driver = false;
     unsigned Submit(CKVX_HdwI2cTransfer& t) override
     {
-        if (!Driver)
-            return CKVX_HdwI2cMasterService::Submit(t);
         if (const unsigned rc = t.Check())
             return rc;
         CKVX_HdwServiceLock lock(*this);
@@ -133,26 +129,6 @@ public:
     {
         CKVX_HdwServiceLock lock(*this);
         FailPending();
-    }
-};
-
-class CTestSpiMaster : public CKVX_HdwSpiMasterService {
-public:
-    using CKVX_HdwSpiMasterService::CKVX_HdwSpiMasterService;
-    bool Driver = false;
-    unsigned Submit(CKVX_HdwSpiTransfer& t) override
-    {
-        if (!Driver)
-            return CKVX_HdwSpiMasterService::Submit(t);
-        if (const unsigned rc = t.Check())
-            return rc;
-        CKVX_HdwServiceLock lock(*this);
-        return Enqueue(t);
-    }
-    bool Finish(uint32_t tag, const std::vector<uint8_t>& in)
-    {
-        CKVX_HdwServiceLock lock(*this);
-        return Complete(tag, 0, in.data(), unsigned(in.size()), 99);
     }
 };
 
@@ -227,7 +203,7 @@ public:
     CTestI2cPort* I2c() { return static_cast<CTestI2cPort*>(Manager.GetPort(HDW_PORT_I2C, 0)); }
     CTestSpiPort* Spi() { return static_cast<CTestSpiPort*>(Manager.GetPort(HDW_PORT_SPI, 0)); }
     // The unit reports a received word or frame, or a failure of the channel's services.
-    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time, const char* channel = "RX0");
+    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time);
     void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);
     void Fail(unsigned portType, const char* channel);
     // The unit reports a discrete bank's state ("DIN0" or "DOUT0").
@@ -251,13 +227,10 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned ssm =
 
 // Enables a service and returns it as its class (null on refusal).
 template <typename S>
-S* Enable(CKVX_HdwPort* port, unsigned type, unsigned* rc = nullptr)
+S* Enable(CKVX_HdwPort* port, unsigned type)
 {
     CKVX_HdwService* service = nullptr;
-    const unsigned r = port->EnableService(type, &service, nullptr);
-    if (rc)
-        *rc = r;
-    return r == 0 ? dynamic_cast<S*>(service) : nullptr;
+    return port->EnableService(type, &service, nullptr) == 0 ? dynamic_cast<S*>(service) : nullptr;
 }
 
 } // namespace bustest

@@ -26,7 +26,7 @@ TEST(Arinc429Filter, MaskBuildingRule)
     const struct {
         unsigned sdiMask, ssmMask, filter;
     } cases[] = {
-        {0x0F, 0x0F, 0xFFFF}, {0x01, 0x08, 1u << 12}, {0, 0x0F, 0}, {0x0F, 0, 0},
+        {0x0F, 0x0F, 0xFFFF}, {0x01, 0x08, 1u << 12}, {0x0F, 0, 0},
         {0xF1, 0xF1, 0x0001}, // only the low four bits of each mask matter
         {0x0A, 0x04, (1u << 9) | (1u << 11)}, // SDI 1 and 3 with SSM 2
     };
@@ -56,41 +56,6 @@ TEST(Arinc429Filter, AcceptAndDiscardPerLabelSdiAndSsm)
     EXPECT_EQ(Accepted(s), 2u);
 }
 
-TEST(BufferServiceDefaults, OperationsLeftToTheDriverAnswer8)
-{
-    CKVX_HdwArinc429InBufferService in(nullptr);
-    CKVX_HdwArinc429OutBufferService out(nullptr);
-    CKVX_HdwByteInBufferService bin(nullptr);
-    CKVX_HdwByteOutBufferService bout(nullptr);
-    CKVX_HdwCanInBufferService cin(nullptr);
-    CKVX_HdwCanOutBufferService cout(nullptr);
-    CKVX_HdwArinc429Message m;
-    CKVX_HdwCanMessage frame;
-    unsigned n = 0;
-    unsigned char bytes[4] = {};
-    EXPECT_EQ(in.Read(&m, 1, n), 8u);
-    EXPECT_EQ(in.GetReadMessagesNumber(n), 8u);
-    EXPECT_EQ(in.ResetRx(), 8u);
-    EXPECT_EQ(in.EnableRx(), 0u);
-    EXPECT_EQ(in.DisableRx(), 0u);
-    EXPECT_EQ(out.Write(&m, 1, 0), 8u);
-    EXPECT_EQ(out.ResetWriteBuffer(), 8u);
-    EXPECT_EQ(out.GetMessagesToBeWritten(n), 8u);
-    EXPECT_EQ(bin.Read(bytes, 4, n), 8u);
-    EXPECT_EQ(bin.GetReadBufferBytes(n), 8u);
-    EXPECT_EQ(bin.ResetReadBuffer(), 8u);
-    EXPECT_EQ(bout.Write(bytes, 4, 0), 8u);
-    EXPECT_EQ(bout.GetBytesToBeWritten(n), 8u);
-    EXPECT_EQ(bout.ResetWriteBuffer(), 8u);
-    EXPECT_EQ(cin.Read(&frame, 1, n), 8u);
-    EXPECT_EQ(cin.ResetRx(), 8u);
-    EXPECT_EQ(cin.EnableRx(), 0u);
-    EXPECT_EQ(cin.DisableRx(), 0u);
-    EXPECT_EQ(cout.Write(&frame, 1, 0), 8u);
-    EXPECT_EQ(cout.ResetWriteBuffer(), 8u);
-    EXPECT_EQ(cout.GetMessagesToBeWritten(n), 8u);
-}
-
 class Arinc429InBuffer : public ::testing::Test {
 protected:
     void SetUp() override
@@ -110,44 +75,6 @@ protected:
     CTestRxPort* rx = nullptr;
     CTestArinc429InService* in = nullptr;
 };
-
-// Words filtered, stamped and read in order across many reads: LockRules.
-TEST_F(Arinc429InBuffer, ReadsTakeUpToWhatWaitsOnTheirOwnChannelOnly)
-{
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    for (unsigned i = 0; i < 3; ++i)
-        rig.ReceiveWord(Word(0x10, 1, 2, i), 1000 + i);
-    rig.ReceiveWord(Word(0x10, 1, 2, 99), 5000, "RX1"); // another channel's word is not taken
-    unsigned n = 0;
-    CKVX_HdwArinc429Message out[8];
-    EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
-    EXPECT_EQ(Waiting(), 3u); // a refused read takes nothing
-    EXPECT_EQ(in->Read(out, 1, n), 0u);
-    ASSERT_EQ(n, 1u);
-    EXPECT_EQ(in->Read(out, 8, n), 0u);
-    ASSERT_EQ(n, 2u); // more asked than waiting: everything that waits
-    EXPECT_EQ(out[1].Data, 2u);
-    EXPECT_EQ(in->Read(out, 8, n), 0u);
-    EXPECT_EQ(n, 0u);
-}
-
-TEST_F(Arinc429InBuffer, FullListDropsTheOldest)
-{
-    CKVX_HdwArinc429InBufferService::CParameters p;
-    p.BufferSize = 3;
-    ASSERT_EQ(in->SetParameters(&p), 0u);
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    EXPECT_EQ(in->SetParameters(&p), 10u); // not while open
-    for (unsigned i = 0; i < 5; ++i)
-        rig.ReceiveWord(Word(1, 0, 0, i), i);
-    CKVX_HdwArinc429Message out[5];
-    unsigned n = 0;
-    ASSERT_EQ(in->Read(out, 5, n), 0u);
-    ASSERT_EQ(n, 3u);
-    EXPECT_EQ(out[0].Data, 2u);
-    EXPECT_EQ(out[2].Data, 4u);
-    EXPECT_EQ(in->GetDroppedCount(), 2u);
-}
 
 // Read before the first open answers 29 in Halden.BuffersWaitForTheOpenAndPortsRefuseSettingsTheUnitCannotMake
 // (tests/units), through the same read code.

@@ -46,35 +46,6 @@ protected:
 
 } // namespace
 
-TEST_F(Lblo, BothServicesAnswer29BeforeTheFirstOpen)
-{
-    CKVX_HdwArinc429Message m = Word(0x31, 0, 0, 5);
-    unsigned count = 0;
-    CLabelCtrl c(0x31, 20);
-    EXPECT_EQ(in->ReadLabel(0x31, 0, m, count), 29u);
-    EXPECT_EQ(in->ReadChangedLabels(&m, 1, count), 29u);
-    EXPECT_EQ(in->ResetRx(), 29u);
-    EXPECT_EQ(out->SetLabelsCtrl(&c, 1), 29u);
-    EXPECT_EQ(out->UpdateMessages(&m, 1), 29u);
-    EXPECT_EQ(out->EnableTx(), 29u);
-}
-
-// Latest data and count per label and SDI: PellorLabelInput (tests/units).
-TEST_F(Lblo, InputEntryKeepsTheLatestTimeAndTheSdiMustBeZeroToThree)
-{
-    ASSERT_EQ(rx->Open(nullptr), 0u);
-    Receive(Word(0x31, 0, 0, 1), 100);
-    Receive(Word(0x31, 0, 0, 3), 300);
-    CKVX_HdwArinc429Message m;
-    unsigned count = 0;
-    ASSERT_EQ(in->ReadLabel(0x31, 0, m, count), 0u);
-    EXPECT_EQ(m.TimeStamp, 300u);
-    count = 9;
-    EXPECT_EQ(in->ReadLabel(0x31, 1, m, count), 4u); // nothing on that SDI
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(in->ReadLabel(0x31, 4, m, count), 2u);
-}
-
 TEST_F(Lblo, ChangedLabelsComeInLabelThenSdiOrderAndAShortArrayLeavesTheRestMarked)
 {
     ASSERT_EQ(rx->Open(nullptr), 0u);
@@ -160,8 +131,6 @@ TEST_F(Lblo, OutputABadEntryRefusesTheWholeCall)
     ctrls[1].Period = 1025;
     EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
     EXPECT_EQ(out->GetDefinedLabelsCount(), 0u);
-    EXPECT_EQ(out->SetLabelsCtrl(nullptr, 1), 2u);
-    EXPECT_EQ(out->SetLabelsCtrl(nullptr, 0), 0u);
 
     ctrls[1].Period = 1024;
     ASSERT_EQ(out->SetLabelsCtrl(ctrls, 2), 0u);
@@ -169,9 +138,6 @@ TEST_F(Lblo, OutputABadEntryRefusesTheWholeCall)
     EXPECT_EQ(out->UpdateMessages(words, 2), 2u); // 0x03 has no control
     CKVX_HdwArinc429Message m;
     EXPECT_EQ(out->GetLabelMessage(0x01, m), 4u); // defined, and the refused call stored no data
-    EXPECT_EQ(out->UpdateMessages(nullptr, 1), 2u);
-    CLabelCtrl c;
-    EXPECT_EQ(out->GetLabelCtrl(0x03, c), 4u);
 }
 
 TEST_F(Lblo, OutputCanStartWithTransmissionOffAndStopForgetsTheTable)

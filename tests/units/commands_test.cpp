@@ -1,6 +1,7 @@
 // Command records of the command-protocol units, byte for byte, and the
 // conversions of bit rates into divider settings. The expected bytes are
-// written out from the record tables.
+// written out from the record tables (the 100-word split of SRAM writes is
+// checked end to end in posix/mil1553_end_to_end_test).
 
 #include "UnitTestSupport.h"
 
@@ -14,15 +15,6 @@ using Bytes = std::vector<uint8_t>;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
-
-// The frame CRC's check value (the frames themselves are compared with the
-// bit-by-bit CRC in posix/protocol_link_test).
-TEST(ProtocolCrc, CheckValueOfTheNineDigits)
-{
-    TestUnit dev;
-    EXPECT_EQ(dev.CalcCRC16(reinterpret_cast<const uint8_t*>("123456789"), 9), 0x29B1);
-    EXPECT_EQ(dev.CalcCRC16(nullptr, 0), 0xFFFF);
-}
 
 // ---- rate conversions ----------------------------------------------------------------
 
@@ -59,9 +51,8 @@ TEST(RateConversion, Arinc429TransmitDividers)
             got = {high, hi, lo};
             return rc;
         },
-        {{100000, 0, 0, {1, 299, 299}}, {12500, 0, 0, {0, 2399, 2399}}, {15000, 0, 0, {0, 1999, 1999}},
-            {15001, 0, 0, {1, 1998, 1998}}, {200000, 0, 0, {1, 149, 149}}, {7325, 0, 0, {0, 4094, 4094}},
-            {200001, 0, 2, {}}, {7324, 0, 2, {}}, {0, 0, 2, {}}});
+        {{15000, 0, 0, {0, 1999, 1999}}, {15001, 0, 0, {1, 1998, 1998}}, {200000, 0, 0, {1, 149, 149}},
+            {7325, 0, 0, {0, 4094, 4094}}, {200001, 0, 2, {}}, {7324, 0, 2, {}}});
 }
 
 TEST(RateConversion, CanTiming)
@@ -77,9 +68,8 @@ TEST(RateConversion, CanTiming)
             got = {index, s1, s2};
             return rc;
         },
-        {{1000000, 0.5, 0, {1, 6, 6}}, {1000000, 0.75, 0, {1, 9, 3}}, {500000, 0.875, 0, {2, 13, 4}},
-            {500000, 0.1, 0, {2, 5, 12}}, {7500000, 0.5, 0, {0, 5, 0xFC}}, {1000000, std::nan(""), 0, {1, 5, 7}},
-            {10000000, 0.5, 2, {}}, {1000, 0.5, 2, {}}, {0, 0.5, 2, {}}});
+        {{1000000, 0.75, 0, {1, 9, 3}}, {500000, 0.1, 0, {2, 5, 12}}, {7500000, 0.5, 0, {0, 5, 0xFC}},
+            {1000000, std::nan(""), 0, {1, 5, 7}}, {10000000, 0.5, 2, {}}, {1000, 0.5, 2, {}}});
 }
 
 TEST(RateConversion, UartDividers)
@@ -95,8 +85,8 @@ TEST(RateConversion, UartDividers)
             got = {index, divider};
             return rc;
         },
-        {{115200, 0, 0, {3, 15}}, {9600, 0, 0, {3, 191}}, {7000, 0, 0, {1, 438}}, {500, 0, 0, {3, 3685}},
-            {3000000, 0, 0, {1, 0}}, {2600000, 0, 2, {}}, {4000000, 0, 2, {}}, {300, 0, 2, {}}, {0, 0, 2, {}}});
+        {{115200, 0, 0, {3, 15}}, {7000, 0, 0, {1, 438}}, {500, 0, 0, {3, 3685}}, {3000000, 0, 0, {1, 0}},
+            {2600000, 0, 2, {}}, {300, 0, 2, {}}});
 }
 
 // ---- records ----------------------------------------------------------------------------------
@@ -112,12 +102,6 @@ CLabelCtrl Ctrl(unsigned char label, unsigned short period, unsigned char enable
     return c;
 }
 
-Bytes Padded(Bytes b, size_t size)
-{
-    b.resize(size, 0);
-    return b;
-}
-
 // The attach calls of one case, made on a fresh unit (their results must be
 // 0), and the records the unit's command list then holds.
 struct RecordCase {
@@ -128,21 +112,7 @@ struct RecordCase {
 
 std::vector<RecordCase> RecordCases()
 {
-    Bytes uartData(241);
-    for (size_t i = 0; i < uartData.size(); ++i)
-        uartData[i] = uint8_t(i * 7 + 1);
-    Bytes uartFirst = {249, 0xA1, 0x00, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00};
-    uartFirst.insert(uartFirst.end(), uartData.begin(), uartData.begin() + 240);
-    Bytes arxFirst = Padded({0x25, 0x9A, 0x00, 0x00, 0x37, 0x01, 0x02}, 37);
-    arxFirst[36] = 0x80;
-
     return {
-        {"keep-alive and label reset",
-            [](TestUnit& d, auto*) {
-                EXPECT_EQ(d.AttachKeepAliveCommand(0), 0u);
-                EXPECT_EQ(d.AttachAtxCtxResetCommand(0, 3), 0u);
-            },
-            {{0x05, 0x84, 0x00, 0x00, 0x00}, {0x05, 0x92, 0x01, 0x00, 0x03}}},
         // Label data and push carry label and word, with the parity bit as set (1, then 0);
         // a push of nothing is one empty record.
         {"label data and push",
@@ -199,21 +169,6 @@ std::vector<RecordCase> RecordCases()
             {{0x10, 0x95, 0x00, 0x00, 0x4F, 0x3E, 0x01, 0x5A, 0x2B, 0x01, 0x2B, 0x01, 0x01, 0x02, 0x03, 0x01},
                 // flags 0x12: option 1 (default 1), parity 2; dividers 2399 = 0x95F.
                 {0x10, 0x94, 0x01, 0x00, 0x12, 0x00, 0x00, 0x00, 0x5F, 0x09, 0x5F, 0x09, 0x00, 0x00, 0x00, 0x00}}},
-        {"ARINC 429 receive configuration",
-            [](TestUnit& d, auto*) {
-                CKVX_HdwArinc429RxPort::CParameters p;
-                p.Parity = 1;
-                p.BaudRate = 12500;
-                uint8_t labels[256] = {};
-                labels[0] = labels[9] = labels[255] = 1;
-                EXPECT_EQ(d.AttachArxConfigCommand(0, 2, p, true, labels), 0u);
-                p.Parity = 2;
-                p.BaudRate = 100000;
-                EXPECT_EQ(d.AttachArxConfigCommand(0, 3, p, false, nullptr), 0u);
-                p.Parity = 0; // only "not 2"
-                EXPECT_EQ(d.AttachArxConfigCommand(0, 0, p, false, nullptr), 0u);
-            },
-            {arxFirst, Padded({0x25, 0x9B, 0x01, 0x00, 0x00}, 37), Padded({0x25, 0x98, 0x02, 0x00, 0x04}, 37)}},
         {"UART configuration",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CUartCtrlStatus& c = inst->UartCtrl[1];
@@ -233,15 +188,6 @@ std::vector<RecordCase> RecordCases()
             },
             {{0x09, 0xA3, 0x00, 0x00, 0x2F, 0x03, 0x0F, 0x00, 0x77},
                 {0x09, 0xA2, 0x01, 0x00, 0x44, 0x03, 0xBF, 0x00, 0x00}}},
-        // Cut into 240-byte chunks, counted per channel; nothing to send is no record.
-        {"UART transmit",
-            [uartData](TestUnit& d, Base::CDeviceInstance* inst) {
-                EXPECT_EQ(d.AttachUartTxPushCommand(0, 1, uartData.data(), unsigned(uartData.size())), 0u);
-                EXPECT_EQ(d.AttachUartTxPushCommand(0, 1, uartData.data(), 0), 0u);
-                EXPECT_EQ(inst->UartCtrl[1].ChunkCounter, 2u);
-                EXPECT_EQ(inst->UartCtrl[0].ChunkCounter, 0u);
-            },
-            {uartFirst, {10, 0xA1, 0x01, 0x00, 0x01, 0x02, 0x00, 0x00, 0x00, uartData[240]}}},
         {"CAN configuration from the channel record",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CCanCtrlStatus& c = inst->CanCtrl[1];
@@ -261,43 +207,6 @@ std::vector<RecordCase> RecordCases()
             },
             {{0x16, 0xB1, 0x00, 0x00, 0x01, 0x00, 0x01, 0xA0, 0xA1, 0xA2, 0xA3, 0xB0, 0xB1, 0xB2, 0xB3, 0xB4, 0xB5,
                 0xB6, 0xB7, 0x01, 0x06, 0x06}}},
-        // Identifiers most significant first; a push of nothing is no record.
-        {"CAN push",
-            [](TestUnit& d, auto*) {
-                CKVX_HdwCanMessage m[3];
-                m[0].Extended = 0;
-                m[0].Identifier = 0x7FF;
-                m[0].Dlc = 3;
-                for (int i = 0; i < 8; ++i) {
-                    m[0].Data[i] = uint8_t(0x11 * (i + 1));
-                    m[1].Data[i] = uint8_t(i + 1);
-                }
-                m[1].Extended = 1;
-                m[1].Identifier = 0x1FFFFFFF;
-                m[1].Dlc = 8;
-                m[1].Rtr = 1;
-                m[2].Extended = 1;
-                m[2].Identifier = 0x12345678;
-                m[2].Dlc = 0;
-                EXPECT_EQ(d.AttachCanPushCommand(0, 0, m, 3), 0u);
-                EXPECT_EQ(d.AttachCanPushCommand(0, 0, m, 0), 0u);
-            },
-            // Standard: identifier in 5..6, all eight data bytes in 7..14, 15..16 zero.
-            {{0x11, 0xB2, 0x00, 0x00, 0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x00, 0x00},
-                {0x11, 0xB2, 0x01, 0x00, 0xC8, 0xFF, 0xFF, 0xFF, 0xF8, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08},
-                {0x11, 0xB2, 0x02, 0x00, 0x80, 0x91, 0xA2, 0xB3, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
-                    0x00}}},
-        {"MIL-STD-1553 configuration",
-            [](TestUnit& d, Base::CDeviceInstance* inst) {
-                auto& c = inst->MilStd1553Ctrl[1];
-                uint8_t* fields[9] = {&c.Mode, &c.Flags, &c.Count, &c.RtStatus, &c.ResponseTimeout, &c.TablePage,
-                    &c.StopAfter, &c.ResponseTime, &c.Reserved};
-                for (int i = 0; i < 9; ++i)
-                    *fields[i] = uint8_t(0xC0 + i);
-                EXPECT_EQ(d.Attach1553ConfigCommand(0, 1), 0u);
-                EXPECT_EQ(d.Attach1553ConfigCommand(0, 2), 2u);
-            },
-            {{0x0D, 0xB5, 0x00, 0x00, 0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8}}},
         {"session and status request",
             [](TestUnit& d, auto*) {
                 EXPECT_EQ(d.AttachSessionCommand(0u, 0), 0u);
@@ -326,31 +235,6 @@ TEST(CommandRecords, EachRecordByteForByte)
     }
 }
 
-TEST(CommandRecords, SramWriteIsCutInto100WordRecordsWithRunningAddresses)
-{
-    TestUnit dev;
-    dev.AddInstance();
-    std::vector<uint16_t> words(250);
-    for (size_t i = 0; i < words.size(); ++i)
-        words[i] = uint16_t(0x0100 + i);
-    ASSERT_EQ(dev.AttachSramWriteCommand(0, 1, 0x00011000, words.data(), 250), 0u);
-    const auto r = QueuedRecords(dev.Inst());
-    ASSERT_EQ(r.size(), 3u);
-    const uint32_t addresses[3] = {0x11000, 0x11064, 0x110C8};
-    const size_t counts[3] = {100, 100, 50};
-    size_t w = 0;
-    for (int k = 0; k < 3; ++k) {
-        Bytes expected = {uint8_t(8 + 2 * counts[k]), 0x84, uint8_t(k), 0x00, uint8_t(addresses[k]),
-            uint8_t(addresses[k] >> 8), uint8_t(addresses[k] >> 16), 0x00};
-        for (size_t i = 0; i < counts[k]; ++i, ++w) {
-            expected.push_back(uint8_t(words[w] & 0xFF));
-            expected.push_back(uint8_t(words[w] >> 8));
-        }
-        EXPECT_EQ(r[k], expected) << "record " << k;
-    }
-    EXPECT_EQ(dev.AttachSramWriteCommand(0, 2, 0, words.data(), 1), 2u);
-}
-
 // Settings a record cannot carry, channels and units that are not there:
 // answer 2, attach nothing and use up no command number.
 TEST(CommandRecords, RefusalsAttachNothing)
@@ -361,9 +245,6 @@ TEST(CommandRecords, RefusalsAttachNothing)
     atx.WordIntergap = 0;
     EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 2u);
     atx.WordIntergap = 319;
-    atx.BaudRate = 250000;
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 2u);
-    atx.BaudRate = 12500;
     EXPECT_EQ(dev.AttachAtxConfigCommand(0, 4, atx), 2u); // no fifth transmitter
     EXPECT_EQ(dev.AttachAtxConfigCommand(1, 0, atx), 2u); // no second unit
     CKVX_HdwArinc429RxPort::CParameters arx;
@@ -374,15 +255,8 @@ TEST(CommandRecords, RefusalsAttachNothing)
     uart.Parity = 0;
     uart.StopBits = 1;
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    uart.StopBits = 0;
-    uart.BaudRate = 2600000;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    uart.BaudRate = 9600;
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 2, uart), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 4, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // 4 transmitters: 0..3
-    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(7, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u); // no such instance
     // A record longer than 255 bytes (4 + 252 parameter bytes) cannot be framed.
     const std::vector<uint8_t> params(252);
     EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
@@ -402,21 +276,8 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     TestUnit dev(p);
     dev.AddInstance();
     CKVX_HdwArinc429Message word;
-    CKVX_HdwArinc429TxPort::CParameters tx;
-    CKVX_HdwArinc429RxPort::CParameters rx;
-    CKVX_HdwUartPort::CParameters uart;
-    const uint8_t byte = 0x55;
-    const uint16_t sram = 1;
     EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
     EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxDataCommand(0, 0, word), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxResetCommand(0, 0), 2u);
-    EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 10, 1, 0, 0, 0)), 2u);
-    EXPECT_EQ(dev.AttachAtxConfigCommand(0, 0, tx), 2u);
-    EXPECT_EQ(dev.AttachArxConfigCommand(0, 0, rx, true, nullptr), 2u);
-    EXPECT_EQ(dev.AttachUartTxPushCommand(0, 0, &byte, 1), 2u);
-    EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    EXPECT_EQ(dev.AttachSramWriteCommand(0, 0, 0, &sram, 1), 2u);
     EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
 
@@ -425,24 +286,6 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     EXPECT_EQ(dev.AttachCanPushCommand(0, 1, &frame, 1), 0u);
     EXPECT_EQ(dev.AttachCanConfigCommand(0, 0), 0u);
     EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
-}
-
-// The layout in a record: CommandRecords; periods out of range: RefusalsAttachNothing.
-TEST(LabelControlWord, RoundTripsPeriodAndFlagsAndKeepsHighBitsClear)
-{
-    for (unsigned period : {1u, 2u, 500u, 1023u, 1024u}) {
-        for (unsigned flags = 0; flags < 4; ++flags) {
-            const CLabelCtrl c = Ctrl(0x20, static_cast<unsigned short>(period), flags & 1, (flags >> 1) & 1, 7, 9);
-            const uint32_t w = c.GetControlWord();
-            EXPECT_EQ(w & 0x3FFu, period - 1);
-            EXPECT_EQ(w >> 12, 0u);
-            CLabelCtrl back;
-            back.SetFromControlWord(w);
-            EXPECT_EQ(back.Period, period);
-            EXPECT_EQ(back.Enabled, flags & 1);
-            EXPECT_EQ(back.TransmitOnce, (flags >> 1) & 1);
-        }
-    }
 }
 
 } // namespace

@@ -1,32 +1,12 @@
-// The Halden driver without a unit: the reset of its instance and the unit
-// number in its hardware identifier. Its channel map, port classes and
-// command set show end to end (posix/units_end_to_end_test).
+// The Halden driver without a unit: the unit number in its hardware
+// identifier. Its channel map, port classes, command set and the reset of
+// its instance on reopening show end to end (posix/units_end_to_end_test,
+// posix/halden_reopen_test).
 #include <HdwLib/HdwLib.h>
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 namespace {
-
-TEST(HaldenDevice, ResetTurnsEveryChannelOff)
-{
-    CKVX_HdwKvxHaldenDevice d;
-    std::unique_ptr<CKVX_HdwKvxHaldenDevice::CDeviceInstance> inst(d.CreateDeviceInstance());
-    inst->AtxCtrl[2].Enabled = 1;
-    inst->CanCtrl[1].Enabled = 1;
-    inst->CanCtrl[1].FaultState = 0;
-    inst->UartCtrl[0].ChunkCounter = 9;
-    inst->RxState = CKVX_HdwKvxUnitEngine::ERxState::RecordBody;
-    inst->CommandList += CKVX_HdwKvxHaldenDevice::CCommand();
-    inst->Reset();
-    EXPECT_EQ(inst->AtxCtrl[2].Enabled, 0u);
-    EXPECT_EQ(inst->CanCtrl[1].Enabled, 0u);
-    EXPECT_EQ(inst->CanCtrl[1].FaultState, 3u);
-    EXPECT_EQ(inst->UartCtrl[0].ChunkCounter, 0u);
-    EXPECT_EQ(inst->RxState, CKVX_HdwKvxUnitEngine::ERxState::Hunting);
-    EXPECT_TRUE(inst->CommandList.IsEmpty());
-}
 
 TEST(HaldenDevice, HardwareIdGivesTheUnitNumber)
 {

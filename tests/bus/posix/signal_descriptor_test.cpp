@@ -47,30 +47,7 @@ protected:
 
 } // namespace
 
-TEST_F(SignalDescriptor, AServicesOwnDescriptorIsReadableExactlyWhileSomethingWaitsOrItFailed)
-{
-    const int fd = a.GetFileDescriptor();
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(a.GetWaitHandle(), nullptr);
-    EXPECT_FALSE(Readable(fd));
-    PostWord(a, 1);
-    PostWord(a, 2);
-    EXPECT_TRUE(Readable(fd));
-    CKVX_HdwSignalService::CSignal s;
-    ASSERT_EQ(a.GetSignal(s), 0u);
-    EXPECT_TRUE(Readable(fd)); // one still waits
-    ASSERT_EQ(a.GetSignal(s), 0u);
-    EXPECT_FALSE(Readable(fd));
-
-    PostWord(a, 3);
-    a.Stop();
-    EXPECT_FALSE(Readable(fd));
-    ASSERT_EQ(a.Start(), 0u);
-    a.Abort(); // a failure makes it readable
-    EXPECT_TRUE(Readable(fd));
-}
-
-// Poll on the own descriptor woken by another thread (the timer's):
+// A service's own descriptor in a poll woken by the timer's thread:
 // Halden.Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem (tests/units).
 
 TEST_F(SignalDescriptor, ReadableWhileAnyMemberHoldsSignalsAndMembersOwnDescriptorsStayQuiet)
