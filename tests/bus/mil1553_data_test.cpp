@@ -68,6 +68,22 @@ TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
         EXPECT_EQ(c.M.Check(), c.Expected) << c.What;
 }
 
+TEST(MilStd1553Message, BusTimeFollowsTheTimingRule)
+{
+    const unsigned rt = 14;
+    EXPECT_EQ(BcToRt(1, 1, 4).GetBusTimeUs(rt), 5 * 20 + 14 + 20 + 4u);
+    EXPECT_EQ(BcToRt(31, 1, 4).GetBusTimeUs(rt), 5 * 20 + 4u); // broadcast: nobody answers
+    EXPECT_EQ(RtToBc(1, 1, 0).GetBusTimeUs(rt), 20 + 14 + 33 * 20 + 4u);
+    Msg mc = ModeCode(1, true, 2);
+    mc.GapUs = 10;
+    EXPECT_EQ(mc.GetBusTimeUs(rt), 20 + 14 + 20 + 10u);
+    EXPECT_EQ(ModeCode(1, true, 19).GetBusTimeUs(rt), 20 + 14 + 20 + 20 + 4u);
+    Msg rr = RtToRt(7, 2, 9, 1, 2);
+    EXPECT_EQ(rr.GetBusTimeUs(rt), 40 + 34 + 40 + 34 + 4u);
+    rr.Retry = Msg::RetryOtherBus;
+    EXPECT_EQ(rr.GetBusTimeUs(rt), 2 * (40 + 34 + 40 + 34 + 4u));
+}
+
 TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
 {
     CKVX_HdwMilStd1553MajorFrame f;

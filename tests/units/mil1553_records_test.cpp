@@ -1,6 +1,6 @@
-// The MIL-STD-1553 SRAM images word by word: descriptors, buffers, major
-// frame table, RT tables and buffers. The messages made of the unit's
-// records are compared end to end (posix/mil1553_end_to_end_test).
+// The MIL-STD-1553 SRAM images word by word (descriptors, buffers, major
+// frame table, RT tables and buffers) and the messages made of the unit's
+// kind-1 and kind-2 records.
 
 #include <HdwLib/HdwLib.h>
 #include <HdwLib/units/internal/KvxMilStd1553Records.h>
@@ -49,6 +49,32 @@ TEST(MilStd1553Image, MajorFrameInTableAGivesDescriptorsBuffersAndTable)
     EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
 }
 
+TEST(MilStd1553Image, TableBUsesItsOwnDescriptorsAndIdentifiers)
+{
+    const mil::SramImage image = mil::MajorFrameImage(TwoMessageFrame(), 1);
+    ASSERT_EQ(image.size(), 3u);
+    EXPECT_EQ(image[0].Address, 272u * 8);
+    EXPECT_EQ(image[0].Words[3], 0x2000 + 32 * 272);
+    EXPECT_EQ(image[0].Words[4], 0x4000); // table B, index 0
+    EXPECT_EQ(image[0].Words[12], 0x4001);
+    EXPECT_EQ(image[1].Address, 0x2000u + 32 * 272);
+    EXPECT_EQ(image[2].Address, 0x1800u);
+    EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 272, 273, 2000, 1, 273}));
+}
+
+TEST(MilStd1553Image, OneShotSlotsJoinIntoOneDescriptorBlock)
+{
+    mil::SramImage image;
+    mil::AddMessage(image, 0, ModeCode(31, true, 1), 0x8000); // broadcast synchronize
+    mil::AddMessage(image, 1, RtToRt(5, 3, 6, 4, 1), 0x8001);
+    mil::Compact(image);
+    ASSERT_EQ(image.size(), 1u);
+    EXPECT_EQ(image[0].Address, 0u);
+    EXPECT_EQ(image[0].Words,
+        (Words{0x0030, 0xFC01, 0, 0x2000, 0x8000, 0, 0, 0, //
+            0x0008, 0x2861, 0x3481, 0x2020, 0x8001, 0, 0, 0}));
+}
+
 TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
 {
     CKVX_HdwMilStd1553RemoteTerminal rt;
@@ -79,4 +105,28 @@ TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
     EXPECT_EQ(b[0x400 + 32 * 7], 1);
     EXPECT_EQ(b[0x400 + 32 * 7 + 2], 3);
     EXPECT_EQ(b[0x400 + 32 * 7 + 3], 0);
+}
+
+TEST(MilStd1553Image, AccessRecordBecomesAMessage)
+{
+    CKVX_HdwKvxMilStd1553Event e;
+    e.Kind = 2;
+    e.Field1 = mil::AccessBusB | mil::AccessMonitor;
+    e.CommandWord1 = 0x2861; // 5 R 3, 1 word
+    e.CommandWord2 = 0x3481; // 6 T 4
+    e.Data = {0x1234};
+    e.StatusWord1 = 0x3000;
+    e.StatusWord2 = 0x2800;
+    e.TransferFlags = Msg::FlagRtToRt | Msg::FlagBusB;
+    e.TimeStamp = 777;
+    Msg m;
+    mil::MessageFromAccess(e, m);
+    // The command fields encode back to the words on the bus.
+    EXPECT_EQ(m.RtToRt, 1);
+    EXPECT_EQ(m.Data, Words{0x1234});
+    EXPECT_EQ(m.StatusWord2, 0x2800);
+    EXPECT_EQ(m.Bus, 1);
+    EXPECT_EQ(m.TimeStamp, 777u);
+    EXPECT_EQ(m.GetCommandWord(), 0x2861);
+    EXPECT_EQ(m.GetCommandWord2(), 0x3481);
 }
