@@ -154,12 +154,11 @@ inline std::vector<MilEvent> MilEvents(const UnitStream& s, unsigned kind = 0)
 }
 
 // Transfer flags.
-constexpr uint16_t NoResponse = 1, BadWordCount = 2, Parity = 4, MessageError = 16, Busy = 32, ServiceRequest = 64,
-                   OnBusB = 128, Retried = 256, RtToRt = 512, ModeCodeFlag = 1024, BroadcastFlag = 2048;
-// Descriptor control bits.
-constexpr uint16_t Retry = 2, RetryOtherBus = 4, RtToRtControl = 8;
+constexpr uint16_t NoResponse = 1, BadWordCount = 2, Parity = 4, MessageError = 16, RtToRt = 512, ModeCodeFlag = 1024;
+// Descriptor control bit.
+constexpr uint16_t RtToRtControl = 8;
 // Configuration flags.
-constexpr uint8_t CfgRun = 1, CfgBusA = 2, CfgBusB = 4, CfgMonitor = 8, CfgOneShots = 32, CfgSwitch = 64;
+constexpr uint8_t CfgRun = 1, CfgBusA = 2, CfgBusB = 4, CfgOneShots = 32;
 
 // The unit driven by raw records on a stepped clock, with simulated
 // terminals at `terminals`.

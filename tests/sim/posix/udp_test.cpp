@@ -110,21 +110,6 @@ struct UdpFixture : ::testing::Test {
 
 } // namespace
 
-TEST_F(UdpFixture, DetectAnswersWithKindModelAndSerialNumber)
-{
-    StartSim();
-    Host h(Sim->UdpPort(), 0x1111);
-    h.Send(Hoe::CodeDetect, 77, 0);
-    Packet r;
-    ASSERT_TRUE(h.Receive(Hoe::CodeDetectReply, 77, r));
-    const Bytes payload = Host::Payload(r);
-    ASSERT_EQ(payload.size(), 84u);
-    EXPECT_EQ(GetLe32(payload.data()), 3u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&payload[4])), "Halden");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&payload[36])), "SN-4711");
-    EXPECT_EQ(payload[67], 0); // NUL-padded fields
-}
-
 // Commands and their echoes over a session are run end to end by the units
 // area (UnitRig over UDP); the packet numbering is checked below
 // where a dropped packet leaves its gap.
