@@ -142,24 +142,6 @@ TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLea
     EXPECT_NE(sb, sa);
 }
 
-TEST_F(UdpFixture, KeepAlivesFlowAndASilentSessionIsDropped)
-{
-    StartSim(20);
-    Sim->SetSessionTimeoutMs(300);
-    Host h(Sim->UdpPort(), 0x4444);
-    const uint32_t s = ConnectHost(h, 3);
-    ASSERT_NE(s, 0u);
-    Packet r;
-    ASSERT_TRUE(h.Receive(Hoe::CodeKeepAlivePort, 3, r)); // for the connect's first word
-    EXPECT_EQ(Hoe::GetSecondWord(r), s);
-    // The host says nothing more: the unit ends the session.
-    ASSERT_TRUE(WaitUntil([&] { return !Sim->HasUdpSession(); }));
-    EXPECT_EQ(Sim->GetCounters().SessionsTimedOut, 1u);
-    // Another client may connect now.
-    Host other(Sim->UdpPort(), 0x5555);
-    EXPECT_NE(ConnectHost(other, 4), 0u);
-}
-
 TEST_F(UdpFixture, DroppedPacketsAreCountedAndTheNextOnesArrive)
 {
     StartSim(600000); // no keep-alive in the way
