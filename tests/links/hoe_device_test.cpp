@@ -106,7 +106,7 @@ protected:
 using Devices = ::testing::Types<TestHoeDevice, TestDualDevice>;
 TYPED_TEST_SUITE(HoeDeviceTest, Devices);
 
-TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndEthernetModeIsFixedWhileRunning)
+TYPED_TEST(HoeDeviceTest, DetectGivesIdentityAndConnectUsesAPoolPort)
 {
     auto* inst = this->device.GetHoeInstance(0);
     ASSERT_NE(inst, nullptr);
@@ -130,14 +130,6 @@ TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndEthernetMode
     // A second open of an open unit succeeds without a new session.
     EXPECT_EQ(this->device.Open(0), 0u);
     EXPECT_EQ(this->peer.Snapshot().Connects, 1u);
-
-    // The Ethernet mode is fixed while the manager runs.
-    ASSERT_EQ(this->manager.Run(), 0u);
-    EXPECT_EQ(this->device.EnableEthernetMode(true), 0u);
-    EXPECT_FALSE(this->device.IsEthernetModeEnabled());
-    this->manager.Stop();
-    this->device.EnableEthernetMode(true);
-    EXPECT_TRUE(this->device.IsEthernetModeEnabled());
 }
 
 // A bad CRC, length or code is refused by the acceptance check itself

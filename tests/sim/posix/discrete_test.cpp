@@ -1,6 +1,5 @@
 // The emulated discrete banks (Travin) driven directly, time stepped by the
-// test: polarity, settling of one frame's writes, refused records and the
-// injected faults.
+// test: polarity and refused records.
 
 #include "TestHost.h"
 
@@ -102,25 +101,4 @@ TEST(TravinSim, RecordsTheUnitCannotTakeAreEchoedAndIgnored)
     EXPECT_EQ(h.Stream.OfType(EvOut).size(), events);
     EXPECT_EQ(h.Engine.GetCounters().DiscreteRefused, 5u);
     EXPECT_EQ(h.Engine.DiscreteOutputState(0), 0u);
-}
-
-TEST(TravinSim, ABouncingLineIsReportedOnceItSettles)
-{
-    TravinHost h;
-    h.Send(Frame({InConfig(3, 0, true, 0, 0xFF, 1000)}));
-    ASSERT_TRUE(h.Engine.BounceInput(0, 3, 5, 100, h.Now)); // odd: ends high
-    h.At(10000 * Us);
-    EXPECT_EQ(Of(h.Stream, EvIn), (Texts{"0@1500 8/8 #1 0"})); // last edge at 500 µs
-    EXPECT_EQ(h.Engine.GetCounters().DiscreteFiltered, 2u);
-    EXPECT_FALSE(h.Engine.BounceInput(4, 0, 1, 100, h.Now));
-}
-
-TEST(TravinSim, WritesOfOneFrameSettleAsSeparateChanges)
-{
-    TravinHost h;
-    h.Send(Frame({InConfig(3, 0, true, 0, 0xFF, 1000), OutConfig(4, 0, true, 0, 0)}));
-    h.At(100 * Us);
-    h.Send(Frame({OutWrite(5, 0, 1, 0x05), OutPulse(6, 0, 0x80, 20000)}));
-    h.At(100000 * Us);
-    EXPECT_EQ(Of(h.Stream, EvIn), (Texts{"0@1100 5/5 #1 0", "0@1101 85/80 #2 0", "0@21101 5/80 #3 0"}));
 }

@@ -88,21 +88,6 @@ TEST(Mil1553Bc, InjectedFaultsLastTheirCountAndShowInTheFlags)
     EXPECT_FALSE(b.Engine.SetMilStd1553Fault(5, 2, MilStd1553Fault::NoResponse));
 }
 
-TEST(Mil1553Bc, TwoControllersShareTheOneBus)
-{
-    MilBench b;
-    b.Describe(0, 0, {0, Cmd(5, true, 1, 1), 0, 0x8000});
-    b.Describe(1, 0, {0, Cmd(5, true, 1, 1), 0, 0x8100});
-    b.Send(Frame(
-        {MilConfigRecord(1, 0, {1, CfgBusA | CfgOneShots, 1}), MilConfigRecord(2, 1, {1, CfgBusA | CfgOneShots, 1})}));
-    b.RunToUs(1000);
-    const auto events = MilEvents(b.Stream, 1);
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].Channel, 0u);
-    EXPECT_EQ(events[1].Channel, 1u);
-    EXPECT_EQ(events[1].Time, events[0].Time + 68) << "the second waits for the bus";
-}
-
 TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
 {
     MilBench b;
