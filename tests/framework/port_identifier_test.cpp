@@ -53,18 +53,6 @@ TEST(PortIdentifierParse, FailedParseKeepsPreviousContentsAndParsedFieldsRebuild
     CPortIdentifier again;
     ASSERT_EQ(again.Set(type, abs, m, f, r, sn, channel), 0u);
     EXPECT_EQ(again.GetKeyString(), kHaldenKey);
-
-    // The same through a manager descriptor; its channel must be hexadecimal.
-    CKVX_HdwManager::CPortDescriptor d;
-    ASSERT_EQ(id.Get(&type, &d), 0u);
-    EXPECT_EQ(d.IntChannel, "00000003");
-    ASSERT_EQ(again.Set(0, d), 0u);
-    EXPECT_EQ(again.GetKeyString(), kHaldenKey);
-    d.IntChannel = "x1";
-    EXPECT_EQ(again.Set(0, d), 2u);
-
-    CPortIdentifier empty;
-    EXPECT_NE(empty.Get(&type, &d), 0u) << "nothing stored yet";
 }
 
 TEST(PortIdentifierMatch, IgnoresAbsoluteNumberButNotChannelOrIdentity)

@@ -30,35 +30,21 @@ using tooltest::Words;
 
 // The TIME column over the unit clock's 32-bit wrap (the emulator's clock
 // starts 3 s before it): relative times rise from the start without a step
-// back, deltas are the spacing of the sends; a bad mode is a usage error.
-// (Absolute times: core_test TimeColumnText.)
-TEST(ToolMonitor, TimeColumnNeverWrapsInAnyMode)
+// back; a bad mode is a usage error. (The modes' arithmetic: core_test TimeColumnText.)
+TEST(ToolMonitor, TimeColumnNeverWraps)
 {
     SimProcess sim(true, "halden", "3", {"--clock-start", "4294964296"});
-    auto run = [&](const char* mode) {
-        return Tool({"monitor", "--link", sim.Link, "a429rx:0", "--count", "6", "--duration", "40", "--time", mode,
-            "--send", "a429tx:0=label=203,data=0x1234", "--repeat", "6", "--interval", "700"});
-    };
-    // The six time stamps of a run in that mode.
-    auto times = [&](const char* mode) {
-        const Output o = run(mode);
-        std::vector<double> t;
-        for (const auto& l : o.Lines())
-            t.push_back(std::stod(Words(l).at(0)));
-        EXPECT_EQ(o.Status, 0) << o.Err;
-        EXPECT_EQ(t.size(), 6u) << o.Out;
-        t.resize(6, -1);
-        return t;
-    };
-    const auto r = times("relative");
-    EXPECT_LT(r[0], 30.0);
-    const auto d = times("delta");
-    EXPECT_EQ(d[0], 0.0);
+    const Output o = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--count", "6", "--duration", "40", "--time",
+        "relative", "--send", "a429tx:0=label=203,data=0x1234", "--repeat", "6", "--interval", "700"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    std::vector<double> t;
+    for (const auto& l : o.Lines())
+        t.push_back(std::stod(Words(l).at(0)));
+    ASSERT_EQ(t.size(), 6u) << o.Out;
+    EXPECT_LT(t[0], 30.0);
     for (size_t i = 1; i < 6; ++i) {
-        EXPECT_GT(r[i], r[i - 1]);
-        EXPECT_LT(r[i] - r[i - 1], 10.0);
-        EXPECT_GT(d[i], 0.3); // sent 0.7 s apart
-        EXPECT_LT(d[i], 10.0);
+        EXPECT_GT(t[i], t[i - 1]);
+        EXPECT_LT(t[i] - t[i - 1], 10.0);
     }
     const Output bad = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--time", "wall"});
     EXPECT_EQ(bad.Status, 2);
@@ -260,7 +246,6 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         {{"list", "--link", "77:/dev/null"}, 1, "no driver has device code 77"},
         {{"list", "--link", deadPty}, 1, "no unit answered on link " + deadPty + ": ", "(result 14)"},
         {{"list", "--link", deadUdp}, 1, "no unit answered on link " + deadUdp + ": ", "(result 14)"},
-        {{"list", "--link", "3:/nonexistent"}, 1, "no unit answered on link 3:/nonexistent: ", "(result 14)"},
     };
     for (const auto& c : cases) {
         const Output o = Tool(c.Args);
