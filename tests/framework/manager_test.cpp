@@ -51,14 +51,6 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     EXPECT_EQ(m.GetPort(HDW_PORT_CAN, 4), nullptr);
     EXPECT_EQ(m.GetPort(999, 0), nullptr);
 
-    // The device's descriptors carry the number too.
-    CKVX_HdwDevice::CPortDescriptorsVector* v = nullptr;
-    ASSERT_EQ(b.GetPortDescriptor(0, &v), 0u);
-    EXPECT_EQ((*v)[2].AbsNum, 3);
-    // The device base checks its instance numbers (a has units 0 and 1).
-    EXPECT_EQ(a.GetDeviceInstance(2), nullptr);
-    EXPECT_EQ(a.GetPortDescriptor(2, &v), 2u);
-
     CKVX_HdwManager::CPortInfoVector list;
     ASSERT_EQ(m.GetPortList(list), 0u);
     ASSERT_EQ(list.GetLength(), 11u);
@@ -68,7 +60,6 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     ASSERT_EQ(list.GetLength(), 4u);
     EXPECT_EQ(list[3].DeviceCode, 11u);
     EXPECT_EQ(list[3].ChannelId, "1");
-    EXPECT_EQ(a.CKVX_HdwDevice::Init(0), 2u) << "no units";
 }
 
 TEST(ManagerEnumerate, LinksGoToTheDeviceWithTheirCodeAndReportResults)

@@ -1,6 +1,6 @@
 // The unit's MIL-STD-1553 bus driven with raw command records on a stepped
-// clock: the controller's timing on the bus, injected faults and the reset
-// at a session open, checked on the type-8 events and their time stamps.
+// clock: the controller's timing on the bus, injected faults and a table
+// that cannot run, checked on the type-8 events and their time stamps.
 // Timing (µs): 20 per word, 8 for a simulated terminal's answer, the
 // response time-out (14 here) when nobody answers, 4 between messages.
 
@@ -106,21 +106,4 @@ TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
     b.RunToUs(2500);
     events = MilEvents(b.Stream, 1);
     EXPECT_EQ(events.size(), 3u) << "still the controller";
-}
-
-TEST(Mil1553Bc, ASessionOpenForgetsTheBusState)
-{
-    MilBench b;
-    b.Describe(0, 32, {0, Cmd(5, true, 1, 1), 0, 1});
-    b.Write(0, 0x1000, MajorFrameTable({{100, {32}}}));
-    b.OneShot({0, Cmd(5, false, 1, 1), 0, 2}, {0x7777}, 0);
-    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
-    b.RunToUs(2500);
-    const size_t before = MilEvents(b.Stream).size();
-    b.Send(Frame({Session(b.Number++, true)}));
-    b.RunToUs(5000);
-    EXPECT_EQ(MilEvents(b.Stream).size(), before) << "no controller runs, none reports a stop";
-    EXPECT_EQ(b.Engine.MilStd1553SramWord(0, 0x1000), 0u);
-    // The simulated terminal's words are gone too.
-    EXPECT_EQ(b.OneShot({0, Cmd(5, true, 1, 1), 0, 3}, {}, 6000).Data, (Words{0}));
 }
