@@ -51,14 +51,6 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     EXPECT_EQ(m.GetPort(HDW_PORT_CAN, 4), nullptr);
     EXPECT_EQ(m.GetPort(999, 0), nullptr);
 
-    // The device's descriptors carry the number too.
-    CKVX_HdwDevice::CPortDescriptorsVector* v = nullptr;
-    ASSERT_EQ(b.GetPortDescriptor(0, &v), 0u);
-    EXPECT_EQ((*v)[2].AbsNum, 3);
-    // The device base checks its instance numbers (a has units 0 and 1).
-    EXPECT_EQ(a.GetDeviceInstance(2), nullptr);
-    EXPECT_EQ(a.GetPortDescriptor(2, &v), 2u);
-
     CKVX_HdwManager::CPortInfoVector list;
     ASSERT_EQ(m.GetPortList(list), 0u);
     ASSERT_EQ(list.GetLength(), 11u);
@@ -68,18 +60,6 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     ASSERT_EQ(list.GetLength(), 4u);
     EXPECT_EQ(list[3].DeviceCode, 11u);
     EXPECT_EQ(list[3].ChannelId, "1");
-    EXPECT_EQ(a.CKVX_HdwDevice::Init(0), 2u) << "no units";
-}
-
-TEST(ManagerNumbering, PortSorterComparesAbsoluteNumbersUnsigned)
-{
-    CKVX_HdwManager::CPortDescriptor x, y;
-    x.AbsNum = 3;
-    y.AbsNum = 3;
-    EXPECT_EQ(CKVX_HdwManager::PortSorter(x, y), 0);
-    y.AbsNum = 0x80000000u;
-    EXPECT_EQ(CKVX_HdwManager::PortSorter(x, y), -1);
-    EXPECT_EQ(CKVX_HdwManager::PortSorter(y, x), 1);
 }
 
 TEST(ManagerEnumerate, LinksGoToTheDeviceWithTheirCodeAndReportResults)
@@ -135,22 +115,6 @@ TEST(ManagerRun, AFailingDeviceRunStopsTheRestRunTwiceIsHarmlessAndStopGoesInOrd
     EXPECT_EQ(c.log.Take(), (std::vector<std::string>{"dev3.Stop", "dev.Close(0)"}));
 }
 
-TEST(ManagerParameters, TimerPeriodIsCheckedAndFixedWhileRunning)
-{
-    CKVX_HdwManager m;
-    CKVX_HdwManager::CParameters p;
-    p.TimerPeriod = 0;
-    EXPECT_EQ(m.SetParameters(p), 2u);
-    p.TimerPeriod = 5;
-    EXPECT_EQ(m.SetParameters(p), 0u);
-    ASSERT_EQ(m.Run(), 0u);
-    p.TimerPeriod = 2;
-    EXPECT_EQ(m.SetParameters(p), 10u);
-    m.Stop();
-    ASSERT_EQ(m.GetParameters(p), 0u);
-    EXPECT_EQ(p.TimerPeriod, 5u);
-}
-
 // The pool's rotation and its use by a connecting unit: links/hoe_device_test.
 TEST(ManagerSysEthPorts, ConcurrentBorrowersNeverGetAPortTwiceAndThePoolRunsOut)
 {
@@ -180,15 +144,6 @@ TEST(ManagerSysEthPorts, ConcurrentBorrowersNeverGetAPortTwiceAndThePoolRunsOut)
     m.ReleaseSysEthPort(CKVX_HdwManager::SysEthPortFirst + 7);
     ASSERT_EQ(m.GetSysEthPort(p), 0u);
     EXPECT_EQ(p, CKVX_HdwManager::SysEthPortFirst + 7);
-}
-
-TEST(HdwObject, BusNamesAtTheEdgesOfTheTable)
-{
-    EXPECT_EQ(CKVX_HdwObject::GetBusName(17), "ACPI") << "the last entry of the table";
-    EXPECT_EQ(CKVX_HdwObject::GetBusName(18), "Unknown");
-    EXPECT_EQ(CKVX_HdwObject::GetBusName(999), "Unknown");
-    EXPECT_EQ(CKVX_HdwObject::GetBusName(1000), "Ethernet") << "the two codes above the table";
-    EXPECT_EQ(CKVX_HdwObject::GetBusName(1001), "USB");
 }
 
 } // namespace

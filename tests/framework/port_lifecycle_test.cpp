@@ -155,17 +155,4 @@ TEST_F(PortLifecycle, UnitLinkClosesWithItsLastPortAndManagerStopClosesOpenPorts
     EXPECT_TRUE(device.CanClose(0));
 }
 
-TEST(ServiceWithoutPort, HasNoDeviceAndAcceptsParameters)
-{
-    CKVX_HdwService s(nullptr);
-    EXPECT_EQ(s.GetDevice(), nullptr);
-    EXPECT_EQ(s.GetStatus(), 0u);
-    CKVX_HdwService::CParameters p;
-    EXPECT_EQ(s.SetParameters(&p), 0u);
-    s.DeviceLock(); // no port: nothing to lock, must not crash
-    s.DeviceUnlock();
-    EXPECT_EQ(s.Abort(), 0u);
-    EXPECT_EQ(s.GetStatus(), 2u);
-}
-
 } // namespace

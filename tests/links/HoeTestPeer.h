@@ -40,16 +40,13 @@ public:
 
     // Behaviour switches.
     std::atomic<bool> AnswerDetect{true};
-    std::atomic<bool> Silent{false}; // sends nothing (keep-alives, replies)
     std::atomic<uint32_t> SessionToGrant{0x5E55};
 
     // What the host did, read under Lock().
     struct Seen {
-        unsigned Detects = 0, Connects = 0, Disconnects = 0, KeepAlives = 0;
+        unsigned Detects = 0, Connects = 0, Disconnects = 0;
         uint32_t ClientId = 0, Tag = 0, Session = 0;
         unsigned short HostPort = 0, ConnectField = 0;
-        std::vector<uint32_t> KeepAliveNumbers;
-        unsigned KeepAliveWrongWords = 0;
     };
     template <typename Pred>
     bool WaitFor(Pred pred, unsigned ms = 10000)
@@ -95,7 +92,7 @@ private:
             if (m_Socket.ReceiveFrom(p.Bytes, sizeof p.Bytes, got, from, fromPort, 20) == 0 && got >= 64)
                 Handle(p, fromPort);
             const Seen s = Snapshot();
-            if (s.Session && !Silent && std::chrono::steady_clock::now() >= nextKeepAlive) {
+            if (s.Session && std::chrono::steady_clock::now() >= nextKeepAlive) {
                 nextKeepAlive = std::chrono::steady_clock::now() + std::chrono::milliseconds(250);
                 Packet ka;
                 std::memset(ka.Bytes, 0, sizeof ka.Bytes);
@@ -121,9 +118,6 @@ private:
     void Handle(const Packet& p, unsigned short fromPort)
     {
         const uint32_t code = CKVX_HdwHoe::GetCode(p);
-        // A silent unit still counts what it hears, but answers nothing.
-        if (Silent && code != CKVX_HdwHoe::CodeKeepAlivePort)
-            return;
         std::unique_lock<std::mutex> lock(m_Mutex);
         switch (code) {
         case CKVX_HdwHoe::CodeDetect: {
@@ -151,12 +145,6 @@ private:
             ++m_Seen.Disconnects;
             Reply(p, CKVX_HdwHoe::CodeDisconnectReply, CKVX_HdwHoe::GetSecondWord(p), nullptr, 0, fromPort);
             m_Seen.Session = 0;
-            break;
-        case CKVX_HdwHoe::CodeKeepAlivePort:
-            ++m_Seen.KeepAlives;
-            m_Seen.KeepAliveNumbers.push_back(CKVX_HdwHoe::GetPacketNumber(p));
-            if (CKVX_HdwHoe::GetSecondWord(p) != m_Seen.Session || CKVX_HdwHoe::GetFirstWord(p) != m_Seen.Tag)
-                ++m_Seen.KeepAliveWrongWords;
             break;
         default: break;
         }

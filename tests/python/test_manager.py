@@ -1,4 +1,4 @@
-"""Enumeration and ports against the emulated unit (pseudo-terminal and UDP)."""
+"""Enumeration and ports against the emulated unit."""
 
 import pytest
 

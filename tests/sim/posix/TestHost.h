@@ -60,10 +60,6 @@ inline Bytes Session(unsigned number, bool open)
 {
     return Record(1, number, {static_cast<uint8_t>(open ? 1 : 0), 0, 0});
 }
-inline Bytes StatusRequest(unsigned number, uint8_t a429Bits, uint8_t canBits)
-{
-    return Record(2, number, {0, a429Bits, canBits});
-}
 // ARINC 429 transmitter configuration; `divider` 299 is 100 kbit/s (high speed), 2399 12.5 kbit/s.
 inline Bytes AtxConfig(unsigned number, unsigned ch, bool enable, unsigned divider)
 {

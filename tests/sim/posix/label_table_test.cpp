@@ -28,10 +28,6 @@ Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs,
     Le16(p, repeat);
     return Record(16, number, p);
 }
-Bytes LabelReset(unsigned number, unsigned ch)
-{
-    return Record(18, number, {static_cast<uint8_t>(ch)});
-}
 
 // ARINC 429 transmit events of one label, in order.
 std::vector<Event> TxOf(const EngineHost& h, unsigned label)
@@ -102,27 +98,6 @@ TEST_P(LabelTable, EachLabelLeavesAtItsOwnTimesOnceItHasDataAndReachesTheWiredRe
 }
 
 INSTANTIATE_TEST_SUITE_P(PacingOrNot, LabelTable, ::testing::Bool());
-
-// New data for a cyclic label is carried by every later word: units/posix/
-// lblo_end_to_end_test.cpp (HaldenLabelsComeRoundAtTheirPeriods...) over both links.
-
-TEST(LabelTableData, ResetEmptiesTheTableAndLaterWordsGoToTheFifo)
-{
-    EngineHost h;
-    h.Send(Frame({AtxConfig(1, 2, true, 299), LabelCtrl(2, 2, 0x55, 10), AtxPush(3, 2, 0x155)}));
-    h.At(25 * Ms);
-    EXPECT_EQ(TxOf(h, 0x55).size(), 3u);
-    h.Send(Frame({LabelReset(4, 2)}));
-    h.At(100 * Ms);
-    EXPECT_EQ(TxOf(h, 0x55).size(), 3u);
-    EXPECT_EQ(h.Engine.GetCounters().A429LabelResets[2], 1u);
-    // Label 0x55 is no longer in the table: its word is a push now.
-    h.Send(Frame({AtxPush(5, 2, 0x255)}));
-    h.At(101 * Ms);
-    EXPECT_EQ(h.Engine.GetCounters().A429Pushed[2], 1u);
-    EXPECT_EQ(TxOf(h, 0x55).size(), 4u);
-    EXPECT_EQ(TxOf(h, 0x55).back().Word(), 0x255u);
-}
 
 TEST(LabelTableData, BadRecordsAreRefusedAndCounted)
 {
