@@ -1,13 +1,16 @@
 // MIL-STD-1553 through the whole stack against the emulated Halden: a bus
 // controller on channel 0 runs its major frame against the library's remote
-// terminal on channel 1, and a passive monitor. Schedule changes, one-shot
-// lists, stops and bad input at the service level: tests/bus/mil1553_*; the
-// SRAM images word by word: tests/units/mil1553_records_test.cpp.
+// terminal on channel 1 (or the emulator's simulated terminals): absent
+// terminals, retries, major frame changes, stops, one-shot lists, terminal
+// status bits and a passive monitor. The SRAM images word by word:
+// tests/units/mil1553_records_test.cpp.
 #include "Mil1553Rig.h"
 
 using namespace halden_test;
 
 namespace {
+
+using Fault = hdwsim::MilStd1553Fault;
 
 class Mil1553 : public ::testing::Test {
 protected:
@@ -129,4 +132,231 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     }
 }
 
+// A terminal nobody answers is flagged and the schedule goes on; a message
+// that may retry on the other bus gets through when bus A is faulted.
+TEST_F(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    ASSERT_TRUE(rig->Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));
+    CKVX_HdwMilStd1553BusController c;
+    Msg retry = RtToBc(7, 1, 2);
+    retry.Retry = Msg::RetryOtherBus;
+    c.MajorFrame.Messages = {RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry};
+    c.MajorFrame.MinorFrames = {Minor(5000, {0, 1, 2})};
+    c.StopAfter = 5;
+    Bc* bc = RunSchedule(*rig, c);
+    ASSERT_NE(bc, nullptr);
+    const std::vector<Msg> got = ReadTransfers(bc, 15);
+    ASSERT_EQ(got.size(), 15u);
+    for (size_t i = 0; i < got.size(); ++i) {
+        SCOPED_TRACE(i);
+        const Msg& m = got[i];
+        if (i % 3 == 0) {
+            EXPECT_EQ(m.TerminalAddress, 9);
+            EXPECT_TRUE(m.Flags & Msg::FlagNoResponse);
+        } else if (i % 3 == 1) {
+            EXPECT_EQ(m.TerminalAddress, 7);
+            EXPECT_TRUE(m.Flags & Msg::FlagNoResponse);
+            EXPECT_FALSE(m.Flags & Msg::FlagRetried);
+        } else {
+            EXPECT_EQ(m.Retry, Msg::RetryOtherBus);
+            EXPECT_EQ(
+                m.Flags & (Msg::FlagNoResponse | Msg::FlagRetried | Msg::FlagBusB), Msg::FlagRetried | Msg::FlagBusB);
+            EXPECT_EQ(m.StatusWord1, 7u << 11);
+            EXPECT_EQ(m.Data.size(), 2u);
+        }
+    }
+    EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
+}
+
+// A change of major frame while running switches at a minor-frame
+// boundary: no transfer of the old frame after the first of the new one;
+// a second change waits for the first. StopBc ends the run mid-frame.
+TEST_F(Mil1553, MajorFrameChangesWhileRunningAndStops)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    Bc* bc = OpenBc(*rig);
+    ASSERT_NE(bc, nullptr);
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {RtToBc(7, 1, 1), RtToBc(7, 1, 2)};
+    c.MajorFrame.MinorFrames = {Minor(1000, {0, 1})};
+    ASSERT_EQ(bc->ChangeMajorFrame(c.MajorFrame), 10u); // not running
+    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
+    ASSERT_EQ(bc->LoadConfiguration(), 0u);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    EXPECT_EQ(bc->BuildConfiguration(c), 10u); // running
+    std::vector<Msg> got = ReadTransfers(bc, 10);
+    CKVX_HdwMilStd1553MajorFrame next;
+    next.Messages = {RtToBc(7, 2, 3), RtToBc(7, 3, 1), RtToBc(7, 2, 1)};
+    next.MinorFrames = {Minor(2000, {0, 1}), Minor(1000, {2})};
+    ASSERT_EQ(bc->ChangeMajorFrame(next), 0u);
+    EXPECT_EQ(bc->ChangeMajorFrame(next), 10u); // one change at a time
+    // Once the unit switched, the next change is taken (back to the first frame).
+    EXPECT_TRUE(WaitUntil([&] { return bc->ChangeMajorFrame(c.MajorFrame) == 0; }));
+    const std::vector<Msg> more = ReadTransfers(bc, 200);
+    got.insert(got.end(), more.begin(), more.end());
+    ASSERT_EQ(bc->StopBc(), 0u);
+    EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
+    EXPECT_EQ(bc->StopBc(), 0u); // also when stopped
+    // Phases: first frame, second frame, first frame again.
+    unsigned phase = 0;
+    size_t firstOfNext = 0;
+    for (size_t i = 0; i < got.size(); ++i) {
+        const bool second = got[i].Subaddress != 1;
+        if (phase == 0 && second) {
+            phase = 1;
+            firstOfNext = i;
+        } else if (phase == 1 && !second) {
+            phase = 2;
+        }
+        EXPECT_EQ(second, phase == 1) << "transfer " << i << " of the wrong frame";
+    }
+    ASSERT_EQ(phase, 2u);
+    // The new frame starts with its minor frame 0 at a minor-frame boundary.
+    EXPECT_EQ(got[firstOfNext].Subaddress, 2);
+    EXPECT_EQ(got[firstOfNext].WordCount, 3);
+    EXPECT_EQ(got[firstOfNext - 1].WordCount, 2); // the old frame's minor frame ended
+    // The rest that the stop left, then nothing: a run again starts afresh.
+    ReadTransfers(bc, 1000, 200);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    EXPECT_GE(ReadTransfers(bc, 4).size(), 4u);
+    ASSERT_EQ(bc->StopBc(), 0u);
+    EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
+}
+
+// One-shot messages without a schedule: 40 go as a list of 32 and, once
+// all of it completed, a list of 8; each comes back in order. Then, while a
+// schedule leaves 350 µs idle per 1 ms minor frame: a one-shot message
+// longer than the minor frame is refused; one of 700 µs is taken but never
+// runs, and once its list timed out it is read as not sent and the next
+// list runs.
+TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    Bc* bc = OpenBc(*rig);
+    ASSERT_NE(bc, nullptr);
+    uint64_t configs = Counters().CommandsByCode[52];
+    for (uint16_t i = 0; i < 40; ++i)
+        ASSERT_EQ(bc->SendOneShot(BcToRt(7, 1 + i % 30, {i})), 0u);
+    const std::vector<Msg> got = ReadTransfers(bc, 40);
+    ASSERT_EQ(got.size(), 40u);
+    for (uint16_t i = 0; i < 40; ++i) {
+        EXPECT_EQ(got[i].Subaddress, 1 + i % 30) << i;
+        EXPECT_EQ(got[i].Data, Words{i}) << i;
+        EXPECT_EQ(got[i].StatusWord1, 7u << 11) << i;
+        EXPECT_TRUE(got[i].TransferId & 0x8000) << i;
+    }
+    EXPECT_EQ(Counters().CommandsByCode[52], configs + 2); // two lists
+
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {RtToBc(7, 1, 30)};
+    c.MajorFrame.MinorFrames = {Minor(1000, {0})};
+    ASSERT_EQ(bc->BuildConfiguration(c), 0u);
+    ASSERT_EQ(bc->LoadConfiguration(), 0u);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    // A scheduled transfer read: the run configuration has reached the unit,
+    // so the next configuration it counts is the one-shot list's.
+    ASSERT_FALSE(ReadTransfers(bc, 1).empty());
+    Msg tooLong = BcToRt(7, 2, Words(32, 0x55)); // 698 µs
+    tooLong.Retry = Msg::RetrySameBus; // twice that
+    EXPECT_EQ(bc->SendOneShot(tooLong), 2u);
+    configs = Counters().CommandsByCode[52];
+    ASSERT_EQ(bc->SendOneShot(BcToRt(7, 2, Words(32, 0x55))), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[52] > configs; })); // its list went
+    ASSERT_EQ(bc->SendOneShot(BcToRt(7, 3, {0x66})), 0u);
+    std::vector<Msg> oneShots;
+    ASSERT_TRUE(WaitUntil([&] {
+        for (const Msg& m : ReadTransfers(bc, 1000, 0))
+            if (m.TransferId & 0x8000)
+                oneShots.push_back(m);
+        return oneShots.size() >= 2;
+    }));
+    ASSERT_EQ(oneShots.size(), 2u);
+    EXPECT_EQ(oneShots[0].Subaddress, 2);
+    EXPECT_EQ(oneShots[0].Flags, Msg::FlagNotSent);
+    EXPECT_EQ(oneShots[1].Data, Words{0x66});
+    EXPECT_EQ(oneShots[1].Flags, 0);
+}
+
+// The terminal's status bits reach its status word while it runs; the
+// monitor sees every transfer on the bus; subaddresses the terminal does not
+// take are answered with message error and nothing stored.
+TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
+{
+    ASSERT_NO_FATAL_FAILURE(Start());
+    Rt* rt = halden_test::OpenRt(*rig, nullptr);
+    Bc* bc = OpenBc(*rig);
+    ASSERT_TRUE(rt && bc);
+    CKVX_HdwMilStd1553RemoteTerminal t = Terminal(6);
+    t.Monitor = 1;
+    t.Receive[9].Legal = 0;
+    EXPECT_EQ(rt->RunRt(), 10u); // nothing built
+    ASSERT_EQ(rt->BuildBufferInit(t), 0u);
+    ASSERT_EQ(rt->BuildSubaddressConfiguration(t), 0u);
+    ASSERT_EQ(rt->RunRt(), 0u);
+    EXPECT_EQ(rt->BuildBufferInit(t), 10u); // running
+    ASSERT_EQ(bc->SendOneShot(BcToRt(6, 8, {0x11})), 0u);
+    ASSERT_EQ(bc->SendOneShot(BcToRt(6, 9, {0x22})), 0u);
+    std::vector<Msg> got = ReadTransfers(bc, 2);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].StatusWord1, 6u << 11);
+    EXPECT_EQ(got[1].StatusWord1, 6u << 11 | 1u << 10);
+    EXPECT_TRUE(got[1].Flags & Msg::FlagMessageError);
+    Msg m;
+    EXPECT_EQ(rt->ReadSubaddress(8, m), 0u);
+    EXPECT_EQ(m.Data, Words{0x11});
+    EXPECT_EQ(rt->ReadSubaddress(9, m), 4u);
+
+    ASSERT_EQ(rt->SetStatusBits(CKVX_HdwMilStd1553RemoteTerminal::StatusServiceRequest), 0u);
+    // The bits are taken once the configuration went out: poll until seen.
+    EXPECT_TRUE(WaitUntil([&] {
+        bc->SendOneShot(RtToBc(6, 2, 1));
+        const std::vector<Msg> r = ReadTransfers(bc, 1, 2000);
+        return !r.empty() && r.back().StatusWord1 == (6u << 11 | 1u << 8) && (r.back().Flags & Msg::FlagServiceRequest);
+    }));
+    // Monitor records: the channel's own accesses among them.
+    const std::vector<Msg> seen = Collect(rt, 3, &Rt::ReadMonitor);
+    ASSERT_GE(seen.size(), 3u);
+    EXPECT_EQ(seen[0].GetCommandWord(), BcToRt(6, 8, {0x11}).GetCommandWord());
+    EXPECT_EQ(seen[0].Data, Words{0x11});
+    EXPECT_EQ(seen[1].Subaddress, 9);
+    ASSERT_EQ(rt->StopRt(), 0u);
+    EXPECT_EQ(rt->StopRt(), 0u);
+}
+
+// StopBc in the middle of a major frame (64 minor frames of 100 ms): the
+// controller stops after the transfer in progress, every transfer it made
+// is read, and none follows the stop. After close and re-open the unit's
+// memory is not trusted: nothing runs until LoadConfiguration wrote it again.
+TEST_F(Mil1553, StopInTheMiddleOfAMajorFrame)
+{
+    ASSERT_NO_FATAL_FAILURE(Start({7}));
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = {RtToBc(7, 1, 2)};
+    c.MajorFrame.MinorFrames.assign(64, Minor(100000, {0}));
+    Bc* bc = RunSchedule(*rig, c);
+    ASSERT_NE(bc, nullptr);
+    std::vector<Msg> got = ReadTransfers(bc, 2);
+    ASSERT_GE(got.size(), 2u);
+    ASSERT_EQ(bc->StopBc(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
+    // The stop's report came after the last transfer's: all are in.
+    CKVX_HdwMilStd1553Buffer rest;
+    unsigned n = 0;
+    ASSERT_EQ(bc->Read(rest, 1000, n), 0u);
+    const size_t total = got.size() + n;
+    EXPECT_LT(total, 64u);
+    EXPECT_EQ(Counters().Mil1553Transfers[0], total);
+
+    ASSERT_EQ(rig->Port(HDW_PORT_MILSTD1553, 0)->Close(), 0u);
+    EXPECT_EQ(bc->Read(rest, 10, n), 29u);
+    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 0), 0u);
+    EXPECT_EQ(bc->RunBc(), 10u);
+    ASSERT_EQ(bc->LoadConfiguration(), 0u);
+    ASSERT_EQ(bc->RunBc(), 0u);
+    const std::vector<Msg> again = ReadTransfers(bc, 1);
+    ASSERT_EQ(again.size(), 1u);
+    EXPECT_EQ(again[0].StatusWord1, 7u << 11);
+    EXPECT_EQ(again[0].Flags, 0);
+}
 } // namespace
