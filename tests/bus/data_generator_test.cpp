@@ -145,6 +145,83 @@ TEST_F(Generator, ADisabledLabelStaysDefinedAndRestartsWhenEnabledAgain)
     EXPECT_EQ(At(2 * kSecond + 5000).size(), 1u);
 }
 
+TEST_F(Generator, DisablePausesEveryLabelAndEnableResumesWithoutCatchingUp)
+{
+    Def d(0x60, 10.0);
+    d.Pattern = Gen::PatternCounter;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(Data(Run(0, 250000, 1000), 0x60), (std::vector<uint32_t>{0, 1, 2}));
+    ASSERT_EQ(gen.Disable(), 0u);
+    EXPECT_FALSE(gen.IsEnabled());
+    EXPECT_TRUE(Run(251000, 5 * kSecond, 1000).empty());
+    ASSERT_EQ(gen.Enable(), 0u);
+    // At once on the next tick, the counter where it stopped, then every 0.1 s.
+    EXPECT_EQ(Data(At(5 * kSecond + 1000), 0x60), (std::vector<uint32_t>{3}));
+    EXPECT_TRUE(At(5 * kSecond + 100999).empty());
+    EXPECT_EQ(Data(At(5 * kSecond + 101000), 0x60), (std::vector<uint32_t>{4}));
+}
+
+TEST_F(Generator, DisableDropsTheBacklogAndResetForgetsTheLabels)
+{
+    Def defs[2] = {Constant(1, 100.0, 1), Constant(2, 100.0, 2)};
+    ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
+    gen.Generate(0);
+    gen.Generate(50000);
+    ASSERT_EQ(gen.GetPendingCount(), 12u);
+    CKVX_HdwArinc429Message w[2];
+    ASSERT_EQ(gen.TakeWords(w, 2), 2u);
+    ASSERT_EQ(gen.Disable(), 0u);
+    EXPECT_EQ(gen.GetPendingCount(), 0u);
+    EXPECT_EQ(gen.GetGeneratedCount(), 2u); // only what left the backlog
+    ASSERT_EQ(gen.Enable(), 0u);
+    ASSERT_EQ(gen.Reset(), 0u);
+    EXPECT_EQ(gen.GetDefinedLabelsCount(), 0u);
+    Def got;
+    EXPECT_EQ(gen.GetLabel(1, got), 4u);
+    EXPECT_TRUE(At(10 * kSecond).empty());
+    EXPECT_TRUE(gen.IsEnabled()); // Reset leaves the switch as it was
+}
+
+TEST_F(Generator, CounterWrapsWithinItsLimits)
+{
+    Def d(0x22, 100.0);
+    d.Pattern = Gen::PatternCounter;
+    d.Min = 10;
+    d.Max = 13;
+    d.Step = 3;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    EXPECT_EQ(Data(Run(0, 60000, 60000), 0x22), (std::vector<uint32_t>{10, 13, 12, 11, 10, 13, 12}));
+}
+
+TEST_F(Generator, DiscreteBitsToggleEveryPeriod)
+{
+    Def d(0x23, 10.0);
+    d.Pattern = Gen::PatternDiscrete;
+    d.Data = 0x100;
+    d.Mask = 0x3;
+    d.Period = 0.5;
+    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    const auto data = Data(Run(0, 1400000, 10000), 0x23);
+    ASSERT_EQ(data.size(), 15u);
+    for (unsigned i = 0; i < data.size(); ++i)
+        EXPECT_EQ(data[i], (i / 5) % 2 ? 0x103u : 0x100u) << i;
+}
+
+TEST_F(Generator, BcdNegativeValuesSendTheMinusSsm)
+{
+    Def d = Bnr(0x24, 1, 0.1, -50, 50, Gen::WaveSine, 4.0);
+    d.Pattern = Gen::PatternBcd;
+    d.Ssm = 0;
+    ASSERT_EQ(d.IsValid(), true);
+    const auto up = Gen::ComputeWord(d, 0, 1.0);
+    EXPECT_EQ(up.Data, 0x00500u);
+    EXPECT_EQ(up.Ssm, 0);
+    const auto down = Gen::ComputeWord(d, 0, 3.0);
+    EXPECT_EQ(down.Data, 0x00500u);
+    EXPECT_EQ(down.Ssm, 3);
+    EXPECT_EQ(Gen::ComputeWord(d, 0, 0.0).Ssm, 0); // zero is plus
+}
+
 TEST(GeneratorState, OperationsAnswer29UntilStartedAndEnableOnStartZeroWaitsForEnable)
 {
     Gen gen(nullptr);

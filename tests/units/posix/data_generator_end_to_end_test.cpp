@@ -159,7 +159,8 @@ struct GenLoop {
 
 // Over 4 s of the unit clock every label arrives floor(4 s x rate) + 1
 // times (the first at once), in order, with the values of its nominal times.
-// Disable, Enable, Reset and bad definitions: tests/bus/data_generator_test.
+// Disable, Enable, Reset, the patterns and bad definitions step by step:
+// tests/bus/data_generator_test.
 TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
 {
     const unsigned ch = 0;
