@@ -4,9 +4,13 @@
 // counted.
 #include "UnitRig.h"
 
+#include <chrono>
+
 using namespace halden_test;
 
 namespace {
+
+constexpr uint64_t kWrap = uint64_t(1) << 32;
 
 class HaldenLosses : public ::testing::Test {
 protected:
@@ -127,6 +131,60 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
     EXPECT_EQ(rig.Sim.GetCounters().UartReceived[1], 1500u);
     EXPECT_EQ(ReadAll<uint8_t>(in, 1000), std::vector<uint8_t>(sent.begin() + 500, sent.begin() + 1500));
     EXPECT_EQ(in->GetDroppedCount(), 500u);
+}
+
+// The emulator's clock starts 1.5 s before its 32-bit wrap; words go round
+// the ARINC 429 loop one after the other until the unit time is well past
+// it. Every word's unwrapped time follows the one before within a second,
+// the instance's latest unit time never goes back, and the mapping puts the
+// unit's "now" at the host's.
+TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
+{
+    auto o = EmulatorOptions(false);
+    o.ClockStartUs = uint32_t(kWrap - 1500000);
+    UnitRig rig(UnitNamed("halden"), o);
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    CKVX_HdwKvxUnitInstance* inst = nullptr;
+    ASSERT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+    ASSERT_NE(inst, nullptr);
+    UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(1, 100000);
+    ASSERT_TRUE(c.In && c.Out);
+
+    std::vector<uint64_t> times;
+    uint64_t latest = 0, previousLatest = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    for (unsigned i = 0; latest < kWrap + 1000000 && std::chrono::steady_clock::now() < deadline; ++i) {
+        auto w = Word(0x42, i);
+        ASSERT_EQ(c.Out->Write(&w, 1, 0), 0u);
+        const auto got = ReadAll<CKVX_HdwArinc429Message>(c.In, 1);
+        ASSERT_EQ(got.size(), 1u) << "word " << i;
+        ASSERT_EQ(got[0], w);
+        const uint64_t t = inst->UnwrapUnitTime(got[0].TimeStamp);
+        EXPECT_EQ(uint32_t(t), uint32_t(got[0].TimeStamp));
+        times.push_back(t);
+        ASSERT_TRUE(inst->GetLatestUnitTime(latest));
+        ASSERT_GE(latest, previousLatest);
+        ASSERT_GE(latest, t);
+        previousLatest = latest;
+    }
+    ASSERT_GE(latest, kWrap + 1000000) << "the unit clock did not pass its wrap in time";
+    ASSERT_GE(times.size(), 10u);
+    EXPECT_LT(times.front(), kWrap);
+    for (size_t i = 1; i < times.size(); ++i) {
+        ASSERT_GE(times[i], times[i - 1]) << i;
+        ASSERT_LT(times[i] - times[i - 1], 1000000u) << i;
+    }
+
+    uint64_t host = 0, wall = 0;
+    ASSERT_TRUE(inst->MapUnitTime(latest, host, wall));
+    const uint64_t now = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
+    EXPECT_LE(host, now + 100000);
+    EXPECT_GT(host + 5000000, now);
+    const uint64_t wallNow = uint64_t(
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count());
+    EXPECT_LT(wall > wallNow ? wall - wallNow : wallNow - wall, 6000000u);
+    EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
 }
 
 } // namespace
