@@ -80,8 +80,10 @@ TEST(Tool1553, ScheduleRunsItsMinorFramesForTheCyclesAsked)
         EXPECT_EQ(Fields(lines[i]), want) << lines[i];
         if (slot != 1) {
             const double t = std::stod(Words(lines[i])[0]) - std::stod(Words(lines[0])[0]);
-            // The unit's time stamps, mapped onto the host clock (the fit may move a little).
-            EXPECT_NEAR(t, 0.005 * double(cycle) + frameStart[slot == 0 ? 0 : 1], 0.001) << lines[i];
+            // The unit's time stamps, mapped onto the host clock: the fit may
+            // move by about a tick while its first samples come in (seen under
+            // AddressSanitizer), still well inside the 2 and 3 ms frames.
+            EXPECT_NEAR(t, 0.005 * double(cycle) + frameStart[slot == 0 ? 0 : 1], 0.0015) << lines[i];
         }
     }
     const Output summary = Tool({"send", "--link", sim.Link, "1553:0", "bc", "tx", "rt=5", "sa=1", "wc=1", "--frame",
