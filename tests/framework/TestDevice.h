@@ -102,22 +102,12 @@ public:
     {
         if (const unsigned rc = CKVX_HdwPort::EnableService(serviceType, service, params))
             return rc;
-        auto* s = new TestService(this, serviceType, m_Log, Name() + ".svc" + std::to_string(m_Services.GetLength()));
+        const std::string name = "port" + std::to_string(GetDeviceId()) + GetChannelId().c_str();
+        auto* s = new TestService(this, serviceType, m_Log, name + ".svc" + std::to_string(m_Services.GetLength()));
         m_Services += s;
         if (service)
             *service = s;
         return 0;
-    }
-
-    std::string Name() const { return std::string("port") + std::to_string(GetDeviceId()) + GetChannelId().c_str(); }
-
-    TestService* Service(unsigned index)
-    {
-        unsigned i = 0;
-        for (CKVX_HdwService* s : m_Services)
-            if (i++ == index)
-                return static_cast<TestService*>(s);
-        return nullptr;
     }
 
 private:

@@ -1,5 +1,3 @@
-// The manager: attaching, enumeration and numbering, run/stop, the Ethernet
-// port pool.
 #include "TestDevice.h"
 
 #include <gtest/gtest.h>
@@ -9,24 +7,6 @@
 using namespace fwtest;
 
 namespace {
-
-TEST(ManagerAttach, RefusesTheSameObjectOrDeviceCodeTwiceAndWhileRunning)
-{
-    TestDevice a{1, 1, {}}, sameCode{1, 1, {}}, b{2, 1, {}}, c{3, 1, {}};
-    CKVX_HdwManager m;
-    EXPECT_EQ(m.AttachDevice(&a), 0u);
-    EXPECT_EQ(m.AttachDevice(&a), 7u);
-    EXPECT_EQ(m.AttachDevice(&sameCode), 7u);
-    EXPECT_EQ(sameCode.GetManager(), nullptr);
-    EXPECT_EQ(m.AttachDevice(&b), 0u);
-    EXPECT_EQ(m.GetDeviceCount(), 2u);
-    EXPECT_EQ(m.AttachDevice(nullptr), 2u);
-    ASSERT_EQ(m.Run(), 0u);
-    EXPECT_EQ(m.AttachDevice(&c), 10u);
-    EXPECT_EQ(m.Enumerate(), 10u);
-    m.Stop();
-    EXPECT_EQ(a.GetManager(), &m);
-}
 
 TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder)
 {
@@ -86,13 +66,20 @@ TEST(ManagerEnumerate, LinksGoToTheDeviceWithTheirCodeAndReportResults)
     EXPECT_EQ(m.Enumerate(nullptr, 2, 0), 2u);
 }
 
-TEST(ManagerRun, AFailingDeviceRunStopsTheRestRunTwiceIsHarmlessAndStopGoesInOrder)
+TEST(ManagerRun, AttachRefusalsAFailingDeviceRunStopsTheRestRunTwiceIsHarmlessAndStopGoesInOrder)
 {
-    TestDevice a{1, 1, {}}, b{2, 1, {}}, c{3, 1, {}};
+    TestDevice a{1, 1, {}}, sameCode{1, 1, {}}, b{2, 1, {}}, c{3, 1, {}}, late{4, 1, {}};
     b.RunResult = 13;
     CKVX_HdwManager m;
-    for (TestDevice* d : {&a, &b, &c})
+    EXPECT_EQ(m.AttachDevice(&a), 0u);
+    EXPECT_EQ(m.AttachDevice(&a), 7u);
+    EXPECT_EQ(m.AttachDevice(&sameCode), 7u);
+    EXPECT_EQ(sameCode.GetManager(), nullptr);
+    EXPECT_EQ(m.AttachDevice(nullptr), 2u);
+    for (TestDevice* d : {&b, &c})
         ASSERT_EQ(m.AttachDevice(d), 0u);
+    EXPECT_EQ(m.GetDeviceCount(), 3u);
+    EXPECT_EQ(a.GetManager(), &m);
     ASSERT_EQ(m.Enumerate(), 0u);
     EXPECT_EQ(m.Run(), 13u);
     EXPECT_FALSE(m.IsRunning());
@@ -109,6 +96,8 @@ TEST(ManagerRun, AFailingDeviceRunStopsTheRestRunTwiceIsHarmlessAndStopGoesInOrd
     EXPECT_EQ(a.log.Take(), std::vector<std::string>{"dev1.Run"});
     EXPECT_EQ(c.log.Take(), std::vector<std::string>{"dev3.Run"});
     EXPECT_TRUE(m.IsRunning());
+    EXPECT_EQ(m.AttachDevice(&late), 10u);
+    EXPECT_EQ(m.Enumerate(), 10u);
     ASSERT_EQ(m.Stop(), 0u);
     EXPECT_FALSE(m.IsRunning());
     EXPECT_EQ(a.log.Take(), (std::vector<std::string>{"dev1.Stop", "dev.Close(0)"}));

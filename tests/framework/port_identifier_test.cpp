@@ -1,7 +1,3 @@
-// Port-identifier keys: the exact text format, the checksum, parsing that
-// refuses what is malformed without losing the previous contents, matching
-// that ignores the absolute number, and finding a port again after the
-// units come in another order.
 #include "TestDevice.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +11,7 @@ namespace {
 const char* const kHaldenKey = "2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5C00";
 const char* const kLinkKey = "4@7@M@F@@/dev/pts/7@00000001@C75E";
 
-TEST(PortIdentifierFormat, BuildsTheKnownKeysAndRefusesWhatCannotBeAKey)
+TEST(PortIdentifier, BuildsTheKnownKeysRefusesWhatCannotBeAKeyAndParsesThemBack)
 {
     CPortIdentifier id;
     ASSERT_EQ(id.Set(4, 7, "M", "F", "", "/dev/pts/7", 1), 0u);
@@ -25,31 +21,21 @@ TEST(PortIdentifierFormat, BuildsTheKnownKeysAndRefusesWhatCannotBeAKey)
     EXPECT_EQ(id.Set(0, 0, "M", "F", "R", "S", 0), 2u) << "port type 0";
     EXPECT_EQ(id.Set(2, 0, "M", "F", "R", "S@N", 0), 2u) << "serial number with @";
     EXPECT_EQ(id.GetKeyString(), kHaldenKey) << "a refused build leaves the previous key";
-}
 
-TEST(PortIdentifierParse, ValidAndInvalidKeys)
-{
-    EXPECT_TRUE(CPortIdentifier::IsValid(kHaldenKey));
-    EXPECT_TRUE(CPortIdentifier::IsValid(kLinkKey));
+    EXPECT_TRUE(CPortIdentifier::IsValid(kHaldenKey) && CPortIdentifier::IsValid(kLinkKey));
     EXPECT_FALSE(CPortIdentifier::IsValid(""));
     EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5c00")) << "lower case";
     EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5C01")) << "wrong CRC";
     EXPECT_FALSE(CPortIdentifier::IsValid("2@0@Kalvionix Engineering@Halden@1.0@SN1234@5C00")) << "a field missing";
-}
-
-TEST(PortIdentifierParse, FailedParseKeepsPreviousContentsAndParsedFieldsRebuildTheKey)
-{
-    CPortIdentifier id;
-    ASSERT_EQ(id.Set(CKVX_String(kHaldenKey)), 0u);
-    EXPECT_NE(id.Set(CKVX_String("2@0@x@y@z@w@00000003@0000")), 0u);
-    EXPECT_EQ(id.GetKeyString(), kHaldenKey);
-    EXPECT_EQ(id.GetFullName(), "Halden");
-
-    // The key was built from known fields (above): fields parsed back in the
-    // wrong place or form would build another key.
+    CPortIdentifier parsed;
+    ASSERT_EQ(parsed.Set(CKVX_String(kHaldenKey)), 0u);
+    EXPECT_NE(parsed.Set(CKVX_String("2@0@x@y@z@w@00000003@0000")), 0u);
+    EXPECT_EQ(parsed.GetKeyString(), kHaldenKey) << "a failed parse keeps the previous contents";
+    EXPECT_EQ(parsed.GetFullName(), "Halden");
+    // Fields parsed back in the wrong place or form would build another key.
     unsigned type = 0, abs = 99, channel = 0;
     CKVX_String m, f, r, sn;
-    ASSERT_EQ(id.Get(&type, &abs, &m, &f, &r, &sn, &channel), 0u);
+    ASSERT_EQ(parsed.Get(&type, &abs, &m, &f, &r, &sn, &channel), 0u);
     CPortIdentifier again;
     ASSERT_EQ(again.Set(type, abs, m, f, r, sn, channel), 0u);
     EXPECT_EQ(again.GetKeyString(), kHaldenKey);

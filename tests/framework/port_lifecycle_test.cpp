@@ -33,10 +33,12 @@ protected:
     TestPort* port = nullptr;
 };
 
-TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrder)
+TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrderAndWrongStatesChangeNothing)
 {
-    Enable();
-    Enable();
+    EXPECT_EQ(port->Open(nullptr), 15u) << "no service";
+    EXPECT_TRUE(device.log.Take().empty()) << "the device must not be touched";
+    TestService* s0 = Enable();
+    TestService* s1 = Enable();
     CKVX_HdwPort::CParameters params;
     params.PortNum = 17;
     ASSERT_EQ(port->Open(&params), 0u);
@@ -48,7 +50,14 @@ TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrder)
     EXPECT_EQ(device.log.Take(), opened);
     // Attached to the tick only after it counts as open.
     EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 1u);
-    EXPECT_EQ(port->Service(0)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    EXPECT_EQ(s0->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    EXPECT_EQ(port->Open(nullptr), 18u);
+    // (EnableService on an open port: bus/ports_test BaseRulesComeBeforeEachPortsOwnTable.)
+    CKVX_HdwService::CParameters sp;
+    EXPECT_EQ(s0->SetParameters(&sp), 10u);
+    EXPECT_EQ(port->DisableService(s0), 1u);
+    EXPECT_EQ(port->DisableAllServices(), 0u);
+    EXPECT_EQ(port->GetServiceCount(), 2u) << "DisableAllServices leaves an open port alone";
 
     EXPECT_EQ(port->Close(), 0u);
     EXPECT_FALSE(port->IsOpen());
@@ -58,31 +67,14 @@ TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrder)
     EXPECT_EQ(port->GetServiceCount(), 2u) << "services stay enabled";
     EXPECT_FALSE(device.GetDeviceInstance(0)->IsOpen());
     EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 0u);
+    EXPECT_EQ(port->Close(), 0u) << "closing a closed port is a no-op";
+    EXPECT_EQ(s0->SetParameters(&sp), 0u);
+    EXPECT_EQ(port->DisableService(s0), 0u);
+    EXPECT_EQ(port->GetServiceCount(), 1u);
+    EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
     // A later Open starts them again.
     EXPECT_EQ(port->Open(nullptr), 0u);
-    EXPECT_EQ(port->Service(1)->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-}
-
-TEST_F(PortLifecycle, WrongStatesAreRefusedAndChangeNothing)
-{
-    EXPECT_EQ(port->Open(nullptr), 15u) << "no service";
-    EXPECT_TRUE(device.log.Take().empty()) << "the device must not be touched";
-    TestService* s = Enable();
-    ASSERT_EQ(port->Open(nullptr), 0u);
-    EXPECT_EQ(port->Open(nullptr), 18u);
-    // (EnableService on an open port: bus/ports_test BaseRulesComeBeforeEachPortsOwnTable.)
-    CKVX_HdwService::CParameters params;
-    EXPECT_EQ(s->SetParameters(&params), 10u);
-    EXPECT_EQ(port->DisableService(s), 1u);
-    EXPECT_EQ(port->DisableAllServices(), 0u);
-    EXPECT_EQ(port->GetServiceCount(), 1u) << "DisableAllServices leaves an open port alone";
-
-    ASSERT_EQ(port->Close(), 0u);
-    EXPECT_EQ(port->Close(), 0u) << "closing a closed port is a no-op";
-    EXPECT_EQ(s->SetParameters(&params), 0u);
-    EXPECT_EQ(port->DisableService(s), 0u);
-    EXPECT_EQ(port->GetServiceCount(), 0u);
-    EXPECT_EQ(port->DisableService(nullptr), 0u) << "an unknown service is not an error";
+    EXPECT_EQ(s1->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
 TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
@@ -111,13 +103,18 @@ TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
     EXPECT_NE(std::find(log.begin(), log.end(), "port00.svc1.deleted"), log.end());
 }
 
-TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
+TEST_F(PortLifecycle, UnitLinkClosesWithItsLastPortAStoppedManagerRefusesChangesAndStopClosesOpenPorts)
 {
     TestPort* other = device.Port(0, 1);
     CKVX_HdwService* idle = nullptr;
     ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &idle, nullptr), 0u);
     Enable();
     ASSERT_EQ(port->Open(nullptr), 0u);
+    ASSERT_EQ(other->Open(nullptr), 0u);
+    EXPECT_FALSE(device.CanClose(0));
+    ASSERT_EQ(other->Close(), 0u);
+    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen()) << "another port of the unit is still open";
+
     device.SkipBaseStop = true; // the base Stop would close the port and disable the services itself
     manager.Stop();
     EXPECT_EQ(other->Open(nullptr), 10u);
@@ -126,26 +123,11 @@ TEST_F(PortLifecycle, EveryChangeWithManagerStoppedIsRefused)
     device.log.Take();
     EXPECT_EQ(port->Close(), 10u);
     EXPECT_TRUE(port->IsOpen());
-    const std::vector<std::string> expected = {"inst0.ClosePort:0"};
-    EXPECT_EQ(device.log.Take(), expected);
-    // Running again, the close completes.
+    EXPECT_EQ(device.log.Take(), std::vector<std::string>{"inst0.ClosePort:0"});
     device.SkipBaseStop = false;
     ASSERT_EQ(manager.Run(), 0u);
-    EXPECT_EQ(port->Close(), 0u);
-    EXPECT_FALSE(port->IsOpen());
-}
-
-TEST_F(PortLifecycle, UnitLinkClosesWithItsLastPortAndManagerStopClosesOpenPorts)
-{
-    TestPort* other = device.Port(0, 1);
-    Enable();
-    CKVX_HdwService* s = nullptr;
-    ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+    EXPECT_EQ(port->Close(), 0u) << "running again, the close completes";
     ASSERT_EQ(port->Open(nullptr), 0u);
-    ASSERT_EQ(other->Open(nullptr), 0u);
-    EXPECT_FALSE(device.CanClose(0));
-    ASSERT_EQ(other->Close(), 0u);
-    EXPECT_TRUE(device.GetDeviceInstance(0)->IsOpen()) << "another port of the unit is still open";
 
     manager.Stop();
     EXPECT_FALSE(port->IsOpen());

@@ -1,7 +1,5 @@
-// The periodic tick: three passes per device, each instance under its own
-// lock, and a failing pass aborting only that unit's services. The device's
-// handler is called directly here (as the manager's timer does), so every
-// tick is observed exactly; one test also checks the timer really drives it.
+// The periodic tick, called directly (as the manager's timer does) so that
+// every tick is observed exactly; one test checks the timer really drives it.
 #include "TestDevice.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +37,7 @@ protected:
     CKVX_HdwManager manager;
 };
 
-TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLock)
+TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndEventsStopAtARefusal)
 {
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
@@ -65,6 +63,16 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLock)
     EXPECT_EQ(device.log.Take(), expected);
     EXPECT_EQ(a0->lastTick.load(), 7u);
     EXPECT_EQ(lockedElsewhere, 2u);
+
+    // An untyped event goes to the unit's open ports until one refuses. Typed
+    // events: units/events_test (UnitFrameEvents, CriticalFailureReaches...).
+    a0->EventResult = 9;
+    CKVX_HdwEvent ev;
+    device.DeviceLock(0);
+    EXPECT_EQ(device.ProcessEventHandlers(0, &ev), 9u);
+    device.DeviceUnlock(0);
+    EXPECT_EQ(a0->eventCount.load(), 1u);
+    EXPECT_EQ(b0->eventCount.load(), 0u);
 
     // A unit with no open port is skipped.
     ASSERT_EQ(device.Port(0, 0)->Close(), 0u);
@@ -104,21 +112,6 @@ TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
     device.FailEndInstance = 0;
     device.HdwTimerHandler(1);
     EXPECT_EQ(a0->GetStatus(), unsigned(HDW_SERVICE_FAILED));
-}
-
-// Events reaching the ports of their type and channel, and every open port:
-// units/events_test (UnitFrameEvents, CriticalFailureReachesEveryOpenPortOfTheUnit).
-TEST_F(Tick, UntypedEventFanOutStopsAtTheFirstPortThatRefuses)
-{
-    TestService* a0 = OpenWithService(0, 0);
-    TestService* b0 = OpenWithService(0, 1);
-    a0->EventResult = 9;
-    CKVX_HdwEvent ev;
-    device.DeviceLock(0);
-    EXPECT_EQ(device.ProcessEventHandlers(0, &ev), 9u);
-    device.DeviceUnlock(0);
-    EXPECT_EQ(a0->eventCount.load(), 1u);
-    EXPECT_EQ(b0->eventCount.load(), 0u);
 }
 
 TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)

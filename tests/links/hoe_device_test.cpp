@@ -7,26 +7,21 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
 
 constexpr uint64_t kKind = 250;
 
-class TestHoeDevice : public CKVX_HdwHoeDevice {
+// The Ethernet-only base and the one that also reaches units over serial.
+template <class Base>
+class OfKind : public Base {
 public:
-    TestHoeDevice() { m_DeviceCode = kKind; }
+    OfKind() { this->m_DeviceCode = kKind; }
 };
-
-class TestDualDevice : public CKVX_HdwHoeFtdiUartBridgedDevice {
-public:
-    TestDualDevice() { m_DeviceCode = kKind; }
-};
+using TestHoeDevice = OfKind<CKVX_HdwHoeDevice>;
 
 using Bytes = std::vector<unsigned char>;
 
@@ -91,7 +86,7 @@ protected:
     CKVX_HdwManager::CInitPortDesc link;
 };
 
-using Devices = ::testing::Types<TestHoeDevice, TestDualDevice>;
+using Devices = ::testing::Types<TestHoeDevice, OfKind<CKVX_HdwHoeFtdiUartBridgedDevice>>;
 TYPED_TEST_SUITE(HoeDeviceTest, Devices);
 
 TYPED_TEST(HoeDeviceTest, DetectGivesIdentityAndConnectUsesAPoolPort)
@@ -120,10 +115,7 @@ TYPED_TEST(HoeDeviceTest, DetectGivesIdentityAndConnectUsesAPoolPort)
     EXPECT_EQ(this->peer.Snapshot().Connects, 1u);
 }
 
-// A bad CRC, length or code is refused by the acceptance check itself
-// (hoe_packet_test.cpp's table); here the words that only the session knows.
-// LinkWrite's one send-command packet per call carries every command of the
-// units area's UDP runs (units/posix/units_end_to_end_test.cpp).
+// Bad CRC, length or code: hoe_packet_test.cpp; here the words only the session knows.
 TYPED_TEST(HoeDeviceTest, OnlyThisSessionsEventDataReachesLinkReadInOrderSplitByMaxBytes)
 {
     this->Connect();
@@ -206,8 +198,6 @@ TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
     this->Release(free);
 }
 
-// Enumeration outcomes per link. The HOE-bridged base on serial links:
-// units/posix/units_end_to_end_test.cpp enumerates its units over both.
 TEST(HoeEnumeration, LinkResults)
 {
     HoeTestPeer good(kKind);

@@ -45,12 +45,6 @@ TEST(HoePacket, DetectIsByteForByteTheKnownPacket)
         ASSERT_EQ(p.Bytes[i], 0) << "byte " << i;
 }
 
-// The connect, send-command, keep-alive and disconnect packets (words,
-// payload, CRC) carry every session of the units area's UDP runs, which the
-// emulator checks against its own packet code (sim/posix/udp_test.cpp builds
-// those packets by hand); the connect's local-port field and the codes the
-// unit dispatches on: hoe_device_test.cpp.
-
 TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
 {
     using Builder = void (CKVX_HdwHoe::*)(unsigned, unsigned, unsigned, unsigned, Packet&);
@@ -87,8 +81,7 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
     }
 }
 
-// Acceptance: a reply the unit would send, then one datagram per check that
-// fails exactly that check, in the order the checks are made.
+// A reply the unit would send, then one that fails exactly each check in turn.
 TEST(HoePacket, EachAcceptanceCheckRejectsWhatItShould)
 {
     constexpr unsigned kClient = 0x51515151;

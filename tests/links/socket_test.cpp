@@ -25,10 +25,6 @@ std::string ReceiveAll(CKVX_HdwTcpClientSocket& s, size_t n)
 
 } // namespace
 
-// Datagrams both ways, answered to the sender's address and port with their
-// boundaries kept, carry every HOE test: HoeTestPeer (one packet a datagram,
-// answered to where the request came from) and udp_emulator_test.cpp.
-
 TEST(UdpSocket, ResultCodesAndAnOversizedDatagramIsAnErrorNotATruncatedRead)
 {
     CKVX_HdwUdpSocket s;

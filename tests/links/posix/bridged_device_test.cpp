@@ -1,8 +1,5 @@
-// The USB-UART bridged device base on pseudo-terminals: a test driver whose
-// probe opens the link, writes "PING?" and accepts every link but the one it
-// is told to refuse. Probes that read a unit's answer: units/posix
-// protocol_link_test.cpp (UnitProbe); identity of real units found this way:
-// units/posix/units_end_to_end_test.cpp.
+// The USB-UART bridged device base on pseudo-terminals, with a test driver
+// whose probe writes "PING?" and accepts every link but the one it refuses.
 #include "PtyPair.h"
 
 #include <HdwLib/framework/HdwManager.h>
@@ -150,16 +147,13 @@ TEST_F(BridgedDevice, ComOperationsPathIdentifierAndAdditionalUartByInstance)
     EXPECT_EQ(device.Open(0), 0u); // a second open succeeds
     EXPECT_EQ(inst->Uart.GetParameters().BaudRate, 115200u);
 
-    // Bytes both ways through Com_Write and Com_Read on an open link: every
-    // frame of the units area's pseudo-terminal runs (UnitRig) goes this way.
-
     EXPECT_EQ(device.Close(0), 0u);
     EXPECT_FALSE(inst->IsOpen());
     EXPECT_FALSE(inst->Uart.IsOpen());
     EXPECT_EQ(device.Com_Write(0u, buf, 1), 19u);
 
     // Pseudo-terminals have no USB bridge: a unit's own link belongs to it,
-    // any other port is plain. Ports of one bridge: serial_port_enum_test.
+    // any other port is plain.
     CKVX_String path = "stale";
     EXPECT_EQ(device.GetDevPathIndentifier(0, path), 0u);
     EXPECT_EQ(path, ptyA.SlaveName().c_str());

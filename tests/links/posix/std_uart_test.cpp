@@ -1,17 +1,11 @@
-// The PC serial-port device on a pseudo-terminal, through the manager: the
-// link given explicitly becomes a UART port that opens the line with the
-// port's settings; what the other side writes comes out of the input service
-// in order, what the application writes reaches the other side in order
-// however much it is, and a hung-up line turns into result codes. The
-// UDP emulator device shares these byte services.
+// The PC serial-port device on a pseudo-terminal, through the manager (the
+// UDP emulator device shares its byte services).
 #include "PtyPair.h"
 
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/links/HdwStdUartDevice.h>
 
 #include <gtest/gtest.h>
-
-#include <thread>
 
 long ReadLineSpeed(int fd);
 

@@ -1,6 +1,4 @@
-// CUart on a pseudo-terminal: the library opens the slave by name, the test
-// plays the line's other end on the master and checks the slave's settings
-// with its own descriptor.
+// CUart on a pseudo-terminal; the slave's settings are read on the test's own descriptor.
 #include "PtyPair.h"
 
 #include "links/BytePattern.h"
@@ -181,10 +179,6 @@ TEST_F(UartPty, OpenDiscardsWhatWasQueuedAndReadsTakeAtMostMaxBytesInOrderAndQue
     EXPECT_EQ(pty.ReadMaster(5), std::vector<uint8_t>({1, 2, 3, 4, 5}));
 }
 
-// Every byte value both ways in order, and large amounts: std_uart_test.cpp
-// sends a pattern through every value across this CUart (200000 bytes in,
-// 300000 out).
-
 TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
 {
     ASSERT_EQ(OpenWith(Params()), 0u);
@@ -217,20 +211,15 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     EXPECT_TRUE(std::equal(got.begin(), got.begin() + long(before), big.begin()));
 }
 
-// The other side closed: std_uart_test.cpp (HungUpLineFailsTheInput...) and
-// units/posix/halden_faults_test.cpp (HungUpLinkGivesResultCodes...).
-
-// A hang-up (a bridge unplugged, a modem dropping the line) leaves the other
-// side open but makes every read answer end of file: that is a dead line, not
-// an empty one.
+// A hang-up (a bridge unplugged) makes every read answer end of file: a dead
+// line, not an empty one. The other side closed: std_uart_test.cpp.
 TEST_F(UartPty, HungUpLineTurnsIntoResultCodes)
 {
     ASSERT_EQ(OpenWith(Params()), 0u);
-    unsigned char buf[8];
-    unsigned n = 5;
     if (ioctl(pty.Slave(), TIOCVHANGUP) != 0)
         GTEST_SKIP() << "hanging up a terminal needs CAP_SYS_ADMIN";
-    n = 5;
+    unsigned char buf[8];
+    unsigned n = 5;
     EXPECT_EQ(uart.Read(buf, sizeof buf, n), 13u);
     EXPECT_EQ(n, 0u);
     EXPECT_EQ(uart.Close(), 0u);
