@@ -1,5 +1,4 @@
-// CKVX_List's own behaviour: the position cursor and how each operation moves
-// it. Plain container behaviour (append, length) comes with std::deque.
+// CKVX_List's own behaviour: the cursor and how each operation moves it.
 #include <HdwLib/core/KvxList.h>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,3 @@
-// The recursion rule and the release on the last Unlock are this class's own;
-// that a held mutex keeps other threads out is the OS primitive's job, checked
-// here through TryLock from another thread.
 #include <HdwLib/core/KvxMutex.h>
 
 #include <gtest/gtest.h>
@@ -8,8 +5,7 @@
 #include <thread>
 
 namespace {
-// TryLock from a fresh thread: true when that thread could take the mutex
-// (it releases it again at once).
+// True when a fresh thread could take the mutex (it releases it at once).
 bool OtherThreadCanTake(CKVX_Mutex& m)
 {
     bool took = false;

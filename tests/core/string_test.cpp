@@ -1,7 +1,4 @@
-// CKVX_String's own code: formatting past its stack buffer, slicing that
-// clamps to the text, searches that answer -1, and the number conversions
-// with their edge cases. What only forwards to std::string or vsnprintf
-// (resize, printf conversions) is not tested again here.
+// CKVX_String's own code; what only forwards to std::string or vsnprintf is not tested.
 #include <HdwLib/core/KvxString.h>
 
 #include <gtest/gtest.h>
@@ -9,18 +6,14 @@
 #include <optional>
 #include <string>
 
-TEST(StringFormat, OutputLongerThanAnyInternalBufferIsComplete)
+TEST(StringFormat, OutputLongerThanAnyInternalBufferIsCompleteFormatReplacesAndAppendFormatAppends)
 {
     for (unsigned n : {0u, 1u, 254u, 255u, 256u, 257u, 1000u, 70000u}) {
         const std::string payload(n, 'x');
-        CKVX_String s;
+        CKVX_String s("old text");
         EXPECT_EQ(s.Format("[%s]", payload.c_str()), n + 2) << n;
         EXPECT_EQ(s.str(), "[" + payload + "]") << n;
     }
-}
-
-TEST(StringFormat, FormatReplacesAndAppendFormatAppends)
-{
     CKVX_String s("old text");
     s.Format("%d", 1);
     EXPECT_EQ(s, "1");
@@ -30,8 +23,7 @@ TEST(StringFormat, FormatReplacesAndAppendFormatAppends)
     EXPECT_TRUE(s.IsEmpty());
 }
 
-// Left, and Mid within the text, are std::string::substr; these are the
-// clamps and the -1 answers that CKVX_String adds.
+// The clamps and -1 answers that CKVX_String adds to std::string's substr and find.
 TEST(StringSlicingAndSearch, ClampToTheTextAndAnswerMinusOne)
 {
     const CKVX_String s("a@b@c");

@@ -1,9 +1,7 @@
 #pragma once
-// A Halden driver with one unit instance whose bytes come from the caller
-// instead of a link, for benchmarks and fuzzing of the receive path: the
-// receive machine, the event decoders and the input services behind them.
-// The instance is "reached over Ethernet" with no session, so that
-// ProcessReception reads what Push appended to its receive list.
+// A Halden driver with one unit instance fed by the caller instead of a link,
+// for benchmarks and fuzzing of the receive path. The instance is "reached
+// over Ethernet" with no session, so ProcessReception reads what Push appended.
 
 #include <HdwLib/HdwLib.h>
 
@@ -28,8 +26,7 @@ public:
             DetachPortFromHdwTimer(0, p);
     }
 
-    // Gives `port` (of this device) a running service of type S and lets it
-    // take the instance's events, as an open port would.
+    // Gives the port a running service of type S that takes the instance's events.
     template <class S>
     S* AddService(unsigned portType, unsigned channel)
     {
@@ -65,8 +62,7 @@ public:
         return rc;
     }
 
-    // The same machine fed straight from memory (no link read): what one
-    // core spends per received byte on parsing, decoding and appending.
+    // The same machine fed straight from memory (no link read).
     unsigned Feed(const uint8_t* data, size_t size)
     {
         DeviceLock(0);
@@ -104,10 +100,6 @@ inline std::vector<uint8_t> A429RxRecord(unsigned ch, uint32_t time, uint32_t wo
     return {11, uint8_t(2u << 3 | ch), uint8_t(time), uint8_t(time >> 8), uint8_t(time >> 16), uint8_t(time >> 24),
         uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0};
 }
-
-} // namespace halden_feed
-
-namespace halden_feed {
 
 // A CAN receive record (type 6) for channel `ch`: an extended frame with
 // eight data bytes, L = 18.

@@ -55,23 +55,13 @@ public:
     std::string refuse; // the link the probe refuses, as another kind of unit
 };
 
-class BridgedDevice : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(ptyA.Ok());
-        ASSERT_TRUE(ptyB.Ok());
-        ASSERT_EQ(manager.AttachDevice(&device), 0u);
-    }
-    void TearDown() override { manager.Stop(); }
-
+TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOperationsAndEnumerationReplacesThem)
+{
     PtyPair ptyA, ptyB;
+    ASSERT_TRUE(ptyA.Ok() && ptyB.Ok());
     CTestBridgedDevice device; // outlives the manager, which does not own it
     CKVX_HdwManager manager;
-};
-
-TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstancesThatEnumerationReplaces)
-{
+    ASSERT_EQ(manager.AttachDevice(&device), 0u);
     device.refuse = ptyB.SlaveName();
     CKVX_HdwManager::CInitPortDesc links[] = {
         {kTestDeviceCode, ptyB.SlaveName().c_str()},
@@ -105,39 +95,11 @@ TEST_F(BridgedDevice, ExplicitLinksAreProbedAndAcceptedOnesBecomeInstancesThatEn
     EXPECT_EQ(desc->SerialNumber, ptyA.SlaveName().c_str());
     EXPECT_EQ(manager.GetPort(HDW_PORT_UART, 1), nullptr);
 
-    // Enumerating again replaces the instances: the open one is dropped (and
-    // its link closed) before probing again.
-    ASSERT_EQ(device.Open(0), 0u);
-    device.refuse.clear();
-    ASSERT_EQ(manager.Enumerate(&links[0], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(links[0].Result, 0u);
-    ASSERT_EQ(device.GetInstanceCount(), 1u);
-    EXPECT_EQ(device.GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
-    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
-    // With nothing to look at, the device is emptied.
-    ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(device.GetInstanceCount(), 0u);
-    // No bridge with the test driver's identifiers exists here: the scan
-    // finds candidates only by identifier, so nothing is probed.
-    device.probes = 0;
-    ASSERT_EQ(manager.Enumerate(), 0u);
-    EXPECT_EQ(device.probes.load(), 0);
-    EXPECT_EQ(device.GetInstanceCount(), 0u);
-}
-
-TEST_F(BridgedDevice, ComOperationsPathIdentifierAndAdditionalUartByInstance)
-{
-    CKVX_HdwManager::CInitPortDesc link{kTestDeviceCode, ptyA.SlaveName().c_str()};
-    ASSERT_EQ(manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-    ASSERT_EQ(device.GetInstanceCount(), 1u);
-    auto* inst = device.GetUartInstance(0);
     unsigned count = 99;
     unsigned char buf[32];
     unsigned n = 0;
-    // Closed link: the serial layer's 19.
-    EXPECT_EQ(device.Com_Read(0u, buf, sizeof buf, n), 19u);
-    // No such instance: 2.
-    EXPECT_EQ(device.Com_Read(1u, buf, sizeof buf, n), 2u);
+    EXPECT_EQ(device.Com_Read(0u, buf, sizeof buf, n), 19u) << "closed link";
+    EXPECT_EQ(device.Com_Read(1u, buf, sizeof buf, n), 2u) << "no such instance";
     EXPECT_EQ(device.Com_GetReadBufferBytes(1u, count), 2u);
     EXPECT_EQ(device.Open(1), 2u);
 
@@ -160,19 +122,37 @@ TEST_F(BridgedDevice, ComOperationsPathIdentifierAndAdditionalUartByInstance)
     EXPECT_EQ(device.GetDevPathIndentifier(1, path), 2u);
     EXPECT_EQ(path, "");
 
-    unsigned instance = 7;
-    bool additional = true;
-    EXPECT_EQ(device.IdentifyAddictionalUart(ptyA.SlaveName().c_str(), instance, additional), 0u);
-    EXPECT_EQ(instance, 0u);
-    EXPECT_FALSE(additional);
-    instance = 7;
-    additional = true;
-    EXPECT_EQ(device.IdentifyAddictionalUart(ptyB.SlaveName().c_str(), instance, additional), 0u);
-    EXPECT_EQ(instance, CKVX_HdwFtdiUartBridgedDevice::NoInstance);
-    EXPECT_FALSE(additional);
-    instance = 0;
-    EXPECT_EQ(device.IdentifyAddictionalUart("udp:127.0.0.1:40003", instance, additional), 2u);
-    EXPECT_EQ(instance, CKVX_HdwFtdiUartBridgedDevice::NoInstance);
+    const unsigned none = CKVX_HdwFtdiUartBridgedDevice::NoInstance;
+    const struct {
+        std::string Link;
+        unsigned Result, Instance;
+    } owners[] = {{ptyA.SlaveName(), 0, 0}, {ptyB.SlaveName(), 0, none}, {"udp:127.0.0.1:40003", 2, none}};
+    for (const auto& o : owners) {
+        unsigned instance = 7;
+        bool additional = true;
+        EXPECT_EQ(device.IdentifyAddictionalUart(o.Link.c_str(), instance, additional), o.Result) << o.Link;
+        EXPECT_EQ(instance, o.Instance) << o.Link;
+        EXPECT_FALSE(additional) << o.Link;
+    }
+
+    // Enumerating again replaces the instances: the open one is dropped (and
+    // its link closed) before probing again.
+    ASSERT_EQ(device.Open(0), 0u);
+    device.refuse.clear();
+    ASSERT_EQ(manager.Enumerate(&links[0], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(links[0].Result, 0u);
+    ASSERT_EQ(device.GetInstanceCount(), 1u);
+    EXPECT_EQ(device.GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
+    EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
+    // With nothing to look at, the device is emptied.
+    ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(device.GetInstanceCount(), 0u);
+    // No bridge with the test driver's identifiers exists here: the scan
+    // finds candidates only by identifier, so nothing is probed.
+    device.probes = 0;
+    ASSERT_EQ(manager.Enumerate(), 0u);
+    EXPECT_EQ(device.probes.load(), 0);
+    EXPECT_EQ(device.GetInstanceCount(), 0u);
 }
 
 TEST(BridgedDeviceBase, AcceptsNothingItCannotProbeAndWritesWithTheLinkTimeOut)

@@ -1,5 +1,4 @@
-// Serial-port enumeration against a fake sysfs tree and /dev folder built in
-// a temporary directory (no USB hardware exists where the tests run).
+// Serial-port enumeration against a fake sysfs tree and /dev folder in a temporary directory.
 #include <HdwLib/links/internal/SerialPortEnum.h>
 
 #include <gtest/gtest.h>
@@ -78,46 +77,46 @@ protected:
     fs::path root, sys, dev;
 };
 
-TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrder)
+// The UARTs of one bridge are told by their USB device, so that two bridges
+// with the same identity, or with no serial number, are still told apart.
+TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrderAndUartsOfOneBridgeShareItsUsbDevice)
 {
-    AddUsbTty("1-5", "ttyUSB10", "0403", "6010", "Dual", "S10", "0700");
-    AddUsbTty("1-2", "ttyUSB2", "0403", "6001", "Test Bridge", "A1B2C3", "0600");
+    AddUsbTty("1-5", "ttyUSB10", "0403", "6010", "Dual", "S10", "0700", true, "1.1");
+    AddUsbTty("1-5", "ttyUSB0", "0403", "6010", "Dual", "S10", "0700", true, "1.0");
+    AddUsbTty("1-2", "ttyUSB1", "0403", "6001", "Test Bridge", "A1B2C3", "0600");
+    AddUsbTty("1-6", "ttyUSB2", "0403", "6010", "Dual", "S10", "0700");
+    AddUsbTty("1-7", "ttyUSB3", "0403", "6001", "Plain", "", "0600", true, "1.0");
+    AddUsbTty("1-7", "ttyUSB4", "0403", "6001", "Plain", "", "0600", true, "1.1");
     // Identifiers come out in lower case; missing texts are empty.
     AddUsbTty("1-3", "ttyACM0", "1A86", "7D2B", "", "", "0264");
     const std::vector<std::string> expected = {
         "ttyACM0 usb 1a86|7d2b|||0264",
-        "ttyUSB2 usb 0403|6001|Test Bridge|A1B2C3|0600",
+        "ttyUSB0 usb 0403|6010|Dual|S10|0700",
+        "ttyUSB1 usb 0403|6001|Test Bridge|A1B2C3|0600",
+        "ttyUSB2 usb 0403|6010|Dual|S10|0700",
+        "ttyUSB3 usb 0403|6001|Plain||0600",
+        "ttyUSB4 usb 0403|6001|Plain||0600",
         "ttyUSB10 usb 0403|6010|Dual|S10|0700",
     };
     EXPECT_EQ(Enumerate(), expected);
-}
 
-// The UARTs of one bridge are told by their USB device, so that two bridges
-// with the same identity, or with no serial number, are still told apart.
-TEST_F(FakeSysfs, UartsOfOneBridgeShareItsUsbDevice)
-{
-    AddUsbTty("1-5", "ttyUSB0", "0403", "6010", "Dual", "S10", "0700", true, "1.0");
-    AddUsbTty("1-5", "ttyUSB1", "0403", "6010", "Dual", "S10", "0700", true, "1.1");
-    AddUsbTty("1-6", "ttyUSB2", "0403", "6010", "Dual", "S10", "0700");
-    AddUsbTty("1-7", "ttyUSB3", "0403", "6001", "Plain", "", "0600", true, "1.0");
-    AddUsbTty("1-7", "ttyUSB4", "0403", "6001", "Plain", "", "0600", true, "1.1");
     const std::vector<SerialPortInfo> ports = EnumerateSerialPorts(sys.string(), dev.string());
-    ASSERT_EQ(ports.size(), 5u);
+    ASSERT_EQ(ports.size(), 7u);
     std::vector<std::string> pairs;
     for (size_t a = 0; a < ports.size(); ++a)
         for (size_t b = a + 1; b < ports.size(); ++b)
             if (hdw::platform::SameUsbBridge(ports[a], ports[b]))
                 pairs.push_back(std::to_string(a) + "-" + std::to_string(b));
-    EXPECT_EQ(pairs, (std::vector<std::string>{"0-1", "3-4"}));
+    EXPECT_EQ(pairs, (std::vector<std::string>{"1-6", "4-5"}));
     // Where the system names no USB device: vendor, product and a serial number.
-    SerialPortInfo x = ports[0], y = ports[2], z = ports[3], w = ports[4];
+    SerialPortInfo x = ports[1], y = ports[3], z = ports[4], w = ports[5];
     x.UsbDevice = y.UsbDevice = z.UsbDevice = w.UsbDevice = "";
     EXPECT_TRUE(hdw::platform::SameUsbBridge(x, y));
     EXPECT_FALSE(hdw::platform::SameUsbBridge(z, w));
     y.ProductId = "6011";
     EXPECT_FALSE(hdw::platform::SameUsbBridge(x, y));
     x.IsUsb = false;
-    EXPECT_FALSE(hdw::platform::SameUsbBridge(x, ports[0]));
+    EXPECT_FALSE(hdw::platform::SameUsbBridge(x, ports[1]));
 }
 
 // Only a registered UART with a driver, or a USB bridge, whose /dev node
