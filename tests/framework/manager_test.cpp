@@ -8,7 +8,7 @@ using namespace fwtest;
 
 namespace {
 
-TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder)
+TEST(ManagerEnumerate, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrderAndLinksGoToTheirDevice)
 {
     // Device A: 2 units, each with TX 0..1, RX 0, CAN 0. Device B: 1 unit with TX 0 and CAN 0..1.
     TestDevice a{10, 2,
@@ -17,8 +17,21 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     CKVX_HdwManager m;
     ASSERT_EQ(m.AttachDevice(&a), 0u);
     ASSERT_EQ(m.AttachDevice(&b), 0u);
+    // Explicit links go to the device with their code; b, with no link and no scan, keeps no units.
+    CKVX_HdwManager::CInitPortDesc links[] = {{10, "/dev/pts/7"}, {9, "/dev/ttyUSB0"}, {10, "dead"}};
+    ASSERT_EQ(m.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
+    EXPECT_EQ(a.seenLinks, (std::vector<std::string>{"/dev/pts/7", "dead"}));
+    EXPECT_FALSE(a.seenScan);
+    EXPECT_EQ(links[0].Result, 0u);
+    EXPECT_EQ(links[1].Result, 2u) << "no attached device has code 9";
+    EXPECT_EQ(links[2].Result, 14u);
+    EXPECT_EQ(b.GetInstanceCount(), 0u);
+    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 2u);
+    EXPECT_EQ(m.Enumerate(nullptr, 2, 0), 2u);
+
     ASSERT_EQ(m.Enumerate(), 0u);
     ASSERT_EQ(m.Enumerate(), 0u); // numbering starts from zero again
+    EXPECT_TRUE(b.seenScan);
 
     EXPECT_EQ(m.GetPortCount(HDW_PORT_ARINC429_TX), 5u);
     EXPECT_EQ(m.GetPortCount(HDW_PORT_ARINC429_RX), 2u);
@@ -40,30 +53,6 @@ TEST(ManagerNumbering, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrder
     ASSERT_EQ(list.GetLength(), 4u);
     EXPECT_EQ(list[3].DeviceCode, 11u);
     EXPECT_EQ(list[3].ChannelId, "1");
-}
-
-TEST(ManagerEnumerate, LinksGoToTheDeviceWithTheirCodeAndReportResults)
-{
-    TestDevice a{3, 1, {{HDW_PORT_CAN, "0"}}};
-    TestDevice b{4, 1, {{HDW_PORT_CAN, "0"}}};
-    CKVX_HdwManager m;
-    ASSERT_EQ(m.AttachDevice(&a), 0u);
-    ASSERT_EQ(m.AttachDevice(&b), 0u);
-    CKVX_HdwManager::CInitPortDesc links[] = {{3, "/dev/pts/7"}, {9, "/dev/ttyUSB0"}, {3, "dead"}};
-    ASSERT_EQ(m.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
-    EXPECT_EQ(a.seenLinks, (std::vector<std::string>{"/dev/pts/7", "dead"}));
-    EXPECT_FALSE(a.seenScan);
-    EXPECT_EQ(links[0].Result, 0u);
-    EXPECT_EQ(links[1].Result, 2u) << "no attached device has code 9";
-    EXPECT_EQ(links[2].Result, 14u);
-    // b had no link and no scan: it keeps no units.
-    EXPECT_EQ(b.GetInstanceCount(), 0u);
-    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 1u);
-
-    ASSERT_EQ(m.Enumerate(), 0u);
-    EXPECT_TRUE(b.seenScan);
-    EXPECT_EQ(m.GetPortCount(HDW_PORT_CAN), 2u);
-    EXPECT_EQ(m.Enumerate(nullptr, 2, 0), 2u);
 }
 
 TEST(ManagerRun, AttachRefusalsAFailingDeviceRunStopsTheRestRunTwiceIsHarmlessAndStopGoesInOrder)
@@ -141,7 +130,7 @@ using CPortIdentifier = CKVX_HdwManager::CPortIdentifier;
 const char* const kHaldenKey = "2@0@Kalvionix Engineering@Halden@1.0@SN1234@00000003@5C00";
 const char* const kLinkKey = "4@7@M@F@@/dev/pts/7@00000001@C75E";
 
-TEST(PortIdentifier, BuildsTheKnownKeysRefusesWhatCannotBeAKeyAndParsesThemBack)
+TEST(PortIdentifier, BuildsTheKnownKeysRefusesWhatCannotBeAKeyParsesThemBackAndMatchesWithoutTheNumber)
 {
     CPortIdentifier id;
     ASSERT_EQ(id.Set(4, 7, "M", "F", "", "/dev/pts/7", 1), 0u);
@@ -169,26 +158,21 @@ TEST(PortIdentifier, BuildsTheKnownKeysRefusesWhatCannotBeAKeyAndParsesThemBack)
     CPortIdentifier again;
     ASSERT_EQ(again.Set(type, abs, m, f, r, sn, channel), 0u);
     EXPECT_EQ(again.GetKeyString(), kHaldenKey);
+
+    // A match ignores the absolute number, not the channel, type or unit.
+    ASSERT_EQ(id.Set(2, 0, "M", "F", "R", "S", 3), 0u);
+    ASSERT_EQ(again.Set(2, 5, "M", "F", "R", "S", 3), 0u);
+    EXPECT_TRUE(id.CheckMatch(again));
+    EXPECT_TRUE(id.CheckMatch(again.GetKeyString()));
+    ASSERT_EQ(again.Set(2, 0, "M", "F", "R", "S", 4), 0u);
+    EXPECT_FALSE(id.CheckMatch(again)) << "another channel";
+    ASSERT_EQ(again.Set(3, 0, "M", "F", "R", "S", 3), 0u);
+    EXPECT_FALSE(id.CheckMatch(again)) << "another port type";
+    ASSERT_EQ(again.Set(2, 0, "M", "F", "R", "S2", 3), 0u);
+    EXPECT_FALSE(id.CheckMatch(again)) << "another unit";
+    EXPECT_FALSE(id.CheckMatch(CKVX_String("garbage")));
 }
 
-TEST(PortIdentifierMatch, IgnoresAbsoluteNumberButNotChannelOrIdentity)
-{
-    CPortIdentifier a, b;
-    ASSERT_EQ(a.Set(2, 0, "M", "F", "R", "S", 3), 0u);
-    ASSERT_EQ(b.Set(2, 5, "M", "F", "R", "S", 3), 0u);
-    EXPECT_TRUE(a.CheckMatch(b));
-    EXPECT_TRUE(a.CheckMatch(b.GetKeyString()));
-    ASSERT_EQ(b.Set(2, 0, "M", "F", "R", "S", 4), 0u);
-    EXPECT_FALSE(a.CheckMatch(b)) << "another channel";
-    ASSERT_EQ(b.Set(3, 0, "M", "F", "R", "S", 3), 0u);
-    EXPECT_FALSE(a.CheckMatch(b)) << "another port type";
-    ASSERT_EQ(b.Set(2, 0, "M", "F", "R", "S2", 3), 0u);
-    EXPECT_FALSE(a.CheckMatch(b)) << "another unit";
-    EXPECT_FALSE(a.CheckMatch(CKVX_String("garbage")));
-}
-
-// Finding a port by its key after the units came in another order, through
-// real unit drivers: units/posix/units_probe_keys_test (UnitKeys).
 TEST(PortIdentifierManager, AGoneUnitIsNotFoundAndAUnitWithoutSerialNumberIsKnownByItsLink)
 {
     TestDevice device{20, 2, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};

@@ -89,7 +89,7 @@ protected:
 using Devices = ::testing::Types<TestHoeDevice, OfKind<CKVX_HdwHoeFtdiUartBridgedDevice>>;
 TYPED_TEST_SUITE(HoeDeviceTest, Devices);
 
-TYPED_TEST(HoeDeviceTest, DetectGivesIdentityAndConnectUsesAPoolPort)
+TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndOnlyThisSessionsEventDataIsRead)
 {
     auto* inst = this->device.GetHoeInstance(0);
     ASSERT_NE(inst, nullptr);
@@ -113,12 +113,9 @@ TYPED_TEST(HoeDeviceTest, DetectGivesIdentityAndConnectUsesAPoolPort)
     // A second open of an open unit succeeds without a new session.
     EXPECT_EQ(this->device.Open(0), 0u);
     EXPECT_EQ(this->peer.Snapshot().Connects, 1u);
-}
 
-// Bad CRC, length or code: hoe_packet_test.cpp; here the words only the session knows.
-TYPED_TEST(HoeDeviceTest, OnlyThisSessionsEventDataReachesLinkReadInOrderSplitByMaxBytes)
-{
-    this->Connect();
+    // Only this session's event data reaches LinkRead, in order, split by the
+    // reader's size (bad CRC, length or code: hoe_packet_test.cpp).
     EXPECT_EQ(this->Waiting(), 0u);
     EXPECT_TRUE(this->Read(16).empty()); // empty list: 0 with nothing read
     EXPECT_EQ(this->device.LinkWrite(5u, nullptr, 0), 2u); // no such instance
