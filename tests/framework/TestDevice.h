@@ -1,14 +1,12 @@
 #pragma once
-// A device, port and service written for the framework tests: the object
-// model is abstract, so these play a unit driver's part and record what the
-// framework asks of them, in order.
+// A device, port and service that play a unit driver's part for the framework
+// tests and record what the framework asks of them, in order.
 
 #include <HdwLib/HdwLib.h>
 
 #include "support/Wait.h"
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>

@@ -1,8 +1,6 @@
 #pragma once
-// A small HOE unit for the tests, on a UDP socket of 127.0.0.1: answers
-// Detect, Connect and Disconnect, records the host's sessions and
-// keep-alives, sends event data on request and keep-alives every 250 ms
-// unless told to be silent.
+// A small HOE unit on 127.0.0.1: answers Detect, Connect and Disconnect, records
+// what the host did, sends event data on request and keep-alives while connected.
 
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/links/HdwUdpSocket.h>
@@ -11,7 +9,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>

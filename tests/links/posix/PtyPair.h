@@ -2,7 +2,6 @@
 // A pseudo-terminal pair for the serial tests: the library opens the slave by
 // its name, the test plays the other end on the master.
 
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <fcntl.h>
