@@ -35,11 +35,10 @@ public:
     unsigned short Port() const { return m_Socket.GetLocalPort(); }
     std::string Link() const { return "udp:127.0.0.1:" + std::to_string(Port()); }
 
-    // Behaviour switches.
     std::atomic<bool> AnswerDetect{true};
     std::atomic<uint32_t> SessionToGrant{0x5E55};
 
-    // What the host did, read under Lock().
+    // What the host did.
     struct Seen {
         unsigned Detects = 0, Connects = 0, Disconnects = 0;
         uint32_t ClientId = 0, Tag = 0, Session = 0;
@@ -57,7 +56,7 @@ public:
         return m_Seen;
     }
 
-    // A valid event-data packet for the current session; `edit` may spoil it.
+    // A valid event-data packet for the current session.
     Packet EventData(const std::vector<unsigned char>& payload, uint32_t number = 0)
     {
         const Seen s = Snapshot();

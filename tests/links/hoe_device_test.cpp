@@ -173,13 +173,11 @@ TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectReleasesThePortAndReop
 
 TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
 {
-    // Hold the port the pool would hand out next.
+    // Hold the port the pool would hand out next: after a whole lap the cursor is back on it.
     unsigned short next = 0;
     ASSERT_EQ(this->manager.GetSysEthPort(next), 0u);
     this->manager.ReleaseSysEthPort(next);
-    // The cursor moved past it; walk the pool once so that it comes round again.
     this->Release(this->TakePool());
-    // After a whole lap the cursor is back where it was: `next` comes next again.
     CKVX_HdwUdpSocket blocker;
     if (blocker.Open(next) != 0)
         GTEST_SKIP() << "pool port " << next << " is in use on this machine";

@@ -53,8 +53,7 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
     EXPECT_EQ(device.UartWrite(3, hello, 3), 2u);
 
-    // The byte services are shared with the PC serial port and tested there
-    // (posix/std_uart_test.cpp); here only that the datagram line feeds them.
+    // The byte services (posix/std_uart_test.cpp) fed by the datagram line.
     ASSERT_EQ(manager.Run(), 0u);
     CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
     ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(port), nullptr);
@@ -82,8 +81,7 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(std::string(reinterpret_cast<char*>(five), n), "abc");
     ASSERT_EQ(port->Close(), 0u);
 
-    // The device's own calls: the unit answers; the tick queues it; reads
-    // split it as asked.
+    // The device's own calls; reads split what the unit sent as asked.
     ASSERT_EQ(device.Open(0), 0u);
     ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
     EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");

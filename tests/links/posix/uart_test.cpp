@@ -186,10 +186,8 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     EXPECT_TRUE(uart.IsOpen());
     // With no time at all it times out just the same.
     EXPECT_EQ(uart.Write(const_cast<uint8_t*>(big.data()), unsigned(big.size()), 0), 23u);
-    // A pseudo-terminal moves bytes to the other side at once, so what went
-    // out before the time-out stays there; nothing of the rest may follow.
-    // A marker written afterwards must come right after a prefix of the
-    // timed-out data.
+    // What went out before the time-out stays on the other side; a marker written
+    // afterwards must come right after a prefix of the timed-out data.
     unsigned markerRc = 99;
     std::thread writer([&] {
         unsigned char marker[] = {0xEE, 0xFF, 0xEE};
