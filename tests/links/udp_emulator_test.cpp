@@ -11,36 +11,24 @@ namespace {
 
 const CKVX_IpAddress kLoopback(127, 0, 0, 1);
 
-class UdpEmulatorTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(unit.Open(0, kLoopback), 0u);
-        ASSERT_EQ(manager.AttachDevice(&device), 0u);
-    }
-    void TearDown() override { manager.Stop(); }
-    CKVX_String UnitLink() const
-    {
-        CKVX_String s;
-        s.Format("udp:127.0.0.1:%u", unsigned(unit.GetLocalPort()));
-        return s;
-    }
-    std::string ReceiveAtUnit(CKVX_IpAddress& from, unsigned short& fromPort)
-    {
-        char buf[256];
-        unsigned got = 0;
-        EXPECT_EQ(unit.ReceiveFrom(buf, sizeof buf, got, from, fromPort, 10000), 0u);
-        return std::string(buf, got);
-    }
-
+TEST(UdpEmulator, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
+{
     CKVX_HdwUdpSocket unit; // the serial unit's end of the byte stream
+    ASSERT_EQ(unit.Open(0, kLoopback), 0u);
     CKVX_HdwUdpEmulatorDevice device; // outlives the manager, which does not own it
     CKVX_HdwManager manager;
-};
-
-TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
-{
-    CKVX_HdwManager::CInitPortDesc links[] = {{101, UnitLink()}, {101, "udp:127.0.0.1:99999"}, {101, "COM3"}};
+    ASSERT_EQ(manager.AttachDevice(&device), 0u);
+    CKVX_IpAddress from;
+    unsigned short hostPort = 0;
+    const auto receiveAtUnit = [&] {
+        char buf[256];
+        unsigned got = 0;
+        EXPECT_EQ(unit.ReceiveFrom(buf, sizeof buf, got, from, hostPort, 10000), 0u);
+        return std::string(buf, got);
+    };
+    CKVX_String link;
+    link.Format("udp:127.0.0.1:%u", unsigned(unit.GetLocalPort()));
+    CKVX_HdwManager::CInitPortDesc links[] = {{101, link}, {101, "udp:127.0.0.1:99999"}, {101, "COM3"}};
     ASSERT_EQ(manager.Enumerate(links, 3, CKVX_HdwManager::EnumerateNoScan), 0u);
     EXPECT_EQ(links[0].Result, 0u);
     EXPECT_EQ(links[1].Result, 2u);
@@ -69,9 +57,7 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     // Queued bytes leave with the next tick, as one datagram.
     unsigned char five[] = {'h', 'e', 'l', 'l', 'o'};
     ASSERT_EQ(out->Write(five, sizeof five, 0), 0u);
-    CKVX_IpAddress from;
-    unsigned short hostPort = 0;
-    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hello");
+    EXPECT_EQ(receiveAtUnit(), "hello");
     // Datagrams from anyone but the unit are not part of its stream.
     CKVX_HdwUdpSocket stranger;
     ASSERT_EQ(stranger.Open(0, kLoopback), 0u);
@@ -84,7 +70,7 @@ TEST_F(UdpEmulatorTest, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     // The device's own calls; reads split what the unit sent as asked.
     ASSERT_EQ(device.Open(0), 0u);
     ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
-    EXPECT_EQ(ReceiveAtUnit(from, hostPort), "hi!");
+    EXPECT_EQ(receiveAtUnit(), "hi!");
     ASSERT_EQ(unit.SendTo("abc", 3, from, hostPort), 0u);
     ASSERT_EQ(unit.SendTo("defgh", 5, from, hostPort), 0u);
     ASSERT_TRUE(WaitUntil([&] { return device.UartGetReadBufferBytes(0, n) == 0 && n == 8; }));
