@@ -1,6 +1,6 @@
 #pragma once
-// A device, port and service that play a unit driver's part for the framework
-// tests and record what the framework asks of them, in order.
+// A device, port and service that act as a unit driver for the framework tests
+// and record what the framework asks of them, in order.
 
 #include <HdwLib/HdwLib.h>
 
