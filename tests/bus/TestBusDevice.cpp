@@ -2,57 +2,6 @@
 
 namespace bustest {
 
-unsigned CTestArinc429InService::ProcessEvent(CKVX_HdwEvent* event)
-{
-    auto* e = static_cast<CTestEvent*>(event);
-    if (e->GetEventCode() == EventArinc429Rx) {
-        AppendReceived(e->Word, e->Time);
-    } else if (e->GetEventCode() == EventFailure) {
-        SetStatus(HDW_SERVICE_FAILED);
-    }
-    return 0;
-}
-
-unsigned CTestArinc429InLbloService::ProcessEvent(CKVX_HdwEvent* event)
-{
-    auto* e = static_cast<CTestEvent*>(event);
-    if (e->GetEventCode() == EventArinc429Rx && GetStatus() == HDW_SERVICE_RUNNING)
-        StoreReceived(e->Word, e->Time);
-    else if (e->GetEventCode() == EventFailure)
-        SetStatus(HDW_SERVICE_FAILED);
-    return 0;
-}
-
-unsigned CTestCanInService::ProcessEvent(CKVX_HdwEvent* event)
-{
-    auto* e = static_cast<CTestEvent*>(event);
-    if (e->GetEventCode() == EventCanRx)
-        AppendReceived(e->Frame, e->Time);
-    else if (e->GetEventCode() == EventFailure)
-        SetStatus(HDW_SERVICE_FAILED);
-    return 0;
-}
-
-unsigned CTestDiscreteInService::ProcessEvent(CKVX_HdwEvent* event)
-{
-    auto* e = static_cast<CTestEvent*>(event);
-    if (e->GetEventCode() == EventDiscrete)
-        UpdateState(e->State, e->Changed, e->Sequence, e->Time, e->IsChange);
-    else if (e->GetEventCode() == EventFailure)
-        SetStatus(HDW_SERVICE_FAILED);
-    return 0;
-}
-
-unsigned CTestDiscreteOutService::ProcessEvent(CKVX_HdwEvent* event)
-{
-    auto* e = static_cast<CTestEvent*>(event);
-    if (e->GetEventCode() == EventDiscrete)
-        UpdateDriven(e->State, e->Changed, e->Sequence, e->Time);
-    else if (e->GetEventCode() == EventFailure)
-        SetStatus(HDW_SERVICE_FAILED);
-    return 0;
-}
-
 unsigned CTestSignalService::ProcessEvent(CKVX_HdwEvent* event)
 {
     auto* e = static_cast<CTestEvent*>(event);

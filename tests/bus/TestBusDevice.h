@@ -43,11 +43,71 @@ public:
     bool IsChange = true;
 };
 
-// Receive path and reads of a unit driver, on top of the generic service.
-class CTestArinc429InService : public CKVX_HdwArinc429InBufferService {
+// A generic service with the receive path a unit driver gives it: Take
+// stores what an event of code Code carries; a failure fails the service.
+template <class Base, unsigned Code>
+class CDriven : public Base {
 public:
-    using CKVX_HdwArinc429InBufferService::CKVX_HdwArinc429InBufferService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    using Base::Base;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    {
+        auto* e = static_cast<CTestEvent*>(event);
+        if (e->GetEventCode() == Code)
+            Take(*e);
+        else if (e->GetEventCode() == EventFailure)
+            this->SetStatus(HDW_SERVICE_FAILED);
+        return 0;
+    }
+    void Take(const CTestEvent& e);
+};
+
+template <>
+inline void CDriven<CKVX_HdwArinc429InBufferService, EventArinc429Rx>::Take(const CTestEvent& e)
+{
+    AppendReceived(e.Word, e.Time);
+}
+
+template <>
+inline void CDriven<CKVX_HdwArinc429InLbloService, EventArinc429Rx>::Take(const CTestEvent& e)
+{
+    if (GetStatus() == HDW_SERVICE_RUNNING)
+        StoreReceived(e.Word, e.Time);
+}
+
+template <>
+inline void CDriven<CKVX_HdwCanInBufferService, EventCanRx>::Take(const CTestEvent& e)
+{
+    AppendReceived(e.Frame, e.Time);
+}
+
+template <>
+inline void CDriven<CKVX_HdwDiscreteInService, EventDiscrete>::Take(const CTestEvent& e)
+{
+    UpdateState(e.State, e.Changed, e.Sequence, e.Time, e.IsChange);
+}
+
+template <>
+inline void CDriven<CKVX_HdwDiscreteOutService, EventDiscrete>::Take(const CTestEvent& e)
+{
+    UpdateDriven(e.State, e.Changed, e.Sequence, e.Time);
+}
+
+template <>
+inline void CDriven<CKVX_HdwArinc429ByteInBufferService, EventArinc429Rx>::Take(const CTestEvent& e)
+{
+    AppendWord(e.Word, e.Time);
+}
+
+template <>
+inline void CDriven<CKVX_HdwCanByteInBufferService, EventCanRx>::Take(const CTestEvent& e)
+{
+    AppendFrame(e.Frame, e.Time);
+}
+
+// The reads a unit driver gives the buffered inputs.
+class CTestArinc429InService : public CDriven<CKVX_HdwArinc429InBufferService, EventArinc429Rx> {
+public:
+    using CDriven::CDriven;
     unsigned Read(CKVX_HdwArinc429Message* messages, unsigned maxCount, unsigned& readCount) override
     {
         return ReadMessages(messages, maxCount, readCount);
@@ -57,35 +117,20 @@ public:
     unsigned char Filter(CKVX_HdwArinc429Message& m) { return ApplyFilter(m, LabelFilter); }
 };
 
-class CTestCanInService : public CKVX_HdwCanInBufferService {
+class CTestCanInService : public CDriven<CKVX_HdwCanInBufferService, EventCanRx> {
 public:
-    using CKVX_HdwCanInBufferService::CKVX_HdwCanInBufferService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    using CDriven::CDriven;
     unsigned Read(CKVX_HdwCanMessage* messages, unsigned maxCount, unsigned& readCount) override
     {
         return ReadMessages(messages, maxCount, readCount);
     }
 };
 
-// Receive path of a unit driver over the generic label-oriented input.
-class CTestArinc429InLbloService : public CKVX_HdwArinc429InLbloService {
-public:
-    using CKVX_HdwArinc429InLbloService::CKVX_HdwArinc429InLbloService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
-
-// Receive paths of a unit driver over the generic discrete services.
-class CTestDiscreteInService : public CKVX_HdwDiscreteInService {
-public:
-    using CKVX_HdwDiscreteInService::CKVX_HdwDiscreteInService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
-
-class CTestDiscreteOutService : public CKVX_HdwDiscreteOutService {
-public:
-    using CKVX_HdwDiscreteOutService::CKVX_HdwDiscreteOutService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
+using CTestArinc429InLbloService = CDriven<CKVX_HdwArinc429InLbloService, EventArinc429Rx>;
+using CTestDiscreteInService = CDriven<CKVX_HdwDiscreteInService, EventDiscrete>;
+using CTestDiscreteOutService = CDriven<CKVX_HdwDiscreteOutService, EventDiscrete>;
+using CTestArinc429ByteInService = CDriven<CKVX_HdwArinc429ByteInBufferService, EventArinc429Rx>;
+using CTestCanByteInService = CDriven<CKVX_HdwCanByteInBufferService, EventCanRx>;
 
 // Posts what the unit reports on the channel, as a driver does.
 class CTestSignalService : public CKVX_HdwSignalService {

@@ -1,11 +1,6 @@
-// The generic label-oriented ARINC 429 services: the input keeps the latest
-// word per label and SDI, the output keeps the label controls and data that
-// a driver turns into unit commands. What the units make of them end to end
-// (latest word and count per label and SDI, the changed marks cleared by a
-// read, the unit's label table, labels sent at their periods, DisableTx /
-// EnableTx / ResetTx) is checked in tests/units/posix/lblo_end_to_end_test.cpp;
-// here the result codes and the bookkeeping rules those tests do not reach.
-
+// The generic label-oriented ARINC 429 services: result codes and the
+// bookkeeping rules of the latest word per label and SDI, and of the label
+// controls a driver turns into unit commands.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>

@@ -84,7 +84,7 @@ struct PortScript {
     const char* name;
     CKVX_HdwPort* (*port)(CBusRig&);
     unsigned portType;
-    unsigned admitted; // a type the port takes while closed without that service
+    unsigned admitted; // a type the port takes while closed
     unsigned finalCount;
     std::vector<Step> steps;
 };
@@ -135,6 +135,22 @@ const PortScript kScripts[] = {
         {{11}, 26},
         {{10}, 10},  // and the other way round
     }},
+    {"discrete in", [](CBusRig& r) -> CKVX_HdwPort* { return r.DiscreteIn(); }, 6, 17, 2, {
+        {{1, 17}, 0},
+        {{18}, 10},
+    }},
+    {"discrete out", [](CBusRig& r) -> CKVX_HdwPort* { return r.DiscreteOut(); }, 7, 18, 2, {
+        {{1, 18}, 0},
+    }},
+    {"I2C", [](CBusRig& r) -> CKVX_HdwPort* { return r.I2c(); }, 8, 16, 1, {
+        {{1, 14}, 10},
+        {{16}, 0},
+        {{16}, 26},
+    }},
+    {"SPI", [](CBusRig& r) -> CKVX_HdwPort* { return r.Spi(); }, 9, 14, 1, {
+        {{16}, 10},
+        {{14}, 0},
+    }},
 };
 // clang-format on
 
@@ -160,11 +176,12 @@ TEST_F(BusPorts, EachPortAdmitsItsServicesAndExcludesTheRest)
 
 TEST_F(BusPorts, BaseRulesComeBeforeEachPortsOwnTable)
 {
-    // An open port, or any port of a stopped manager, takes no service change.
+    // An open port, or any port of a stopped manager, takes no service change:
+    // 10 where the port's own table would answer 26 for a second service.
     for (const PortScript& script : kScripts) {
         CKVX_HdwPort* port = script.port(rig);
         CKVX_HdwService* s = nullptr;
-        ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u) << script.name;
+        ASSERT_EQ(port->EnableService(script.admitted, &s, nullptr), 0u) << script.name;
         ASSERT_EQ(port->Open(nullptr), 0u) << script.name;
         EXPECT_EQ(port->EnableService(script.admitted, &s, nullptr), 10u) << script.name;
         ASSERT_EQ(port->Close(), 0u);

@@ -1,7 +1,6 @@
 // Command records of the command-protocol units, byte for byte, and the
 // conversions of bit rates into divider settings. The expected bytes are
-// written out from the record tables (the 100-word split of SRAM writes is
-// checked end to end in posix/mil1553_end_to_end_test).
+// written out from the record tables.
 
 #include "UnitTestSupport.h"
 
@@ -15,6 +14,11 @@ using Bytes = std::vector<uint8_t>;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
+
+const Base::CUnitProfile& TravinProfile()
+{
+    return *CKVX_HdwKvxUnitProfile::Of(5);
+}
 
 // ---- rate conversions ----------------------------------------------------------------
 
@@ -108,6 +112,7 @@ struct RecordCase {
     const char* What;
     std::function<void(TestUnit&, Base::CDeviceInstance*)> Attach;
     std::vector<Bytes> Records;
+    Base::CUnitProfile Profile = FullProfile();
 };
 
 std::vector<RecordCase> RecordCases()
@@ -221,6 +226,30 @@ std::vector<RecordCase> RecordCases()
                 {0x07, 0x81, 0x02, 0x00, 0x01, 0x7B, 0x80}, {0x07, 0x82, 0x03, 0x00, 0x00, 0x08, 0x00},
                 {0x07, 0x82, 0x04, 0x00, 0x00, 0x00, 0x02}, {0x07, 0x82, 0x05, 0x00, 0x00, 0x00, 0x08},
                 {0x07, 0x82, 0x06, 0x00, 0x00, 0x00, 0x00}}},
+        // The discrete bank records of the Travin.
+        {"discrete banks",
+            [](TestUnit& d, auto*) {
+                CKVX_HdwDiscreteInPort::CParameters in;
+                in.DebounceUs = 1230;
+                in.InvertMask = 0x81;
+                in.ChangeMask = 0xFFFF00F0; // lines beyond the bank are not sent
+                EXPECT_EQ(d.AttachDiscreteInConfigCommand(0, 2, in, true), 0u);
+                CKVX_HdwDiscreteOutPort::CParameters out;
+                out.InvertMask = 0x0F;
+                out.InitialState = 0xA5;
+                EXPECT_EQ(d.AttachDiscreteOutConfigCommand(0, 3, out, false), 0u);
+                EXPECT_EQ(d.AttachDiscreteOutWriteCommand(0, 1, Base::DiscreteWrite, 0xFF, 0x3C), 0u);
+                EXPECT_EQ(d.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteToggle, 0x80, 0x11), 0u); // no value
+                EXPECT_EQ(d.AttachDiscreteOutPulseCommand(0, 2, 0x02, 10000000), 0u);
+                EXPECT_EQ(d.AttachDiscreteReadCommand(0, 0x09, 0x02), 0u);
+            },
+            {{0x0F, 0xA6, 0x00, 0x00, 0x01, 0x81, 0x00, 0x00, 0x00, 0xF0, 0x00, 0x00, 0x00, 0x7B, 0x00},
+                {0x0D, 0xAB, 0x01, 0x00, 0x00, 0x0F, 0x00, 0x00, 0x00, 0xA5, 0x00, 0x00, 0x00},
+                {0x0E, 0xAC, 0x02, 0x00, 0x01, 0x00, 0xFF, 0x00, 0x00, 0x00, 0x3C, 0x00, 0x00, 0x00},
+                {0x0E, 0xAC, 0x03, 0x00, 0x00, 0x03, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
+                {0x0D, 0xAD, 0x04, 0x00, 0x02, 0x02, 0x00, 0x00, 0x00, 0x80, 0x96, 0x98, 0x00},
+                {0x07, 0xAE, 0x05, 0x00, 0x09, 0x02, 0x00}},
+            TravinProfile()},
     };
 }
 
@@ -228,7 +257,7 @@ TEST(CommandRecords, EachRecordByteForByte)
 {
     for (const RecordCase& c : RecordCases()) {
         SCOPED_TRACE(c.What);
-        TestUnit dev;
+        TestUnit dev(c.Profile);
         dev.AddInstance();
         c.Attach(dev, dev.Inst());
         EXPECT_EQ(QueuedRecords(dev.Inst()), c.Records);
@@ -257,35 +286,60 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
-    // A record longer than 255 bytes (4 + 252 parameter bytes) cannot be framed.
-    const std::vector<uint8_t> params(252);
-    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
-    EXPECT_EQ(dev.AttachCommand(1u, 9, params.data(), 1), 2u); // no such unit
+    const uint8_t param = 0;
+    EXPECT_EQ(dev.AttachCommand(1u, 9, &param, 1), 2u); // no such unit
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
     ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 0u);
-    EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00);
-    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 251), 0u); // 255 bytes
-    EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
+    EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00) << "the refusals took no number";
 }
 
+// Only the commands of the unit's profile are taken: channels alone do not
+// make them. The Travin refuses the other units' channel commands.
 TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
 {
-    // Every channel kind present, but only the CAN and session commands taken.
     Base::CUnitProfile p = FullProfile();
     p.Commands = Base::CmdSession | Base::CmdStatusRequest | Base::CmdCanConfig | Base::CmdCanPush;
+    p.DiscreteInBanks = 4;
+    p.DiscreteOutBanks = 4;
     TestUnit dev(p);
     dev.AddInstance();
     CKVX_HdwArinc429Message word;
+    CKVX_HdwDiscreteInPort::CParameters in;
     EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
     EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
     EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
+    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
+    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 1, 0), 2u);
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
-
-    // The same builder on the commands it does take.
     CKVX_HdwCanMessage frame;
     EXPECT_EQ(dev.AttachCanPushCommand(0, 1, &frame, 1), 0u);
     EXPECT_EQ(dev.AttachCanConfigCommand(0, 0), 0u);
     EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
+
+    TestUnit travin(TravinProfile());
+    travin.AddInstance();
+    EXPECT_EQ(travin.AttachCanConfigCommand(0, 0), 2u);
+    EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
+}
+
+// Discrete settings a record cannot carry, banks that are not there.
+TEST(CommandRecords, DiscreteRefusalsAttachNothing)
+{
+    TestUnit dev(TravinProfile());
+    dev.AddInstance();
+    CKVX_HdwDiscreteInPort::CParameters in;
+    CKVX_HdwDiscreteOutPort::CParameters out;
+    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 4, in, true), 2u); // banks 0..3
+    in.DebounceUs = 15;
+    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
+    out.InitialState = 0x100;
+    EXPECT_EQ(dev.AttachDiscreteOutConfigCommand(0, 0, out, true), 2u);
+    EXPECT_EQ(dev.AttachDiscreteOutWriteCommand(0, 0, 4, 0x01, 0), 2u); // operation 4
+    EXPECT_EQ(dev.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteWrite, 0xFF, 0x100), 2u);
+    EXPECT_EQ(dev.AttachDiscreteOutPulseCommand(0, 0, 0x01, 9), 2u);
+    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 0, 0), 2u); // no bank asked
+    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 0x10, 0), 2u); // bank 4
+    EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
 }
 
 } // namespace
