@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 namespace bustest {
@@ -43,66 +44,37 @@ public:
     bool IsChange = true;
 };
 
-// A generic service with the receive path a unit driver gives it: Take
-// stores what an event of code Code carries; a failure fails the service.
+// A generic service with the receive path a unit driver gives it: an event
+// of code Code is stored, a failure fails the service.
 template <class Base, unsigned Code>
 class CDriven : public Base {
 public:
     using Base::Base;
     unsigned ProcessEvent(CKVX_HdwEvent* event) override
     {
-        auto* e = static_cast<CTestEvent*>(event);
-        if (e->GetEventCode() == Code)
-            Take(*e);
-        else if (e->GetEventCode() == EventFailure)
+        const CTestEvent& e = *static_cast<CTestEvent*>(event);
+        if (e.GetEventCode() == EventFailure)
             this->SetStatus(HDW_SERVICE_FAILED);
+        if (e.GetEventCode() != Code)
+            return 0;
+        if constexpr (std::is_same_v<Base, CKVX_HdwArinc429InBufferService>)
+            this->AppendReceived(e.Word, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwCanInBufferService>)
+            this->AppendReceived(e.Frame, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwArinc429InLbloService>) {
+            if (this->GetStatus() == HDW_SERVICE_RUNNING)
+                this->StoreReceived(e.Word, e.Time);
+        } else if constexpr (std::is_same_v<Base, CKVX_HdwDiscreteInService>)
+            this->UpdateState(e.State, e.Changed, e.Sequence, e.Time, e.IsChange);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwDiscreteOutService>)
+            this->UpdateDriven(e.State, e.Changed, e.Sequence, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwArinc429ByteInBufferService>)
+            this->AppendWord(e.Word, e.Time);
+        else
+            this->AppendFrame(e.Frame, e.Time);
         return 0;
     }
-    void Take(const CTestEvent& e);
 };
-
-template <>
-inline void CDriven<CKVX_HdwArinc429InBufferService, EventArinc429Rx>::Take(const CTestEvent& e)
-{
-    AppendReceived(e.Word, e.Time);
-}
-
-template <>
-inline void CDriven<CKVX_HdwArinc429InLbloService, EventArinc429Rx>::Take(const CTestEvent& e)
-{
-    if (GetStatus() == HDW_SERVICE_RUNNING)
-        StoreReceived(e.Word, e.Time);
-}
-
-template <>
-inline void CDriven<CKVX_HdwCanInBufferService, EventCanRx>::Take(const CTestEvent& e)
-{
-    AppendReceived(e.Frame, e.Time);
-}
-
-template <>
-inline void CDriven<CKVX_HdwDiscreteInService, EventDiscrete>::Take(const CTestEvent& e)
-{
-    UpdateState(e.State, e.Changed, e.Sequence, e.Time, e.IsChange);
-}
-
-template <>
-inline void CDriven<CKVX_HdwDiscreteOutService, EventDiscrete>::Take(const CTestEvent& e)
-{
-    UpdateDriven(e.State, e.Changed, e.Sequence, e.Time);
-}
-
-template <>
-inline void CDriven<CKVX_HdwArinc429ByteInBufferService, EventArinc429Rx>::Take(const CTestEvent& e)
-{
-    AppendWord(e.Word, e.Time);
-}
-
-template <>
-inline void CDriven<CKVX_HdwCanByteInBufferService, EventCanRx>::Take(const CTestEvent& e)
-{
-    AppendFrame(e.Frame, e.Time);
-}
 
 // The reads a unit driver gives the buffered inputs.
 class CTestArinc429InService : public CDriven<CKVX_HdwArinc429InBufferService, EventArinc429Rx> {

@@ -136,11 +136,11 @@ TEST_F(Generator, ARedefinitionShowsAtTheNextTransmissionAndADisabledLabelStaysD
     EXPECT_EQ(At(2 * kSecond + 105000).size(), 1u);
 }
 
-TEST_F(Generator, DisablePausesEveryLabelAndEnableResumesWithoutCatchingUp)
+TEST_F(Generator, DisablePausesAndDropsTheBacklogEnableResumesWithoutCatchingUpResetForgetsTheLabels)
 {
-    Def d(0x60, 10.0);
-    d.Pattern = Gen::PatternCounter;
-    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
+    Def defs[2] = {Def(0x60, 10.0), Constant(2, 100.0, 2)};
+    defs[0].Pattern = Gen::PatternCounter;
+    ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
     EXPECT_EQ(Data(Run(0, 250000, 1000), 0x60), (std::vector<uint32_t>{0, 1, 2}));
     ASSERT_EQ(gen.Disable(), 0u);
     EXPECT_FALSE(gen.IsEnabled());
@@ -148,27 +148,23 @@ TEST_F(Generator, DisablePausesEveryLabelAndEnableResumesWithoutCatchingUp)
     ASSERT_EQ(gen.Enable(), 0u);
     // At once on the next tick, the counter where it stopped, then every 0.1 s.
     EXPECT_EQ(Data(At(5 * kSecond + 1000), 0x60), (std::vector<uint32_t>{3}));
-    EXPECT_TRUE(At(5 * kSecond + 100999).empty());
+    EXPECT_TRUE(Data(At(5 * kSecond + 100999), 0x60).empty());
     EXPECT_EQ(Data(At(5 * kSecond + 101000), 0x60), (std::vector<uint32_t>{4}));
-}
 
-TEST_F(Generator, DisableDropsTheBacklogAndResetForgetsTheLabels)
-{
-    Def defs[2] = {Constant(1, 100.0, 1), Constant(2, 100.0, 2)};
-    ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
-    gen.Generate(0);
-    gen.Generate(50000);
-    ASSERT_EQ(gen.GetPendingCount(), 12u);
+    // Words waiting in the backlog are dropped, and only what left it counts.
+    const uint64_t generated = gen.GetGeneratedCount();
+    gen.Generate(5 * kSecond + 151000); // label 2: 5 words since the last tick
+    ASSERT_EQ(gen.GetPendingCount(), 5u);
     CKVX_HdwArinc429Message w[2];
     ASSERT_EQ(gen.TakeWords(w, 2), 2u);
     ASSERT_EQ(gen.Disable(), 0u);
     EXPECT_EQ(gen.GetPendingCount(), 0u);
-    EXPECT_EQ(gen.GetGeneratedCount(), 2u); // only what left the backlog
+    EXPECT_EQ(gen.GetGeneratedCount(), generated + 2);
     ASSERT_EQ(gen.Enable(), 0u);
     ASSERT_EQ(gen.Reset(), 0u);
     EXPECT_EQ(gen.GetDefinedLabelsCount(), 0u);
     Def got;
-    EXPECT_EQ(gen.GetLabel(1, got), 4u);
+    EXPECT_EQ(gen.GetLabel(2, got), 4u);
     EXPECT_TRUE(At(10 * kSecond).empty());
     EXPECT_TRUE(gen.IsEnabled()); // Reset leaves the switch as it was
 }
