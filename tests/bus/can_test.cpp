@@ -36,14 +36,6 @@ protected:
         can->GetServiceList() += s;
         return s;
     }
-    void Status(uint64_t time, uint8_t status, uint8_t reg0, uint8_t reg1)
-    {
-        CTestEvent e(EventCanStatus, "CAN0", time);
-        e.Status.Status = status;
-        e.Status.ErrReg0 = reg0;
-        e.Status.ErrReg1 = reg1;
-        rig.Device->Deliver(HDW_PORT_CAN, e);
-    }
     CBusRig rig;
     CTestCanPort* can = nullptr;
 };
@@ -56,10 +48,10 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     ASSERT_NE(signals, nullptr);
     ASSERT_EQ(can->Open(nullptr), 0u);
 
-    Status(70, 0, 0, 0); // error active, registers unchanged
-    Status(71, 0, 0, 0); // no change, no signal
-    Status(72, 0, 0, 0x11); // registers only
-    Status(73, 2, 0x05, 0x11);
+    rig.ReportCanStatus(70, 0, 0); // error active, registers unchanged
+    rig.ReportCanStatus(71, 0, 0); // no change, no signal
+    rig.ReportCanStatus(72, 0, 0, 0x11); // registers only
+    rig.ReportCanStatus(73, 2, 0x05, 0x11);
     const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
         HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_TRANSCEIVER_ERROR, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
     const uint64_t expectedTimes[] = {70, 72, 73, 73, 73};

@@ -51,12 +51,8 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
             CKVX_HdwCanMessage frame;
             frame.Identifier = i;
             rig.ReceiveFrame(frame, i);
-            if (i % 64 == 0) {
-                CTestEvent st(EventCanStatus, "CAN0", i);
-                st.Status.Status = (i / 64) % 3;
-                st.Status.ErrReg0 = static_cast<uint8_t>(i / 64);
-                rig.Device->Deliver(HDW_PORT_CAN, st);
-            }
+            if (i % 64 == 0)
+                rig.ReportCanStatus(i, uint8_t((i / 64) % 3), static_cast<uint8_t>(i / 64));
         }
     });
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
