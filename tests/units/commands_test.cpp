@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <functional>
+#include <tuple>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
@@ -99,10 +100,7 @@ CLabelCtrl Ctrl(unsigned char label, unsigned short period, unsigned char enable
     unsigned short offset, unsigned short repeat)
 {
     CLabelCtrl c(label, period);
-    c.Enabled = enabled;
-    c.TransmitOnce = once;
-    c.Offset = offset;
-    c.RepeatCount = repeat;
+    std::tie(c.Enabled, c.TransmitOnce, c.Offset, c.RepeatCount) = std::tuple(enabled, once, offset, repeat);
     return c;
 }
 
@@ -124,11 +122,7 @@ std::vector<RecordCase> RecordCases()
             [](TestUnit& d, auto*) {
                 // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1.
                 CKVX_HdwArinc429Message m[2];
-                m[0].Label = 0x31;
-                m[0].Sdi = 2;
-                m[0].Data = 0x12345;
-                m[0].Ssm = 3;
-                m[0].Parity = 1;
+                std::tie(m[0].Label, m[0].Sdi, m[0].Data, m[0].Ssm, m[0].Parity) = std::tuple(0x31, 2, 0x12345, 3, 1);
                 m[1].Label = 0xFF;
                 EXPECT_EQ(d.AttachAtxCtxDataCommand(0, 2, m[0]), 0u);
                 EXPECT_EQ(d.AttachAtxPushCommand(0, 1, m, 2), 0u);
@@ -150,24 +144,14 @@ std::vector<RecordCase> RecordCases()
         {"ARINC 429 transmit configuration",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CArinc429TxCtrlStatus& c = inst->AtxCtrl[1];
-                c.Enabled = 1;
-                c.Option1 = 1;
-                c.Option5 = 0;
-                c.Option6 = 1;
-                c.Setting7 = 0x5A;
-                c.Settings12[0] = 1;
-                c.Settings12[1] = 2;
-                c.Settings12[2] = 3;
-                c.Option15 = 1;
+                std::tie(c.Enabled, c.Option1, c.Option5, c.Option6, c.Setting7, c.Option15) =
+                    std::tuple(1, 1, 0, 1, 0x5A, 1);
+                std::tie(c.Settings12[0], c.Settings12[1], c.Settings12[2]) = std::tuple(1, 2, 3);
                 CKVX_HdwArinc429TxPort::CParameters p;
-                p.BaudRate = 100000;
-                p.Parity = 1;
-                p.WordIntergap = 319;
+                std::tie(p.BaudRate, p.Parity, p.WordIntergap) = std::tuple(100000, 1, 319);
                 EXPECT_EQ(d.AttachAtxConfigCommand(0, 1, p), 0u);
                 // Channel 0 as it is by default, low speed, parity mode 2.
-                p.BaudRate = 12500;
-                p.Parity = 2;
-                p.WordIntergap = 1;
+                std::tie(p.BaudRate, p.Parity, p.WordIntergap) = std::tuple(12500, 2, 1);
                 EXPECT_EQ(d.AttachAtxConfigCommand(0, 0, p), 0u);
             },
             // flags 0x4F: enabled, option 1, high speed, parity 1 in bits 4..3, option 6.
@@ -177,18 +161,11 @@ std::vector<RecordCase> RecordCases()
         {"UART configuration",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CUartCtrlStatus& c = inst->UartCtrl[1];
-                c.Enabled = 1;
-                c.Option5 = 1;
-                c.Setting8 = 0x77;
+                std::tie(c.Enabled, c.Option5, c.Setting8) = std::tuple(1, 1, 0x77);
                 CKVX_HdwUartPort::CParameters p;
-                p.BaudRate = 115200;
-                p.Parity = 1;
-                p.StopBits = 2;
+                std::tie(p.BaudRate, p.Parity, p.StopBits) = std::tuple(115200, 1, 2);
                 EXPECT_EQ(d.AttachUartConfigCommand(0, 1, p), 0u);
-                p.BaudRate = 9600;
-                p.Parity = 2;
-                p.StopBits = 0;
-                p.DataBits = 3;
+                std::tie(p.BaudRate, p.Parity, p.StopBits, p.DataBits) = std::tuple(9600, 2, 0, 3);
                 EXPECT_EQ(d.AttachUartConfigCommand(0, 0, p), 0u);
             },
             {{0x09, 0xA3, 0x00, 0x00, 0x2F, 0x03, 0x0F, 0x00, 0x77},
@@ -196,16 +173,12 @@ std::vector<RecordCase> RecordCases()
         {"CAN configuration from the channel record",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CCanCtrlStatus& c = inst->CanCtrl[1];
-                c.Enabled = 1;
-                c.ModeFlagA = 0;
-                c.ModeFlagB = 1;
+                std::tie(c.Enabled, c.ModeFlagA, c.ModeFlagB, c.PrescalerIndex, c.Segment1, c.Segment2) =
+                    std::tuple(1, 0, 1, 1, 6, 6);
                 for (int i = 0; i < 4; ++i)
                     c.FilterA[i] = uint8_t(0xA0 + i);
                 for (int i = 0; i < 8; ++i)
                     c.FilterB[i] = uint8_t(0xB0 + i);
-                c.PrescalerIndex = 1;
-                c.Segment1 = 6;
-                c.Segment2 = 6;
                 c.FaultState = 0x12345678; // status only, not sent
                 EXPECT_EQ(d.AttachCanConfigCommand(0, 1), 0u);
                 EXPECT_EQ(d.AttachCanConfigCommand(0, 2), 2u);
@@ -230,13 +203,11 @@ std::vector<RecordCase> RecordCases()
         {"discrete banks",
             [](TestUnit& d, auto*) {
                 CKVX_HdwDiscreteInPort::CParameters in;
-                in.DebounceUs = 1230;
-                in.InvertMask = 0x81;
-                in.ChangeMask = 0xFFFF00F0; // lines beyond the bank are not sent
+                // Lines beyond the bank are not sent.
+                std::tie(in.DebounceUs, in.InvertMask, in.ChangeMask) = std::tuple(1230, 0x81, 0xFFFF00F0);
                 EXPECT_EQ(d.AttachDiscreteInConfigCommand(0, 2, in, true), 0u);
                 CKVX_HdwDiscreteOutPort::CParameters out;
-                out.InvertMask = 0x0F;
-                out.InitialState = 0xA5;
+                std::tie(out.InvertMask, out.InitialState) = std::tuple(0x0F, 0xA5);
                 EXPECT_EQ(d.AttachDiscreteOutConfigCommand(0, 3, out, false), 0u);
                 EXPECT_EQ(d.AttachDiscreteOutWriteCommand(0, 1, Base::DiscreteWrite, 0xFF, 0x3C), 0u);
                 EXPECT_EQ(d.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteToggle, 0x80, 0x11), 0u); // no value
