@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using namespace bustest;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
@@ -50,11 +52,7 @@ TEST_F(Lblo, ChangedLabelsComeInLabelThenSdiOrderAndAShortArrayLeavesTheRestMark
     Receive(Word(0x20, 1, 0, 5), 4);
     auto c = Changed();
     ASSERT_EQ(c.size(), 3u);
-    EXPECT_EQ(c[0].Label, 0x20);
-    EXPECT_EQ(c[0].Data, 5u);
-    EXPECT_EQ(c[1].Label, 0x50);
-    EXPECT_EQ(c[1].Sdi, 0);
-    EXPECT_EQ(c[2].Sdi, 3);
+    EXPECT_EQ(std::tuple(c[0].Label, c[0].Data, c[1].Label, c[1].Sdi, c[2].Sdi), std::tuple(0x20, 5u, 0x50, 0, 3));
 
     for (unsigned l = 1; l <= 5; ++l)
         Receive(Word(l, 0, 0, l), 10 + l);
@@ -113,9 +111,7 @@ TEST_F(Lblo, InputWithoutSdiKeyOneEntryPerLabelTakesEverySdi)
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
     ASSERT_EQ(in->ReadLabel(0x31, 2, m, count), 0u);
-    EXPECT_EQ(m.Sdi, 3);
-    EXPECT_EQ(m.Data, 2u);
-    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(std::tuple(m.Sdi, m.Data, count), std::tuple(3, 2u, 2u));
 }
 
 TEST_F(Lblo, OutputABadEntryRefusesTheWholeCall)

@@ -51,13 +51,9 @@ TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x03, 0x03, 4, 40); // 1, 2 and 3 missed
     const auto got = ReadAll();
     ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[0].State, 0x01u);
-    EXPECT_EQ(got[0].TimeStamp, 20u);
-    EXPECT_EQ(got[0].Lost, 0u);
-    EXPECT_EQ(got[1].Lost, 0u);
-    EXPECT_EQ(got[1].TimeStamp, 30u);
-    EXPECT_EQ(got[2].Changed, 0x03u);
-    EXPECT_EQ(got[2].Lost, 3u);
+    EXPECT_EQ(std::tuple(got[0].State, got[0].TimeStamp, got[0].Lost), std::tuple(0x01u, 20u, 0u));
+    EXPECT_EQ(std::tuple(got[1].TimeStamp, got[1].Lost), std::tuple(30u, 0u));
+    EXPECT_EQ(std::tuple(got[2].Changed, got[2].Lost), std::tuple(0x03u, 3u));
     uint64_t lost = 0;
     ASSERT_EQ(in->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 3u);
@@ -74,8 +70,7 @@ TEST_F(DiscreteIn, AFullQueueDropsTheOldestAndCountsIt)
         rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, seq & 1u, 0x01, seq, seq * 100u);
     const auto got = ReadAll();
     ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].TimeStamp, 400u);
-    EXPECT_EQ(got[1].TimeStamp, 500u);
+    EXPECT_EQ(std::tuple(got[0].TimeStamp, got[1].TimeStamp), std::tuple(400u, 500u));
     uint64_t lost = 0;
     ASSERT_EQ(in->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 3u);
@@ -106,8 +101,7 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x04, 501, 20);
     const auto got = ReadAll();
     ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].Lost, 0u);
-    EXPECT_EQ(got[1].Lost, 0u);
+    EXPECT_EQ(std::tuple(got[0].Lost, got[1].Lost), std::tuple(0u, 0u));
 }
 
 TEST(DiscreteOut, OpenChecksItsParametersThenReadBackAndSequenceGaps)

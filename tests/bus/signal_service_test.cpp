@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -100,11 +102,9 @@ TEST_F(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeInt
         ASSERT_EQ(signals.GetSignal(s), 0u) << want[0];
         ASSERT_TRUE(CError::Is(s)) << want[0];
         const CError e(s);
-        EXPECT_EQ(e.TimeStamp, want[0]);
-        EXPECT_EQ(e.GetPreviousFaultState(), want[1]);
-        EXPECT_EQ(e.FaultStatus.Status, want[2]);
-        EXPECT_EQ(e.IsBusOff(), want[3] != 0);
-        EXPECT_EQ(e.FaultStatus.ErrReg0, want[4]);
+        EXPECT_EQ(std::tuple(e.TimeStamp, e.GetPreviousFaultState(), e.FaultStatus.Status, e.IsBusOff(),
+                      e.FaultStatus.ErrReg0),
+            std::tuple(want[0], want[1], want[2], want[3] != 0, want[4]));
     }
     CKVX_HdwSignalService::CSignal none;
     EXPECT_EQ(signals.GetSignal(none), 4u);
@@ -167,7 +167,5 @@ TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
         std::this_thread::yield();
     }
     reader.join();
-    EXPECT_EQ(first, 0u);
-    EXPECT_EQ(got.Arinc429.Data, 42u);
-    EXPECT_EQ(second, 29u);
+    EXPECT_EQ(std::tuple(first, got.Arinc429.Data, second), std::tuple(0u, 42u, 29u));
 }

@@ -262,6 +262,23 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
     ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 0u);
     EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00) << "the refusals took no number";
+
+    // Discrete settings and banks of the Travin.
+    TestUnit travin(TravinProfile());
+    travin.AddInstance();
+    CKVX_HdwDiscreteInPort::CParameters in;
+    CKVX_HdwDiscreteOutPort::CParameters out;
+    EXPECT_EQ(travin.AttachDiscreteInConfigCommand(0, 4, in, true), 2u); // banks 0..3
+    in.DebounceUs = 15;
+    EXPECT_EQ(travin.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
+    out.InitialState = 0x100;
+    EXPECT_EQ(travin.AttachDiscreteOutConfigCommand(0, 0, out, true), 2u);
+    EXPECT_EQ(travin.AttachDiscreteOutWriteCommand(0, 0, 4, 0x01, 0), 2u); // operation 4
+    EXPECT_EQ(travin.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteWrite, 0xFF, 0x100), 2u);
+    EXPECT_EQ(travin.AttachDiscreteOutPulseCommand(0, 0, 0x01, 9), 2u);
+    EXPECT_EQ(travin.AttachDiscreteReadCommand(0, 0, 0), 2u); // no bank asked
+    EXPECT_EQ(travin.AttachDiscreteReadCommand(0, 0x10, 0), 2u); // bank 4
+    EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
 }
 
 // Only the commands of the unit's profile are taken: channels alone do not
@@ -291,26 +308,6 @@ TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
     travin.AddInstance();
     EXPECT_EQ(travin.AttachCanConfigCommand(0, 0), 2u);
     EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
-}
-
-// Discrete settings a record cannot carry, banks that are not there.
-TEST(CommandRecords, DiscreteRefusalsAttachNothing)
-{
-    TestUnit dev(TravinProfile());
-    dev.AddInstance();
-    CKVX_HdwDiscreteInPort::CParameters in;
-    CKVX_HdwDiscreteOutPort::CParameters out;
-    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 4, in, true), 2u); // banks 0..3
-    in.DebounceUs = 15;
-    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
-    out.InitialState = 0x100;
-    EXPECT_EQ(dev.AttachDiscreteOutConfigCommand(0, 0, out, true), 2u);
-    EXPECT_EQ(dev.AttachDiscreteOutWriteCommand(0, 0, 4, 0x01, 0), 2u); // operation 4
-    EXPECT_EQ(dev.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteWrite, 0xFF, 0x100), 2u);
-    EXPECT_EQ(dev.AttachDiscreteOutPulseCommand(0, 0, 0x01, 9), 2u);
-    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 0, 0), 2u); // no bank asked
-    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 0x10, 0), 2u); // bank 4
-    EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
 }
 
 } // namespace

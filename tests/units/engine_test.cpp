@@ -239,7 +239,6 @@ TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
         std::vector<Step> Steps;
         uint32_t Stale;
     } cases[] = {
-        {"in order", false, {5, 6}, {{5, EEcho::Matched}, {6, EEcho::Matched}}, 0},
         {"out of order", false, {5, 6}, {{6, EEcho::OutOfOrder}, {5, EEcho::Matched}, {6, EEcho::Matched}}, 0},
         {"nothing outstanding", false, {}, {{3, EEcho::OutOfOrder}}, 0},
         {"new session, nothing outstanding", true, {}, {{3, EEcho::Stale}, {4, EEcho::Stale}}, 2},
