@@ -1,9 +1,6 @@
-// The receive path of a unit driver (appending under the device lock, from
-// its own thread) against the application reading from others, with the
-// timer tick running: nothing lost, nothing reordered, no data race (run it
-// under ThreadSanitizer). Also the reference for the plain receive path:
-// filtered words and frames read in order with their times, and words
-// signalled on their port.
+// A driver's receive path (its own thread, under the device lock) against
+// readers in other threads: filtered words, frames and signals arrive in
+// order with their times and ports, nothing lost, no data race (TSan).
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,6 @@
-// The unit protocol engine on its own: CRC, command numbers and records,
-// frame packing, the one-frame-in-flight rule, echo bookkeeping with its
-// time-out, and the block feed of the receive machine against the byte-wise
-// one. Frames and records are written out here (CRC bit by bit), not built
-// with the code under test; times are passed in.
+// The unit protocol engine on its own: CRC, command records, frame packing,
+// one frame in flight, echoes and their time-out, and the receive machine.
+// Frames and records are written out here (CRC bit by bit); times are passed in.
 
 #include <HdwLib/core/KvxCrc.h>
 #include <HdwLib/units/KvxUnitEngine.h>
