@@ -114,24 +114,7 @@ TEST_F(Lblo, InputWithoutSdiKeyOneEntryPerLabelTakesEverySdi)
     EXPECT_EQ(std::tuple(m.Sdi, m.Data, count), std::tuple(3, 2u, 2u));
 }
 
-TEST_F(Lblo, OutputABadEntryRefusesTheWholeCall)
-{
-    ASSERT_EQ(tx->Open(nullptr), 0u);
-    CLabelCtrl ctrls[3] = {CLabelCtrl(0x01, 10), CLabelCtrl(0x02, 0), CLabelCtrl(0x03, 10)};
-    EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
-    ctrls[1].Period = 1025;
-    EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
-    EXPECT_EQ(out->GetDefinedLabelsCount(), 0u);
-
-    ctrls[1].Period = 1024;
-    ASSERT_EQ(out->SetLabelsCtrl(ctrls, 2), 0u);
-    CKVX_HdwArinc429Message words[2] = {Word(0x01, 0, 0, 1), Word(0x03, 0, 0, 3)};
-    EXPECT_EQ(out->UpdateMessages(words, 2), 2u); // 0x03 has no control
-    CKVX_HdwArinc429Message m;
-    EXPECT_EQ(out->GetLabelMessage(0x01, m), 4u); // defined, and the refused call stored no data
-}
-
-TEST_F(Lblo, OutputCanStartWithTransmissionOffAndStopForgetsTheTable)
+TEST_F(Lblo, OutputABadEntryRefusesTheWholeCallAndStopForgetsTheTable)
 {
     CKVX_HdwArinc429OutLbloService::CParameters p;
     p.EnableOnStart = 0;
@@ -141,8 +124,18 @@ TEST_F(Lblo, OutputCanStartWithTransmissionOffAndStopForgetsTheTable)
     ASSERT_EQ(out->EnableTx(), 0u);
     EXPECT_TRUE(out->IsTxEnabled());
 
-    CLabelCtrl c(0x40, 50);
-    ASSERT_EQ(out->SetLabelsCtrl(&c, 1), 0u);
+    CLabelCtrl ctrls[3] = {CLabelCtrl(0x01, 10), CLabelCtrl(0x02, 0), CLabelCtrl(0x03, 10)};
+    EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
+    ctrls[1].Period = 1025;
+    EXPECT_EQ(out->SetLabelsCtrl(ctrls, 3), 2u);
+    EXPECT_EQ(out->GetDefinedLabelsCount(), 0u);
+    ctrls[1].Period = 1024;
+    ASSERT_EQ(out->SetLabelsCtrl(ctrls, 2), 0u);
+    CKVX_HdwArinc429Message words[2] = {Word(0x01, 0, 0, 1), Word(0x03, 0, 0, 3)};
+    EXPECT_EQ(out->UpdateMessages(words, 2), 2u); // 0x03 has no control
+    CKVX_HdwArinc429Message m;
+    EXPECT_EQ(out->GetLabelMessage(0x01, m), 4u); // defined, and the refused call stored no data
+
     ASSERT_EQ(tx->Close(), 0u);
     ASSERT_EQ(tx->Open(nullptr), 0u);
     EXPECT_EQ(out->GetDefinedLabelsCount(), 0u);

@@ -63,20 +63,7 @@ TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
     EXPECT_EQ(n, 0u);
 }
 
-TEST_F(DiscreteIn, AFullQueueDropsTheOldestAndCountsIt)
-{
-    Open(2);
-    for (uint16_t seq = 1; seq <= 5; ++seq)
-        rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, seq & 1u, 0x01, seq, seq * 100u);
-    const auto got = ReadAll();
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(std::tuple(got[0].TimeStamp, got[1].TimeStamp), std::tuple(400u, 500u));
-    uint64_t lost = 0;
-    ASSERT_EQ(in->GetLostCount(lost), 0u);
-    EXPECT_EQ(lost, 3u);
-}
-
-TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
+TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodesAndAFullQueueDropsTheOldest)
 {
     unsigned count = 0;
     CKVX_HdwDiscreteInService::CChange c;
@@ -90,7 +77,7 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
     EXPECT_EQ(in->ResetChanges(), unsigned(HDW_ERR_SERVICE));
     port->Close();
     // Closing forgets the queue and the state; reopening starts afresh.
-    ASSERT_EQ(port->Open(nullptr), 0u);
+    Open(2);
     ASSERT_EQ(in->GetChangeCount(count), 0u);
     EXPECT_EQ(count, 0u);
     uint32_t state = 0;
@@ -99,9 +86,18 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
     // The first change without a base counts no loss.
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x04, 0x04, 500, 10);
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x04, 501, 20);
-    const auto got = ReadAll();
+    auto got = ReadAll();
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(std::tuple(got[0].Lost, got[1].Lost), std::tuple(0u, 0u));
+    // A full queue (2 here) drops the oldest changes and counts them lost.
+    for (uint16_t seq = 502; seq <= 506; ++seq)
+        rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, seq & 1u, 0x01, seq, seq * 100u);
+    got = ReadAll();
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(std::tuple(got[0].TimeStamp, got[1].TimeStamp), std::tuple(50500u, 50600u));
+    uint64_t lost = 0;
+    ASSERT_EQ(in->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 3u);
 }
 
 TEST(DiscreteOut, OpenChecksItsParametersThenReadBackAndSequenceGaps)

@@ -125,8 +125,8 @@ TEST_F(I2cSpiRig, ResultsInSubmissionOrderAndTheBound)
 
 // Transfer waits for its own transfer: an earlier one's result stays for
 // ReadResult; one that does not finish in time answers 22 and its result
-// arrives later in the queue.
-TEST_F(I2cSpiRig, TransferWaitsForItsOwnResult)
+// arrives later in the queue; Close releases one that waits.
+TEST_F(I2cSpiRig, TransferWaitsForItsOwnResultUntilClosed)
 {
     CTestI2cMaster* s = OpenI2c();
     CKVX_HdwI2cTransfer first = I2cWrite(0x50, {0}, 1);
@@ -158,11 +158,8 @@ TEST_F(I2cSpiRig, TransferWaitsForItsOwnResult)
     EXPECT_TRUE(s->Finish(s->Send(0), HDW_ERR_BUS_FAULT));
     ASSERT_EQ(s->ReadResult(r), 0u);
     EXPECT_EQ(std::tuple(r.Tag, r.Result, r.Fault), std::tuple(3u, 34u, 1u));
-}
 
-TEST_F(I2cSpiRig, CloseReleasesAWaitingTransfer)
-{
-    CTestI2cMaster* s = OpenI2c();
+    // Close releases a waiting Transfer.
     unsigned rc = 0;
     std::thread app([&] {
         CKVX_HdwI2cTransfer t = I2cWrite(0x50, {0});
