@@ -109,7 +109,7 @@ TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
         2u);
 }
 
-TEST(MilStd1553RemoteTerminal, DefaultsAreLegalAndChecksRefuseTheRest)
+TEST(MilStd1553RemoteTerminal, DefaultsAreLegalChecksRefuseTheRestAndTheServiceChecksItsInput)
 {
     CKVX_HdwMilStd1553RemoteTerminal rt;
     EXPECT_EQ(rt.Check(), 0u);
@@ -123,27 +123,26 @@ TEST(MilStd1553RemoteTerminal, DefaultsAreLegalAndChecksRefuseTheRest)
     EXPECT_EQ(bad([](auto& r) { r.ResponseTimeUs = 12; }), 0u);
     EXPECT_EQ(bad([](auto& r) { r.Receive[31].Legal = 1; }), 2u);
     EXPECT_EQ(bad([](auto& r) { r.Transmit[4].BroadcastLegal = 1; }), 2u);
-}
 
-TEST(MilStd1553Services, RemoteTerminalChecksItsInput)
-{
+    // The remote terminal service checks the terminal and its own input
+    // before a unit driver sends anything.
     CBusRig rig;
-    auto* rt = Enable<CKVX_HdwMilStd1553SingleRtService>(rig.Mil(), HDW_SERVICE_MIL1553_RT);
-    ASSERT_NE(rt, nullptr);
+    auto* service = Enable<CKVX_HdwMilStd1553SingleRtService>(rig.Mil(), HDW_SERVICE_MIL1553_RT);
+    ASSERT_NE(service, nullptr);
     ASSERT_EQ(rig.Mil()->Open(nullptr), 0u);
-    CKVX_HdwMilStd1553RemoteTerminal bad;
-    bad.TerminalAddress = 31;
-    EXPECT_EQ(rt->BuildBufferInit(bad), 2u);
-    EXPECT_EQ(rt->BuildSubaddressConfiguration(bad), 2u);
-    EXPECT_EQ(rt->BuildBufferInit(CKVX_HdwMilStd1553RemoteTerminal()), 0u);
-    EXPECT_EQ(rt->UpdateTransmitData(0, {1}), 2u); // mode code subaddress
-    EXPECT_EQ(rt->UpdateTransmitData(5, std::vector<uint16_t>(33)), 2u);
-    EXPECT_EQ(rt->UpdateTransmitData(5, {1, 2}), 0u);
-    EXPECT_EQ(rt->SetStatusBits(0x20), 2u);
-    EXPECT_EQ(rt->SetStatusBits(CKVX_HdwMilStd1553RemoteTerminal::StatusBusy), 0u);
+    CKVX_HdwMilStd1553RemoteTerminal broadcast;
+    broadcast.TerminalAddress = 31;
+    EXPECT_EQ(service->BuildBufferInit(broadcast), 2u);
+    EXPECT_EQ(service->BuildSubaddressConfiguration(broadcast), 2u);
+    EXPECT_EQ(service->BuildBufferInit(rt), 0u);
+    EXPECT_EQ(service->UpdateTransmitData(0, {1}), 2u); // mode code subaddress
+    EXPECT_EQ(service->UpdateTransmitData(5, std::vector<uint16_t>(33)), 2u);
+    EXPECT_EQ(service->UpdateTransmitData(5, {1, 2}), 0u);
+    EXPECT_EQ(service->SetStatusBits(0x20), 2u);
+    EXPECT_EQ(service->SetStatusBits(CKVX_HdwMilStd1553RemoteTerminal::StatusBusy), 0u);
     CKVX_HdwMilStd1553Message m;
-    EXPECT_EQ(rt->ReadSubaddress(5, m), 4u); // nothing received yet
-    EXPECT_EQ(rt->ReadSubaddress(32, m), 2u);
+    EXPECT_EQ(service->ReadSubaddress(5, m), 4u); // nothing received yet
+    EXPECT_EQ(service->ReadSubaddress(32, m), 2u);
     ASSERT_EQ(rig.Mil()->Close(), 0u);
-    EXPECT_EQ(rt->ReadSubaddress(5, m), 29u);
+    EXPECT_EQ(service->ReadSubaddress(5, m), 29u);
 }
