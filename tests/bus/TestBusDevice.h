@@ -1,16 +1,18 @@
 #pragma once
 // A small device that plays the unit driver for the bus classes: one unit
-// with an ARINC 429 receiver ("RX0"), a transmitter ("TX0"), a CAN port
-// ("CAN0") and a MIL-STD-1553 port ("MIL0"). Its ports create the generic services (or driver-like
-// subclasses of them) once the generic EnableService has admitted the type;
-// its events are offered through ProcessEventHandlers under the unit's lock,
-// as a real receive path does.
+// with a port of each bus type ("RX0", "TX0", "CAN0", "MIL0", "DIN0",
+// "DOUT0", "I2C0", "SPI0"). Its ports create the generic services (or
+// driver-like subclasses of them) once the generic EnableService has admitted
+// the type; its events are offered through ProcessEventHandlers under the
+// unit's lock, as a real receive path does.
 
 #include <HdwLib/HdwLib.h>
 
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 namespace bustest {
@@ -43,11 +45,42 @@ public:
     bool IsChange = true;
 };
 
-// Receive path and reads of a unit driver, on top of the generic service.
-class CTestArinc429InService : public CKVX_HdwArinc429InBufferService {
+// A generic service with the receive path a unit driver gives it: an event
+// of code Code is stored, a failure fails the service.
+template <class Base, unsigned Code>
+class CDriven : public Base {
 public:
-    using CKVX_HdwArinc429InBufferService::CKVX_HdwArinc429InBufferService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    using Base::Base;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    {
+        const CTestEvent& e = *static_cast<CTestEvent*>(event);
+        if (e.GetEventCode() == EventFailure)
+            this->SetStatus(HDW_SERVICE_FAILED);
+        if (e.GetEventCode() != Code)
+            return 0;
+        if constexpr (std::is_same_v<Base, CKVX_HdwArinc429InBufferService>)
+            this->AppendReceived(e.Word, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwCanInBufferService>)
+            this->AppendReceived(e.Frame, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwArinc429InLbloService>) {
+            if (this->GetStatus() == HDW_SERVICE_RUNNING)
+                this->StoreReceived(e.Word, e.Time);
+        } else if constexpr (std::is_same_v<Base, CKVX_HdwDiscreteInService>)
+            this->UpdateState(e.State, e.Changed, e.Sequence, e.Time, e.IsChange);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwDiscreteOutService>)
+            this->UpdateDriven(e.State, e.Changed, e.Sequence, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwArinc429ByteInBufferService>)
+            this->AppendWord(e.Word, e.Time);
+        else
+            this->AppendFrame(e.Frame, e.Time);
+        return 0;
+    }
+};
+
+// The reads a unit driver gives the buffered inputs.
+class CTestArinc429InService : public CDriven<CKVX_HdwArinc429InBufferService, EventArinc429Rx> {
+public:
+    using CDriven::CDriven;
     unsigned Read(CKVX_HdwArinc429Message* messages, unsigned maxCount, unsigned& readCount) override
     {
         return ReadMessages(messages, maxCount, readCount);
@@ -57,41 +90,34 @@ public:
     unsigned char Filter(CKVX_HdwArinc429Message& m) { return ApplyFilter(m, LabelFilter); }
 };
 
-class CTestCanInService : public CKVX_HdwCanInBufferService {
+class CTestCanInService : public CDriven<CKVX_HdwCanInBufferService, EventCanRx> {
 public:
-    using CKVX_HdwCanInBufferService::CKVX_HdwCanInBufferService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    using CDriven::CDriven;
     unsigned Read(CKVX_HdwCanMessage* messages, unsigned maxCount, unsigned& readCount) override
     {
         return ReadMessages(messages, maxCount, readCount);
     }
 };
 
-// Receive path of a unit driver over the generic label-oriented input.
-class CTestArinc429InLbloService : public CKVX_HdwArinc429InLbloService {
-public:
-    using CKVX_HdwArinc429InLbloService::CKVX_HdwArinc429InLbloService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
-
-// Receive paths of a unit driver over the generic discrete services.
-class CTestDiscreteInService : public CKVX_HdwDiscreteInService {
-public:
-    using CKVX_HdwDiscreteInService::CKVX_HdwDiscreteInService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
-
-class CTestDiscreteOutService : public CKVX_HdwDiscreteOutService {
-public:
-    using CKVX_HdwDiscreteOutService::CKVX_HdwDiscreteOutService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
-};
+using CTestArinc429InLbloService = CDriven<CKVX_HdwArinc429InLbloService, EventArinc429Rx>;
+using CTestDiscreteInService = CDriven<CKVX_HdwDiscreteInService, EventDiscrete>;
+using CTestDiscreteOutService = CDriven<CKVX_HdwDiscreteOutService, EventDiscrete>;
+using CTestArinc429ByteInService = CDriven<CKVX_HdwArinc429ByteInBufferService, EventArinc429Rx>;
+using CTestCanByteInService = CDriven<CKVX_HdwCanByteInBufferService, EventCanRx>;
 
 // Posts what the unit reports on the channel, as a driver does.
 class CTestSignalService : public CKVX_HdwSignalService {
 public:
     using CKVX_HdwSignalService::CKVX_HdwSignalService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    {
+        const CTestEvent& e = *static_cast<CTestEvent*>(event);
+        if (e.GetEventCode() == EventArinc429Rx)
+            PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, e.Word, e.Time);
+        else if (e.GetEventCode() == EventCanRx)
+            PostCan(HDW_SIGNAL_CAN_RECEIVED, e.Frame, e.Time);
+        return 0;
+    }
 };
 
 // An I2C master whose Submit checks and queues as a driver does; the test
@@ -141,7 +167,34 @@ public:
 
 // Once the generic check passed (rc 0), appends a new service of the class
 // the test unit uses for that type.
-unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwService** out);
+inline unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwService** out)
+{
+    if (rc != 0)
+        return rc;
+    CKVX_HdwService* s = nullptr;
+    switch (type) {
+    case HDW_SERVICE_SIGNAL: s = new CTestSignalService(port); break;
+    case HDW_SERVICE_BYTE_IN_BUFFER: s = new CKVX_HdwByteInBufferService(port); break;
+    case HDW_SERVICE_BYTE_OUT_BUFFER: s = new CKVX_HdwByteOutBufferService(port); break;
+    case HDW_SERVICE_ARINC429_IN_BUFFER: s = new CTestArinc429InService(port); break;
+    case HDW_SERVICE_ARINC429_LABEL_IN: s = new CTestArinc429InLbloService(port); break;
+    case HDW_SERVICE_ARINC429_OUT_BUFFER: s = new CKVX_HdwArinc429OutBufferService(port); break;
+    case HDW_SERVICE_ARINC429_LABEL_OUT: s = new CKVX_HdwArinc429OutLbloService(port); break;
+    case HDW_SERVICE_CAN_IN_BUFFER: s = new CTestCanInService(port); break;
+    case HDW_SERVICE_CAN_OUT_BUFFER: s = new CKVX_HdwCanOutBufferService(port); break;
+    case HDW_SERVICE_MIL1553_BC: s = new CKVX_HdwMilStd1553BcService(port); break;
+    case HDW_SERVICE_MIL1553_RT: s = new CKVX_HdwMilStd1553SingleRtService(port); break;
+    case HDW_SERVICE_DISCRETE_IN: s = new CTestDiscreteInService(port); break;
+    case HDW_SERVICE_DISCRETE_OUT: s = new CTestDiscreteOutService(port); break;
+    case HDW_SERVICE_I2C_MASTER: s = new CTestI2cMaster(port); break;
+    case HDW_SERVICE_SPI_MASTER: s = new CKVX_HdwSpiMasterService(port); break;
+    default: s = new CTypedService(port, type);
+    }
+    port->GetServiceList() += s;
+    if (out)
+        *out = s;
+    return 0;
+}
 
 // A port of the test unit: the generic EnableService decides, then the
 // service of that type is created (each type maps to one class whatever the port).
@@ -166,51 +219,124 @@ class CTestCanPort : public CTestPort<CKVX_HdwCanPort> {
 public:
     using CTestPort<CKVX_HdwCanPort>::CTestPort;
     // The status path: fault status first, then the services.
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override;
+    unsigned ProcessEvent(CKVX_HdwEvent* event) override
+    {
+        auto* e = static_cast<CTestEvent*>(event);
+        if (e->GetEventCode() == EventCanStatus)
+            UpdateFaultStatus(e->Status, e->Time);
+        return CKVX_HdwCanPort::ProcessEvent(event);
+    }
 };
 
 class CTestBusDevice : public CKVX_HdwDevice {
 public:
-    static constexpr uint64_t Code = 0x7E5701;
-    CTestBusDevice() { m_DeviceCode = Code; }
-    ~CTestBusDevice() override;
-    unsigned Init(unsigned instanceCount) override;
-    unsigned Open(unsigned instance) override;
-    unsigned Close(unsigned instance) override;
-
+    CTestBusDevice() { m_DeviceCode = 0x7E5701; }
+    unsigned Init(unsigned) override
+    {
+        // A scan finds the one test unit.
+        if (const unsigned rc = CKVX_HdwDevice::Init(1))
+            return rc;
+        m_DeviceList.Create(1);
+        m_DeviceList[0] = new CDeviceInstance;
+        AddPortDescriptor(0, new CTestRxPort(this, 0, "RX0"), 0, "ARINC 429 RX 0");
+        AddPortDescriptor(0, new CTestTxPort(this, 0, "TX0"), 0, "ARINC 429 TX 0");
+        AddPortDescriptor(0, new CTestCanPort(this, 0, "CAN0"), 0, "CAN 0");
+        AddPortDescriptor(0, new CTestMilPort(this, 0, "MIL0"), 0, "MIL-STD-1553 0");
+        AddPortDescriptor(0, new CTestDiscreteInPort(this, 0, "DIN0", 8), 0, "discrete in 0");
+        AddPortDescriptor(0, new CTestDiscreteOutPort(this, 0, "DOUT0", 8), 0, "discrete out 0");
+        AddPortDescriptor(0, new CTestI2cPort(this, 0, "I2C0"), 0, "I2C 0");
+        AddPortDescriptor(0, new CTestSpiPort(this, 0, "SPI0"), 0, "SPI 0");
+        return 0;
+    }
+    unsigned Open(unsigned instance) override { return SetOpen(instance, true) ? 0u : unsigned(HDW_ERR_ARGUMENT); }
+    unsigned Close(unsigned instance) override
+    {
+        if (CanClose(instance))
+            SetOpen(instance, false);
+        return 0;
+    }
     // Offers an event to the unit's ports of that type, under the unit lock.
-    unsigned Deliver(unsigned portType, CKVX_HdwEvent& event);
+    unsigned Deliver(unsigned portType, CKVX_HdwEvent& event)
+    {
+        DeviceLock(0);
+        const unsigned rc = ProcessEventHandlers(0, portType, &event);
+        DeviceUnlock(0);
+        return rc;
+    }
+
+private:
+    bool SetOpen(unsigned instance, bool open)
+    {
+        CDeviceInstance* inst = GetDeviceInstance(instance);
+        if (!inst)
+            return false;
+        inst->Lock();
+        inst->SetOpen(open);
+        inst->Unlock();
+        return true;
+    }
 };
 
 // A running manager with the test device attached and enumerated.
 class CBusRig {
 public:
-    CBusRig();
-    ~CBusRig();
-    CTestRxPort* Rx() { return static_cast<CTestRxPort*>(Manager.GetPort(HDW_PORT_ARINC429_RX, 0)); }
-    CTestTxPort* Tx() { return static_cast<CTestTxPort*>(Manager.GetPort(HDW_PORT_ARINC429_TX, 0)); }
-    CTestCanPort* Can() { return static_cast<CTestCanPort*>(Manager.GetPort(HDW_PORT_CAN, 0)); }
-    CTestMilPort* Mil() { return static_cast<CTestMilPort*>(Manager.GetPort(HDW_PORT_MILSTD1553, 0)); }
-    // Banks of 8 lines.
-    CTestDiscreteInPort* DiscreteIn()
+    CBusRig()
     {
-        return static_cast<CTestDiscreteInPort*>(Manager.GetPort(HDW_PORT_DISCRETE_IN, 0));
+        Manager.AttachDevice(Device.get());
+        Manager.Enumerate();
+        Manager.Run();
     }
-    CTestDiscreteOutPort* DiscreteOut()
+    ~CBusRig() { Manager.Stop(); }
+    template <class P>
+    P* Get(unsigned portType)
     {
-        return static_cast<CTestDiscreteOutPort*>(Manager.GetPort(HDW_PORT_DISCRETE_OUT, 0));
+        return static_cast<P*>(Manager.GetPort(portType, 0));
     }
-    CTestI2cPort* I2c() { return static_cast<CTestI2cPort*>(Manager.GetPort(HDW_PORT_I2C, 0)); }
-    CTestSpiPort* Spi() { return static_cast<CTestSpiPort*>(Manager.GetPort(HDW_PORT_SPI, 0)); }
-    // The unit reports a received word or frame, or a failure of the channel's services.
-    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time);
-    void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time);
-    void Fail(unsigned portType, const char* channel);
-    // The unit reports a discrete bank's state ("DIN0" or "DOUT0").
-    void ReportDiscrete(
-        unsigned portType, uint32_t state, uint32_t changed, uint16_t sequence, uint64_t time, bool isChange = true);
+    CTestRxPort* Rx() { return Get<CTestRxPort>(HDW_PORT_ARINC429_RX); }
+    CTestTxPort* Tx() { return Get<CTestTxPort>(HDW_PORT_ARINC429_TX); }
+    CTestCanPort* Can() { return Get<CTestCanPort>(HDW_PORT_CAN); }
+    CTestMilPort* Mil() { return Get<CTestMilPort>(HDW_PORT_MILSTD1553); }
+    CTestDiscreteInPort* DiscreteIn() { return Get<CTestDiscreteInPort>(HDW_PORT_DISCRETE_IN); } // banks of 8 lines
+    CTestDiscreteOutPort* DiscreteOut() { return Get<CTestDiscreteOutPort>(HDW_PORT_DISCRETE_OUT); }
+    CTestI2cPort* I2c() { return Get<CTestI2cPort>(HDW_PORT_I2C); }
+    CTestSpiPort* Spi() { return Get<CTestSpiPort>(HDW_PORT_SPI); }
 
-    std::unique_ptr<CTestBusDevice> Device; // outlives the manager
+    // The unit reports a received word or frame, the CAN controller's status,
+    // a discrete bank's state, or a failure of the channel's services.
+    void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time)
+    {
+        CTestEvent e(EventArinc429Rx, "RX0", time);
+        e.Word = word;
+        Device->Deliver(HDW_PORT_ARINC429_RX, e);
+    }
+    void ReceiveFrame(const CKVX_HdwCanMessage& frame, uint64_t time)
+    {
+        CTestEvent e(EventCanRx, "CAN0", time);
+        e.Frame = frame;
+        Device->Deliver(HDW_PORT_CAN, e);
+    }
+    void ReportCanStatus(uint64_t time, uint8_t status, uint8_t reg0, uint8_t reg1 = 0)
+    {
+        CTestEvent e(EventCanStatus, "CAN0", time);
+        e.Status.Status = status;
+        e.Status.ErrReg0 = reg0;
+        e.Status.ErrReg1 = reg1;
+        Device->Deliver(HDW_PORT_CAN, e);
+    }
+    void ReportDiscrete(
+        unsigned portType, uint32_t state, uint32_t changed, uint16_t sequence, uint64_t time, bool isChange = true)
+    {
+        CTestEvent e(EventDiscrete, portType == HDW_PORT_DISCRETE_IN ? "DIN0" : "DOUT0", time);
+        std::tie(e.State, e.Changed, e.Sequence, e.IsChange) = std::tuple(state, changed, sequence, isChange);
+        Device->Deliver(portType, e);
+    }
+    void Fail(unsigned portType, const char* channel)
+    {
+        CTestEvent e(EventFailure, channel, 0);
+        Device->Deliver(portType, e);
+    }
+
+    std::unique_ptr<CTestBusDevice> Device = std::make_unique<CTestBusDevice>(); // outlives the manager
     CKVX_HdwManager Manager;
 };
 

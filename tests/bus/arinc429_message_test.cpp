@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstdint>
 #include <random>
+#include <tuple>
 
 namespace {
 
@@ -31,11 +32,9 @@ TEST(Arinc429Pack, EachFieldLandsInItsOwnBitsAndWordsRoundTrip)
         const uint32_t w = Pack(r.label, r.sdi, r.data, r.ssm, r.parity);
         CKVX_HdwArinc429Message m;
         m.SetFromUint32(w);
-        EXPECT_EQ(m.Label, r.label) << std::hex << w;
-        EXPECT_EQ(m.Sdi, r.sdi) << std::hex << w;
-        EXPECT_EQ(m.Data, r.data) << std::hex << w;
-        EXPECT_EQ(m.Ssm, r.ssm) << std::hex << w;
-        EXPECT_EQ(m.Parity, r.parity) << std::hex << w;
+        EXPECT_EQ(
+            std::tuple(m.Label, m.Sdi, m.Data, m.Ssm, m.Parity), std::tuple(r.label, r.sdi, r.data, r.ssm, r.parity))
+            << std::hex << w;
     }
     // With unpacking right, the round trip makes packing right too.
     std::mt19937 rng(429);
@@ -97,13 +96,9 @@ TEST(Arinc429Stream, LayoutIsThreeBytesThenLittleEndianDataAndUnpackingKeepsTheR
     target.AuxValue = 2.5;
     buffer >> target;
     EXPECT_TRUE(target == m);
-    EXPECT_EQ(target.Parity, 0);
-    EXPECT_EQ(target.TimeStamp, 987u);
-    EXPECT_EQ(target.AuxWord, 4u);
+    EXPECT_EQ(std::tuple(target.Parity, target.TimeStamp, target.AuxWord), std::tuple(0, 987u, 4u));
     EXPECT_EQ(buffer.GetRemaining(), 7u);
     EXPECT_FALSE(buffer.Fail());
     target.SetFromUint32(0x92345678);
-    EXPECT_EQ(target.Parity, 1);
-    EXPECT_EQ(target.TimeStamp, 987u);
-    EXPECT_EQ(target.AuxValue, 2.5);
+    EXPECT_EQ(std::tuple(target.Parity, target.TimeStamp, target.AuxValue), std::tuple(1, 987u, 2.5));
 }

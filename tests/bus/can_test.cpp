@@ -11,20 +11,7 @@ using namespace bustest;
 
 namespace {
 
-// The receive path a unit driver gives the byte input.
-class CByteIn : public CKVX_HdwCanByteInBufferService {
-public:
-    using CKVX_HdwCanByteInBufferService::CKVX_HdwCanByteInBufferService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override
-    {
-        auto* e = static_cast<CTestEvent*>(event);
-        if (e->GetEventCode() == EventCanRx)
-            AppendFrame(e->Frame, e->Time);
-        else if (e->GetEventCode() == EventFailure)
-            SetStatus(HDW_SERVICE_FAILED);
-        return 0;
-    }
-};
+using CByteIn = CTestCanByteInService;
 
 CKVX_HdwCanMessage Frame(uint32_t id, uint8_t extended, std::vector<uint8_t> data, uint8_t rtr = 0)
 {
@@ -49,14 +36,6 @@ protected:
         can->GetServiceList() += s;
         return s;
     }
-    void Status(uint64_t time, uint8_t status, uint8_t reg0, uint8_t reg1)
-    {
-        CTestEvent e(EventCanStatus, "CAN0", time);
-        e.Status.Status = status;
-        e.Status.ErrReg0 = reg0;
-        e.Status.ErrReg1 = reg1;
-        rig.Device->Deliver(HDW_PORT_CAN, e);
-    }
     CBusRig rig;
     CTestCanPort* can = nullptr;
 };
@@ -69,10 +48,10 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     ASSERT_NE(signals, nullptr);
     ASSERT_EQ(can->Open(nullptr), 0u);
 
-    Status(70, 0, 0, 0); // error active, registers unchanged
-    Status(71, 0, 0, 0); // no change, no signal
-    Status(72, 0, 0, 0x11); // registers only
-    Status(73, 2, 0x05, 0x11);
+    rig.ReportCanStatus(70, 0, 0); // error active, registers unchanged
+    rig.ReportCanStatus(71, 0, 0); // no change, no signal
+    rig.ReportCanStatus(72, 0, 0, 0x11); // registers only
+    rig.ReportCanStatus(73, 2, 0x05, 0x11);
     const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
         HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_TRANSCEIVER_ERROR, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
     const uint64_t expectedTimes[] = {70, 72, 73, 73, 73};
@@ -87,12 +66,9 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     EXPECT_EQ(signals->GetSignal(last), 4u);
 }
 
-// ---- byte streams in CAN frames ------------------------------------------------
-// That the bytes cross the bus in order, in full frames of the stream's
-// identifier, beside other frames, is checked against the emulated Quillan
-// (tests/units/posix/quillan_can_bytes_test.cpp,
-// QuillanBytes.FrameAndByteServicesShareTheChannels); here the driver's side:
-// building, committing, confirming, and what a reset drops.
+// ---- byte streams in CAN frames: the driver's side ------------------------------
+// Run states and bounds share their code with the ARINC 429 byte streams
+// (Arinc429ByteStream.ParametersBoundsAndRunStates).
 
 TEST_F(Can, ByteOutputBuildsFramesUntilTheUnitConfirmsThem)
 {
@@ -147,6 +123,8 @@ TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
 {
     auto* in = Install<CByteIn>();
     CKVX_HdwCanByteInBufferService::CParameters p;
+    p.Identifier = 0x800; // wider than 11 bits
+    EXPECT_EQ(in->SetParameters(&p), 2u);
     p.Identifier = 0x321;
     ASSERT_EQ(in->SetParameters(&p), 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
@@ -176,30 +154,4 @@ TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
         EXPECT_EQ(bytes[i], i + 1) << i;
         EXPECT_EQ(times[i], i < 3 ? 100u : i < 11 ? 105u : 106u) << i;
     }
-}
-
-TEST_F(Can, ByteStreamParametersAndRunStates)
-{
-    auto* in = Install<CByteIn>();
-    auto* out = Install<CKVX_HdwCanByteOutBufferService>();
-    CKVX_HdwCanByteInBufferService::CParameters p;
-    p.Identifier = 0x800; // wider than 11 bits
-    EXPECT_EQ(in->SetParameters(&p), 2u);
-    p.Identifier = 0x7FF;
-    ASSERT_EQ(in->SetParameters(&p), 0u);
-    CKVX_HdwCanByteOutBufferService::CParameters po;
-    po.BufferSize = 16;
-    EXPECT_EQ(out->SetParameters(&po), 0u);
-    uint8_t b[20] = {};
-    unsigned n = 9;
-    EXPECT_EQ(in->Read(b, 1, n), 29u);
-    EXPECT_EQ(out->Write(b, 1, 0), 29u);
-
-    ASSERT_EQ(can->Open(nullptr), 0u);
-    EXPECT_EQ(in->SetParameters(&p), 10u);
-    EXPECT_EQ(out->Write(b, 17, 0), 2u); // beyond BufferSize
-    EXPECT_EQ(out->Write(b, 16, 0), 0u);
-    EXPECT_EQ(out->Write(b, 1, 0), 2u); // full
-    rig.Fail(HDW_PORT_CAN, "CAN0");
-    EXPECT_EQ(in->Read(b, 1, n), 15u);
 }

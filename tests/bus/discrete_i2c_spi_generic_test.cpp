@@ -1,92 +1,15 @@
-// The generic discrete (and, by their rows, I2C and SPI) classes: which
-// services each port admits, parameter checks, and the state and change
-// bookkeeping a driver feeds.
+// The generic discrete classes: parameter checks, and the state and change
+// bookkeeping a driver feeds. Which services each port admits: ports_test.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 using namespace bustest;
 
 namespace {
-
-class GenericPorts : public ::testing::Test {
-protected:
-    CKVX_HdwPort* PortOf(unsigned portType) { return rig.Manager.GetPort(portType, 0); }
-    CBusRig rig;
-};
-
-// ---- admission ------------------------------------------------------------------
-
-struct AdmissionRow {
-    const char* name;
-    unsigned portType;
-    std::vector<unsigned> enableFirst; // enabled in this order before the checked one
-    unsigned serviceType;
-    unsigned expected;
-};
-
-const AdmissionRow kAdmission[] = {
-    {"din takes both", HDW_PORT_DISCRETE_IN, {HDW_SERVICE_SIGNAL}, HDW_SERVICE_DISCRETE_IN, 0},
-    {"din refuses discrete output", HDW_PORT_DISCRETE_IN, {}, HDW_SERVICE_DISCRETE_OUT, HDW_ERR_WRONG_STATE},
-    {"dout takes discrete output", HDW_PORT_DISCRETE_OUT, {HDW_SERVICE_SIGNAL}, HDW_SERVICE_DISCRETE_OUT, 0},
-    {"i2c second master", HDW_PORT_I2C, {HDW_SERVICE_I2C_MASTER}, HDW_SERVICE_I2C_MASTER,
-        HDW_ERR_SERVICE_ALREADY_ENABLED},
-    {"i2c refuses the SPI master", HDW_PORT_I2C, {}, HDW_SERVICE_SPI_MASTER, HDW_ERR_WRONG_STATE},
-    {"spi takes the SPI master", HDW_PORT_SPI, {}, HDW_SERVICE_SPI_MASTER, 0},
-    {"spi refuses the I2C master", HDW_PORT_SPI, {}, HDW_SERVICE_I2C_MASTER, HDW_ERR_WRONG_STATE},
-};
-
-TEST_F(GenericPorts, AdmissionTable)
-{
-    for (const AdmissionRow& row : kAdmission) {
-        SCOPED_TRACE(row.name);
-        CKVX_HdwPort* port = PortOf(row.portType);
-        ASSERT_NE(port, nullptr);
-        ASSERT_EQ(port->DisableAllServices(), 0u);
-        for (unsigned t : row.enableFirst)
-            ASSERT_EQ(port->EnableService(t, nullptr, nullptr), 0u);
-        const unsigned before = port->GetServiceCount();
-        EXPECT_EQ(port->EnableService(row.serviceType, nullptr, nullptr), row.expected);
-        EXPECT_EQ(port->GetServiceCount(), before + (row.expected == 0 ? 1u : 0u));
-        port->DisableAllServices();
-    }
-}
-
-// ---- parameters -----------------------------------------------------------------
-
-struct InParamRow {
-    const char* name;
-    uint32_t debounceUs;
-    uint32_t changeMask;
-    unsigned expected;
-};
-
-const InParamRow kInParams[] = {
-    {"defaults", 1000, 0xFFFFFFFF, 0},
-    {"debounce not a multiple of 10", 1005, 0xFF, HDW_ERR_ARGUMENT},
-    {"change mask beyond the bank is ignored", 0, 0xFFFF0000, 0},
-};
-
-TEST_F(GenericPorts, DiscreteOutOpenChecksItsParameters)
-{
-    auto* port = rig.DiscreteOut();
-    ASSERT_EQ(port->EnableService(HDW_SERVICE_DISCRETE_OUT, nullptr, nullptr), 0u);
-    CKVX_HdwDiscreteOutPort::CParameters p;
-    p.InitialState = 0xA5;
-    p.InvertMask = 0x8000;
-    EXPECT_EQ(port->Open(&p), unsigned(HDW_ERR_ARGUMENT));
-    EXPECT_FALSE(port->IsOpen());
-    p.InvertMask = 0x0F;
-    ASSERT_EQ(port->Open(&p), 0u);
-    // The commanded state starts as the initial one.
-    auto* out = static_cast<CKVX_HdwDiscreteOutService*>(port->FindService(HDW_SERVICE_DISCRETE_OUT));
-    uint32_t commanded = 0;
-    ASSERT_EQ(out->GetCommanded(commanded), 0u);
-    EXPECT_EQ(commanded, 0xA5u);
-    port->Close();
-}
 
 // ---- what the driver feeds -------------------------------------------------------
 
@@ -128,13 +51,9 @@ TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x03, 0x03, 4, 40); // 1, 2 and 3 missed
     const auto got = ReadAll();
     ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[0].State, 0x01u);
-    EXPECT_EQ(got[0].TimeStamp, 20u);
-    EXPECT_EQ(got[0].Lost, 0u);
-    EXPECT_EQ(got[1].Lost, 0u);
-    EXPECT_EQ(got[1].TimeStamp, 30u);
-    EXPECT_EQ(got[2].Changed, 0x03u);
-    EXPECT_EQ(got[2].Lost, 3u);
+    EXPECT_EQ(std::tuple(got[0].State, got[0].TimeStamp, got[0].Lost), std::tuple(0x01u, 20u, 0u));
+    EXPECT_EQ(std::tuple(got[1].TimeStamp, got[1].Lost), std::tuple(30u, 0u));
+    EXPECT_EQ(std::tuple(got[2].Changed, got[2].Lost), std::tuple(0x03u, 3u));
     uint64_t lost = 0;
     ASSERT_EQ(in->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 3u);
@@ -144,21 +63,7 @@ TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
     EXPECT_EQ(n, 0u);
 }
 
-TEST_F(DiscreteIn, AFullQueueDropsTheOldestAndCountsIt)
-{
-    Open(2);
-    for (uint16_t seq = 1; seq <= 5; ++seq)
-        rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, seq & 1u, 0x01, seq, seq * 100u);
-    const auto got = ReadAll();
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].TimeStamp, 400u);
-    EXPECT_EQ(got[1].TimeStamp, 500u);
-    uint64_t lost = 0;
-    ASSERT_EQ(in->GetLostCount(lost), 0u);
-    EXPECT_EQ(lost, 3u);
-}
-
-TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
+TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodesAndAFullQueueDropsTheOldest)
 {
     unsigned count = 0;
     CKVX_HdwDiscreteInService::CChange c;
@@ -172,7 +77,7 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
     EXPECT_EQ(in->ResetChanges(), unsigned(HDW_ERR_SERVICE));
     port->Close();
     // Closing forgets the queue and the state; reopening starts afresh.
-    ASSERT_EQ(port->Open(nullptr), 0u);
+    Open(2);
     ASSERT_EQ(in->GetChangeCount(count), 0u);
     EXPECT_EQ(count, 0u);
     uint32_t state = 0;
@@ -181,20 +86,36 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodes)
     // The first change without a base counts no loss.
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x04, 0x04, 500, 10);
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x04, 501, 20);
-    const auto got = ReadAll();
+    auto got = ReadAll();
     ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].Lost, 0u);
-    EXPECT_EQ(got[1].Lost, 0u);
+    EXPECT_EQ(std::tuple(got[0].Lost, got[1].Lost), std::tuple(0u, 0u));
+    // A full queue (2 here) drops the oldest changes and counts them lost.
+    for (uint16_t seq = 502; seq <= 506; ++seq)
+        rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, seq & 1u, 0x01, seq, seq * 100u);
+    got = ReadAll();
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(std::tuple(got[0].TimeStamp, got[1].TimeStamp), std::tuple(50500u, 50600u));
+    uint64_t lost = 0;
+    ASSERT_EQ(in->GetLostCount(lost), 0u);
+    EXPECT_EQ(lost, 3u);
 }
 
-TEST(DiscreteOut, ReadBackAndSequenceGaps)
+TEST(DiscreteOut, OpenChecksItsParametersThenReadBackAndSequenceGaps)
 {
     CBusRig rig;
     auto* port = rig.DiscreteOut();
     auto* out = Enable<CKVX_HdwDiscreteOutService>(port, HDW_SERVICE_DISCRETE_OUT);
     ASSERT_NE(out, nullptr);
-    ASSERT_EQ(port->Open(nullptr), 0u);
-    uint32_t driven = 0;
+    CKVX_HdwDiscreteOutPort::CParameters p;
+    p.InitialState = 0xA5;
+    p.InvertMask = 0x8000;
+    EXPECT_EQ(port->Open(&p), unsigned(HDW_ERR_ARGUMENT));
+    EXPECT_FALSE(port->IsOpen());
+    p.InvertMask = 0x0F;
+    ASSERT_EQ(port->Open(&p), 0u);
+    uint32_t commanded = 0, driven = 0;
+    ASSERT_EQ(out->GetCommanded(commanded), 0u);
+    EXPECT_EQ(commanded, 0xA5u) << "the commanded state starts as the initial one";
     uint64_t time = 0, lost = 0;
     EXPECT_EQ(out->GetDriven(driven, time), unsigned(HDW_ERR_NOTHING_TO_READ));
     rig.ReportDiscrete(HDW_PORT_DISCRETE_OUT, 0x00, 0x00, 1, 100); // bank on
@@ -204,8 +125,7 @@ TEST(DiscreteOut, ReadBackAndSequenceGaps)
     EXPECT_EQ(lost, 0u);
     rig.ReportDiscrete(HDW_PORT_DISCRETE_OUT, 0xF0, 0xFF, 5, 130); // 3 and 4 missed
     ASSERT_EQ(out->GetDriven(driven, time), 0u);
-    EXPECT_EQ(driven, 0xF0u);
-    EXPECT_EQ(time, 130u);
+    EXPECT_EQ(std::tuple(driven, time), std::tuple(0xF0u, uint64_t(130)));
     ASSERT_EQ(out->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 2u);
 }

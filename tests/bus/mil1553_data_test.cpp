@@ -1,12 +1,14 @@
-// MIL-STD-1553 data classes: command word encoding, the checks that keep bad
-// transfers and schedules from reaching a unit, and the bus-time rule.
+// MIL-STD-1553 data classes and the remote terminal service: the checks that
+// keep bad transfers, schedules and terminals from reaching a unit, and the
+// bus-time rule. Command words show in the SRAM images (tests/units).
 
-#include <HdwLib/HdwLib.h>
+#include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
 
 #include "support/Mil1553Messages.h"
 
+using namespace bustest;
 using namespace mil1553test;
 
 namespace {
@@ -18,24 +20,6 @@ Msg BcToRt(uint8_t ta, uint8_t sa, unsigned words)
 }
 
 } // namespace
-
-TEST(MilStd1553Message, CommandWordsCarryTheFieldsAsOnTheBus)
-{
-    Msg m = RtToBc(5, 3, 32);
-    EXPECT_EQ(m.GetCommandWord(), 0x2C60); // 00101 1 00011 00000
-    EXPECT_EQ(m.GetCommandWord2(), 0);
-    EXPECT_EQ(m.GetDataWordCount(), 32u);
-
-    Msg rr = RtToRt(7, 2, 9, 30, 4);
-    EXPECT_EQ(rr.GetCommandWord(), 0x3844); // receive to 7/2, 4 words
-    EXPECT_EQ(rr.GetCommandWord2(), 0x4FC4); // transmit from 9/30, 4 words
-    EXPECT_EQ(rr.Check(), 0u);
-
-    Msg mc = ModeCode(31, false, 17); // synchronize with data word, broadcast
-    mc.Data = {0xBEEF};
-    EXPECT_EQ(mc.GetCommandWord(), 0xF811);
-    EXPECT_EQ(mc.Check(), 0u);
-}
 
 TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
 {
@@ -66,6 +50,10 @@ TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.M.Check(), c.Expected) << c.What;
+    // Synchronize with its data word, broadcast: taken, and encoded as on the bus.
+    const Msg mc = withData(ModeCode(31, false, 17), {0xBEEF});
+    EXPECT_EQ(mc.Check(), 0u);
+    EXPECT_EQ(mc.GetCommandWord(), 0xF811);
 }
 
 TEST(MilStd1553Message, BusTimeFollowsTheTimingRule)
@@ -121,7 +109,7 @@ TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
         2u);
 }
 
-TEST(MilStd1553RemoteTerminal, DefaultsAreLegalAndChecksRefuseTheRest)
+TEST(MilStd1553RemoteTerminal, DefaultsAreLegalChecksRefuseTheRestAndTheServiceChecksItsInput)
 {
     CKVX_HdwMilStd1553RemoteTerminal rt;
     EXPECT_EQ(rt.Check(), 0u);
@@ -135,4 +123,26 @@ TEST(MilStd1553RemoteTerminal, DefaultsAreLegalAndChecksRefuseTheRest)
     EXPECT_EQ(bad([](auto& r) { r.ResponseTimeUs = 12; }), 0u);
     EXPECT_EQ(bad([](auto& r) { r.Receive[31].Legal = 1; }), 2u);
     EXPECT_EQ(bad([](auto& r) { r.Transmit[4].BroadcastLegal = 1; }), 2u);
+
+    // The remote terminal service checks the terminal and its own input
+    // before a unit driver sends anything.
+    CBusRig rig;
+    auto* service = Enable<CKVX_HdwMilStd1553SingleRtService>(rig.Mil(), HDW_SERVICE_MIL1553_RT);
+    ASSERT_NE(service, nullptr);
+    ASSERT_EQ(rig.Mil()->Open(nullptr), 0u);
+    CKVX_HdwMilStd1553RemoteTerminal broadcast;
+    broadcast.TerminalAddress = 31;
+    EXPECT_EQ(service->BuildBufferInit(broadcast), 2u);
+    EXPECT_EQ(service->BuildSubaddressConfiguration(broadcast), 2u);
+    EXPECT_EQ(service->BuildBufferInit(rt), 0u);
+    EXPECT_EQ(service->UpdateTransmitData(0, {1}), 2u); // mode code subaddress
+    EXPECT_EQ(service->UpdateTransmitData(5, std::vector<uint16_t>(33)), 2u);
+    EXPECT_EQ(service->UpdateTransmitData(5, {1, 2}), 0u);
+    EXPECT_EQ(service->SetStatusBits(0x20), 2u);
+    EXPECT_EQ(service->SetStatusBits(CKVX_HdwMilStd1553RemoteTerminal::StatusBusy), 0u);
+    CKVX_HdwMilStd1553Message m;
+    EXPECT_EQ(service->ReadSubaddress(5, m), 4u); // nothing received yet
+    EXPECT_EQ(service->ReadSubaddress(32, m), 2u);
+    ASSERT_EQ(rig.Mil()->Close(), 0u);
+    EXPECT_EQ(service->ReadSubaddress(5, m), 29u);
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 using namespace bustest;
@@ -27,7 +28,7 @@ protected:
 };
 
 // The CAN port opens through the same code as the ARINC 429 ports.
-TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFails)
+TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFailsMilStd1553ValidOnesOnly)
 {
     CTestRxPort* rx = rig.Rx();
     CKVX_HdwArinc429RxPort::CParameters p;
@@ -38,35 +39,31 @@ TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFails)
     EXPECT_EQ(rx->Open(&p), 15u);
     CKVX_HdwArinc429RxPort::CParameters back;
     EXPECT_EQ(rx->GetParameters(&back), 0u);
-    EXPECT_EQ(back.BaudRate, 100000u);
-    EXPECT_EQ(back.Parity, 2);
-    EXPECT_EQ(back.PortNum, 9u);
+    EXPECT_EQ(std::tuple(back.BaudRate, back.Parity, back.PortNum), std::tuple(100000u, 2, 9u));
     EXPECT_FALSE(rx->IsOpen());
     CKVX_HdwArinc429TxPort::CParameters wrongClass;
     EXPECT_EQ(rx->Open(&wrongClass), 2u);
-}
 
-TEST_F(BusPorts, MilStd1553OpenInstallsValidParametersOnly)
-{
+    // The MIL-STD-1553 port installs valid parameters only.
     CTestMilPort* mil = rig.Mil();
     ASSERT_NE(Enable<CTestSignalService>(mil, 1), nullptr);
     // Response time-outs of 4 to 255 us and the two couplings.
-    CKVX_HdwMilStd1553Port::CParameters p;
+    CKVX_HdwMilStd1553Port::CParameters mp;
     const std::pair<unsigned, unsigned> bad[] = {{3, 1}, {256, 1}, {20, 2}};
     for (const auto& [timeout, coupling] : bad) {
-        p.ResponseTimeoutUs = timeout;
-        p.Coupling = uint8_t(coupling);
-        EXPECT_EQ(mil->Open(&p), 2u) << timeout << " " << coupling;
+        mp.ResponseTimeoutUs = timeout;
+        mp.Coupling = uint8_t(coupling);
+        EXPECT_EQ(mil->Open(&mp), 2u) << timeout << " " << coupling;
     }
     CKVX_HdwCanPort::CParameters other;
     EXPECT_EQ(mil->Open(&other), 2u);
     EXPECT_FALSE(mil->IsOpen());
-    CKVX_HdwMilStd1553Port::CParameters back;
-    ASSERT_EQ(mil->GetParameters(&back), 0u);
-    EXPECT_EQ(back.ResponseTimeoutUs, 14u); // refused opens changed nothing
+    CKVX_HdwMilStd1553Port::CParameters milBack;
+    ASSERT_EQ(mil->GetParameters(&milBack), 0u);
+    EXPECT_EQ(milBack.ResponseTimeoutUs, 14u); // refused opens changed nothing
 
-    p.Coupling = CKVX_HdwMilStd1553Port::CParameters::CouplingDirect;
-    EXPECT_EQ(mil->Open(&p), 0u);
+    mp.Coupling = CKVX_HdwMilStd1553Port::CParameters::CouplingDirect;
+    EXPECT_EQ(mil->Open(&mp), 0u);
 }
 
 // ---- service admission ---------------------------------------------------------
@@ -84,7 +81,7 @@ struct PortScript {
     const char* name;
     CKVX_HdwPort* (*port)(CBusRig&);
     unsigned portType;
-    unsigned admitted; // a type the port takes while closed without that service
+    unsigned admitted; // a type the port takes while closed
     unsigned finalCount;
     std::vector<Step> steps;
 };
@@ -135,6 +132,22 @@ const PortScript kScripts[] = {
         {{11}, 26},
         {{10}, 10},  // and the other way round
     }},
+    {"discrete in", [](CBusRig& r) -> CKVX_HdwPort* { return r.DiscreteIn(); }, 6, 17, 2, {
+        {{1, 17}, 0},
+        {{18}, 10},
+    }},
+    {"discrete out", [](CBusRig& r) -> CKVX_HdwPort* { return r.DiscreteOut(); }, 7, 18, 2, {
+        {{1, 18}, 0},
+    }},
+    {"I2C", [](CBusRig& r) -> CKVX_HdwPort* { return r.I2c(); }, 8, 16, 1, {
+        {{1, 14}, 10},
+        {{16}, 0},
+        {{16}, 26},
+    }},
+    {"SPI", [](CBusRig& r) -> CKVX_HdwPort* { return r.Spi(); }, 9, 14, 1, {
+        {{16}, 10},
+        {{14}, 0},
+    }},
 };
 // clang-format on
 
@@ -160,11 +173,12 @@ TEST_F(BusPorts, EachPortAdmitsItsServicesAndExcludesTheRest)
 
 TEST_F(BusPorts, BaseRulesComeBeforeEachPortsOwnTable)
 {
-    // An open port, or any port of a stopped manager, takes no service change.
+    // An open port, or any port of a stopped manager, takes no service change:
+    // 10 where the port's own table would answer 26 for a second service.
     for (const PortScript& script : kScripts) {
         CKVX_HdwPort* port = script.port(rig);
         CKVX_HdwService* s = nullptr;
-        ASSERT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u) << script.name;
+        ASSERT_EQ(port->EnableService(script.admitted, &s, nullptr), 0u) << script.name;
         ASSERT_EQ(port->Open(nullptr), 0u) << script.name;
         EXPECT_EQ(port->EnableService(script.admitted, &s, nullptr), 10u) << script.name;
         ASSERT_EQ(port->Close(), 0u);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -70,31 +72,16 @@ TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
     EXPECT_EQ(dropped, 0u);
 }
 
-TEST_F(SignalQueue, MaskedKindsAreIgnored)
-{
-    StartWith(10, 1u << (HDW_SIGNAL_CAN_STATUS_CHANGED - 1));
-    EXPECT_EQ(PostWord(1, 1), 0u);
-    CKVX_HdwCanPort::CFaultStatus before, after;
-    after.Status = 1;
-    after.ErrReg0 = 9;
-    EXPECT_EQ(signals.PostCanFaultStatus(before, after, 5), 0u);
-    unsigned n = 0;
-    signals.GetSignalsNumber(n);
-    ASSERT_EQ(n, 1u);
-    CKVX_HdwSignalService::CSignal s;
-    signals.GetSignal(s);
-    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_CAN_STATUS_CHANGED));
-    EXPECT_EQ(s.FaultStatus.ErrReg0, 9);
-    CKVX_HdwSignalService::CSignal bad;
-    bad.Kind = 0;
-    EXPECT_EQ(signals.Post(bad), 0u);
-    EXPECT_EQ(signals.GetSignal(s), 4u);
-}
-
-TEST_F(SignalQueue, TransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
+// Status and register changes and words are masked here: only the
+// transceiver errors queue.
+TEST_F(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
 {
     using CError = CKVX_HdwSignalService::CCanTranceiverErrorSignal;
     StartWith(20, 1u << (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR - 1));
+    EXPECT_EQ(PostWord(1, 1), 0u);
+    CKVX_HdwSignalService::CSignal kindless;
+    kindless.Kind = 0;
+    EXPECT_EQ(signals.Post(kindless), 0u);
     // Fault state, error bytes: not started, active, passive, bus off,
     // bus off with other bytes, active again, bus off straight from active.
     const uint32_t states[][3] = {
@@ -108,17 +95,16 @@ TEST_F(SignalQueue, TransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
         ASSERT_EQ(signals.PostCanFaultStatus(previous, current, 10 + i), 0u);
         previous = current;
     }
-    // Expected: time, previous state, new state, bus off.
-    const uint64_t expected[][4] = {{12, 0, 1, 0}, {13, 1, 2, 1}, {16, 0, 2, 1}};
+    // Expected: time, previous state, new state, bus off, error byte 0.
+    const uint64_t expected[][5] = {{12, 0, 1, 0, 0x80}, {13, 1, 2, 1, 0xFF}, {16, 0, 2, 1, 1}};
     for (const auto& want : expected) {
         CKVX_HdwSignalService::CSignal s;
         ASSERT_EQ(signals.GetSignal(s), 0u) << want[0];
         ASSERT_TRUE(CError::Is(s)) << want[0];
         const CError e(s);
-        EXPECT_EQ(e.TimeStamp, want[0]);
-        EXPECT_EQ(e.GetPreviousFaultState(), want[1]);
-        EXPECT_EQ(e.FaultStatus.Status, want[2]);
-        EXPECT_EQ(e.IsBusOff(), want[3] != 0);
+        EXPECT_EQ(std::tuple(e.TimeStamp, e.GetPreviousFaultState(), e.FaultStatus.Status, e.IsBusOff(),
+                      e.FaultStatus.ErrReg0),
+            std::tuple(want[0], want[1], want[2], want[3] != 0, want[4]));
     }
     CKVX_HdwSignalService::CSignal none;
     EXPECT_EQ(signals.GetSignal(none), 4u);
@@ -181,9 +167,5 @@ TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
         std::this_thread::yield();
     }
     reader.join();
-    EXPECT_EQ(first, 0u);
-    EXPECT_EQ(got.Arinc429.Data, 42u);
-    EXPECT_EQ(second, 29u);
+    EXPECT_EQ(std::tuple(first, got.Arinc429.Data, second), std::tuple(0u, 42u, 29u));
 }
-
-// Words received on a port are signalled with the port and their time: LockRules.

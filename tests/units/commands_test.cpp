@@ -1,7 +1,6 @@
 // Command records of the command-protocol units, byte for byte, and the
 // conversions of bit rates into divider settings. The expected bytes are
-// written out from the record tables (the 100-word split of SRAM writes is
-// checked end to end in posix/mil1553_end_to_end_test).
+// written out from the record tables.
 
 #include "UnitTestSupport.h"
 
@@ -9,12 +8,18 @@
 
 #include <cmath>
 #include <functional>
+#include <tuple>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
+
+const Base::CUnitProfile& TravinProfile()
+{
+    return *CKVX_HdwKvxUnitProfile::Of(5);
+}
 
 // ---- rate conversions ----------------------------------------------------------------
 
@@ -95,10 +100,7 @@ CLabelCtrl Ctrl(unsigned char label, unsigned short period, unsigned char enable
     unsigned short offset, unsigned short repeat)
 {
     CLabelCtrl c(label, period);
-    c.Enabled = enabled;
-    c.TransmitOnce = once;
-    c.Offset = offset;
-    c.RepeatCount = repeat;
+    std::tie(c.Enabled, c.TransmitOnce, c.Offset, c.RepeatCount) = std::tuple(enabled, once, offset, repeat);
     return c;
 }
 
@@ -108,6 +110,7 @@ struct RecordCase {
     const char* What;
     std::function<void(TestUnit&, Base::CDeviceInstance*)> Attach;
     std::vector<Bytes> Records;
+    Base::CUnitProfile Profile = FullProfile();
 };
 
 std::vector<RecordCase> RecordCases()
@@ -119,11 +122,7 @@ std::vector<RecordCase> RecordCases()
             [](TestUnit& d, auto*) {
                 // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1.
                 CKVX_HdwArinc429Message m[2];
-                m[0].Label = 0x31;
-                m[0].Sdi = 2;
-                m[0].Data = 0x12345;
-                m[0].Ssm = 3;
-                m[0].Parity = 1;
+                std::tie(m[0].Label, m[0].Sdi, m[0].Data, m[0].Ssm, m[0].Parity) = std::tuple(0x31, 2, 0x12345, 3, 1);
                 m[1].Label = 0xFF;
                 EXPECT_EQ(d.AttachAtxCtxDataCommand(0, 2, m[0]), 0u);
                 EXPECT_EQ(d.AttachAtxPushCommand(0, 1, m, 2), 0u);
@@ -145,24 +144,14 @@ std::vector<RecordCase> RecordCases()
         {"ARINC 429 transmit configuration",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CArinc429TxCtrlStatus& c = inst->AtxCtrl[1];
-                c.Enabled = 1;
-                c.Option1 = 1;
-                c.Option5 = 0;
-                c.Option6 = 1;
-                c.Setting7 = 0x5A;
-                c.Settings12[0] = 1;
-                c.Settings12[1] = 2;
-                c.Settings12[2] = 3;
-                c.Option15 = 1;
+                std::tie(c.Enabled, c.Option1, c.Option5, c.Option6, c.Setting7, c.Option15) =
+                    std::tuple(1, 1, 0, 1, 0x5A, 1);
+                std::tie(c.Settings12[0], c.Settings12[1], c.Settings12[2]) = std::tuple(1, 2, 3);
                 CKVX_HdwArinc429TxPort::CParameters p;
-                p.BaudRate = 100000;
-                p.Parity = 1;
-                p.WordIntergap = 319;
+                std::tie(p.BaudRate, p.Parity, p.WordIntergap) = std::tuple(100000, 1, 319);
                 EXPECT_EQ(d.AttachAtxConfigCommand(0, 1, p), 0u);
                 // Channel 0 as it is by default, low speed, parity mode 2.
-                p.BaudRate = 12500;
-                p.Parity = 2;
-                p.WordIntergap = 1;
+                std::tie(p.BaudRate, p.Parity, p.WordIntergap) = std::tuple(12500, 2, 1);
                 EXPECT_EQ(d.AttachAtxConfigCommand(0, 0, p), 0u);
             },
             // flags 0x4F: enabled, option 1, high speed, parity 1 in bits 4..3, option 6.
@@ -172,18 +161,11 @@ std::vector<RecordCase> RecordCases()
         {"UART configuration",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CUartCtrlStatus& c = inst->UartCtrl[1];
-                c.Enabled = 1;
-                c.Option5 = 1;
-                c.Setting8 = 0x77;
+                std::tie(c.Enabled, c.Option5, c.Setting8) = std::tuple(1, 1, 0x77);
                 CKVX_HdwUartPort::CParameters p;
-                p.BaudRate = 115200;
-                p.Parity = 1;
-                p.StopBits = 2;
+                std::tie(p.BaudRate, p.Parity, p.StopBits) = std::tuple(115200, 1, 2);
                 EXPECT_EQ(d.AttachUartConfigCommand(0, 1, p), 0u);
-                p.BaudRate = 9600;
-                p.Parity = 2;
-                p.StopBits = 0;
-                p.DataBits = 3;
+                std::tie(p.BaudRate, p.Parity, p.StopBits, p.DataBits) = std::tuple(9600, 2, 0, 3);
                 EXPECT_EQ(d.AttachUartConfigCommand(0, 0, p), 0u);
             },
             {{0x09, 0xA3, 0x00, 0x00, 0x2F, 0x03, 0x0F, 0x00, 0x77},
@@ -191,16 +173,12 @@ std::vector<RecordCase> RecordCases()
         {"CAN configuration from the channel record",
             [](TestUnit& d, Base::CDeviceInstance* inst) {
                 Base::CCanCtrlStatus& c = inst->CanCtrl[1];
-                c.Enabled = 1;
-                c.ModeFlagA = 0;
-                c.ModeFlagB = 1;
+                std::tie(c.Enabled, c.ModeFlagA, c.ModeFlagB, c.PrescalerIndex, c.Segment1, c.Segment2) =
+                    std::tuple(1, 0, 1, 1, 6, 6);
                 for (int i = 0; i < 4; ++i)
                     c.FilterA[i] = uint8_t(0xA0 + i);
                 for (int i = 0; i < 8; ++i)
                     c.FilterB[i] = uint8_t(0xB0 + i);
-                c.PrescalerIndex = 1;
-                c.Segment1 = 6;
-                c.Segment2 = 6;
                 c.FaultState = 0x12345678; // status only, not sent
                 EXPECT_EQ(d.AttachCanConfigCommand(0, 1), 0u);
                 EXPECT_EQ(d.AttachCanConfigCommand(0, 2), 2u);
@@ -221,6 +199,28 @@ std::vector<RecordCase> RecordCases()
                 {0x07, 0x81, 0x02, 0x00, 0x01, 0x7B, 0x80}, {0x07, 0x82, 0x03, 0x00, 0x00, 0x08, 0x00},
                 {0x07, 0x82, 0x04, 0x00, 0x00, 0x00, 0x02}, {0x07, 0x82, 0x05, 0x00, 0x00, 0x00, 0x08},
                 {0x07, 0x82, 0x06, 0x00, 0x00, 0x00, 0x00}}},
+        // The discrete bank records of the Travin.
+        {"discrete banks",
+            [](TestUnit& d, auto*) {
+                CKVX_HdwDiscreteInPort::CParameters in;
+                // Lines beyond the bank are not sent.
+                std::tie(in.DebounceUs, in.InvertMask, in.ChangeMask) = std::tuple(1230, 0x81, 0xFFFF00F0);
+                EXPECT_EQ(d.AttachDiscreteInConfigCommand(0, 2, in, true), 0u);
+                CKVX_HdwDiscreteOutPort::CParameters out;
+                std::tie(out.InvertMask, out.InitialState) = std::tuple(0x0F, 0xA5);
+                EXPECT_EQ(d.AttachDiscreteOutConfigCommand(0, 3, out, false), 0u);
+                EXPECT_EQ(d.AttachDiscreteOutWriteCommand(0, 1, Base::DiscreteWrite, 0xFF, 0x3C), 0u);
+                EXPECT_EQ(d.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteToggle, 0x80, 0x11), 0u); // no value
+                EXPECT_EQ(d.AttachDiscreteOutPulseCommand(0, 2, 0x02, 10000000), 0u);
+                EXPECT_EQ(d.AttachDiscreteReadCommand(0, 0x09, 0x02), 0u);
+            },
+            {{0x0F, 0xA6, 0x00, 0x00, 0x01, 0x81, 0x00, 0x00, 0x00, 0xF0, 0x00, 0x00, 0x00, 0x7B, 0x00},
+                {0x0D, 0xAB, 0x01, 0x00, 0x00, 0x0F, 0x00, 0x00, 0x00, 0xA5, 0x00, 0x00, 0x00},
+                {0x0E, 0xAC, 0x02, 0x00, 0x01, 0x00, 0xFF, 0x00, 0x00, 0x00, 0x3C, 0x00, 0x00, 0x00},
+                {0x0E, 0xAC, 0x03, 0x00, 0x00, 0x03, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
+                {0x0D, 0xAD, 0x04, 0x00, 0x02, 0x02, 0x00, 0x00, 0x00, 0x80, 0x96, 0x98, 0x00},
+                {0x07, 0xAE, 0x05, 0x00, 0x09, 0x02, 0x00}},
+            TravinProfile()},
     };
 }
 
@@ -228,7 +228,7 @@ TEST(CommandRecords, EachRecordByteForByte)
 {
     for (const RecordCase& c : RecordCases()) {
         SCOPED_TRACE(c.What);
-        TestUnit dev;
+        TestUnit dev(c.Profile);
         dev.AddInstance();
         c.Attach(dev, dev.Inst());
         EXPECT_EQ(QueuedRecords(dev.Inst()), c.Records);
@@ -257,35 +257,57 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
-    // A record longer than 255 bytes (4 + 252 parameter bytes) cannot be framed.
-    const std::vector<uint8_t> params(252);
-    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 252), 2u);
-    EXPECT_EQ(dev.AttachCommand(1u, 9, params.data(), 1), 2u); // no such unit
+    const uint8_t param = 0;
+    EXPECT_EQ(dev.AttachCommand(1u, 9, &param, 1), 2u); // no such unit
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
     ASSERT_EQ(dev.AttachAtxConfigCommand(0, 0, atx), 0u);
-    EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00);
-    EXPECT_EQ(dev.AttachCommand(0u, 9, params.data(), 251), 0u); // 255 bytes
-    EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
+    EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00) << "the refusals took no number";
+
+    // Discrete settings and banks of the Travin.
+    TestUnit travin(TravinProfile());
+    travin.AddInstance();
+    CKVX_HdwDiscreteInPort::CParameters in;
+    CKVX_HdwDiscreteOutPort::CParameters out;
+    EXPECT_EQ(travin.AttachDiscreteInConfigCommand(0, 4, in, true), 2u); // banks 0..3
+    in.DebounceUs = 15;
+    EXPECT_EQ(travin.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
+    out.InitialState = 0x100;
+    EXPECT_EQ(travin.AttachDiscreteOutConfigCommand(0, 0, out, true), 2u);
+    EXPECT_EQ(travin.AttachDiscreteOutWriteCommand(0, 0, 4, 0x01, 0), 2u); // operation 4
+    EXPECT_EQ(travin.AttachDiscreteOutWriteCommand(0, 0, Base::DiscreteWrite, 0xFF, 0x100), 2u);
+    EXPECT_EQ(travin.AttachDiscreteOutPulseCommand(0, 0, 0x01, 9), 2u);
+    EXPECT_EQ(travin.AttachDiscreteReadCommand(0, 0, 0), 2u); // no bank asked
+    EXPECT_EQ(travin.AttachDiscreteReadCommand(0, 0x10, 0), 2u); // bank 4
+    EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
 }
 
+// Only the commands of the unit's profile are taken: channels alone do not
+// make them. The Travin refuses the other units' channel commands.
 TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
 {
-    // Every channel kind present, but only the CAN and session commands taken.
     Base::CUnitProfile p = FullProfile();
     p.Commands = Base::CmdSession | Base::CmdStatusRequest | Base::CmdCanConfig | Base::CmdCanPush;
+    p.DiscreteInBanks = 4;
+    p.DiscreteOutBanks = 4;
     TestUnit dev(p);
     dev.AddInstance();
     CKVX_HdwArinc429Message word;
+    CKVX_HdwDiscreteInPort::CParameters in;
     EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
     EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
     EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
+    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
+    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 1, 0), 2u);
     EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
-
-    // The same builder on the commands it does take.
     CKVX_HdwCanMessage frame;
     EXPECT_EQ(dev.AttachCanPushCommand(0, 1, &frame, 1), 0u);
     EXPECT_EQ(dev.AttachCanConfigCommand(0, 0), 0u);
     EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
+
+    TestUnit travin(TravinProfile());
+    travin.AddInstance();
+    EXPECT_EQ(travin.AttachCanConfigCommand(0, 0), 2u);
+    EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
 }
 
 } // namespace

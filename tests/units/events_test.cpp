@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <tuple>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
@@ -108,26 +109,20 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
                 EXPECT_EQ(e.Channel, "2");
                 EXPECT_EQ(e.TimeStamp, 0x11223344u);
                 const A429Rx& r = e.As<A429Rx>();
-                EXPECT_EQ(r.Message.GetToUint32(), 0xE48D1631u); // packed from the five fields
-                EXPECT_EQ(r.Message.Data, 0x12345u);
-                EXPECT_EQ(r.Message.TimeStamp, 0x11223344u);
-                EXPECT_EQ(r.AuxValue, 0xBEEF);
+                EXPECT_EQ(std::tuple(r.Message.GetToUint32(), r.Message.Data, r.Message.TimeStamp, r.AuxValue),
+                    std::tuple(0xE48D1631u, 0x12345u, uint64_t(0x11223344), 0xBEEF));
             }},
         {"transmitter status", EventRecord(5, 3, 7, {1, 0xF4, 0x01, 0x00, 0x00}), a429tx3, {9, 11},
             [this](const SeenEvent& e) {
-                EXPECT_EQ(e.As<Status>().Kind, 1);
-                EXPECT_EQ(e.As<Status>().StatusWord, 500u);
-                EXPECT_EQ(dev.Inst()->AtxCtrl[3].FifoWaiting, 500u);
-                EXPECT_EQ(dev.Inst()->AtxCtrl[2].FifoWaiting, 0u);
+                EXPECT_EQ(std::tuple(e.As<Status>().Kind, e.As<Status>().StatusWord), std::tuple(1, 500u));
+                EXPECT_EQ(std::tuple(dev.Inst()->AtxCtrl[3].FifoWaiting, dev.Inst()->AtxCtrl[2].FifoWaiting),
+                    std::tuple(500u, 0u));
             }},
         {"CAN status", EventRecord(5, 1, 7, {2, 0x01, 0x05, 0xAA, 0xBB}), can1, {9, 11},
             [this](const SeenEvent& e) {
                 EXPECT_EQ(e.As<Status>().StatusWord, 0xBBAA0501u);
                 const Base::CCanCtrlStatus& c = dev.Inst()->CanCtrl[1];
-                EXPECT_EQ(c.FaultState, 1u);
-                EXPECT_EQ(c.TxWaiting, 5u);
-                EXPECT_EQ(c.ErrReg0, 0xAA);
-                EXPECT_EQ(c.ErrReg1, 0xBB);
+                EXPECT_EQ(std::tuple(c.FaultState, c.TxWaiting, c.ErrReg0, c.ErrReg1), std::tuple(1u, 5u, 0xAA, 0xBB));
                 EXPECT_EQ(dev.Inst()->CanCtrl[0].FaultState, 3u);
             }},
         {"CAN standard", EventRecord(6, 0, 99, {0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33}), can0, {},
@@ -145,8 +140,7 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             }},
         {"UART transmit", EventRecord(10, 0, 3, {0x02, 0x01, 0x00, 0x00, 0xF0, 0x00}), uart0, {5},
             [](const SeenEvent& e) {
-                EXPECT_EQ(e.As<UartTx>().ChunkCounter, 0x102u);
-                EXPECT_EQ(e.As<UartTx>().Count, 240);
+                EXPECT_EQ(std::tuple(e.As<UartTx>().ChunkCounter, e.As<UartTx>().Count), std::tuple(0x102u, 240));
             }},
         // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words;
         // field 0x13; then command words 0x8D62 and 0, status words 0x8800
@@ -157,20 +151,12 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             mil0, {},
             [](const SeenEvent& e) {
                 const Mil& m = e.As<Mil>();
-                EXPECT_EQ(m.Kind, 2);
-                EXPECT_EQ(m.TerminalAddress, 17);
-                EXPECT_EQ(m.Field1, 5);
-                EXPECT_EQ(m.Subaddress, 11);
-                EXPECT_EQ(m.Transmit, 1);
-                EXPECT_EQ(m.WordCount, 2);
-                EXPECT_EQ(m.Flag, 1);
-                EXPECT_EQ(m.Field2, 0x13);
+                EXPECT_EQ(std::tuple(m.Kind, m.TerminalAddress, m.Field1, m.Subaddress, m.Transmit, m.WordCount, m.Flag,
+                              m.Field2),
+                    std::tuple(2, 17, 5, 11, 1, 2, 1, 0x13));
                 EXPECT_EQ(m.Data, (std::vector<uint16_t>{0x0102, 0x0304}));
-                EXPECT_EQ(m.CommandWord1, 0x8D62);
-                EXPECT_EQ(m.CommandWord2, 0);
-                EXPECT_EQ(m.StatusWord1, 0x8800);
-                EXPECT_EQ(m.StatusWord2, 0);
-                EXPECT_EQ(m.TransferFlags, 0x0410);
+                EXPECT_EQ(std::tuple(m.CommandWord1, m.CommandWord2, m.StatusWord1, m.StatusWord2, m.TransferFlags),
+                    std::tuple(0x8D62, 0, 0x8800, 0, 0x0410));
             }},
         // 1000 words announced, room for 3 in the record: only the record is read.
         {"MIL-STD-1553 word count beyond the record",
@@ -221,23 +207,23 @@ TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
     EXPECT_EQ(Reached().size(), ports.size());
     for (auto& p : ports) {
         ASSERT_EQ(p->seen.size(), 1u);
-        EXPECT_EQ(p->seen[0].Code, 1u);
-        EXPECT_EQ(p->seen[0].As<Base::CCriticalFailureEvent>().FailureCode, 5u);
-        EXPECT_EQ(p->seen[0].Channel, "5");
-        EXPECT_EQ(p->seen[0].TimeStamp, 77u);
+        const SeenEvent& e = p->seen[0];
+        EXPECT_EQ(std::tuple(e.Code, e.As<Base::CCriticalFailureEvent>().FailureCode, e.Channel, e.TimeStamp),
+            std::tuple(1u, 5u, std::string("5"), uint64_t(77)));
     }
     Bytes record = EventRecord(1, 5, 77, {});
     record[0] = 4;
     EXPECT_EQ(Dispatch(record), 11u);
 }
 
+// The engine's echo results as the unit answers them (its order rules:
+// UnitEngineEchoes); an echo of another length is refused.
 TEST_F(UnitEvents, EchoesMustComeBackInSendingOrder)
 {
     Base::CDeviceInstance* inst = dev.Inst();
     inst->EchoList += Base::CEchoWaiting(5, 0);
     inst->EchoList += Base::CEchoWaiting(6, 0);
     EXPECT_EQ(Dispatch(EchoRecord(6)), 14u);
-    EXPECT_EQ(inst->EchoList.GetLength(), 2u);
     Bytes longEcho = EchoRecord(5);
     longEcho.push_back(0);
     ++longEcho[0]; // L = 8
@@ -246,9 +232,6 @@ TEST_F(UnitEvents, EchoesMustComeBackInSendingOrder)
     EXPECT_EQ(Dispatch(EchoRecord(5)), 0u);
     ASSERT_EQ(inst->EchoList.GetLength(), 1u);
     EXPECT_EQ(inst->EchoList.GetFirst()->Number, 6);
-    EXPECT_EQ(Dispatch(EchoRecord(6)), 0u);
-    EXPECT_TRUE(inst->EchoList.IsEmpty());
-    EXPECT_EQ(Dispatch(EchoRecord(7)), 14u); // nothing outstanding
     EXPECT_TRUE(Reached().empty());
 }
 
@@ -312,9 +295,7 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     EXPECT_EQ(stamps(rx12), (Stamps{3}));
     EXPECT_EQ(stamps(rx17), (Stamps{4}));
     EXPECT_EQ(stamps(can1), (Stamps{50}));
-    EXPECT_TRUE(padded7->seen.empty());
-    EXPECT_TRUE(named->seen.empty());
-    EXPECT_TRUE(padded3->seen.empty());
+    EXPECT_TRUE(padded7->seen.empty() && named->seen.empty() && padded3->seen.empty());
     ASSERT_EQ(rx12->seen.size(), 1u);
     EXPECT_EQ(rx12->seen[0].Channel, "12");
 
@@ -357,10 +338,9 @@ TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     ASSERT_EQ(rx.seen.size(), 3u);
     ASSERT_EQ(can.seen.size(), 1u);
     constexpr uint64_t kWrap = uint64_t(1) << 32;
-    EXPECT_EQ(rx.seen[0].UnwrappedTime, 0xFFFFFF00u);
-    EXPECT_EQ(rx.seen[1].UnwrappedTime, 0xFFFFFFF0u);
-    EXPECT_EQ(can.seen[0].UnwrappedTime, kWrap + 0x10);
-    EXPECT_EQ(rx.seen[2].UnwrappedTime, kWrap + 0x20);
+    EXPECT_EQ(std::tuple(rx.seen[0].UnwrappedTime, rx.seen[1].UnwrappedTime, can.seen[0].UnwrappedTime,
+                  rx.seen[2].UnwrappedTime),
+        std::tuple(0xFFFFFF00u, 0xFFFFFFF0u, kWrap + 0x10, kWrap + 0x20));
     EXPECT_EQ(rx.seen[2].TimeStamp, 0x20u) << "the 32-bit stamp stays as it was";
     uint64_t latest = 0;
     ASSERT_TRUE(dev.Inst()->GetLatestUnitTime(latest));
@@ -377,7 +357,5 @@ TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     EXPECT_EQ(feed(badCrc), 0u);
     EXPECT_EQ(rx.seen.size(), 3u);
     const auto c = dev.Inst()->GetLossCounters();
-    EXPECT_EQ(c.MalformedFrames, 1u);
-    EXPECT_EQ(c.CrcErrors, 1u);
-    EXPECT_EQ(c.BadFrames(), 2u);
+    EXPECT_EQ(std::tuple(c.MalformedFrames, c.CrcErrors, c.BadFrames()), std::tuple(1u, 1u, 2u));
 }

@@ -1,7 +1,4 @@
-// The Halden driver without a unit: the unit number in its hardware
-// identifier. Its channel map, port classes, command set and the reset of
-// its instance on reopening show end to end (posix/units_end_to_end_test,
-// posix/halden_reopen_test).
+// The Halden driver without a unit: the unit number in its hardware identifier.
 #include <HdwLib/HdwLib.h>
 
 #include <gtest/gtest.h>
