@@ -106,7 +106,7 @@ unsigned CKVX_HdwKvxSorrelDevice::ReviveForOpen(unsigned instance)
     DeviceLock(instance);
     FinishAttempt(*inst, rc, NowMs());
     DeviceUnlock(instance);
-    return rc == 0 ? 0 : HDW_ERR_LINK;
+    return rc == 0 ? HDW_OK : HDW_ERR_LINK;
 }
 
 void CKVX_HdwKvxSorrelDevice::WatchLink(CDeviceInstance& inst)
