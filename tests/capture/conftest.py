@@ -1,6 +1,5 @@
-"""Fixtures of the capture tests: hdwsim in a process of its own on a
-loopback UDP port, and hdwtool run against it. The programs come from the
-environment (HDWTOOL, HDWSIM), set by the ctest entries."""
+"""Fixtures of the capture tests: hdwsim on a loopback UDP port and hdwtool
+run against it (the programs named by HDWSIM and HDWTOOL)."""
 
 import os
 import subprocess

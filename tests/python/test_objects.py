@@ -8,14 +8,13 @@ import hdwlib
 
 
 class TestArinc429Word:
-    def test_fields_pack_into_the_bus_word_with_odd_parity(self):
+    def test_fields_pack_into_the_bus_word_with_odd_parity_and_back(self):
         # Label 203 (octal), SDI 1, data 0x1234, SSM 3 is 0x6048D183 on the bus.
         w = hdwlib.Arinc429Word(0o203, 1, 0x1234, 3)
         assert w.raw == 0x6048D183
         assert int(w) == 0x6048D183
         assert bin(w.raw).count("1") % 2 == 1
-
-    def test_raw_round_trip_and_parity_check(self):
+        # From the raw word, with the parity check.
         w = hdwlib.Arinc429Word.from_raw(0x6048D183, time=12.5)
         assert (w.label, w.sdi, w.data, w.ssm, w.parity_ok, w.time) == (0o203, 1, 0x1234, 3, True, 12.5)
         bad = hdwlib.Arinc429Word.from_raw(0x6048D183 ^ 0x80000000)

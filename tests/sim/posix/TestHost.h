@@ -20,8 +20,8 @@
 namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
-
 using testsupport::BitwiseCrc16;
+using testsupport::WaitUntil;
 
 inline void Le16(Bytes& b, uint32_t v)
 {
@@ -38,8 +38,6 @@ inline uint32_t GetLe32(const uint8_t* p)
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
 }
 
-using testsupport::WaitUntil;
-
 // One command record: length, code with the echo bit, number, parameters.
 inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 {
@@ -50,7 +48,17 @@ inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 }
 
 // A host frame holding the records in order.
-inline Bytes FrameOf(const std::vector<Bytes>& records);
+inline Bytes FrameOf(const std::vector<Bytes>& records)
+{
+    Bytes payload;
+    for (const Bytes& r : records)
+        payload.insert(payload.end(), r.begin(), r.end());
+    Bytes f{0xA5};
+    Le16(f, static_cast<uint32_t>(payload.size()));
+    f.insert(f.end(), payload.begin(), payload.end());
+    Le16(f, BitwiseCrc16(f.data(), f.size()));
+    return f;
+}
 inline Bytes Frame(std::initializer_list<Bytes> records)
 {
     return FrameOf(std::vector<Bytes>(records));
@@ -100,8 +108,7 @@ inline Bytes CanConfig(
     p[17] = seg2;
     return Record(48 + ch, number, p);
 }
-// A standard data frame (extended and remote frames cross the emulator in the
-// units area's end-to-end tests).
+// A standard data frame.
 inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, const Bytes& data)
 {
     Bytes p{static_cast<uint8_t>(data.size() & 0x0F), static_cast<uint8_t>(id >> 3),
@@ -110,17 +117,8 @@ inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, const Bytes& dat
     p.resize(13, 0);
     return Record(50 + ch, number, p);
 }
-inline Bytes FrameOf(const std::vector<Bytes>& records)
-{
-    Bytes payload;
-    for (const Bytes& r : records)
-        payload.insert(payload.end(), r.begin(), r.end());
-    Bytes f{0xA5};
-    Le16(f, static_cast<uint32_t>(payload.size()));
-    f.insert(f.end(), payload.begin(), payload.end());
-    Le16(f, BitwiseCrc16(f.data(), f.size()));
-    return f;
-}
+// Event types of unit frames.
+constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3, EvCanTx = 7, EvMil1553 = 8, EvIn = 11, EvOut = 12;
 
 // One event record of a unit frame.
 struct Event {

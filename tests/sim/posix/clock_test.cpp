@@ -1,7 +1,4 @@
-// The emulator's unit clock. Serving on a pseudo-terminal is run end to end
-// by the units area (UnitRig on a pty: words, CAN frames, a hung-up and a
-// reopened unit) and by the tool tests (each hdwtool run opens hdwsim's pty
-// anew), so it is not driven byte by byte here again.
+// The emulator's unit clock: where it starts.
 
 #include <hdwsim/Emulator.h>
 
@@ -18,9 +15,8 @@ uint32_t MonotonicUs()
     return uint32_t(uint64_t(t.tv_sec) * 1000000u + uint64_t(t.tv_nsec) / 1000u);
 }
 
-// A load test in another process compares the events' time stamps with its
-// own CLOCK_MONOTONIC: with the option the unit clock is that clock; without
-// it the clock starts at ClockStartUs.
+// With the option the unit clock is CLOCK_MONOTONIC (a load test in another
+// process compares time stamps with its own); without it it starts at ClockStartUs.
 TEST(EmulatorClock, MonotonicOptionMakesTheUnitClockTheSystemMonotonicClockElseItStartsAtClockStartUs)
 {
     hdwsim::Emulator::Options o;

@@ -14,9 +14,6 @@ using namespace simtest;
 
 namespace {
 
-constexpr unsigned EvEcho = 0, EvIn = 11, EvOut = 12;
-constexpr uint64_t Us = 1000; // ns
-
 // The discrete events of a type as "bank@time state/changed #sequence cause",
 // state and changed in hex.
 std::vector<std::string> Of(const UnitStream& s, unsigned type)

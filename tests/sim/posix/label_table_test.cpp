@@ -15,7 +15,6 @@ using hdwsim::UnitEngine;
 
 namespace {
 
-constexpr unsigned EvA429Rx = 2, EvA429Tx = 3;
 constexpr uint64_t Ms = 1000000;
 
 // Label control: period in ms (1..1024), flags, offset in ms, repeat count.

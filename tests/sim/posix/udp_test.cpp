@@ -1,7 +1,6 @@
 // The emulator served over HOE on loopback UDP. The host's packets are built
-// and checked with the library's HOE codec (known bytes: links/hoe_packet_test),
-// which shares no code with the emulator; the unit frames inside are taken
-// apart by TestHost.h.
+// and checked with the library's HOE codec, which shares no code with the
+// emulator; the unit frames inside are taken apart by TestHost.h.
 
 #include "TestHost.h"
 
@@ -57,10 +56,6 @@ public:
             },
             10000);
     }
-    static Bytes Payload(const Packet& p)
-    {
-        return Bytes(p.Sections.Payload, p.Sections.Payload + Hoe::GetPayloadLength(p));
-    }
 
 private:
     Hoe m_Hoe;
@@ -75,9 +70,9 @@ void ExpectSingleEcho(Host& h, uint32_t tag, uint32_t session, unsigned number, 
     h.Send(Hoe::CodeSendCmd, tag, session, Frame({Session(number, true)}));
     ASSERT_TRUE(h.Receive(Hoe::CodeEventData, tag, r));
     UnitStream u;
-    u.Feed(Host::Payload(r));
-    ASSERT_EQ(u.OfType(0).size(), 1u);
-    EXPECT_EQ(u.OfType(0)[0].EchoNumber(), number);
+    u.Feed(r.Sections.Payload, Hoe::GetPayloadLength(r));
+    ASSERT_EQ(u.OfType(EvEcho).size(), 1u);
+    EXPECT_EQ(u.OfType(EvEcho)[0].EchoNumber(), number);
 }
 
 struct UdpFixture : ::testing::Test {
@@ -109,10 +104,6 @@ struct UdpFixture : ::testing::Test {
 };
 
 } // namespace
-
-// Commands and their echoes over a session are run end to end by the units
-// area (UnitRig over UDP); the packet numbering is checked below
-// where a dropped packet leaves its gap.
 
 TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLeaves)
 {

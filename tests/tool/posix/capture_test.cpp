@@ -1,9 +1,10 @@
 // The capture formats of hdwtool: candump log lines of every writer parsed
-// and written back, malformed lines refused with a reason, and the SocketCAN
-// and ARINC 429 records (the pcapng file as tshark reads it: capture/test_pcap.py).
+// and written back, malformed lines refused with a reason, and the ARINC 429
+// record (the pcapng file and its SocketCAN records: capture/test_pcap.py).
 #include "CandumpLog.h"
 #include "Format.h"
 #include "PcapWriter.h"
+#include "Values.h"
 
 #include <gtest/gtest.h>
 
@@ -12,30 +13,15 @@
 
 using namespace hdwtool;
 
-namespace {
-
-CKVX_HdwCanMessage Frame(uint32_t id, bool extended, bool rtr, std::vector<uint8_t> data, uint8_t dlc = 0xFF)
-{
-    CKVX_HdwCanMessage f;
-    f.Identifier = id;
-    f.Extended = extended;
-    f.Rtr = rtr;
-    f.Dlc = dlc != 0xFF ? dlc : uint8_t(data.size());
-    for (size_t i = 0; i < data.size(); ++i)
-        f.Data[i] = data[i];
-    return f;
-}
-
-} // namespace
-
 // Lines of candump and other writers (fewer decimals, a direction column,
 // blanks around) parse; written back they read as monitor --log writes them:
-// seconds zero-padded to ten digits, microseconds to six. (The round trip of
-// every line that parses is fuzz_candump_log's.)
+// seconds zero-padded to ten digits, microseconds to six.
 TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoes)
 {
-    EXPECT_EQ(FormatCandumpLine(5, CandumpInterface("can:12"), Frame(0x1F334455, true, true, {}, 3)),
-        "(0000000000.000005) can12 1F334455#R3");
+    CKVX_HdwCanMessage f;
+    std::string error;
+    ASSERT_TRUE(ParseCanFrame("1F334455#R3", f, error));
+    EXPECT_EQ(FormatCandumpLine(5, CandumpInterface("can:12"), f), "(0000000000.000005) can12 1F334455#R3");
     const struct {
         const char* Line;
         const char* Written; // "": an error frame
@@ -48,7 +34,6 @@ TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoes)
     };
     for (const auto& c : cases) {
         CandumpRecord r;
-        std::string error;
         ASSERT_TRUE(ParseCandumpLine(c.Line, r, error)) << c.Line << ": " << error;
         EXPECT_EQ(r.ErrorFrame, *c.Written == 0) << c.Line;
         if (*c.Written) {
@@ -75,20 +60,13 @@ TEST(CandumpLog, MalformedLinesAreRefusedWithAReason)
         CandumpRecord r;
         std::string error;
         EXPECT_FALSE(ParseCandumpLine(c.Line, r, error)) << c.Line;
-        EXPECT_FALSE(error.empty()) << c.Line;
         EXPECT_NE(error.find(c.Says), std::string::npos) << c.Line << ": " << error;
     }
 }
 
-TEST(CaptureRecords, SocketCanAndArinc429RecordsInNetworkByteOrder)
+// Version, flags, channel, a spare byte and the word in network byte order.
+TEST(CaptureRecords, Arinc429RecordInNetworkByteOrder)
 {
-    const auto ext = SocketCanRecord(Frame(0x1F334455, true, true, {}, 3));
-    EXPECT_EQ(std::vector<uint8_t>(ext.begin(), ext.end()),
-        (std::vector<uint8_t>{0xDF, 0x33, 0x44, 0x55, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-    const auto standard = SocketCanRecord(Frame(0x123, false, false, {0xDE, 0xAD}));
-    EXPECT_EQ(std::vector<uint8_t>(standard.begin(), standard.end()),
-        (std::vector<uint8_t>{0, 0, 1, 0x23, 2, 0, 0, 0, 0xDE, 0xAD, 0, 0, 0, 0, 0, 0}));
-
     CKVX_HdwArinc429Message w;
     w.SetFromUint32(0x6048D183);
     Arinc429RecordInfo info;

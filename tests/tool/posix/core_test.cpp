@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using namespace hdwtool;
 
 namespace {
@@ -26,8 +28,8 @@ CKVX_HdwCanMessage Can(const std::string& text)
 
 } // namespace
 
-// Each syntax is one table of what it takes (with what it makes of it) and
-// what it refuses (with words of its message, "" where any message will do).
+// Each syntax: a table of what it takes (and makes of it) and what it refuses
+// (with words of its message).
 TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 {
     const struct {
@@ -69,8 +71,7 @@ TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
     EXPECT_EQ(f.Dlc, 3);
 }
 
-// The raw words are worked out by hand: label | SDI << 8 | data << 10 | SSM << 29
-// | parity << 31 (the packing itself is checked in bus/arinc429_message_test).
+// Raw words by hand: label | SDI << 8 | data << 10 | SSM << 29 | parity << 31.
 TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
 {
     const struct {
@@ -109,30 +110,18 @@ TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
     Gen::CLabelDef d;
     std::string error;
     ASSERT_TRUE(ParseGeneratorLabel("label=203,rate=12.5,sdi=1,ssm=3,data=0x1234", d, error)) << error;
-    EXPECT_EQ(d.Label, 0203);
-    EXPECT_EQ(d.Rate, 12.5);
-    EXPECT_EQ(d.Sdi, 1);
-    EXPECT_EQ(d.Ssm, 3);
-    EXPECT_EQ(d.Pattern, Gen::PatternConstant);
-    EXPECT_EQ(d.Data, 0x1234u);
+    EXPECT_EQ(std::tuple(int(d.Label), d.Rate, int(d.Sdi), int(d.Ssm), int(d.Pattern), d.Data),
+        std::tuple(0203, 12.5, 1, 3, int(Gen::PatternConstant), 0x1234u));
     ASSERT_TRUE(ParseGeneratorLabel("label=0x88,rate=10,counter=5:0o17,step=3", d, error)) << error;
-    EXPECT_EQ(d.Label, 0x88);
-    EXPECT_EQ(d.Pattern, Gen::PatternCounter);
-    EXPECT_EQ(d.Min, 5u);
-    EXPECT_EQ(d.Max, 15u);
-    EXPECT_EQ(d.Step, 3u);
+    EXPECT_EQ(std::tuple(int(d.Label), int(d.Pattern), d.Min, d.Max, d.Step),
+        std::tuple(0x88, int(Gen::PatternCounter), 5u, 15u, 3u));
     ASSERT_TRUE(
         ParseGeneratorLabel("label=205,rate=50,bnr=triangle,range=512,res=0.25,low=-100,high=300,period=5", d, error))
         << error;
-    EXPECT_EQ(d.Pattern, Gen::PatternBnr);
-    EXPECT_EQ(d.Wave, Gen::WaveTriangle);
-    EXPECT_EQ(d.BnrBits(), 11u);
-    EXPECT_EQ(d.Low, -100.0);
-    EXPECT_EQ(d.High, 300.0);
-    EXPECT_EQ(d.Period, 5.0);
+    EXPECT_EQ(std::tuple(int(d.Pattern), int(d.Wave), d.BnrBits(), d.Low, d.High, d.Period),
+        std::tuple(int(Gen::PatternBnr), int(Gen::WaveTriangle), 11u, -100.0, 300.0, 5.0));
     ASSERT_TRUE(ParseGeneratorLabel("label=207,rate=5,discrete=0x40000,toggle=0x3,period=0.5", d, error)) << error;
-    EXPECT_EQ(d.Pattern, Gen::PatternDiscrete);
-    EXPECT_EQ(d.Mask, 3u);
+    EXPECT_EQ(std::tuple(int(d.Pattern), d.Mask), std::tuple(int(Gen::PatternDiscrete), 3u));
 
     const struct {
         const char* Text;
@@ -161,14 +150,13 @@ TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
 {
     LabelAccept a;
     std::string error;
-    ASSERT_TRUE(ParseLabelAccept("203", a, error)) << error;
-    EXPECT_EQ(a.Label, 0x83);
-    EXPECT_EQ(a.Mask(), 0xFFFF);
-    ASSERT_TRUE(ParseLabelAccept("203:1", a, error));
-    EXPECT_EQ(a.Mask(), 0x2222); // SDI 1 with any SSM: bits 1, 5, 9, 13
-    ASSERT_TRUE(ParseLabelAccept("0x10:0:3", a, error));
-    EXPECT_EQ(a.Label, 0x10);
-    EXPECT_EQ(a.Mask(), 0x1000); // bit 0 + 4 x 3
+    // Mask: bit SDI + 4 x SSM for each SDI and SSM taken.
+    const std::tuple<const char*, int, int> good[] = {
+        {"203", 0x83, 0xFFFF}, {"203:1", 0x83, 0x2222}, {"0x10:0:3", 0x10, 0x1000}};
+    for (const auto& [text, label, mask] : good) {
+        ASSERT_TRUE(ParseLabelAccept(text, a, error)) << error;
+        EXPECT_EQ(std::tuple(int(a.Label), int(a.Mask())), std::tuple(label, mask)) << text;
+    }
     for (const char* bad : {"203:4", "203:1:2:3", "999"})
         EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
@@ -198,7 +186,6 @@ TEST(Numbers, RatesSamplePointsAndDurations)
         EXPECT_EQ(ok, c.Want >= 0) << c.Text;
         EXPECT_DOUBLE_EQ(ok ? d : -1, c.Want) << c.Text;
     }
-    // Plain octal and the 0x, 0o, 0d prefixes: the label rows of Arinc429Syntax.
     uint64_t v = 0;
     EXPECT_TRUE(ParseNumber("0b101", v));
     EXPECT_EQ(v, 5u);
@@ -224,8 +211,6 @@ TEST(UartSyntax, TextEscapesAndHex)
     EXPECT_EQ(QuoteText({'a', '"', '\n', 0x7F}), "\"a\\\"\\n\\x7F\"");
 }
 
-// Port names that name a port are taken on every run of the program tests
-// (list, monitor, send); ToolErrors shows an unknown type reaching stderr.
 TEST(PortNames, MalformedNamesAndKeysWithABadChecksumAreRefused)
 {
     PortSpec s;
@@ -244,10 +229,6 @@ TEST(PortNames, MalformedNamesAndKeysWithABadChecksumAreRefused)
     EXPECT_NE(error.find("checksum"), std::string::npos);
 }
 
-// Link syntax (CODE:LINK, a driver name for the code), ParseValueFor's refusal
-// of a receiver and ResultText are checked on the program's own stderr in
-// program_test (ToolErrors).
-
 TEST(CommandLine, OptionsValuesAndPositionals)
 {
     const std::vector<OptionSpec> specs = {
@@ -262,15 +243,12 @@ TEST(CommandLine, OptionsValuesAndPositionals)
     EXPECT_EQ(a.Positionals(), (std::vector<std::string>{"can:0", "--x"}));
     EXPECT_FALSE(ParseArgs(specs, {"--count"}, a, error));
     EXPECT_NE(error.find("needs a value"), std::string::npos);
-    // An unknown option: a row of ToolErrors in program_test.
     EXPECT_FALSE(ParseArgs(specs, {"-n", "1", "-n", "2"}, a, error));
     EXPECT_FALSE(ParseArgs(specs, {"--scan=1"}, a, error));
 }
 
 TEST(Columns, Arinc429CanAndUartRows)
 {
-    // The ARINC 429 columns are checked on the monitor's own output in
-    // program_test (Arinc429WordsThroughALabelFilter...), the raw words in Arinc429Syntax.
     EXPECT_EQ(Arinc429Fields(12345678, "a429rx:0", CKVX_HdwArinc429Message())[0], "12.345678");
     // A word failing its receiver's parity check has "!" after its parity bit.
     CKVX_HdwArinc429Message w;
@@ -287,14 +265,19 @@ TEST(Columns, Arinc429CanAndUartRows)
     const Columns cols{{"A", "B", "C"}, {-4, 3, 0}};
     EXPECT_EQ(RenderRow({"1", "x", "tail end"}, cols, OutputFormat::Text), "   1  x    tail end");
     EXPECT_EQ(RenderRow({"1", "a,b", "say \"hi\""}, cols, OutputFormat::Csv), "1,\"a,b\",\"say \"\"hi\"\"\"");
-    // Labels in three octal digits ("012", "017"): ToolList in program_test.
 }
 
-TEST(StatusText, CountsAndRatesPerPort)
+// Drops and link losses show once there are any; the summary always names them.
+TEST(StatusText, CountsRatesAndLosses)
 {
-    const std::string s = FormatStatus(3.04, {{"a429rx:0", 150, 49.6}, {"can:1", 7, 0}}, 0);
-    EXPECT_EQ(s, "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s)");
+    std::vector<PortStatus> ports = {{"a429rx:0", 150, 49.6, 0}, {"can:1", 7, 0, 0}};
+    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s)");
     EXPECT_EQ(FormatStatus(1, {{"a429rx:0", 1, 1}}, 10).size(), 9u);
+    EXPECT_EQ(FormatLosses(ports, {}), "dropped a429rx:0 0, can:1 0; link: 0 bad frames, 0 lost echoes");
+    ports[1].Dropped = 3;
+    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3");
+    EXPECT_EQ(FormatStatus(3.04, ports, 0, {1, 2}),
+        "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
     RateMeter m;
     m.Sample(0, 0);
     m.Sample(1, 100);
@@ -305,16 +288,6 @@ TEST(StatusText, CountsAndRatesPerPort)
     for (int i = 7; i <= 12; ++i)
         m.Sample(i * 0.5, uint64_t(300 + (i - 6) * 25));
     EXPECT_DOUBLE_EQ(m.Rate(), 50);
-}
-
-TEST(StatusText, DropsAndLinkLossesShowOnceThereAreAnyAndTheSummaryAlwaysNamesThem)
-{
-    std::vector<PortStatus> ports = {{"a429rx:0", 150, 49.6, 0}, {"can:1", 7, 0, 3}};
-    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3");
-    EXPECT_EQ(FormatStatus(3.04, ports, 0, {1, 2}),
-        "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
-    ports[1].Dropped = 0;
-    EXPECT_EQ(FormatLosses(ports, {}), "dropped a429rx:0 0, can:1 0; link: 0 bad frames, 0 lost echoes");
 }
 
 TEST(TimeColumnText, RelativeAbsoluteAndDeltaFromOneHostClock)

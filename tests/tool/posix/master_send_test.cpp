@@ -1,8 +1,6 @@
 // hdwtool send and monitor --poll on the Wendal's I2C and SPI masters: the
 // transfer syntax, one line per transfer with its result, the exit status,
 // and values refused before a unit is touched.
-#include <hdwsim/Emulator.h>
-
 #include "MasterSend.h"
 #include "Spawn.h"
 
@@ -61,12 +59,8 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
 
 TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
 {
-    hdwsim::Emulator::Options opt;
-    opt.Pty = true;
-    hdwsim::Emulator sim(*hdwsim::FindUnitModel("wendal"), opt);
-    std::string error;
-    ASSERT_TRUE(sim.Start(&error)) << error;
-    const std::string link = "7:" + sim.PtyPath();
+    tooltest::LocalSim sim("wendal", "7");
+    const std::string& link = sim.Link;
 
     // Bad values and settings first: usage errors, nothing sent to the unit.
     using Args = std::vector<std::string>;
@@ -78,7 +72,7 @@ TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
         args.insert(args.end(), bad.begin() + 1, bad.end());
         EXPECT_EQ(Tool(args).Status, 2) << bad[0] << " " << bad[2];
     }
-    EXPECT_EQ(sim.GetCounters().CommandsReceived, 0u);
+    EXPECT_EQ(sim.Counters().CommandsReceived, 0u);
 
     Output o = Tool({"send", "--link", link, "i2c:1", "--speed", "400k", "addr=0x50,reg=0x20,write=hex:0A.0B",
         "addr=0x50,reg=0x20,read=2", "addr=0x33", "addr=0x20,write=hex:01"});
@@ -89,7 +83,7 @@ TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
     EXPECT_EQ(lines,
         (std::vector<std::string>{"i2c:1 0x50 20.0A.0B - ok", "i2c:1 0x50 20 0A.0B ok", "i2c:1 0x33 - - nack address",
             "i2c:1 0x20 01 - nack data"}));
-    EXPECT_EQ(sim.GetCounters().I2cTransfers[1], 4u);
+    EXPECT_EQ(sim.Counters().I2cTransfers[1], 4u);
 
     o = Tool({"send", "--link", link, "spi:0", "--mode", "2", "--clock", "5M", "out=hex:01.02.03"});
     ASSERT_EQ(o.Status, 0) << o.Err;

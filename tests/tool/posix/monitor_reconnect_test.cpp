@@ -1,7 +1,7 @@
-// hdwtool monitor --reconnect against the hdwsim program reached through its
-// symbolic link: the unit is unplugged and plugged back with the program's
-// signals, and the monitor keeps running, says when the unit went and came
-// back, goes on printing traffic and counts the outage in its summary.
+// hdwtool monitor --reconnect against hdwsim reached through its symbolic
+// link: the unit is unplugged and plugged back with the program's signals,
+// and the monitor says when it went and came back, goes on printing traffic
+// and counts the outage in its summary.
 #include <gtest/gtest.h>
 
 #include "Spawn.h"
@@ -10,6 +10,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -17,13 +18,6 @@
 #include <vector>
 
 namespace {
-
-using testsupport::WaitUntil;
-using tooltest::ReadLine;
-using tooltest::Spawn;
-
-// A hung child cannot outlive the test.
-constexpr unsigned kChildTimeoutS = 120;
 
 std::vector<std::string> FileLines(const std::string& path)
 {
@@ -34,7 +28,7 @@ std::vector<std::string> FileLines(const std::string& path)
     return lines;
 }
 
-// Index of the first line starting with `prefix`, or -1.
+// Index of the first line starting with `prefix` (-1: none), and the word lines after line `from`.
 long FindLine(const std::vector<std::string>& lines, const std::string& prefix)
 {
     for (size_t i = 0; i < lines.size(); ++i)
@@ -42,7 +36,6 @@ long FindLine(const std::vector<std::string>& lines, const std::string& prefix)
             return long(i);
     return -1;
 }
-
 size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
 {
     size_t n = 0;
@@ -54,32 +47,24 @@ size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
 TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
 {
     const std::string base = "/tmp/hdwtool-reconnect-" + std::to_string(getpid());
-    const std::string link = base + "-link";
-    const std::string outPath = base + "-out";
-    const std::string errPath = base + "-err";
-
-    int simOut[2];
-    ASSERT_EQ(pipe(simOut), 0);
-    const pid_t sim =
-        Spawn({HDWSIM_PROGRAM, "--unit", "halden", "--pty", "--link", link}, simOut[1], 2, kChildTimeoutS);
-    close(simOut[1]);
-    EXPECT_EQ(ReadLine(simOut[0]).rfind("pty /dev/", 0), 0u);
-    EXPECT_EQ(ReadLine(simOut[0]), "link " + link);
+    const std::string link = base + "-link", outPath = base + "-out", errPath = base + "-err";
+    auto sim = std::make_unique<tooltest::SimProcess>(false, "halden", "3", std::vector<std::string>{"--link", link});
+    EXPECT_EQ(sim->Line(), "link " + link);
 
     const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ASSERT_GE(out, 0);
     ASSERT_GE(err, 0);
-    const pid_t tool =
-        Spawn({HDWTOOL_PROGRAM, "monitor", "--link", "3:" + link, "a429rx:1", "--reconnect", "--send",
-                  "a429tx:1=label=201,data=0x10", "--repeat", "100000", "--interval", "20", "--duration", "100"},
-            out, err, kChildTimeoutS);
+    const pid_t tool = tooltest::Spawn(
+        {HDWTOOL_PROGRAM, "monitor", "--link", "3:" + link, "a429rx:1", "--reconnect", "--send",
+            "a429tx:1=label=201,data=0x10", "--repeat", "100000", "--interval", "20", "--duration", "100"},
+        out, err, 120); // a hung child cannot outlive the test
     close(out);
     close(err);
 
     std::vector<std::string> lines;
     auto look = [&](auto&& done) {
-        return WaitUntil(
+        return testsupport::WaitUntil(
             [&] {
                 lines = FileLines(outPath);
                 return done();
@@ -87,12 +72,11 @@ TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
             30000);
     };
     EXPECT_TRUE(look([&] { return WordLinesAfter(lines, -1) >= 3; })) << "no traffic before the unplug";
-
-    kill(sim, SIGUSR1);
-    EXPECT_EQ(ReadLine(simOut[0]), "unplugged");
+    kill(sim->Pid, SIGUSR1);
+    EXPECT_EQ(sim->Line(), "unplugged");
     EXPECT_TRUE(look([&] { return FindLine(lines, "unit lost ") >= 0; })) << "no unit-lost line";
-    kill(sim, SIGUSR2);
-    EXPECT_EQ(ReadLine(simOut[0]), "plugged");
+    kill(sim->Pid, SIGUSR2);
+    EXPECT_EQ(sim->Line(), "plugged");
     EXPECT_TRUE(look([&] {
         const long back = FindLine(lines, "unit back ");
         return back >= 0 && WordLinesAfter(lines, back) >= 3;
@@ -101,26 +85,21 @@ TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
     kill(tool, SIGINT);
     int status = -1;
     waitpid(tool, &status, 0);
-    kill(sim, SIGTERM);
-    waitpid(sim, nullptr, 0);
-    close(simOut[0]);
-
+    sim.reset();
+    EXPECT_NE(access(link.c_str(), F_OK), 0); // hdwsim removed its link
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
     const long lost = FindLine(lines, "unit lost ");
     const long back = FindLine(lines, "unit back ");
     ASSERT_GE(lost, 0);
     ASSERT_GT(back, lost);
-    // "unit lost LINK outages=1 ...", "unit back LINK returns=1 away-ms=N"
     EXPECT_EQ(lines[size_t(lost)].rfind("unit lost " + link + " outages=1 lost-items=", 0), 0u) << lines[size_t(lost)];
     EXPECT_EQ(lines[size_t(back)].rfind("unit back " + link + " returns=1 away-ms=", 0), 0u) << lines[size_t(back)];
-    std::ifstream errIn(errPath);
     std::stringstream errText;
-    errText << errIn.rdbuf();
+    errText << std::ifstream(errPath).rdbuf();
     EXPECT_NE(errText.str().find("unit outages 1, back 1"), std::string::npos) << errText.str();
     unlink(outPath.c_str());
     unlink(errPath.c_str());
-    EXPECT_NE(access(link.c_str(), F_OK), 0); // hdwsim removed its link
 }
 
 } // namespace

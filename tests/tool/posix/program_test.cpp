@@ -1,8 +1,5 @@
-// The built hdwtool run as a user runs it: against hdwsim (a separate
-// process) on a pseudo-terminal and on loopback UDP, and against an emulator
-// in this process whose counters tell what reached the buses.
-#include <hdwsim/Emulator.h>
-
+// The built hdwtool run as a user runs it: against hdwsim on a
+// pseudo-terminal and on loopback UDP, or an emulator in this process.
 #include <HdwLib/links/HdwUdpSocket.h>
 
 #include "links/posix/PtyPair.h"
@@ -18,187 +15,122 @@
 #include <unistd.h>
 #include <vector>
 
-namespace {
-
+using tooltest::LocalSim;
 using tooltest::Output;
+using tooltest::Row;
+using tooltest::Rows;
 using tooltest::SimProcess;
-using tooltest::Spawn;
 using tooltest::Tool;
 using tooltest::Words;
 
-} // namespace
-
 // The TIME column over the unit clock's 32-bit wrap (the emulator's clock
-// starts 3 s before it): relative times rise from the start without a step
-// back; a bad mode is a usage error. (The modes' arithmetic: core_test TimeColumnText.)
+// starts 3 s before it) rises without a step back.
 TEST(ToolMonitor, TimeColumnNeverWraps)
 {
     SimProcess sim(true, "halden", "3", {"--clock-start", "4294964296"});
-    const Output o = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--count", "6", "--duration", "40", "--time",
-        "relative", "--send", "a429tx:0=label=203,data=0x1234", "--repeat", "6", "--interval", "700"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    std::vector<double> t;
-    for (const auto& l : o.Lines())
-        t.push_back(std::stod(Words(l).at(0)));
-    ASSERT_EQ(t.size(), 6u) << o.Out;
-    EXPECT_LT(t[0], 30.0);
+    const auto rows =
+        Rows({"monitor", "--link", sim.Link, "a429rx:0", "--count", "6", "--duration", "40", "--time", "relative",
+                 "--send", "a429tx:0=label=203,data=0x1234", "--repeat", "6", "--interval", "700"},
+            6);
+    EXPECT_LT(std::stod(rows[0][0]), 30.0);
     for (size_t i = 1; i < 6; ++i) {
-        EXPECT_GT(t[i], t[i - 1]);
-        EXPECT_LT(t[i] - t[i - 1], 10.0);
+        EXPECT_GT(std::stod(rows[i][0]), std::stod(rows[i - 1][0]));
+        EXPECT_LT(std::stod(rows[i][0]) - std::stod(rows[i - 1][0]), 10.0);
     }
     const Output bad = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--time", "wall"});
     EXPECT_EQ(bad.Status, 2);
     EXPECT_NE(bad.Err.find("relative, absolute or delta"), std::string::npos) << bad.Err;
 }
 
+// No header when piped; the key (seventh column to the end of the line)
+// names the same receiver for monitor.
 TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
 {
-    const struct {
-        const char *Unit, *Code, *Model;
-        size_t Rows;
-        std::string Rx, Label;
-    } units[] = {
-        {"halden", "3", "Halden", 14, "2", "012"}, // 2 UART, 4+4 ARINC 429, 2 CAN, 2 MIL-STD-1553
-    };
-    for (const auto& u : units) {
-        SCOPED_TRACE(u.Unit);
-        SimProcess sim(false, u.Unit, u.Code);
-        // No header when piped; each row's name columns and model; the key
-        // runs from the seventh column to the end of the line.
-        const Output o = Tool({"list", "--link", sim.Link});
-        ASSERT_EQ(o.Status, 0) << o.Err;
-        EXPECT_EQ(o.Lines().size(), u.Rows) << o.Out;
-        std::map<std::string, std::string> keys;
-        unsigned a429rx = 0;
-        for (const auto& l : o.Lines()) {
-            const auto w = Words(l);
-            ASSERT_GE(w.size(), 7u) << l;
-            EXPECT_EQ(w[2], w[1] + ":" + w[0]) << l;
-            EXPECT_EQ(w[3], u.Model);
-            if (w[1] == "a429rx") { // numbered per type, channel = number on these units
-                EXPECT_EQ(w[0], std::to_string(a429rx));
-                EXPECT_EQ(w[5], std::to_string(a429rx++));
-            }
-            keys[w[2]] = l.substr(l.find(w[6]));
+    SimProcess sim(false);
+    const Output o = Tool({"list", "--link", sim.Link});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    EXPECT_EQ(o.Lines().size(), 14u) << o.Out; // 2 UART, 4+4 ARINC 429, 2 CAN, 2 MIL-STD-1553
+    std::map<std::string, std::string> keys;
+    unsigned a429rx = 0;
+    for (const auto& l : o.Lines()) {
+        const auto w = Words(l);
+        ASSERT_GE(w.size(), 7u) << l;
+        EXPECT_EQ(w[2], w[1] + ":" + w[0]) << l;
+        EXPECT_EQ(w[3], "Halden");
+        if (w[1] == "a429rx") { // numbered per type, channel = number
+            EXPECT_EQ(w[0], std::to_string(a429rx));
+            EXPECT_EQ(w[5], std::to_string(a429rx++));
         }
-        const Output csv = Tool({"list", "--link", sim.Link, "--format", "csv"});
-        EXPECT_EQ(csv.Lines().front(), "NUM,TYPE,PORT,MODEL,SERIAL,CHANNEL,KEY");
-        EXPECT_EQ(csv.Lines().size(), u.Rows + 1);
-        // The key printed by list names the same receiver for monitor.
-        const std::string rx = "a429rx:" + u.Rx;
-        ASSERT_EQ(keys[rx].substr(0, 4), "3@" + u.Rx + "@");
-        const Output m = Tool({"monitor", "--link", sim.Link, keys[rx], "--count", "1", "--duration", "20", "--send",
-            "a429tx:" + u.Rx + "=label=" + u.Label + ",data=0x55"});
-        ASSERT_EQ(m.Status, 0) << m.Err;
-        ASSERT_EQ(m.Lines().size(), 1u) << m.Out;
-        const auto w = Words(m.Lines()[0]); // time stamp, port, label, SDI, data, SSM, parity, raw word
-        ASSERT_EQ(w.size(), 8u);
-        EXPECT_EQ(w[1], rx);
-        EXPECT_EQ(w[2], u.Label);
-        EXPECT_EQ(w[4], "00055");
+        keys[w[2]] = l.substr(l.find(w[6]));
     }
+    const Output csv = Tool({"list", "--link", sim.Link, "--format", "csv"});
+    EXPECT_EQ(csv.Lines().front(), "NUM,TYPE,PORT,MODEL,SERIAL,CHANNEL,KEY");
+    EXPECT_EQ(csv.Lines().size(), 15u);
+    ASSERT_EQ(keys["a429rx:2"].substr(0, 4), "3@2@");
+    // Time stamp, port, label (three octal digits), SDI, data, SSM, parity, raw word.
+    const Row w = Rows({"monitor", "--link", sim.Link, keys["a429rx:2"], "--count", "1", "--duration", "20", "--send",
+                           "a429tx:2=label=012,data=0x55"},
+        1)[0];
+    EXPECT_EQ(w.size(), 8u);
+    EXPECT_EQ(Row(w.begin() + 1, w.begin() + 5), (Row{"a429rx:2", "012", "0", "00055"}));
 }
 
-TEST(ToolMonitor, Arinc429WordsThroughALabelFilterAndCanFramesRoundTripOverUdp)
+// CAN frames monitored over UDP: capture/test_candump_log.py (printed and logged).
+TEST(ToolMonitor, Arinc429WordsThroughALabelFilterOverUdp)
 {
     SimProcess sim(true);
-    const std::vector<std::string> frames = {
-        "123#DEADBEEF", "1F334455#R", "123#", "7FF#0102030405060708", "00000001#R2"};
-    std::vector<std::string> args = {"monitor", "--link", sim.Link, "a429rx:1", "can:1", "--rate", "high", "--bitrate",
-        "500k", "--sample-point", "87.5%", "--accept", "203:1", "--count", "14", "--duration", "20", "--send",
-        "a429tx:1=label=203,sdi=1,data=0x1234,ssm=3", "--send", "a429tx:1=0xE0048D83", "--repeat", "2", "--interval",
-        "5"};
     // The label filter passes label 203 with SDI 1 only: not another SDI, not another label.
-    for (const char* other : {"label=203,sdi=2", "label=204,sdi=1"})
-        args.insert(args.end(), {"--send", std::string("a429tx:1=") + other});
-    for (const auto& f : frames)
-        args.insert(args.end(), {"--send", "can:0=" + f});
-    const Output o = Tool(args);
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    // Each port's lines in the order sent, without the time stamp.
-    std::vector<std::vector<std::string>> words, cans;
-    for (const auto& l : o.Lines()) {
-        auto w = Words(l);
-        w.erase(w.begin());
-        (w.front() == "can:1" ? cans : words).push_back(w);
-    }
-    const std::vector<std::vector<std::string>> expected = {
-        {"a429rx:1", "203", "1", "01234", "3", "0", "6048D183"},
-        {"a429rx:1", "203", "1", "00123", "3", "1", "E0048D83"},
-    };
-    ASSERT_EQ(words.size(), 4u) << o.Out;
-    for (size_t i = 0; i < words.size(); ++i)
-        EXPECT_EQ(words[i], expected[i % 2]);
-    // The columns between come from CanFields, checked in core_test.
-    ASSERT_EQ(cans.size(), 2 * frames.size()) << o.Out;
-    for (size_t i = 0; i < cans.size(); ++i) {
-        ASSERT_EQ(cans[i].size(), 6u);
-        EXPECT_EQ(cans[i][5], frames[i % frames.size()]);
-    }
+    const auto rows = Rows(
+        {"monitor", "--link", sim.Link, "a429rx:1", "--rate", "high", "--accept", "203:1", "--count", "4", "--duration",
+            "20", "--send", "a429tx:1=label=203,sdi=1,data=0x1234,ssm=3", "--send", "a429tx:1=0xE0048D83", "--send",
+            "a429tx:1=label=203,sdi=2", "--send", "a429tx:1=label=204,sdi=1", "--repeat", "2", "--interval", "5"},
+        4);
+    const Row expected[] = {{"a429rx:1", "203", "1", "01234", "3", "0", "6048D183"},
+        {"a429rx:1", "203", "1", "00123", "3", "1", "E0048D83"}};
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(Row(rows[i].begin() + 1, rows[i].end()), expected[i % 2]);
 }
-
-// UART bytes reaching a monitor: the uart:1 example of "monitor --help" (ToolHelp)
-// must count its one line; their columns are UartFields in core_test (Columns).
 
 TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
 {
-    hdwsim::Emulator::Options opt;
-    opt.Pty = true;
-    hdwsim::Emulator sim(hdwsim::HaldenModel(), opt);
-    std::string error;
-    ASSERT_TRUE(sim.Start(&error)) << error;
-    const std::string link = "3:" + sim.PtyPath();
-    Output o = Tool({"send", "--link", link, "a429tx:1", "label=203,data=1", "0x60000083", "label=0o10", "--repeat",
+    LocalSim sim;
+    Output o = Tool({"send", "--link", sim.Link, "a429tx:1", "label=203,data=1", "0x60000083", "label=0o10", "--repeat",
         "3", "--interval", "10"});
     ASSERT_EQ(o.Status, 0) << o.Err;
     EXPECT_TRUE(o.Out.empty());
-    auto c = sim.GetCounters();
-    EXPECT_EQ(c.A429Transmitted[1], 9u);
-    EXPECT_EQ(c.A429Transmitted[0], 0u);
+    EXPECT_EQ(sim.Counters().A429Transmitted[1], 9u);
+    EXPECT_EQ(sim.Counters().A429Transmitted[0], 0u);
 
-    o = Tool({"send", "--link", link, "can:0", "--bitrate", "250k", "123#11", "1F334455#R", "-v"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    c = sim.GetCounters();
-    EXPECT_EQ(c.CanTransmitted[0], 2u);
     // --verbose prints what was sent in the monitor's columns.
-    ASSERT_EQ(o.Lines().size(), 2u);
-    EXPECT_EQ(Words(o.Lines()[1]).back(), "1F334455#R");
+    const auto rows = Rows({"send", "--link", sim.Link, "can:0", "--bitrate", "250k", "123#11", "1F334455#R", "-v"}, 2);
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 2u);
+    EXPECT_EQ(rows[1].back(), "1F334455#R");
 }
 
-// The generator's labels reach the unit at their rates for the run's length
-// (within a few words: the run's start and end are the host's), and bad
-// labels are refused before a unit is touched.
+// The generator's labels reach the unit at their rates for the run's length,
+// and bad labels are refused before a unit is touched.
 TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
 {
-    hdwsim::Emulator::Options opt;
-    opt.Pty = true;
-    opt.Pacing = true;
-    hdwsim::Emulator sim(hdwsim::HaldenModel(), opt);
-    std::string error;
-    ASSERT_TRUE(sim.Start(&error)) << error;
-    const std::string link = "3:" + sim.PtyPath();
-    const Output o = Tool({"gen", "--link", link, "a429tx:2", "--rate", "high", "--duration", "1",
-        "label=203,rate=50,bnr=sine,range=512,res=0.25,low=-10,high=10,period=1", "label=350,rate=20,counter=0:99"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    ASSERT_EQ(o.Lines().size(), 1u) << o.Out;
-    const auto w = Words(o.Lines()[0]);
-    ASSERT_GE(w.size(), 11u) << o.Out;
+    LocalSim sim("halden", "3", true);
+    const Row w = Rows(
+        {"gen", "--link", sim.Link, "a429tx:2", "--rate", "high", "--duration", "1",
+            "label=203,rate=50,bnr=sine,range=512,res=0.25,low=-10,high=10,period=1", "label=350,rate=20,counter=0:99"},
+        1)[0];
+    ASSERT_GE(w.size(), 11u);
     EXPECT_EQ(w[0], "a429tx:2:");
     const unsigned long generated = std::stoul(w[6]);
     EXPECT_EQ(w[9], "0"); // skipped
-    const auto c = sim.GetCounters();
-    EXPECT_EQ(c.A429Pushed[2], generated);
-    EXPECT_EQ(c.A429FifoDropped[2], 0u);
-    // 70 words a second over the run's second: its start and end are the
-    // host's own, so allow a tick's worth of scheduling either way.
+    EXPECT_EQ(sim.Counters().A429Pushed[2], generated);
+    EXPECT_EQ(sim.Counters().A429FifoDropped[2], 0u);
+    // 70 words a second for a second timed by the host: a tick either way.
     EXPECT_GE(generated, 60u);
     EXPECT_LE(generated, 100u);
 
-    const Output r = Tool({"gen", "--link", link, "a429tx:2", "label=203,rate=0"});
+    const Output r = Tool({"gen", "--link", sim.Link, "a429tx:2", "label=203,rate=0"});
     EXPECT_EQ(r.Status, 2);
     EXPECT_NE(r.Err.find("gen:"), std::string::npos) << r.Err;
-    EXPECT_EQ(sim.GetCounters().A429Pushed[2], generated);
-    const Output rx = Tool({"gen", "--link", link, "a429rx:0", "label=1,rate=1", "--duration", "0.1"});
+    EXPECT_EQ(sim.Counters().A429Pushed[2], generated);
+    const Output rx = Tool({"gen", "--link", sim.Link, "a429rx:0", "label=1,rate=1", "--duration", "0.1"});
     EXPECT_EQ(rx.Status, 1);
     EXPECT_NE(rx.Err.find("ARINC 429 transmitters"), std::string::npos) << rx.Err;
 }
@@ -215,8 +147,7 @@ TEST(ToolSend, BytesReachAPcSerialPort)
 
 TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMessages)
 {
-    // Each parser's own messages are checked in core_test; here one case per
-    // parser shows its refusal reaching stderr as one line with status 2.
+    // One case per parser: its refusal reaches stderr as one line.
     SimProcess sim(false);
     // Dead links: a pseudo-terminal and a UDP port nobody answers on, and no device at all.
     PtyPair pty;
@@ -257,10 +188,9 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
     }
 }
 
-// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways, the
-// 1553 controller to its terminal), each sent something and received all of
-// it unaltered (the 1553 path but `lost1553` transfers), and `parityErrors`
-// words with a parity error in all.
+// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways, 1553),
+// each sent something and received all of it unaltered (1553 but `lost1553`
+// transfers), and `parityErrors` words with a parity error in all.
 void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lost1553 = 0)
 {
     if (parityErrors == 0 && lost1553 == 0)
@@ -287,9 +217,8 @@ void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lo
     EXPECT_EQ(parity, parityErrors) << o.Out;
 }
 
-// Words whose parity the emulated unit flipped and 1553 transfers the
-// terminal did not answer: counted in the summary, each word's line marked
-// (--verbose prints every word), and the exit status is 1.
+// Words whose parity the unit flipped and unanswered 1553 transfers: counted,
+// each line marked, exit status 1.
 TEST(ToolDemo, ParityErrorsAndUnansweredTransfersAreCountedAndMarked)
 {
     const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--no-response", "2", "--verbose"}, 90);
@@ -313,15 +242,13 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     ASSERT_EQ(main.Status, 0);
     for (const char* sub : {"list", "monitor", "send", "gen", "demo", "replay"})
         EXPECT_NE(main.Out.find("  " + std::string(sub) + " "), std::string::npos) << sub;
-    // The examples name the emulator's UDP port 55003; run them against one
-    // on a free port instead, with that port put in. The discrete and I2C
-    // examples name a Travin's and a Wendal's pseudo-terminal.
+    // The examples' UDP port 55003 is replaced by a free one; the discrete and
+    // I2C examples get a Travin's and a Wendal's pseudo-terminal.
     SimProcess sim(true);
     SimProcess travin(false, "travin", "5");
     SimProcess wendal(false, "wendal", "7");
     std::set<std::string> demoLinks;
-    // replay's examples read the log that monitor's example writes, in a
-    // directory of their own that goes with the test.
+    // replay's examples read the log that monitor's example writes.
     char dirTemplate[] = "/tmp/hdwtool-help-XXXXXX";
     ASSERT_NE(mkdtemp(dirTemplate), nullptr);
     const std::string dir = dirTemplate;
@@ -359,32 +286,25 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     std::filesystem::remove_all(dir);
 }
 
-// Discrete banks of a Travin: send drives an output bank and monitor shows
-// what its input bank (wired to it) and the outputs did.
+// Discrete banks of a Travin: outputs driven, outputs and wired inputs monitored.
 TEST(ToolDiscrete, SendAndMonitorTheBanks)
 {
     SimProcess sim(false, "travin", "5");
-    Output o = Tool({"send", "--link", sim.Link, "dout:2", "set=0x81", "toggle=0x01", "-v"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    ASSERT_EQ(o.Lines().size(), 2u);
-    EXPECT_EQ(Words(o.Lines()[1]).back(), "toggle=0x01");
-
-    // The inputs' default debounce (1 ms) filters lines 0 and 1, which the
-    // outputs set and cleared 1 µs apart.
-    o = Tool({"monitor", "--link", sim.Link, "din:1", "dout:1", "--count", "3", "--duration", "20", "--send",
-        "dout:1=write=0x0F", "--send", "dout:1=clear=0x03"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
+    EXPECT_EQ(
+        Rows({"send", "--link", sim.Link, "dout:2", "set=0x81", "toggle=0x01", "-v"}, 2)[1].back(), "toggle=0x01");
+    // The inputs' 1 ms debounce filters lines 0 and 1, set and cleared 1 µs apart.
     std::vector<std::string> din1, dout1;
-    for (const auto& line : o.Lines()) {
-        const auto w = Words(line);
-        ASSERT_EQ(w.size(), 5u) << line;
+    for (const Row& w : Rows({"monitor", "--link", sim.Link, "din:1", "dout:1", "--count", "3", "--duration", "20",
+                                 "--send", "dout:1=write=0x0F", "--send", "dout:1=clear=0x03"},
+             3)) {
+        ASSERT_EQ(w.size(), 5u);
         (w[1] == "din:1" ? din1 : dout1).push_back(w[2] + "/" + w[3] + "/" + w[4]);
     }
     EXPECT_EQ(dout1, (std::vector<std::string>{"0x0F/0x0F/00001111", "0x0C/0x03/00001100"}));
     EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
 
     // Values that are no discrete operation, or lines beyond the bank.
-    o = Tool({"send", "--link", sim.Link, "dout:0", "blink=1"});
+    Output o = Tool({"send", "--link", sim.Link, "dout:0", "blink=1"});
     EXPECT_NE(o.Status, 0);
     EXPECT_NE(o.Err.find("set=MASK"), std::string::npos) << o.Err;
     o = Tool({"send", "--link", sim.Link, "dout:0", "set=0x100"});
@@ -392,8 +312,8 @@ TEST(ToolDiscrete, SendAndMonitorTheBanks)
     EXPECT_NE(o.Err.find("result 2"), std::string::npos) << o.Err;
 }
 
-// Bytes sent on one Sorrel UART come out of the UART it is wired to, and
-// monitor ends with the unit's counters of both.
+// Bytes sent on one Sorrel UART come out of the one wired to it; monitor ends
+// with the unit's counters of both.
 TEST(ToolSorrel, MonitorSeesBytesOfTheWiredPort)
 {
     SimProcess sim(true, "sorrel", "sorrel");

@@ -1,9 +1,5 @@
 // hdwtool replay against an emulator in this process, whose counters tell
-// what reached the CAN transmitter: the frames of one interface with the
-// file's gaps, every interface's as fast as the unit takes them, and a
-// malformed line refused before anything is sent.
-#include <hdwsim/Emulator.h>
-
+// what reached the CAN transmitter.
 #include "Spawn.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +7,6 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,14 +15,11 @@ namespace {
 using tooltest::Output;
 using tooltest::Tool;
 
-class TempFile {
-public:
+struct TempFile {
     explicit TempFile(const std::string& text)
     {
         char path[] = "/tmp/hdwtool_replay_XXXXXX";
-        const int fd = mkstemp(path);
-        EXPECT_GE(fd, 0);
-        close(fd);
+        close(mkstemp(path));
         Path = path;
         std::ofstream(Path) << text;
     }
@@ -35,20 +27,9 @@ public:
     std::string Path;
 };
 
-// An emulated unit on a pseudo-terminal, its counters read by the tests.
-class ToolReplay : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        hdwsim::Emulator::Options opt;
-        opt.Pty = true;
-        sim = std::make_unique<hdwsim::Emulator>(hdwsim::HaldenModel(), opt);
-        std::string error;
-        ASSERT_TRUE(sim->Start(&error)) << error;
-        link = "3:" + sim->PtyPath();
-    }
-    std::unique_ptr<hdwsim::Emulator> sim;
-    std::string link;
+struct ToolReplay : ::testing::Test {
+    tooltest::LocalSim sim;
+    const std::string& link = sim.Link;
 };
 
 } // namespace
@@ -77,20 +58,20 @@ TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
         std::string::npos)
         << o.Err;
     EXPECT_GE(took, 0.6); // the gaps were kept (only a lower bound holds on a loaded machine)
-    EXPECT_EQ(sim->GetCounters().CanTransmitted[0], 4u);
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u);
 
     o = Tool({"replay", "--link", link, "--fast", "--interface", "vcan9", log.Path, "can:1"});
     ASSERT_EQ(o.Status, 0) << o.Err;
-    EXPECT_EQ(sim->GetCounters().CanTransmitted[1], 2u);
+    EXPECT_EQ(sim.Counters().CanTransmitted[1], 2u);
     o = Tool({"replay", "--link", link, "--fast", "--all-interfaces", log.Path, "can:0"});
     ASSERT_EQ(o.Status, 0) << o.Err;
-    EXPECT_EQ(sim->GetCounters().CanTransmitted[0], 4u + 6u);
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u + 6u);
 
     // An interface the file does not have is an error, not an empty replay.
     o = Tool({"replay", "--link", link, "--fast", "--interface", "can7", log.Path, "can:1"});
     EXPECT_EQ(o.Status, 1);
     EXPECT_NE(o.Err.find("has no line of interface can7 (it has can0, vcan9)"), std::string::npos) << o.Err;
-    EXPECT_EQ(sim->GetCounters().CanTransmitted[1], 2u);
+    EXPECT_EQ(sim.Counters().CanTransmitted[1], 2u);
 }
 
 TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)
@@ -99,7 +80,7 @@ TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)
     Output o = Tool({"replay", "--link", link, log.Path, "can:0"});
     EXPECT_EQ(o.Status, 1);
     EXPECT_NE(o.Err.find("replay: " + log.Path + ":3: CAN identifier \"12\""), std::string::npos) << o.Err;
-    EXPECT_EQ(sim->GetCounters().CanTransmitted[0], 0u);
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 0u);
 
     const struct {
         std::vector<std::string> Args;
