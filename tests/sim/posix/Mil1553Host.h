@@ -19,17 +19,6 @@ inline uint16_t Cmd(unsigned ta, bool transmit, unsigned sa, unsigned wc)
     return static_cast<uint16_t>((ta << 11) | (transmit ? 0x400 : 0) | (sa << 5) | (wc & 31));
 }
 
-struct MilConfig {
-    uint8_t Mode = 0; // 0 idle, 1 BC, 2 RT
-    uint8_t Flags = 0; // 1 run, 2 bus A, 4 bus B, 8 monitor, 32 one-shots, 64 switch
-    uint8_t Count = 0; // one-shot count or terminal address
-    uint8_t RtStatus = 0;
-    uint8_t ResponseTimeout = 14;
-    uint8_t TablePage = 0;
-    uint8_t StopAfter = 0;
-    uint8_t ResponseTime = 0;
-};
-
 // A BC descriptor; descriptor i (8 words) lies at i x 8, its buffer at 0x2000 + 32 x i.
 struct Descriptor {
     uint16_t Control = 0;
@@ -111,10 +100,12 @@ struct MilBench : EngineHost {
         }
         Send(FrameOf(records));
     }
-    void Configure(unsigned ch, const MilConfig& c)
+    // Mode 0 idle, 1 BC, 2 RT; flags as above (8 monitor, 64 switch); the one-shot
+    // count or terminal address; a 14 µs response time-out; the table page and
+    // the cycles after which to stop.
+    void Configure(unsigned ch, uint8_t mode, uint8_t flags, uint8_t count, uint8_t page = 0, uint8_t stopAfter = 0)
     {
-        Send(Frame({Record(52 + ch, Number++,
-            {c.Mode, c.Flags, c.Count, c.RtStatus, c.ResponseTimeout, c.TablePage, c.StopAfter, c.ResponseTime, 0})}));
+        Send(Frame({Record(52 + ch, Number++, {mode, flags, count, 0, 14, page, stopAfter, 0, 0})}));
     }
     void Describe(unsigned ch, unsigned index, const Descriptor& d, const Words& data = {})
     {
@@ -136,7 +127,7 @@ struct MilBench : EngineHost {
         Describe(0, 0, d, data);
         At(atUs * 1000);
         const size_t before = MilEvents(Stream, 1).size();
-        Configure(0, {1, CfgBusA | CfgBusB | CfgOneShots, 1});
+        Configure(0, 1, CfgBusA | CfgBusB | CfgOneShots, 1);
         RunToUs(atUs + 1000);
         const auto done = MilEvents(Stream, 1);
         EXPECT_EQ(done.size(), before + 1);

@@ -98,14 +98,9 @@ inline Bytes AtxPush(unsigned number, unsigned ch, uint32_t word)
 }
 // CAN configuration: byte 4 bit 0 starts the controller; bytes 19-21 the
 // prescaler index and segments (1, 11, 1: 4 x 15 clocks, 1 Mbit/s).
-inline Bytes CanConfig(
-    unsigned number, unsigned ch, bool start, uint8_t prescaler = 1, uint8_t seg1 = 11, uint8_t seg2 = 1)
+inline Bytes CanConfig(unsigned number, unsigned ch)
 {
-    Bytes p(18, 0);
-    p[0] = start ? 1 : 0;
-    p[15] = prescaler;
-    p[16] = seg1;
-    p[17] = seg2;
+    Bytes p{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 11, 1};
     return Record(48 + ch, number, p);
 }
 // A standard data frame.
@@ -130,43 +125,28 @@ struct Event {
     uint32_t Word() const { return GetLe32(Params.data() + 4); }
 };
 
-// Takes unit frames apart from a byte stream that may arrive in pieces.
-class UnitStream {
-public:
+// Takes apart the unit frames of what the unit sent (whole frames only):
+// start byte, length of the records, event count, records, CRC.
+struct UnitStream {
     std::vector<Event> Events;
 
     void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
-    void Feed(const uint8_t* data, size_t size)
+    void Feed(const uint8_t* b, size_t size)
     {
-        m_Buf.insert(m_Buf.end(), data, data + size);
-        for (;;) {
-            size_t start = 0;
-            while (start < m_Buf.size() && m_Buf[start] != 0xA5)
-                ++start;
-            m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(start));
-            if (m_Buf.size() < 5)
-                return;
-            const unsigned count = m_Buf[3] | ((m_Buf[4] & 0x0F) << 8);
-            size_t pos = 5;
-            std::vector<Event> events;
-            // Records until the count is reached or the bytes run out.
-            while (events.size() < count && pos < m_Buf.size() && pos + 1 + m_Buf[pos] <= m_Buf.size()) {
-                const auto at = m_Buf.begin() + static_cast<std::ptrdiff_t>(pos);
-                events.push_back({static_cast<unsigned>(at[1] >> 3), static_cast<unsigned>(at[1] & 7),
-                    Bytes(at + 2, at + 1 + m_Buf[pos])});
-                pos += 1 + m_Buf[pos];
-            }
-            if (events.size() < count || pos + 2 > m_Buf.size())
-                return; // incomplete: wait for more bytes
-            const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
-            const bool good = count > 0 && crc == BitwiseCrc16(m_Buf.data(), pos);
+        for (size_t at = 0; at < size;) {
+            ASSERT_TRUE(size - at >= 7 && b[at] == 0xA5) << "no unit frame at byte " << at;
+            const size_t len = b[at + 1] | b[at + 2] << 8, count = b[at + 3] | (b[at + 4] & 0x0F) << 8;
+            ASSERT_LE(at + 7 + len, size) << "a unit frame cut short";
+            const size_t end = at + 5 + len, before = Events.size();
+            for (size_t pos = at + 5; pos < end; pos += 1 + b[pos])
+                Events.push_back(
+                    {unsigned(b[pos + 1]) >> 3, b[pos + 1] & 7u, Bytes(b + pos + 2, b + pos + 1 + b[pos])});
             // The unit never sends a damaged or empty frame.
-            EXPECT_TRUE(good) << "unit frame of " << count << " events with a bad CRC or none";
-            Events.insert(Events.end(), events.begin(), events.end());
-            m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
+            EXPECT_TRUE(count > 0 && Events.size() - before == count);
+            EXPECT_EQ(b[end] | b[end + 1] << 8, BitwiseCrc16(b + at, end - at));
+            at = end + 2;
         }
     }
-
     std::vector<Event> OfType(unsigned type) const
     {
         std::vector<Event> r;
@@ -174,9 +154,6 @@ public:
             Events.begin(), Events.end(), std::back_inserter(r), [&](const Event& e) { return e.Type == type; });
         return r;
     }
-
-private:
-    Bytes m_Buf;
 };
 
 // The unit model driven directly, its time stepped by the test; what it

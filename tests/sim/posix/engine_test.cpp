@@ -133,7 +133,7 @@ TEST(Pacing, CanFramesTakeTheirStuffedLength)
     EXPECT_LT(UnitEngine::CanFrameBits(empty.data()), bits);
 
     EngineHost h(true);
-    h.Send(Frame({CanConfig(1, 0, true), CanConfig(2, 1, true)}));
+    h.Send(Frame({CanConfig(1, 0), CanConfig(2, 1)}));
     for (unsigned i = 0; i < 10; ++i)
         h.Send(Frame({CanPush(10 + i, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0})}));
     h.At(uint64_t(bits) * 1000 * 10); // 1 Mbit/s: 1 us per bit

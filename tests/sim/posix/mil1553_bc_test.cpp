@@ -45,7 +45,7 @@ TEST(Mil1553Bc, MessagesGoBackToBackWithTheirGapsAndMinorFramesKeepTheirGrid)
     // Minor frame 0: 1 ms, messages 32 and 33; minor frame 1: 500 µs, message 34.
     b.Write(0, 0x1000, MajorFrameTable({{100, {32, 33}}, {50, {34}}}));
     b.At(1'000'000);
-    b.Configure(0, {1, CfgRun | CfgBusA | CfgBusB, 0, 0, 14, 0x10, 2});
+    b.Configure(0, 1, CfgRun | CfgBusA | CfgBusB, 0, 0x10, 2);
     b.RunToUs(6000);
 
     // Three words, 8 µs, the status word, then the 4 µs gap; the terminal
@@ -92,7 +92,7 @@ TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
 {
     MilBench b;
     b.Write(0, 0x1000, {0}); // no minor frame
-    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
+    b.Configure(0, 1, CfgRun | CfgBusA, 0, 0x10);
     b.RunToUs(100);
     auto events = MilEvents(b.Stream);
     ASSERT_EQ(events.size(), 1u);
@@ -100,8 +100,8 @@ TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
 
     b.Write(0, 0x1000, MajorFrameTable({{100, {32}}}));
     b.Describe(0, 32, {0, Cmd(5, true, 1, 1), 0, 1});
-    b.Configure(0, {1, CfgRun | CfgBusA, 0, 0, 14, 0x10});
-    b.Configure(0, {2, CfgRun | CfgBusA, 5});
+    b.Configure(0, 1, CfgRun | CfgBusA, 0, 0x10);
+    b.Configure(0, 2, CfgRun | CfgBusA, 5);
     EXPECT_EQ(b.Engine.GetCounters().Mil1553ConfigsRefused[0], 1u);
     b.RunToUs(2500);
     events = MilEvents(b.Stream, 1);

@@ -80,9 +80,7 @@ struct UdpFixture : ::testing::Test {
     {
         hdwsim::Emulator::Options o;
         o.Pty = false;
-        o.Udp = true;
-        o.UdpPort = 0;
-        o.SerialNumber = "SN-4711";
+        o.Udp = true; // on any free port
         o.KeepAliveMs = keepAliveMs;
         Sim = std::make_unique<hdwsim::Emulator>(hdwsim::HaldenModel(), o);
         std::string error;
@@ -93,11 +91,8 @@ struct UdpFixture : ::testing::Test {
     uint32_t ConnectHost(Host& h, uint32_t tag)
     {
         h.Send(Hoe::CodeConnect, tag, 0, {0x34, 0x12});
-        Packet r;
-        if (!h.Receive(Hoe::CodeConnectReply, tag, r)) {
-            ADD_FAILURE() << "no answer to connect";
-            return 0;
-        }
+        Packet r{};
+        EXPECT_TRUE(h.Receive(Hoe::CodeConnectReply, tag, r)) << "no answer to connect";
         return Hoe::GetSecondWord(r);
     }
     std::unique_ptr<hdwsim::Emulator> Sim;

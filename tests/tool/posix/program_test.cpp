@@ -147,8 +147,8 @@ TEST(ToolSend, BytesReachAPcSerialPort)
 
 TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMessages)
 {
-    // One case per parser: its refusal reaches stderr as one line.
-    SimProcess sim(false);
+    // One case per parser: its refusal reaches stderr as one line, nothing on stdout.
+    SimProcess sim(false), travin(false, "travin", "5");
     // Dead links: a pseudo-terminal and a UDP port nobody answers on, and no device at all.
     PtyPair pty;
     ASSERT_TRUE(pty.Ok());
@@ -173,6 +173,14 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         {{"monitor", "--link", sim.Link, "can:0", "--bitrate", "7"}, 1, "cannot open can:0: argument out of range"},
         {{"monitor", "--link", sim.Link, "a429rx:0", "--rate", "50k"}, 1, "(result 2): rate 50000"},
         {{"monitor", "--link", sim.Link, "can:1", "--count", "1", "--duration", "0.3"}, 1, "0 of 1"},
+        {{"send", "--link", sim.Link, "1553:0", "bc", "tx", "rt=31", "sa=1", "wc=1"}, 2,
+            "terminal 31 only for receive"},
+        {{"send", "--link", sim.Link, "1553:0", "bc", "tx", "rt=5", "sa=1", "wc=32", "--frame", "500us=0"}, 2,
+            "more than its period"},
+        {{"send", "--link", sim.Link, "1553:1", "rt", "31"}, 2, "from 0 to 30"},
+        {{"monitor", "--link", sim.Link, "1553:1", "--log", "x.log"}, 2, "transfers are not captured"},
+        {{"send", "--link", travin.Link, "dout:0", "blink=1"}, 2, "set=MASK"},
+        {{"send", "--link", travin.Link, "dout:0", "set=0x100"}, 1, "(result 2)"}, // beyond the bank's lines
         {{"list"}, 1, "--link"},
         {{"list", "--link", "77:/dev/null"}, 1, "no driver has device code 77"},
         {{"list", "--link", deadPty}, 1, "no unit answered on link " + deadPty + ": ", "(result 14)"},
@@ -185,6 +193,7 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         EXPECT_TRUE(o.Err.rfind("hdwtool: ", 0) == 0 && o.Err.find('\n') == o.Err.size() - 1) << o.Err;
         EXPECT_NE(o.Err.find(c.Says), std::string::npos) << o.Err;
         EXPECT_NE(o.Err.find(c.AlsoSays), std::string::npos) << o.Err;
+        EXPECT_TRUE(o.Out.empty()) << o.Out;
     }
 }
 
@@ -302,14 +311,6 @@ TEST(ToolDiscrete, SendAndMonitorTheBanks)
     }
     EXPECT_EQ(dout1, (std::vector<std::string>{"0x0F/0x0F/00001111", "0x0C/0x03/00001100"}));
     EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
-
-    // Values that are no discrete operation, or lines beyond the bank.
-    Output o = Tool({"send", "--link", sim.Link, "dout:0", "blink=1"});
-    EXPECT_NE(o.Status, 0);
-    EXPECT_NE(o.Err.find("set=MASK"), std::string::npos) << o.Err;
-    o = Tool({"send", "--link", sim.Link, "dout:0", "set=0x100"});
-    EXPECT_NE(o.Status, 0);
-    EXPECT_NE(o.Err.find("result 2"), std::string::npos) << o.Err;
 }
 
 // Bytes sent on one Sorrel UART come out of the one wired to it; monitor ends
