@@ -26,13 +26,19 @@ def pair(sim):
     tx.shutdown()
 
 
+def until(bus, done):
+    """Receives until done(message) holds (None: nothing came in 0.1 s); the last message."""
+    end = time.monotonic() + DEADLINE_S
+    while time.monotonic() < end:
+        msg = bus.recv(timeout=0.1)
+        if done(msg):
+            return msg
+    return None
+
+
 def recv_all(bus, count):
     got = []
-    end = time.monotonic() + DEADLINE_S
-    while len(got) < count and time.monotonic() < end:
-        msg = bus.recv(timeout=0.5)
-        if msg is not None:
-            got.append(msg)
+    until(bus, lambda m: (m is not None and got.append(m)) or len(got) >= count)
     return got
 
 
@@ -97,16 +103,6 @@ def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):
     d = open_bus(sim, "can:1")
     assert _shared.users(sim.link) == 1
     d.shutdown()
-
-
-def until(bus, done):
-    """Receives until done(message) holds (None: nothing came in 0.1 s); the last message."""
-    end = time.monotonic() + DEADLINE_S
-    while time.monotonic() < end:
-        msg = bus.recv(timeout=0.1)
-        if done(msg):
-            return msg
-    return None
 
 
 def test_fault_states_give_the_bus_state_and_error_frames():

@@ -38,6 +38,16 @@ inline uint32_t GetLe32(const uint8_t* p)
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
 }
 
+// Little-endian fields, each {value, width in bytes}.
+inline Bytes Pack(std::initializer_list<std::pair<uint32_t, unsigned>> fields)
+{
+    Bytes b;
+    for (const auto& [value, width] : fields)
+        for (unsigned i = 0; i < width; ++i)
+            b.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return b;
+}
+
 // One command record: length, code with the echo bit, number, parameters.
 inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 {
@@ -68,17 +78,12 @@ inline Bytes Session(unsigned number, bool open)
 {
     return Record(1, number, {static_cast<uint8_t>(open ? 1 : 0), 0, 0});
 }
-// ARINC 429 transmitter configuration; `divider` 299 is 100 kbit/s (high speed), 2399 12.5 kbit/s.
+// ARINC 429 transmitter configuration: enable and speed, the word gap setting
+// minus 1, both half bits' dividers; 299 is 100 kbit/s (high speed), 2399 12.5 kbit/s.
 inline Bytes AtxConfig(unsigned number, unsigned ch, bool enable, unsigned divider)
 {
-    const bool high = divider < 2000;
-    Bytes p{static_cast<uint8_t>((enable ? 1 : 0) | 2 | (high ? 4 : 0))};
-    Le16(p, 318); // word gap setting minus 1
-    p.push_back(0);
-    Le16(p, divider);
-    Le16(p, divider);
-    p.insert(p.end(), {0, 0, 0, 0});
-    return Record(20 + ch, number, p);
+    const unsigned flags = (enable ? 1u : 0u) | 2 | (divider < 2000 ? 4 : 0);
+    return Record(20 + ch, number, Pack({{flags, 1}, {318, 2}, {0, 1}, {divider, 2}, {divider, 2}, {0, 4}}));
 }
 inline Bytes ArxConfig(unsigned number, unsigned ch, bool enable, bool highSpeed, const Bytes& filter32)
 {
@@ -92,9 +97,7 @@ inline Bytes AllLabels()
 }
 inline Bytes AtxPush(unsigned number, unsigned ch, uint32_t word)
 {
-    Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(word & 0xFF)};
-    Le32(p, word);
-    return Record(17, number, p);
+    return Record(17, number, Pack({{ch, 1}, {word & 0xFF, 1}, {word, 4}}));
 }
 // CAN configuration: byte 4 bit 0 starts the controller; bytes 19-21 the
 // prescaler index and segments (1, 11, 1: 4 x 15 clocks, 1 Mbit/s).

@@ -1,5 +1,6 @@
 // The unit model driven directly, with the time stepped by the test: every
-// answer is checked on the bytes the unit would send.
+// answer is checked on the bytes the unit would send. Framing, ARINC 429
+// receivers and FIFO, pacing, the label table, the discrete banks (Travin).
 
 #include "TestHost.h"
 
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <string>
 
 using namespace simtest;
 using hdwsim::UnitEngine;
@@ -140,4 +143,169 @@ TEST(Pacing, CanFramesTakeTheirStuffedLength)
     const auto tx = h.Stream.OfType(EvCanTx);
     ASSERT_EQ(tx.size(), 10u);
     EXPECT_EQ(tx[9].Time() - tx[0].Time(), 9u * bits);
+}
+
+// The ARINC 429 label table (label control 16, label data 17, label reset
+// 18): cyclic labels leave at their period in the unit's time.
+namespace {
+
+constexpr uint64_t Ms = 1000000;
+
+// Label control: period in ms (1..1024), flags, offset in ms, repeat count.
+Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true, bool once = false,
+    unsigned offsetMs = 0, unsigned repeat = 0)
+{
+    const uint32_t flags = ((periodMs - 1) & 0x3FF) | (enabled ? 1u << 10 : 0) | (once ? 1u << 11 : 0);
+    return Record(16, number, Pack({{ch, 1}, {label, 1}, {flags, 4}, {offsetMs, 2}, {repeat, 2}}));
+}
+
+// ARINC 429 transmit events of one label, in order.
+std::vector<Event> TxOf(const EngineHost& h, unsigned label)
+{
+    std::vector<Event> r;
+    for (const Event& e : h.Stream.OfType(EvA429Tx))
+        if ((e.Word() & 0xFF) == label)
+            r.push_back(e);
+    return r;
+}
+
+class LabelTable : public ::testing::TestWithParam<bool> {};
+
+} // namespace
+
+// With pacing, labels due together leave one word time (0.36 ms) apart: the
+// times are compared in whole milliseconds, up to 99 ms.
+TEST_P(LabelTable, EachLabelLeavesAtItsOwnTimesOnceItHasDataAndReachesTheWiredReceiver)
+{
+    // Label, period, enabled, once, offset, repeat, data pushed at (ms), and
+    // the times (ms) its words leave within the first 100 ms.
+    const struct {
+        unsigned Label, PeriodMs;
+        bool Enabled, Once;
+        unsigned OffsetMs, Repeat;
+        std::vector<unsigned> PushMs, SentMs;
+    } labels[] = {
+        {0x10, 20, true, false, 0, 0, {0}, {0, 20, 40, 60, 80}},
+        {0x20, 50, true, false, 5, 0, {0}, {5, 55}}, // the offset delays the first
+        {0x44, 10, true, false, 0, 0, {50}, {50, 60, 70, 80, 90}}, // waits for its data
+        {0x45, 10, false, false, 0, 0, {0}, {}}, // disabled
+        {0x61, 10, true, true, 0, 0, {0, 60}, {0, 60}}, // once per update
+        {0x62, 10, true, false, 0, 3, {0}, {0, 10, 20}}, // stops after its repeat count
+    };
+    EngineHost h(GetParam());
+    std::vector<Bytes> ctrls{AtxConfig(1, 0, true, 299), ArxConfig(1, 0, true, true, AllLabels())};
+    for (const auto& l : labels)
+        ctrls.push_back(LabelCtrl(2, 0, l.Label, l.PeriodMs, l.Enabled, l.Once, l.OffsetMs, l.Repeat));
+    h.Send(FrameOf(ctrls));
+    EXPECT_EQ(h.Engine.NextBusEventNs(), UnitEngine::Never); // no label has data yet
+    for (unsigned ms : {0u, 50u, 60u}) {
+        h.At(ms * Ms);
+        for (const auto& l : labels)
+            if (std::find(l.PushMs.begin(), l.PushMs.end(), ms) != l.PushMs.end())
+                h.Send(Frame({AtxPush(3, 0, 0x400 * ms + l.Label)}));
+    }
+    h.At(99 * Ms);
+    size_t words = 0;
+    for (const auto& l : labels) {
+        std::vector<unsigned> sent;
+        for (const Event& e : TxOf(h, l.Label)) {
+            sent.push_back(e.Time() / 1000);
+            // Each word carries the label's latest data.
+            const unsigned pushedMs = *std::prev(std::upper_bound(l.PushMs.begin(), l.PushMs.end(), sent.back()));
+            EXPECT_EQ(e.Word(), 0x400 * pushedMs + l.Label) << "label " << l.Label;
+        }
+        EXPECT_EQ(sent, l.SentMs) << "label " << l.Label;
+        words += sent.size();
+    }
+    // Table data, not the FIFO; every word also reached the receiver wired to channel 0.
+    EXPECT_EQ(h.Engine.GetCounters().A429Pushed[0], 0u);
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelWords[0], words);
+    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), words);
+    // Events of one channel come in time order across labels.
+    const auto tx = h.Stream.OfType(EvA429Tx);
+    EXPECT_TRUE(
+        std::is_sorted(tx.begin(), tx.end(), [](const Event& a, const Event& b) { return a.Time() < b.Time(); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(PacingOrNot, LabelTable, ::testing::Bool());
+
+TEST(LabelTableData, BadRecordsAreRefusedAndCounted)
+{
+    EngineHost h;
+    h.Send(Frame({Record(16, 1, {9, 0x10, 0, 0, 0, 0, 0, 0, 0, 0}), Record(18, 2, {0, 0})}));
+    EXPECT_EQ(h.Engine.GetCounters().CommandsUnknown, 2u); // channel 9 does not exist; a reset is 5 bytes
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelCtrls[0], 0u);
+}
+
+// The discrete banks: polarity and refused records.
+namespace {
+
+// The discrete events of a type as "bank@time state/changed #sequence cause",
+// state and changed in hex.
+std::vector<std::string> Of(const UnitStream& s, unsigned type)
+{
+    std::vector<std::string> r;
+    char text[64];
+    for (const Event& e : s.OfType(type)) {
+        EXPECT_EQ(e.Params.size(), 15u);
+        std::snprintf(text, sizeof text, "%u@%u %X/%X #%u %u", e.Sub, e.Time(), GetLe32(e.Params.data() + 4),
+            GetLe32(e.Params.data() + 8), unsigned(e.Params[12] | e.Params[13] << 8), e.Params[14]);
+        r.push_back(text);
+    }
+    return r;
+}
+
+Bytes InConfig(unsigned number, unsigned bank, bool on, uint32_t invert, uint32_t changeMask, unsigned debounceUs)
+{
+    return Record(36 + bank, number, Pack({{on, 1}, {invert, 4}, {changeMask, 4}, {debounceUs / 10, 2}}));
+}
+Bytes OutConfig(unsigned number, unsigned bank, bool on, uint32_t invert, uint32_t initial)
+{
+    return Record(40 + bank, number, Pack({{on, 1}, {invert, 4}, {initial, 4}}));
+}
+Bytes OutWrite(unsigned number, unsigned bank, unsigned op, uint32_t mask, uint32_t value = 0)
+{
+    return Record(44, number, Pack({{bank, 1}, {op, 1}, {mask, 4}, {value, 4}}));
+}
+Bytes OutPulse(unsigned number, unsigned bank, uint32_t mask, uint32_t lengthUs)
+{
+    return Record(45, number, Pack({{bank, 1}, {mask, 4}, {lengthUs, 4}}));
+}
+
+struct TravinHost : EngineHost {
+    TravinHost() : EngineHost(false, 0, {}, *hdwsim::FindUnitModel("travin"))
+    {
+        Send(Frame({Session(1, false), Session(2, true)}));
+    }
+};
+
+} // namespace
+
+using Texts = std::vector<std::string>;
+
+TEST(TravinSim, PolarityOnBothSidesAndTheChangeMask)
+{
+    TravinHost h;
+    // Output inverts line 0, input inverts line 0 and 1; only line 1 reports.
+    h.Send(Frame({InConfig(3, 0, true, 0x03, 0x02, 0), OutConfig(4, 0, true, 0x01, 0)}));
+    // Switching on drives line 0 high (inverted 0): the input reads it inverted back as 0.
+    EXPECT_TRUE(Of(h.Stream, EvIn).empty());
+    h.Send(Frame({OutWrite(5, 0, 0, 0xFF, 0x01)})); // line 0 -> 1: wire low, input reads 1; not in the mask
+    EXPECT_TRUE(Of(h.Stream, EvIn).empty());
+    h.Send(Frame({OutWrite(6, 0, 3, 0x02)})); // toggle line 1: wire high, input reads 0
+    // Line 0 reads 1, line 1 reads 0.
+    EXPECT_EQ(Of(h.Stream, EvIn), (Texts{"0@3 1/2 #1 0"}));
+}
+
+TEST(TravinSim, RecordsTheUnitCannotTakeAreEchoedAndIgnored)
+{
+    TravinHost h;
+    h.Send(Frame({OutConfig(3, 0, true, 0, 0)}));
+    const size_t events = h.Stream.OfType(EvOut).size();
+    h.Send(Frame({OutWrite(4, 4, 1, 0x01), OutWrite(5, 0, 4, 0x01), OutPulse(6, 0, 0x01, 5),
+        OutPulse(7, 0, 0x01, 10000001), Record(36, 8, {1, 0, 0})}));
+    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 2u + 1 + 5); // session, config, five refused
+    EXPECT_EQ(h.Stream.OfType(EvOut).size(), events);
+    EXPECT_EQ(h.Engine.GetCounters().DiscreteRefused, 5u);
+    EXPECT_EQ(h.Engine.DiscreteOutputState(0), 0u);
 }

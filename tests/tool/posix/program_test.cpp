@@ -8,8 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
+#include <chrono>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <set>
 #include <string>
 #include <unistd.h>
@@ -130,9 +133,6 @@ TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
     EXPECT_EQ(r.Status, 2);
     EXPECT_NE(r.Err.find("gen:"), std::string::npos) << r.Err;
     EXPECT_EQ(sim.Counters().A429Pushed[2], generated);
-    const Output rx = Tool({"gen", "--link", sim.Link, "a429rx:0", "label=1,rate=1", "--duration", "0.1"});
-    EXPECT_EQ(rx.Status, 1);
-    EXPECT_NE(rx.Err.find("ARINC 429 transmitters"), std::string::npos) << rx.Err;
 }
 
 TEST(ToolSend, BytesReachAPcSerialPort)
@@ -179,6 +179,11 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
             "more than its period"},
         {{"send", "--link", sim.Link, "1553:1", "rt", "31"}, 2, "from 0 to 30"},
         {{"monitor", "--link", sim.Link, "1553:1", "--log", "x.log"}, 2, "transfers are not captured"},
+        {{"gen", "--link", sim.Link, "a429rx:0", "label=1,rate=1", "--duration", "0.1"}, 1, "ARINC 429 transmitters"},
+        {{"replay", "--link", sim.Link, "/dev/null"}, 2, "a candump log file and a CAN port"},
+        {{"replay", "--link", sim.Link, "/dev/null", "a429tx:0"}, 2, "not a CAN port"},
+        {{"replay", "--link", sim.Link, "--interface", "can0", "--all-interfaces", "/dev/null", "can:0"}, 2, "exclude"},
+        {{"replay", "--link", sim.Link, "/nonexistent/can.log", "can:0"}, 1, "cannot read /nonexistent/can.log"},
         {{"send", "--link", travin.Link, "dout:0", "blink=1"}, 2, "set=MASK"},
         {{"send", "--link", travin.Link, "dout:0", "set=0x100"}, 1, "(result 2)"}, // beyond the bank's lines
         {{"list"}, 1, "--link"},
@@ -325,4 +330,127 @@ TEST(ToolSorrel, MonitorSeesBytesOfTheWiredPort)
     EXPECT_NE(m.Out.find("\"hello\""), std::string::npos) << m.Out;
     EXPECT_NE(m.Err.find("uart:2 counters: received 0, lost 0, sent 5, accepted 5,"), std::string::npos) << m.Err;
     EXPECT_NE(m.Err.find("uart:3 counters: received 5, lost 0, sent 0,"), std::string::npos) << m.Err;
+}
+
+// hdwtool replay against an emulator in this process, whose counters tell
+// what reached the CAN transmitter.
+namespace {
+
+struct TempFile {
+    explicit TempFile(const std::string& text)
+    {
+        char path[] = "/tmp/hdwtool_replay_XXXXXX";
+        close(mkstemp(path));
+        Path = path;
+        std::ofstream(Path) << text;
+    }
+    ~TempFile() { std::remove(Path.c_str()); }
+    std::string Path;
+};
+
+struct ToolReplay : ::testing::Test {
+    tooltest::LocalSim sim;
+    const std::string& link = sim.Link;
+};
+
+// A transfer line without its time: PORT TARGET WRITE READ RESULT...
+std::vector<std::string> Transfers(const std::vector<Row>& rows)
+{
+    std::vector<std::string> lines;
+    for (const Row& w : rows) {
+        lines.emplace_back();
+        for (size_t i = 1; i < w.size(); ++i)
+            lines.back() += (i > 1 ? " " : "") + w[i];
+    }
+    return lines;
+}
+
+} // namespace
+
+TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
+{
+    // can0's frames span 0.6 s; another interface's lines and an error frame between.
+    const TempFile log("(1700000000.000000) can0 123#DEADBEEF\n"
+                       "(1700000000.100000) vcan9 555#01\n"
+                       "\n"
+                       "(1700000000.200000) can0 1F334455#R3\n"
+                       "(1700000000.300000) can0 20000080#0000000000000000\n"
+                       "(1700000000.400000) can0 7FF# R\n"
+                       "(1700000000.500000) vcan9 556#02\n"
+                       "(1700000000.600000) can0 00000001#0102030405060708\n");
+    const auto start = std::chrono::steady_clock::now();
+    Output o = Tool({"replay", "--link", link, log.Path, "can:0", "--verbose"});
+    const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    std::vector<std::string> sent;
+    for (const auto& l : o.Lines())
+        sent.push_back(l.substr(l.rfind(' ') + 1));
+    EXPECT_EQ(sent, (std::vector<std::string>{"123#DEADBEEF", "1F334455#R3", "7FF#", "00000001#0102030405060708"}));
+    EXPECT_NE(o.Err.find("replayed 4 frames of can0 on can:0, skipped 2 lines of other interfaces, skipped 1 error "
+                         "frames"),
+        std::string::npos)
+        << o.Err;
+    EXPECT_GE(took, 0.6); // the gaps were kept (only a lower bound holds on a loaded machine)
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u);
+
+    o = Tool({"replay", "--link", link, "--fast", "--interface", "vcan9", log.Path, "can:1"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    EXPECT_EQ(sim.Counters().CanTransmitted[1], 2u);
+    o = Tool({"replay", "--link", link, "--fast", "--all-interfaces", log.Path, "can:0"});
+    ASSERT_EQ(o.Status, 0) << o.Err;
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u + 6u);
+
+    // An interface the file does not have is an error, not an empty replay.
+    o = Tool({"replay", "--link", link, "--fast", "--interface", "can7", log.Path, "can:1"});
+    EXPECT_EQ(o.Status, 1);
+    EXPECT_NE(o.Err.find("has no line of interface can7 (it has can0, vcan9)"), std::string::npos) << o.Err;
+    EXPECT_EQ(sim.Counters().CanTransmitted[1], 2u);
+}
+
+TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)
+{
+    const TempFile log("(1.000000) can0 123#00\n\n(1.5) can0 12#00\n");
+    const Output o = Tool({"replay", "--link", link, log.Path, "can:0"});
+    EXPECT_EQ(o.Status, 1);
+    EXPECT_NE(o.Err.find("replay: " + log.Path + ":3: CAN identifier \"12\""), std::string::npos) << o.Err;
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 0u);
+}
+
+// send and monitor --poll on the Wendal's I2C and SPI masters: one line per
+// transfer with its result, the exit status, values refused before a unit is touched.
+TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
+{
+    tooltest::LocalSim sim("wendal", "7");
+    const std::string& link = sim.Link;
+
+    // Bad values and settings first: usage errors, nothing sent to the unit.
+    using Args = std::vector<std::string>;
+    for (const Args& bad : {Args{"send", "i2c:0", "addr=0x80"}, Args{"send", "spi:0", "cs=1"},
+             Args{"send", "spi:0", "--mode", "4", "out=hex:01"},
+             Args{"monitor", "spi:0", "--poll", "out=hex:01,every=0"},
+             Args{"monitor", "i2c:0", "can:0", "--poll", "addr=0x50"}, Args{"monitor", "i2c:0"}}) {
+        Args args{bad[0], "--link", link};
+        args.insert(args.end(), bad.begin() + 1, bad.end());
+        EXPECT_EQ(Tool(args).Status, 2) << bad[0] << " " << bad[2];
+    }
+    EXPECT_EQ(sim.Counters().CommandsReceived, 0u);
+
+    // A missing acknowledge fails the run.
+    EXPECT_EQ(Transfers(Rows({"send", "--link", link, "i2c:1", "--speed", "400k", "addr=0x50,reg=0x20,write=hex:0A.0B",
+                                 "addr=0x50,reg=0x20,read=2", "addr=0x33", "addr=0x20,write=hex:01"},
+                  4, 1)),
+        (std::vector<std::string>{"i2c:1 0x50 20.0A.0B - ok", "i2c:1 0x50 20 0A.0B ok", "i2c:1 0x33 - - nack address",
+            "i2c:1 0x20 01 - nack data"}));
+    EXPECT_EQ(sim.Counters().I2cTransfers[1], 4u);
+    EXPECT_EQ(Transfers(Rows({"send", "--link", link, "spi:0", "--mode", "2", "--clock", "5M", "out=hex:01.02.03"}, 1)),
+        (std::vector<std::string>{"spi:0 cs=port 01.02.03 01.02.03 ok"}));
+
+    // monitor runs its polls on their intervals, in the same line format; 0x33
+    // is due again only after 1 s, 0x50 200 ms after the start.
+    const auto polls = Rows({"monitor", "--link", link, "i2c:1", "--count", "3", "--poll",
+                                "addr=0x50,reg=0x20,read=2,every=200ms", "--poll", "addr=0x33,every=1"},
+        3);
+    EXPECT_EQ(Transfers(polls),
+        (std::vector<std::string>{"i2c:1 0x50 20 0A.0B ok", "i2c:1 0x33 - - nack address", "i2c:1 0x50 20 0A.0B ok"}));
+    EXPECT_GE(std::stod(polls[2][0]), 0.19);
 }
