@@ -9,12 +9,14 @@ import hdwlib
 from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, wait_until
 
 
-def open_pair(manager, n=0, rate=100000):
-    tx = manager.port(f"a429tx:{n}")
-    rx = manager.port(f"a429rx:{n}")
-    out = tx.enable_arinc429_out()
-    words = rx.enable_arinc429_in()
-    return tx, rx, out, words
+def open_pair(manager, n, signals_on_tx, kind):
+    """Transmitter and receiver n at 100 kbit/s: their output and input buffers and signals of `kind`."""
+    tx, rx = manager.port(f"a429tx:{n}"), manager.port(f"a429rx:{n}")
+    out, words = tx.enable_arinc429_out(), rx.enable_arinc429_in()
+    signals = (tx if signals_on_tx else rx).enable_signals([kind])
+    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    return out, words, signals
 
 
 def collect(buffer, count):
@@ -24,10 +26,7 @@ def collect(buffer, count):
 
 
 def test_words_arrive_in_order_with_host_time_stamps_and_are_reported_sent(manager):
-    tx, rx, out, words = open_pair(manager)
-    sent_signals = tx.enable_signals([hdwlib.SIGNAL_ARINC429_SENT])
-    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
-    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    out, words, sent_signals = open_pair(manager, 0, True, hdwlib.SIGNAL_ARINC429_SENT)
     sent = [hdwlib.Arinc429Word(0o203, i % 4, 0x1000 + i, 3) for i in range(50)]
     before = time.time()
     out.write(sent[:25])
@@ -45,10 +44,7 @@ def test_words_arrive_in_order_with_host_time_stamps_and_are_reported_sent(manag
 
 
 def test_signal_wait_releases_the_interpreter_times_out_then_reports_words_also_through_select(manager):
-    tx, rx, out, words = open_pair(manager, 2)
-    signals = rx.enable_signals([hdwlib.SIGNAL_ARINC429_RECEIVED])
-    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
-    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    out, words, signals = open_pair(manager, 2, False, hdwlib.SIGNAL_ARINC429_RECEIVED)
     fd = signals.fileno()
     assert fd >= 0 and select.select([fd], [], [], 0)[0] == []
     # Another thread runs Python while the waiter sits in the library.

