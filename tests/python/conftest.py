@@ -6,7 +6,6 @@ import os
 import select
 import signal
 import subprocess
-import time
 
 import pytest
 
@@ -16,16 +15,6 @@ import hdwlib
 DEADLINE_S = 20.0
 ECHO_TIMEOUT_MS = 5000
 OPEN_TIMEOUT_MS = 10000
-
-
-def wait_until(condition, timeout=DEADLINE_S, interval=0.005):
-    """Polls `condition` until it is true or `timeout` s have passed; its last value."""
-    end = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value or time.monotonic() >= end:
-            return value
-        time.sleep(interval)
 
 
 class Sim:

@@ -6,7 +6,7 @@ import threading
 import time
 
 import hdwlib
-from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, wait_until
+from conftest import DEADLINE_S, OPEN_TIMEOUT_MS
 
 
 def open_pair(manager, n, signals_on_tx, kind):
@@ -20,8 +20,10 @@ def open_pair(manager, n, signals_on_tx, kind):
 
 
 def collect(buffer, count):
-    got = []
-    wait_until(lambda: got.extend(buffer.read()) or len(got) >= count)
+    got, end = [], time.monotonic() + DEADLINE_S
+    while len(got) < count and time.monotonic() < end:
+        got.extend(buffer.read())
+        time.sleep(0.005)
     return got
 
 

@@ -373,8 +373,7 @@ TEST(CaptureRecords, Arinc429RecordInNetworkByteOrder)
 
 TEST(CaptureRecords, LabelOrderReversesTheLabelByteOnlyForWireOrder)
 {
-    EXPECT_EQ(LabelNumber(0x83, LabelOrder::Reversed), 0x83);
-    EXPECT_EQ(LabelNumber(0xC1, LabelOrder::Wire), 0x83); // 203 octal
+    // Label 203 in wire order: capture/test_pcap.py.
     EXPECT_EQ(LabelNumber(0x01, LabelOrder::Wire), 0x80);
     for (unsigned b = 0; b < 256; ++b)
         EXPECT_EQ(LabelNumber(LabelNumber(uint8_t(b), LabelOrder::Wire), LabelOrder::Wire), b);

@@ -6,13 +6,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+using namespace tooltest;
 
-using tooltest::Output;
-using tooltest::Row;
-using tooltest::Rows;
-using tooltest::SimProcess;
-using tooltest::Tool;
+namespace {
 
 // The fields after TIME and PORT: BUS DIR RT SA WC STATUS ERRORS DATA.
 Row Fields(const Row& w)
@@ -53,7 +49,7 @@ TEST(Tool1553, MonitorAndControllerPrintEveryTransferWithItsFields)
     EXPECT_NE(bc.Err.find("1 of 5 transfers failed"), std::string::npos) << bc.Err;
     ASSERT_EQ(bc.Lines().size(), kRows.size()) << bc.Out;
     for (size_t i = 0; i < kRows.size(); ++i)
-        EXPECT_EQ(Fields(tooltest::Words(bc.Lines()[i])), kRows[i]) << bc.Lines()[i];
+        EXPECT_EQ(Fields(Words(bc.Lines()[i])), kRows[i]) << bc.Lines()[i];
 }
 
 // Three cycles of two minor frames (2 ms, 3 ms): every transfer in order,

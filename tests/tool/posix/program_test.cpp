@@ -18,13 +18,7 @@
 #include <unistd.h>
 #include <vector>
 
-using tooltest::LocalSim;
-using tooltest::Output;
-using tooltest::Row;
-using tooltest::Rows;
-using tooltest::SimProcess;
-using tooltest::Tool;
-using tooltest::Words;
+using namespace tooltest;
 
 // The TIME column over the unit clock's 32-bit wrap (the emulator's clock
 // starts 3 s before it) rises without a step back.
@@ -205,13 +199,10 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
 // transfers), and `parityErrors` words with a parity error in all.
 void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lost1553 = 0)
 {
-    if (parityErrors == 0 && lost1553 == 0)
-        EXPECT_NE(o.Out.find("result: no loss"), std::string::npos) << o.Out;
-    else
-        EXPECT_NE(o.Out.find("result: LOSS, " + std::to_string(lost1553) + " lost, 0 altered and " +
-                      std::to_string(parityErrors) + " with a parity error of "),
-            std::string::npos)
-            << o.Out;
+    const std::string result = parityErrors == 0 && lost1553 == 0 ? "result: no loss"
+                                                                  : "result: LOSS, " + std::to_string(lost1553) +
+            " lost, 0 altered and " + std::to_string(parityErrors) + " with a parity error of ";
+    EXPECT_NE(o.Out.find(result), std::string::npos) << o.Out;
     unsigned rows = 0, parity = 0;
     for (const auto& l : o.Lines()) {
         const auto w = Words(l);
@@ -347,7 +338,7 @@ struct TempFile {
 };
 
 struct ToolReplay : ::testing::Test {
-    tooltest::LocalSim sim;
+    LocalSim sim;
     const std::string& link = sim.Link;
 };
 
@@ -418,7 +409,7 @@ TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)
 // transfer with its result, the exit status, values refused before a unit is touched.
 TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
 {
-    tooltest::LocalSim sim("wendal", "7");
+    LocalSim sim("wendal", "7");
     const std::string& link = sim.Link;
 
     // Bad values and settings first: usage errors, nothing sent to the unit.
