@@ -1,8 +1,7 @@
 #pragma once
-// The host's side of the unit's MIL-STD-1553 channels, written out from the
-// design page's tables: SRAM write and configuration records, BC
-// descriptors and major frame tables, and the controllers' type-8 event
-// records taken apart.
+// The host's side of the unit's MIL-STD-1553 channels, from the design page's
+// tables: SRAM writes, configurations, BC descriptors, major frame tables and
+// the type-8 event records.
 
 #include "TestHost.h"
 
@@ -100,9 +99,8 @@ struct MilBench : EngineHost {
         }
         Send(FrameOf(records));
     }
-    // Mode 0 idle, 1 BC, 2 RT; flags as above (8 monitor, 64 switch); the one-shot
-    // count or terminal address; a 14 µs response time-out; the table page and
-    // the cycles after which to stop.
+    // Mode 0 idle, 1 BC, 2 RT; flags (8 monitor, 64 switch); one-shot count or terminal
+    // address; a 14 µs response time-out; table page; cycles after which to stop.
     void Configure(unsigned ch, uint8_t mode, uint8_t flags, uint8_t count, uint8_t page = 0, uint8_t stopAfter = 0)
     {
         Send(Frame({Record(52 + ch, Number++, {mode, flags, count, 0, 14, page, stopAfter, 0, 0})}));

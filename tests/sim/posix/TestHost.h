@@ -1,7 +1,6 @@
 #pragma once
-// The host's side of the unit protocol, written out in the tests from the
-// byte tables: command records and host frames are built here byte by byte,
-// and unit frames are taken apart here, independently of the emulator's code.
+// The host's side of the unit protocol, from the byte tables and independent of
+// the emulator's code: command records and host frames built, unit frames taken apart.
 
 #include <hdwsim/UnitEngine.h>
 #include "support/BitwiseCrc.h"
@@ -159,8 +158,7 @@ struct UnitStream {
     }
 };
 
-// The unit model driven directly, its time stepped by the test; what it
-// sends is taken apart by a UnitStream.
+// The unit model driven directly, its time stepped by the test.
 struct EngineHost {
     explicit EngineHost(bool pacing = false, uint32_t clockStart = 0, std::vector<unsigned> milTerminals = {},
         const hdwsim::UnitModel& model = hdwsim::HaldenModel())

@@ -1,6 +1,5 @@
-// The unit model driven directly, with the time stepped by the test: every
-// answer is checked on the bytes the unit would send. Framing, ARINC 429
-// receivers and FIFO, pacing, the label table, the discrete banks (Travin).
+// The unit model driven directly, the time stepped by the test, every answer checked on the bytes
+// the unit would send: framing, ARINC 429 receivers and FIFO, pacing, the label table, discrete banks.
 
 #include "TestHost.h"
 
@@ -121,8 +120,7 @@ TEST(Pacing, Arinc429WordsTake36BitTimes)
 
 TEST(Pacing, CanFramesTakeTheirStuffedLength)
 {
-    // Known lengths: a standard data frame of 8 zero bytes, id 0, is 108 bits
-    // plus stuff bits; all-zero fields stuff every fifth bit.
+    // A standard data frame of 8 zero bytes, id 0: 108 bits plus a stuff bit after every fifth.
     Bytes zero(13, 0);
     zero[0] = 8;
     const unsigned bits = UnitEngine::CanFrameBits(zero.data());
@@ -145,8 +143,7 @@ TEST(Pacing, CanFramesTakeTheirStuffedLength)
     EXPECT_EQ(tx[9].Time() - tx[0].Time(), 9u * bits);
 }
 
-// The ARINC 429 label table (label control 16, label data 17, label reset
-// 18): cyclic labels leave at their period in the unit's time.
+// The ARINC 429 label table (control 16, data 17, reset 18): labels leave at their period in unit time.
 namespace {
 
 constexpr uint64_t Ms = 1000000;
@@ -173,12 +170,10 @@ class LabelTable : public ::testing::TestWithParam<bool> {};
 
 } // namespace
 
-// With pacing, labels due together leave one word time (0.36 ms) apart: the
-// times are compared in whole milliseconds, up to 99 ms.
+// With pacing, labels due together leave a word time (0.36 ms) apart: times compared in whole ms.
 TEST_P(LabelTable, EachLabelLeavesAtItsOwnTimesOnceItHasDataAndReachesTheWiredReceiver)
 {
-    // Label, period, enabled, once, offset, repeat, data pushed at (ms), and
-    // the times (ms) its words leave within the first 100 ms.
+    // Label, period, enabled, once, offset, repeat, data pushed at (ms), its words' times in the first 100 ms.
     const struct {
         unsigned Label, PeriodMs;
         bool Enabled, Once;
@@ -240,8 +235,7 @@ TEST(LabelTableData, BadRecordsAreRefusedAndCounted)
 // The discrete banks: polarity and refused records.
 namespace {
 
-// The discrete events of a type as "bank@time state/changed #sequence cause",
-// state and changed in hex.
+// Discrete events as "bank@time state/changed #sequence cause", state and changed in hex.
 std::vector<std::string> Of(const UnitStream& s, unsigned type)
 {
     std::vector<std::string> r;

@@ -1,8 +1,7 @@
-// The unit's MIL-STD-1553 bus driven with raw command records on a stepped
-// clock: the controller's timing on the bus, injected faults and a table
-// that cannot run, checked on the type-8 events and their time stamps.
-// Timing (µs): 20 per word, 8 for a simulated terminal's answer, the
-// response time-out (14 here) when nobody answers, 4 between messages.
+// The unit's MIL-STD-1553 bus driven with raw records on a stepped clock: the controller's timing,
+// injected faults and a table that cannot run, checked on the type-8 events and their time stamps.
+// Timing (µs): 20 per word, 8 for a simulated terminal's answer, the response time-out (14 here)
+// when nobody answers, 4 between messages.
 
 #include "Mil1553Host.h"
 
@@ -48,9 +47,8 @@ TEST(Mil1553Bc, MessagesGoBackToBackWithTheirGapsAndMinorFramesKeepTheirGrid)
     b.Configure(0, 1, CfgRun | CfgBusA | CfgBusB, 0, 0x10, 2);
     b.RunToUs(6000);
 
-    // Three words, 8 µs, the status word, then the 4 µs gap; the terminal
-    // sends what it last received; minor frame 1 starts 1 ms after minor
-    // frame 0; stopped after two cycles, at the boundary.
+    // Three words, 8 µs, the status word, the 4 µs gap; the terminal sends what it last received;
+    // minor frame 1 starts 1 ms after minor frame 0; stopped after two cycles, at the boundary.
     EXPECT_EQ(Bc(b.Stream),
         (Texts{"1:0@1000 2800/0 1111 2222", "1:1@1092 2800/0 1111 2222", "1:2@2000 2800/0 ABCD",
             "1:0@2500 2800/0 1111 2222", "1:1@2592 2800/0 1111 2222", "1:2@3500 2800/0 ABCD", "4:0@4000 0/0"}));

@@ -42,8 +42,7 @@ public:
         SendRaw(Make(code, first, second, payload));
     }
     void SendRaw(const Packet& p) { m_Socket.SendTo(p.Bytes, Hoe::GetPacketSize(p), kLoopback, m_UnitPort); }
-    // Next packet with `code` for this client and `first` within the time-out
-    // that passes every check of size, signature and CRC (others are passed over).
+    // The next packet with `code` for this client and `first` that passes every check.
     bool Receive(uint32_t code, uint32_t first, Packet& out)
     {
         return WaitUntil(
@@ -63,8 +62,7 @@ private:
     CKVX_HdwUdpSocket m_Socket;
 };
 
-// Sends a session command numbered `number` and expects the next event data
-// packet to hold exactly its echo.
+// A session command numbered `number`: the next event data packet holds only its echo.
 void ExpectSingleEcho(Host& h, uint32_t tag, uint32_t session, unsigned number, Packet& r)
 {
     h.Send(Hoe::CodeSendCmd, tag, session, Frame({Session(number, true)}));

@@ -18,9 +18,8 @@
 
 namespace tooltest {
 
-// Starts `argv` with its standard output and error on the given descriptors;
-// a time-out (seconds, 0: none) that survives the exec kills it with SIGALRM.
-// It runs in `dir` when one is given.
+// Starts `argv` (in `dir` when given) with its output and error on the given
+// descriptors; a time-out (s, 0: none) that survives the exec kills it with SIGALRM.
 inline pid_t Spawn(
     const std::vector<std::string>& argv, int out, int err, unsigned timeoutS, const std::string& dir = {})
 {
@@ -113,8 +112,7 @@ inline std::string ReadLine(int fd)
     return line;
 }
 
-// hdwsim in a process of its own; its first line names the endpoint, later
-// ones are read with Line().
+// hdwsim in a process of its own; its first line names the endpoint, Line() reads the next.
 class SimProcess {
 public:
     explicit SimProcess(

@@ -1,6 +1,5 @@
-// The tool's parsing and formatting core: the syntaxes people type, the
-// columns other programs read and the capture formats (the pcapng file and
-// its SocketCAN records as tshark reads them: capture/test_pcap.py).
+// The tool's parsing and formatting core: the syntaxes people type, the columns other
+// programs read, the capture formats (the pcapng file as tshark reads it: capture/test_pcap.py).
 #include "CandumpLog.h"
 #include "Channel.h"
 #include "Cli.h"
@@ -32,12 +31,10 @@ CKVX_HdwCanMessage Can(const std::string& text)
 
 } // namespace
 
-// Each syntax: a table of what it takes (and makes of it) and what it refuses
-// (with words of its message).
+// Each syntax: a table of what it takes (and makes of it) and what it refuses (with words of its message).
 TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 {
-    // Dotted or lower-case bytes; an extended identifier written with leading
-    // zeros; standard identifiers take 3 digits, extended 8, whatever their value.
+    // Dotted or lower-case bytes, an extended identifier with leading zeros; standard ids take 3 digits.
     const struct {
         const char* Text;
         const char* Formatted; // nullptr: refused
@@ -310,9 +307,8 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
     EXPECT_EQ(t.ReadLength, 3u);
 }
 
-// Lines of candump and other writers (fewer decimals, a direction column,
-// blanks around) parse; written back they read as monitor --log writes them:
-// seconds zero-padded to ten digits, microseconds to six.
+// Lines of candump and other writers (fewer decimals, a direction column, blanks around) parse; written
+// back they read as monitor --log writes them: seconds zero-padded to ten digits, microseconds to six.
 TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoes)
 {
     EXPECT_EQ(

@@ -1,7 +1,6 @@
 // MIL-STD-1553 from the command line against hdwsim (simulated terminals 5
 // and 7 on the bus of channels 0 and 1): the monitor's transfer lines, the
-// bus controller's one-shot transfers and schedule, the remote terminal, and
-// what the tool refuses before touching the unit.
+// controller's one-shot transfers and schedule, and the remote terminal.
 #include "Spawn.h"
 
 #include <gtest/gtest.h>
@@ -16,8 +15,7 @@ Row Fields(const Row& w)
     return w.size() == 10 ? Row(w.begin() + 2, w.end()) : w;
 }
 
-// rx, tx (the terminal sends back what it last received on that
-// subaddress), an absent terminal, RT->RT, a mode code with data on bus B.
+// rx, tx (what the terminal last received), an absent terminal, RT->RT, a mode code on bus B.
 const std::vector<std::string> kTransfers = {"rx:rt=5:sa=1:1234,5678", "tx:rt=5:sa=1:wc=2", "tx:rt=9:sa=1:wc=1",
     "rtrt:rt=7:sa=3:txrt=5:txsa=1:wc=2", "mode:rt=5:mc=17:00AB:bus=b"};
 const std::vector<Row> kRows = {{"A", "BC->RT", "5", "1", "2", "2800", "-", "1234.5678"},
@@ -39,8 +37,7 @@ TEST(Tool1553, MonitorAndControllerPrintEveryTransferWithItsFields)
         EXPECT_EQ(mon[i][1], "1553:1");
     }
 
-    // The same as one-shot transfers of a controller: the same lines, and
-    // exit status 1 for the one that got no response.
+    // As one-shot transfers of a controller: the same lines, exit status 1 for the unanswered one.
     args = {"send", "--link", sim.Link, "1553:0", "bc"};
     for (const auto& t : kTransfers)
         args.push_back(t);

@@ -1,7 +1,6 @@
-// hdwtool monitor --reconnect against hdwsim reached through its symbolic
-// link: the unit is unplugged and plugged back with the program's signals,
-// and the monitor says when it went and came back, goes on printing traffic
-// and counts the outage in its summary.
+// hdwtool monitor --reconnect against hdwsim reached through its symbolic link,
+// unplugged and plugged back with its signals: the monitor says when the unit
+// went and came back, goes on printing traffic and counts the outage.
 #include <gtest/gtest.h>
 
 #include "Spawn.h"

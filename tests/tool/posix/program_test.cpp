@@ -20,8 +20,7 @@
 
 using namespace tooltest;
 
-// The TIME column over the unit clock's 32-bit wrap (the emulator's clock
-// starts 3 s before it) rises without a step back.
+// The TIME column over the unit clock's 32-bit wrap (3 s after its start) rises without a step back.
 TEST(ToolMonitor, TimeColumnNeverWraps)
 {
     SimProcess sim(true, "halden", "3", {"--clock-start", "4294964296"});
@@ -36,8 +35,7 @@ TEST(ToolMonitor, TimeColumnNeverWraps)
     }
 }
 
-// No header when piped; the key (seventh column to the end of the line)
-// names the same receiver for monitor.
+// No header when piped; the key (seventh column to the line's end) names the receiver for monitor.
 TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
 {
     SimProcess sim(false);
@@ -101,8 +99,7 @@ TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
     EXPECT_EQ(rows[1].back(), "1F334455#R");
 }
 
-// The generator's labels reach the unit at their rates for the run's length,
-// and bad labels are refused before a unit is touched.
+// The generator's labels reach the unit at their rates; bad labels are refused before a unit is touched.
 TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
 {
     LocalSim sim("halden", "3", true);
@@ -194,9 +191,8 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
     }
 }
 
-// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways, 1553),
-// each sent something and received all of it unaltered (1553 but `lost1553`
-// transfers), and `parityErrors` words with a parity error in all.
+// The demo's summary: a row per path (4 ARINC 429 wires, CAN both ways, 1553), each sent something and
+// received all of it unaltered (1553 but `lost1553` transfers); `parityErrors` words with a parity error.
 void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lost1553 = 0)
 {
     const std::string result = parityErrors == 0 && lost1553 == 0 ? "result: no loss"
@@ -220,8 +216,7 @@ void ExpectNoLossSummary(const Output& o, unsigned parityErrors = 0, unsigned lo
     EXPECT_EQ(parity, parityErrors) << o.Out;
 }
 
-// Words whose parity the unit flipped and unanswered 1553 transfers: counted,
-// each line marked, exit status 1.
+// Words whose parity the unit flipped and unanswered 1553 transfers: counted, marked, exit status 1.
 TEST(ToolDemo, ParityErrorsAndUnansweredTransfersAreCountedAndMarked)
 {
     const Output o = Tool({"demo", "--duration", "1", "--parity-faults", "3", "--no-response", "2", "--verbose"}, 90);
@@ -307,8 +302,7 @@ TEST(ToolDiscrete, SendAndMonitorTheBanks)
     EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
 }
 
-// Bytes sent on one Sorrel UART come out of the one wired to it; monitor ends
-// with the unit's counters of both.
+// Bytes sent on a Sorrel UART come out of the one wired to it; monitor ends with the counters of both.
 TEST(ToolSorrel, MonitorSeesBytesOfTheWiredPort)
 {
     SimProcess sim(true, "sorrel", "sorrel");
@@ -321,8 +315,7 @@ TEST(ToolSorrel, MonitorSeesBytesOfTheWiredPort)
     EXPECT_NE(m.Err.find("uart:3 counters: received 5, lost 0, sent 0,"), std::string::npos) << m.Err;
 }
 
-// hdwtool replay against an emulator in this process, whose counters tell
-// what reached the CAN transmitter.
+// hdwtool replay against an emulator in this process, whose counters tell what was sent.
 namespace {
 
 struct TempFile {
@@ -405,8 +398,7 @@ TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)
     EXPECT_EQ(sim.Counters().CanTransmitted[0], 0u);
 }
 
-// send and monitor --poll on the Wendal's I2C and SPI masters: one line per
-// transfer with its result, the exit status, values refused before a unit is touched.
+// I2C and SPI on a Wendal: a line per transfer with its result, the exit status, refusals before sending.
 TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
 {
     LocalSim sim("wendal", "7");
