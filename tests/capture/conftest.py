@@ -31,8 +31,7 @@ def sim_link():
 
 @pytest.fixture
 def hdwtool():
-    """Runs hdwtool with the given arguments; returns (status, stdout, stderr)
-    and the wall-clock seconds just before and after the run."""
+    """Runs hdwtool: (status, stdout, stderr, wall-clock seconds before and after the run)."""
     program = _program("HDWTOOL")
 
     def run(*args, timeout=120):

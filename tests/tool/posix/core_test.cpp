@@ -110,17 +110,12 @@ TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
     const struct {
         const char* Text;
         const char* Says;
-    } refused[] = {
-        {"label=203,rate=0", "rate"},
-        {"label=203", "needs label= and rate="},
+    } refused[] = {{"label=203,rate=0", "rate"}, {"label=203", "needs label= and rate="},
         {"label=1,rate=5,bnr=sine,range=500,res=0.25", "power of two"},
         {"label=1,rate=5,bnr=sine,range=512,res=0.25,high=600", "within"},
-        {"label=1,rate=5,bcd=sine,res=1,digits=2,high=100", "digits"},
-        {"label=1,rate=5,counter=9:3", "lower limit"},
-        {"label=1,rate=5,counter=0:9,step=0", "step"},
-        {"label=1,rate=5,data=1,counter=0:3", "more than one pattern"},
-        {"label=1,rate=5,colour=red", "unknown field"},
-    };
+        {"label=1,rate=5,bcd=sine,res=1,digits=2,high=100", "digits"}, {"label=1,rate=5,counter=9:3", "lower limit"},
+        {"label=1,rate=5,counter=0:9,step=0", "step"}, {"label=1,rate=5,data=1,counter=0:3", "more than one pattern"},
+        {"label=1,rate=5,colour=red", "unknown field"}};
     for (const auto& r : refused) {
         SCOPED_TRACE(r.Text);
         Gen::CLabelDef before = d;
@@ -179,11 +174,8 @@ TEST(Numbers, RatesSamplePointsAndDurations)
 TEST(UartSyntax, TextEscapesAndHex)
 {
     std::string error;
-    const std::pair<const char*, std::vector<uint8_t>> good[] = {
-        {"hi\\r\\n\\x00\\\\", {'h', 'i', '\r', '\n', 0, '\\'}},
-        {"hex:01.02:ff 10", {1, 2, 0xFF, 0x10}},
-        {"text:hex:", {'h', 'e', 'x', ':'}},
-    };
+    const std::pair<const char*, std::vector<uint8_t>> good[] = {{"hi\\r\\n\\x00\\\\", {'h', 'i', '\r', '\n', 0, '\\'}},
+        {"hex:01.02:ff 10", {1, 2, 0xFF, 0x10}}, {"text:hex:", {'h', 'e', 'x', ':'}}};
     for (const auto& [text, want] : good) {
         std::vector<uint8_t> b;
         ASSERT_TRUE(ParseUartBytes(text, b, error)) << text << ": " << error;
