@@ -10,8 +10,7 @@ import hdwlib
 def test_arinc429_word_fields_pack_into_the_bus_word_with_odd_parity_and_back():
     # Label 203 (octal), SDI 1, data 0x1234, SSM 3 is 0x6048D183 on the bus.
     w = hdwlib.Arinc429Word(0o203, 1, 0x1234, 3)
-    assert w.raw == 0x6048D183
-    assert int(w) == 0x6048D183
+    assert w.raw == int(w) == 0x6048D183
     assert bin(w.raw).count("1") % 2 == 1
     # From the raw word, with the parity check.
     w = hdwlib.Arinc429Word.from_raw(0x6048D183, time=12.5)

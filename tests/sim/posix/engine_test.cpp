@@ -156,16 +156,6 @@ Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs,
     return Record(16, number, Pack({{ch, 1}, {label, 1}, {flags, 4}, {offsetMs, 2}, {repeat, 2}}));
 }
 
-// ARINC 429 transmit events of one label, in order.
-std::vector<Event> TxOf(const EngineHost& h, unsigned label)
-{
-    std::vector<Event> r;
-    for (const Event& e : h.Stream.OfType(EvA429Tx))
-        if ((e.Word() & 0xFF) == label)
-            r.push_back(e);
-    return r;
-}
-
 class LabelTable : public ::testing::TestWithParam<bool> {};
 
 } // namespace
@@ -203,7 +193,9 @@ TEST_P(LabelTable, EachLabelLeavesAtItsOwnTimesOnceItHasDataAndReachesTheWiredRe
     size_t words = 0;
     for (const auto& l : labels) {
         std::vector<unsigned> sent;
-        for (const Event& e : TxOf(h, l.Label)) {
+        for (const Event& e : h.Stream.OfType(EvA429Tx)) {
+            if ((e.Word() & 0xFF) != l.Label)
+                continue;
             sent.push_back(e.Time() / 1000);
             // Each word carries the label's latest data.
             const unsigned pushedMs = *std::prev(std::upper_bound(l.PushMs.begin(), l.PushMs.end(), sent.back()));

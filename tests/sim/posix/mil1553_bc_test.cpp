@@ -36,17 +36,12 @@ struct Descriptor {
 };
 
 // A major frame table: per minor frame its period in 10 µs and its descriptor indexes.
-struct MinorFrameEntry {
-    uint16_t Period10Us;
-    Words Descriptors;
-};
-inline Words MajorFrameTable(const std::vector<MinorFrameEntry>& minors)
+inline Words MajorFrameTable(const std::vector<std::pair<uint16_t, Words>>& minors)
 {
     Words t{static_cast<uint16_t>(minors.size())};
-    for (const MinorFrameEntry& m : minors) {
-        t.push_back(m.Period10Us);
-        t.push_back(static_cast<uint16_t>(m.Descriptors.size()));
-        t.insert(t.end(), m.Descriptors.begin(), m.Descriptors.end());
+    for (const auto& [period10Us, descriptors] : minors) {
+        t.insert(t.end(), {period10Us, static_cast<uint16_t>(descriptors.size())});
+        t.insert(t.end(), descriptors.begin(), descriptors.end());
     }
     return t;
 }

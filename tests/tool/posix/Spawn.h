@@ -55,10 +55,9 @@ struct Output {
 
 inline std::string ReadAll(FILE* f)
 {
-    std::string s;
+    std::string s(size_t(ftell(f)), '\0'); // the child's writes moved the shared offset to the end
     rewind(f);
-    for (int c; (c = fgetc(f)) != EOF;)
-        s += static_cast<char>(c);
+    s.resize(fread(s.data(), 1, s.size(), f));
     fclose(f);
     return s;
 }
@@ -130,10 +129,10 @@ public:
         const std::string line = Line(); // "pty /dev/pts/7" or "udp 127.0.0.1:40811"
         const auto w = Words(line);
         EXPECT_EQ(w.size(), 2u) << line;
-        if (w.size() == 2)
+        if (w.size() == 2) {
             Link = std::string(code) + (w[0] == "udp" ? ":udp:" : ":") + w[1];
-        if (w.size() == 2 && w[0] == "udp")
-            Port = w[1].substr(w[1].rfind(':') + 1);
+            Port = w[0] == "udp" ? w[1].substr(w[1].rfind(':') + 1) : "";
+        }
     }
     ~SimProcess()
     {

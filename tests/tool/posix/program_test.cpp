@@ -321,7 +321,6 @@ TEST(ToolSorrel, MonitorSeesBytesOfTheWiredPort)
     EXPECT_NE(m.Err.find("uart:3 counters: received 5, lost 0, sent 0,"), std::string::npos) << m.Err;
 }
 
-// hdwtool replay against an emulator in this process, whose counters tell what was sent.
 namespace {
 
 struct TempFile {
@@ -353,8 +352,32 @@ std::vector<std::string> Transfers(const std::vector<Row>& rows)
     return lines;
 }
 
+std::string FileText(const std::string& path)
+{
+    std::stringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+// Index of the first line starting with `prefix` (-1: none), and the word lines after line `from`.
+long FindLine(const std::vector<std::string>& lines, const std::string& prefix)
+{
+    for (size_t i = 0; i < lines.size(); ++i)
+        if (lines[i].rfind(prefix, 0) == 0)
+            return long(i);
+    return -1;
+}
+size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
+{
+    size_t n = 0;
+    for (size_t i = size_t(from + 1); i < lines.size(); ++i)
+        n += lines[i].find("a429rx:1") != std::string::npos;
+    return n;
+}
+
 } // namespace
 
+// hdwtool replay against an emulator in this process, whose counters tell what was sent.
 TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
 {
     // can0's frames span 0.6 s; another interface's lines and an error frame between.
@@ -441,33 +464,6 @@ TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
         (std::vector<std::string>{"i2c:1 0x50 20 0A.0B ok", "i2c:1 0x33 - - nack address", "i2c:1 0x50 20 0A.0B ok"}));
     EXPECT_GE(std::stod(polls[2][0]), 0.19);
 }
-
-namespace {
-
-std::string FileText(const std::string& path)
-{
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-// Index of the first line starting with `prefix` (-1: none), and the word lines after line `from`.
-long FindLine(const std::vector<std::string>& lines, const std::string& prefix)
-{
-    for (size_t i = 0; i < lines.size(); ++i)
-        if (lines[i].rfind(prefix, 0) == 0)
-            return long(i);
-    return -1;
-}
-size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
-{
-    size_t n = 0;
-    for (size_t i = size_t(from + 1); i < lines.size(); ++i)
-        n += lines[i].find("a429rx:1") != std::string::npos;
-    return n;
-}
-
-} // namespace
 
 // hdwtool monitor --reconnect against hdwsim reached through its symbolic link,
 // unplugged and plugged back with its signals: the monitor says when the unit
