@@ -16,16 +16,14 @@ def test_arinc429_word_fields_pack_into_the_bus_word_with_odd_parity_and_back():
     w = hdwlib.Arinc429Word.from_raw(0x6048D183, time=12.5)
     assert (w.label, w.sdi, w.data, w.ssm, w.parity_ok, w.time) == (0o203, 1, 0x1234, 3, True, 12.5)
     bad = hdwlib.Arinc429Word.from_raw(0x6048D183 ^ 0x80000000)
-    assert not bad.parity_ok
-    assert bad.raw == 0x6048D183 ^ 0x80000000
+    assert not bad.parity_ok and bad.raw == 0x6048D183 ^ 0x80000000
     assert bad != w
     top = hdwlib.Arinc429Word(0xFF, 3, 0x7FFFF, 3)  # every field at its top
     assert top.raw & 0x7FFFFFFF == 0x7FFFFFFF and hdwlib.Arinc429Word.from_raw(top.raw).data == 0x7FFFF
 
 
 def test_can_frame_standard_and_extended_identifiers():
-    assert not hdwlib.CanFrame(0x7FF).extended
-    assert hdwlib.CanFrame(0x800).extended
+    assert not hdwlib.CanFrame(0x7FF).extended and hdwlib.CanFrame(0x800).extended
     assert hdwlib.CanFrame(0x123, extended=True).extended
     f = hdwlib.CanFrame(0x1F334455, b"\x01\x02\x03")
     assert (f.id, f.data, f.dlc, f.rtr) == (0x1F334455, b"\x01\x02\x03", 3, False)

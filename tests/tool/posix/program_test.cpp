@@ -327,7 +327,9 @@ struct TempFile {
     explicit TempFile(const std::string& text)
     {
         char path[] = "/tmp/hdwtool_replay_XXXXXX";
-        close(mkstemp(path));
+        const int fd = mkstemp(path);
+        EXPECT_GE(fd, 0);
+        close(fd);
         Path = path;
         std::ofstream(Path) << text;
     }
