@@ -1,6 +1,5 @@
-"""Fixtures of the capture tests: hdwsim in a process of its own on a
-loopback UDP port, and hdwtool run against it. The programs come from the
-environment (HDWTOOL, HDWSIM), set by the ctest entries."""
+"""Fixtures of the capture tests: hdwsim on a loopback UDP port and hdwtool
+run against it (the programs named by HDWSIM and HDWTOOL)."""
 
 import os
 import subprocess
@@ -32,8 +31,7 @@ def sim_link():
 
 @pytest.fixture
 def hdwtool():
-    """Runs hdwtool with the given arguments; returns (status, stdout, stderr)
-    and the wall-clock seconds just before and after the run."""
+    """Runs hdwtool: (status, stdout, stderr, wall-clock seconds before and after the run)."""
     program = _program("HDWTOOL")
 
     def run(*args, timeout=120):

@@ -9,15 +9,11 @@ FRAMES = ["123#DEADBEEF", "1F334455#R", "123#", "7FF#0102030405060708", "0000000
 
 
 def expected(text):
+    """(id, extended, remote, dlc, data) of a frame written as ID#DATA."""
     ident, data = text.split("#", 1)
     remote = data.startswith("R")
-    return {
-        "id": int(ident, 16),
-        "extended": len(ident) == 8,
-        "remote": remote,
-        "dlc": int(data[1:] or 0) if remote else len(data) // 2,
-        "data": b"" if remote else bytes.fromhex(data),
-    }
+    dlc = int(data[1:] or 0) if remote else len(data) // 2
+    return int(ident, 16), len(ident) == 8, remote, dlc, b"" if remote else bytes.fromhex(data)
 
 
 def test_log_reads_back_with_python_can(sim_link, hdwtool, tmp_path):
@@ -34,16 +30,11 @@ def test_log_reads_back_with_python_can(sim_link, hdwtool, tmp_path):
     messages = list(can.LogReader(str(log)))
     assert len(messages) == 2 * len(FRAMES)
     for i, m in enumerate(messages):
-        e = expected(FRAMES[i % len(FRAMES)])
         assert m.channel == "can1"
-        assert m.arbitration_id == e["id"]
-        assert m.is_extended_id == e["extended"]
-        assert m.is_remote_frame == e["remote"]
-        assert m.dlc == e["dlc"]
-        assert bytes(m.data or b"") == e["data"]
+        assert (m.arbitration_id, m.is_extended_id, m.is_remote_frame, m.dlc,
+                bytes(m.data or b"")) == expected(FRAMES[i % len(FRAMES)])
         # Wall-clock seconds within the run, in order.
         assert before - 1 <= m.timestamp <= after + 1
-        if i:
-            assert m.timestamp >= messages[i - 1].timestamp
+        assert i == 0 or m.timestamp >= messages[i - 1].timestamp
     # The two rounds went out 50 ms apart.
     assert messages[len(FRAMES)].timestamp - messages[0].timestamp > 0.02

@@ -38,23 +38,16 @@ def test_can_and_arinc429_in_one_pcapng(sim_link, hdwtool, tmp_path):
     pcap = tmp_path / "monitor.pcapng"
     frames = ["123#DEADBEEF", "1F334455#R3", "7FF#", "00000001#0102030405060708"]
     words = ["label=203,sdi=1,data=0x1234,ssm=3", "label=203,parity=1"]  # the second with even parity
-    args = ["monitor", "--link", sim_link, "a429rx:0", "a429tx:0", "can:1", "--count", str(2 * len(words) + len(frames)),
-            "--duration", "30", "--pcap", str(pcap)]
-    for w in words:
-        args += ["--send", "a429tx:0=" + w]
-    for f in frames:
-        args += ["--send", "can:0=" + f]
-    status, _, err, before, after = hdwtool(*args)
+    sends = [x for w in words for x in ("--send", "a429tx:0=" + w)] + [x for f in frames for x in ("--send", "can:0=" + f)]
+    status, _, err, before, after = hdwtool("monitor", "--link", sim_link, "a429rx:0", "a429tx:0", "can:1", "--count",
+                                            str(2 * len(words) + len(frames)), "--duration", "30", "--pcap", str(pcap),
+                                            *sends)
     assert status == 0, err
 
-    cans = tshark(pcap, "can", CAN_FIELDS)
     # can.id in decimal; a remote request's length in bytes of zeros.
-    assert cans == [
-        ["can1", str(0x123), "0", "0", "4", "deadbeef"],
-        ["can1", str(0x1F334455), "1", "1", "3", "000000"],
-        ["can1", str(0x7FF), "0", "0", "0", ""],
-        ["can1", str(0x1), "1", "0", "8", "0102030405060708"],
-    ]
+    assert tshark(pcap, "can", CAN_FIELDS) == [
+        ["can1", str(0x123), "0", "0", "4", "deadbeef"], ["can1", str(0x1F334455), "1", "1", "3", "000000"],
+        ["can1", str(0x7FF), "0", "0", "0", ""], ["can1", str(0x1), "1", "0", "8", "0102030405060708"]]
     # Received words first or sent ones first, each in the order sent.
     got = tshark(pcap, "hdwlib_a429", A429_FIELDS)
     rx = [r for r in got if r[1] == "rx"]

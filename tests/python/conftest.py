@@ -1,15 +1,11 @@
-"""Fixtures for the Python suites: the unit emulator (hdwsim) on a
-pseudo-terminal or a loopback UDP port, started and waited for like the C++
-rigs do, and an enumerated, running manager on it.
-
-HDWSIM names the emulator program and PYTHONPATH the built package (ctest
-sets both)."""
+"""Fixtures for the Python suites: the unit emulator (hdwsim, named by HDWSIM)
+on a pseudo-terminal or a loopback UDP port, and an enumerated, running
+manager on it."""
 
 import os
 import select
 import signal
 import subprocess
-import time
 
 import pytest
 
@@ -21,17 +17,6 @@ ECHO_TIMEOUT_MS = 5000
 OPEN_TIMEOUT_MS = 10000
 
 
-def wait_until(condition, timeout=DEADLINE_S, interval=0.005):
-    """Polls `condition` until it is true or `timeout` seconds have passed;
-    returns its last value."""
-    end = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value or time.monotonic() >= end:
-            return value
-        time.sleep(interval)
-
-
 class Sim:
     """One hdwsim process; `link` is "CODE:LINKTEXT" for the manager."""
 
@@ -41,23 +26,13 @@ class Sim:
             pytest.skip("HDWSIM is not set (run through ctest)")
         args = [program, "--unit", unit] + (["--udp", "0"] if udp else ["--pty"]) + list(extra)
         self.proc = subprocess.Popen(args, stdout=subprocess.PIPE, text=True)
-        self.code = code
-        line = self._line()
+        ready, _, _ = select.select([self.proc.stdout], [], [], DEADLINE_S)
+        line = self.proc.stdout.readline().strip() if ready else ""
         kind, _, where = line.partition(" ")
-        if kind == "pty":
-            self.link = f"{code}:{where}"
-        elif kind == "udp":
-            self.link = f"{code}:udp:{where}"
-        else:
+        if kind not in ("pty", "udp"):
             self.stop()
             raise RuntimeError(f"hdwsim said {line!r}")
-
-    def _line(self):
-        ready, _, _ = select.select([self.proc.stdout], [], [], DEADLINE_S)
-        if not ready:
-            self.stop()
-            raise RuntimeError("hdwsim did not report its endpoint")
-        return self.proc.stdout.readline().strip()
+        self.link = f"{code}:{where}" if kind == "pty" else f"{code}:udp:{where}"
 
     def stop(self):
         """Ends the emulator; its remaining output (e.g. --counters)."""
@@ -67,8 +42,6 @@ class Sim:
         return out or ""
 
 
-# The package adds nothing link-specific: one link, the pseudo-terminal (a lost
-# unit over UDP: test_can_interface).
 @pytest.fixture
 def sim():
     s = Sim()

@@ -2,31 +2,33 @@
 the signal service's wait, and its descriptor with select."""
 
 import select
+import threading
 import time
 
 import hdwlib
-from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, wait_until
+from conftest import DEADLINE_S, OPEN_TIMEOUT_MS
 
 
-def open_pair(manager, n=0, rate=100000):
-    tx = manager.port(f"a429tx:{n}")
-    rx = manager.port(f"a429rx:{n}")
-    out = tx.enable_arinc429_out()
-    words = rx.enable_arinc429_in()
-    return tx, rx, out, words
+def open_pair(manager, n, signals_on_tx, kind):
+    """Transmitter and receiver n at 100 kbit/s: their output and input buffers and signals of `kind`."""
+    tx, rx = manager.port(f"a429tx:{n}"), manager.port(f"a429rx:{n}")
+    out, words = tx.enable_arinc429_out(), rx.enable_arinc429_in()
+    signals = (tx if signals_on_tx else rx).enable_signals([kind])
+    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    return out, words, signals
 
 
 def collect(buffer, count):
-    got = []
-    wait_until(lambda: got.extend(buffer.read()) or len(got) >= count)
+    got, end = [], time.monotonic() + DEADLINE_S
+    while len(got) < count and time.monotonic() < end:
+        got.extend(buffer.read())
+        time.sleep(0.005)
     return got
 
 
 def test_words_arrive_in_order_with_host_time_stamps_and_are_reported_sent(manager):
-    tx, rx, out, words = open_pair(manager)
-    sent_signals = tx.enable_signals([hdwlib.SIGNAL_ARINC429_SENT])
-    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
-    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+    out, words, sent_signals = open_pair(manager, 0, True, hdwlib.SIGNAL_ARINC429_SENT)
     sent = [hdwlib.Arinc429Word(0o203, i % 4, 0x1000 + i, 3) for i in range(50)]
     before = time.time()
     out.write(sent[:25])
@@ -43,47 +45,25 @@ def test_words_arrive_in_order_with_host_time_stamps_and_are_reported_sent(manag
     assert s is not None and s.kind == hdwlib.SIGNAL_ARINC429_SENT and s.word == sent[0]
 
 
-def test_signal_wait_times_out_then_reports_a_word(manager):
-    tx, rx, out, words = open_pair(manager, 2)
-    signals = rx.enable_signals([hdwlib.SIGNAL_ARINC429_RECEIVED])
-    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
-    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
-    start = time.monotonic()
-    assert signals.wait(0.05) is None
-    assert time.monotonic() - start >= 0.04
-    out.write([hdwlib.Arinc429Word(0o101, 2, 0x55, 1)])
-    s = signals.wait(DEADLINE_S)
-    assert s is not None and s.kind == hdwlib.SIGNAL_ARINC429_RECEIVED
-    assert s.word == hdwlib.Arinc429Word(0o101, 2, 0x55, 1)
-    assert s.frame is None
-    assert collect(words, 1) == [s.word]
-
-
-def test_descriptor_works_with_select(manager):
-    tx, rx, out, words = open_pair(manager, 3)
-    signals = rx.enable_signals([hdwlib.SIGNAL_ARINC429_RECEIVED])
-    rx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
-    tx.open(rate=100000, timeout=OPEN_TIMEOUT_MS)
+def test_signal_wait_releases_the_interpreter_times_out_then_reports_words_also_through_select(manager):
+    out, words, signals = open_pair(manager, 2, False, hdwlib.SIGNAL_ARINC429_RECEIVED)
     fd = signals.fileno()
-    assert fd >= 0
-    assert select.select([fd], [], [], 0)[0] == []
-    out.write([hdwlib.Arinc429Word(0o001, 0, 7)])
-    assert select.select([fd], [], [], DEADLINE_S)[0] == [fd]
-    assert [s.word.data for s in signals.read()] == [7]
-    assert select.select([fd], [], [], 0)[0] == []
-
-
-def test_wait_releases_the_interpreter(manager):
-    import threading
-
-    rx = manager.port("a429rx:0")
-    signals = rx.enable_signals()
-    rx.open(timeout=OPEN_TIMEOUT_MS)
-    ticks = []
-    waiter = threading.Thread(target=lambda: signals.wait(0.5))
-    waiter.start()
+    assert fd >= 0 and select.select([fd], [], [], 0)[0] == []
     # Another thread runs Python while the waiter sits in the library.
+    ticks, result, start = [], [], time.monotonic()
+    waiter = threading.Thread(target=lambda: result.append(signals.wait(0.5)))
+    waiter.start()
     while waiter.is_alive():
         ticks.append(1)
         time.sleep(0.001)
-    assert len(ticks) >= 3
+    assert result == [None] and time.monotonic() - start >= 0.4 and len(ticks) >= 3
+    first, second = hdwlib.Arinc429Word(0o101, 2, 0x55, 1), hdwlib.Arinc429Word(0o001, 2, 7)
+    out.write([first])
+    s = signals.wait(DEADLINE_S)
+    assert s is not None and s.kind == hdwlib.SIGNAL_ARINC429_RECEIVED
+    assert s.word == first and s.frame is None
+    out.write([second])
+    assert select.select([fd], [], [], DEADLINE_S)[0] == [fd]
+    assert [s.word.data for s in signals.read()] == [7]
+    assert select.select([fd], [], [], 0)[0] == []
+    assert collect(words, 2) == [first, second]

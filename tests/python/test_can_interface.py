@@ -1,6 +1,7 @@
 """The python-can interface "hdwlib" against the emulated unit, whose CAN
 channels 0 and 1 share one bus."""
 
+import asyncio
 import signal
 import time
 
@@ -25,13 +26,19 @@ def pair(sim):
     tx.shutdown()
 
 
+def until(bus, done):
+    """Receives until done(message) holds (None: nothing came in 0.1 s); the last message."""
+    end = time.monotonic() + DEADLINE_S
+    while time.monotonic() < end:
+        msg = bus.recv(timeout=0.1)
+        if done(msg):
+            return msg
+    return None
+
+
 def recv_all(bus, count):
     got = []
-    end = time.monotonic() + DEADLINE_S
-    while len(got) < count and time.monotonic() < end:
-        msg = bus.recv(timeout=0.5)
-        if msg is not None:
-            got.append(msg)
+    until(bus, lambda m: (m is not None and got.append(m)) or len(got) >= count)
     return got
 
 
@@ -54,15 +61,30 @@ def test_send_on_one_channel_receive_on_the_other(pair):
         assert g.is_remote_frame or g.data == s.data
         assert g.channel == "can:1" and g.is_rx
     assert before - 1.0 <= got[0].timestamp <= got[-1].timestamp <= after + 1.0
-    # Both directions: the other channel hears frames too.
-    rx.send(can.Message(arbitration_id=0x42, data=b"\x01", is_extended_id=False))
-    back = recv_all(tx, 1)
-    assert [m.arbitration_id for m in back] == [0x42]
+    # Both directions, the other one through an asyncio notifier on the bus's descriptor.
+    assert tx.fileno() >= 0
+
+    async def main():
+        reader = can.AsyncBufferedReader()
+        notifier = can.Notifier(tx, [reader], loop=asyncio.get_running_loop())
+        try:
+            rx.send(can.Message(arbitration_id=0x42, data=b"\x01", is_extended_id=False))
+            return await asyncio.wait_for(reader.get_message(), DEADLINE_S)
+        finally:
+            notifier.stop()
+
+    assert asyncio.run(main()).arbitration_id == 0x42
 
 
 def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):
     a = open_bus(sim, "can:0")
     b = open_bus(sim, "can:1")
+    assert _shared.users(sim.link) == 2
+    # A channel opened twice, missing or on a dead link is an initialization error, and no user more.
+    for channel, link in [("can:0", sim.link), ("can:7", sim.link), ("a429rx:0", sim.link),
+                          ("can:0", "3:/dev/hdwlib-no-such-tty"), ("can:0", None)]:
+        with pytest.raises(can.CanInitializationError):
+            can.Bus(interface="hdwlib", channel=channel, link=link, open_timeout_ms=OPEN_TIMEOUT_MS)
     assert _shared.users(sim.link) == 2
     a.shutdown()
     assert _shared.users(sim.link) == 1
@@ -81,24 +103,6 @@ def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):
     d = open_bus(sim, "can:1")
     assert _shared.users(sim.link) == 1
     d.shutdown()
-
-
-def test_a_channel_opened_twice_missing_or_on_a_dead_link_is_an_initialization_error(pair, sim):
-    for channel, link in [("can:0", sim.link), ("can:7", sim.link), ("a429rx:0", sim.link),
-                          ("can:0", "3:/dev/hdwlib-no-such-tty"), ("can:0", None)]:
-        with pytest.raises(can.CanInitializationError):
-            can.Bus(interface="hdwlib", channel=channel, link=link, open_timeout_ms=OPEN_TIMEOUT_MS)
-    assert _shared.users(sim.link) == 2
-
-
-def until(bus, done):
-    """Receives until done(message) holds (None: nothing came in 0.1 s); the last message."""
-    end = time.monotonic() + DEADLINE_S
-    while time.monotonic() < end:
-        msg = bus.recv(timeout=0.1)
-        if done(msg):
-            return msg
-    return None
 
 
 def test_fault_states_give_the_bus_state_and_error_frames():
@@ -140,21 +144,3 @@ def test_detect_lists_the_can_ports_of_the_links_given(sim, monkeypatch):
     can.Bus(**configs[1], open_timeout_ms=OPEN_TIMEOUT_MS).shutdown()
     monkeypatch.setenv("HDWLIB_CAN_LINKS", "")
     assert can.detect_available_configs(["hdwlib"]) == []
-
-
-def test_asyncio_notifier_uses_the_descriptor(pair):
-    import asyncio
-
-    tx, rx = pair
-    assert rx.fileno() >= 0
-
-    async def main():
-        reader = can.AsyncBufferedReader()
-        notifier = can.Notifier(rx, [reader], loop=asyncio.get_running_loop())
-        try:
-            tx.send(can.Message(arbitration_id=0x77, data=b"\x07", is_extended_id=False))
-            return await asyncio.wait_for(reader.get_message(), DEADLINE_S)
-        finally:
-            notifier.stop()
-
-    assert asyncio.run(main()).arbitration_id == 0x77

@@ -1,7 +1,6 @@
 #pragma once
-// The host's side of the unit protocol, written out in the tests from the
-// byte tables: command records and host frames are built here byte by byte,
-// and unit frames are taken apart here, independently of the emulator's code.
+// The host's side of the unit protocol, from the byte tables and independent of
+// the emulator's code: command records and host frames built, unit frames taken apart.
 
 #include <hdwsim/UnitEngine.h>
 #include "support/BitwiseCrc.h"
@@ -20,8 +19,8 @@
 namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
-
 using testsupport::BitwiseCrc16;
+using testsupport::WaitUntil;
 
 inline void Le16(Bytes& b, uint32_t v)
 {
@@ -38,7 +37,15 @@ inline uint32_t GetLe32(const uint8_t* p)
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
 }
 
-using testsupport::WaitUntil;
+// Little-endian fields, each {value, width in bytes}.
+inline Bytes Pack(std::initializer_list<std::pair<uint32_t, unsigned>> fields)
+{
+    Bytes b;
+    for (const auto& [value, width] : fields)
+        for (unsigned i = 0; i < width; ++i)
+            b.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return b;
+}
 
 // One command record: length, code with the echo bit, number, parameters.
 inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
@@ -50,7 +57,17 @@ inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 }
 
 // A host frame holding the records in order.
-inline Bytes FrameOf(const std::vector<Bytes>& records);
+inline Bytes FrameOf(const std::vector<Bytes>& records)
+{
+    Bytes payload;
+    for (const Bytes& r : records)
+        payload.insert(payload.end(), r.begin(), r.end());
+    Bytes f{0xA5};
+    Le16(f, static_cast<uint32_t>(payload.size()));
+    f.insert(f.end(), payload.begin(), payload.end());
+    Le16(f, BitwiseCrc16(f.data(), f.size()));
+    return f;
+}
 inline Bytes Frame(std::initializer_list<Bytes> records)
 {
     return FrameOf(std::vector<Bytes>(records));
@@ -60,17 +77,12 @@ inline Bytes Session(unsigned number, bool open)
 {
     return Record(1, number, {static_cast<uint8_t>(open ? 1 : 0), 0, 0});
 }
-// ARINC 429 transmitter configuration; `divider` 299 is 100 kbit/s (high speed), 2399 12.5 kbit/s.
+// ARINC 429 transmitter configuration: enable and speed, the word gap setting
+// minus 1, both half bits' dividers; 299 is 100 kbit/s (high speed), 2399 12.5 kbit/s.
 inline Bytes AtxConfig(unsigned number, unsigned ch, bool enable, unsigned divider)
 {
-    const bool high = divider < 2000;
-    Bytes p{static_cast<uint8_t>((enable ? 1 : 0) | 2 | (high ? 4 : 0))};
-    Le16(p, 318); // word gap setting minus 1
-    p.push_back(0);
-    Le16(p, divider);
-    Le16(p, divider);
-    p.insert(p.end(), {0, 0, 0, 0});
-    return Record(20 + ch, number, p);
+    const unsigned flags = (enable ? 1u : 0u) | 2 | (divider < 2000 ? 4 : 0);
+    return Record(20 + ch, number, Pack({{flags, 1}, {318, 2}, {0, 1}, {divider, 2}, {divider, 2}, {0, 4}}));
 }
 inline Bytes ArxConfig(unsigned number, unsigned ch, bool enable, bool highSpeed, const Bytes& filter32)
 {
@@ -84,24 +96,16 @@ inline Bytes AllLabels()
 }
 inline Bytes AtxPush(unsigned number, unsigned ch, uint32_t word)
 {
-    Bytes p{static_cast<uint8_t>(ch), static_cast<uint8_t>(word & 0xFF)};
-    Le32(p, word);
-    return Record(17, number, p);
+    return Record(17, number, Pack({{ch, 1}, {word & 0xFF, 1}, {word, 4}}));
 }
 // CAN configuration: byte 4 bit 0 starts the controller; bytes 19-21 the
 // prescaler index and segments (1, 11, 1: 4 x 15 clocks, 1 Mbit/s).
-inline Bytes CanConfig(
-    unsigned number, unsigned ch, bool start, uint8_t prescaler = 1, uint8_t seg1 = 11, uint8_t seg2 = 1)
+inline Bytes CanConfig(unsigned number, unsigned ch)
 {
-    Bytes p(18, 0);
-    p[0] = start ? 1 : 0;
-    p[15] = prescaler;
-    p[16] = seg1;
-    p[17] = seg2;
+    Bytes p{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 11, 1};
     return Record(48 + ch, number, p);
 }
-// A standard data frame (extended and remote frames cross the emulator in the
-// units area's end-to-end tests).
+// A standard data frame.
 inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, const Bytes& data)
 {
     Bytes p{static_cast<uint8_t>(data.size() & 0x0F), static_cast<uint8_t>(id >> 3),
@@ -110,17 +114,8 @@ inline Bytes CanPush(unsigned number, unsigned ch, uint32_t id, const Bytes& dat
     p.resize(13, 0);
     return Record(50 + ch, number, p);
 }
-inline Bytes FrameOf(const std::vector<Bytes>& records)
-{
-    Bytes payload;
-    for (const Bytes& r : records)
-        payload.insert(payload.end(), r.begin(), r.end());
-    Bytes f{0xA5};
-    Le16(f, static_cast<uint32_t>(payload.size()));
-    f.insert(f.end(), payload.begin(), payload.end());
-    Le16(f, BitwiseCrc16(f.data(), f.size()));
-    return f;
-}
+// Event types of unit frames.
+constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3, EvCanTx = 7, EvMil1553 = 8, EvIn = 11, EvOut = 12;
 
 // One event record of a unit frame.
 struct Event {
@@ -132,43 +127,28 @@ struct Event {
     uint32_t Word() const { return GetLe32(Params.data() + 4); }
 };
 
-// Takes unit frames apart from a byte stream that may arrive in pieces.
-class UnitStream {
-public:
+// Takes apart the unit frames of what the unit sent (whole frames only):
+// start byte, length of the records, event count, records, CRC.
+struct UnitStream {
     std::vector<Event> Events;
 
     void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
-    void Feed(const uint8_t* data, size_t size)
+    void Feed(const uint8_t* b, size_t size)
     {
-        m_Buf.insert(m_Buf.end(), data, data + size);
-        for (;;) {
-            size_t start = 0;
-            while (start < m_Buf.size() && m_Buf[start] != 0xA5)
-                ++start;
-            m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(start));
-            if (m_Buf.size() < 5)
-                return;
-            const unsigned count = m_Buf[3] | ((m_Buf[4] & 0x0F) << 8);
-            size_t pos = 5;
-            std::vector<Event> events;
-            // Records until the count is reached or the bytes run out.
-            while (events.size() < count && pos < m_Buf.size() && pos + 1 + m_Buf[pos] <= m_Buf.size()) {
-                const auto at = m_Buf.begin() + static_cast<std::ptrdiff_t>(pos);
-                events.push_back({static_cast<unsigned>(at[1] >> 3), static_cast<unsigned>(at[1] & 7),
-                    Bytes(at + 2, at + 1 + m_Buf[pos])});
-                pos += 1 + m_Buf[pos];
-            }
-            if (events.size() < count || pos + 2 > m_Buf.size())
-                return; // incomplete: wait for more bytes
-            const uint16_t crc = static_cast<uint16_t>(m_Buf[pos] | (m_Buf[pos + 1] << 8));
-            const bool good = count > 0 && crc == BitwiseCrc16(m_Buf.data(), pos);
+        for (size_t at = 0; at < size;) {
+            ASSERT_TRUE(size - at >= 7 && b[at] == 0xA5) << "no unit frame at byte " << at;
+            const size_t len = b[at + 1] | b[at + 2] << 8, count = b[at + 3] | (b[at + 4] & 0x0F) << 8;
+            ASSERT_LE(at + 7 + len, size) << "a unit frame cut short";
+            const size_t end = at + 5 + len, before = Events.size();
+            for (size_t pos = at + 5; pos < end; pos += 1 + b[pos])
+                Events.push_back(
+                    {unsigned(b[pos + 1]) >> 3, b[pos + 1] & 7u, Bytes(b + pos + 2, b + pos + 1 + b[pos])});
             // The unit never sends a damaged or empty frame.
-            EXPECT_TRUE(good) << "unit frame of " << count << " events with a bad CRC or none";
-            Events.insert(Events.end(), events.begin(), events.end());
-            m_Buf.erase(m_Buf.begin(), m_Buf.begin() + static_cast<std::ptrdiff_t>(pos + 2));
+            EXPECT_TRUE(count > 0 && Events.size() - before == count);
+            EXPECT_EQ(b[end] | b[end + 1] << 8, BitwiseCrc16(b + at, end - at));
+            at = end + 2;
         }
     }
-
     std::vector<Event> OfType(unsigned type) const
     {
         std::vector<Event> r;
@@ -176,13 +156,9 @@ public:
             Events.begin(), Events.end(), std::back_inserter(r), [&](const Event& e) { return e.Type == type; });
         return r;
     }
-
-private:
-    Bytes m_Buf;
 };
 
-// The unit model driven directly, its time stepped by the test; what it
-// sends is taken apart by a UnitStream.
+// The unit model driven directly, its time stepped by the test.
 struct EngineHost {
     explicit EngineHost(bool pacing = false, uint32_t clockStart = 0, std::vector<unsigned> milTerminals = {},
         const hdwsim::UnitModel& model = hdwsim::HaldenModel())

@@ -1,5 +1,5 @@
-// The unit model driven directly, with the time stepped by the test: every
-// answer is checked on the bytes the unit would send.
+// The unit model driven directly, the time stepped by the test, every answer checked on the bytes
+// the unit would send: framing, ARINC 429 receivers and FIFO, pacing, the label table, discrete banks.
 
 #include "TestHost.h"
 
@@ -8,18 +8,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <string>
 
 using namespace simtest;
 using hdwsim::UnitEngine;
 
-namespace {
-
-constexpr unsigned EvEcho = 0, EvA429Rx = 2, EvA429Tx = 3, EvCanTx = 7;
-
-} // namespace
-
-// Frames of several commands, echoed in order, are what the library sends on
-// every tick of the units area (UnitRig); what only this shows is the bytes.
+// The bytes themselves, known by hand.
 TEST(UnitFraming, KnownAnswerSessionFrameFedByteByByteIsEchoedWithKnownBytes)
 {
     EngineHost h;
@@ -61,7 +56,6 @@ TEST(UnitFraming, InputThatIsNoFrameIsCountedAndTheNextFrameServed)
     }
 }
 
-// A one-label filter is the units area's (Halden.Arinc429LabelFilterBecomesTheUnitsLabelTable).
 TEST(Arinc429Loop, AnAllZeroFilterADisabledReceiverAndTheOtherSpeedStopWords)
 {
     EngineHost h;
@@ -100,44 +94,33 @@ TEST(TransmitFifo, Arinc429WordsBeyond512AreDroppedAndCountedAndTheRestHeldUntil
     EXPECT_EQ(h.Stream.OfType(EvA429Tx).back().Word(), 511u); // the first 512 went, in order
 }
 
-// CAN frames crossing between the two channels (standard, extended, remote,
-// every length) are checked end to end by units/posix/units_end_to_end_test.cpp
-// and the tool's UDP round trip, against the library's own decoding, which
-// units/events_test.cpp checks on hand-written bytes.
-
-// A corrupted CRC and stray bytes, each once: units/posix/halden_faults_test.cpp
-// (StrayBytesOrABadCrcLoseOnlyOneFrame) sees exactly one bad frame and the rest intact.
-
-TEST(Pacing, Arinc429WordsTake36BitTimesAtEitherSpeed)
+TEST(Pacing, Arinc429WordsTake36BitTimes)
 {
-    // Divider 299: 100 kbit/s, a word every 360 us; 2399: 12.5 kbit/s, every 2880 us.
-    for (const auto& [divider, us] : {std::pair{299u, 360u}, std::pair{2399u, 2880u}}) {
-        SCOPED_TRACE(divider);
-        EngineHost h(true);
-        h.Send(Frame({AtxConfig(1, 0, true, divider), ArxConfig(2, 0, true, divider < 2000, AllLabels())}));
-        std::vector<Bytes> recs;
-        for (unsigned i = 0; i < 100; ++i)
-            recs.push_back(AtxPush(10 + i, 0, i));
-        h.Send(FrameOf(recs));
-        EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
-        h.At(10ull * us * 1000 - 1);
-        EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 9u);
-        h.At(10ull * us * 1000);
-        EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 10u);
-        EXPECT_EQ(h.Engine.NextBusEventNs(), 11ull * us * 1000);
-        h.At(100ull * us * 1000);
-        const auto tx = h.Stream.OfType(EvA429Tx);
-        ASSERT_EQ(tx.size(), 100u);
-        for (size_t i = 1; i < tx.size(); ++i)
-            EXPECT_EQ(tx[i].Time() - tx[i - 1].Time(), us);
-        EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 100u);
-    }
+    // Divider 299: two half bits of 300 clocks at 60 MHz, 100 kbit/s, a word every 360 us.
+    constexpr uint64_t us = 360;
+    EngineHost h(true);
+    h.Send(Frame({AtxConfig(1, 0, true, 299), ArxConfig(2, 0, true, true, AllLabels())}));
+    std::vector<Bytes> recs;
+    for (unsigned i = 0; i < 100; ++i)
+        recs.push_back(AtxPush(10 + i, 0, i));
+    h.Send(FrameOf(recs));
+    EXPECT_TRUE(h.Stream.OfType(EvA429Tx).empty());
+    h.At(10 * us * 1000 - 1);
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 9u);
+    h.At(10 * us * 1000);
+    EXPECT_EQ(h.Stream.OfType(EvA429Tx).size(), 10u);
+    EXPECT_EQ(h.Engine.NextBusEventNs(), 11 * us * 1000);
+    h.At(100 * us * 1000);
+    const auto tx = h.Stream.OfType(EvA429Tx);
+    ASSERT_EQ(tx.size(), 100u);
+    for (size_t i = 1; i < tx.size(); ++i)
+        EXPECT_EQ(tx[i].Time() - tx[i - 1].Time(), us);
+    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), 100u);
 }
 
 TEST(Pacing, CanFramesTakeTheirStuffedLength)
 {
-    // Known lengths: a standard data frame of 8 zero bytes, id 0, is 108 bits
-    // plus stuff bits; all-zero fields stuff every fifth bit.
+    // A standard data frame of 8 zero bytes, id 0: 108 bits plus a stuff bit after every fifth.
     Bytes zero(13, 0);
     zero[0] = 8;
     const unsigned bits = UnitEngine::CanFrameBits(zero.data());
@@ -151,11 +134,164 @@ TEST(Pacing, CanFramesTakeTheirStuffedLength)
     EXPECT_LT(UnitEngine::CanFrameBits(empty.data()), bits);
 
     EngineHost h(true);
-    h.Send(Frame({CanConfig(1, 0, true), CanConfig(2, 1, true)}));
+    h.Send(Frame({CanConfig(1, 0), CanConfig(2, 1)}));
     for (unsigned i = 0; i < 10; ++i)
         h.Send(Frame({CanPush(10 + i, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0})}));
     h.At(uint64_t(bits) * 1000 * 10); // 1 Mbit/s: 1 us per bit
     const auto tx = h.Stream.OfType(EvCanTx);
     ASSERT_EQ(tx.size(), 10u);
     EXPECT_EQ(tx[9].Time() - tx[0].Time(), 9u * bits);
+}
+
+// The ARINC 429 label table (control 16, data 17, reset 18): labels leave at their period in unit time.
+namespace {
+
+constexpr uint64_t Ms = 1000000;
+
+// Label control: period in ms (1..1024), flags, offset in ms, repeat count.
+Bytes LabelCtrl(unsigned number, unsigned ch, unsigned label, unsigned periodMs, bool enabled = true, bool once = false,
+    unsigned offsetMs = 0, unsigned repeat = 0)
+{
+    const uint32_t flags = ((periodMs - 1) & 0x3FF) | (enabled ? 1u << 10 : 0) | (once ? 1u << 11 : 0);
+    return Record(16, number, Pack({{ch, 1}, {label, 1}, {flags, 4}, {offsetMs, 2}, {repeat, 2}}));
+}
+
+class LabelTable : public ::testing::TestWithParam<bool> {};
+
+} // namespace
+
+// With pacing, labels due together leave a word time (0.36 ms) apart: times compared in whole ms.
+TEST_P(LabelTable, EachLabelLeavesAtItsOwnTimesOnceItHasDataAndReachesTheWiredReceiver)
+{
+    // Label, period, enabled, once, offset, repeat, data pushed at (ms), its words' times in the first 100 ms.
+    const struct {
+        unsigned Label, PeriodMs;
+        bool Enabled, Once;
+        unsigned OffsetMs, Repeat;
+        std::vector<unsigned> PushMs, SentMs;
+    } labels[] = {
+        {0x10, 20, true, false, 0, 0, {0}, {0, 20, 40, 60, 80}},
+        {0x20, 50, true, false, 5, 0, {0}, {5, 55}}, // the offset delays the first
+        {0x44, 10, true, false, 0, 0, {50}, {50, 60, 70, 80, 90}}, // waits for its data
+        {0x45, 10, false, false, 0, 0, {0}, {}}, // disabled
+        {0x61, 10, true, true, 0, 0, {0, 60}, {0, 60}}, // once per update
+        {0x62, 10, true, false, 0, 3, {0}, {0, 10, 20}}, // stops after its repeat count
+    };
+    EngineHost h(GetParam());
+    std::vector<Bytes> ctrls{AtxConfig(1, 0, true, 299), ArxConfig(1, 0, true, true, AllLabels())};
+    for (const auto& l : labels)
+        ctrls.push_back(LabelCtrl(2, 0, l.Label, l.PeriodMs, l.Enabled, l.Once, l.OffsetMs, l.Repeat));
+    h.Send(FrameOf(ctrls));
+    EXPECT_EQ(h.Engine.NextBusEventNs(), UnitEngine::Never); // no label has data yet
+    for (unsigned ms : {0u, 50u, 60u}) {
+        h.At(ms * Ms);
+        for (const auto& l : labels)
+            if (std::find(l.PushMs.begin(), l.PushMs.end(), ms) != l.PushMs.end())
+                h.Send(Frame({AtxPush(3, 0, 0x400 * ms + l.Label)}));
+    }
+    h.At(99 * Ms);
+    size_t words = 0;
+    for (const auto& l : labels) {
+        std::vector<unsigned> sent;
+        for (const Event& e : h.Stream.OfType(EvA429Tx)) {
+            if ((e.Word() & 0xFF) != l.Label)
+                continue;
+            sent.push_back(e.Time() / 1000);
+            // Each word carries the label's latest data.
+            const unsigned pushedMs = *std::prev(std::upper_bound(l.PushMs.begin(), l.PushMs.end(), sent.back()));
+            EXPECT_EQ(e.Word(), 0x400 * pushedMs + l.Label) << "label " << l.Label;
+        }
+        EXPECT_EQ(sent, l.SentMs) << "label " << l.Label;
+        words += sent.size();
+    }
+    // Table data, not the FIFO; every word also reached the receiver wired to channel 0.
+    EXPECT_EQ(h.Engine.GetCounters().A429Pushed[0], 0u);
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelWords[0], words);
+    EXPECT_EQ(h.Stream.OfType(EvA429Rx).size(), words);
+    // Events of one channel come in time order across labels.
+    const auto tx = h.Stream.OfType(EvA429Tx);
+    EXPECT_TRUE(
+        std::is_sorted(tx.begin(), tx.end(), [](const Event& a, const Event& b) { return a.Time() < b.Time(); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(PacingOrNot, LabelTable, ::testing::Bool());
+
+TEST(LabelTableData, BadRecordsAreRefusedAndCounted)
+{
+    EngineHost h;
+    h.Send(Frame({Record(16, 1, {9, 0x10, 0, 0, 0, 0, 0, 0, 0, 0}), Record(18, 2, {0, 0})}));
+    EXPECT_EQ(h.Engine.GetCounters().CommandsUnknown, 2u); // channel 9 does not exist; a reset is 5 bytes
+    EXPECT_EQ(h.Engine.GetCounters().A429LabelCtrls[0], 0u);
+}
+
+// The discrete banks: polarity and refused records.
+namespace {
+
+// Discrete events as "bank@time state/changed #sequence cause", state and changed in hex.
+std::vector<std::string> Of(const UnitStream& s, unsigned type)
+{
+    std::vector<std::string> r;
+    char text[64];
+    for (const Event& e : s.OfType(type)) {
+        EXPECT_EQ(e.Params.size(), 15u);
+        std::snprintf(text, sizeof text, "%u@%u %X/%X #%u %u", e.Sub, e.Time(), GetLe32(e.Params.data() + 4),
+            GetLe32(e.Params.data() + 8), unsigned(e.Params[12] | e.Params[13] << 8), e.Params[14]);
+        r.push_back(text);
+    }
+    return r;
+}
+
+Bytes InConfig(unsigned number, unsigned bank, bool on, uint32_t invert, uint32_t changeMask, unsigned debounceUs)
+{
+    return Record(36 + bank, number, Pack({{on, 1}, {invert, 4}, {changeMask, 4}, {debounceUs / 10, 2}}));
+}
+Bytes OutConfig(unsigned number, unsigned bank, bool on, uint32_t invert, uint32_t initial)
+{
+    return Record(40 + bank, number, Pack({{on, 1}, {invert, 4}, {initial, 4}}));
+}
+Bytes OutWrite(unsigned number, unsigned bank, unsigned op, uint32_t mask, uint32_t value = 0)
+{
+    return Record(44, number, Pack({{bank, 1}, {op, 1}, {mask, 4}, {value, 4}}));
+}
+Bytes OutPulse(unsigned number, unsigned bank, uint32_t mask, uint32_t lengthUs)
+{
+    return Record(45, number, Pack({{bank, 1}, {mask, 4}, {lengthUs, 4}}));
+}
+
+struct TravinHost : EngineHost {
+    TravinHost() : EngineHost(false, 0, {}, *hdwsim::FindUnitModel("travin"))
+    {
+        Send(Frame({Session(1, false), Session(2, true)}));
+    }
+};
+
+} // namespace
+
+using Texts = std::vector<std::string>;
+
+TEST(TravinSim, PolarityOnBothSidesAndTheChangeMask)
+{
+    TravinHost h;
+    // Output inverts line 0, input inverts line 0 and 1; only line 1 reports.
+    h.Send(Frame({InConfig(3, 0, true, 0x03, 0x02, 0), OutConfig(4, 0, true, 0x01, 0)}));
+    // Switching on drives line 0 high (inverted 0): the input reads it inverted back as 0.
+    EXPECT_TRUE(Of(h.Stream, EvIn).empty());
+    h.Send(Frame({OutWrite(5, 0, 0, 0xFF, 0x01)})); // line 0 -> 1: wire low, input reads 1; not in the mask
+    EXPECT_TRUE(Of(h.Stream, EvIn).empty());
+    h.Send(Frame({OutWrite(6, 0, 3, 0x02)})); // toggle line 1: wire high, input reads 0
+    // Line 0 reads 1, line 1 reads 0.
+    EXPECT_EQ(Of(h.Stream, EvIn), (Texts{"0@3 1/2 #1 0"}));
+}
+
+TEST(TravinSim, RecordsTheUnitCannotTakeAreEchoedAndIgnored)
+{
+    TravinHost h;
+    h.Send(Frame({OutConfig(3, 0, true, 0, 0)}));
+    const size_t events = h.Stream.OfType(EvOut).size();
+    h.Send(Frame({OutWrite(4, 4, 1, 0x01), OutWrite(5, 0, 4, 0x01), OutPulse(6, 0, 0x01, 5),
+        OutPulse(7, 0, 0x01, 10000001), Record(36, 8, {1, 0, 0})}));
+    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 2u + 1 + 5); // session, config, five refused
+    EXPECT_EQ(h.Stream.OfType(EvOut).size(), events);
+    EXPECT_EQ(h.Engine.GetCounters().DiscreteRefused, 5u);
+    EXPECT_EQ(h.Engine.DiscreteOutputState(0), 0u);
 }

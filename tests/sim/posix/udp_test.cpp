@@ -1,7 +1,6 @@
 // The emulator served over HOE on loopback UDP. The host's packets are built
-// and checked with the library's HOE codec (known bytes: links/hoe_packet_test),
-// which shares no code with the emulator; the unit frames inside are taken
-// apart by TestHost.h.
+// and checked with the library's HOE codec, which shares no code with the
+// emulator; the unit frames inside are taken apart by TestHost.h.
 
 #include "TestHost.h"
 
@@ -43,8 +42,7 @@ public:
         SendRaw(Make(code, first, second, payload));
     }
     void SendRaw(const Packet& p) { m_Socket.SendTo(p.Bytes, Hoe::GetPacketSize(p), kLoopback, m_UnitPort); }
-    // Next packet with `code` for this client and `first` within the time-out
-    // that passes every check of size, signature and CRC (others are passed over).
+    // The next packet with `code` for this client and `first` that passes every check.
     bool Receive(uint32_t code, uint32_t first, Packet& out)
     {
         return WaitUntil(
@@ -57,10 +55,6 @@ public:
             },
             10000);
     }
-    static Bytes Payload(const Packet& p)
-    {
-        return Bytes(p.Sections.Payload, p.Sections.Payload + Hoe::GetPayloadLength(p));
-    }
 
 private:
     Hoe m_Hoe;
@@ -68,16 +62,15 @@ private:
     CKVX_HdwUdpSocket m_Socket;
 };
 
-// Sends a session command numbered `number` and expects the next event data
-// packet to hold exactly its echo.
+// A session command numbered `number`: the next event data packet holds only its echo.
 void ExpectSingleEcho(Host& h, uint32_t tag, uint32_t session, unsigned number, Packet& r)
 {
     h.Send(Hoe::CodeSendCmd, tag, session, Frame({Session(number, true)}));
     ASSERT_TRUE(h.Receive(Hoe::CodeEventData, tag, r));
     UnitStream u;
-    u.Feed(Host::Payload(r));
-    ASSERT_EQ(u.OfType(0).size(), 1u);
-    EXPECT_EQ(u.OfType(0)[0].EchoNumber(), number);
+    u.Feed(r.Sections.Payload, Hoe::GetPayloadLength(r));
+    ASSERT_EQ(u.OfType(EvEcho).size(), 1u);
+    EXPECT_EQ(u.OfType(EvEcho)[0].EchoNumber(), number);
 }
 
 struct UdpFixture : ::testing::Test {
@@ -85,9 +78,7 @@ struct UdpFixture : ::testing::Test {
     {
         hdwsim::Emulator::Options o;
         o.Pty = false;
-        o.Udp = true;
-        o.UdpPort = 0;
-        o.SerialNumber = "SN-4711";
+        o.Udp = true; // on any free port
         o.KeepAliveMs = keepAliveMs;
         Sim = std::make_unique<hdwsim::Emulator>(hdwsim::HaldenModel(), o);
         std::string error;
@@ -98,21 +89,14 @@ struct UdpFixture : ::testing::Test {
     uint32_t ConnectHost(Host& h, uint32_t tag)
     {
         h.Send(Hoe::CodeConnect, tag, 0, {0x34, 0x12});
-        Packet r;
-        if (!h.Receive(Hoe::CodeConnectReply, tag, r)) {
-            ADD_FAILURE() << "no answer to connect";
-            return 0;
-        }
+        Packet r{};
+        EXPECT_TRUE(h.Receive(Hoe::CodeConnectReply, tag, r)) << "no answer to connect";
         return Hoe::GetSecondWord(r);
     }
     std::unique_ptr<hdwsim::Emulator> Sim;
 };
 
 } // namespace
-
-// Commands and their echoes over a session are run end to end by the units
-// area (UnitRig over UDP); the packet numbering is checked below
-// where a dropped packet leaves its gap.
 
 TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLeaves)
 {

@@ -1,6 +1,8 @@
 #pragma once
 // Starting the built programs from a test: hdwtool run to its end, hdwsim
-// in a process of its own.
+// in a process of its own or an emulator in this one.
+
+#include <hdwsim/Emulator.h>
 
 #include <gtest/gtest.h>
 
@@ -16,9 +18,8 @@
 
 namespace tooltest {
 
-// Starts `argv` with its standard output and error on the given descriptors;
-// a time-out (seconds, 0: none) that survives the exec kills it with SIGALRM.
-// It runs in `dir` when one is given.
+// Starts `argv` (in `dir` when given) with its output and error on the given
+// descriptors; a time-out (s, 0: none) that survives the exec kills it with SIGALRM.
 inline pid_t Spawn(
     const std::vector<std::string>& argv, int out, int err, unsigned timeoutS, const std::string& dir = {})
 {
@@ -54,10 +55,9 @@ struct Output {
 
 inline std::string ReadAll(FILE* f)
 {
-    std::string s;
+    std::string s(size_t(ftell(f)), '\0'); // the child's writes moved the shared offset to the end
     rewind(f);
-    for (int c; (c = fgetc(f)) != EOF;)
-        s += static_cast<char>(c);
+    s.resize(fread(s.data(), 1, s.size(), f));
     fclose(f);
     return s;
 }
@@ -84,6 +84,22 @@ inline std::vector<std::string> Words(const std::string& line)
     return w;
 }
 
+using Row = std::vector<std::string>;
+
+// Runs hdwtool expecting exit status `status` and `lines` lines of output: the
+// lines' words, or as many rows of empty words after a failure.
+inline std::vector<Row> Rows(const std::vector<std::string>& args, size_t lines, int status = 0)
+{
+    const Output o = Tool(args);
+    std::vector<Row> rows;
+    for (const auto& l : o.Lines())
+        rows.push_back(Words(l));
+    if (o.Status == status && rows.size() == lines)
+        return rows;
+    ADD_FAILURE() << args[0] << ": status " << o.Status << ", " << rows.size() << " lines\n" << o.Out << o.Err;
+    return std::vector<Row>(lines, Row(12));
+}
+
 // One line a child writes to `fd`, waiting up to 10 s for each byte.
 inline std::string ReadLine(int fd)
 {
@@ -95,7 +111,7 @@ inline std::string ReadLine(int fd)
     return line;
 }
 
-// hdwsim in a process of its own; its first line names the endpoint.
+// hdwsim in a process of its own; its first line names the endpoint, Line() reads the next.
 class SimProcess {
 public:
     explicit SimProcess(
@@ -107,27 +123,51 @@ public:
         if (udp)
             argv.push_back("0"); // any free port
         argv.insert(argv.end(), extra.begin(), extra.end());
-        m_Pid = Spawn(argv, out[1], 2, 0);
+        Pid = Spawn(argv, out[1], 2, 0);
         close(out[1]);
-        const std::string line = ReadLine(out[0]);
-        close(out[0]);
-        // "pty /dev/pts/7" or "udp 127.0.0.1:40811"
+        m_Out = out[0];
+        const std::string line = Line(); // "pty /dev/pts/7" or "udp 127.0.0.1:40811"
         const auto w = Words(line);
         EXPECT_EQ(w.size(), 2u) << line;
-        if (w.size() == 2)
+        if (w.size() == 2) {
             Link = std::string(code) + (w[0] == "udp" ? ":udp:" : ":") + w[1];
-        if (w.size() == 2 && w[0] == "udp")
-            Port = w[1].substr(w[1].rfind(':') + 1);
+            Port = w[0] == "udp" ? w[1].substr(w[1].rfind(':') + 1) : "";
+        }
     }
     ~SimProcess()
     {
-        kill(m_Pid, SIGTERM);
-        waitpid(m_Pid, nullptr, 0);
+        kill(Pid, SIGTERM);
+        waitpid(Pid, nullptr, 0);
+        close(m_Out);
     }
+    std::string Line() { return ReadLine(m_Out); }
     std::string Link; // --link value
     std::string Port; // UDP port
+    pid_t Pid = -1;
+
 private:
-    pid_t m_Pid = -1;
+    int m_Out = -1;
+};
+
+// An emulated unit in this process on a pseudo-terminal, its counters read by the tests.
+inline hdwsim::Emulator::Options PtyOptions(bool pacing)
+{
+    hdwsim::Emulator::Options o;
+    o.Pty = true;
+    o.Pacing = pacing;
+    return o;
+}
+struct LocalSim {
+    explicit LocalSim(const char* unit = "halden", const char* code = "3", bool pacing = false)
+        : Sim(*hdwsim::FindUnitModel(unit), PtyOptions(pacing))
+    {
+        std::string error;
+        EXPECT_TRUE(Sim.Start(&error)) << error;
+        Link = std::string(code) + ":" + Sim.PtyPath();
+    }
+    hdwsim::Counters Counters() const { return Sim.GetCounters(); }
+    hdwsim::Emulator Sim;
+    std::string Link;
 };
 
 } // namespace tooltest

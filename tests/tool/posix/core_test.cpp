@@ -1,9 +1,12 @@
-// The tool's parsing and formatting core: the syntaxes people type and the
-// columns other programs read.
+// The tool's parsing and formatting core: the syntaxes people type, the columns other
+// programs read, the capture formats (the pcapng file as tshark reads it: capture/test_pcap.py).
+#include "CandumpLog.h"
 #include "Channel.h"
 #include "Cli.h"
 #include "Format.h"
 #include "GeneratorLabels.h"
+#include "MasterSend.h"
+#include "PcapWriter.h"
 #include "Ports.h"
 #include "Session.h"
 #include "StatusLine.h"
@@ -11,6 +14,8 @@
 #include "Values.h"
 
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 using namespace hdwtool;
 
@@ -26,30 +31,19 @@ CKVX_HdwCanMessage Can(const std::string& text)
 
 } // namespace
 
-// Each syntax is one table of what it takes (with what it makes of it) and
-// what it refuses (with words of its message, "" where any message will do).
+// Each syntax: a table of what it takes (and makes of it) and what it refuses (with words of its message).
 TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 {
+    // Dotted or lower-case bytes, an extended identifier with leading zeros; standard ids take 3 digits.
     const struct {
         const char* Text;
         const char* Formatted; // nullptr: refused
         const char* Says = "";
-    } cases[] = {
-        {"123#DEADBEEF", "123#DEADBEEF"},
-        {"1F334455#R", "1F334455#R"},
-        {"7FF#R3", "7FF#R3"},
-        {"123#", "123#"},
-        // Dotted or lower-case bytes; an extended identifier written with leading zeros.
-        {"123#de.ad", "123#DEAD"},
-        {"00000123#11.22.33.44.55.66.77.88", "00000123#1122334455667788"},
-        // Standard identifiers take 3 digits, extended 8, whatever their value.
-        {"005#0A", "005#0A"},
-        {"12#34", nullptr, "3 hex digits"},
-        {"800#00", nullptr, "above 7FF"},
-        {"123#010203040506070809", nullptr, "longer than 8"},
-        {"123#ABC", nullptr, "whole hex bytes"},
-        {"123##1", nullptr, "CAN FD"},
-    };
+    } cases[] = {{"123#DEADBEEF", "123#DEADBEEF"}, {"1F334455#R", "1F334455#R"}, {"7FF#R3", "7FF#R3"}, {"123#", "123#"},
+        {"123#de.ad", "123#DEAD"}, {"00000123#11.22.33.44.55.66.77.88", "00000123#1122334455667788"},
+        {"005#0A", "005#0A"}, {"12#34", nullptr, "3 hex digits"}, {"800#00", nullptr, "above 7FF"},
+        {"123#010203040506070809", nullptr, "longer than 8"}, {"123#ABC", nullptr, "whole hex bytes"},
+        {"123##1", nullptr, "CAN FD"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.Text);
         CKVX_HdwCanMessage f;
@@ -69,28 +63,19 @@ TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
     EXPECT_EQ(f.Dlc, 3);
 }
 
-// The raw words are worked out by hand: label | SDI << 8 | data << 10 | SSM << 29
-// | parity << 31 (the packing itself is checked in bus/arinc429_message_test).
+// Raw words by hand: label | SDI << 8 | data << 10 | SSM << 29 | parity << 31.
 TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
 {
+    // Odd parity unless told (a default word and a hex word: ToolMonitor's label filter test).
     const struct {
         const char* Text;
         uint32_t Raw;
         const char* Says = nullptr; // refused with these words
-    } cases[] = {
-        {"0x6048D183", 0x6048D183},
-        {"83", 0x83},
-        {"label=203,sdi=1,data=0x1234,ssm=3", 0x6048D183}, // odd parity by default
-        {"label=203,sdi=1,data=0x1234,ssm=3,parity=even", 0xE048D183},
-        {"label=0o203", 0x83},
-        {"label=377,data=524287", 0x1FFFFCFF},
-        {"label=400", 0, "out of range"},
+    } cases[] = {{"83", 0x83}, {"label=203,sdi=1,data=0x1234,ssm=3,parity=even", 0xE048D183}, {"label=0o203", 0x83},
+        {"label=377,data=524287", 0x1FFFFCFF}, {"label=400", 0, "out of range"},
         {"label=208", 0, "not a number"}, // 8 is no octal digit
-        {"label=1,sdi=4", 0, "sdi"},
-        {"label=1,data=0x80000", 0, "19-bit"},
-        {"sdi=1", 0, "needs a label"},
-        {"123456789", 0, ""},
-    };
+        {"label=1,sdi=4", 0, "sdi"}, {"label=1,data=0x80000", 0, "19-bit"}, {"sdi=1", 0, "needs a label"},
+        {"123456789", 0, ""}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.Text);
         CKVX_HdwArinc429Message w;
@@ -109,45 +94,28 @@ TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
     Gen::CLabelDef d;
     std::string error;
     ASSERT_TRUE(ParseGeneratorLabel("label=203,rate=12.5,sdi=1,ssm=3,data=0x1234", d, error)) << error;
-    EXPECT_EQ(d.Label, 0203);
-    EXPECT_EQ(d.Rate, 12.5);
-    EXPECT_EQ(d.Sdi, 1);
-    EXPECT_EQ(d.Ssm, 3);
-    EXPECT_EQ(d.Pattern, Gen::PatternConstant);
-    EXPECT_EQ(d.Data, 0x1234u);
+    EXPECT_EQ(std::tuple(int(d.Label), d.Rate, int(d.Sdi), int(d.Ssm), int(d.Pattern), d.Data),
+        std::tuple(0203, 12.5, 1, 3, int(Gen::PatternConstant), 0x1234u));
     ASSERT_TRUE(ParseGeneratorLabel("label=0x88,rate=10,counter=5:0o17,step=3", d, error)) << error;
-    EXPECT_EQ(d.Label, 0x88);
-    EXPECT_EQ(d.Pattern, Gen::PatternCounter);
-    EXPECT_EQ(d.Min, 5u);
-    EXPECT_EQ(d.Max, 15u);
-    EXPECT_EQ(d.Step, 3u);
+    EXPECT_EQ(std::tuple(int(d.Label), int(d.Pattern), d.Min, d.Max, d.Step),
+        std::tuple(0x88, int(Gen::PatternCounter), 5u, 15u, 3u));
     ASSERT_TRUE(
         ParseGeneratorLabel("label=205,rate=50,bnr=triangle,range=512,res=0.25,low=-100,high=300,period=5", d, error))
         << error;
-    EXPECT_EQ(d.Pattern, Gen::PatternBnr);
-    EXPECT_EQ(d.Wave, Gen::WaveTriangle);
-    EXPECT_EQ(d.BnrBits(), 11u);
-    EXPECT_EQ(d.Low, -100.0);
-    EXPECT_EQ(d.High, 300.0);
-    EXPECT_EQ(d.Period, 5.0);
+    EXPECT_EQ(std::tuple(int(d.Pattern), int(d.Wave), d.BnrBits(), d.Low, d.High, d.Period),
+        std::tuple(int(Gen::PatternBnr), int(Gen::WaveTriangle), 11u, -100.0, 300.0, 5.0));
     ASSERT_TRUE(ParseGeneratorLabel("label=207,rate=5,discrete=0x40000,toggle=0x3,period=0.5", d, error)) << error;
-    EXPECT_EQ(d.Pattern, Gen::PatternDiscrete);
-    EXPECT_EQ(d.Mask, 3u);
+    EXPECT_EQ(std::tuple(int(d.Pattern), d.Mask), std::tuple(int(Gen::PatternDiscrete), 3u));
 
     const struct {
         const char* Text;
         const char* Says;
-    } refused[] = {
-        {"label=203,rate=0", "rate"},
-        {"label=203", "needs label= and rate="},
+    } refused[] = {{"label=203,rate=0", "rate"}, {"label=203", "needs label= and rate="},
         {"label=1,rate=5,bnr=sine,range=500,res=0.25", "power of two"},
         {"label=1,rate=5,bnr=sine,range=512,res=0.25,high=600", "within"},
-        {"label=1,rate=5,bcd=sine,res=1,digits=2,high=100", "digits"},
-        {"label=1,rate=5,counter=9:3", "lower limit"},
-        {"label=1,rate=5,counter=0:9,step=0", "step"},
-        {"label=1,rate=5,data=1,counter=0:3", "more than one pattern"},
-        {"label=1,rate=5,colour=red", "unknown field"},
-    };
+        {"label=1,rate=5,bcd=sine,res=1,digits=2,high=100", "digits"}, {"label=1,rate=5,counter=9:3", "lower limit"},
+        {"label=1,rate=5,counter=0:9,step=0", "step"}, {"label=1,rate=5,data=1,counter=0:3", "more than one pattern"},
+        {"label=1,rate=5,colour=red", "unknown field"}};
     for (const auto& r : refused) {
         SCOPED_TRACE(r.Text);
         Gen::CLabelDef before = d;
@@ -161,14 +129,13 @@ TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
 {
     LabelAccept a;
     std::string error;
-    ASSERT_TRUE(ParseLabelAccept("203", a, error)) << error;
-    EXPECT_EQ(a.Label, 0x83);
-    EXPECT_EQ(a.Mask(), 0xFFFF);
-    ASSERT_TRUE(ParseLabelAccept("203:1", a, error));
-    EXPECT_EQ(a.Mask(), 0x2222); // SDI 1 with any SSM: bits 1, 5, 9, 13
-    ASSERT_TRUE(ParseLabelAccept("0x10:0:3", a, error));
-    EXPECT_EQ(a.Label, 0x10);
-    EXPECT_EQ(a.Mask(), 0x1000); // bit 0 + 4 x 3
+    // Mask: bit SDI + 4 x SSM for each SDI and SSM taken.
+    const std::tuple<const char*, int, int> good[] = {
+        {"203", 0x83, 0xFFFF}, {"203:1", 0x83, 0x2222}, {"0x10:0:3", 0x10, 0x1000}};
+    for (const auto& [text, label, mask] : good) {
+        ASSERT_TRUE(ParseLabelAccept(text, a, error)) << error;
+        EXPECT_EQ(std::tuple(int(a.Label), int(a.Mask())), std::tuple(label, mask)) << text;
+    }
     for (const char* bad : {"203:4", "203:1:2:3", "999"})
         EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
@@ -198,7 +165,6 @@ TEST(Numbers, RatesSamplePointsAndDurations)
         EXPECT_EQ(ok, c.Want >= 0) << c.Text;
         EXPECT_DOUBLE_EQ(ok ? d : -1, c.Want) << c.Text;
     }
-    // Plain octal and the 0x, 0o, 0d prefixes: the label rows of Arinc429Syntax.
     uint64_t v = 0;
     EXPECT_TRUE(ParseNumber("0b101", v));
     EXPECT_EQ(v, 5u);
@@ -208,11 +174,8 @@ TEST(Numbers, RatesSamplePointsAndDurations)
 TEST(UartSyntax, TextEscapesAndHex)
 {
     std::string error;
-    const std::pair<const char*, std::vector<uint8_t>> good[] = {
-        {"hi\\r\\n\\x00\\\\", {'h', 'i', '\r', '\n', 0, '\\'}},
-        {"hex:01.02:ff 10", {1, 2, 0xFF, 0x10}},
-        {"text:hex:", {'h', 'e', 'x', ':'}},
-    };
+    const std::pair<const char*, std::vector<uint8_t>> good[] = {{"hi\\r\\n\\x00\\\\", {'h', 'i', '\r', '\n', 0, '\\'}},
+        {"hex:01.02:ff 10", {1, 2, 0xFF, 0x10}}, {"text:hex:", {'h', 'e', 'x', ':'}}};
     for (const auto& [text, want] : good) {
         std::vector<uint8_t> b;
         ASSERT_TRUE(ParseUartBytes(text, b, error)) << text << ": " << error;
@@ -224,8 +187,6 @@ TEST(UartSyntax, TextEscapesAndHex)
     EXPECT_EQ(QuoteText({'a', '"', '\n', 0x7F}), "\"a\\\"\\n\\x7F\"");
 }
 
-// Port names that name a port are taken on every run of the program tests
-// (list, monitor, send); ToolErrors shows an unknown type reaching stderr.
 TEST(PortNames, MalformedNamesAndKeysWithABadChecksumAreRefused)
 {
     PortSpec s;
@@ -244,10 +205,6 @@ TEST(PortNames, MalformedNamesAndKeysWithABadChecksumAreRefused)
     EXPECT_NE(error.find("checksum"), std::string::npos);
 }
 
-// Link syntax (CODE:LINK, a driver name for the code), ParseValueFor's refusal
-// of a receiver and ResultText are checked on the program's own stderr in
-// program_test (ToolErrors).
-
 TEST(CommandLine, OptionsValuesAndPositionals)
 {
     const std::vector<OptionSpec> specs = {
@@ -262,15 +219,12 @@ TEST(CommandLine, OptionsValuesAndPositionals)
     EXPECT_EQ(a.Positionals(), (std::vector<std::string>{"can:0", "--x"}));
     EXPECT_FALSE(ParseArgs(specs, {"--count"}, a, error));
     EXPECT_NE(error.find("needs a value"), std::string::npos);
-    // An unknown option: a row of ToolErrors in program_test.
     EXPECT_FALSE(ParseArgs(specs, {"-n", "1", "-n", "2"}, a, error));
     EXPECT_FALSE(ParseArgs(specs, {"--scan=1"}, a, error));
 }
 
 TEST(Columns, Arinc429CanAndUartRows)
 {
-    // The ARINC 429 columns are checked on the monitor's own output in
-    // program_test (Arinc429WordsThroughALabelFilter...), the raw words in Arinc429Syntax.
     EXPECT_EQ(Arinc429Fields(12345678, "a429rx:0", CKVX_HdwArinc429Message())[0], "12.345678");
     // A word failing its receiver's parity check has "!" after its parity bit.
     CKVX_HdwArinc429Message w;
@@ -287,14 +241,19 @@ TEST(Columns, Arinc429CanAndUartRows)
     const Columns cols{{"A", "B", "C"}, {-4, 3, 0}};
     EXPECT_EQ(RenderRow({"1", "x", "tail end"}, cols, OutputFormat::Text), "   1  x    tail end");
     EXPECT_EQ(RenderRow({"1", "a,b", "say \"hi\""}, cols, OutputFormat::Csv), "1,\"a,b\",\"say \"\"hi\"\"\"");
-    // Labels in three octal digits ("012", "017"): ToolList in program_test.
 }
 
-TEST(StatusText, CountsAndRatesPerPort)
+// Drops and link losses show once there are any; the summary always names them.
+TEST(StatusText, CountsRatesAndLosses)
 {
-    const std::string s = FormatStatus(3.04, {{"a429rx:0", 150, 49.6}, {"can:1", 7, 0}}, 0);
-    EXPECT_EQ(s, "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s)");
+    std::vector<PortStatus> ports = {{"a429rx:0", 150, 49.6, 0}, {"can:1", 7, 0, 0}};
+    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s)");
     EXPECT_EQ(FormatStatus(1, {{"a429rx:0", 1, 1}}, 10).size(), 9u);
+    EXPECT_EQ(FormatLosses(ports, {}), "dropped a429rx:0 0, can:1 0; link: 0 bad frames, 0 lost echoes");
+    ports[1].Dropped = 3;
+    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3");
+    EXPECT_EQ(FormatStatus(3.04, ports, 0, {1, 2}),
+        "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
     RateMeter m;
     m.Sample(0, 0);
     m.Sample(1, 100);
@@ -305,16 +264,6 @@ TEST(StatusText, CountsAndRatesPerPort)
     for (int i = 7; i <= 12; ++i)
         m.Sample(i * 0.5, uint64_t(300 + (i - 6) * 25));
     EXPECT_DOUBLE_EQ(m.Rate(), 50);
-}
-
-TEST(StatusText, DropsAndLinkLossesShowOnceThereAreAnyAndTheSummaryAlwaysNamesThem)
-{
-    std::vector<PortStatus> ports = {{"a429rx:0", 150, 49.6, 0}, {"can:1", 7, 0, 3}};
-    EXPECT_EQ(FormatStatus(3.04, ports, 0), "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3");
-    EXPECT_EQ(FormatStatus(3.04, ports, 0, {1, 2}),
-        "3.0 s  a429rx:0 150 (50/s)  can:1 7 (0/s) dropped 3  link: 1 bad frame, 2 lost echoes");
-    ports[1].Dropped = 0;
-    EXPECT_EQ(FormatLosses(ports, {}), "dropped a429rx:0 0, can:1 0; link: 0 bad frames, 0 lost echoes");
 }
 
 TEST(TimeColumnText, RelativeAbsoluteAndDeltaFromOneHostClock)
@@ -332,4 +281,93 @@ TEST(TimeColumnText, RelativeAbsoluteAndDeltaFromOneHostClock)
     EXPECT_EQ(delta.Shown(start + 350), 250u);
     EXPECT_EQ(delta.Shown(start + 300), 0u) << "a line older than the one before";
     EXPECT_EQ(delta.Shown(start + 400), 100u);
+}
+
+// What the Wendal test in program_test sends no example of.
+TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
+{
+    CKVX_HdwI2cTransfer t, noAddress;
+    CKVX_HdwSpiTransfer s;
+    std::string error, spiError, i2cError;
+    EXPECT_FALSE(hdwtool::ParseI2cValue("write=hex:01", noAddress, error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(hdwtool::ParseSpiValue("out=hex:01,cs=1,keep=1", s, spiError)) << spiError;
+    ASSERT_TRUE(hdwtool::ParseI2cValue("addr=0x250,tenbit=1,write=hex:07.08,reg=6,read=3", t, i2cError)) << i2cError;
+    EXPECT_EQ(t.Address, 0x250u);
+    EXPECT_TRUE(t.TenBit);
+    EXPECT_EQ(t.Write.Items(), (std::vector<uint8_t>{6, 7, 8})); // the register first
+    EXPECT_EQ(t.ReadLength, 3u);
+}
+
+// Lines of candump and other writers (fewer decimals, a direction column, blanks around) parse; written
+// back they read as monitor --log writes them: seconds zero-padded to ten digits, microseconds to six.
+TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoes)
+{
+    EXPECT_EQ(
+        FormatCandumpLine(5, CandumpInterface("can:12"), Can("1F334455#R3")), "(0000000000.000005) can12 1F334455#R3");
+    const struct {
+        const char* Line;
+        const char* Written; // "": an error frame
+    } cases[] = {
+        {"(1700000000.000042) can0 123#DEADBEEF", "(1700000000.000042) can0 123#DEADBEEF"},
+        {"(1.0) can3 00000001#0102030405060708", "(0000000001.000000) can3 00000001#0102030405060708"},
+        {"  (12.5) vcan0 001#8D R ", "(0000000012.500000) vcan0 001#8D"},
+        {"(1.000001) slcan0 00000123#R T", "(0000000001.000001) slcan0 00000123#R"},
+        {"(1.0) can0 20000080#0000000000000000", ""}, // CAN_ERR_FLAG in an 8-digit id
+    };
+    for (const auto& c : cases) {
+        CandumpRecord r;
+        std::string error;
+        ASSERT_TRUE(ParseCandumpLine(c.Line, r, error)) << c.Line << ": " << error;
+        EXPECT_EQ(r.ErrorFrame, *c.Written == 0) << c.Line;
+        if (*c.Written) {
+            EXPECT_EQ(FormatCandumpLine(r.TimeUs, r.Interface, r.Frame), c.Written);
+        }
+    }
+}
+
+TEST(CandumpLog, MalformedLinesAreRefusedWithAReason)
+{
+    const struct {
+        const char* Line;
+        const char* Says;
+    } cases[] = {{"1.0 can0 123#00", "time stamp"}, {"(1.1234567) can0 123#00", "time stamp"},
+        {"(1.0) can0", "INTERFACE ID#DATA"}, {"(1.0) can0 123#DE.AD", "separator"},
+        {"(1.0) can0 123", "not a CAN frame"}};
+    for (const auto& c : cases) {
+        CandumpRecord r;
+        std::string error;
+        EXPECT_FALSE(ParseCandumpLine(c.Line, r, error)) << c.Line;
+        EXPECT_NE(error.find(c.Says), std::string::npos) << c.Line << ": " << error;
+    }
+}
+
+// Version, flags, channel, a spare byte and the word in network byte order.
+TEST(CaptureRecords, Arinc429RecordInNetworkByteOrder)
+{
+    CKVX_HdwArinc429Message w;
+    w.SetFromUint32(0x6048D183);
+    Arinc429RecordInfo info;
+    info.Transmitted = true;
+    info.EvenParity = true;
+    info.Channel = 3;
+    const auto a = Arinc429Record(w, info);
+    EXPECT_EQ(std::vector<uint8_t>(a.begin(), a.end()), (std::vector<uint8_t>{1, 0x09, 3, 0, 0x60, 0x48, 0xD1, 0x83}));
+    info = {};
+    info.WireOrder = true;
+    info.ParityError = true;
+    EXPECT_EQ(Arinc429Record(w, info)[1], 0x06);
+}
+
+TEST(CaptureRecords, LabelOrderReversesTheLabelByteOnlyForWireOrder)
+{
+    // Label 203 in wire order: capture/test_pcap.py.
+    EXPECT_EQ(LabelNumber(0x01, LabelOrder::Wire), 0x80);
+    for (unsigned b = 0; b < 256; ++b)
+        EXPECT_EQ(LabelNumber(LabelNumber(uint8_t(b), LabelOrder::Wire), LabelOrder::Wire), b);
+    LabelOrder order;
+    std::string error;
+    EXPECT_TRUE(ParseLabelOrder("wire", order, error) && order == LabelOrder::Wire);
+    EXPECT_FALSE(ParseLabelOrder("msb", order, error));
+    EXPECT_NE(error.find("reversed or wire"), std::string::npos);
 }
