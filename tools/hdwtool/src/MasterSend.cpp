@@ -37,6 +37,7 @@ bool IsMasterPort(unsigned portType)
 
 bool ParseI2cValue(const std::string& text, CKVX_HdwI2cTransfer& t, std::string& error)
 {
+    error.clear(); // the result is read from it below
     std::vector<std::pair<std::string, std::string>> fields;
     if (!SplitFields(text, fields, error))
         return false;
@@ -73,6 +74,7 @@ bool ParseI2cValue(const std::string& text, CKVX_HdwI2cTransfer& t, std::string&
 
 bool ParseSpiValue(const std::string& text, CKVX_HdwSpiTransfer& t, std::string& error)
 {
+    error.clear(); // the result is read from it below
     std::vector<std::pair<std::string, std::string>> fields;
     if (!SplitFields(text, fields, error))
         return false;
