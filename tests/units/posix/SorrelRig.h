@@ -1,16 +1,13 @@
 #pragma once
-// An emulated Sorrel on 127.0.0.1 and an application that reaches its six
-// UARTs through the whole library, HOE port packets over UDP.
-
+// An emulated Sorrel on 127.0.0.1 and an application reaching its six UARTs.
 #include <HdwLib/HdwLib.h>
 #include <hdwsim/Emulator.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "support/Wait.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -27,9 +24,7 @@ constexpr uint32_t kInBufferBytes = 8u << 20;
 // (one Data buffer) when the unit goes away: the host cannot count them.
 constexpr size_t kGatherSlack = 1024;
 
-// Sanitized builds run the host side several times slower than a user's
-// build does: there the lines run at an eighth of the asked speed-up, no
-// faster than a real 921,600 bit/s line, which such a host keeps up with.
+// Sanitized hosts are several times slower: lines run an eighth as fast there.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr unsigned kSanitizedPaceDivisor = 8;
 #else
@@ -45,8 +40,7 @@ inline hdwsim::Emulator::Options SimOptions(unsigned paceFactor)
     return o;
 }
 
-// Bytes that differ per stream and position, so that a lost, doubled or
-// swapped block shows.
+// Bytes that differ per stream and position: a lost or swapped block shows.
 inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
 {
     std::vector<uint8_t> out(size);
@@ -115,8 +109,7 @@ public:
 
     unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
 
-    // Starts everything and opens the wired pair `first`, `first` + 1 with
-    // their services at these rates.
+    // Starts and opens the wired pair `first`, `first` + 1 with their services.
     void StartPair(unsigned first, uint32_t rate, uint32_t peerRate)
     {
         ASSERT_NO_FATAL_FAILURE(Start());
@@ -136,7 +129,7 @@ public:
             u.Got.insert(u.Got.end(), buf, buf + got);
     }
 
-    // Reads every UART in `nums` until each holds `bytes` bytes (or the time-out).
+    // Reads the UARTs in `nums` until each holds `bytes` bytes (or the time-out).
     bool ReadUntil(const std::vector<unsigned>& nums, size_t bytes, unsigned timeoutMs)
     {
         return WaitUntil(

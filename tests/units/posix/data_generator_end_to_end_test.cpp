@@ -1,46 +1,17 @@
 // The ARINC 429 data generator end to end through the unit's FIFO and the
-// emulated, paced bus. The driver reads a clock the test steps, so the
-// schedule is exact whatever the machine's load.
-
+// emulated, paced bus, the driver on a clock the test steps.
 #include "UnitRig.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cmath>
 #include <map>
 
-using unit_test::UnitCase;
-using unit_test::UnitNamed;
-using unit_test::UnitRig;
-using unit_test::WaitUntil;
+using namespace unit_test;
 using Gen = CKVX_HdwDataGeneratorService;
 using Def = Gen::CLabelDef;
 
 namespace {
 
-// The unit clock of the driver under test (ms); 0: the system's.
-std::atomic<uint64_t> g_Clock{0};
-
-template <class D>
-class SteppedDevice : public D {
-public:
-    uint64_t GetUnitTime() override
-    {
-        const uint64_t c = g_Clock.load();
-        return c ? c : D::GetUnitTime();
-    }
-};
-
-UnitCase SteppedHalden()
-{
-    UnitCase u = UnitNamed("halden");
-    u.Make = [] { return new SteppedDevice<CKVX_HdwKvxHaldenDevice>; };
-    return u;
-}
-
-// Four labels of different patterns, at rates whose periods are whole ms
-// (every pattern's values: tests/bus/data_generator_test).
+// Four labels of different patterns, at rates of whole-ms periods.
 std::vector<Def> Labels()
 {
     std::vector<Def> d(4);
@@ -87,33 +58,28 @@ uint64_t DueAll(const std::vector<Def>& defs, uint64_t ms)
 }
 
 // A generator on transmitter `ch`, an input buffer on the wired receiver,
-// both open at 100 kbit/s, and the unit clock frozen at a value the test steps.
+// both at 100 kbit/s, and the unit clock frozen at a value the test steps.
 struct GenLoop {
-    GenLoop(UnitRig& rig, unsigned ch)
+    GenLoop(UnitRig& rig, unsigned ch) : Clock(ClockOf(rig))
     {
-        Gen_ = rig.Enable<Gen>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_DATA_GENERATOR);
-        In = rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-        if (!Gen_ || !In)
-            return;
         CKVX_HdwArinc429RxPort::CParameters rp;
         CKVX_HdwArinc429TxPort::CParameters tp;
         rp.BaudRate = tp.BaudRate = 100000;
-        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_RX, ch, rp), 0u);
-        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_TX, ch, tp), 0u);
-        Start = CKVX_HdwTimer::GetTickCount();
-        g_Clock = Start;
-        Ok = true;
+        In =
+            rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER, rp);
+        Gen_ = rig.OpenWith<Gen>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_DATA_GENERATOR, tp);
+        Clock = Start = CKVX_HdwTimer::GetTickCount();
+        Ok = Gen_ && In;
     }
-    ~GenLoop() { g_Clock = 0; }
 
     // Steps the unit clock to `ms` after Start in steps of `stepMs`,
     // waiting at each step until the generator has produced `due(t)`.
     template <class F>
     bool StepTo(uint64_t ms, uint64_t stepMs, F&& due)
     {
-        for (uint64_t t = Now(); t < ms;) {
+        for (uint64_t t = Clock - Start; t < ms;) {
             t = std::min(ms, t + stepMs);
-            g_Clock = Start + t;
+            Clock = Start + t;
             const uint64_t want = due(t);
             if (!WaitUntil([&] { return Gen_->GetGeneratedCount() >= want; }))
                 return false;
@@ -121,21 +87,13 @@ struct GenLoop {
         }
         return true;
     }
-    uint64_t Now() const { return g_Clock - Start; }
     void Poll()
     {
         CKVX_HdwArinc429Message chunk[256];
         unsigned n = 0;
         if (In->Read(chunk, 256, n) == 0)
-            for (unsigned i = 0; i < n; ++i)
+            for (unsigned i = 0; i < n; ++i, ++Received)
                 Got[chunk[i].Label].push_back(chunk[i]);
-    }
-    size_t Received()
-    {
-        size_t n = 0;
-        for (const auto& [label, words] : Got)
-            n += words.size();
-        return n;
     }
     // Everything generated has crossed the bus and was read.
     bool Drained()
@@ -143,15 +101,17 @@ struct GenLoop {
         return WaitUntil(
             [&] {
                 Poll();
-                return Received() == Gen_->GetGeneratedCount() && Gen_->GetPendingCount() == 0;
+                return Received == Gen_->GetGeneratedCount() && Gen_->GetPendingCount() == 0;
             },
             20000);
     }
 
+    std::atomic<uint64_t>& Clock;
     Gen* Gen_ = nullptr;
     CKVX_HdwArinc429InBufferService* In = nullptr;
     uint64_t Start = 0;
     std::map<unsigned, std::vector<CKVX_HdwArinc429Message>> Got;
+    size_t Received = 0;
     bool Ok = false;
 };
 
@@ -159,12 +119,10 @@ struct GenLoop {
 
 // Over 4 s of the unit clock every label arrives floor(4 s x rate) + 1
 // times (the first at once), in order, with the values of its nominal times.
-// Disable, Enable, Reset, the patterns and bad definitions step by step:
-// tests/bus/data_generator_test.
 TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
 {
     const unsigned ch = 0;
-    UnitRig rig(SteppedHalden(), unit_test::EmulatorOptions(false, true));
+    UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));
     rig.Start();
     GenLoop loop(rig, ch);
     ASSERT_TRUE(loop.Ok);
@@ -197,21 +155,20 @@ TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
 // generator could not place is counted, not lost in the unit.
 TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
 {
-    UnitRig rig(SteppedHalden(), unit_test::EmulatorOptions(false, true));
+    UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));
     rig.Start();
-    auto* gen = rig.Enable<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService>(
-        HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_DATA_GENERATOR);
+    auto* gen = rig.OpenWith<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService>(
+        HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_DATA_GENERATOR); // 12.5 kbit/s
     ASSERT_NE(gen, nullptr);
-    ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 2), 0u); // 12.5 kbit/s
-    const uint64_t start = CKVX_HdwTimer::GetTickCount();
-    g_Clock = start;
+    std::atomic<uint64_t>& clock = ClockOf(rig);
+    const uint64_t start = clock = CKVX_HdwTimer::GetTickCount();
     std::vector<Def> defs;
     for (unsigned i = 0; i < 4; ++i)
         defs.push_back(Def(uint8_t(0x10 + i), 1000.0));
     ASSERT_EQ(gen->SetLabels(defs.data(), unsigned(defs.size())), 0u);
     ASSERT_TRUE(WaitUntil([&] { return gen->GetGeneratedCount() == defs.size(); }));
     // 4000 words a second for 3 s of the clock, in one step.
-    g_Clock = start + 3000;
+    clock = start + 3000;
     EXPECT_TRUE(WaitUntil([&] { return gen->GetGeneratedCount() + gen->GetMissedCount() >= DueAll(defs, 3000); }));
     EXPECT_GT(gen->GetMissedCount(), 0u);
     // The FIFO holds what it can; the rest waits in the generator.
@@ -223,7 +180,6 @@ TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
     EXPECT_EQ(c.A429FifoDropped[2], 0u);
     EXPECT_LE(c.A429FifoPeak[2], KvxArinc429TxFifoWords);
     EXPECT_EQ(c.A429Transmitted[2], c.A429Pushed[2]);
-    g_Clock = 0;
 }
 
 // Label-oriented output and the generator share a transmitter: the table's
@@ -231,7 +187,7 @@ TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
 // events do not count as the generator's words.
 TEST(DataGeneratorAdmission, RunsBesideLabelOutputAndExcludesTheBuffers)
 {
-    UnitRig rig(SteppedHalden(), unit_test::EmulatorOptions(false, true));
+    UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));
     rig.Start();
     auto* lblo = rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, 1, HDW_SERVICE_ARINC429_LABEL_OUT);
     GenLoop loop(rig, 1);
@@ -241,7 +197,7 @@ TEST(DataGeneratorAdmission, RunsBesideLabelOutputAndExcludesTheBuffers)
 
     CKVX_HdwArinc429OutLbloService::CLabelCtrl ctrl(0x77, 5);
     ASSERT_EQ(lblo->SetLabelsCtrl(&ctrl, 1), 0u);
-    CKVX_HdwArinc429Message w = unit_test::Word(0x77, 0x1234);
+    CKVX_HdwArinc429Message w = Word(0x77, 0x1234);
     ASSERT_EQ(lblo->UpdateMessages(&w, 1), 0u);
     Def d(0x20, 100.0);
     d.Pattern = Gen::PatternCounter;

@@ -1,10 +1,10 @@
-// What is lost is counted, exactly, through the whole stack against the
-// emulated unit: input buffers filled past their BufferSize drop their
-// oldest items and count them; a Write that does not fit is refused and
-// counted.
+// The Halden end to end: what is lost is counted exactly (inputs filled past
+// their BufferSize drop their oldest items, a Write that does not fit is
+// refused), the ARINC 429 FIFO paced and signals, the unit clock's wrap.
 #include "UnitRig.h"
 
 #include <chrono>
+#include <poll.h>
 
 using namespace halden_test;
 
@@ -44,8 +44,7 @@ TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDro
     ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 0), 0u);
     ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0), 0u);
 
-    // The output takes at most BufferSize words in one Write; the rest of
-    // such a Write is not taken at all, and counted.
+    // A Write of more than BufferSize words is not taken at all, and counted.
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 150; ++i)
         words.push_back(Word(0x31, i));
@@ -133,11 +132,10 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
     EXPECT_EQ(in->GetDroppedCount(), 500u);
 }
 
-// The emulator's clock starts 1.5 s before its 32-bit wrap; words go round
-// the ARINC 429 loop one after the other until the unit time is well past
-// it. Every word's unwrapped time follows the one before within a second,
-// the instance's latest unit time never goes back, and the mapping puts the
-// unit's "now" at the host's.
+// The unit clock starts 1.5 s before its 32-bit wrap; words go round one
+// after the other until well past it. Each word's unwrapped time follows the
+// one before within a second, the latest unit time never goes back, and the
+// mapping puts the unit's "now" at the host's.
 TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
 {
     auto o = EmulatorOptions(false);
@@ -185,6 +183,72 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
             .count());
     EXPECT_LT(wall > wallNow ? wall - wallNow : wallNow - wall, 6000000u);
     EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
+}
+
+// At 12.5 kbit/s (2.9 ms a word) the unit's FIFO of 512 fills up: the
+// service holds the rest back.
+TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
+{
+    UnitRig rig(UnitNamed("halden"), EmulatorOptions(false, true));
+    rig.Start();
+    UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(0, 12500);
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < 700; ++i)
+        words.push_back(Word(0x21, i));
+    ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Idle(c.Out); }, 30000));
+    const hdwsim::Counters counters = rig.Sim.GetCounters();
+    EXPECT_GE(counters.A429FifoPeak[0], 400u); // the FIFO did fill up
+    EXPECT_LE(counters.A429FifoPeak[0], 512u);
+    EXPECT_EQ(counters.A429FifoDropped[0], 0u);
+    EXPECT_EQ(counters.A429Pushed[0], words.size());
+}
+
+// An application sleeping in poll() on the signal service, then reading the
+// input buffer, finds every word the signals announced.
+TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
+{
+    auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
+    auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_SIGNAL);
+    ASSERT_TRUE(signals && txSignals);
+    UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(2, 100000);
+    const int fd = signals->GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < 200; ++i)
+        words.push_back(Word(0x42, i + 0x12300, 0, 0));
+    ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+
+    CKVX_HdwSignalService::CSignal s;
+    ASSERT_EQ(txSignals->WaitSignal(s, 10000), 0u);
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_ARINC429_SENT));
+    EXPECT_EQ(s.Arinc429, words[0]);
+    unsigned announced = 0, read = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while ((read < words.size() || announced < words.size()) && std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 1000) != 1)
+            continue;
+        CKVX_HdwSignalService::CSignal sig[256];
+        unsigned n = 0;
+        ASSERT_EQ(signals->ReadSignals(sig, 256, n), 0u);
+        for (unsigned i = 0; i < n; ++i) {
+            if (sig[i].Kind != HDW_SIGNAL_ARINC429_RECEIVED)
+                continue;
+            ASSERT_LT(announced, words.size());
+            EXPECT_EQ(sig[i].Arinc429, words[announced]);
+            EXPECT_EQ(sig[i].Port, rig.Port(HDW_PORT_ARINC429_RX, 2));
+            EXPECT_NE(sig[i].TimeStamp, 0u);
+            ++announced;
+        }
+        CKVX_HdwArinc429Message got[256];
+        unsigned m = 0;
+        ASSERT_EQ(c.In->Read(got, 256, m), 0u);
+        read += m;
+        EXPECT_GE(read, announced) << "a signal came before its word";
+    }
+    EXPECT_EQ(read, words.size());
+    EXPECT_EQ(announced, words.size());
 }
 
 } // namespace

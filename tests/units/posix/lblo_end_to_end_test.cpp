@@ -1,22 +1,12 @@
-// Label-oriented ARINC 429 services end to end, the emulated unit's label
-// table sending each label cyclically in its own time.
-
+// Label-oriented ARINC 429 services end to end, the unit's label table
+// sending each label cyclically in its own time.
 #include "UnitRig.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <map>
-
-using unit_test::UnitNamed;
-using unit_test::UnitRig;
-using unit_test::WaitUntil;
-using unit_test::Word;
+using namespace unit_test;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
-// Drains an input buffer, keeping what it read.
 struct Drain {
     explicit Drain(CKVX_HdwArinc429InBufferService* s) : In(s) {}
     void Poll()
@@ -45,35 +35,28 @@ struct Drain {
     std::vector<CKVX_HdwArinc429Message> Got;
 };
 
-// Label-oriented output on transmitter `ch`, an input buffer on the wired
-// receiver `ch`, both opened.
+// Label-oriented output on transmitter `ch`, an input buffer on receiver `ch`.
 struct LabelLoop {
     LabelLoop(UnitRig& rig, unsigned ch)
-        : Out(rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT)),
-          In(rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER))
-    {
-        if (!Out || !In.In)
-            return;
-        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_RX, ch), 0u);
-        EXPECT_EQ(rig.Open(HDW_PORT_ARINC429_TX, ch), 0u);
-        Ok = true;
-    }
-    CKVX_HdwArinc429OutLbloService* Out;
+        : In(rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER)),
+          Out(rig.OpenWith<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT))
+    {}
+    bool Ok() const { return Out && In.In; }
     Drain In;
-    bool Ok = false;
+    CKVX_HdwArinc429OutLbloService* Out;
 };
 
 } // namespace
 
-// Two labels at their own periods come round cyclically; DisableTx /
-// EnableTx / ResetTx switch them (new data: Reconnect.LabelTable...).
-// Transmitter 1 runs a label all along: the clock that shows none came on 0.
+// Two labels come round at their own periods; DisableTx, EnableTx and
+// ResetTx switch them. A label on transmitter 1 is the clock that shows none
+// came on 0.
 TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 {
     UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     LabelLoop loop(rig, 0), clock(rig, 1);
-    ASSERT_TRUE(loop.Ok && clock.Ok);
+    ASSERT_TRUE(loop.Ok() && clock.Ok());
 
     CLabelCtrl ctrls[2] = {CLabelCtrl(0x31, 10), CLabelCtrl(0x32, 30)};
     ASSERT_EQ(loop.Out->SetLabelsCtrl(ctrls, 2), 0u);
@@ -104,8 +87,7 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     };
     auto sent = [&] { return rig.Sim.GetCounters().A429LabelWords[0]; };
 
-    // DisableTx: once the unit has the disabled controls, label words stop
-    // while 100 ms of the clock go by.
+    // DisableTx: once the unit has the controls, no word for 100 ms.
     const uint64_t ctrlsBefore = rig.Sim.GetCounters().A429LabelCtrls[0];
     ASSERT_EQ(loop.Out->DisableTx(), 0u);
     ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429LabelCtrls[0] == ctrlsBefore + 2; }));
@@ -114,7 +96,6 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     EXPECT_EQ(sent(), stopped);
     EXPECT_EQ(loop.Out->GetDefinedLabelsCount(), 2u);
 
-    // EnableTx: the same table runs again.
     ASSERT_EQ(loop.Out->EnableTx(), 0u);
     ASSERT_TRUE(WaitUntil([&] { return sent() >= stopped + 5; }));
 
@@ -134,9 +115,9 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     }));
 }
 
-// Pellor's label-oriented input: the latest word per label and SDI, the
-// receive counts, and the unit's hardware filter derived from what the
-// service accepts (on a channel above 7).
+// Pellor's label-oriented input (on a channel above 7): the latest word per
+// label and SDI, receive counts, and the unit's filter set from what the
+// service accepts.
 TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
 {
     UnitRig rig(UnitNamed("pellor"), false);
@@ -173,6 +154,4 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
     const hdwsim::Counters c = rig.Sim.GetCounters();
     EXPECT_EQ(c.A429FilterDropped[ch], 30u);
     EXPECT_EQ(c.A429Received[ch], 60u);
-
-    // The changed-label list and the per-SDI entries in detail: tests/bus arinc429_lblo_test.
 }

@@ -1,9 +1,5 @@
-// MIL-STD-1553 through the whole stack against the emulated Halden: a bus
-// controller on channel 0 runs its major frame against the library's remote
-// terminal on channel 1 (or the emulator's simulated terminals): absent
-// terminals, retries, major frame changes, stops, one-shot lists, terminal
-// status bits and a passive monitor. The SRAM images word by word:
-// tests/units/mil1553_records_test.cpp.
+// MIL-STD-1553 end to end on the emulated Halden: a bus controller on
+// channel 0 against the library's terminal on channel 1 or the emulator's.
 #include "Mil1553Rig.h"
 
 using namespace halden_test;
@@ -14,7 +10,6 @@ using Fault = hdwsim::MilStd1553Fault;
 
 class Mil1553 : public ::testing::Test {
 protected:
-    // The unit with simulated terminals at `terminals`, started.
     void Start(std::vector<unsigned> terminals = {})
     {
         rig = std::make_unique<UnitRig>(UnitNamed("halden"), MilOptions(false, std::move(terminals)));
@@ -25,9 +20,8 @@ protected:
     std::unique_ptr<UnitRig> rig;
 };
 
-// Two minor frames (2 ms, 3 ms) for 40 major frame cycles: every receive
-// message reaches the terminal with its words, every transmit message
-// reaches the controller in order with the terminal's status word; an
+// Two minor frames for 40 cycles: every message reaches the terminal or the
+// controller in order, with its words and the terminal's status word; an
 // update of the terminal's words while the bus runs is never seen mixed.
 TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 {
@@ -35,11 +29,9 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};
     const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
     Rt* rt = OpenRt(*rig, &t);
-    CKVX_HdwMilStd1553BusController c;
-    c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})};
-    c.MajorFrame.MinorFrames = {Minor(2000, {0, 1}), Minor(3000, {1, 2})};
-    c.StopAfter = 40;
-    Bc* bc = RunSchedule(*rig, c);
+    Bc* bc = RunSchedule(*rig,
+        Schedule({BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})},
+            {Minor(2000, {0, 1}), Minor(3000, {1, 2})}, 40));
     ASSERT_TRUE(rt && bc);
     EXPECT_TRUE(bc->IsRunning());
 
@@ -70,8 +62,7 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
         }
     }
     EXPECT_TRUE(switched);
-    // The terminal reported every receive access (its transmit subaddresses
-    // are not reported), in order, the received words whole.
+    // The terminal reports every receive access (not its transmits), in order.
     const std::vector<Msg> access = ReadTransfers(rt, 80);
     ASSERT_EQ(access.size(), 80u);
     for (size_t i = 0; i < access.size(); ++i) {
@@ -90,9 +81,8 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
     EXPECT_EQ(rt->GetLostCount(), 0u);
 }
 
-// A channel that only watches: the RT service without a terminal address and
-// with the monitor on sees every transfer with its words; the controller's
-// signal service gets one signal per completed transfer.
+// The RT service without a terminal address, monitor on, sees every transfer
+// with its words; the controller's signal service signals each one.
 TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
@@ -132,19 +122,15 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     }
 }
 
-// A terminal nobody answers is flagged and the schedule goes on; a message
-// that may retry on the other bus gets through when bus A is faulted.
+// An absent terminal is flagged and the schedule goes on; a message that may
+// retry on the other bus gets through when bus A is faulted.
 TEST_F(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     ASSERT_TRUE(rig->Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));
-    CKVX_HdwMilStd1553BusController c;
     Msg retry = RtToBc(7, 1, 2);
     retry.Retry = Msg::RetryOtherBus;
-    c.MajorFrame.Messages = {RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry};
-    c.MajorFrame.MinorFrames = {Minor(5000, {0, 1, 2})};
-    c.StopAfter = 5;
-    Bc* bc = RunSchedule(*rig, c);
+    Bc* bc = RunSchedule(*rig, Schedule({RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry}, {Minor(5000, {0, 1, 2})}, 5));
     ASSERT_NE(bc, nullptr);
     const std::vector<Msg> got = ReadTransfers(bc, 15);
     ASSERT_EQ(got.size(), 15u);
@@ -169,17 +155,14 @@ TEST_F(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
     EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
 }
 
-// A change of major frame while running switches at a minor-frame
-// boundary: no transfer of the old frame after the first of the new one;
-// a second change waits for the first. StopBc ends the run mid-frame.
+// A major frame changed while running switches at a minor-frame boundary,
+// never back and forth; a second change waits for the first.
 TEST_F(Mil1553, MajorFrameChangesWhileRunningAndStops)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
     Bc* bc = OpenBc(*rig);
     ASSERT_NE(bc, nullptr);
-    CKVX_HdwMilStd1553BusController c;
-    c.MajorFrame.Messages = {RtToBc(7, 1, 1), RtToBc(7, 1, 2)};
-    c.MajorFrame.MinorFrames = {Minor(1000, {0, 1})};
+    const CKVX_HdwMilStd1553BusController c = Schedule({RtToBc(7, 1, 1), RtToBc(7, 1, 2)}, {Minor(1000, {0, 1})});
     ASSERT_EQ(bc->ChangeMajorFrame(c.MajorFrame), 10u); // not running
     ASSERT_EQ(bc->BuildConfiguration(c), 0u);
     ASSERT_EQ(bc->LoadConfiguration(), 0u);
@@ -224,12 +207,10 @@ TEST_F(Mil1553, MajorFrameChangesWhileRunningAndStops)
     EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
 }
 
-// One-shot messages without a schedule: 40 go as a list of 32 and, once
-// all of it completed, a list of 8; each comes back in order. Then, while a
-// schedule leaves 350 µs idle per 1 ms minor frame: a one-shot message
-// longer than the minor frame is refused; one of 700 µs is taken but never
-// runs, and once its list timed out it is read as not sent and the next
-// list runs.
+// 40 one-shot messages go as lists of 32 and 8, back in order. Beside a
+// schedule leaving 350 µs per 1-ms minor frame: a message longer than the
+// minor frame is refused; one of 700 µs never runs, is read as not sent once
+// its list timed out, and the next list runs.
 TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
@@ -248,14 +229,11 @@ TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
     }
     EXPECT_EQ(Counters().CommandsByCode[52], configs + 2); // two lists
 
-    CKVX_HdwMilStd1553BusController c;
-    c.MajorFrame.Messages = {RtToBc(7, 1, 30)};
-    c.MajorFrame.MinorFrames = {Minor(1000, {0})};
+    const CKVX_HdwMilStd1553BusController c = Schedule({RtToBc(7, 1, 30)}, {Minor(1000, {0})});
     ASSERT_EQ(bc->BuildConfiguration(c), 0u);
     ASSERT_EQ(bc->LoadConfiguration(), 0u);
     ASSERT_EQ(bc->RunBc(), 0u);
-    // A scheduled transfer read: the run configuration has reached the unit,
-    // so the next configuration it counts is the one-shot list's.
+    // Once a scheduled transfer is read, the next configuration is the list's.
     ASSERT_FALSE(ReadTransfers(bc, 1).empty());
     Msg tooLong = BcToRt(7, 2, Words(32, 0x55)); // 698 µs
     tooLong.Retry = Msg::RetrySameBus; // twice that
@@ -278,9 +256,8 @@ TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
     EXPECT_EQ(oneShots[1].Flags, 0);
 }
 
-// The terminal's status bits reach its status word while it runs; the
-// monitor sees every transfer on the bus; subaddresses the terminal does not
-// take are answered with message error and nothing stored.
+// Status bits reach the running terminal's status word; its monitor sees its
+// own accesses; an illegal subaddress is answered with message error.
 TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
@@ -324,23 +301,17 @@ TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
     EXPECT_EQ(rt->StopRt(), 0u);
 }
 
-// StopBc in the middle of a major frame (64 minor frames of 100 ms): the
-// controller stops after the transfer in progress, every transfer it made
-// is read, and none follows the stop. After close and re-open the unit's
-// memory is not trusted: nothing runs until LoadConfiguration wrote it again.
+// StopBc mid-frame (64 minor frames of 100 ms): every transfer made is read,
+// none follows. After a re-open nothing runs until LoadConfiguration.
 TEST_F(Mil1553, StopInTheMiddleOfAMajorFrame)
 {
     ASSERT_NO_FATAL_FAILURE(Start({7}));
-    CKVX_HdwMilStd1553BusController c;
-    c.MajorFrame.Messages = {RtToBc(7, 1, 2)};
-    c.MajorFrame.MinorFrames.assign(64, Minor(100000, {0}));
-    Bc* bc = RunSchedule(*rig, c);
+    Bc* bc = RunSchedule(*rig, Schedule({RtToBc(7, 1, 2)}, std::vector(64, Minor(100000, {0}))));
     ASSERT_NE(bc, nullptr);
     std::vector<Msg> got = ReadTransfers(bc, 2);
     ASSERT_GE(got.size(), 2u);
     ASSERT_EQ(bc->StopBc(), 0u);
     ASSERT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
-    // The stop's report came after the last transfer's: all are in.
     CKVX_HdwMilStd1553Buffer rest;
     unsigned n = 0;
     ASSERT_EQ(bc->Read(rest, 1000, n), 0u);

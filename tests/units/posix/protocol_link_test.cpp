@@ -1,6 +1,5 @@
-// The command protocol over a pseudo-terminal: the library drives the slave
-// side as its serial link, the test plays the unit on the master side with
-// frames built by hand.
+// The command protocol over a pseudo-terminal, the test playing the unit on
+// the master side with frames built by hand.
 
 #include "../UnitTestSupport.h"
 #include "links/posix/PtyPair.h"
@@ -63,8 +62,6 @@ Bytes EchoesOf(const Bytes& frame)
     return UnitFrame(echoes);
 }
 
-// ---- an opened link, driven from the test thread --------------------------------------
-
 class UnitLink : public ::testing::Test {
 protected:
     void SetUp() override
@@ -83,8 +80,8 @@ protected:
 
     Base::CDeviceInstance* inst() { return dev.Inst(); }
 
-    // Writes `bytes` as the unit, waits until all of them wait on the link,
-    // then runs one reception pass.
+    // Writes `bytes` as the unit and, once all wait on the link, runs one
+    // reception pass.
     unsigned Deliver(const Bytes& bytes)
     {
         EXPECT_TRUE(pty.WriteMaster(bytes));
@@ -218,10 +215,8 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
-// ---- receive state machine (reads split at any point: receive_blocks_test) ----------
-
-// What one delivery of bytes gives: the reception's result, the words that
-// reached the port, and how many CRC errors were counted (-1: not checked).
+// One delivery of bytes: the reception's result, the words that reached the
+// port, the CRC errors counted (-1: not checked).
 struct StreamCase {
     const char* What;
     Bytes Stream;
@@ -245,7 +240,7 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
         manyWords.push_back(i + 100);
     }
     const StreamCase cases[] = {
-        // Noise loses the frame that follows it, and only that one.
+        // Noise loses the frame that follows it, only that one.
         {"stray bytes first", Concat({{0x00, 0x13}, WordFrame(1), WordFrame(2)}), 0, {2}, 1},
         {"a stray byte between frames", Concat({WordFrame(3), {0x55}, WordFrame(4), WordFrame(5)}), 0, {3, 5}, 1},
         {"a bad CRC", Concat({badCrc, WordFrame(2)}), 0, {2}, 1},
@@ -255,8 +250,7 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
         // After a complete first record: the frame is dropped as a whole.
         {"zero length of the second record",
             Concat({{0xA5, 0x16, 0x00, 0x02, 0x00}, A429RxRecord(0, 3u << 10), {0x00}, WordFrame(4)}), 0, {4}, -1},
-        // An unknown event type stops the frame; the machine starts afresh with the
-        // next (each row begins with a fresh frame).
+        // An unknown event type stops the frame; the next starts afresh.
         {"event type 11", unknown11, 14, {1}, 0},
         {"event type 4", unknown4, 14, {1}, 0},
         {"300 events in one frame", UnitFrame(many), 0, manyWords, 0},
@@ -272,9 +266,6 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
     }
     EXPECT_EQ(rx0->seen.back().TimeStamp, 299u); // of the last of the 300
 }
-
-// ---- open and close of an instance, with the tick running ----------------------------------------
-// (An open that a unit does not echo: HaldenFaults.AUnitThatStopsEchoingFailsItsServicesAndReopensCleanly.)
 
 class UnitSession : public ::testing::Test {
 protected:
@@ -345,17 +336,16 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_EQ(dev.Open(0), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0);
 
-    // A command waiting for its echo and one still queued: the close waits
-    // for the echo, then sends the queued command and the closing session
-    // command in one frame, without waiting for their echoes.
+    // A command waiting for its echo and one queued: the close waits for the
+    // echo, then sends the queued command and the session close unechoed.
     dev.DeviceLock(0);
     dev.AttachStatusRequestCommand(0, 0, 1);
     dev.ProcessCommandList(0u);
     dev.AttachStatusRequestCommand(0, 1, 1);
     dev.DeviceUnlock(0);
     const Bytes inFlight = ReadHostFrame(pty);
-    // Once the echo is in, the tick may send the queued command before the
-    // close attaches its session record: one frame or two, in that order.
+    // The tick may send the queued command before the close attaches its
+    // session record: one frame or two, in that order.
     std::vector<Bytes> lastFrames;
     std::vector<Bytes> lastRecords;
     std::thread late([&] {
@@ -374,8 +364,8 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_FALSE(dev.Inst()->IsOpen());
     EXPECT_TRUE(ListsEmpty());
 
-    // The unit echoes the close late, after the next open began: the new
-    // session drops that echo and opens at the first try.
+    // The close echoed late, after the next open began: the new session
+    // drops that echo and opens at the first try.
     unit = std::thread([&] {
         seen = ReadHostFrame(pty);
         for (const Bytes& f : lastFrames)

@@ -1,11 +1,9 @@
 // A unit unplugged and plugged back while words flow, on a pseudo-terminal
-// reached through a symbolic link (as a USB unit's stable name) and over UDP
-// (the unit restarts and forgets its session). With reconnect on, the ports
-// stay open and traffic resumes after each return, in order and never twice;
-// what was lost is counted.
+// reached through a symbolic link (a USB unit's stable name) and over UDP
+// (the unit restarts without its session). With reconnect on the ports stay
+// open and traffic resumes, in order and never twice; losses are counted.
 #include "Mil1553Rig.h"
 
-#include <atomic>
 #include <unistd.h>
 
 using namespace halden_test;
@@ -23,55 +21,29 @@ bool IsLost(unsigned state)
     return state == HDW_UNIT_LINK_LOST || state == HDW_UNIT_LINK_OPENING;
 }
 
-std::string TempLinkPath(const char* tag)
-{
-    return "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-" + tag;
-}
-
 hdwsim::Emulator::Options SimOptions(bool udp)
 {
     hdwsim::Emulator::Options o = EmulatorOptions(udp);
     if (!udp)
-        o.LinkPath = TempLinkPath("pty");
+        o.LinkPath = "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-pty";
     return o;
 }
 
-// A Halden unit opened through the link path (pty) or its UDP address, with
-// the manager's reconnect switch as given, an ARINC 429 pair on channel kCh
-// and a signal service for the unit's comings and goings on the receiver.
+// A unit (Halden unless told) with reconnect on, reached through its link
+// path or UDP address; Start adds an ARINC 429 pair on kCh and a signal
+// service for the unit's comings and goings.
 class ReconnectRig {
 public:
-    ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"))
-        : Rig(unit, SimOptions(udp)),
-          m_Udp(udp)
+    ReconnectRig(bool udp, const UnitCase& unit = UnitNamed("halden")) : Rig(unit, SimOptions(udp))
     {
-        // Loss over UDP is seen by the echo time-out: short enough to keep
-        // the test brief, long enough for a loaded machine.
         if (udp)
-            Rig.SetEchoTimeout(1500);
-        m_Reconnect = reconnect;
-    }
-
-    // The emulator, the manager with its reconnect switch, the unit
-    // enumerated through its link path or address; no port open.
-    void StartLink()
-    {
-        ASSERT_NO_FATAL_FAILURE(Rig.StartSim());
-        ASSERT_EQ(Rig.Manager.AttachDevice(Rig.Device.get()), 0u);
-        CKVX_HdwManager::CParameters mp;
-        ASSERT_EQ(Rig.Manager.GetParameters(mp), 0u);
-        EXPECT_FALSE(mp.Reconnect); // off unless asked for
-        mp.Reconnect = m_Reconnect;
-        ASSERT_EQ(Rig.Manager.SetParameters(mp), 0u);
-        CKVX_HdwManager::CInitPortDesc link(
-            Rig.Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Rig.Sim.UdpPort()) : Rig.Sim.LinkPath());
-        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(Rig.Manager, &link, 1));
-        ASSERT_EQ(Rig.Manager.Run(), 0u);
+            Rig.SetEchoTimeout(1500); // loss over UDP shows by the echo time-out
+        Rig.Reconnect = true;
     }
 
     void Start()
     {
-        ASSERT_NO_FATAL_FAILURE(StartLink());
+        ASSERT_NO_FATAL_FAILURE(Rig.Start());
         CKVX_HdwSignalService::CParameters sp;
         sp.SignalMask = kUnitSignals;
         Signals = Rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_SIGNAL, &sp);
@@ -97,22 +69,18 @@ public:
     }
     uint32_t Written() const { return m_Next; }
 
-    // Takes what the receiver and the signal service hold.
-    void Drain()
-    {
-        CKVX_HdwArinc429Message chunk[256];
-        unsigned n = 0;
-        while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
-            Received.insert(Received.end(), chunk, chunk + n);
-        CKVX_HdwSignalService::CSignal s;
-        while (Signals && Signals->GetSignal(s) == 0)
-            Seen.push_back(s);
-    }
+    // Waits for `done`, taking what the receiver and the signal service hold.
     bool WaitFor(const std::function<bool()>& done, unsigned timeoutMs = 20000)
     {
         return WaitUntil(
             [&] {
-                Drain();
+                CKVX_HdwArinc429Message chunk[256];
+                unsigned n = 0;
+                while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
+                    Received.insert(Received.end(), chunk, chunk + n);
+                CKVX_HdwSignalService::CSignal s;
+                while (Signals && Signals->GetSignal(s) == 0)
+                    Seen.push_back(s);
                 return done();
             },
             timeoutMs);
@@ -120,17 +88,6 @@ public:
     size_t SignalsOf(unsigned kind) const
     {
         return size_t(std::count_if(Seen.begin(), Seen.end(), [&](const auto& s) { return s.Kind == kind; }));
-    }
-    // Closes, or opens, both ports of the ARINC 429 pair.
-    void ClosePair()
-    {
-        for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
-            EXPECT_EQ(Rig.Port(type, kCh)->Close(), 0u);
-    }
-    void OpenPair()
-    {
-        for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
-            ASSERT_EQ(Rig.Open(type, kCh), 0u);
     }
     // Unplugs the unit, waits until it is lost, runs `whileAway`, plugs it
     // back and waits for its return.
@@ -156,30 +113,27 @@ public:
     std::vector<CKVX_HdwSignalService::CSignal> Seen;
 
 private:
-    bool m_Udp;
-    bool m_Reconnect = false;
     uint32_t m_Next = 0;
 };
 
-// Five unplug / plug cycles with words in flight at each unplug and words
-// written while the unit is away.
+// Five unplug / plug cycles, words in flight at each unplug and written
+// while the unit is away.
 void RunCycles(bool udp)
 {
-    ReconnectRig r(udp, true);
+    ReconnectRig r(udp);
     ASSERT_NO_FATAL_FAILURE(r.Start());
     for (unsigned cycle = 0; cycle < kCycles; ++cycle) {
         SCOPED_TRACE(cycle);
         r.WriteNext(kBatch);
         const uint32_t last = r.Written() - 1;
         ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); }));
-        // The cable goes while words are on their way, more are written while away.
         r.WriteNext(kBatch);
         r.Rig.Sim.Unplug();
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
         EXPECT_EQ(r.Status().Outages, cycle + 1);
         r.WriteNext(kBatch);
-        // An attempt on the absent unit fails and is retried later (over
-        // UDP an attempt takes seconds: once is enough there).
+        // An attempt on the absent unit fails and is retried (over UDP an
+        // attempt takes seconds: once is enough there).
         if (!udp || cycle == 0) {
             const uint32_t failed = r.Status().FailedAttempts;
             ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }));
@@ -194,13 +148,11 @@ void RunCycles(bool udp)
     const uint32_t last = r.Written() - 1;
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << "traffic did not resume";
 
-    // Each word at most once and in the order written; the gaps are no more
-    // than what the library reported as lost.
+    // Each word at most once, in order; no more missing than reported lost.
     for (size_t i = 1; i < r.Received.size(); ++i)
         ASSERT_GT(r.Received[i].Data, r.Received[i - 1].Data) << "word " << i;
-    const uint64_t missing = r.Written() - r.Received.size();
     const CKVX_HdwKvxUnitLinkStatus s = r.Status();
-    EXPECT_LE(missing, s.LostItems);
+    EXPECT_LE(r.Written() - r.Received.size(), s.LostItems);
     EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
     EXPECT_EQ(s.Outages, kCycles);
     EXPECT_EQ(s.Returns, kCycles);
@@ -229,41 +181,27 @@ TEST(Reconnect, FiveUnplugsOverPtyAndRestartsOverUdpDuringTraffic)
     }
 }
 
-// A Halden whose deadlines read a clock the test steps.
-class SteppedHalden : public CKVX_HdwKvxHaldenDevice {
-public:
-    uint64_t GetUnitTime() override { return Now.load(); }
-    std::atomic<uint64_t> Now{1'000'000};
-};
-
-// The back-off on a stepped clock: the first attempt 100 ms after the loss,
-// then 200, 400, 800, 1600 and never more than 2000 ms apart; once plugged
-// back the next attempt brings the unit back, whose signal tells how long it
-// was away.
+// The back-off on a stepped clock: attempts 100 ms after the loss, then 200,
+// 400, 800, 1600 and at most 2000 ms apart; once plugged back the next
+// attempt brings the unit back, its signal telling how long it was away.
 TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
 {
-    UnitCase unit = UnitNamed("halden");
-    unit.Make = [] { return new SteppedHalden; };
-    ReconnectRig r(false, true, unit);
+    ReconnectRig r(false, SteppedHalden());
+    std::atomic<uint64_t>& now = ClockOf(r.Rig);
+    const uint64_t t0 = now = 1'000'000;
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    auto& dev = dynamic_cast<SteppedHalden&>(*r.Rig.Device);
-    const uint64_t t0 = dev.Now.load();
     r.WriteNext(10);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(9); }));
 
     r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    // Some ticks at a given time, so that an attempt that is due has been made.
-    auto ticksPass = [&] {
-        const uint64_t from = r.Rig.Manager.GetTickCounter();
-        return WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 20; });
-    };
+    // The failed attempts once some ticks have passed at `ms` after the loss.
     auto attemptsAt = [&](uint64_t ms) {
-        dev.Now = t0 + ms;
-        EXPECT_TRUE(ticksPass());
+        now = t0 + ms;
+        const uint64_t from = r.Rig.Manager.GetTickCounter();
+        EXPECT_TRUE(WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 20; }));
         return r.Status().FailedAttempts;
     };
-    // (time after the loss, failed attempts by then)
     const std::vector<std::pair<uint64_t, uint32_t>> steps = {{99, 0}, {100, 1}, {299, 1}, {300, 2}, {699, 2}, {700, 3},
         {1499, 3}, {1500, 4}, {3099, 4}, {3100, 5}, {5099, 5}, {5100, 6}, {7099, 6}, {7100, 7}};
     for (const auto& [ms, attempts] : steps)
@@ -271,7 +209,7 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
 
     ASSERT_TRUE(r.Rig.Sim.Plug());
-    dev.Now = t0 + 9100;
+    now = t0 + 9100;
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
     const auto back =
         std::find_if(r.Seen.begin(), r.Seen.end(), [](const auto& s) { return s.Kind == HDW_SIGNAL_UNIT_BACK; });
@@ -283,15 +221,14 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(19); }));
 }
 
-// An attempt on a unit that does not answer waits out the link's handshake
-// (over UDP about 1.5 s) on a thread of its own: the tick goes on meanwhile
-// (for the unit's signals, its other ports and every other unit), and a
-// port closed during an attempt ends the outage at once.
+// An attempt on a silent UDP unit (about 1.5 s of handshake) runs on a thread
+// of its own: the tick goes on meanwhile, and a port closed during an
+// attempt ends the outage at once.
 TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
 {
-    ReconnectRig r(true, true);
+    ReconnectRig r(true);
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    r.Rig.Sim.Unplug(); // over UDP: silent, the session forgotten
+    r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
     uint64_t most = 0;
     for (unsigned attempt = 0; attempt < 2; ++attempt) {
@@ -301,26 +238,25 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
         ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }, 30000));
         most = std::max(most, r.Rig.Manager.GetTickCounter() - from);
     }
-    // A tick held up by the attempt would count one or two.
-    EXPECT_GE(most, 10u) << "the tick waited for the attempt";
+    EXPECT_GE(most, 10u) << "the tick waited for the attempt"; // held up, it would count one or two
 
-    // Closing the ports while an attempt runs waits for it and ends the outage.
     ASSERT_TRUE(r.WaitFor([&] { return r.Status().State == HDW_UNIT_LINK_OPENING; }, 30000));
-    r.ClosePair();
+    for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
+        EXPECT_EQ(r.Rig.Port(type, kCh)->Close(), 0u);
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
     ASSERT_TRUE(r.Rig.Sim.Plug());
     // The unit opens by hand as on a fresh start and carries words.
-    ASSERT_NO_FATAL_FAILURE(r.OpenPair());
+    for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
+        ASSERT_EQ(r.Rig.Open(type, kCh), 0u);
     r.WriteNext(20);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
 
-// Over UDP the unit's identity is its address and its serial number: a unit
-// of another serial number answering at the same address is not taken over;
-// the unit itself, back at that address, is.
+// Over UDP a unit is its address and serial number: another serial number
+// at the same address is not taken over; the unit itself back there is.
 TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
 {
-    ReconnectRig r(true, true);
+    ReconnectRig r(true);
     ASSERT_NO_FATAL_FAILURE(r.Start());
     hdwsim::Emulator::Options o = EmulatorOptions(true);
     o.UdpPort = r.Rig.Sim.UdpPort();
@@ -344,13 +280,12 @@ TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
 }
 
-// Opening another port of a lost unit tries the unit at once: when it is
-// back, the ports kept open are configured again and carry words as before.
+// Opening another port of a lost unit tries the unit at once: back, the
+// ports kept open are configured again and carry words as before.
 TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
 {
-    UnitCase unit = UnitNamed("halden");
-    unit.Make = [] { return new SteppedHalden; }; // the clock stands: the tick does not retry
-    ReconnectRig r(false, true, unit);
+    ReconnectRig r(false, SteppedHalden());
+    ClockOf(r.Rig) = 1'000'000; // the clock stands: the tick does not retry
     ASSERT_NO_FATAL_FAILURE(r.Start());
     auto* out2 =
         r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
@@ -366,9 +301,8 @@ TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
     ASSERT_TRUE(r.Rig.Sim.Plug());
     ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
     ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
-    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
-    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
-    EXPECT_EQ(s.Returns, 1u);
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(r.Status().Returns, 1u);
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
 
     // The kept pair and the new one both carry words.
@@ -381,28 +315,22 @@ TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
     EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
 }
 
-} // namespace
-
-// A label-oriented output keeps transmitting after a return: the unit comes
-// back without its label table, and the service sends the table and each
-// label's last data again.
+// A label-oriented output comes back without the unit's label table: the
+// service sends the table and each label's latest data again.
 TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
 {
-    ReconnectRig r(false, true);
+    ReconnectRig r(false);
     ASSERT_NO_FATAL_FAILURE(r.Start());
     constexpr unsigned ch = 2;
-    auto* out = r.Rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT);
-    auto* in = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+    auto* in =
+        r.Rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
+    auto* out =
+        r.Rig.OpenWith<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT);
     ASSERT_TRUE(out && in);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, ch), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, ch), 0u);
     CKVX_HdwArinc429OutLbloService::CLabelCtrl ctrl(0x31, 10);
     ASSERT_EQ(out->SetLabelsCtrl(&ctrl, 1), 0u);
-    CKVX_HdwArinc429Message data = Word(0x31, 0x123);
+    CKVX_HdwArinc429Message data = Word(0x31, 0x123), later = Word(0x31, 0x456);
     ASSERT_EQ(out->UpdateMessages(&data, 1), 0u);
-    // Newer data, given while the unit is away, is what it sends once back.
-    CKVX_HdwArinc429Message later = Word(0x31, 0x456);
-
     std::vector<CKVX_HdwArinc429Message> got;
     auto countOf = [&](uint32_t value) {
         CKVX_HdwArinc429Message chunk[64];
@@ -412,35 +340,28 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
         return std::count_if(got.begin(), got.end(), [&](const auto& w) { return w.Label == 0x31 && w.Data == value; });
     };
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x123) >= 3; }));
-
+    // Data given while the unit is away is what it sends once back.
     ASSERT_NO_FATAL_FAILURE(r.Replug([&] { ASSERT_EQ(out->UpdateMessages(&later, 1), 0u); }));
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x456) >= 3; })) << "the label did not come back";
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
-// A running bus controller (channel 0) and remote terminal (channel 1) come
-// back by themselves: tables, latest data and run are written again, the
-// transmit data given while the unit was away is what the controller reads,
-// and the transfers the schedule missed are counted as lost. A schedule of
-// 255 cycles runs only the cycles it had left: with 2-ms cycles it ended while
-// the unit was away (about a second) and does not start again; with 20-ms
-// cycles it resumes and stops after 255 cycles in all.
+// A running bus controller (channel 0) and terminal (channel 1) come back by
+// themselves: tables, data given while away and run are written again, the
+// missed transfers counted lost. A schedule of 255 cycles runs only what it
+// had left: of 2-ms cycles it ended while away (about a second); of 20-ms
+// cycles it resumes and stops after 255 in all.
 TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
 {
     for (const unsigned minorUs : {2000u, 20000u}) {
         SCOPED_TRACE(minorUs);
-        const bool endsAway = minorUs == 2000;
-        ReconnectRig r(false, true);
+        ReconnectRig r(false);
         ASSERT_NO_FATAL_FAILURE(r.Start());
         const Words oldTx = {0x101, 0x102}, newTx = {0x201, 0x202};
         const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
         Rt* rt = OpenRt(r.Rig, &t);
-        CKVX_HdwMilStd1553BusController c;
-        c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
-        c.MajorFrame.MinorFrames = {Minor(minorUs, {0, 1})};
-        c.StopAfter = 255;
         const uint64_t all = 255 * 2;
-        Bc* bc = RunSchedule(r.Rig, c);
+        Bc* bc = RunSchedule(r.Rig, Schedule({BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)}, {Minor(minorUs, {0, 1})}, 255));
         ASSERT_TRUE(rt && bc);
         size_t seen = ReadTransfers(bc, 10).size();
         ASSERT_GE(seen, 10u);
@@ -453,7 +374,7 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
             ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 3; }));
         }));
         EXPECT_TRUE(rt->IsRunning());
-        if (endsAway) {
+        if (minorUs == 2000) {
             EXPECT_FALSE(bc->IsRunning());
             EXPECT_EQ(seen + bc->GetLostCount(), all);
             continue;
@@ -475,8 +396,8 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
         ASSERT_GE(access.size(), 10u);
         EXPECT_EQ(access.back().Data, Words{0xA1});
         EXPECT_GT(bc->GetLostCount(), 0u);
-        // Reported, counted lost and run after the return: the 255 cycles,
-        // the last one begun again whole.
+        // Read, counted lost and run after the return: the 255 cycles, the
+        // last one begun again whole.
         seen += got.size();
         ASSERT_TRUE(r.WaitFor([&] {
             seen += ReadTransfers(bc, 100000, 0).size();
@@ -488,24 +409,14 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     }
 }
 
-// A service enabled on a port, then the port opened with `params`.
-template <class S, class P>
-S* OpenWith(UnitRig& rig, unsigned portType, unsigned channel, unsigned serviceType, const P& params)
-{
-    S* service = rig.Enable<S>(portType, channel, serviceType);
-    EXPECT_EQ(rig.Open(portType, channel, params), 0u);
-    return service;
-}
-
-// The discrete and I2C/SPI units after an unplug: the output bank comes
-// back driving what the application last wrote (not its InitialState), the
-// inputs report again with a fresh sequence base (no false loss); an I2C
-// transfer on the unit at the loss ends with 14, the masters are configured
-// again and the next transfers run.
+// The discrete and I2C/SPI units after an unplug: the output bank drives
+// what the application last wrote (not its InitialState), the inputs report
+// with a fresh sequence base (no false loss); an I2C transfer on the unit at
+// the loss ends with 14, the masters are configured again and run.
 TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
 {
-    // Idle for several probe periods: the probe is a command the unit takes
-    // (the emulator leaves one it lacks unechoed), so the unit is not lost.
+    // Idle for several probe periods (the probe is a command these units
+    // take), and the unit is not lost.
     const auto idleProbes = [](ReconnectRig& r) {
         const auto probes = [&] {
             const auto& byCode = r.Rig.Sim.GetCounters().CommandsByCode;
@@ -517,14 +428,14 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsUnknown, 0u);
     };
     {
-        ReconnectRig r(false, true, UnitNamed("travin"));
-        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        ReconnectRig r(false, UnitNamed("travin"));
+        ASSERT_NO_FATAL_FAILURE(r.Rig.Start());
         CKVX_HdwDiscreteInPort::CParameters ip;
         ip.DebounceUs = 0;
         CKVX_HdwDiscreteOutPort::CParameters op;
         op.InitialState = 0x81;
-        auto* in = OpenWith<CKVX_HdwDiscreteInService>(r.Rig, HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
-        auto* out = OpenWith<CKVX_HdwDiscreteOutService>(r.Rig, HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
+        auto* in = r.Rig.OpenWith<CKVX_HdwDiscreteInService>(HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
+        auto* out = r.Rig.OpenWith<CKVX_HdwDiscreteOutService>(HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
         ASSERT_TRUE(in && out);
         ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         ASSERT_EQ(out->WriteAll(0x3C), 0u);
@@ -535,7 +446,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         ASSERT_TRUE(r.WaitFor([&] { return out->GetDriven(state, time) == 0 && state == 0x3C; }));
         ASSERT_EQ(out->Toggle(0x01), 0u);
         ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3D; }));
-        // Debounce 0 came back too: the toggle is one change, nothing counted lost.
+        // Debounce 0 came back too: the toggle is one change, nothing lost.
         CKVX_HdwDiscreteInService::CChange last;
         unsigned n = 0;
         while (in->Read(&last, 1, n) == 0 && n) {}
@@ -546,14 +457,14 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[36 + 2], 2u); // open and return
     }
     {
-        ReconnectRig r(false, true, UnitNamed("wendal"));
-        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        ReconnectRig r(false, UnitNamed("wendal"));
+        ASSERT_NO_FATAL_FAILURE(r.Rig.Start());
         CKVX_HdwI2cPort::CParameters ip;
         ip.BusSpeed = 400000;
         CKVX_HdwSpiPort::CParameters sp;
         sp.Mode = 3;
-        auto* i2c = OpenWith<CKVX_HdwI2cMasterService>(r.Rig, HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
-        auto* spi = OpenWith<CKVX_HdwSpiMasterService>(r.Rig, HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
+        auto* i2c = r.Rig.OpenWith<CKVX_HdwI2cMasterService>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
+        auto* spi = r.Rig.OpenWith<CKVX_HdwSpiMasterService>(HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
         ASSERT_TRUE(i2c && spi);
         ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         // The unit takes the transfer; its answer is held back past the unplug.
@@ -581,3 +492,5 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[115], 2u); // SPI master 1
     }
 }
+
+} // namespace

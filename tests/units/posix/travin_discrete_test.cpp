@@ -1,11 +1,6 @@
-// The Travin driver against the emulated unit on a pseudo-terminal: output
-// banks wired to the input banks of the same number, so what the outputs
-// are told shows up as input changes with the unit's time stamps.
+// The Travin against the emulated unit, whose output banks are wired to the
+// input banks of the same number: outputs show up as input changes.
 #include "UnitRig.h"
-
-#include <gtest/gtest.h>
-
-#include <vector>
 
 using namespace halden_test;
 
@@ -22,8 +17,6 @@ CKVX_HdwDiscreteInPort::CParameters InParams(uint32_t debounceUs)
     return p;
 }
 
-// One output bank wired to the input bank of the same number, both open
-// with their services; the input's first state has come.
 struct Bank {
     InService* In = nullptr;
     OutService* Out = nullptr;
@@ -33,15 +26,14 @@ class TravinRig : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
 
+    // Both banks `bank` open with their services, once the input's first state came.
     Bank OpenBank(unsigned bank, uint32_t debounceUs)
     {
-        Bank b;
-        b.In = rig.Enable<InService>(HDW_PORT_DISCRETE_IN, bank, HDW_SERVICE_DISCRETE_IN);
-        b.Out = rig.Enable<OutService>(HDW_PORT_DISCRETE_OUT, bank, HDW_SERVICE_DISCRETE_OUT);
+        Bank b{rig.OpenWith<InService>(HDW_PORT_DISCRETE_IN, bank, HDW_SERVICE_DISCRETE_IN, InParams(debounceUs)),
+            rig.OpenWith<OutService>(
+                HDW_PORT_DISCRETE_OUT, bank, HDW_SERVICE_DISCRETE_OUT, CKVX_HdwDiscreteOutPort::CParameters())};
         if (!b.In || !b.Out)
             return {};
-        EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, bank, InParams(debounceUs)), 0u);
-        EXPECT_EQ(rig.Open(HDW_PORT_DISCRETE_OUT, bank, CKVX_HdwDiscreteOutPort::CParameters()), 0u);
         uint32_t state = 0;
         uint64_t time = 0;
         EXPECT_TRUE(WaitUntil([&] { return b.In->GetState(state, time) == 0 && b.Out->GetDriven(state, time) == 0; }));
@@ -112,14 +104,12 @@ TEST_F(TravinRig, ChangesTheUnitCouldNotSendAreCountedAsLost)
     EXPECT_EQ(lost, 3u);
 }
 
-// A burst while the unit's frames are held back: it keeps 1024 changes of
-// the bank unsent and drops the rest, and the sequence lets the library
-// count every dropped one once a later change arrives.
+// A burst while the unit's frames are held back: it keeps 1024 changes and
+// drops the rest, which the library counts once a later change arrives.
 TEST_F(TravinRig, ChangesBeyondTheUnitsQueueAreCountedAsLost)
 {
-    auto* in = rig.Enable<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN);
+    auto* in = rig.OpenWith<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN, InParams(0));
     ASSERT_NE(in, nullptr);
-    ASSERT_EQ(rig.Open(HDW_PORT_DISCRETE_IN, 0, InParams(0)), 0u);
     uint32_t state = 0;
     uint64_t time = 0;
     ASSERT_TRUE(WaitUntil([&] { return in->GetState(state, time) == 0; }));
@@ -152,8 +142,7 @@ TEST_F(TravinRig, ChangesBeyondTheUnitsQueueAreCountedAsLost)
     EXPECT_EQ(got.size() + lost, kEdges + 1);
 }
 
-// Back-to-back writes are separate changes after the debounce; a pulse
-// longer than the debounce shows twice.
+// Writes are separate changes after the debounce; a longer pulse shows twice.
 TEST_F(TravinRig, APulseLongerThanTheDebounceShowsTwice)
 {
     Bank b = OpenBank(3, 1000);

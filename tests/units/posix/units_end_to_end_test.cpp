@@ -1,6 +1,4 @@
-// Every command-protocol unit against the emulator playing it: a round trip
-// on each bus kind, the frame payload limit over each transport, the commands
-// a unit must never be sent, keep-alives and critical failures.
+// Every command-protocol unit against the emulator playing it.
 #include "UnitRig.h"
 
 #include <set>
@@ -11,8 +9,7 @@ namespace {
 
 class UnitEndToEnd : public ::testing::TestWithParam<UnitCase> {};
 
-// The command codes a unit may be sent: the fixed ones of its command set
-// and its per-channel codes.
+// The command codes a unit may be sent: the fixed ones and its channels'.
 std::set<unsigned> AllowedCodes(const UnitCase& u)
 {
     std::set<unsigned> codes{1, 2};
@@ -45,30 +42,12 @@ void ExpectOnlyAllowedCommands(const UnitRig& rig)
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
 
-// Opens the first ARINC 429 transmitter, or CAN channel, with a signal
-// service; the first open port opens the unit's session.
+// Opens the first ARINC 429 transmitter or CAN channel, and so the session.
 void OpenFirstPort(UnitRig& rig)
 {
     const unsigned type = rig.Unit.Atx ? HDW_PORT_ARINC429_TX : HDW_PORT_CAN;
     ASSERT_NE(rig.Enable<CKVX_HdwSignalService>(type, 0, HDW_SERVICE_SIGNAL), nullptr);
     ASSERT_EQ(rig.Open(type, 0), 0u);
-}
-
-// ARINC 429 words on every pair at once, in order with rising time stamps.
-// The first pair takes ten thousand words in one write, the others 300 each,
-// so that every pair needs several frames.
-TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnEveryPair)
-{
-    const UnitCase& u = GetParam();
-    if (!u.Atx)
-        GTEST_SKIP() << u.Sim << " has no ARINC 429 channel";
-    UnitRig rig(u, false);
-    rig.Start();
-    std::vector<std::pair<unsigned, unsigned>> counts{{0, 10000}};
-    for (unsigned ch = 1; ch < u.Atx; ++ch)
-        counts.push_back({ch, 300});
-    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, counts));
-    ExpectOnlyAllowedCommands(rig);
 }
 
 // The i-th frame sent from CAN channel `from`: every length, standard and
@@ -81,15 +60,21 @@ CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
     return m;
 }
 
-// Channels 0 and 1, 2 and 3 share a bus on the unit; a unit with one channel
-// hears its own frames.
-TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
+// ARINC 429 words on every pair at once (ten thousand in one write on the
+// first, 300 on the others: several frames each), then CAN frames on every
+// bus (channels 0 and 1, 2 and 3 share one; a single channel hears itself):
+// all in order with rising time stamps, and only the unit's own commands.
+TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
 {
     const UnitCase& u = GetParam();
-    if (!u.Can)
-        GTEST_SKIP() << u.Sim << " has no CAN channel";
     UnitRig rig(u, false);
     rig.Start();
+    if (u.Atx) {
+        std::vector<std::pair<unsigned, unsigned>> counts{{0, 10000}};
+        for (unsigned ch = 1; ch < u.Atx; ++ch)
+            counts.push_back({ch, 300});
+        ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, counts));
+    }
     for (unsigned from = 0; from < u.Can; from += 2) {
         const unsigned to = u.Can == 1 ? from : from + 1;
         auto* out = rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, from, HDW_SERVICE_CAN_OUT_BUFFER);
@@ -127,8 +112,8 @@ TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
     ExpectOnlyAllowedCommands(rig);
 }
 
-// Over each transport the unit enumerates under its link and its frames keep
-// to its payload limit.
+// Over each transport the unit enumerates under its link, and frames of 700
+// status requests attached at once keep to its payload limit, full.
 TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
 {
     const UnitCase& u = GetParam();
@@ -145,11 +130,8 @@ TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
         EXPECT_EQ(bridged->GetDevPathIndentifier(0, path), 0u);
         const std::string link = udp ? "udp:127.0.0.1:" + std::to_string(rig.Sim.UdpPort()) : rig.Sim.PtyPath();
         EXPECT_EQ(path, link.c_str());
-        // An open port opens the unit's session.
         OpenFirstPort(rig);
         const hdwsim::Counters before = rig.Sim.GetCounters();
-        // 700 status requests of no kind (7 bytes each, answered by no
-        // channel) attached at once under the device lock.
         constexpr unsigned kCount = 700;
         unsigned attached = 0;
         rig.Device->DeviceLock(0);
@@ -163,15 +145,12 @@ TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
             WaitUntil([&] { return rig.Sim.GetCounters().CommandsByCode[2] - before.CommandsByCode[2] >= kCount; }));
         const hdwsim::Counters after = rig.Sim.GetCounters();
         EXPECT_LE(after.LargestFramePayload, limit);
-        // Full frames: the largest holds as many 7-byte records as fit.
         EXPECT_EQ(after.LargestFramePayload, limit / 7 * 7);
     }
 }
 
-// A unit that takes keep-alives (Pellor) hears one per 250 ms of idling, so
-// more than a second of idling passes without its 400 ms session watchdog
-// expiring; a host that stops ticking falls silent and the watchdog stops
-// the unit. The others are never sent one.
+// A unit that takes keep-alives (Pellor) hears them while idle, so its 400 ms
+// session watchdog does not expire until the host stops; others hear none.
 TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
 {
     const UnitCase& u = GetParam();
@@ -189,12 +168,11 @@ TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
         EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
         return;
     }
-    // An observation window of four keep-alive periods.
+    // Four keep-alive periods, and the builder refuses.
     const uint64_t start = CKVX_HdwTimer::GetTickCount();
     WaitUntil([&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
     EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
     EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u);
-    // And its builder refuses.
     EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u); }));
 }
 

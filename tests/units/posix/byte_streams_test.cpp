@@ -1,7 +1,5 @@
-// Byte streams over ARINC 429 from transmitter k to receiver k (wired
-// together on the unit), through the whole stack against the emulated
-// Halden and the 16-channel Pellor on a pseudo-terminal: a large stream and
-// a word lost on the wire, and the services a stream excludes.
+// Byte streams over ARINC 429 (transmitter k wired to receiver k) on the
+// Halden and the 16-channel Pellor, and over CAN on the Quillan, paced.
 #include "UnitRig.h"
 
 using namespace unit_test;
@@ -11,8 +9,7 @@ namespace {
 using ByteIn = CKVX_HdwKvxHaldenDevice::CArinc429ByteInBufferService;
 using ByteOut = CKVX_HdwKvxHaldenDevice::CArinc429ByteOutBufferService;
 
-// A unit and the channel pair its tests use (the Pellor's above 7, so that
-// its receive and transmit events carry the channel's upper bits).
+// A unit and its pair (the Pellor's above 7: events carry upper channel bits).
 struct StreamCase {
     const char* Sim;
     unsigned First;
@@ -44,33 +41,23 @@ protected:
         rig->Start();
     }
 
-    // Enables the stream services of pair `ch` (label 0xC5, SDI 2) and opens
-    // both ports at `rate`.
-    Stream OpenStream(unsigned ch, uint32_t rate)
+    // The stream services of pair `ch` (label 0xC5, SDI 2), both ports at 100 kbit/s.
+    Stream OpenStream(unsigned ch)
     {
         CKVX_HdwArinc429ByteInBufferService::CParameters pi;
-        pi.Label = 0xC5;
-        pi.Sdi = 2;
-        pi.BufferSize = 0;
         CKVX_HdwArinc429ByteOutBufferService::CParameters po;
-        po.Label = 0xC5;
-        po.Sdi = 2;
-        po.BufferSize = 0;
-        Stream s;
-        s.In = rig->Enable<ByteIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
-        s.Out = rig->Enable<ByteOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
-        if (!s.In || !s.Out)
-            return {};
+        pi.Label = po.Label = 0xC5;
+        pi.Sdi = po.Sdi = 2;
+        pi.BufferSize = po.BufferSize = 0;
         CKVX_HdwArinc429RxPort::CParameters rp;
         CKVX_HdwArinc429TxPort::CParameters tp;
-        rp.BaudRate = tp.BaudRate = rate;
-        EXPECT_EQ(rig->Open(HDW_PORT_ARINC429_RX, ch, rp), 0u);
-        EXPECT_EQ(rig->Open(HDW_PORT_ARINC429_TX, ch, tp), 0u);
-        return s;
+        rp.BaudRate = tp.BaudRate = 100000;
+        return {rig->OpenWith<ByteIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_BYTE_IN_BUFFER, rp, &pi),
+            rig->OpenWith<ByteOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_BYTE_OUT_BUFFER, tp, &po)};
     }
 
-    // Every byte arrived in order, none was lost, repeated or rejected, the
-    // output has nothing left, and the unit's FIFO never overflowed.
+    // Every byte arrived in order, none lost, repeated or rejected, the
+    // output empty, the unit's FIFO never overflowed.
     void ExpectClean(const Stream& s, unsigned ch, const std::vector<uint8_t>& sent, unsigned timeoutMs)
     {
         const auto got = ReadAll<uint8_t>(s.In, sent.size(), timeoutMs);
@@ -94,14 +81,13 @@ TEST_P(Arinc429Bytes, HundredKilobytesCrossUnpacedUnchanged)
 {
     StartRig();
     const unsigned ch = GetParam().First;
-    const Stream s = OpenStream(ch, 100000);
+    const Stream s = OpenStream(ch);
     ASSERT_TRUE(s.In && s.Out);
-    // The stream runs alone on its pair, beside signals only.
+    // The stream runs alone on its pair (beside signals), its label only let through.
     CKVX_HdwService* other = nullptr;
     EXPECT_EQ(rig->Port(HDW_PORT_ARINC429_RX, ch)->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &other, nullptr), 10u);
     EXPECT_EQ(
         rig->Port(HDW_PORT_ARINC429_TX, ch)->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &other, nullptr), 10u);
-    // Only the stream's label reaches the receiver.
     const auto rx = rig->Sim.A429Receiver(ch);
     EXPECT_TRUE(rx.Enabled);
     for (unsigned label = 0; label < 256; ++label)
@@ -117,14 +103,13 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
 {
     StartRig();
     const unsigned ch = GetParam().First;
-    const Stream s = OpenStream(ch, 100000);
+    const Stream s = OpenStream(ch);
     ASSERT_TRUE(s.In && s.Out);
     const auto first = Pattern(200, 3);
     ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(first.data()), 200, 0), 0u);
     unsigned pending = 1;
     ASSERT_TRUE(WaitUntil([&] { return s.In->GetReadBufferBytes(pending) == 0 && pending == 200; }, 20000));
-    // Each byte carries the unit's time of its word: the two of a word the
-    // same, later words no earlier.
+    // Each byte carries the unit's time of its word: rising, the same for both.
     std::vector<uint8_t> got(200);
     std::vector<uint64_t> times(200);
     unsigned n = 0;
@@ -139,8 +124,7 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
         }
     }
 
-    // The next word (the first of the next write) never reaches the
-    // receiver, and the one after it arrives with a flipped parity bit.
+    // The next word is lost on the wire, the one after it has a bad parity.
     ASSERT_TRUE(rig->Sim.LoseNextA429Words(ch, 1));
     rig->Sim.FlipNextA429Parity(1);
     const auto second = Pattern(201, 4);
@@ -151,11 +135,76 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     EXPECT_EQ(s.In->GetRejectedWords(), 1u);
     EXPECT_EQ(s.In->GetRepeatedWords(), 0u);
     EXPECT_EQ(rig->Sim.GetCounters().A429WireLost[ch], 1u);
-    // Every word left the transmitter all the same.
     EXPECT_TRUE(WaitUntil([&] { return Idle(s.Out); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, Arinc429Bytes, ::testing::Values(StreamCase{"halden", 0}, StreamCase{"pellor", 9}),
     [](const ::testing::TestParamInfo<StreamCase>& p) { return std::string(p.param.Sim); });
+
+using CanByteIn = CKVX_HdwKvxQuillanDevice::CCanByteInBufferService;
+using CanByteOut = CKVX_HdwKvxQuillanDevice::CCanByteOutBufferService;
+using FrameIn = CKVX_HdwKvxQuillanDevice::CCanInBufferService;
+using FrameOut = CKVX_HdwKvxQuillanDevice::CCanOutBufferService;
+
+// The Quillan's buses paced at their bit rates, so that its 64-frame transmit
+// FIFO fills as a real one does.
+TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
+{
+    UnitRig rig(UnitNamed("quillan"), EmulatorOptions(false, true));
+    rig.Start();
+    CKVX_HdwCanByteOutBufferService::CParameters po;
+    po.BufferSize = 0;
+    po.Identifier = 0x300;
+    CKVX_HdwCanByteInBufferService::CParameters pi;
+    pi.BufferSize = 0;
+    pi.Identifier = 0x300;
+    auto* bytesOut = rig.Enable<CanByteOut>(HDW_PORT_CAN, 0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
+    auto* framesOut = rig.Enable<FrameOut>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
+    auto* bytesIn = rig.Enable<CanByteIn>(HDW_PORT_CAN, 1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
+    auto* framesIn = rig.Enable<FrameIn>(HDW_PORT_CAN, 1, HDW_SERVICE_CAN_IN_BUFFER);
+    ASSERT_TRUE(bytesOut && framesOut && bytesIn && framesIn);
+    // One of each type per port.
+    CKVX_HdwService* again = nullptr;
+    EXPECT_EQ(rig.Port(HDW_PORT_CAN, 0)->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &again, nullptr), 26u);
+    CKVX_HdwCanPort::CParameters p;
+    p.BitRate = 500000;
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1, p), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0, p), 0u);
+
+    std::vector<uint8_t> sent(3001); // 375 full frames and one of 1 byte
+    for (size_t i = 0; i < sent.size(); ++i)
+        sent[i] = uint8_t(i ^ (i >> 8) ^ 0x5A);
+    std::vector<CKVX_HdwCanMessage> frames;
+    for (unsigned i = 0; i < 400; ++i)
+        frames.push_back(Frame(0x400 + (i % 0x100), uint8_t(i % 9), uint8_t(i), i % 3 == 0));
+    // Both queues fill the one transmit FIFO at once.
+    ASSERT_EQ(bytesOut->Write(sent.data(), 1500, 0), 0u);
+    ASSERT_EQ(framesOut->Write(frames.data(), unsigned(frames.size()), 0), 0u);
+    ASSERT_EQ(bytesOut->Write(sent.data() + 1500, 1501, 0), 0u);
+
+    EXPECT_TRUE(ReadAll<uint8_t>(bytesIn, sent.size()) == sent); // the timed read: tests/bus can_test
+    // The frame input gets every frame: the other frames in their order, and
+    // the stream's too.
+    const size_t total = frames.size() + 376;
+    const auto all = ReadAll<CKVX_HdwCanMessage>(framesIn, total);
+    ASSERT_EQ(all.size(), total);
+    std::vector<CKVX_HdwCanMessage> others;
+    size_t stream = 0;
+    for (const auto& m : all) {
+        if (m.Extended == 0 && m.Identifier == 0x300)
+            ++stream;
+        else
+            others.push_back(m);
+    }
+    EXPECT_EQ(stream, 376u);
+    ASSERT_EQ(others.size(), frames.size());
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(others[i].Identifier, frames[i].Identifier) << i;
+        EXPECT_EQ(others[i].Dlc, frames[i].Dlc) << i;
+        EXPECT_EQ(others[i].Extended, frames[i].Extended) << i;
+    }
+    EXPECT_EQ(rig.Sim.GetCounters().CanFifoDropped[0], 0u);
+    EXPECT_TRUE(WaitUntil([&] { return Idle(framesOut) && Idle(bytesOut); }));
+}
 
 } // namespace
