@@ -168,6 +168,8 @@ public:
         case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
         case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
         case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
+        case HDW_PORT_I2C: return Open(type, num, CKVX_HdwI2cPort::CParameters());
+        case HDW_PORT_SPI: return Open(type, num, CKVX_HdwSpiPort::CParameters());
         default: ADD_FAILURE() << "no port type " << type; return 2;
         }
     }
@@ -258,20 +260,22 @@ inline std::atomic<uint64_t>& ClockOf(UnitRig& rig)
     return dynamic_cast<SteppedHaldenDevice&>(*rig.Device).Now;
 }
 
+// Appends what input service `in` holds to `got`.
+template <class TItem, class TService>
+void TakeAll(TService* in, std::vector<TItem>& got)
+{
+    TItem chunk[256];
+    unsigned n = 0;
+    while (in->Read(chunk, 256, n) == 0 && n > 0)
+        got.insert(got.end(), chunk, chunk + n);
+}
+
 // Reads from an input service until `count` items are in or the deadline passes.
 template <class TItem, class TService>
 std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 10000)
 {
     std::vector<TItem> got;
-    std::vector<TItem> chunk(512);
-    WaitUntil(
-        [&] {
-            unsigned n = 0;
-            if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-            return got.size() >= count;
-        },
-        timeoutMs);
+    WaitUntil([&] { return TakeAll(in, got), got.size() >= count; }, timeoutMs);
     return got;
 }
 

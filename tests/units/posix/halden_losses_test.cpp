@@ -1,6 +1,5 @@
-// The Halden end to end: what is lost is counted exactly (inputs filled past
-// their BufferSize drop their oldest items, a Write that does not fit is
-// refused), the ARINC 429 FIFO paced and signals, the unit clock's wrap.
+// The Halden end to end: losses counted exactly, the paced FIFO, signals,
+// the unit clock's wrap.
 #include "UnitRig.h"
 
 #include <chrono>
@@ -132,10 +131,9 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
     EXPECT_EQ(in->GetDroppedCount(), 500u);
 }
 
-// The unit clock starts 1.5 s before its 32-bit wrap; words go round one
-// after the other until well past it. Each word's unwrapped time follows the
-// one before within a second, the latest unit time never goes back, and the
-// mapping puts the unit's "now" at the host's.
+// Words go round one by one from 1.5 s before the 32-bit wrap to well past
+// it: unwrapped times rise by less than a second, the latest never goes
+// back, and the unit's "now" maps to the host's.
 TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
 {
     auto o = EmulatorOptions(false);
@@ -185,8 +183,7 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
     EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
 }
 
-// At 12.5 kbit/s (2.9 ms a word) the unit's FIFO of 512 fills up: the
-// service holds the rest back.
+// At 12.5 kbit/s the unit's FIFO of 512 fills up; the service holds back the rest.
 TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
 {
     UnitRig rig(UnitNamed("halden"), EmulatorOptions(false, true));
@@ -204,8 +201,7 @@ TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
     EXPECT_EQ(counters.A429Pushed[0], words.size());
 }
 
-// An application sleeping in poll() on the signal service, then reading the
-// input buffer, finds every word the signals announced.
+// Sleeping in poll() on the signals, then reading, finds every word announced.
 TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
 {
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);

@@ -1,6 +1,4 @@
-// Closing and re-opening a unit's ports after it misbehaved, while it may
-// still send the tail of the earlier exchange: the first Open succeeds all
-// the same. Also what a close sends, and a link that goes away.
+// Closing and re-opening a unit's ports after faults; what a close sends.
 #include "UnitRig.h"
 
 #include <array>
@@ -42,8 +40,8 @@ std::vector<Fault> Faults()
     };
 }
 
-// Each round runs every fault; after each, both ports of an ARINC 429 pair
-// are closed, re-opened at the first Open and carry words in order. Failures
+// After each fault of each round, an ARINC 429 pair is closed and re-opened
+// while the unit may still send the tail of the earlier exchange. Failures
 // are reported, not thrown: this runs on a thread of its own.
 void RunMatrix(bool udp)
 {
@@ -119,9 +117,6 @@ TEST(HaldenReopen, EveryFaultThenCloseAndFirstOpenCarriesWordsInOrder)
     ethernet.join();
 }
 
-// What the last close queued reaches the unit before the session ends;
-// filter changes and DiscardMessage reach the unit's label table, and leave
-// a receiver that DisableRx switched off as it is.
 class HaldenReceiverOnUnit : public ::testing::Test {
 protected:
     void SetUp() override
@@ -216,8 +211,7 @@ TEST_F(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndKeepTheChannelOnO
     EXPECT_FALSE(Passes(Receiver(), 0x33));
 }
 
-// A hung-up link: the services give 15, and the application starts over on
-// the unit's new link.
+// The application starts over on the unit's new link.
 TEST(HaldenFaults, HungUpLinkGivesResultCodesAndANewLinkWorks)
 {
     UnitRig rig(UnitNamed("halden"), false);

@@ -7,43 +7,26 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
-struct Drain {
-    explicit Drain(CKVX_HdwArinc429InBufferService* s) : In(s) {}
-    void Poll()
-    {
-        CKVX_HdwArinc429Message chunk[256];
-        unsigned n = 0;
-        if (In->Read(chunk, 256, n) == 0)
-            Got.insert(Got.end(), chunk, chunk + n);
-    }
-    std::vector<CKVX_HdwArinc429Message> OfLabel(unsigned label) const
-    {
-        std::vector<CKVX_HdwArinc429Message> r;
-        std::copy_if(Got.begin(), Got.end(), std::back_inserter(r),
-            [label](const CKVX_HdwArinc429Message& m) { return m.Label == label; });
-        return r;
-    }
-    // Polls until `label` has been read `count` times.
-    bool WaitLabel(unsigned label, size_t count)
-    {
-        return WaitUntil([&] {
-            Poll();
-            return OfLabel(label).size() >= count;
-        });
-    }
-    CKVX_HdwArinc429InBufferService* In;
-    std::vector<CKVX_HdwArinc429Message> Got;
-};
-
 // Label-oriented output on transmitter `ch`, an input buffer on receiver `ch`.
 struct LabelLoop {
     LabelLoop(UnitRig& rig, unsigned ch)
         : In(rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER)),
           Out(rig.OpenWith<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT))
     {}
-    bool Ok() const { return Out && In.In; }
-    Drain In;
+    std::vector<CKVX_HdwArinc429Message> OfLabel(unsigned label) const
+    {
+        std::vector<CKVX_HdwArinc429Message> r;
+        std::copy_if(Got.begin(), Got.end(), std::back_inserter(r), [&](const auto& m) { return m.Label == label; });
+        return r;
+    }
+    // Reads until `label` has come `count` times.
+    bool WaitLabel(unsigned label, size_t count)
+    {
+        return WaitUntil([&] { return TakeAll(In, Got), OfLabel(label).size() >= count; });
+    }
+    CKVX_HdwArinc429InBufferService* In;
     CKVX_HdwArinc429OutLbloService* Out;
+    std::vector<CKVX_HdwArinc429Message> Got;
 };
 
 } // namespace
@@ -56,7 +39,7 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     UnitRig rig(UnitNamed("halden"), false);
     rig.Start();
     LabelLoop loop(rig, 0), clock(rig, 1);
-    ASSERT_TRUE(loop.Ok() && clock.Ok());
+    ASSERT_TRUE(loop.In && loop.Out && clock.In && clock.Out);
 
     CLabelCtrl ctrls[2] = {CLabelCtrl(0x31, 10), CLabelCtrl(0x32, 30)};
     ASSERT_EQ(loop.Out->SetLabelsCtrl(ctrls, 2), 0u);
@@ -67,14 +50,14 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     CKVX_HdwArinc429Message tickWord = Word(0x77, 1);
     ASSERT_EQ(clock.Out->UpdateMessages(&tickWord, 1), 0u);
 
-    ASSERT_TRUE(loop.In.WaitLabel(0x31, 9));
-    ASSERT_TRUE(loop.In.WaitLabel(0x32, 3));
-    const auto a = loop.In.OfLabel(0x31);
+    ASSERT_TRUE(loop.WaitLabel(0x31, 9));
+    ASSERT_TRUE(loop.WaitLabel(0x32, 3));
+    const auto a = loop.OfLabel(0x31);
     for (size_t i = 1; i < a.size(); ++i) {
         EXPECT_EQ(a[i].TimeStamp - a[i - 1].TimeStamp, 10000u) << i; // unit microseconds
         EXPECT_EQ(a[i].Data, 0x111u);
     }
-    const auto b = loop.In.OfLabel(0x32);
+    const auto b = loop.OfLabel(0x32);
     EXPECT_EQ(b[1].TimeStamp - b[0].TimeStamp, 30000u);
     EXPECT_EQ(b[0].Sdi, 2);
     EXPECT_EQ(b[0].Ssm, 1);
@@ -82,8 +65,8 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 
     // Words of the clock label received on 1 since `mark`.
     auto waitClock = [&](size_t more) {
-        const size_t mark = clock.In.OfLabel(0x77).size();
-        return clock.In.WaitLabel(0x77, mark + more);
+        const size_t mark = clock.OfLabel(0x77).size();
+        return clock.WaitLabel(0x77, mark + more);
     };
     auto sent = [&] { return rig.Sim.GetCounters().A429LabelWords[0]; };
 
@@ -110,8 +93,8 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 
     // Every word the unit sent from the table reached the wired receiver.
     ASSERT_TRUE(WaitUntil([&] {
-        loop.In.Poll();
-        return loop.In.Got.size() == sent();
+        TakeAll(loop.In, loop.Got);
+        return loop.Got.size() == sent();
     }));
 }
 

@@ -72,9 +72,6 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
         EXPECT_EQ(a.Data, a.Subaddress == 1 ? Words({0xA1, 0xA2, 0xA3}) : Words({0xC1})) << i;
         EXPECT_EQ(a.StatusWord1, 5u << 11);
     }
-    Msg last;
-    ASSERT_EQ(rt->ReadSubaddress(1, last), 0u);
-    EXPECT_EQ(last.Data, Words({0xA1, 0xA2, 0xA3}));
     // StopAfter ends the run by itself.
     EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
     EXPECT_EQ(bc->GetLostCount(), 0u);

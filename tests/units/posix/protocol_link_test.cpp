@@ -80,8 +80,7 @@ protected:
 
     Base::CDeviceInstance* inst() { return dev.Inst(); }
 
-    // Writes `bytes` as the unit and, once all wait on the link, runs one
-    // reception pass.
+    // Writes `bytes` as the unit; once all wait on the link, runs a reception.
     unsigned Deliver(const Bytes& bytes)
     {
         EXPECT_TRUE(pty.WriteMaster(bytes));
@@ -152,8 +151,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     EXPECT_EQ(frame[5], 31); // its number
 }
 
-// Queued commands go out as one frame; the next frame waits for the echoes
-// of the one in flight; command numbers wrap from 65535 to 0.
+// Command numbers wrap from 65535 to 0.
 TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrameAndTheNextWaitsForItsEchoes)
 {
     EXPECT_EQ(dev.ProcessCommandList(0u), 0u); // nothing queued, nothing sent
@@ -181,9 +179,7 @@ TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrameAndTheNextWaitsForItsEchoes)
     EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false)}));
 }
 
-// The echo time-out against the unit's clock, stepped by the test: the
-// tick's start reports the unit as not answering once the oldest echo has
-// waited the time-out, and not a millisecond before.
+// On a stepped unit clock that wraps meanwhile, not a millisecond early.
 TEST_F(UnitLink, TheTickReportsAnEchoOutstandingForTheTimeOut)
 {
     dev.SetEchoTimeout(500);
@@ -200,8 +196,8 @@ TEST_F(UnitLink, TheTickReportsAnEchoOutstandingForTheTimeOut)
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 3), 0u);
 }
 
-// A frame whose dispatch fails is lost, and only that frame: what came in
-// the same read after it is parsed by the next reception, in order.
+// Only the frame whose dispatch fails is lost; the rest of the read is
+// parsed by the next reception, in order.
 TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
 {
     inst()->EchoList += Base::CEchoWaiting(5, 0);

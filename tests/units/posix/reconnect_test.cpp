@@ -1,7 +1,5 @@
-// A unit unplugged and plugged back while words flow, on a pseudo-terminal
-// reached through a symbolic link (a USB unit's stable name) and over UDP
-// (the unit restarts without its session). With reconnect on the ports stay
-// open and traffic resumes, in order and never twice; losses are counted.
+// A unit unplugged and plugged back with the manager's reconnect on, on a
+// pseudo-terminal behind a symbolic link (a USB unit's stable name) or UDP.
 #include "Mil1553Rig.h"
 
 #include <unistd.h>
@@ -29,9 +27,8 @@ hdwsim::Emulator::Options SimOptions(bool udp)
     return o;
 }
 
-// A unit (Halden unless told) with reconnect on, reached through its link
-// path or UDP address; Start adds an ARINC 429 pair on kCh and a signal
-// service for the unit's comings and goings.
+// Start adds an ARINC 429 pair on kCh and a signal service for the unit's
+// comings and goings.
 class ReconnectRig {
 public:
     ReconnectRig(bool udp, const UnitCase& unit = UnitNamed("halden")) : Rig(unit, SimOptions(udp))
@@ -74,10 +71,8 @@ public:
     {
         return WaitUntil(
             [&] {
-                CKVX_HdwArinc429Message chunk[256];
-                unsigned n = 0;
-                while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
-                    Received.insert(Received.end(), chunk, chunk + n);
+                if (Pair.In)
+                    TakeAll(Pair.In, Received);
                 CKVX_HdwSignalService::CSignal s;
                 while (Signals && Signals->GetSignal(s) == 0)
                     Seen.push_back(s);
@@ -89,8 +84,7 @@ public:
     {
         return size_t(std::count_if(Seen.begin(), Seen.end(), [&](const auto& s) { return s.Kind == kind; }));
     }
-    // Unplugs the unit, waits until it is lost, runs `whileAway`, plugs it
-    // back and waits for its return.
+    // Unplugs the unit until lost, runs `whileAway`, plugs it back until returned.
     void Replug(const std::function<void()>& whileAway = {})
     {
         const unsigned returns = Status().Returns;
@@ -116,8 +110,8 @@ private:
     uint32_t m_Next = 0;
 };
 
-// Five unplug / plug cycles, words in flight at each unplug and written
-// while the unit is away.
+// Words in flight at each unplug and written while away resume in order,
+// never twice, the gaps counted lost.
 void RunCycles(bool udp)
 {
     ReconnectRig r(udp);
@@ -132,13 +126,6 @@ void RunCycles(bool udp)
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
         EXPECT_EQ(r.Status().Outages, cycle + 1);
         r.WriteNext(kBatch);
-        // An attempt on the absent unit fails and is retried (over UDP an
-        // attempt takes seconds: once is enough there).
-        if (!udp || cycle == 0) {
-            const uint32_t failed = r.Status().FailedAttempts;
-            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }));
-            EXPECT_TRUE(IsLost(r.Status().State));
-        }
         ASSERT_TRUE(r.Rig.Sim.Plug());
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
         EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
@@ -181,9 +168,7 @@ TEST(Reconnect, FiveUnplugsOverPtyAndRestartsOverUdpDuringTraffic)
     }
 }
 
-// The back-off on a stepped clock: attempts 100 ms after the loss, then 200,
-// 400, 800, 1600 and at most 2000 ms apart; once plugged back the next
-// attempt brings the unit back, its signal telling how long it was away.
+// On a stepped clock; the return's signal tells how long the unit was away.
 TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
 {
     ReconnectRig r(false, SteppedHalden());
@@ -221,9 +206,8 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(19); }));
 }
 
-// An attempt on a silent UDP unit (about 1.5 s of handshake) runs on a thread
-// of its own: the tick goes on meanwhile, and a port closed during an
-// attempt ends the outage at once.
+// The attempt (1.5 s of handshake) runs on a thread of its own; a port closed
+// during one ends the outage at once.
 TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
 {
     ReconnectRig r(true);
@@ -252,8 +236,7 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
 
-// Over UDP a unit is its address and serial number: another serial number
-// at the same address is not taken over; the unit itself back there is.
+// Over UDP a unit is its address and serial number.
 TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
 {
     ReconnectRig r(true);
@@ -280,8 +263,6 @@ TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
 }
 
-// Opening another port of a lost unit tries the unit at once: back, the
-// ports kept open are configured again and carry words as before.
 TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
 {
     ReconnectRig r(false, SteppedHalden());
@@ -293,7 +274,6 @@ TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
     ASSERT_TRUE(out2 && in2);
     r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    // While it is away the open fails and the unit stays lost.
     EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
     EXPECT_EQ(r.Status().FailedAttempts, 1u);
@@ -315,8 +295,7 @@ TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
     EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
 }
 
-// A label-oriented output comes back without the unit's label table: the
-// service sends the table and each label's latest data again.
+// The unit comes back without its label table: the service sends it again.
 TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
 {
     ReconnectRig r(false);
@@ -333,10 +312,7 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
     ASSERT_EQ(out->UpdateMessages(&data, 1), 0u);
     std::vector<CKVX_HdwArinc429Message> got;
     auto countOf = [&](uint32_t value) {
-        CKVX_HdwArinc429Message chunk[64];
-        unsigned n = 0;
-        while (in->Read(chunk, 64, n) == 0 && n > 0)
-            got.insert(got.end(), chunk, chunk + n);
+        TakeAll(in, got);
         return std::count_if(got.begin(), got.end(), [&](const auto& w) { return w.Label == 0x31 && w.Data == value; });
     };
     ASSERT_TRUE(WaitUntil([&] { return countOf(0x123) >= 3; }));
@@ -346,11 +322,9 @@ TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
-// A running bus controller (channel 0) and terminal (channel 1) come back by
-// themselves: tables, data given while away and run are written again, the
-// missed transfers counted lost. A schedule of 255 cycles runs only what it
-// had left: of 2-ms cycles it ended while away (about a second); of 20-ms
-// cycles it resumes and stops after 255 in all.
+// Tables, data given while away and run are written again, missed transfers
+// counted lost. A schedule of 255 cycles runs what it had left: of 2-ms
+// cycles it ended while away; of 20-ms cycles it stops after 255 in all.
 TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
 {
     for (const unsigned minorUs : {2000u, 20000u}) {
@@ -396,8 +370,7 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
         ASSERT_GE(access.size(), 10u);
         EXPECT_EQ(access.back().Data, Words{0xA1});
         EXPECT_GT(bc->GetLostCount(), 0u);
-        // Read, counted lost and run after the return: the 255 cycles, the
-        // last one begun again whole.
+        // The 255 cycles, the last one begun again whole.
         seen += got.size();
         ASSERT_TRUE(r.WaitFor([&] {
             seen += ReadTransfers(bc, 100000, 0).size();
@@ -409,14 +382,12 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     }
 }
 
-// The discrete and I2C/SPI units after an unplug: the output bank drives
-// what the application last wrote (not its InitialState), the inputs report
-// with a fresh sequence base (no false loss); an I2C transfer on the unit at
-// the loss ends with 14, the masters are configured again and run.
+// The output bank drives what was last written (not InitialState), the
+// inputs count no false loss; an I2C transfer on the unit at the loss ends
+// with 14, the masters are configured again.
 TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
 {
-    // Idle for several probe periods (the probe is a command these units
-    // take), and the unit is not lost.
+    // Idle for several probes (commands these units take), and not lost.
     const auto idleProbes = [](ReconnectRig& r) {
         const auto probes = [&] {
             const auto& byCode = r.Rig.Sim.GetCounters().CommandsByCode;

@@ -7,8 +7,7 @@ using namespace unit_test;
 namespace {
 
 // Probes the emulator playing `played` with the driver of `driver`, up to
-// `attempts` times (the probe's fixed 200 ms can be missed on a loaded
-// machine); `counters` gets what the unit saw.
+// `attempts` times (a loaded machine can miss the probe's fixed 200 ms).
 unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Counters* counters = nullptr)
 {
     unsigned rc = 99;
@@ -25,7 +24,6 @@ unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Cou
     return rc;
 }
 
-// A link whose probe fails becomes no instance: links/posix/bridged_device_test.
 TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnlyAndLeavesOthersUntouched)
 {
     // Mirrow and Quillan share their USB identity, not their probe answer; a
@@ -48,8 +46,6 @@ TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnlyAndLeavesOthersUntouched)
         EXPECT_EQ(c.SessionOpens, 0u);
     }
 }
-
-// ---- keys -----------------------------------------------------------------------
 
 TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder)
 {
@@ -74,9 +70,8 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     }
     ASSERT_FALSE(key.IsEmpty());
 
-    // Second run: the other order. The key names the second unit's
-    // transmitter 5, now absolute number 5, and words sent through it come
-    // out of the second emulator.
+    // Second run, the other order: the key finds the second unit's
+    // transmitter 5, now absolute number 5.
     UnitRig rig(UnitNamed("arvane"), false);
     ASSERT_EQ(rig.Manager.AttachDevice(rig.Device.get()), 0u);
     CKVX_HdwManager::CInitPortDesc links[2] = {{6, second.PtyPath()}, {6, first.PtyPath()}};
@@ -89,7 +84,6 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     ASSERT_EQ(rig.Manager.Run(), 0u);
     ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{5, 10}}, &second));
     EXPECT_EQ(first.GetCounters().A429Transmitted[5], 0u);
-    rig.Manager.Stop();
 }
 
 } // namespace

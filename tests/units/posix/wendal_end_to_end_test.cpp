@@ -31,31 +31,13 @@ CKVX_HdwSpiTransfer Spi(const Bytes& out, uint8_t chipSelect = CKVX_HdwSpiTransf
     return t;
 }
 
-class WendalRig : public UnitRig {
-public:
-    WendalRig() : UnitRig(UnitNamed("wendal"), false) {}
-
-    I2cMaster* OpenI2c(unsigned ch, CKVX_HdwI2cPort::CParameters p = {})
-    {
-        auto* s = Enable<I2cMaster>(HDW_PORT_I2C, ch, HDW_SERVICE_I2C_MASTER);
-        EXPECT_EQ(Open(HDW_PORT_I2C, ch, p), 0u);
-        return s;
-    }
-    SpiMaster* OpenSpi(unsigned ch, CKVX_HdwSpiPort::CParameters p = {})
-    {
-        auto* s = Enable<SpiMaster>(HDW_PORT_SPI, ch, HDW_SERVICE_SPI_MASTER);
-        EXPECT_EQ(Open(HDW_PORT_SPI, ch, p), 0u);
-        return s;
-    }
-};
-
 } // namespace
 
 TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
 {
-    WendalRig rig;
+    UnitRig rig(UnitNamed("wendal"), false);
     rig.Start();
-    I2cMaster* m = rig.OpenI2c(0);
+    I2cMaster* m = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER);
     ASSERT_NE(m, nullptr);
     // Word address 0x20, then five bytes.
     CKVX_HdwI2cTransfer w = I2c(0x50, {0x20, 1, 2, 3, 4, 5});
@@ -73,7 +55,7 @@ TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
     EXPECT_EQ(ten.Read.Items(), (Bytes{1, 2}));
 
     // The other master has its own EEPROM, still erased.
-    I2cMaster* other = rig.OpenI2c(1);
+    I2cMaster* other = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 1, HDW_SERVICE_I2C_MASTER);
     CKVX_HdwI2cTransfer fresh = I2c(0x50, {0x20}, 2);
     ASSERT_EQ(other->Transfer(fresh, kWaitMs), 0u);
     EXPECT_EQ(fresh.Read.Items(), (Bytes{0xFF, 0xFF}));
@@ -81,9 +63,9 @@ TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
 
 TEST(Wendal, MissingAcknowledgeAndBusFaults)
 {
-    WendalRig rig;
+    UnitRig rig(UnitNamed("wendal"), false);
     rig.Start();
-    I2cMaster* m = rig.OpenI2c(0);
+    I2cMaster* m = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER);
     ASSERT_NE(m, nullptr);
     const struct {
         const char* name;
@@ -110,7 +92,7 @@ TEST(Wendal, MissingAcknowledgeAndBusFaults)
         EXPECT_TRUE(t.Read.IsEmpty() || r.result == 0) << r.name;
     }
     // Arbitration lost on the other master.
-    I2cMaster* other = rig.OpenI2c(1);
+    I2cMaster* other = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 1, HDW_SERVICE_I2C_MASTER);
     rig.Sim.LoseI2cArbitration(1);
     CKVX_HdwI2cTransfer lost = I2c(0x50, {0});
     EXPECT_EQ(other->Transfer(lost, kWaitMs), 34u);
@@ -123,7 +105,7 @@ TEST(Wendal, MissingAcknowledgeAndBusFaults)
 
 TEST(Wendal, SpiLoopbackInEveryModeAndTheMemory)
 {
-    WendalRig rig;
+    UnitRig rig(UnitNamed("wendal"), false);
     rig.Start();
     SpiMaster* s = rig.Enable<SpiMaster>(HDW_PORT_SPI, 0, HDW_SERVICE_SPI_MASTER);
     ASSERT_NE(s, nullptr);
@@ -149,7 +131,7 @@ TEST(Wendal, SpiLoopbackInEveryModeAndTheMemory)
             }
 
     // The memory on chip select 1 keeps what was written.
-    SpiMaster* mem = rig.OpenSpi(1);
+    SpiMaster* mem = rig.OpenWith<SpiMaster>(HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER);
     CKVX_HdwSpiTransfer write = Spi({0x02, 0x01, 0x00, 0xDE, 0xAD}, 1);
     ASSERT_EQ(mem->Transfer(write, kWaitMs), 0u);
     CKVX_HdwSpiTransfer read = Spi({0x03, 0x01, 0x00, 0, 0}, 1);
