@@ -117,73 +117,38 @@ TEST(HaldenReopen, EveryFaultThenCloseAndFirstOpenCarriesWordsInOrder)
     ethernet.join();
 }
 
-class HaldenReceiverOnUnit : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        rig = std::make_unique<UnitRig>(UnitNamed("halden"), false);
-        ASSERT_NO_FATAL_FAILURE(rig->Start());
-    }
-    hdwsim::UnitEngine::A429RxState Receiver() { return rig->Sim.A429Receiver(kCh); }
-    static bool Passes(const hdwsim::UnitEngine::A429RxState& r, unsigned label)
-    {
-        return (r.Filter[label >> 3] >> (label & 7)) & 1;
-    }
-    unsigned RxConfigs() { return unsigned(rig->Sim.GetCounters().CommandsByCode[rig->Unit.ArxConfigBase + kCh]); }
+// Filter changes and DiscardMessage reach the unit's label table and leave a
+// receiver that DisableRx switched off as it is; what the last close queued
+// reaches the unit before the session ends.
+TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWhatItQueued)
+{
+    UnitRig rig(UnitNamed("halden"), false);
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    const auto receiver = [&] { return rig.Sim.A429Receiver(kCh); };
+    const auto passes = [](const auto& r, unsigned label) { return ((r.Filter[label >> 3] >> (label & 7)) & 1) != 0; };
     // Runs `change`, then waits for the unit to take the receiver's configuration.
-    template <class F>
-    void Reconfigure(F&& change)
-    {
-        const unsigned before = RxConfigs();
+    const auto reconfigure = [&](const std::function<unsigned()>& change) {
+        const auto configs = [&] { return rig.Sim.GetCounters().CommandsByCode[rig.Unit.ArxConfigBase + kCh]; };
+        const uint64_t before = configs();
         ASSERT_EQ(change(), 0u);
-        ASSERT_TRUE(WaitUntil([&] { return RxConfigs() > before; }));
-    }
-    std::unique_ptr<UnitRig> rig;
-};
-
-TEST_F(HaldenReceiverOnUnit, LastCloseSendsChannelOffAndLabelResetBeforeTheSessionCloses)
-{
-    auto* in = rig->Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_ARINC429_IN_BUFFER);
-    auto* lblo = rig->Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, kCh, HDW_SERVICE_ARINC429_LABEL_OUT);
+        ASSERT_TRUE(WaitUntil([&] { return configs() > before; }));
+    };
+    auto* in = rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_ARINC429_IN_BUFFER);
+    auto* lblo =
+        rig.OpenWith<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, kCh, HDW_SERVICE_ARINC429_LABEL_OUT);
     ASSERT_TRUE(in && lblo);
-    ASSERT_EQ(rig->Open(HDW_PORT_ARINC429_RX, kCh), 0u);
-    ASSERT_EQ(rig->Open(HDW_PORT_ARINC429_TX, kCh), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return Receiver().Enabled; }));
-    const hdwsim::Counters before = rig->Sim.GetCounters();
-
-    ASSERT_EQ(rig->Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
-    ASSERT_EQ(rig->Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return rig->Sim.GetCounters().SessionCloses > before.SessionCloses; }));
-    EXPECT_FALSE(Receiver().Enabled);
-    const hdwsim::Counters after = rig->Sim.GetCounters();
-    EXPECT_EQ(after.A429LabelResets[kCh], before.A429LabelResets[kCh] + 1);
-    EXPECT_EQ(after.SessionCloses, before.SessionCloses + 1);
-    // In that order: receiver off, transmitter off, label reset, session close.
-    const std::vector<uint8_t> log = rig->Sim.RecentCommandCodes();
-    const std::vector<uint8_t> expected = {
-        uint8_t(rig->Unit.ArxConfigBase + kCh), uint8_t(rig->Unit.AtxConfigBase + kCh), 18, 1};
-    ASSERT_GE(log.size(), expected.size());
-    std::vector<uint8_t> tail(log.end() - expected.size(), log.end());
-    EXPECT_EQ(tail, expected);
-}
-
-TEST_F(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndKeepTheChannelOnOrOff)
-{
-    auto* in = rig->Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_ARINC429_IN_BUFFER);
-    ASSERT_TRUE(in);
-    ASSERT_EQ(rig->Open(HDW_PORT_ARINC429_RX, kCh), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return Receiver().Enabled && Passes(Receiver(), 0x31); }));
+    ASSERT_TRUE(WaitUntil([&] { return receiver().Enabled && passes(receiver(), 0x31); }));
 
     // DiscardMessage on a running channel: the unit drops the label itself.
-    ASSERT_NO_FATAL_FAILURE(Reconfigure([&] { return in->DiscardMessage(0x31); }));
-    EXPECT_FALSE(Passes(Receiver(), 0x31));
-    EXPECT_TRUE(Passes(Receiver(), 0x32));
-    EXPECT_TRUE(Receiver().Enabled);
+    ASSERT_NO_FATAL_FAILURE(reconfigure([&] { return in->DiscardMessage(0x31); }));
+    EXPECT_FALSE(passes(receiver(), 0x31));
+    EXPECT_TRUE(passes(receiver(), 0x32));
+    EXPECT_TRUE(receiver().Enabled);
 
     // Filter changes on a receiver switched off: the table follows, the
     // channel stays off until EnableRx.
-    ASSERT_NO_FATAL_FAILURE(Reconfigure([&] { return in->DisableRx(); }));
-    EXPECT_FALSE(Receiver().Enabled);
+    ASSERT_NO_FATAL_FAILURE(reconfigure([&] { return in->DisableRx(); }));
+    EXPECT_FALSE(receiver().Enabled);
     struct Change {
         const char* Name;
         std::function<unsigned()> Run;
@@ -197,18 +162,33 @@ TEST_F(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndKeepTheChannelOnO
     };
     for (const Change& c : changes) {
         SCOPED_TRACE(c.Name);
-        ASSERT_NO_FATAL_FAILURE(Reconfigure(c.Run));
-        const auto r = Receiver();
+        ASSERT_NO_FATAL_FAILURE(reconfigure(c.Run));
+        const auto r = receiver();
         EXPECT_FALSE(r.Enabled);
-        EXPECT_EQ(Passes(r, 0x31), c.Pass[0]);
-        EXPECT_EQ(Passes(r, 0x32), c.Pass[1]);
-        EXPECT_EQ(Passes(r, 0x33), c.Pass[2]);
+        EXPECT_EQ(passes(r, 0x31), c.Pass[0]);
+        EXPECT_EQ(passes(r, 0x32), c.Pass[1]);
+        EXPECT_EQ(passes(r, 0x33), c.Pass[2]);
     }
-    ASSERT_NO_FATAL_FAILURE(Reconfigure([&] { return in->EnableRx(); }));
-    EXPECT_TRUE(Receiver().Enabled);
-    ASSERT_NO_FATAL_FAILURE(Reconfigure([&] { return in->DiscardMessage(0x33); }));
-    EXPECT_TRUE(Receiver().Enabled);
-    EXPECT_FALSE(Passes(Receiver(), 0x33));
+    ASSERT_NO_FATAL_FAILURE(reconfigure([&] { return in->EnableRx(); }));
+    EXPECT_TRUE(receiver().Enabled);
+    ASSERT_NO_FATAL_FAILURE(reconfigure([&] { return in->DiscardMessage(0x33); }));
+    EXPECT_TRUE(receiver().Enabled);
+    EXPECT_FALSE(passes(receiver(), 0x33));
+
+    const hdwsim::Counters before = rig.Sim.GetCounters();
+    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_RX, kCh)->Close(), 0u);
+    ASSERT_EQ(rig.Port(HDW_PORT_ARINC429_TX, kCh)->Close(), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().SessionCloses > before.SessionCloses; }));
+    EXPECT_FALSE(receiver().Enabled);
+    const hdwsim::Counters after = rig.Sim.GetCounters();
+    EXPECT_EQ(after.A429LabelResets[kCh], before.A429LabelResets[kCh] + 1);
+    EXPECT_EQ(after.SessionCloses, before.SessionCloses + 1);
+    // In that order: receiver off, transmitter off, label reset, session close.
+    const std::vector<uint8_t> log = rig.Sim.RecentCommandCodes();
+    const std::vector<uint8_t> expected = {
+        uint8_t(rig.Unit.ArxConfigBase + kCh), uint8_t(rig.Unit.AtxConfigBase + kCh), 18, 1};
+    ASSERT_GE(log.size(), expected.size());
+    EXPECT_EQ(std::vector<uint8_t>(log.end() - expected.size(), log.end()), expected);
 }
 
 // The application starts over on the unit's new link.
