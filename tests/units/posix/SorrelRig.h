@@ -1,17 +1,8 @@
 #pragma once
 // An emulated Sorrel on 127.0.0.1 and an application reaching its six UARTs.
-#include <HdwLib/HdwLib.h>
-#include <hdwsim/Emulator.h>
+#include "UnitRig.h"
 
-#include <gtest/gtest.h>
-
-#include "support/Wait.h"
-
-#include <algorithm>
-#include <cstdint>
 #include <random>
-#include <string>
-#include <vector>
 
 namespace sorrel_test {
 
@@ -57,7 +48,7 @@ inline CKVX_HdwUartPort::CParameters Line(uint32_t baudRate)
     return p;
 }
 
-class SorrelRig {
+class SorrelRig : public halden_test::UnitRig {
 public:
     struct Uart {
         CKVX_HdwPort* Port = nullptr;
@@ -66,29 +57,14 @@ public:
         std::vector<uint8_t> Got;
     };
 
-    explicit SorrelRig(unsigned paceFactor = 1) : Sim(*hdwsim::FindUnitModel("sorrel"), SimOptions(paceFactor)) {}
+    explicit SorrelRig(unsigned paceFactor = 1) : UnitRig(halden_test::UnitNamed("sorrel"), SimOptions(paceFactor)) {}
     ~SorrelRig()
     {
         for (unsigned i = 0; i < Manager.GetPortCount(HDW_PORT_UART); ++i)
             if (CKVX_HdwPort* p = Manager.GetPort(HDW_PORT_UART, i))
                 p->Close();
-        Manager.Stop();
     }
-
-    void Start()
-    {
-        std::string error;
-        ASSERT_TRUE(Sim.Start(&error)) << error;
-        ASSERT_EQ(Manager.AttachDevice(&Device), 0u);
-        CKVX_HdwManager::CParameters mp;
-        ASSERT_EQ(Manager.GetParameters(mp), 0u);
-        mp.Reconnect = Reconnect;
-        ASSERT_EQ(Manager.SetParameters(mp), 0u);
-        CKVX_HdwManager::CInitPortDesc link(9, "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()));
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-        ASSERT_EQ(link.Result, 0u);
-        ASSERT_EQ(Manager.Run(), 0u);
-    }
+    CKVX_HdwKvxSorrelDevice& Sorrel() { return static_cast<CKVX_HdwKvxSorrelDevice&>(*Device); }
 
     // Enables both byte services of UART `num`.
     void Enable(unsigned num)
@@ -109,13 +85,13 @@ public:
 
     unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
 
-    // Starts and opens the wired pair `first`, `first` + 1 with their services.
-    void StartPair(unsigned first, uint32_t rate, uint32_t peerRate)
+    // Starts and opens the wired UARTs 0 and 1 with their services.
+    void StartPair(uint32_t rate)
     {
         ASSERT_NO_FATAL_FAILURE(Start());
-        for (unsigned n : {first, first + 1}) {
+        for (unsigned n : {0, 1}) {
             ASSERT_NO_FATAL_FAILURE(Enable(n));
-            ASSERT_EQ(Open(n, Line(n == first ? rate : peerRate)), 0u) << "UART " << n;
+            ASSERT_EQ(Open(n, Line(rate)), 0u) << "UART " << n;
         }
     }
 
@@ -144,10 +120,6 @@ public:
             timeoutMs);
     }
 
-    bool Reconnect = false; // the manager's reconnect, set before Start
-    hdwsim::Emulator Sim;
-    CKVX_HdwKvxSorrelDevice Device; // outlives the manager, which does not own it
-    CKVX_HdwManager Manager;
     Uart Uarts[6];
 };
 

@@ -80,7 +80,7 @@ inline std::vector<UnitCase> AllUnits()
 }
 
 // A unit of the table, or one without ARINC 429 and CAN (the discrete Travin,
-// the I2C/SPI Wendal), which the table's tests leave out.
+// the I2C/SPI Wendal, the UART Sorrel), which the table's tests leave out.
 inline UnitCase UnitNamed(const std::string& name)
 {
     for (const UnitCase& u : AllUnits())
@@ -90,6 +90,8 @@ inline UnitCase UnitNamed(const std::string& name)
         return {"travin", 5, Create<CKVX_HdwKvxTravinDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     if (name == "wendal")
         return {"wendal", 7, Create<CKVX_HdwKvxWendalDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
+    if (name == "sorrel")
+        return {"sorrel", 9, Create<CKVX_HdwKvxSorrelDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     ADD_FAILURE() << "no unit " << name;
     return AllUnits().front();
 }
@@ -114,7 +116,7 @@ public:
           Unit(unit),
           m_Udp(o.Udp)
     {
-        SetEchoTimeout(kEchoTimeoutMs);
+        WithCommandDevice(Device.get(), [](auto& d) { d.SetEchoTimeout(kEchoTimeoutMs); });
     }
     ~UnitRig() { Manager.Stop(); }
 

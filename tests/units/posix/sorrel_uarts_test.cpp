@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(Rates, SorrelRoundTrip,
 TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
 {
     SorrelRig rig(1);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 230400, 230400));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(230400));
     rig.Sim.SetUdpDropFraction(0.05);
     rig.Sim.DropHostPackets(3);
     const size_t bytes = 64 * 1024;
@@ -139,7 +139,7 @@ TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
 TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
 {
     SorrelRig rig(1);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
     // Old bytes are 0x00, new ones 0xFF: none of the old may follow a new one.
     std::vector<uint8_t> old(40000, 0x00), fresh(3000, 0xFF);
     ASSERT_EQ(rig.Uarts[0].Out->Write(old.data(), unsigned(old.size()), 0), 0u);
@@ -164,7 +164,7 @@ TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
 TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
 {
     SorrelRig rig(512);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
     rig.Sim.SetUdpDropFraction(0.2);
     const auto bytes = Pattern(256 * 1024, 5);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), unsigned(bytes.size()), 0), 0u);
@@ -186,7 +186,7 @@ TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
 TEST(SorrelUnit, AnUnpluggedUnitFailsTheServicesAndReportsTheLinkTimeoutOnce)
 {
     SorrelRig rig(8);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 921600, 921600));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(921600));
     const auto bytes = Pattern(5000, 7);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), 5000, 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, bytes.size(), 20000));
@@ -218,13 +218,13 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
 {
     SorrelRig rig;
     rig.Reconnect = true;
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
     const auto bytes = Pattern(60000, 11);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), unsigned(bytes.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 2000, 20000));
     auto status = [&] {
         CKVX_HdwKvxUnitLinkStatus s;
-        EXPECT_EQ(rig.Device.GetUnitLinkStatus(0, s), 0u);
+        EXPECT_EQ(rig.Sorrel().GetUnitLinkStatus(0, s), 0u);
         return s;
     };
     rig.Sim.Unplug();
