@@ -28,22 +28,13 @@ std::vector<uint8_t> Pattern(size_t n, unsigned seed)
     return b;
 }
 
+// The unit started, the stream services of its pair (label 0xC5, SDI 2)
+// open at 100 kbit/s.
 class Arinc429Bytes : public ::testing::TestWithParam<StreamCase> {
 protected:
-    struct Stream {
-        ByteIn* In = nullptr;
-        ByteOut* Out = nullptr;
-    };
-
-    void StartRig()
+    void SetUp() override
     {
-        rig = std::make_unique<UnitRig>(UnitNamed(GetParam().Sim), false);
-        rig->Start();
-    }
-
-    // The stream services of pair `ch` (label 0xC5, SDI 2), both ports at 100 kbit/s.
-    Stream OpenStream(unsigned ch)
-    {
+        ASSERT_NO_FATAL_FAILURE(rig.Start());
         CKVX_HdwArinc429ByteInBufferService::CParameters pi;
         CKVX_HdwArinc429ByteOutBufferService::CParameters po;
         pi.Label = po.Label = 0xC5;
@@ -52,68 +43,57 @@ protected:
         CKVX_HdwArinc429RxPort::CParameters rp;
         CKVX_HdwArinc429TxPort::CParameters tp;
         rp.BaudRate = tp.BaudRate = 100000;
-        return {rig->OpenWith<ByteIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_BYTE_IN_BUFFER, rp, &pi),
-            rig->OpenWith<ByteOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_BYTE_OUT_BUFFER, tp, &po)};
+        In = rig.OpenWith<ByteIn>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_BYTE_IN_BUFFER, rp, &pi);
+        Out = rig.OpenWith<ByteOut>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_BYTE_OUT_BUFFER, tp, &po);
+        ASSERT_TRUE(In && Out);
     }
 
-    // Every byte arrived in order, none lost, repeated or rejected, the
-    // output empty, the unit's FIFO never overflowed.
-    void ExpectClean(const Stream& s, unsigned ch, const std::vector<uint8_t>& sent, unsigned timeoutMs)
-    {
-        const auto got = ReadAll<uint8_t>(s.In, sent.size(), timeoutMs);
-        ASSERT_EQ(got.size(), sent.size()) << "channel " << ch;
-        EXPECT_TRUE(got == sent) << "channel " << ch;
-        EXPECT_EQ(s.In->GetLostWords(), 0u);
-        EXPECT_EQ(s.In->GetRepeatedWords(), 0u);
-        EXPECT_EQ(s.In->GetRejectedWords(), 0u);
-        EXPECT_EQ(s.In->GetDroppedBytes(), 0u);
-        EXPECT_TRUE(WaitUntil([&] { return Idle(s.Out); }));
-        const hdwsim::Counters c = rig->Sim.GetCounters();
-        EXPECT_EQ(c.A429Received[ch], (sent.size() + 1) / 2);
-        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
-        EXPECT_LE(c.A429FifoPeak[ch], 512u);
-    }
-
-    std::unique_ptr<UnitRig> rig;
+    UnitRig rig{UnitNamed(GetParam().Sim), false};
+    const unsigned ch = GetParam().First;
+    ByteIn* In = nullptr;
+    ByteOut* Out = nullptr;
 };
 
 TEST_P(Arinc429Bytes, HundredKilobytesCrossUnpacedUnchanged)
 {
-    StartRig();
-    const unsigned ch = GetParam().First;
-    const Stream s = OpenStream(ch);
-    ASSERT_TRUE(s.In && s.Out);
     // The stream runs alone on its pair (beside signals), its label only let through.
     CKVX_HdwService* other = nullptr;
-    EXPECT_EQ(rig->Port(HDW_PORT_ARINC429_RX, ch)->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &other, nullptr), 10u);
-    EXPECT_EQ(
-        rig->Port(HDW_PORT_ARINC429_TX, ch)->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &other, nullptr), 10u);
-    const auto rx = rig->Sim.A429Receiver(ch);
+    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_RX, ch)->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &other, nullptr), 10u);
+    EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, ch)->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &other, nullptr), 10u);
+    const auto rx = rig.Sim.A429Receiver(ch);
     EXPECT_TRUE(rx.Enabled);
     for (unsigned label = 0; label < 256; ++label)
         EXPECT_EQ((rx.Filter[label >> 3] >> (label & 7)) & 1, label == 0xC5 ? 1 : 0) << label;
 
     const auto sent = Pattern(100 * 1024 + 1, ch); // an odd length: the last word carries one byte
-    ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(sent.data()), 60000, 0), 0u);
-    ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(sent.data()) + 60000, unsigned(sent.size() - 60000), 0), 0u);
-    ExpectClean(s, ch, sent, 120000);
+    ASSERT_EQ(Out->Write(const_cast<uint8_t*>(sent.data()), 60000, 0), 0u);
+    ASSERT_EQ(Out->Write(const_cast<uint8_t*>(sent.data()) + 60000, unsigned(sent.size() - 60000), 0), 0u);
+    // In order, none lost, repeated or rejected, the FIFO never overflowed.
+    const auto got = ReadAll<uint8_t>(In, sent.size(), 120000);
+    ASSERT_EQ(got.size(), sent.size());
+    EXPECT_TRUE(got == sent);
+    EXPECT_EQ(In->GetLostWords(), 0u);
+    EXPECT_EQ(In->GetRepeatedWords(), 0u);
+    EXPECT_EQ(In->GetRejectedWords(), 0u);
+    EXPECT_EQ(In->GetDroppedBytes(), 0u);
+    EXPECT_TRUE(WaitUntil([&] { return Idle(Out); }));
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    EXPECT_EQ(c.A429Received[ch], (sent.size() + 1) / 2);
+    EXPECT_EQ(c.A429FifoDropped[ch], 0u);
+    EXPECT_LE(c.A429FifoPeak[ch], 512u);
 }
 
 TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
 {
-    StartRig();
-    const unsigned ch = GetParam().First;
-    const Stream s = OpenStream(ch);
-    ASSERT_TRUE(s.In && s.Out);
     const auto first = Pattern(200, 3);
-    ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(first.data()), 200, 0), 0u);
+    ASSERT_EQ(Out->Write(const_cast<uint8_t*>(first.data()), 200, 0), 0u);
     unsigned pending = 1;
-    ASSERT_TRUE(WaitUntil([&] { return s.In->GetReadBufferBytes(pending) == 0 && pending == 200; }, 20000));
+    ASSERT_TRUE(WaitUntil([&] { return In->GetReadBufferBytes(pending) == 0 && pending == 200; }, 20000));
     // Each byte carries the unit's time of its word: rising, the same for both.
     std::vector<uint8_t> got(200);
     std::vector<uint64_t> times(200);
     unsigned n = 0;
-    ASSERT_EQ(s.In->ReadTimed(got.data(), times.data(), 200, n), 0u);
+    ASSERT_EQ(In->ReadTimed(got.data(), times.data(), 200, n), 0u);
     ASSERT_EQ(n, 200u);
     EXPECT_EQ(got, first);
     for (unsigned i = 0; i < 200; i += 2) {
@@ -125,17 +105,17 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     }
 
     // The next word is lost on the wire, the one after it has a bad parity.
-    ASSERT_TRUE(rig->Sim.LoseNextA429Words(ch, 1));
-    rig->Sim.FlipNextA429Parity(1);
+    ASSERT_TRUE(rig.Sim.LoseNextA429Words(ch, 1));
+    rig.Sim.FlipNextA429Parity(1);
     const auto second = Pattern(201, 4);
-    ASSERT_EQ(s.Out->Write(const_cast<uint8_t*>(second.data()), 201, 0), 0u);
+    ASSERT_EQ(Out->Write(const_cast<uint8_t*>(second.data()), 201, 0), 0u);
     const std::vector<uint8_t> expected(second.begin() + 4, second.end());
-    EXPECT_EQ(ReadAll<uint8_t>(s.In, expected.size(), 20000), expected);
-    EXPECT_EQ(s.In->GetLostWords(), 2u);
-    EXPECT_EQ(s.In->GetRejectedWords(), 1u);
-    EXPECT_EQ(s.In->GetRepeatedWords(), 0u);
-    EXPECT_EQ(rig->Sim.GetCounters().A429WireLost[ch], 1u);
-    EXPECT_TRUE(WaitUntil([&] { return Idle(s.Out); }));
+    EXPECT_EQ(ReadAll<uint8_t>(In, expected.size(), 20000), expected);
+    EXPECT_EQ(In->GetLostWords(), 2u);
+    EXPECT_EQ(In->GetRejectedWords(), 1u);
+    EXPECT_EQ(In->GetRepeatedWords(), 0u);
+    EXPECT_EQ(rig.Sim.GetCounters().A429WireLost[ch], 1u);
+    EXPECT_TRUE(WaitUntil([&] { return Idle(Out); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, Arinc429Bytes, ::testing::Values(StreamCase{"halden", 0}, StreamCase{"pellor", 9}),

@@ -8,16 +8,13 @@ namespace {
 
 using Fault = hdwsim::MilStd1553Fault;
 
+// The emulator simulates terminal 7.
 class Mil1553 : public ::testing::Test {
 protected:
-    void Start(std::vector<unsigned> terminals = {})
-    {
-        rig = std::make_unique<UnitRig>(UnitNamed("halden"), MilOptions(false, std::move(terminals)));
-        ASSERT_NO_FATAL_FAILURE(rig->Start());
-    }
-    const hdwsim::Counters Counters() { return rig->Sim.GetCounters(); }
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
+    const hdwsim::Counters Counters() { return rig.Sim.GetCounters(); }
 
-    std::unique_ptr<UnitRig> rig;
+    UnitRig rig{UnitNamed("halden"), MilOptions(false, {7})};
 };
 
 // Two minor frames for 40 cycles: every message reaches the terminal or the
@@ -25,11 +22,10 @@ protected:
 // update of the terminal's words while the bus runs is never seen mixed.
 TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 {
-    ASSERT_NO_FATAL_FAILURE(Start());
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};
     const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
-    Rt* rt = OpenRt(*rig, &t);
-    Bc* bc = RunSchedule(*rig,
+    Rt* rt = OpenRt(rig, &t);
+    Bc* bc = RunSchedule(rig,
         Schedule({BcToRt(5, 1, {0xA1, 0xA2, 0xA3}), RtToBc(5, 2, 4), BcToRt(5, 3, {0xC1})},
             {Minor(2000, {0, 1}), Minor(3000, {1, 2})}, 40));
     ASSERT_TRUE(rt && bc);
@@ -82,14 +78,13 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 // with its words; the controller's signal service signals each one.
 TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
 {
-    ASSERT_NO_FATAL_FAILURE(Start({7}));
     using Signals = CKVX_HdwKvxHaldenDevice::CSignalService;
-    auto* sig = rig->Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
+    auto* sig = rig.Enable<Signals>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_SIGNAL);
     CKVX_HdwMilStd1553RemoteTerminal watch = Terminal(CKVX_HdwMilStd1553RemoteTerminal::NoTerminal);
     watch.Monitor = 1;
     const uint64_t configs = Counters().CommandsByCode[53];
-    Rt* mon = OpenRt(*rig, &watch);
-    Bc* bc = OpenBc(*rig);
+    Rt* mon = OpenRt(rig, &watch);
+    Bc* bc = OpenBc(rig);
     ASSERT_TRUE(sig && mon && bc);
     // The monitor watches once the unit took its configuration.
     EXPECT_TRUE(WaitUntil([&] { return Counters().CommandsByCode[53] > configs; }));
@@ -123,11 +118,10 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
 // retry on the other bus gets through when bus A is faulted.
 TEST_F(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
 {
-    ASSERT_NO_FATAL_FAILURE(Start({7}));
-    ASSERT_TRUE(rig->Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));
+    ASSERT_TRUE(rig.Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));
     Msg retry = RtToBc(7, 1, 2);
     retry.Retry = Msg::RetryOtherBus;
-    Bc* bc = RunSchedule(*rig, Schedule({RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry}, {Minor(5000, {0, 1, 2})}, 5));
+    Bc* bc = RunSchedule(rig, Schedule({RtToBc(9, 1, 2), RtToBc(7, 1, 2), retry}, {Minor(5000, {0, 1, 2})}, 5));
     ASSERT_NE(bc, nullptr);
     const std::vector<Msg> got = ReadTransfers(bc, 15);
     ASSERT_EQ(got.size(), 15u);
@@ -156,8 +150,7 @@ TEST_F(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
 // never back and forth; a second change waits for the first.
 TEST_F(Mil1553, MajorFrameChangesWhileRunningAndStops)
 {
-    ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = OpenBc(*rig);
+    Bc* bc = OpenBc(rig);
     ASSERT_NE(bc, nullptr);
     const CKVX_HdwMilStd1553BusController c = Schedule({RtToBc(7, 1, 1), RtToBc(7, 1, 2)}, {Minor(1000, {0, 1})});
     ASSERT_EQ(bc->ChangeMajorFrame(c.MajorFrame), 10u); // not running
@@ -210,8 +203,7 @@ TEST_F(Mil1553, MajorFrameChangesWhileRunningAndStops)
 // its list timed out, and the next list runs.
 TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
 {
-    ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = OpenBc(*rig);
+    Bc* bc = OpenBc(rig);
     ASSERT_NE(bc, nullptr);
     uint64_t configs = Counters().CommandsByCode[52];
     for (uint16_t i = 0; i < 40; ++i)
@@ -257,9 +249,8 @@ TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
 // own accesses; an illegal subaddress is answered with message error.
 TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
 {
-    ASSERT_NO_FATAL_FAILURE(Start());
-    Rt* rt = halden_test::OpenRt(*rig, nullptr);
-    Bc* bc = OpenBc(*rig);
+    Rt* rt = halden_test::OpenRt(rig, nullptr);
+    Bc* bc = OpenBc(rig);
     ASSERT_TRUE(rt && bc);
     CKVX_HdwMilStd1553RemoteTerminal t = Terminal(6);
     t.Monitor = 1;
@@ -302,8 +293,7 @@ TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
 // none follows. After a re-open nothing runs until LoadConfiguration.
 TEST_F(Mil1553, StopInTheMiddleOfAMajorFrame)
 {
-    ASSERT_NO_FATAL_FAILURE(Start({7}));
-    Bc* bc = RunSchedule(*rig, Schedule({RtToBc(7, 1, 2)}, std::vector(64, Minor(100000, {0}))));
+    Bc* bc = RunSchedule(rig, Schedule({RtToBc(7, 1, 2)}, std::vector(64, Minor(100000, {0}))));
     ASSERT_NE(bc, nullptr);
     std::vector<Msg> got = ReadTransfers(bc, 2);
     ASSERT_GE(got.size(), 2u);
@@ -316,9 +306,9 @@ TEST_F(Mil1553, StopInTheMiddleOfAMajorFrame)
     EXPECT_LT(total, 64u);
     EXPECT_EQ(Counters().Mil1553Transfers[0], total);
 
-    ASSERT_EQ(rig->Port(HDW_PORT_MILSTD1553, 0)->Close(), 0u);
+    ASSERT_EQ(rig.Port(HDW_PORT_MILSTD1553, 0)->Close(), 0u);
     EXPECT_EQ(bc->Read(rest, 10, n), 29u);
-    ASSERT_EQ(rig->Open(HDW_PORT_MILSTD1553, 0), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
     EXPECT_EQ(bc->RunBc(), 10u);
     ASSERT_EQ(bc->LoadConfiguration(), 0u);
     ASSERT_EQ(bc->RunBc(), 0u);
