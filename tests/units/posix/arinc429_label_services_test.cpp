@@ -34,9 +34,7 @@ struct LabelLoop {
 
 } // namespace
 
-// Two labels come round at their own periods; DisableTx, EnableTx and
-// ResetTx switch them. A label on transmitter 1 is the clock that shows none
-// came on 0.
+// A label on transmitter 1 is the clock that shows none came on 0.
 TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
 {
     UnitRig rig(UnitNamed("halden"), false);
@@ -101,9 +99,7 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     }));
 }
 
-// Pellor's label-oriented input (on a channel above 7): the latest word per
-// label and SDI, receive counts, and the unit's filter set from what the
-// service accepts.
+// On a channel above 7; the unit's filter is set from what the service accepts.
 TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
 {
     UnitRig rig(UnitNamed("pellor"), false);
@@ -193,8 +189,7 @@ uint64_t DueAll(const std::vector<Def>& defs, uint64_t ms)
     return n;
 }
 
-// A generator on transmitter `ch`, an input buffer on the wired receiver,
-// both at 100 kbit/s, and the unit clock frozen at a value the test steps.
+// A generator and an input buffer on pair `ch`, the unit clock frozen.
 struct GenLoop {
     GenLoop(UnitRig& rig, unsigned ch) : Clock(ClockOf(rig))
     {
@@ -208,8 +203,7 @@ struct GenLoop {
         Ok = Gen_ && In;
     }
 
-    // Steps the unit clock to `ms` after Start in steps of `stepMs`,
-    // waiting at each step until the generator has produced `due(t)`.
+    // Steps the clock to `ms`, at each step waiting for `due(t)` words.
     template <class F>
     bool StepTo(uint64_t ms, uint64_t stepMs, F&& due)
     {
@@ -231,7 +225,6 @@ struct GenLoop {
             for (unsigned i = 0; i < n; ++i, ++Received)
                 Got[chunk[i].Label].push_back(chunk[i]);
     }
-    // Everything generated has crossed the bus and was read.
     bool Drained()
     {
         return WaitUntil(
@@ -253,8 +246,7 @@ struct GenLoop {
 
 } // namespace
 
-// Over 4 s of the unit clock every label arrives floor(4 s x rate) + 1
-// times (the first at once), in order, with the values of its nominal times.
+// Over 4 s each label comes floor(4 s x rate) + 1 times with its nominal values.
 TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
 {
     const unsigned ch = 0;
@@ -284,9 +276,8 @@ TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
     EXPECT_EQ(c.A429Pushed[ch], loop.Gen_->GetGeneratedCount());
 }
 
-// More than the bus carries (a 12.5 kbit/s bus takes about 347 words a
-// second): the unit's FIFO never takes more than its 512 words, and what the
-// generator could not place is counted, not lost in the unit.
+// More than a 12.5 kbit/s bus carries (347 words a second): what could not
+// be placed is counted, not lost in the unit.
 TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
 {
     UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));
@@ -316,9 +307,7 @@ TEST(DataGeneratorLoad, NeverOverfillsTheUnitFifoAndCountsWhatItSkips)
     EXPECT_EQ(c.A429Transmitted[2], c.A429Pushed[2]);
 }
 
-// Label-oriented output and the generator share a transmitter: the table's
-// label keeps its period beside the generated ones, and its transmit
-// events do not count as the generator's words.
+// Label output beside the generator: its words do not count as generated.
 TEST(DataGeneratorAdmission, RunsBesideLabelOutputAndExcludesTheBuffers)
 {
     UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));

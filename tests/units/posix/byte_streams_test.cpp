@@ -28,8 +28,6 @@ std::vector<uint8_t> Pattern(size_t n, unsigned seed)
     return b;
 }
 
-// The unit started, the stream services of its pair (label 0xC5, SDI 2)
-// open at 100 kbit/s.
 class Arinc429Bytes : public ::testing::TestWithParam<StreamCase> {
 protected:
     void SetUp() override
@@ -126,8 +124,7 @@ using CanByteOut = CKVX_HdwKvxQuillanDevice::CCanByteOutBufferService;
 using FrameIn = CKVX_HdwKvxQuillanDevice::CCanInBufferService;
 using FrameOut = CKVX_HdwKvxQuillanDevice::CCanOutBufferService;
 
-// The Quillan's buses paced at their bit rates, so that its 64-frame transmit
-// FIFO fills as a real one does.
+// Paced buses, so that the 64-frame transmit FIFO fills as a real one does.
 TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
 {
     UnitRig rig(UnitNamed("quillan"), EmulatorOptions(false, true));
@@ -163,8 +160,7 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
     ASSERT_EQ(bytesOut->Write(sent.data() + 1500, 1501, 0), 0u);
 
     EXPECT_TRUE(ReadAll<uint8_t>(bytesIn, sent.size()) == sent); // the timed read: tests/bus can_test
-    // The frame input gets every frame: the other frames in their order, and
-    // the stream's too.
+    // The frame input gets every frame, the stream's too.
     const size_t total = frames.size() + 376;
     const auto all = ReadAll<CKVX_HdwCanMessage>(framesIn, total);
     ASSERT_EQ(all.size(), total);

@@ -47,7 +47,7 @@ protected:
 } // namespace
 
 // Writes show up as input changes, in their order, and as signals.
-TEST_F(TravinRig, WritesShowUpAsInputChangesAndAsReadBackInTheirOrder)
+TEST_F(TravinRig, WritesShowUpAsInputChangesInTheirOrderAndPulsesAfterTheDebounce)
 {
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_DISCRETE_IN, 1, HDW_SERVICE_SIGNAL);
     Bank b = OpenBank(1, 0);
@@ -85,13 +85,27 @@ TEST_F(TravinRig, WritesShowUpAsInputChangesAndAsReadBackInTheirOrder)
     EXPECT_EQ(sig.Value, 0x05u);
     EXPECT_EQ(sig.Aux, 0x05u);
     EXPECT_EQ(sig.Port, rig.Port(HDW_PORT_DISCRETE_IN, 1));
-    // The other banks saw nothing.
-    EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[0], 0u);
+    EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[0], 0u); // the other banks saw nothing
+
+    // After a debounce of 1 ms writes are separate changes and a pulse longer than it shows twice.
+    Bank d = OpenBank(3, 1000);
+    ASSERT_NE(d.In, nullptr);
+    ASSERT_EQ(d.Out->Set(0x05), 0u);
+    ASSERT_EQ(d.Out->Pulse(0x02, 20000), 0u);
+    const auto pulse = ReadAll<Change>(d.In, 3);
+    ASSERT_EQ(pulse.size(), 3u);
+    EXPECT_EQ(pulse[0].Changed, 0x05u);
+    EXPECT_EQ(pulse[1].Changed, 0x02u);
+    EXPECT_EQ(pulse[1].State, 0x07u);
+    EXPECT_EQ(pulse[2].State, 0x05u);
+    EXPECT_GT(pulse[1].TimeStamp, pulse[0].TimeStamp);
+    EXPECT_NEAR(int64_t(pulse[2].TimeStamp - pulse[1].TimeStamp), 20000, 1000);
+    ASSERT_EQ(d.Out->GetCommanded(commanded), 0u);
+    EXPECT_EQ(commanded, 0x05u);
 }
 
-// A burst while the unit's frames are held back: it keeps 1024 changes and
-// drops the rest, which the next change that arrives carries as lost and the
-// library counts.
+// A burst while the unit's frames are held back: it keeps 1024 changes; the
+// next change to arrive carries the rest as lost.
 TEST_F(TravinRig, ChangesBeyondTheUnitsQueueAreCountedAsLost)
 {
     auto* in = rig.OpenWith<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN, InParams(0));
@@ -123,26 +137,6 @@ TEST_F(TravinRig, ChangesBeyondTheUnitsQueueAreCountedAsLost)
     EXPECT_EQ(got.size() + lost, kEdges + 1);
 }
 
-// Writes are separate changes after the debounce; a longer pulse shows twice.
-TEST_F(TravinRig, APulseLongerThanTheDebounceShowsTwice)
-{
-    Bank b = OpenBank(3, 1000);
-    ASSERT_NE(b.In, nullptr);
-    ASSERT_EQ(b.Out->Set(0x05), 0u);
-    ASSERT_EQ(b.Out->Pulse(0x02, 20000), 0u);
-    const auto got = ReadAll<Change>(b.In, 3);
-    ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[0].Changed, 0x05u);
-    EXPECT_EQ(got[1].Changed, 0x02u);
-    EXPECT_EQ(got[1].State, 0x07u);
-    EXPECT_EQ(got[2].State, 0x05u);
-    EXPECT_GT(got[1].TimeStamp, got[0].TimeStamp);
-    EXPECT_NEAR(int64_t(got[2].TimeStamp - got[1].TimeStamp), 20000, 1000);
-    uint32_t commanded = 99;
-    ASSERT_EQ(b.Out->GetCommanded(commanded), 0u);
-    EXPECT_EQ(commanded, 0x05u);
-}
-
 namespace {
 
 using SpiPort = CKVX_HdwKvxWendalDevice::CSpiPort;
@@ -172,13 +166,14 @@ CKVX_HdwSpiTransfer Spi(const Bytes& out, uint8_t chipSelect = CKVX_HdwSpiTransf
 
 } // namespace
 
-TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
+// The EEPROM keeps what was written; missing acknowledges and bus faults.
+TEST(Wendal, I2cEepromWriteThenReadMissingAcknowledgeAndBusFaults)
 {
     UnitRig rig(UnitNamed("wendal"), false);
     rig.Start();
     I2cMaster* m = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER);
-    ASSERT_NE(m, nullptr);
-    // Word address 0x20, then five bytes.
+    I2cMaster* other = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 1, HDW_SERVICE_I2C_MASTER);
+    ASSERT_TRUE(m && other);
     CKVX_HdwI2cTransfer w = I2c(0x50, {0x20, 1, 2, 3, 4, 5});
     ASSERT_EQ(m->Transfer(w, kWaitMs), 0u);
     EXPECT_EQ(w.Acked, 6u);
@@ -194,18 +189,10 @@ TEST(Wendal, EepromWriteThenReadWithRepeatedStart)
     EXPECT_EQ(ten.Read.Items(), (Bytes{1, 2}));
 
     // The other master has its own EEPROM, still erased.
-    I2cMaster* other = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 1, HDW_SERVICE_I2C_MASTER);
     CKVX_HdwI2cTransfer fresh = I2c(0x50, {0x20}, 2);
     ASSERT_EQ(other->Transfer(fresh, kWaitMs), 0u);
     EXPECT_EQ(fresh.Read.Items(), (Bytes{0xFF, 0xFF}));
-}
 
-TEST(Wendal, MissingAcknowledgeAndBusFaults)
-{
-    UnitRig rig(UnitNamed("wendal"), false);
-    rig.Start();
-    I2cMaster* m = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER);
-    ASSERT_NE(m, nullptr);
     const struct {
         const char* name;
         std::function<void()> inject;
@@ -220,18 +207,17 @@ TEST(Wendal, MissingAcknowledgeAndBusFaults)
         {"EEPROM byte 2 refused", [&] { rig.Sim.NackNextI2c(0, 2); }, I2c(0x50, {0, 9, 9, 9}, 4), 33, false, 2, 0},
         {"held bus", [&] { rig.Sim.HoldI2cBus(0, 60000); }, I2c(0x50, {0}), 34, false, 0, 1},
     };
-    for (const auto& r : rows) {
-        r.inject();
-        CKVX_HdwI2cTransfer t = r.t;
-        EXPECT_EQ(m->Transfer(t, kWaitMs), r.result) << r.name;
-        EXPECT_EQ(t.Result, r.result) << r.name;
-        EXPECT_EQ(t.NackOnAddress, r.nackOnAddress) << r.name;
-        EXPECT_EQ(t.Acked, r.acked) << r.name;
-        EXPECT_EQ(t.Fault, r.fault) << r.name;
-        EXPECT_TRUE(t.Read.IsEmpty() || r.result == 0) << r.name;
+    for (const auto& row : rows) {
+        row.inject();
+        CKVX_HdwI2cTransfer t = row.t;
+        EXPECT_EQ(m->Transfer(t, kWaitMs), row.result) << row.name;
+        EXPECT_EQ(t.Result, row.result) << row.name;
+        EXPECT_EQ(t.NackOnAddress, row.nackOnAddress) << row.name;
+        EXPECT_EQ(t.Acked, row.acked) << row.name;
+        EXPECT_EQ(t.Fault, row.fault) << row.name;
+        EXPECT_TRUE(t.Read.IsEmpty() || row.result == 0) << row.name;
     }
     // Arbitration lost on the other master.
-    I2cMaster* other = rig.OpenWith<I2cMaster>(HDW_PORT_I2C, 1, HDW_SERVICE_I2C_MASTER);
     rig.Sim.LoseI2cArbitration(1);
     CKVX_HdwI2cTransfer lost = I2c(0x50, {0});
     EXPECT_EQ(other->Transfer(lost, kWaitMs), 34u);

@@ -234,7 +234,7 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sAndOpeningAnotherPortTriesAtO
 
 // The attempt (1.5 s of handshake) runs on a thread of its own; a port closed
 // during one ends the outage at once.
-TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
+TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTickNorTakesAnotherUnitAtItsAddress)
 {
     ReconnectRig r(true);
     ASSERT_NO_FATAL_FAILURE(r.Start());
@@ -260,33 +260,29 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
         ASSERT_EQ(r.Rig.Open(type, kCh), 0u);
     r.WriteNext(20);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
-}
 
-// Over UDP a unit is its address and serial number.
-TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
-{
-    ReconnectRig r(true);
-    ASSERT_NO_FATAL_FAILURE(r.Start());
+    // Over UDP a unit is its address and serial number: another serial number
+    // at the same address is not taken over; the unit itself back there is.
     hdwsim::Emulator::Options o = EmulatorOptions(true);
     o.UdpPort = r.Rig.Sim.UdpPort();
+    const size_t lost = r.SignalsOf(HDW_SIGNAL_UNIT_LOST), back = r.SignalsOf(HDW_SIGNAL_UNIT_BACK);
     r.Rig.Sim.Stop();
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == lost + 1; }));
+    const uint32_t failed = r.Status().FailedAttempts;
     o.SerialNumber = "OTHER-0001";
     auto other = std::make_unique<hdwsim::Emulator>(*hdwsim::FindUnitModel("halden"), o);
     ASSERT_TRUE(other->Start());
-    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 2; }, 30000));
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= failed + 2; }, 30000));
     EXPECT_TRUE(IsLost(r.Status().State));
-    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), 0u);
+    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), back);
     EXPECT_EQ(other->GetCounters().FramesReceived, 0u) << "commands went to the other unit";
     other->Stop();
-
     o.SerialNumber.clear(); // the model's own, as the first unit
     hdwsim::Emulator same(*hdwsim::FindUnitModel("halden"), o);
     ASSERT_TRUE(same.Start());
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }, 30000));
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == back + 1; }, 30000));
     r.WriteNext(50);
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
 
 // The unit comes back without its label table: the service sends it again.

@@ -16,11 +16,11 @@ void CountLinkTimeouts(const char* text)
 
 using namespace sorrel_test;
 
-// Six UARTs, byte services only; settings the unit cannot run answer 2,
-// send nothing and leave the port closed with its last good settings.
-TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotRun)
+// Settings the unit cannot run send nothing and keep the last good ones.
+// Closing both UARTs of a pair ends the session; a re-opened pair starts clean.
+TEST(SorrelUnit, EnumeratesSixUartsRefusesSettingsItCannotRunAndCloseEndsTheSession)
 {
-    SorrelRig rig;
+    SorrelRig rig(8);
     ASSERT_NO_FATAL_FAILURE(rig.Start());
     ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 6u);
     EXPECT_FALSE(rig.Sim.HasUdpSession()) << "enumeration detects, it does not connect";
@@ -41,6 +41,22 @@ TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotR
     CKVX_HdwUartPort::CParameters now;
     ASSERT_EQ(port->GetParameters(&now), 0u);
     EXPECT_EQ(now.BaudRate, 9600u);
+
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(4));
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(5));
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(rig.Open(4, Line(460800)), 0u) << round;
+        ASSERT_EQ(rig.Open(5, Line(460800)), 0u) << round;
+        const auto bytes = Pattern(20000, 10 + round);
+        rig.Uarts[5].Got.clear();
+        ASSERT_EQ(rig.Uarts[4].Out->Write(const_cast<uint8_t*>(bytes.data()), 20000, 0), 0u);
+        EXPECT_TRUE(rig.ReadUntil({5}, bytes.size(), 60000));
+        EXPECT_TRUE(rig.Uarts[5].Got == bytes) << round;
+        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u);
+        EXPECT_TRUE(rig.Sim.HasUdpSession()) << "UART 5 still uses it";
+        EXPECT_EQ(rig.Uarts[5].Port->Close(), 0u);
+        EXPECT_TRUE(WaitUntil([&] { return !rig.Sim.HasUdpSession(); }));
+    }
     // A rate the unit's divider makes exactly is taken.
     EXPECT_EQ(rig.Open(0, Line(3600)), 0u);
 }
@@ -48,8 +64,6 @@ TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotR
 // Rate, bytes each way, pace factor of the emulator's lines.
 class SorrelRoundTrip : public ::testing::TestWithParam<std::tuple<uint32_t, size_t, unsigned>> {};
 
-// A block each way on every pair (0-1, 2-3, 4-5) at once: every byte
-// arrives in order, none counted dropped.
 TEST_P(SorrelRoundTrip, EveryPairCarriesEveryByteInOrder)
 {
     const auto [rate, bytes, pace] = GetParam();
@@ -84,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(Rates, SorrelRoundTrip,
         std::make_tuple(921600u, size_t(40000), 8u)));
 
 // Lost packets at the real line rate (whose 50 ms the unit's buffer holds).
-TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
+TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytesAndResetsLetNoOlderByteThrough)
 {
     SorrelRig rig(1);
     ASSERT_NO_FATAL_FAILURE(rig.StartPair(230400));
@@ -113,35 +127,10 @@ TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
     EXPECT_GT(c.UdpPacketsDropped, 0u);
     EXPECT_GT(c.PortDataResends, 0u) << "the unit resent what the host did not acknowledge";
     EXPECT_GT(rig.Uarts[0].Out->GetResendCount() + rig.Uarts[1].Out->GetResendCount(), 0u);
-}
 
-TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
-{
-    SorrelRig rig(8);
-    ASSERT_NO_FATAL_FAILURE(rig.Start());
-    ASSERT_NO_FATAL_FAILURE(rig.Enable(4));
-    ASSERT_NO_FATAL_FAILURE(rig.Enable(5));
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(rig.Open(4, Line(460800)), 0u) << round;
-        ASSERT_EQ(rig.Open(5, Line(460800)), 0u) << round;
-        const auto bytes = Pattern(20000, 10 + round);
-        rig.Uarts[5].Got.clear();
-        ASSERT_EQ(rig.Uarts[4].Out->Write(const_cast<uint8_t*>(bytes.data()), 20000, 0), 0u);
-        EXPECT_TRUE(rig.ReadUntil({5}, bytes.size(), 60000));
-        EXPECT_TRUE(rig.Uarts[5].Got == bytes) << round;
-        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u);
-        EXPECT_TRUE(rig.Sim.HasUdpSession()) << "UART 5 still uses it";
-        EXPECT_EQ(rig.Uarts[5].Port->Close(), 0u);
-        EXPECT_TRUE(WaitUntil([&] { return !rig.Sim.HasUdpSession(); }));
-    }
-}
-
-TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
-{
-    SorrelRig rig(1);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
-    // Old bytes are 0x00, new ones 0xFF: none of the old may follow a new one.
+    // Resets while data flows let no older byte (0x00) follow a new one (0xFF).
     std::vector<uint8_t> old(40000, 0x00), fresh(3000, 0xFF);
+    rig.Uarts[1].Got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(old.data(), unsigned(old.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 1000, 20000)); // the line is busy
     EXPECT_EQ(rig.Uarts[0].Out->ResetWriteBuffer(), 0u);
@@ -211,9 +200,7 @@ TEST(SorrelUnit, AnUnpluggedUnitFailsTheServicesAndReportsTheLinkTimeoutOnce)
     EXPECT_EQ(rig.Uarts[1].Port->Close(), 0u);
 }
 
-// With reconnect on, an unplugged unit is lost and, plugged back, its ports
-// open again: the pair carries the rest of the stream in order, and the
-// bytes that went with the unit are counted.
+// The pair carries the rest of the stream in order; what went with the unit is counted.
 TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
 {
     SorrelRig rig;
@@ -231,8 +218,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_TRUE(WaitUntil([&] { return status().Outages == 1; }, 20000));
     EXPECT_NE(status().State, unsigned(HDW_UNIT_LINK_UP));
     EXPECT_EQ(rig.Uarts[1].In->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << "no failure while lost";
-    // Opening a third port tries the unit at once: 14 while away; after the
-    // plug the unit is back when Open returns, not at the next back-off.
+    // Opening a third port tries the unit at once: 14 while away, back after the plug.
     ASSERT_NO_FATAL_FAILURE(rig.Enable(2));
     const uint32_t failed = status().FailedAttempts;
     EXPECT_EQ(rig.Open(2, Line(115200)), 14u);

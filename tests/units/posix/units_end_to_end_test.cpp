@@ -61,10 +61,8 @@ CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
     return m;
 }
 
-// ARINC 429 words on every pair at once (ten thousand in one write on the
-// first, 300 on the others: several frames each), then CAN frames on every
-// bus (channels 0 and 1, 2 and 3 share one; a single channel hears itself):
-// all in order with rising time stamps, and only the unit's own commands.
+// Words on every pair at once (several frames each), then CAN frames on
+// every bus (a single channel hears itself), in order with rising times.
 TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
 {
     const UnitCase& u = GetParam();
@@ -144,8 +142,7 @@ TEST_P(UnitEndToEnd, KeepsFramesToItsPayloadLimitOnEachTransport)
     }
 }
 
-// A unit that takes keep-alives (Pellor) hears them while idle, so its 400 ms
-// session watchdog does not expire until the host stops; others hear none.
+// Pellor's 400 ms session watchdog does not expire until the host stops.
 TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
 {
     const UnitCase& u = GetParam();
@@ -171,7 +168,6 @@ TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
     EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u); }));
 }
 
-// Halden and Pellor report critical failures; the others have none to send.
 TEST_P(UnitEndToEnd, ACriticalFailureFromTheUnitFailsTheServicesOfEveryOpenPort)
 {
     const UnitCase& u = GetParam();
@@ -221,9 +217,8 @@ TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnlyAndLeavesOthersUntouched)
     // unit with both buses (Halden Small) is neither of the single-bus kinds.
     for (const UnitCase& u : AllUnits())
         EXPECT_EQ(Probe(u.Sim, u.Sim, 5), 0u) << u.Sim;
-    // A probe of the wrong kind leaves the unit untouched: only the closing
-    // session and a status request reach it, it understands both, opens no
-    // session and changes no channel.
+    // A probe of the wrong kind leaves the unit untouched: a closing session
+    // and a status request, both understood, no session opened.
     const std::pair<const char*, const char*> strangers[] = {{"quillan", "mirrow"}, {"mirrow", "quillan"},
         {"haldensmall", "mirrow"}, {"haldensmall", "quillan"}, {"mirrow", "haldensmall"}, {"quillan", "haldensmall"}};
     for (const auto& [played, driver] : strangers) {
@@ -245,7 +240,6 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     ASSERT_TRUE(first.Start());
     ASSERT_TRUE(second.Start());
 
-    // First run: first, then second; transmitter 5 of the second unit.
     CKVX_String key;
     {
         CKVX_HdwKvxArvaneDevice device;
@@ -261,8 +255,7 @@ TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder
     }
     ASSERT_FALSE(key.IsEmpty());
 
-    // Second run, the other order: the key finds the second unit's
-    // transmitter 5, now absolute number 5.
+    // The other order: the key finds the second unit's transmitter 5.
     UnitRig rig(UnitNamed("arvane"), false);
     ASSERT_EQ(rig.Manager.AttachDevice(rig.Device.get()), 0u);
     CKVX_HdwManager::CInitPortDesc links[2] = {{6, second.PtyPath()}, {6, first.PtyPath()}};
