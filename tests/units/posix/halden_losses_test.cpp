@@ -134,9 +134,9 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
 // Words go round one by one from 1.5 s before the 32-bit wrap to well past
 // it: unwrapped times rise by less than a second, the latest never goes
 // back, and the unit's "now" maps to the host's.
-TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
+TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStepAndPacedWritesNeverOverfillTheFifo)
 {
-    auto o = EmulatorOptions(false);
+    auto o = EmulatorOptions(false, true); // the bus paced
     o.ClockStartUs = uint32_t(kWrap - 1500000);
     UnitRig rig(UnitNamed("halden"), o);
     ASSERT_NO_FATAL_FAILURE(rig.Start());
@@ -181,19 +181,14 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
             .count());
     EXPECT_LT(wall > wallNow ? wall - wallNow : wallNow - wall, 6000000u);
     EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
-}
 
-// At 12.5 kbit/s the unit's FIFO of 512 fills up; the service holds back the rest.
-TEST(HaldenArinc429, PacedWritesNeverOverfillTheUnitsFifo)
-{
-    UnitRig rig(UnitNamed("halden"), EmulatorOptions(false, true));
-    rig.Start();
-    UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(0, 12500);
+    // At 12.5 kbit/s the unit's FIFO of 512 fills up; the service holds back the rest.
+    UnitRig::Arinc429Pair slow = rig.OpenArinc429Pair(0, 12500);
     std::vector<CKVX_HdwArinc429Message> words;
     for (unsigned i = 0; i < 700; ++i)
         words.push_back(Word(0x21, i));
-    ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
-    ASSERT_TRUE(WaitUntil([&] { return Idle(c.Out); }, 30000));
+    ASSERT_EQ(slow.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Idle(slow.Out); }, 30000));
     const hdwsim::Counters counters = rig.Sim.GetCounters();
     EXPECT_GE(counters.A429FifoPeak[0], 400u); // the FIFO did fill up
     EXPECT_LE(counters.A429FifoPeak[0], 512u);
