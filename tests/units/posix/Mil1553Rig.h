@@ -5,8 +5,6 @@
 #include "UnitRig.h"
 #include "support/Mil1553Messages.h"
 
-#include <vector>
-
 namespace halden_test {
 
 using Bc = CKVX_HdwKvxHaldenDevice::CMilStd1553BcService;

@@ -1,7 +1,6 @@
 #pragma once
 // An emulated unit and an application reaching it through the whole library,
 // on a pseudo-terminal or over UDP on 127.0.0.1; one UnitCase row per unit.
-
 #include <HdwLib/HdwLib.h>
 #include <hdwsim/Emulator.h>
 
@@ -11,11 +10,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace halden_test {
@@ -155,14 +152,13 @@ public:
 
     CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
 
-    // Opens a port with `params` and the generous open time-out.
     template <class P>
     unsigned Open(unsigned type, unsigned num, P params, unsigned timeoutMs = kOpenTimeoutMs)
     {
         params.Timeout = timeoutMs;
         return Port(type, num)->Open(&params);
     }
-    // The same with the port's default settings.
+    // With the port's default settings.
     unsigned Open(unsigned type, unsigned num)
     {
         switch (type) {
@@ -281,7 +277,6 @@ std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 1000
     return got;
 }
 
-// Whether output service `out` has nothing left to write.
 template <class S>
 bool Idle(S* out)
 {

@@ -1,6 +1,4 @@
-// The command protocol over a pseudo-terminal, the test playing the unit on
-// the master side with frames built by hand.
-
+// The command protocol over a pseudo-terminal, the test playing the unit.
 #include "../UnitTestSupport.h"
 #include "links/posix/PtyPair.h"
 
@@ -23,7 +21,6 @@ Bytes Concat(std::initializer_list<Bytes> parts)
     return out;
 }
 
-// A host frame around `records`, with the CRC computed bit by bit.
 Bytes HostFrame(const std::vector<Bytes>& records)
 {
     size_t size = 0;
@@ -41,7 +38,7 @@ Bytes SessionRecord(uint16_t number, bool open)
     return {0x07, 0x81, uint8_t(number), uint8_t(number >> 8), uint8_t(open ? 1 : 0), 0x00, 0x00};
 }
 
-// Reads one whole host frame from the master side (header, payload, CRC).
+// Reads one whole host frame from the master side.
 Bytes ReadHostFrame(PtyPair& pty)
 {
     Bytes head = pty.ReadMaster(3);
@@ -91,7 +88,6 @@ protected:
         return dev.ProcessReception(0);
     }
 
-    // The data fields of the ARINC 429 words rx0 received, in order.
     std::vector<uint32_t> Received()
     {
         std::vector<uint32_t> out;
@@ -211,7 +207,7 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
-// One delivery of bytes: the reception's result, the words that reached the
+// Bytes delivered at once, the reception's result, the words that reached the
 // port, the CRC errors counted (-1: not checked).
 struct StreamCase {
     const char* What;
@@ -286,7 +282,6 @@ protected:
         dev.Close(0);
     }
 
-    // Plays a unit that echoes the commands of the next host frame.
     std::thread EchoingUnit(Bytes* seen)
     {
         return std::thread([this, seen] {
@@ -309,7 +304,6 @@ protected:
     std::thread ticker;
 };
 
-// The records of one host frame, in order.
 std::vector<Bytes> RecordsOf(const Bytes& frame)
 {
     std::vector<Bytes> records;

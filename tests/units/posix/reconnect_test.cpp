@@ -13,7 +13,6 @@ constexpr unsigned kCycles = 5;
 constexpr unsigned kBatch = 200;
 constexpr uint32_t kUnitSignals = (1u << (HDW_SIGNAL_UNIT_LOST - 1)) | (1u << (HDW_SIGNAL_UNIT_BACK - 1));
 
-// Lost, with or without an attempt to open its link running.
 bool IsLost(unsigned state)
 {
     return state == HDW_UNIT_LINK_LOST || state == HDW_UNIT_LINK_OPENING;
@@ -56,7 +55,7 @@ public:
         return s;
     }
 
-    // Queues the next `count` words of the sequence (data = sequence number).
+    // Queues the next `count` words (data = sequence number).
     void WriteNext(unsigned count)
     {
         std::vector<CKVX_HdwArinc429Message> words;
@@ -255,7 +254,7 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTickNorTakesAnotherUnit
         EXPECT_EQ(r.Rig.Port(type, kCh)->Close(), 0u);
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
     ASSERT_TRUE(r.Rig.Sim.Plug());
-    // The unit opens by hand as on a fresh start and carries words.
+    // Opened by hand, as on a fresh start.
     for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
         ASSERT_EQ(r.Rig.Open(type, kCh), 0u);
     r.WriteNext(20);
