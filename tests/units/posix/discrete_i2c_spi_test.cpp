@@ -46,7 +46,6 @@ protected:
 
 } // namespace
 
-// Writes show up as input changes, in their order, and as signals.
 TEST_F(TravinRig, WritesShowUpAsInputChangesInTheirOrderAndPulsesAfterTheDebounce)
 {
     auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_DISCRETE_IN, 1, HDW_SERVICE_SIGNAL);
@@ -166,7 +165,6 @@ CKVX_HdwSpiTransfer Spi(const Bytes& out, uint8_t chipSelect = CKVX_HdwSpiTransf
 
 } // namespace
 
-// The EEPROM keeps what was written; missing acknowledges and bus faults.
 TEST(Wendal, I2cEepromWriteThenReadMissingAcknowledgeAndBusFaults)
 {
     UnitRig rig(UnitNamed("wendal"), false);

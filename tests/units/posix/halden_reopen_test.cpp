@@ -191,7 +191,6 @@ TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWh
     EXPECT_EQ(std::vector<uint8_t>(log.end() - expected.size(), log.end()), expected);
 }
 
-// The application starts over on the unit's new link.
 TEST(HaldenFaults, HungUpLinkGivesResultCodesAndANewLinkWorks)
 {
     UnitRig rig(UnitNamed("halden"), false);

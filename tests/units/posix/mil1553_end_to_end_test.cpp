@@ -112,8 +112,7 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     }
 }
 
-// An absent terminal is flagged and the schedule goes on; a message that may
-// retry on the other bus gets through when bus A is faulted.
+// Bus A faulted: the message that may retry on the other bus gets through.
 TEST_F(Mil1553, AbsentTerminalIsFlaggedAndRetryUsesTheOtherBus)
 {
     ASSERT_TRUE(rig.Sim.SetMilStd1553Fault(7, 0, Fault::NoResponse));

@@ -284,7 +284,6 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTickNorTakesAnotherUnit
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
 
-// The unit comes back without its label table: the service sends it again.
 TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
 {
     ReconnectRig r(false);
