@@ -298,6 +298,15 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi 
     return m;
 }
 
+// `count` words of `label`, their data counting up from `first`.
+inline std::vector<CKVX_HdwArinc429Message> Sequence(unsigned label, unsigned count, unsigned first = 0)
+{
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < count; ++i)
+        words.push_back(Word(label, first + i));
+    return words;
+}
+
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
 {
     CKVX_HdwCanMessage m;

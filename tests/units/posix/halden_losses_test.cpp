@@ -44,9 +44,7 @@ TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDro
     ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0), 0u);
 
     // A Write of more than BufferSize words is not taken at all, and counted.
-    std::vector<CKVX_HdwArinc429Message> words;
-    for (unsigned i = 0; i < 150; ++i)
-        words.push_back(Word(0x31, i));
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x31, 150);
     EXPECT_EQ(out->Write(words.data(), 11, 0), 2u);
     EXPECT_EQ(out->GetUnplacedCount(), 11u);
     for (unsigned i = 0; i < 150; i += 10) {
@@ -184,9 +182,7 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStepAndPacedWr
 
     // At 12.5 kbit/s the unit's FIFO of 512 fills up; the service holds back the rest.
     UnitRig::Arinc429Pair slow = rig.OpenArinc429Pair(0, 12500);
-    std::vector<CKVX_HdwArinc429Message> words;
-    for (unsigned i = 0; i < 700; ++i)
-        words.push_back(Word(0x21, i));
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x21, 700);
     ASSERT_EQ(slow.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
     ASSERT_TRUE(WaitUntil([&] { return Idle(slow.Out); }, 30000));
     const hdwsim::Counters counters = rig.Sim.GetCounters();
@@ -205,9 +201,7 @@ TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsTh
     UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(2, 100000);
     const int fd = signals->GetFileDescriptor();
     ASSERT_GE(fd, 0);
-    std::vector<CKVX_HdwArinc429Message> words;
-    for (unsigned i = 0; i < 200; ++i)
-        words.push_back(Word(0x42, i + 0x12300, 0, 0));
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x42, 200, 0x12300);
     ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
 
     CKVX_HdwSignalService::CSignal s;

@@ -212,9 +212,7 @@ TEST(HaldenFaults, HungUpLinkGivesResultCodesAndANewLinkWorks)
     ASSERT_NO_FATAL_FAILURE(rig.Enumerate());
     ASSERT_EQ(rig.Manager.Run(), 0u);
     UnitRig::Arinc429Pair q = rig.OpenArinc429Pair(0);
-    std::vector<CKVX_HdwArinc429Message> sent;
-    for (unsigned i = 0; i < 20; ++i)
-        sent.push_back(Word(0x47, i));
+    std::vector<CKVX_HdwArinc429Message> sent = Sequence(0x47, 20);
     ASSERT_EQ(q.Out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
     EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(q.In, sent.size()), sent);
 }

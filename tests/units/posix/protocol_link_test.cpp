@@ -282,14 +282,6 @@ protected:
         dev.Close(0);
     }
 
-    std::thread EchoingUnit(Bytes* seen)
-    {
-        return std::thread([this, seen] {
-            *seen = ReadHostFrame(pty);
-            pty.WriteMaster(EchoesOf(*seen));
-        });
-    }
-
     bool ListsEmpty()
     {
         dev.DeviceLock(0);
@@ -315,7 +307,10 @@ std::vector<Bytes> RecordsOf(const Bytes& frame)
 TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
 {
     Bytes seen;
-    std::thread unit = EchoingUnit(&seen);
+    std::thread unit([&] {
+        seen = ReadHostFrame(pty);
+        pty.WriteMaster(EchoesOf(seen));
+    });
     EXPECT_EQ(dev.Open(0), 0u);
     unit.join();
     EXPECT_EQ(seen, HostFrame({SessionRecord(0, false), SessionRecord(1, true)}));

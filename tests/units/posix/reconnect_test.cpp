@@ -58,9 +58,8 @@ public:
     // Queues the next `count` words (data = sequence number).
     void WriteNext(unsigned count)
     {
-        std::vector<CKVX_HdwArinc429Message> words;
-        for (unsigned i = 0; i < count; ++i)
-            words.push_back(Word(0x51, m_Next++));
+        std::vector<CKVX_HdwArinc429Message> words = Sequence(0x51, count, m_Next);
+        m_Next += count;
         ASSERT_EQ(Pair.Out->Write(words.data(), count, 0), 0u);
     }
     uint32_t Written() const { return m_Next; }
@@ -223,9 +222,7 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sAndOpeningAnotherPortTriesAtO
     EXPECT_EQ(r.Status().Returns, 2u);
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 2; }));
     r.WriteNext(30);
-    std::vector<CKVX_HdwArinc429Message> sent;
-    for (unsigned i = 0; i < 30; ++i)
-        sent.push_back(Word(0x53, i));
+    std::vector<CKVX_HdwArinc429Message> sent = Sequence(0x53, 30);
     ASSERT_EQ(out2->Write(sent.data(), 30, 0), 0u);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
     EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
