@@ -2,9 +2,9 @@
 // An emulated Sorrel on 127.0.0.1 and an application reaching its six UARTs.
 #include "UnitRig.h"
 
-#include <random>
-
 namespace sorrel_test {
+
+using halden_test::Pattern;
 
 using testsupport::WaitUntil;
 
@@ -29,16 +29,6 @@ inline hdwsim::Emulator::Options SimOptions(unsigned paceFactor)
     o.Udp = true;
     o.UartPaceFactor = std::max(1u, paceFactor / kSanitizedPaceDivisor);
     return o;
-}
-
-// Bytes that differ per stream and position: a lost or swapped block shows.
-inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
-{
-    std::vector<uint8_t> out(size);
-    std::mt19937 random(seed);
-    for (uint8_t& b : out)
-        b = static_cast<uint8_t>(random());
-    return out;
 }
 
 inline CKVX_HdwUartPort::CParameters Line(uint32_t baudRate)

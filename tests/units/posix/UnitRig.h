@@ -12,6 +12,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -296,6 +297,16 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi 
     m.Ssm = uint8_t(ssm);
     m.SetParity(0);
     return m;
+}
+
+// Bytes that differ per stream and position: a lost or swapped block shows.
+inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
+{
+    std::vector<uint8_t> out(size);
+    std::mt19937 random(seed);
+    for (uint8_t& b : out)
+        b = static_cast<uint8_t>(random());
+    return out;
 }
 
 // `count` words of `label`, their data counting up from `first`.

@@ -15,19 +15,6 @@ struct StreamCase {
     unsigned First;
 };
 
-std::ostream& operator<<(std::ostream& os, const StreamCase& c)
-{
-    return os << c.Sim;
-}
-
-std::vector<uint8_t> Pattern(size_t n, unsigned seed)
-{
-    std::vector<uint8_t> b(n);
-    for (size_t i = 0; i < n; ++i)
-        b[i] = uint8_t((i * 131 + seed) ^ (i >> 9));
-    return b;
-}
-
 class Arinc429Bytes : public ::testing::TestWithParam<StreamCase> {
 protected:
     void SetUp() override
@@ -148,9 +135,7 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
     ASSERT_EQ(rig.Open(HDW_PORT_CAN, 1, p), 0u);
     ASSERT_EQ(rig.Open(HDW_PORT_CAN, 0, p), 0u);
 
-    std::vector<uint8_t> sent(3001); // 375 full frames and one of 1 byte
-    for (size_t i = 0; i < sent.size(); ++i)
-        sent[i] = uint8_t(i ^ (i >> 8) ^ 0x5A);
+    std::vector<uint8_t> sent = Pattern(3001, 0x5A); // 375 full frames and one of 1 byte
     std::vector<CKVX_HdwCanMessage> frames;
     for (unsigned i = 0; i < 400; ++i)
         frames.push_back(Frame(0x400 + (i % 0x100), uint8_t(i % 9), uint8_t(i), i % 3 == 0));

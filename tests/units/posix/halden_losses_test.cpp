@@ -11,17 +11,16 @@ namespace {
 
 constexpr uint64_t kWrap = uint64_t(1) << 32;
 
+CKVX_HdwKvxUnitInstance* Instance(UnitRig& rig)
+{
+    CKVX_HdwKvxUnitInstance* inst = nullptr;
+    EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+    return inst;
+}
+
 class HaldenLosses : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
-
-    CKVX_HdwKvxUnitInstance* Instance()
-    {
-        CKVX_HdwKvxUnitInstance* inst = nullptr;
-        EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
-        return inst;
-    }
-
     UnitRig rig{UnitNamed("halden"), false};
 };
 
@@ -69,7 +68,7 @@ TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDro
     ASSERT_EQ(in->Stop(), 0u);
     ASSERT_EQ(in->Start(), 0u);
     EXPECT_EQ(in->GetDroppedCount(), 0u);
-    const auto c = Instance()->GetLossCounters();
+    const auto c = Instance(rig)->GetLossCounters();
     EXPECT_EQ(c.BadFrames(), 0u);
     EXPECT_EQ(c.EchoTimeouts, 0u);
     EXPECT_EQ(c.LostCommands, 0u);
@@ -116,9 +115,7 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
     ASSERT_EQ(rig.Open(HDW_PORT_UART, 1, p), 0u);
     ASSERT_EQ(rig.Open(HDW_PORT_UART, 0, p), 0u);
 
-    std::vector<uint8_t> sent(2001);
-    for (size_t i = 0; i < sent.size(); ++i)
-        sent[i] = uint8_t(i * 13 + (i >> 8));
+    std::vector<uint8_t> sent = Pattern(2001, 13);
     EXPECT_EQ(out->Write(sent.data(), 2001, 0), 2u);
     EXPECT_EQ(out->GetUnplacedCount(), 2001u);
     ASSERT_EQ(out->Write(sent.data(), 1500, 0), 0u);
@@ -138,8 +135,7 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStepAndPacedWr
     o.ClockStartUs = uint32_t(kWrap - 1500000);
     UnitRig rig(UnitNamed("halden"), o);
     ASSERT_NO_FATAL_FAILURE(rig.Start());
-    CKVX_HdwKvxUnitInstance* inst = nullptr;
-    ASSERT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+    CKVX_HdwKvxUnitInstance* inst = Instance(rig);
     ASSERT_NE(inst, nullptr);
     UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(1, 100000);
     ASSERT_TRUE(c.In && c.Out);

@@ -13,6 +13,7 @@ constexpr unsigned kFaultEchoTimeoutMs = 120;
 constexpr unsigned kRounds = 20;
 constexpr unsigned kWords = 12;
 constexpr unsigned kCh = 1;
+const std::vector<uint8_t> kNoise = {0x00, 0x13, 0x37, 0x5A, 0x02}; // no start byte
 
 struct Fault {
     const char* Name;
@@ -28,11 +29,8 @@ std::vector<Fault> Faults()
         {"plain close", none, none},
         {"noise at re-open", none, none, true},
         {"withheld echoes", [](auto& s) { s.SetEchoEnabled(false); }, [](auto& s) { s.SetEchoEnabled(true); }},
-        {"stray bytes",
-            [](auto& s) {
-                s.InsertStrayBytes({0x00, 0x13, 0x37, 0x5A, 0x02});
-            },
-            none}, // loses a frame
+        // Noise without a start byte loses the frame after it.
+        {"stray bytes", [](auto& s) { s.InsertStrayBytes(kNoise); }, none},
         {"bad CRC", [](auto& s) { s.CorruptNextFrameCrc(1); }, none},
         {"late answers", [](auto& s) { s.SetAnswerDelayMs(kFaultEchoTimeoutMs + 150); },
             [](auto& s) { s.SetAnswerDelayMs(0); }},
@@ -90,7 +88,7 @@ void RunMatrix(bool udp)
                     }),
                         "the unit did not answer"))
                     return;
-                rig.Sim.InsertStrayBytes({0x00, 0x13, 0x37, 0x5A, 0x02});
+                rig.Sim.InsertStrayBytes(kNoise);
             }
             const unsigned rx = rig.Open(HDW_PORT_ARINC429_RX, kCh), tx = rig.Open(HDW_PORT_ARINC429_TX, kCh);
             if (failed(rx == 0 && tx == 0,

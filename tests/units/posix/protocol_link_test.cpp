@@ -96,15 +96,6 @@ protected:
         return out;
     }
 
-    // Echoes commands first .. first + count - 1 in one unit frame.
-    unsigned AnswerEchoes(uint16_t first, uint16_t count)
-    {
-        std::vector<Bytes> echoes;
-        for (uint16_t n = first; n < first + count; ++n)
-            echoes.push_back(EchoRecord(n));
-        return Deliver(UnitFrame(echoes));
-    }
-
     static Bytes WordFrame(uint32_t data) { return UnitFrame({A429RxRecord(0, data << 10)}); }
 
     PtyPair pty;
@@ -127,7 +118,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     EXPECT_EQ(BitwiseCrc16(frame.data(), 4003), uint16_t(frame[4003] | frame[4004] << 8));
     EXPECT_TRUE(inst()->CommandList.IsEmpty());
 
-    ASSERT_EQ(AnswerEchoes(0, 16), 0u);
+    ASSERT_EQ(Deliver(EchoesOf(frame)), 0u);
     ASSERT_TRUE(inst()->EchoList.IsEmpty());
 
     // 15 x 250 + 251: the last record waits for the next frame.
@@ -139,7 +130,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     frame = ReadHostFrame(pty);
     ASSERT_EQ(frame.size(), 3755u);
     EXPECT_EQ(inst()->CommandList.GetLength(), 1u);
-    ASSERT_EQ(AnswerEchoes(16, 15), 0u);
+    ASSERT_EQ(Deliver(EchoesOf(frame)), 0u);
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
     frame = ReadHostFrame(pty);
     ASSERT_EQ(frame.size(), 256u);
@@ -182,13 +173,13 @@ TEST_F(UnitLink, TheTickReportsAnEchoOutstandingForTheTimeOut)
     dev.SteppedTime = 0xFFFFFF00u; // the millisecond clock wraps while the echo waits
     ASSERT_EQ(dev.AttachStatusRequestCommand(0, 0, 1), 0u);
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
-    ReadHostFrame(pty);
+    const Bytes frame = ReadHostFrame(pty);
     *dev.SteppedTime += 499;
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 1), 0u);
     *dev.SteppedTime += 1;
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 2), 14u);
     EXPECT_EQ(inst()->EchoList.GetLength(), 1u); // left as it is
-    ASSERT_EQ(AnswerEchoes(0, 1), 0u);
+    ASSERT_EQ(Deliver(EchoesOf(frame)), 0u);
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 3), 0u);
 }
 

@@ -46,16 +46,6 @@ void OpenFirstPort(UnitRig& rig)
     ASSERT_EQ(rig.Open(type, 0), 0u);
 }
 
-// The i-th frame sent from CAN channel `from`: every length, standard and
-// extended identifiers up to the highest, some remote frames.
-CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
-{
-    const bool extended = i % 2 == 1;
-    CKVX_HdwCanMessage m = Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended);
-    m.Rtr = i % 5 == 4 ? 1 : 0;
-    return m;
-}
-
 // Words on every pair at once (several frames each), then CAN frames on
 // every bus (a single channel hears itself), in order with rising times.
 TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
@@ -81,8 +71,11 @@ TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
             ASSERT_EQ(rig.Open(HDW_PORT_CAN, from, p), 0u);
         }
         std::vector<CKVX_HdwCanMessage> frames;
-        for (unsigned i = 0; i < 20; ++i)
-            frames.push_back(BusFrame(from, i));
+        for (unsigned i = 0; i < 20; ++i) { // every length, identifiers up to the highest, some remote
+            const bool extended = i % 2 == 1;
+            frames.push_back(Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended));
+            frames.back().Rtr = i % 5 == 4 ? 1 : 0;
+        }
         ASSERT_EQ(out->Write(frames.data(), 20, 0), 0u);
         const auto got = ReadAll<CKVX_HdwCanMessage>(in, 20);
         ASSERT_EQ(got.size(), 20u) << "from channel " << from;
