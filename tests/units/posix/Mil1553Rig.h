@@ -1,12 +1,9 @@
 #pragma once
-// A Halden on the emulator with its two MIL-STD-1553 channels on one bus:
-// a bus controller on channel 0, a remote terminal on channel 1, and
-// helpers that build messages and collect what the services read.
+// A Halden's two MIL-STD-1553 channels on one bus: a bus controller on
+// channel 0, a remote terminal on channel 1.
 
 #include "UnitRig.h"
 #include "support/Mil1553Messages.h"
-
-#include <vector>
 
 namespace halden_test {
 
@@ -52,6 +49,17 @@ inline Rt* OpenRt(UnitRig& rig, const CKVX_HdwMilStd1553RemoteTerminal* t)
     return rt;
 }
 
+// A major frame of `messages` in `minors`, run `stopAfter` times (0: until stopped).
+inline CKVX_HdwMilStd1553BusController Schedule(
+    std::vector<Msg> messages, std::vector<CKVX_HdwMilStd1553MinorFrame> minors, uint8_t stopAfter = 0)
+{
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = std::move(messages);
+    c.MajorFrame.MinorFrames = std::move(minors);
+    c.StopAfter = stopAfter;
+    return c;
+}
+
 // The controller on channel 0 built, loaded and run with `c`.
 inline Bc* RunSchedule(UnitRig& rig, const CKVX_HdwMilStd1553BusController& c)
 {
@@ -64,8 +72,7 @@ inline Bc* RunSchedule(UnitRig& rig, const CKVX_HdwMilStd1553BusController& c)
     return bc;
 }
 
-// Reads `service` (Read or ReadMonitor through `read`) until `count`
-// messages are in or the deadline passes.
+// Reads `service` through `read` until `count` messages are in or the deadline.
 template <class S, class F>
 std::vector<Msg> Collect(S* service, size_t count, F read, unsigned timeoutMs = 20000)
 {

@@ -1,22 +1,10 @@
 #pragma once
-// An emulated Sorrel on 127.0.0.1 and an application that reaches its six
-// UARTs through the whole library, HOE port packets over UDP.
-
-#include <HdwLib/HdwLib.h>
-#include <hdwsim/Emulator.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
-#include "support/Wait.h"
-
-#include <cstdint>
-#include <random>
-#include <string>
-#include <vector>
+// An emulated Sorrel on 127.0.0.1 and an application reaching its six UARTs.
+#include "UnitRig.h"
 
 namespace sorrel_test {
+
+using halden_test::Pattern;
 
 using testsupport::WaitUntil;
 
@@ -27,9 +15,7 @@ constexpr uint32_t kInBufferBytes = 8u << 20;
 // (one Data buffer) when the unit goes away: the host cannot count them.
 constexpr size_t kGatherSlack = 1024;
 
-// Sanitized builds run the host side several times slower than a user's
-// build does: there the lines run at an eighth of the asked speed-up, no
-// faster than a real 921,600 bit/s line, which such a host keeps up with.
+// Sanitized hosts are several times slower: lines run an eighth as fast there.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr unsigned kSanitizedPaceDivisor = 8;
 #else
@@ -45,17 +31,6 @@ inline hdwsim::Emulator::Options SimOptions(unsigned paceFactor)
     return o;
 }
 
-// Bytes that differ per stream and position, so that a lost, doubled or
-// swapped block shows.
-inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
-{
-    std::vector<uint8_t> out(size);
-    std::mt19937 random(seed);
-    for (uint8_t& b : out)
-        b = static_cast<uint8_t>(random());
-    return out;
-}
-
 inline CKVX_HdwUartPort::CParameters Line(uint32_t baudRate)
 {
     CKVX_HdwUartPort::CParameters p;
@@ -63,7 +38,7 @@ inline CKVX_HdwUartPort::CParameters Line(uint32_t baudRate)
     return p;
 }
 
-class SorrelRig {
+class SorrelRig : public halden_test::UnitRig {
 public:
     struct Uart {
         CKVX_HdwPort* Port = nullptr;
@@ -72,29 +47,14 @@ public:
         std::vector<uint8_t> Got;
     };
 
-    explicit SorrelRig(unsigned paceFactor = 1) : Sim(*hdwsim::FindUnitModel("sorrel"), SimOptions(paceFactor)) {}
+    explicit SorrelRig(unsigned paceFactor = 1) : UnitRig(halden_test::UnitNamed("sorrel"), SimOptions(paceFactor)) {}
     ~SorrelRig()
     {
         for (unsigned i = 0; i < Manager.GetPortCount(HDW_PORT_UART); ++i)
             if (CKVX_HdwPort* p = Manager.GetPort(HDW_PORT_UART, i))
                 p->Close();
-        Manager.Stop();
     }
-
-    void Start()
-    {
-        std::string error;
-        ASSERT_TRUE(Sim.Start(&error)) << error;
-        ASSERT_EQ(Manager.AttachDevice(&Device), 0u);
-        CKVX_HdwManager::CParameters mp;
-        ASSERT_EQ(Manager.GetParameters(mp), 0u);
-        mp.Reconnect = Reconnect;
-        ASSERT_EQ(Manager.SetParameters(mp), 0u);
-        CKVX_HdwManager::CInitPortDesc link(9, "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()));
-        ASSERT_EQ(Manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan), 0u);
-        ASSERT_EQ(link.Result, 0u);
-        ASSERT_EQ(Manager.Run(), 0u);
-    }
+    CKVX_HdwKvxSorrelDevice& Sorrel() { return static_cast<CKVX_HdwKvxSorrelDevice&>(*Device); }
 
     // Enables both byte services of UART `num`.
     void Enable(unsigned num)
@@ -115,14 +75,13 @@ public:
 
     unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
 
-    // Starts everything and opens the wired pair `first`, `first` + 1 with
-    // their services at these rates.
-    void StartPair(unsigned first, uint32_t rate, uint32_t peerRate)
+    // Starts and opens the wired UARTs 0 and 1 with their services.
+    void StartPair(uint32_t rate)
     {
         ASSERT_NO_FATAL_FAILURE(Start());
-        for (unsigned n : {first, first + 1}) {
+        for (unsigned n : {0, 1}) {
             ASSERT_NO_FATAL_FAILURE(Enable(n));
-            ASSERT_EQ(Open(n, Line(n == first ? rate : peerRate)), 0u) << "UART " << n;
+            ASSERT_EQ(Open(n, Line(rate)), 0u) << "UART " << n;
         }
     }
 
@@ -136,7 +95,7 @@ public:
             u.Got.insert(u.Got.end(), buf, buf + got);
     }
 
-    // Reads every UART in `nums` until each holds `bytes` bytes (or the time-out).
+    // Reads the UARTs in `nums` until each holds `bytes` bytes (or the time-out).
     bool ReadUntil(const std::vector<unsigned>& nums, size_t bytes, unsigned timeoutMs)
     {
         return WaitUntil(
@@ -151,10 +110,6 @@ public:
             timeoutMs);
     }
 
-    bool Reconnect = false; // the manager's reconnect, set before Start
-    hdwsim::Emulator Sim;
-    CKVX_HdwKvxSorrelDevice Device; // outlives the manager, which does not own it
-    CKVX_HdwManager Manager;
     Uart Uarts[6];
 };
 

@@ -1,9 +1,6 @@
 #pragma once
-// An emulated unit and an application that talks to it through the whole
-// library: manager, driver, ports, services, frames on a pseudo-terminal or
-// over UDP on 127.0.0.1. Each command-protocol unit is described by a table
-// row (UnitCase), so that one set of tests runs against every unit.
-
+// An emulated unit and an application reaching it through the whole library,
+// on a pseudo-terminal or over UDP on 127.0.0.1; one UnitCase row per unit.
 #include <HdwLib/HdwLib.h>
 #include <hdwsim/Emulator.h>
 
@@ -12,21 +9,19 @@
 #include "support/Wait.h"
 
 #include <algorithm>
-#include <chrono>
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace halden_test {
 
 using testsupport::WaitUntil;
 
-// Generous time-outs for a loaded machine, where bytes crossing a
-// pseudo-terminal between threads can come 200 to 800 ms late: the driver's
-// echo time-out and the ports' open time-out. Tests of those time-outs set
-// their own.
+// Echo and open time-outs generous for a loaded machine (a pseudo-terminal
+// can be 800 ms late); tests of those time-outs set their own.
 constexpr unsigned kEchoTimeoutMs = 5000;
 constexpr unsigned kOpenTimeoutMs = 10000;
 
@@ -50,9 +45,8 @@ inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
     return o;
 }
 
-// What a test needs to know of a unit, written from the unit's description
-// (not read from the driver or the emulator, so that a wrong table in either
-// shows).
+// A unit as its description gives it (not read from driver or emulator, so
+// that a wrong table in either shows).
 struct UnitCase {
     const char* Sim; // emulator row name
     uint64_t Code; // device code = kind number
@@ -84,7 +78,7 @@ inline std::vector<UnitCase> AllUnits()
 }
 
 // A unit of the table, or one without ARINC 429 and CAN (the discrete Travin,
-// the I2C/SPI Wendal), which the table's tests leave out.
+// the I2C/SPI Wendal, the UART Sorrel), which the table's tests leave out.
 inline UnitCase UnitNamed(const std::string& name)
 {
     for (const UnitCase& u : AllUnits())
@@ -94,12 +88,13 @@ inline UnitCase UnitNamed(const std::string& name)
         return {"travin", 5, Create<CKVX_HdwKvxTravinDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     if (name == "wendal")
         return {"wendal", 7, Create<CKVX_HdwKvxWendalDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
+    if (name == "sorrel")
+        return {"sorrel", 9, Create<CKVX_HdwKvxSorrelDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     ADD_FAILURE() << "no unit " << name;
     return AllUnits().front();
 }
 
-// Enumerates `links`, a few times when a unit did not answer: the probe
-// waits a fixed 200 ms, which a loaded machine can miss.
+// Enumerates `links`, again when a unit missed the probe's fixed 200 ms.
 inline void EnumerateLinks(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortDesc* links, unsigned count)
 {
     for (int attempt = 0; attempt < 5; ++attempt) {
@@ -110,8 +105,6 @@ inline void EnumerateLinks(CKVX_HdwManager& manager, CKVX_HdwManager::CInitPortD
     FAIL() << "a unit did not answer on " << links[0].Link.c_str();
 }
 
-// An emulated unit and the application side: a manager with the unit's
-// driver attached.
 class UnitRig {
 public:
     UnitRig(const UnitCase& unit, bool udp) : UnitRig(unit, EmulatorOptions(udp)) {}
@@ -121,7 +114,7 @@ public:
           Unit(unit),
           m_Udp(o.Udp)
     {
-        SetEchoTimeout(kEchoTimeoutMs);
+        WithCommandDevice(Device.get(), [](auto& d) { d.SetEchoTimeout(kEchoTimeoutMs); });
     }
     ~UnitRig() { Manager.Stop(); }
 
@@ -136,32 +129,37 @@ public:
         EXPECT_TRUE(WithCommandDevice(Device.get(), [ms](auto& d) { d.SetEchoTimeout(ms); }));
     }
 
-    // Starts the emulator, enumerates it through the manager and runs.
+    // Starts the emulator, enumerates it (through its link path if it has
+    // one) with the manager's reconnect switch set to Reconnect, and runs.
     void Start()
     {
         StartSim();
         ASSERT_EQ(Manager.AttachDevice(Device.get()), 0u);
+        CKVX_HdwManager::CParameters mp;
+        ASSERT_EQ(Manager.GetParameters(mp), 0u);
+        EXPECT_FALSE(mp.Reconnect); // off unless asked for
+        mp.Reconnect = Reconnect;
+        ASSERT_EQ(Manager.SetParameters(mp), 0u);
         ASSERT_NO_FATAL_FAILURE(Enumerate());
         ASSERT_EQ(Manager.Run(), 0u);
     }
 
     void Enumerate()
     {
-        CKVX_HdwManager::CInitPortDesc link(
-            Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : Sim.PtyPath());
+        const std::string path = Sim.LinkPath().empty() ? Sim.PtyPath() : Sim.LinkPath();
+        CKVX_HdwManager::CInitPortDesc link(Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Sim.UdpPort()) : path);
         EnumerateLinks(Manager, &link, 1);
     }
 
     CKVX_HdwPort* Port(unsigned type, unsigned num) { return Manager.GetPort(type, num); }
 
-    // Opens a port with `params` and the generous open time-out.
     template <class P>
     unsigned Open(unsigned type, unsigned num, P params, unsigned timeoutMs = kOpenTimeoutMs)
     {
         params.Timeout = timeoutMs;
         return Port(type, num)->Open(&params);
     }
-    // The same with the port's default settings.
+    // With the port's default settings.
     unsigned Open(unsigned type, unsigned num)
     {
         switch (type) {
@@ -169,6 +167,8 @@ public:
         case HDW_PORT_ARINC429_TX: return Open(type, num, CKVX_HdwArinc429TxPort::CParameters());
         case HDW_PORT_CAN: return Open(type, num, CKVX_HdwCanPort::CParameters());
         case HDW_PORT_MILSTD1553: return Open(type, num, CKVX_HdwMilStd1553Port::CParameters());
+        case HDW_PORT_I2C: return Open(type, num, CKVX_HdwI2cPort::CParameters());
+        case HDW_PORT_SPI: return Open(type, num, CKVX_HdwSpiPort::CParameters());
         default: ADD_FAILURE() << "no port type " << type; return 2;
         }
     }
@@ -186,10 +186,25 @@ public:
         EXPECT_NE(typed, nullptr);
         return typed;
     }
+    // Enables a service, then opens its port (with `params`, or the defaults).
+    template <class S, class P>
+    S* OpenWith(unsigned portType, unsigned num, unsigned serviceType, P params,
+        CKVX_HdwService::CParameters* serviceParams = nullptr)
+    {
+        S* s = Enable<S>(portType, num, serviceType, serviceParams);
+        EXPECT_EQ(Open(portType, num, params), 0u);
+        return s;
+    }
+    template <class S>
+    S* OpenWith(unsigned portType, unsigned num, unsigned serviceType)
+    {
+        S* s = Enable<S>(portType, num, serviceType);
+        EXPECT_EQ(Open(portType, num), 0u);
+        return s;
+    }
 
-    // Enables the buffer services of ARINC 429 pair `ch` (transmitter and
-    // receiver wired together on the unit) and opens both ports at `rate`
-    // (0: the ports' defaults).
+    // The buffer services of ARINC 429 pair `ch` (wired together on the
+    // unit), both ports open at `rate` (0: the defaults).
     struct Arinc429Pair {
         CKVX_HdwArinc429InBufferService* In = nullptr;
         CKVX_HdwArinc429OutBufferService* Out = nullptr;
@@ -214,29 +229,55 @@ public:
     std::unique_ptr<CKVX_HdwDevice> Device;
     CKVX_HdwManager Manager;
     UnitCase Unit;
+    bool Reconnect = false; // the manager's reconnect switch, set before Start
 
 private:
     bool m_Udp;
 };
+
+// A driver whose deadlines read a clock the test steps (ms; 0: the system's).
+template <class D>
+class Stepped : public D {
+public:
+    uint64_t GetUnitTime() override
+    {
+        const uint64_t c = Now.load();
+        return c ? c : D::GetUnitTime();
+    }
+    std::atomic<uint64_t> Now{0};
+};
+using SteppedHaldenDevice = Stepped<CKVX_HdwKvxHaldenDevice>;
+
+inline UnitCase SteppedHalden()
+{
+    UnitCase u = UnitNamed("halden");
+    u.Make = [] { return new SteppedHaldenDevice; };
+    return u;
+}
+inline std::atomic<uint64_t>& ClockOf(UnitRig& rig)
+{
+    return dynamic_cast<SteppedHaldenDevice&>(*rig.Device).Now;
+}
+
+// Appends what input service `in` holds to `got`.
+template <class TItem, class TService>
+void TakeAll(TService* in, std::vector<TItem>& got)
+{
+    TItem chunk[256];
+    unsigned n = 0;
+    while (in->Read(chunk, 256, n) == 0 && n > 0)
+        got.insert(got.end(), chunk, chunk + n);
+}
 
 // Reads from an input service until `count` items are in or the deadline passes.
 template <class TItem, class TService>
 std::vector<TItem> ReadAll(TService* in, size_t count, unsigned timeoutMs = 10000)
 {
     std::vector<TItem> got;
-    std::vector<TItem> chunk(512);
-    WaitUntil(
-        [&] {
-            unsigned n = 0;
-            if (in->Read(chunk.data(), unsigned(chunk.size()), n) == 0)
-                got.insert(got.end(), chunk.begin(), chunk.begin() + n);
-            return got.size() >= count;
-        },
-        timeoutMs);
+    WaitUntil([&] { return TakeAll(in, got), got.size() >= count; }, timeoutMs);
     return got;
 }
 
-// Whether output service `out` has nothing left to write.
 template <class S>
 bool Idle(S* out)
 {
@@ -258,6 +299,25 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi 
     return m;
 }
 
+// Bytes that differ per stream and position: a lost or swapped block shows.
+inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
+{
+    std::vector<uint8_t> out(size);
+    std::mt19937 random(seed);
+    for (uint8_t& b : out)
+        b = static_cast<uint8_t>(random());
+    return out;
+}
+
+// `count` words of `label`, their data counting up from `first`.
+inline std::vector<CKVX_HdwArinc429Message> Sequence(unsigned label, unsigned count, unsigned first = 0)
+{
+    std::vector<CKVX_HdwArinc429Message> words;
+    for (unsigned i = 0; i < count; ++i)
+        words.push_back(Word(label, first + i));
+    return words;
+}
+
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
 {
     CKVX_HdwCanMessage m;
@@ -275,11 +335,10 @@ inline CKVX_HdwArinc429Message PairWord(unsigned ch, unsigned i)
     return Word(0x20 + ch + (i & 0xC0), i * 16 + ch, i & 3, (i >> 2) & 3);
 }
 
-// Opens ARINC 429 pairs at 100 kbit/s and writes `count` words to each,
-// every pair before reading any, so that the pairs' words share frames. Each
-// receiver reads its words in order with rising time stamps; every word is
-// confirmed sent, went through the emulated pair of its channel (`sim`, or the
-// rig's own) configured with the unit's own codes, and none was dropped.
+// Writes `count` words to each ARINC 429 pair at 100 kbit/s before reading
+// any (the pairs share frames): each receiver reads its words in order with
+// rising time stamps, all went through the pair of its channel on `sim` (or
+// the rig's), configured with the unit's own codes, none dropped.
 inline void ExpectArinc429RoundTrip(
     UnitRig& rig, const std::vector<std::pair<unsigned, unsigned>>& channelCounts, hdwsim::Emulator* sim = nullptr)
 {

@@ -1,10 +1,9 @@
-// What is lost is counted, exactly, through the whole stack against the
-// emulated unit: input buffers filled past their BufferSize drop their
-// oldest items and count them; a Write that does not fit is refused and
-// counted.
+// The Halden end to end: losses counted exactly, the paced FIFO, signals,
+// the unit clock's wrap.
 #include "UnitRig.h"
 
 #include <chrono>
+#include <poll.h>
 
 using namespace halden_test;
 
@@ -12,17 +11,16 @@ namespace {
 
 constexpr uint64_t kWrap = uint64_t(1) << 32;
 
+CKVX_HdwKvxUnitInstance* Instance(UnitRig& rig)
+{
+    CKVX_HdwKvxUnitInstance* inst = nullptr;
+    EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+    return inst;
+}
+
 class HaldenLosses : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
-
-    CKVX_HdwKvxUnitInstance* Instance()
-    {
-        CKVX_HdwKvxUnitInstance* inst = nullptr;
-        EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
-        return inst;
-    }
-
     UnitRig rig{UnitNamed("halden"), false};
 };
 
@@ -44,11 +42,8 @@ TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDro
     ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_RX, 0), 0u);
     ASSERT_EQ(rig.Open(HDW_PORT_ARINC429_TX, 0), 0u);
 
-    // The output takes at most BufferSize words in one Write; the rest of
-    // such a Write is not taken at all, and counted.
-    std::vector<CKVX_HdwArinc429Message> words;
-    for (unsigned i = 0; i < 150; ++i)
-        words.push_back(Word(0x31, i));
+    // A Write of more than BufferSize words is not taken at all, and counted.
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x31, 150);
     EXPECT_EQ(out->Write(words.data(), 11, 0), 2u);
     EXPECT_EQ(out->GetUnplacedCount(), 11u);
     for (unsigned i = 0; i < 150; i += 10) {
@@ -73,7 +68,7 @@ TEST_F(HaldenLosses, Arinc429InputKeepsTheNewestBufferSizeWordsAndCountsEveryDro
     ASSERT_EQ(in->Stop(), 0u);
     ASSERT_EQ(in->Start(), 0u);
     EXPECT_EQ(in->GetDroppedCount(), 0u);
-    const auto c = Instance()->GetLossCounters();
+    const auto c = Instance(rig)->GetLossCounters();
     EXPECT_EQ(c.BadFrames(), 0u);
     EXPECT_EQ(c.EchoTimeouts, 0u);
     EXPECT_EQ(c.LostCommands, 0u);
@@ -120,9 +115,7 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
     ASSERT_EQ(rig.Open(HDW_PORT_UART, 1, p), 0u);
     ASSERT_EQ(rig.Open(HDW_PORT_UART, 0, p), 0u);
 
-    std::vector<uint8_t> sent(2001);
-    for (size_t i = 0; i < sent.size(); ++i)
-        sent[i] = uint8_t(i * 13 + (i >> 8));
+    std::vector<uint8_t> sent = Pattern(2001, 13);
     EXPECT_EQ(out->Write(sent.data(), 2001, 0), 2u);
     EXPECT_EQ(out->GetUnplacedCount(), 2001u);
     ASSERT_EQ(out->Write(sent.data(), 1500, 0), 0u);
@@ -133,19 +126,16 @@ TEST_F(HaldenLosses, UartByteInputDropsItsOldestBytesAndByteOutputCountsWhatDidN
     EXPECT_EQ(in->GetDroppedCount(), 500u);
 }
 
-// The emulator's clock starts 1.5 s before its 32-bit wrap; words go round
-// the ARINC 429 loop one after the other until the unit time is well past
-// it. Every word's unwrapped time follows the one before within a second,
-// the instance's latest unit time never goes back, and the mapping puts the
-// unit's "now" at the host's.
-TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
+// Words go round one by one from 1.5 s before the 32-bit wrap to well past
+// it: unwrapped times rise by less than a second, the latest never goes
+// back, and the unit's "now" maps to the host's.
+TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStepAndPacedWritesNeverOverfillTheFifo)
 {
-    auto o = EmulatorOptions(false);
+    auto o = EmulatorOptions(false, true); // the bus paced
     o.ClockStartUs = uint32_t(kWrap - 1500000);
     UnitRig rig(UnitNamed("halden"), o);
     ASSERT_NO_FATAL_FAILURE(rig.Start());
-    CKVX_HdwKvxUnitInstance* inst = nullptr;
-    ASSERT_TRUE(WithCommandDevice(rig.Device.get(), [&](auto& d) { inst = d.GetUnitInstance(0); }));
+    CKVX_HdwKvxUnitInstance* inst = Instance(rig);
     ASSERT_NE(inst, nullptr);
     UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(1, 100000);
     ASSERT_TRUE(c.In && c.Out);
@@ -185,6 +175,61 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStep)
             .count());
     EXPECT_LT(wall > wallNow ? wall - wallNow : wallNow - wall, 6000000u);
     EXPECT_NEAR(inst->GetUnitClockRate(), 1.0, 0.01);
+
+    // At 12.5 kbit/s the unit's FIFO of 512 fills up; the service holds back the rest.
+    UnitRig::Arinc429Pair slow = rig.OpenArinc429Pair(0, 12500);
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x21, 700);
+    ASSERT_EQ(slow.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return Idle(slow.Out); }, 30000));
+    const hdwsim::Counters counters = rig.Sim.GetCounters();
+    EXPECT_GE(counters.A429FifoPeak[0], 400u); // the FIFO did fill up
+    EXPECT_LE(counters.A429FifoPeak[0], 512u);
+    EXPECT_EQ(counters.A429FifoDropped[0], 0u);
+    EXPECT_EQ(counters.A429Pushed[0], words.size());
+}
+
+// Sleeping in poll() on the signals, then reading, finds every word announced.
+TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
+{
+    auto* signals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_SIGNAL);
+    auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_SIGNAL);
+    ASSERT_TRUE(signals && txSignals);
+    UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(2, 100000);
+    const int fd = signals->GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x42, 200, 0x12300);
+    ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+
+    CKVX_HdwSignalService::CSignal s;
+    ASSERT_EQ(txSignals->WaitSignal(s, 10000), 0u);
+    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_ARINC429_SENT));
+    EXPECT_EQ(s.Arinc429, words[0]);
+    unsigned announced = 0, read = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while ((read < words.size() || announced < words.size()) && std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 1000) != 1)
+            continue;
+        CKVX_HdwSignalService::CSignal sig[256];
+        unsigned n = 0;
+        ASSERT_EQ(signals->ReadSignals(sig, 256, n), 0u);
+        for (unsigned i = 0; i < n; ++i) {
+            if (sig[i].Kind != HDW_SIGNAL_ARINC429_RECEIVED)
+                continue;
+            ASSERT_LT(announced, words.size());
+            EXPECT_EQ(sig[i].Arinc429, words[announced]);
+            EXPECT_EQ(sig[i].Port, rig.Port(HDW_PORT_ARINC429_RX, 2));
+            EXPECT_NE(sig[i].TimeStamp, 0u);
+            ++announced;
+        }
+        CKVX_HdwArinc429Message got[256];
+        unsigned m = 0;
+        ASSERT_EQ(c.In->Read(got, 256, m), 0u);
+        read += m;
+        EXPECT_GE(read, announced) << "a signal came before its word";
+    }
+    EXPECT_EQ(read, words.size());
+    EXPECT_EQ(announced, words.size());
 }
 
 } // namespace

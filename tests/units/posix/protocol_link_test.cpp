@@ -1,7 +1,4 @@
-// The command protocol over a pseudo-terminal: the library drives the slave
-// side as its serial link, the test plays the unit on the master side with
-// frames built by hand.
-
+// The command protocol over a pseudo-terminal, the test playing the unit.
 #include "../UnitTestSupport.h"
 #include "links/posix/PtyPair.h"
 
@@ -24,7 +21,6 @@ Bytes Concat(std::initializer_list<Bytes> parts)
     return out;
 }
 
-// A host frame around `records`, with the CRC computed bit by bit.
 Bytes HostFrame(const std::vector<Bytes>& records)
 {
     size_t size = 0;
@@ -42,7 +38,7 @@ Bytes SessionRecord(uint16_t number, bool open)
     return {0x07, 0x81, uint8_t(number), uint8_t(number >> 8), uint8_t(open ? 1 : 0), 0x00, 0x00};
 }
 
-// Reads one whole host frame from the master side (header, payload, CRC).
+// Reads one whole host frame from the master side.
 Bytes ReadHostFrame(PtyPair& pty)
 {
     Bytes head = pty.ReadMaster(3);
@@ -63,8 +59,6 @@ Bytes EchoesOf(const Bytes& frame)
     return UnitFrame(echoes);
 }
 
-// ---- an opened link, driven from the test thread --------------------------------------
-
 class UnitLink : public ::testing::Test {
 protected:
     void SetUp() override
@@ -83,8 +77,7 @@ protected:
 
     Base::CDeviceInstance* inst() { return dev.Inst(); }
 
-    // Writes `bytes` as the unit, waits until all of them wait on the link,
-    // then runs one reception pass.
+    // Writes `bytes` as the unit; once all wait on the link, runs a reception.
     unsigned Deliver(const Bytes& bytes)
     {
         EXPECT_TRUE(pty.WriteMaster(bytes));
@@ -95,22 +88,12 @@ protected:
         return dev.ProcessReception(0);
     }
 
-    // The data fields of the ARINC 429 words rx0 received, in order.
     std::vector<uint32_t> Received()
     {
         std::vector<uint32_t> out;
         for (const SeenEvent& e : rx0->seen)
             out.push_back(e.As<Base::CArinc429RxEvent>().Message.Data);
         return out;
-    }
-
-    // Echoes commands first .. first + count - 1 in one unit frame.
-    unsigned AnswerEchoes(uint16_t first, uint16_t count)
-    {
-        std::vector<Bytes> echoes;
-        for (uint16_t n = first; n < first + count; ++n)
-            echoes.push_back(EchoRecord(n));
-        return Deliver(UnitFrame(echoes));
     }
 
     static Bytes WordFrame(uint32_t data) { return UnitFrame({A429RxRecord(0, data << 10)}); }
@@ -135,7 +118,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     EXPECT_EQ(BitwiseCrc16(frame.data(), 4003), uint16_t(frame[4003] | frame[4004] << 8));
     EXPECT_TRUE(inst()->CommandList.IsEmpty());
 
-    ASSERT_EQ(AnswerEchoes(0, 16), 0u);
+    ASSERT_EQ(Deliver(EchoesOf(frame)), 0u);
     ASSERT_TRUE(inst()->EchoList.IsEmpty());
 
     // 15 x 250 + 251: the last record waits for the next frame.
@@ -147,7 +130,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     frame = ReadHostFrame(pty);
     ASSERT_EQ(frame.size(), 3755u);
     EXPECT_EQ(inst()->CommandList.GetLength(), 1u);
-    ASSERT_EQ(AnswerEchoes(16, 15), 0u);
+    ASSERT_EQ(Deliver(EchoesOf(frame)), 0u);
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
     frame = ReadHostFrame(pty);
     ASSERT_EQ(frame.size(), 256u);
@@ -155,8 +138,7 @@ TEST_F(UnitLink, PayloadLimitReachedExactlyAndOneByteOver)
     EXPECT_EQ(frame[5], 31); // its number
 }
 
-// Queued commands go out as one frame; the next frame waits for the echoes
-// of the one in flight; command numbers wrap from 65535 to 0.
+// Command numbers wrap from 65535 to 0.
 TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrameAndTheNextWaitsForItsEchoes)
 {
     EXPECT_EQ(dev.ProcessCommandList(0u), 0u); // nothing queued, nothing sent
@@ -184,27 +166,25 @@ TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrameAndTheNextWaitsForItsEchoes)
     EXPECT_EQ(ReadHostFrame(pty), HostFrame({SessionRecord(0, false)}));
 }
 
-// The echo time-out against the unit's clock, stepped by the test: the
-// tick's start reports the unit as not answering once the oldest echo has
-// waited the time-out, and not a millisecond before.
+// On a stepped unit clock that wraps meanwhile, not a millisecond early.
 TEST_F(UnitLink, TheTickReportsAnEchoOutstandingForTheTimeOut)
 {
     dev.SetEchoTimeout(500);
     dev.SteppedTime = 0xFFFFFF00u; // the millisecond clock wraps while the echo waits
     ASSERT_EQ(dev.AttachStatusRequestCommand(0, 0, 1), 0u);
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
-    ReadHostFrame(pty);
+    const Bytes frame = ReadHostFrame(pty);
     *dev.SteppedTime += 499;
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 1), 0u);
     *dev.SteppedTime += 1;
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 2), 14u);
     EXPECT_EQ(inst()->EchoList.GetLength(), 1u); // left as it is
-    ASSERT_EQ(AnswerEchoes(0, 1), 0u);
+    ASSERT_EQ(Deliver(EchoesOf(frame)), 0u);
     EXPECT_EQ(dev.HdwTimerStartDeviceIntanceHandler(0, 3), 0u);
 }
 
-// A frame whose dispatch fails is lost, and only that frame: what came in
-// the same read after it is parsed by the next reception, in order.
+// Only the frame whose dispatch fails is lost; the rest of the read is
+// parsed by the next reception, in order.
 TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
 {
     inst()->EchoList += Base::CEchoWaiting(5, 0);
@@ -218,10 +198,8 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
-// ---- receive state machine (reads split at any point: receive_blocks_test) ----------
-
-// What one delivery of bytes gives: the reception's result, the words that
-// reached the port, and how many CRC errors were counted (-1: not checked).
+// Bytes delivered at once, the reception's result, the words that reached the
+// port, the CRC errors counted (-1: not checked).
 struct StreamCase {
     const char* What;
     Bytes Stream;
@@ -245,7 +223,7 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
         manyWords.push_back(i + 100);
     }
     const StreamCase cases[] = {
-        // Noise loses the frame that follows it, and only that one.
+        // Noise loses the frame that follows it, only that one.
         {"stray bytes first", Concat({{0x00, 0x13}, WordFrame(1), WordFrame(2)}), 0, {2}, 1},
         {"a stray byte between frames", Concat({WordFrame(3), {0x55}, WordFrame(4), WordFrame(5)}), 0, {3, 5}, 1},
         {"a bad CRC", Concat({badCrc, WordFrame(2)}), 0, {2}, 1},
@@ -255,8 +233,7 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
         // After a complete first record: the frame is dropped as a whole.
         {"zero length of the second record",
             Concat({{0xA5, 0x16, 0x00, 0x02, 0x00}, A429RxRecord(0, 3u << 10), {0x00}, WordFrame(4)}), 0, {4}, -1},
-        // An unknown event type stops the frame; the machine starts afresh with the
-        // next (each row begins with a fresh frame).
+        // An unknown event type stops the frame; the next starts afresh.
         {"event type 11", unknown11, 14, {1}, 0},
         {"event type 4", unknown4, 14, {1}, 0},
         {"300 events in one frame", UnitFrame(many), 0, manyWords, 0},
@@ -272,9 +249,6 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
     }
     EXPECT_EQ(rx0->seen.back().TimeStamp, 299u); // of the last of the 300
 }
-
-// ---- open and close of an instance, with the tick running ----------------------------------------
-// (An open that a unit does not echo: HaldenFaults.AUnitThatStopsEchoingFailsItsServicesAndReopensCleanly.)
 
 class UnitSession : public ::testing::Test {
 protected:
@@ -299,15 +273,6 @@ protected:
         dev.Close(0);
     }
 
-    // Plays a unit that echoes the commands of the next host frame.
-    std::thread EchoingUnit(Bytes* seen)
-    {
-        return std::thread([this, seen] {
-            *seen = ReadHostFrame(pty);
-            pty.WriteMaster(EchoesOf(*seen));
-        });
-    }
-
     bool ListsEmpty()
     {
         dev.DeviceLock(0);
@@ -322,7 +287,6 @@ protected:
     std::thread ticker;
 };
 
-// The records of one host frame, in order.
 std::vector<Bytes> RecordsOf(const Bytes& frame)
 {
     std::vector<Bytes> records;
@@ -334,7 +298,10 @@ std::vector<Bytes> RecordsOf(const Bytes& frame)
 TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
 {
     Bytes seen;
-    std::thread unit = EchoingUnit(&seen);
+    std::thread unit([&] {
+        seen = ReadHostFrame(pty);
+        pty.WriteMaster(EchoesOf(seen));
+    });
     EXPECT_EQ(dev.Open(0), 0u);
     unit.join();
     EXPECT_EQ(seen, HostFrame({SessionRecord(0, false), SessionRecord(1, true)}));
@@ -345,17 +312,16 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_EQ(dev.Open(0), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0);
 
-    // A command waiting for its echo and one still queued: the close waits
-    // for the echo, then sends the queued command and the closing session
-    // command in one frame, without waiting for their echoes.
+    // A command waiting for its echo and one queued: the close waits for the
+    // echo, then sends the queued command and the session close unechoed.
     dev.DeviceLock(0);
     dev.AttachStatusRequestCommand(0, 0, 1);
     dev.ProcessCommandList(0u);
     dev.AttachStatusRequestCommand(0, 1, 1);
     dev.DeviceUnlock(0);
     const Bytes inFlight = ReadHostFrame(pty);
-    // Once the echo is in, the tick may send the queued command before the
-    // close attaches its session record: one frame or two, in that order.
+    // The tick may send the queued command before the close attaches its
+    // session record: one frame or two, in that order.
     std::vector<Bytes> lastFrames;
     std::vector<Bytes> lastRecords;
     std::thread late([&] {
@@ -374,8 +340,8 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_FALSE(dev.Inst()->IsOpen());
     EXPECT_TRUE(ListsEmpty());
 
-    // The unit echoes the close late, after the next open began: the new
-    // session drops that echo and opens at the first try.
+    // The close echoed late, after the next open began: the new session
+    // drops that echo and opens at the first try.
     unit = std::thread([&] {
         seen = ReadHostFrame(pty);
         for (const Bytes& f : lastFrames)

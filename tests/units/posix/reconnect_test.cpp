@@ -1,11 +1,7 @@
-// A unit unplugged and plugged back while words flow, on a pseudo-terminal
-// reached through a symbolic link (as a USB unit's stable name) and over UDP
-// (the unit restarts and forgets its session). With reconnect on, the ports
-// stay open and traffic resumes after each return, in order and never twice;
-// what was lost is counted.
+// A unit unplugged and plugged back with the manager's reconnect on, on a
+// pseudo-terminal behind a symbolic link (a USB unit's stable name) or UDP.
 #include "Mil1553Rig.h"
 
-#include <atomic>
 #include <unistd.h>
 
 using namespace halden_test;
@@ -17,61 +13,33 @@ constexpr unsigned kCycles = 5;
 constexpr unsigned kBatch = 200;
 constexpr uint32_t kUnitSignals = (1u << (HDW_SIGNAL_UNIT_LOST - 1)) | (1u << (HDW_SIGNAL_UNIT_BACK - 1));
 
-// Lost, with or without an attempt to open its link running.
 bool IsLost(unsigned state)
 {
     return state == HDW_UNIT_LINK_LOST || state == HDW_UNIT_LINK_OPENING;
-}
-
-std::string TempLinkPath(const char* tag)
-{
-    return "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-" + tag;
 }
 
 hdwsim::Emulator::Options SimOptions(bool udp)
 {
     hdwsim::Emulator::Options o = EmulatorOptions(udp);
     if (!udp)
-        o.LinkPath = TempLinkPath("pty");
+        o.LinkPath = "/tmp/hdwlib-reconnect-" + std::to_string(getpid()) + "-pty";
     return o;
 }
 
-// A Halden unit opened through the link path (pty) or its UDP address, with
-// the manager's reconnect switch as given, an ARINC 429 pair on channel kCh
-// and a signal service for the unit's comings and goings on the receiver.
+// Start adds an ARINC 429 pair on kCh and a signal service for the unit's
+// comings and goings.
 class ReconnectRig {
 public:
-    ReconnectRig(bool udp, bool reconnect, const UnitCase& unit = UnitNamed("halden"))
-        : Rig(unit, SimOptions(udp)),
-          m_Udp(udp)
+    ReconnectRig(bool udp, const UnitCase& unit = UnitNamed("halden")) : Rig(unit, SimOptions(udp))
     {
-        // Loss over UDP is seen by the echo time-out: short enough to keep
-        // the test brief, long enough for a loaded machine.
         if (udp)
-            Rig.SetEchoTimeout(1500);
-        m_Reconnect = reconnect;
-    }
-
-    // The emulator, the manager with its reconnect switch, the unit
-    // enumerated through its link path or address; no port open.
-    void StartLink()
-    {
-        ASSERT_NO_FATAL_FAILURE(Rig.StartSim());
-        ASSERT_EQ(Rig.Manager.AttachDevice(Rig.Device.get()), 0u);
-        CKVX_HdwManager::CParameters mp;
-        ASSERT_EQ(Rig.Manager.GetParameters(mp), 0u);
-        EXPECT_FALSE(mp.Reconnect); // off unless asked for
-        mp.Reconnect = m_Reconnect;
-        ASSERT_EQ(Rig.Manager.SetParameters(mp), 0u);
-        CKVX_HdwManager::CInitPortDesc link(
-            Rig.Unit.Code, m_Udp ? "udp:127.0.0.1:" + std::to_string(Rig.Sim.UdpPort()) : Rig.Sim.LinkPath());
-        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(Rig.Manager, &link, 1));
-        ASSERT_EQ(Rig.Manager.Run(), 0u);
+            Rig.SetEchoTimeout(1500); // loss over UDP shows by the echo time-out
+        Rig.Reconnect = true;
     }
 
     void Start()
     {
-        ASSERT_NO_FATAL_FAILURE(StartLink());
+        ASSERT_NO_FATAL_FAILURE(Rig.Start());
         CKVX_HdwSignalService::CParameters sp;
         sp.SignalMask = kUnitSignals;
         Signals = Rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_RX, kCh, HDW_SERVICE_SIGNAL, &sp);
@@ -87,32 +55,25 @@ public:
         return s;
     }
 
-    // Queues the next `count` words of the sequence (data = sequence number).
+    // Queues the next `count` words (data = sequence number).
     void WriteNext(unsigned count)
     {
-        std::vector<CKVX_HdwArinc429Message> words;
-        for (unsigned i = 0; i < count; ++i)
-            words.push_back(Word(0x51, m_Next++));
+        std::vector<CKVX_HdwArinc429Message> words = Sequence(0x51, count, m_Next);
+        m_Next += count;
         ASSERT_EQ(Pair.Out->Write(words.data(), count, 0), 0u);
     }
     uint32_t Written() const { return m_Next; }
 
-    // Takes what the receiver and the signal service hold.
-    void Drain()
-    {
-        CKVX_HdwArinc429Message chunk[256];
-        unsigned n = 0;
-        while (Pair.In && Pair.In->Read(chunk, 256, n) == 0 && n > 0)
-            Received.insert(Received.end(), chunk, chunk + n);
-        CKVX_HdwSignalService::CSignal s;
-        while (Signals && Signals->GetSignal(s) == 0)
-            Seen.push_back(s);
-    }
+    // Waits for `done`, taking what the receiver and the signal service hold.
     bool WaitFor(const std::function<bool()>& done, unsigned timeoutMs = 20000)
     {
         return WaitUntil(
             [&] {
-                Drain();
+                if (Pair.In)
+                    TakeAll(Pair.In, Received);
+                CKVX_HdwSignalService::CSignal s;
+                while (Signals && Signals->GetSignal(s) == 0)
+                    Seen.push_back(s);
                 return done();
             },
             timeoutMs);
@@ -121,19 +82,7 @@ public:
     {
         return size_t(std::count_if(Seen.begin(), Seen.end(), [&](const auto& s) { return s.Kind == kind; }));
     }
-    // Closes, or opens, both ports of the ARINC 429 pair.
-    void ClosePair()
-    {
-        for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
-            EXPECT_EQ(Rig.Port(type, kCh)->Close(), 0u);
-    }
-    void OpenPair()
-    {
-        for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
-            ASSERT_EQ(Rig.Open(type, kCh), 0u);
-    }
-    // Unplugs the unit, waits until it is lost, runs `whileAway`, plugs it
-    // back and waits for its return.
+    // Unplugs the unit until lost, runs `whileAway`, plugs it back until returned.
     void Replug(const std::function<void()>& whileAway = {})
     {
         const unsigned returns = Status().Returns;
@@ -156,51 +105,60 @@ public:
     std::vector<CKVX_HdwSignalService::CSignal> Seen;
 
 private:
-    bool m_Udp;
-    bool m_Reconnect = false;
     uint32_t m_Next = 0;
 };
 
-// Five unplug / plug cycles with words in flight at each unplug and words
-// written while the unit is away.
+// Words in flight at each unplug and written while away resume in order,
+// never twice, the gaps counted lost; label tables are sent again.
 void RunCycles(bool udp)
 {
-    ReconnectRig r(udp, true);
+    ReconnectRig r(udp);
     ASSERT_NO_FATAL_FAILURE(r.Start());
+    // A label-oriented output on pair 2: the unit comes back without its label
+    // table, and the service sends it again with the data given while away.
+    auto* labelIn =
+        r.Rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
+    auto* labelOut =
+        r.Rig.OpenWith<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_LABEL_OUT);
+    ASSERT_TRUE(labelIn && labelOut);
+    CKVX_HdwArinc429OutLbloService::CLabelCtrl ctrl(0x31, 10);
+    ASSERT_EQ(labelOut->SetLabelsCtrl(&ctrl, 1), 0u);
+    CKVX_HdwArinc429Message label = Word(0x31, 0x100);
+    ASSERT_EQ(labelOut->UpdateMessages(&label, 1), 0u);
+    std::vector<CKVX_HdwArinc429Message> labels;
+    const auto labelCame = [&] {
+        TakeAll(labelIn, labels);
+        return std::count_if(labels.begin(), labels.end(), [&](const auto& w) { return w == label; }) >= 3;
+    };
+    ASSERT_TRUE(WaitUntil(labelCame));
     for (unsigned cycle = 0; cycle < kCycles; ++cycle) {
         SCOPED_TRACE(cycle);
         r.WriteNext(kBatch);
         const uint32_t last = r.Written() - 1;
         ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); }));
-        // The cable goes while words are on their way, more are written while away.
         r.WriteNext(kBatch);
         r.Rig.Sim.Unplug();
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == cycle + 1; }));
         EXPECT_EQ(r.Status().Outages, cycle + 1);
         r.WriteNext(kBatch);
-        // An attempt on the absent unit fails and is retried later (over
-        // UDP an attempt takes seconds: once is enough there).
-        if (!udp || cycle == 0) {
-            const uint32_t failed = r.Status().FailedAttempts;
-            ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }));
-            EXPECT_TRUE(IsLost(r.Status().State));
-        }
+        label = Word(0x31, 0x101 + cycle);
+        ASSERT_EQ(labelOut->UpdateMessages(&label, 1), 0u);
         ASSERT_TRUE(r.Rig.Sim.Plug());
         ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == cycle + 1; }));
         EXPECT_EQ(r.Pair.In->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
         EXPECT_EQ(r.Pair.Out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+        EXPECT_EQ(labelOut->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+        ASSERT_TRUE(WaitUntil(labelCame)) << "the label did not come back";
     }
     r.WriteNext(kBatch);
     const uint32_t last = r.Written() - 1;
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(last); })) << "traffic did not resume";
 
-    // Each word at most once and in the order written; the gaps are no more
-    // than what the library reported as lost.
+    // Each word at most once, in order; no more missing than reported lost.
     for (size_t i = 1; i < r.Received.size(); ++i)
         ASSERT_GT(r.Received[i].Data, r.Received[i - 1].Data) << "word " << i;
-    const uint64_t missing = r.Written() - r.Received.size();
     const CKVX_HdwKvxUnitLinkStatus s = r.Status();
-    EXPECT_LE(missing, s.LostItems);
+    EXPECT_LE(r.Written() - r.Received.size(), s.LostItems);
     EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
     EXPECT_EQ(s.Outages, kCycles);
     EXPECT_EQ(s.Returns, kCycles);
@@ -229,41 +187,25 @@ TEST(Reconnect, FiveUnplugsOverPtyAndRestartsOverUdpDuringTraffic)
     }
 }
 
-// A Halden whose deadlines read a clock the test steps.
-class SteppedHalden : public CKVX_HdwKvxHaldenDevice {
-public:
-    uint64_t GetUnitTime() override { return Now.load(); }
-    std::atomic<uint64_t> Now{1'000'000};
-};
-
-// The back-off on a stepped clock: the first attempt 100 ms after the loss,
-// then 200, 400, 800, 1600 and never more than 2000 ms apart; once plugged
-// back the next attempt brings the unit back, whose signal tells how long it
-// was away.
-TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
+// On a stepped clock; the return's signal tells how long the unit was away.
+TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sAndOpeningAnotherPortTriesAtOnce)
 {
-    UnitCase unit = UnitNamed("halden");
-    unit.Make = [] { return new SteppedHalden; };
-    ReconnectRig r(false, true, unit);
+    ReconnectRig r(false, SteppedHalden());
+    std::atomic<uint64_t>& now = ClockOf(r.Rig);
+    const uint64_t t0 = now = 1'000'000;
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    auto& dev = dynamic_cast<SteppedHalden&>(*r.Rig.Device);
-    const uint64_t t0 = dev.Now.load();
     r.WriteNext(10);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(9); }));
 
     r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    // Some ticks at a given time, so that an attempt that is due has been made.
-    auto ticksPass = [&] {
-        const uint64_t from = r.Rig.Manager.GetTickCounter();
-        return WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 20; });
-    };
+    // The failed attempts once some ticks have passed at `ms` after the loss.
     auto attemptsAt = [&](uint64_t ms) {
-        dev.Now = t0 + ms;
-        EXPECT_TRUE(ticksPass());
+        now = t0 + ms;
+        const uint64_t from = r.Rig.Manager.GetTickCounter();
+        EXPECT_TRUE(WaitUntil([&] { return r.Rig.Manager.GetTickCounter() >= from + 20; }));
         return r.Status().FailedAttempts;
     };
-    // (time after the loss, failed attempts by then)
     const std::vector<std::pair<uint64_t, uint32_t>> steps = {{99, 0}, {100, 1}, {299, 1}, {300, 2}, {699, 2}, {700, 3},
         {1499, 3}, {1500, 4}, {3099, 4}, {3100, 5}, {5099, 5}, {5100, 6}, {7099, 6}, {7100, 7}};
     for (const auto& [ms, attempts] : steps)
@@ -271,7 +213,7 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
 
     ASSERT_TRUE(r.Rig.Sim.Plug());
-    dev.Now = t0 + 9100;
+    now = t0 + 9100;
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
     const auto back =
         std::find_if(r.Seen.begin(), r.Seen.end(), [](const auto& s) { return s.Kind == HDW_SIGNAL_UNIT_BACK; });
@@ -281,17 +223,39 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sOnAPtyThatIsGone)
     EXPECT_EQ(r.Status().FailedAttempts, 7u);
     r.WriteNext(10);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(19); }));
+
+    // Lost again, the clock standing (the tick does not retry): opening
+    // another port tries the unit at once; back, the ports kept open are
+    // configured again and carry words beside the new ones.
+    auto* out2 =
+        r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
+    auto* in2 = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
+    ASSERT_TRUE(out2 && in2);
+    r.Rig.Sim.Unplug();
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 2; }));
+    EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
+    EXPECT_EQ(r.Status().FailedAttempts, 8u);
+    ASSERT_TRUE(r.Rig.Sim.Plug());
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
+    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
+    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
+    EXPECT_EQ(r.Status().Returns, 2u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 2; }));
+    r.WriteNext(30);
+    std::vector<CKVX_HdwArinc429Message> sent = Sequence(0x53, 30);
+    ASSERT_EQ(out2->Write(sent.data(), 30, 0), 0u);
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
+    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
 }
 
-// An attempt on a unit that does not answer waits out the link's handshake
-// (over UDP about 1.5 s) on a thread of its own: the tick goes on meanwhile
-// (for the unit's signals, its other ports and every other unit), and a
-// port closed during an attempt ends the outage at once.
-TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
+// The attempt (1.5 s of handshake) runs on a thread of its own; a port closed
+// during one ends the outage at once.
+TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTickNorTakesAnotherUnitAtItsAddress)
 {
-    ReconnectRig r(true, true);
+    ReconnectRig r(true);
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    r.Rig.Sim.Unplug(); // over UDP: silent, the session forgotten
+    r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
     uint64_t most = 0;
     for (unsigned attempt = 0; attempt < 2; ++attempt) {
@@ -301,146 +265,57 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTick)
         ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts > failed; }, 30000));
         most = std::max(most, r.Rig.Manager.GetTickCounter() - from);
     }
-    // A tick held up by the attempt would count one or two.
-    EXPECT_GE(most, 10u) << "the tick waited for the attempt";
+    EXPECT_GE(most, 10u) << "the tick waited for the attempt"; // held up, it would count one or two
 
-    // Closing the ports while an attempt runs waits for it and ends the outage.
     ASSERT_TRUE(r.WaitFor([&] { return r.Status().State == HDW_UNIT_LINK_OPENING; }, 30000));
-    r.ClosePair();
+    for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
+        EXPECT_EQ(r.Rig.Port(type, kCh)->Close(), 0u);
     EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
     ASSERT_TRUE(r.Rig.Sim.Plug());
-    // The unit opens by hand as on a fresh start and carries words.
-    ASSERT_NO_FATAL_FAILURE(r.OpenPair());
+    // Opened by hand, as on a fresh start.
+    for (unsigned type : {HDW_PORT_ARINC429_RX, HDW_PORT_ARINC429_TX})
+        ASSERT_EQ(r.Rig.Open(type, kCh), 0u);
     r.WriteNext(20);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
-}
 
-// Over UDP the unit's identity is its address and its serial number: a unit
-// of another serial number answering at the same address is not taken over;
-// the unit itself, back at that address, is.
-TEST(Reconnect, AnotherUnitAtTheSameUdpAddressIsNotTakenForTheLostOne)
-{
-    ReconnectRig r(true, true);
-    ASSERT_NO_FATAL_FAILURE(r.Start());
+    // Over UDP a unit is its address and serial number: another serial number
+    // at the same address is not taken over; the unit itself back there is.
     hdwsim::Emulator::Options o = EmulatorOptions(true);
     o.UdpPort = r.Rig.Sim.UdpPort();
+    const size_t lost = r.SignalsOf(HDW_SIGNAL_UNIT_LOST), back = r.SignalsOf(HDW_SIGNAL_UNIT_BACK);
     r.Rig.Sim.Stop();
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == lost + 1; }));
+    const uint32_t failed = r.Status().FailedAttempts;
     o.SerialNumber = "OTHER-0001";
     auto other = std::make_unique<hdwsim::Emulator>(*hdwsim::FindUnitModel("halden"), o);
     ASSERT_TRUE(other->Start());
-    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 2; }, 30000));
+    ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= failed + 2; }, 30000));
     EXPECT_TRUE(IsLost(r.Status().State));
-    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), 0u);
+    EXPECT_EQ(r.SignalsOf(HDW_SIGNAL_UNIT_BACK), back);
     EXPECT_EQ(other->GetCounters().FramesReceived, 0u) << "commands went to the other unit";
     other->Stop();
-
     o.SerialNumber.clear(); // the model's own, as the first unit
     hdwsim::Emulator same(*hdwsim::FindUnitModel("halden"), o);
     ASSERT_TRUE(same.Start());
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }, 30000));
+    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == back + 1; }, 30000));
     r.WriteNext(50);
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(49); }));
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 }
 
-// Opening another port of a lost unit tries the unit at once: when it is
-// back, the ports kept open are configured again and carry words as before.
-TEST(Reconnect, OpeningAnotherPortOfALostUnitBringsItBackWithItsOpenPorts)
-{
-    UnitCase unit = UnitNamed("halden");
-    unit.Make = [] { return new SteppedHalden; }; // the clock stands: the tick does not retry
-    ReconnectRig r(false, true, unit);
-    ASSERT_NO_FATAL_FAILURE(r.Start());
-    auto* out2 =
-        r.Rig.Enable<CKVX_HdwArinc429OutBufferService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_ARINC429_OUT_BUFFER);
-    auto* in2 = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
-    ASSERT_TRUE(out2 && in2);
-    r.Rig.Sim.Unplug();
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
-    // While it is away the open fails and the unit stays lost.
-    EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
-    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
-    EXPECT_EQ(r.Status().FailedAttempts, 1u);
-
-    ASSERT_TRUE(r.Rig.Sim.Plug());
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
-    const CKVX_HdwKvxUnitLinkStatus s = r.Status();
-    EXPECT_EQ(s.State, unsigned(HDW_UNIT_LINK_UP));
-    EXPECT_EQ(s.Returns, 1u);
-    ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 1; }));
-
-    // The kept pair and the new one both carry words.
-    r.WriteNext(30);
-    std::vector<CKVX_HdwArinc429Message> sent;
-    for (unsigned i = 0; i < 30; ++i)
-        sent.push_back(Word(0x53, i));
-    ASSERT_EQ(out2->Write(sent.data(), 30, 0), 0u);
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(29); }));
-    EXPECT_EQ(ReadAll<CKVX_HdwArinc429Message>(in2, 30), sent);
-}
-
-} // namespace
-
-// A label-oriented output keeps transmitting after a return: the unit comes
-// back without its label table, and the service sends the table and each
-// label's last data again.
-TEST(Reconnect, LabelTableIsSentAgainWhenTheUnitComesBack)
-{
-    ReconnectRig r(false, true);
-    ASSERT_NO_FATAL_FAILURE(r.Start());
-    constexpr unsigned ch = 2;
-    auto* out = r.Rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_ARINC429_LABEL_OUT);
-    auto* in = r.Rig.Enable<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER);
-    ASSERT_TRUE(out && in);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, ch), 0u);
-    ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, ch), 0u);
-    CKVX_HdwArinc429OutLbloService::CLabelCtrl ctrl(0x31, 10);
-    ASSERT_EQ(out->SetLabelsCtrl(&ctrl, 1), 0u);
-    CKVX_HdwArinc429Message data = Word(0x31, 0x123);
-    ASSERT_EQ(out->UpdateMessages(&data, 1), 0u);
-    // Newer data, given while the unit is away, is what it sends once back.
-    CKVX_HdwArinc429Message later = Word(0x31, 0x456);
-
-    std::vector<CKVX_HdwArinc429Message> got;
-    auto countOf = [&](uint32_t value) {
-        CKVX_HdwArinc429Message chunk[64];
-        unsigned n = 0;
-        while (in->Read(chunk, 64, n) == 0 && n > 0)
-            got.insert(got.end(), chunk, chunk + n);
-        return std::count_if(got.begin(), got.end(), [&](const auto& w) { return w.Label == 0x31 && w.Data == value; });
-    };
-    ASSERT_TRUE(WaitUntil([&] { return countOf(0x123) >= 3; }));
-
-    ASSERT_NO_FATAL_FAILURE(r.Replug([&] { ASSERT_EQ(out->UpdateMessages(&later, 1), 0u); }));
-    ASSERT_TRUE(WaitUntil([&] { return countOf(0x456) >= 3; })) << "the label did not come back";
-    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-}
-
-// A running bus controller (channel 0) and remote terminal (channel 1) come
-// back by themselves: tables, latest data and run are written again, the
-// transmit data given while the unit was away is what the controller reads,
-// and the transfers the schedule missed are counted as lost. A schedule of
-// 255 cycles runs only the cycles it had left: with 2-ms cycles it ended while
-// the unit was away (about a second) and does not start again; with 20-ms
-// cycles it resumes and stops after 255 cycles in all.
+// Tables, data given while away and run are written again, missed transfers
+// counted lost. A schedule of 255 cycles runs what it had left: of 2-ms
+// cycles it ended while away; of 20-ms cycles it stops after 255 in all.
 TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
 {
     for (const unsigned minorUs : {2000u, 20000u}) {
         SCOPED_TRACE(minorUs);
-        const bool endsAway = minorUs == 2000;
-        ReconnectRig r(false, true);
+        ReconnectRig r(false);
         ASSERT_NO_FATAL_FAILURE(r.Start());
         const Words oldTx = {0x101, 0x102}, newTx = {0x201, 0x202};
         const CKVX_HdwMilStd1553RemoteTerminal t = Terminal(5, oldTx);
         Rt* rt = OpenRt(r.Rig, &t);
-        CKVX_HdwMilStd1553BusController c;
-        c.MajorFrame.Messages = {BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)};
-        c.MajorFrame.MinorFrames = {Minor(minorUs, {0, 1})};
-        c.StopAfter = 255;
         const uint64_t all = 255 * 2;
-        Bc* bc = RunSchedule(r.Rig, c);
+        Bc* bc = RunSchedule(r.Rig, Schedule({BcToRt(5, 1, {0xA1}), RtToBc(5, 2, 2)}, {Minor(minorUs, {0, 1})}, 255));
         ASSERT_TRUE(rt && bc);
         size_t seen = ReadTransfers(bc, 10).size();
         ASSERT_GE(seen, 10u);
@@ -453,7 +328,7 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
             ASSERT_TRUE(r.WaitFor([&] { return r.Status().FailedAttempts >= 3; }));
         }));
         EXPECT_TRUE(rt->IsRunning());
-        if (endsAway) {
+        if (minorUs == 2000) {
             EXPECT_FALSE(bc->IsRunning());
             EXPECT_EQ(seen + bc->GetLostCount(), all);
             continue;
@@ -475,8 +350,7 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
         ASSERT_GE(access.size(), 10u);
         EXPECT_EQ(access.back().Data, Words{0xA1});
         EXPECT_GT(bc->GetLostCount(), 0u);
-        // Reported, counted lost and run after the return: the 255 cycles,
-        // the last one begun again whole.
+        // The 255 cycles, the last one begun again whole.
         seen += got.size();
         ASSERT_TRUE(r.WaitFor([&] {
             seen += ReadTransfers(bc, 100000, 0).size();
@@ -488,24 +362,12 @@ TEST(Reconnect, MilStd1553ControllerAndTerminalResumeAfterAReturn)
     }
 }
 
-// A service enabled on a port, then the port opened with `params`.
-template <class S, class P>
-S* OpenWith(UnitRig& rig, unsigned portType, unsigned channel, unsigned serviceType, const P& params)
-{
-    S* service = rig.Enable<S>(portType, channel, serviceType);
-    EXPECT_EQ(rig.Open(portType, channel, params), 0u);
-    return service;
-}
-
-// The discrete and I2C/SPI units after an unplug: the output bank comes
-// back driving what the application last wrote (not its InitialState), the
-// inputs report again with a fresh sequence base (no false loss); an I2C
-// transfer on the unit at the loss ends with 14, the masters are configured
-// again and the next transfers run.
+// The output bank drives what was last written (not InitialState), the
+// inputs count no false loss; an I2C transfer on the unit at the loss ends
+// with 14, the masters are configured again.
 TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
 {
-    // Idle for several probe periods: the probe is a command the unit takes
-    // (the emulator leaves one it lacks unechoed), so the unit is not lost.
+    // Idle for several probes (commands these units take), and not lost.
     const auto idleProbes = [](ReconnectRig& r) {
         const auto probes = [&] {
             const auto& byCode = r.Rig.Sim.GetCounters().CommandsByCode;
@@ -517,14 +379,14 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsUnknown, 0u);
     };
     {
-        ReconnectRig r(false, true, UnitNamed("travin"));
-        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        ReconnectRig r(false, UnitNamed("travin"));
+        ASSERT_NO_FATAL_FAILURE(r.Rig.Start());
         CKVX_HdwDiscreteInPort::CParameters ip;
         ip.DebounceUs = 0;
         CKVX_HdwDiscreteOutPort::CParameters op;
         op.InitialState = 0x81;
-        auto* in = OpenWith<CKVX_HdwDiscreteInService>(r.Rig, HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
-        auto* out = OpenWith<CKVX_HdwDiscreteOutService>(r.Rig, HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
+        auto* in = r.Rig.OpenWith<CKVX_HdwDiscreteInService>(HDW_PORT_DISCRETE_IN, 2, HDW_SERVICE_DISCRETE_IN, ip);
+        auto* out = r.Rig.OpenWith<CKVX_HdwDiscreteOutService>(HDW_PORT_DISCRETE_OUT, 2, HDW_SERVICE_DISCRETE_OUT, op);
         ASSERT_TRUE(in && out);
         ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         ASSERT_EQ(out->WriteAll(0x3C), 0u);
@@ -535,7 +397,7 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         ASSERT_TRUE(r.WaitFor([&] { return out->GetDriven(state, time) == 0 && state == 0x3C; }));
         ASSERT_EQ(out->Toggle(0x01), 0u);
         ASSERT_TRUE(r.WaitFor([&] { return in->GetState(state, time) == 0 && state == 0x3D; }));
-        // Debounce 0 came back too: the toggle is one change, nothing counted lost.
+        // Debounce 0 came back too: the toggle is one change, nothing lost.
         CKVX_HdwDiscreteInService::CChange last;
         unsigned n = 0;
         while (in->Read(&last, 1, n) == 0 && n) {}
@@ -546,14 +408,14 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[36 + 2], 2u); // open and return
     }
     {
-        ReconnectRig r(false, true, UnitNamed("wendal"));
-        ASSERT_NO_FATAL_FAILURE(r.StartLink());
+        ReconnectRig r(false, UnitNamed("wendal"));
+        ASSERT_NO_FATAL_FAILURE(r.Rig.Start());
         CKVX_HdwI2cPort::CParameters ip;
         ip.BusSpeed = 400000;
         CKVX_HdwSpiPort::CParameters sp;
         sp.Mode = 3;
-        auto* i2c = OpenWith<CKVX_HdwI2cMasterService>(r.Rig, HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
-        auto* spi = OpenWith<CKVX_HdwSpiMasterService>(r.Rig, HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
+        auto* i2c = r.Rig.OpenWith<CKVX_HdwI2cMasterService>(HDW_PORT_I2C, 0, HDW_SERVICE_I2C_MASTER, ip);
+        auto* spi = r.Rig.OpenWith<CKVX_HdwSpiMasterService>(HDW_PORT_SPI, 1, HDW_SERVICE_SPI_MASTER, sp);
         ASSERT_TRUE(i2c && spi);
         ASSERT_NO_FATAL_FAILURE(idleProbes(r));
         // The unit takes the transfer; its answer is held back past the unplug.
@@ -581,3 +443,5 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[115], 2u); // SPI master 1
     }
 }
+
+} // namespace

@@ -1,11 +1,6 @@
-// The Sorrel's six UARTs end to end: driver and emulator over UDP on
-// 127.0.0.1, the HOE port packets between them.
-
+// The Sorrel's six UARTs end to end over UDP on 127.0.0.1.
 #include "SorrelRig.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <tuple>
@@ -19,15 +14,13 @@ void CountLinkTimeouts(const char* text)
         ++g_LinkTimeouts;
 }
 
-using sorrel_test::Line;
-using sorrel_test::Pattern;
-using sorrel_test::SorrelRig;
+using namespace sorrel_test;
 
-// Six UARTs, byte services only; settings the unit cannot run answer 2,
-// send nothing and leave the port closed with its last good settings.
-TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotRun)
+// Settings the unit cannot run send nothing and keep the last good ones.
+// Closing both UARTs of a pair ends the session; a re-opened pair starts clean.
+TEST(SorrelUnit, EnumeratesSixUartsRefusesSettingsItCannotRunAndCloseEndsTheSession)
 {
-    SorrelRig rig;
+    SorrelRig rig(8);
     ASSERT_NO_FATAL_FAILURE(rig.Start());
     ASSERT_EQ(rig.Manager.GetPortCount(HDW_PORT_UART), 6u);
     EXPECT_FALSE(rig.Sim.HasUdpSession()) << "enumeration detects, it does not connect";
@@ -48,6 +41,22 @@ TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotR
     CKVX_HdwUartPort::CParameters now;
     ASSERT_EQ(port->GetParameters(&now), 0u);
     EXPECT_EQ(now.BaudRate, 9600u);
+
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(4));
+    ASSERT_NO_FATAL_FAILURE(rig.Enable(5));
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(rig.Open(4, Line(460800)), 0u) << round;
+        ASSERT_EQ(rig.Open(5, Line(460800)), 0u) << round;
+        const auto bytes = Pattern(20000, 10 + round);
+        rig.Uarts[5].Got.clear();
+        ASSERT_EQ(rig.Uarts[4].Out->Write(const_cast<uint8_t*>(bytes.data()), 20000, 0), 0u);
+        EXPECT_TRUE(rig.ReadUntil({5}, bytes.size(), 60000));
+        EXPECT_TRUE(rig.Uarts[5].Got == bytes) << round;
+        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u);
+        EXPECT_TRUE(rig.Sim.HasUdpSession()) << "UART 5 still uses it";
+        EXPECT_EQ(rig.Uarts[5].Port->Close(), 0u);
+        EXPECT_TRUE(WaitUntil([&] { return !rig.Sim.HasUdpSession(); }));
+    }
     // A rate the unit's divider makes exactly is taken.
     EXPECT_EQ(rig.Open(0, Line(3600)), 0u);
 }
@@ -55,8 +64,6 @@ TEST(SorrelUnit, EnumeratesSixUartsAdmitsByteServicesAndRefusesSettingsItCannotR
 // Rate, bytes each way, pace factor of the emulator's lines.
 class SorrelRoundTrip : public ::testing::TestWithParam<std::tuple<uint32_t, size_t, unsigned>> {};
 
-// One block each way on every pair (0-1, 2-3, 4-5) at once: every byte
-// arrives, in order, and neither side counts a byte dropped.
 TEST_P(SorrelRoundTrip, EveryPairCarriesEveryByteInOrder)
 {
     const auto [rate, bytes, pace] = GetParam();
@@ -82,7 +89,7 @@ TEST_P(SorrelRoundTrip, EveryPairCarriesEveryByteInOrder)
         EXPECT_TRUE(got == sent[n ^ 1u]) << "UART " << n << " received other bytes than UART " << (n ^ 1u) << " sent";
         EXPECT_EQ(rig.Uarts[n].In->GetDroppedCount(), 0u);
         unsigned left = 1;
-        EXPECT_TRUE(sorrel_test::WaitUntil([&] { return rig.Uarts[n].Out->GetBytesToBeWritten(left) == 0 && !left; }));
+        EXPECT_TRUE(WaitUntil([&] { return rig.Uarts[n].Out->GetBytesToBeWritten(left) == 0 && !left; }));
     }
 }
 
@@ -90,22 +97,20 @@ INSTANTIATE_TEST_SUITE_P(Rates, SorrelRoundTrip,
     ::testing::Values(std::make_tuple(9600u, size_t(6000), 4u), std::make_tuple(115200u, size_t(40000), 64u),
         std::make_tuple(921600u, size_t(40000), 8u)));
 
-// At the real line rate a lost packet's 50 ms is well inside what the
-// unit's 16-KiB receive buffer holds (a line sped up would overrun it).
-TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
+// Lost packets at the real line rate (whose 50 ms the unit's buffer holds).
+TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytesAndResetsLetNoOlderByteThrough)
 {
     SorrelRig rig(1);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 230400, 230400));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(230400));
     rig.Sim.SetUdpDropFraction(0.05);
     rig.Sim.DropHostPackets(3);
     const size_t bytes = 64 * 1024;
     const auto a = Pattern(bytes, 1), b = Pattern(bytes, 2);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(a.data()), unsigned(bytes), 0), 0u);
     ASSERT_EQ(rig.Uarts[1].Out->Write(const_cast<uint8_t*>(b.data()), unsigned(bytes), 0), 0u);
-    // Asked while the tick resends and takes acknowledgements, what is left
-    // to write only goes down.
+    // While the tick resends, what is left to write only goes down.
     unsigned left = 0, before = unsigned(bytes);
-    EXPECT_TRUE(sorrel_test::WaitUntil(
+    EXPECT_TRUE(WaitUntil(
         [&] {
             EXPECT_EQ(rig.Uarts[0].Out->GetBytesToBeWritten(left), 0u);
             EXPECT_LE(left, before);
@@ -122,42 +127,17 @@ TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytes)
     EXPECT_GT(c.UdpPacketsDropped, 0u);
     EXPECT_GT(c.PortDataResends, 0u) << "the unit resent what the host did not acknowledge";
     EXPECT_GT(rig.Uarts[0].Out->GetResendCount() + rig.Uarts[1].Out->GetResendCount(), 0u);
-}
 
-TEST(SorrelUnit, CloseEndsTheSessionAndAReopenedPairStartsClean)
-{
-    SorrelRig rig(8);
-    ASSERT_NO_FATAL_FAILURE(rig.Start());
-    ASSERT_NO_FATAL_FAILURE(rig.Enable(4));
-    ASSERT_NO_FATAL_FAILURE(rig.Enable(5));
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(rig.Open(4, Line(460800)), 0u) << round;
-        ASSERT_EQ(rig.Open(5, Line(460800)), 0u) << round;
-        const auto bytes = Pattern(20000, 10 + round);
-        rig.Uarts[5].Got.clear();
-        ASSERT_EQ(rig.Uarts[4].Out->Write(const_cast<uint8_t*>(bytes.data()), 20000, 0), 0u);
-        EXPECT_TRUE(rig.ReadUntil({5}, bytes.size(), 60000));
-        EXPECT_TRUE(rig.Uarts[5].Got == bytes) << round;
-        EXPECT_EQ(rig.Uarts[4].Port->Close(), 0u);
-        EXPECT_TRUE(rig.Sim.HasUdpSession()) << "UART 5 still uses it";
-        EXPECT_EQ(rig.Uarts[5].Port->Close(), 0u);
-        EXPECT_TRUE(sorrel_test::WaitUntil([&] { return !rig.Sim.HasUdpSession(); }));
-    }
-}
-
-TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
-{
-    SorrelRig rig(1);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
-    // Old bytes are 0x00, new ones 0xFF: none of the old may follow a new one.
+    // Resets while data flows let no older byte (0x00) follow a new one (0xFF).
     std::vector<uint8_t> old(40000, 0x00), fresh(3000, 0xFF);
+    rig.Uarts[1].Got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(old.data(), unsigned(old.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 1000, 20000)); // the line is busy
     EXPECT_EQ(rig.Uarts[0].Out->ResetWriteBuffer(), 0u);
     EXPECT_EQ(rig.Uarts[1].In->ResetReadBuffer(), 0u);
     rig.Uarts[1].Got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(fresh.data(), unsigned(fresh.size()), 0), 0u);
-    EXPECT_TRUE(sorrel_test::WaitUntil(
+    EXPECT_TRUE(WaitUntil(
         [&] {
             rig.Drain(1);
             return !rig.Uarts[1].Got.empty() && rig.Uarts[1].Got.back() == 0xFF &&
@@ -168,13 +148,12 @@ TEST(SorrelUnit, ResetsWhileDataFlowsLetNoOlderByteThrough)
     EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
 }
 
-// A line sped up beyond what lost packets let the unit pass on: its receive
-// buffer overflows, and Close adds what it dropped (its data context) to the
-// input's dropped count.
+// A line sped up beyond what lost packets let the unit pass on overflows its
+// buffer; Close adds what the unit dropped to the input's dropped count.
 TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
 {
     SorrelRig rig(512);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
     rig.Sim.SetUdpDropFraction(0.2);
     const auto bytes = Pattern(256 * 1024, 5);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), unsigned(bytes.size()), 0), 0u);
@@ -183,7 +162,7 @@ TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
         const hdwsim::Counters c = rig.Sim.GetCounters();
         return c.UartTransmitted[0] == bytes.size() && rig.Uarts[1].Got.size() + c.UartRxDropped[1] == bytes.size();
     };
-    ASSERT_TRUE(sorrel_test::WaitUntil(lineDone, 60000));
+    ASSERT_TRUE(WaitUntil(lineDone, 60000));
     rig.Sim.SetUdpDropFraction(0);
     const uint64_t unitDropped = rig.Sim.GetCounters().UartRxDropped[1];
     ASSERT_GT(unitDropped, 0u);
@@ -192,19 +171,18 @@ TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
     EXPECT_EQ(rig.Uarts[1].In->GetDroppedCount(), unitDropped);
 }
 
-// An unplugged unit: the session says "LINK TIMEOUT!!!" once, the silent
-// ports fail their services; closing them still works.
+// Unplugged: "LINK TIMEOUT!!!" once per silence, the services fail, closing works.
 TEST(SorrelUnit, AnUnpluggedUnitFailsTheServicesAndReportsTheLinkTimeoutOnce)
 {
     SorrelRig rig(8);
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 921600, 921600));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(921600));
     const auto bytes = Pattern(5000, 7);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), 5000, 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, bytes.size(), 20000));
     g_LinkTimeouts = 0;
     CKVX_HdwObject::SetDebugOutput(&CountLinkTimeouts);
     rig.Sim.Unplug();
-    EXPECT_TRUE(sorrel_test::WaitUntil([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         return rig.Uarts[0].In->GetStatus() == HDW_SERVICE_FAILED &&
             rig.Uarts[1].Out->GetStatus() == HDW_SERVICE_FAILED;
     }));
@@ -212,39 +190,35 @@ TEST(SorrelUnit, AnUnpluggedUnitFailsTheServicesAndReportsTheLinkTimeoutOnce)
     unsigned n = 0;
     EXPECT_EQ(rig.Uarts[1].In->Read(&b, 1, n), 15u);
     EXPECT_EQ(rig.Uarts[0].Out->Write(&b, 1, 0), 15u);
-    EXPECT_TRUE(sorrel_test::WaitUntil([] { return g_LinkTimeouts.load() >= 1; }));
+    EXPECT_TRUE(WaitUntil([] { return g_LinkTimeouts.load() >= 1; }));
     // Well past a second link time-out: still once for this one silence.
     const auto later = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
-    sorrel_test::WaitUntil([&] { return std::chrono::steady_clock::now() >= later; }, 5000);
+    WaitUntil([&] { return std::chrono::steady_clock::now() >= later; }, 5000);
     EXPECT_EQ(g_LinkTimeouts.load(), 1);
     CKVX_HdwObject::SetDebugOutput(nullptr);
     EXPECT_EQ(rig.Uarts[0].Port->Close(), 0u);
     EXPECT_EQ(rig.Uarts[1].Port->Close(), 0u);
 }
 
-// With the manager's reconnect on, an unplugged unit is lost instead and,
-// plugged back, its ports are opened again: the pair carries the rest of
-// the stream in order, and the bytes that went with the unit are counted.
+// The pair carries the rest of the stream in order; what went with the unit is counted.
 TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
 {
     SorrelRig rig;
     rig.Reconnect = true;
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(0, 115200, 115200));
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
     const auto bytes = Pattern(60000, 11);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), unsigned(bytes.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 2000, 20000));
     auto status = [&] {
         CKVX_HdwKvxUnitLinkStatus s;
-        EXPECT_EQ(rig.Device.GetUnitLinkStatus(0, s), 0u);
+        EXPECT_EQ(rig.Sorrel().GetUnitLinkStatus(0, s), 0u);
         return s;
     };
     rig.Sim.Unplug();
-    ASSERT_TRUE(sorrel_test::WaitUntil([&] { return status().Outages == 1; }, 20000));
+    ASSERT_TRUE(WaitUntil([&] { return status().Outages == 1; }, 20000));
     EXPECT_NE(status().State, unsigned(HDW_UNIT_LINK_UP));
     EXPECT_EQ(rig.Uarts[1].In->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << "no failure while lost";
-    // Opening a third port tries the unit at once: 14 while it is away, and
-    // right after the plug the unit is back when Open returns, not at the
-    // tick's next back-off.
+    // Opening a third port tries the unit at once: 14 while away, back after the plug.
     ASSERT_NO_FATAL_FAILURE(rig.Enable(2));
     const uint32_t failed = status().FailedAttempts;
     EXPECT_EQ(rig.Open(2, Line(115200)), 14u);
@@ -259,7 +233,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     // The rest of the stream after one gap, up to its last byte.
     const size_t tail = 64;
     auto& got = rig.Uarts[1].Got;
-    ASSERT_TRUE(sorrel_test::WaitUntil(
+    ASSERT_TRUE(WaitUntil(
         [&] {
             rig.Drain(1);
             return got.size() >= tail && std::equal(got.end() - tail, got.end(), bytes.end() - tail);
@@ -270,11 +244,11 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_GT(gap, 0u);
     EXPECT_TRUE(std::equal(got.begin() + std::ptrdiff_t(head), got.end(), bytes.begin() + std::ptrdiff_t(head + gap)))
         << "one gap, the rest in order";
-    // Counted: what the unit had not yet put on the line; not countable: what
-    // the far UART held unsent (at most one gathering's worth).
+    // Counted: what the unit had not put on the line; not: what the far UART
+    // held unsent (at most one gathering's worth).
     const uint64_t lost = status().LostItems;
     EXPECT_GT(lost, 0u);
-    EXPECT_LE(gap, lost + sorrel_test::kGatherSlack);
+    EXPECT_LE(gap, lost + kGatherSlack);
     EXPECT_EQ(rig.Sim.GetCounters().UartFramingErrors[1], 0u);
 }
 

@@ -1,6 +1,5 @@
-// Every command-protocol unit against the emulator playing it: a round trip
-// on each bus kind, the frame payload limit over each transport, the commands
-// a unit must never be sent, keep-alives and critical failures.
+// Every command-protocol unit against the emulator playing it; units of the
+// same USB identity told apart, and a port found again by its key.
 #include "UnitRig.h"
 
 #include <set>
@@ -11,42 +10,35 @@ namespace {
 
 class UnitEndToEnd : public ::testing::TestWithParam<UnitCase> {};
 
-// The command codes a unit may be sent: the fixed ones of its command set
-// and its per-channel codes.
-std::set<unsigned> AllowedCodes(const UnitCase& u)
-{
-    std::set<unsigned> codes{1, 2};
-    if (u.Atx) {
-        codes.insert({16, 17, 18});
-        for (unsigned ch = 0; ch < u.Atx; ++ch)
-            codes.insert(u.AtxConfigBase + ch);
-        for (unsigned ch = 0; ch < u.Arx; ++ch)
-            codes.insert(u.ArxConfigBase + ch);
-    }
-    for (unsigned ch = 0; ch < u.Can; ++ch) {
-        codes.insert(u.CanConfigBase + ch);
-        codes.insert(u.CanPushBase + ch);
-    }
-    if (u.KeepAlive)
-        codes.insert(4);
-    return codes;
-}
-
-// Nothing outside the unit's command set reached it, and it understood all.
+// Nothing outside the unit's command set (the fixed codes and its channels')
+// reached it, and it understood all.
 void ExpectOnlyAllowedCommands(const UnitRig& rig)
 {
+    const UnitCase& u = rig.Unit;
+    std::set<unsigned> allowed{1, 2};
+    if (u.Atx) {
+        allowed.insert({16, 17, 18});
+        for (unsigned ch = 0; ch < u.Atx; ++ch)
+            allowed.insert(u.AtxConfigBase + ch);
+        for (unsigned ch = 0; ch < u.Arx; ++ch)
+            allowed.insert(u.ArxConfigBase + ch);
+    }
+    for (unsigned ch = 0; ch < u.Can; ++ch) {
+        allowed.insert(u.CanConfigBase + ch);
+        allowed.insert(u.CanPushBase + ch);
+    }
+    if (u.KeepAlive)
+        allowed.insert(4);
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    const std::set<unsigned> allowed = AllowedCodes(rig.Unit);
     for (unsigned code = 0; code < 128; ++code)
         if (!allowed.count(code)) {
-            EXPECT_EQ(c.CommandsByCode[code], 0u) << "code " << code << " sent to " << rig.Unit.Sim;
+            EXPECT_EQ(c.CommandsByCode[code], 0u) << "code " << code << " sent to " << u.Sim;
         }
     EXPECT_EQ(c.CommandsUnknown, 0u);
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
 
-// Opens the first ARINC 429 transmitter, or CAN channel, with a signal
-// service; the first open port opens the unit's session.
+// Opens the first ARINC 429 transmitter or CAN channel, and so the session.
 void OpenFirstPort(UnitRig& rig)
 {
     const unsigned type = rig.Unit.Atx ? HDW_PORT_ARINC429_TX : HDW_PORT_CAN;
@@ -54,42 +46,19 @@ void OpenFirstPort(UnitRig& rig)
     ASSERT_EQ(rig.Open(type, 0), 0u);
 }
 
-// ARINC 429 words on every pair at once, in order with rising time stamps.
-// The first pair takes ten thousand words in one write, the others 300 each,
-// so that every pair needs several frames.
-TEST_P(UnitEndToEnd, Arinc429WordsGoRoundOnEveryPair)
+// Words on every pair at once (several frames each), then CAN frames on
+// every bus (a single channel hears itself), in order with rising times.
+TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
 {
     const UnitCase& u = GetParam();
-    if (!u.Atx)
-        GTEST_SKIP() << u.Sim << " has no ARINC 429 channel";
     UnitRig rig(u, false);
     rig.Start();
-    std::vector<std::pair<unsigned, unsigned>> counts{{0, 10000}};
-    for (unsigned ch = 1; ch < u.Atx; ++ch)
-        counts.push_back({ch, 300});
-    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, counts));
-    ExpectOnlyAllowedCommands(rig);
-}
-
-// The i-th frame sent from CAN channel `from`: every length, standard and
-// extended identifiers up to the highest, some remote frames.
-CKVX_HdwCanMessage BusFrame(unsigned from, unsigned i)
-{
-    const bool extended = i % 2 == 1;
-    CKVX_HdwCanMessage m = Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended);
-    m.Rtr = i % 5 == 4 ? 1 : 0;
-    return m;
-}
-
-// Channels 0 and 1, 2 and 3 share a bus on the unit; a unit with one channel
-// hears its own frames.
-TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
-{
-    const UnitCase& u = GetParam();
-    if (!u.Can)
-        GTEST_SKIP() << u.Sim << " has no CAN channel";
-    UnitRig rig(u, false);
-    rig.Start();
+    if (u.Atx) {
+        std::vector<std::pair<unsigned, unsigned>> counts{{0, 10000}};
+        for (unsigned ch = 1; ch < u.Atx; ++ch)
+            counts.push_back({ch, 300});
+        ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, counts));
+    }
     for (unsigned from = 0; from < u.Can; from += 2) {
         const unsigned to = u.Can == 1 ? from : from + 1;
         auto* out = rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, from, HDW_SERVICE_CAN_OUT_BUFFER);
@@ -102,8 +71,11 @@ TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
             ASSERT_EQ(rig.Open(HDW_PORT_CAN, from, p), 0u);
         }
         std::vector<CKVX_HdwCanMessage> frames;
-        for (unsigned i = 0; i < 20; ++i)
-            frames.push_back(BusFrame(from, i));
+        for (unsigned i = 0; i < 20; ++i) { // every length, identifiers up to the highest, some remote
+            const bool extended = i % 2 == 1;
+            frames.push_back(Frame((extended ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), extended));
+            frames.back().Rtr = i % 5 == 4 ? 1 : 0;
+        }
         ASSERT_EQ(out->Write(frames.data(), 20, 0), 0u);
         const auto got = ReadAll<CKVX_HdwCanMessage>(in, 20);
         ASSERT_EQ(got.size(), 20u) << "from channel " << from;
@@ -127,9 +99,9 @@ TEST_P(UnitEndToEnd, CanFramesGoRoundOnEveryBus)
     ExpectOnlyAllowedCommands(rig);
 }
 
-// Over each transport the unit enumerates under its link and its frames keep
-// to its payload limit.
-TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
+// Over each transport, frames of 700 status requests attached at once keep
+// to the unit's payload limit, full.
+TEST_P(UnitEndToEnd, KeepsFramesToItsPayloadLimitOnEachTransport)
 {
     const UnitCase& u = GetParam();
     for (bool udp : {false, true}) {
@@ -139,17 +111,8 @@ TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
         const unsigned limit = udp ? u.EthernetLimit : 4000;
         UnitRig rig(u, udp);
         rig.Start();
-        auto* bridged = dynamic_cast<CKVX_HdwFtdiUartBridgedDevice*>(rig.Device.get());
-        ASSERT_NE(bridged, nullptr);
-        CKVX_String path;
-        EXPECT_EQ(bridged->GetDevPathIndentifier(0, path), 0u);
-        const std::string link = udp ? "udp:127.0.0.1:" + std::to_string(rig.Sim.UdpPort()) : rig.Sim.PtyPath();
-        EXPECT_EQ(path, link.c_str());
-        // An open port opens the unit's session.
         OpenFirstPort(rig);
         const hdwsim::Counters before = rig.Sim.GetCounters();
-        // 700 status requests of no kind (7 bytes each, answered by no
-        // channel) attached at once under the device lock.
         constexpr unsigned kCount = 700;
         unsigned attached = 0;
         rig.Device->DeviceLock(0);
@@ -163,16 +126,13 @@ TEST_P(UnitEndToEnd, EnumeratesAndKeepsFramesToItsPayloadLimitOnEachTransport)
             WaitUntil([&] { return rig.Sim.GetCounters().CommandsByCode[2] - before.CommandsByCode[2] >= kCount; }));
         const hdwsim::Counters after = rig.Sim.GetCounters();
         EXPECT_LE(after.LargestFramePayload, limit);
-        // Full frames: the largest holds as many 7-byte records as fit.
         EXPECT_EQ(after.LargestFramePayload, limit / 7 * 7);
     }
 }
 
-// A unit that takes keep-alives (Pellor) hears one per 250 ms of idling, so
-// more than a second of idling passes without its 400 ms session watchdog
-// expiring; a host that stops ticking falls silent and the watchdog stops
-// the unit. The others are never sent one.
-TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
+// Pellor's 400 ms session watchdog does not expire until the host stops; a
+// critical failure (Halden and Pellor send them) fails every open port's services.
+TEST_P(UnitEndToEnd, KeepAlivesOnlyWhereTheUnitTakesThemAndACriticalFailureFailsEveryOpenPort)
 {
     const UnitCase& u = GetParam();
     UnitRig rig(u, false);
@@ -185,25 +145,16 @@ TEST_P(UnitEndToEnd, AnIdleSessionHearsKeepAlivesOnlyWhereTheUnitTakesThem)
         ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 5; }));
         EXPECT_EQ(rig.Sim.GetCounters().WatchdogExpiries, 0u);
         EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
-        rig.Manager.Stop();
-        EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
-        return;
+    } else {
+        // Four keep-alive periods, and the builder refuses.
+        const uint64_t start = CKVX_HdwTimer::GetTickCount();
+        WaitUntil(
+            [&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
+        EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
+        EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u);
+        EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u); }));
     }
-    // An observation window of four keep-alive periods.
-    const uint64_t start = CKVX_HdwTimer::GetTickCount();
-    WaitUntil([&] { return CKVX_HdwTimer::GetElapsedTicks(start) >= 4 * CKVX_HdwKvxPellorDevice::KeepAliveIdleMs; });
-    EXPECT_GT(rig.Sim.GetCounters().CommandsReceived, 0u);
-    EXPECT_EQ(rig.Sim.GetCounters().CommandsByCode[4], 0u);
-    // And its builder refuses.
-    EXPECT_TRUE(WithCommandDevice(rig.Device.get(), [](auto& d) { EXPECT_EQ(d.AttachKeepAliveCommand(0), 2u); }));
-}
 
-// Halden and Pellor report critical failures; the others have none to send.
-TEST_P(UnitEndToEnd, ACriticalFailureFromTheUnitFailsTheServicesOfEveryOpenPort)
-{
-    const UnitCase& u = GetParam();
-    UnitRig rig(u, false);
-    rig.Start();
     const bool sends = u.Sim == std::string("halden") || u.Sim == std::string("pellor");
     std::vector<CKVX_HdwService*> services;
     for (const auto& [type, count] : {std::pair{unsigned(HDW_PORT_ARINC429_TX), u.Atx}, {HDW_PORT_CAN, u.Can}}) {
@@ -215,13 +166,92 @@ TEST_P(UnitEndToEnd, ACriticalFailureFromTheUnitFailsTheServicesOfEveryOpenPort)
         EXPECT_EQ(services.back()->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
     }
     ASSERT_EQ(rig.Sim.InjectCriticalFailure(2), sends);
-    if (!sends)
-        return;
     for (CKVX_HdwService* s : services)
-        EXPECT_TRUE(WaitUntil([&] { return s->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
+        EXPECT_TRUE(!sends || WaitUntil([&] { return s->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
+    if (u.KeepAlive) {
+        rig.Manager.Stop();
+        EXPECT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().WatchdogExpiries == 1; }));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, UnitEndToEnd, ::testing::ValuesIn(AllUnits()),
     [](const ::testing::TestParamInfo<UnitCase>& p) { return std::string(p.param.Sim); });
+
+// Probes the emulator playing `played` with the driver of `driver`, up to
+// `attempts` times (a loaded machine can miss the probe's fixed 200 ms).
+unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Counters* counters = nullptr)
+{
+    unsigned rc = 99;
+    for (int attempt = 0; attempt < attempts && rc != 0; ++attempt) {
+        UnitRig rig(UnitNamed(played), false);
+        rig.StartSim();
+        std::unique_ptr<CKVX_HdwDevice> probe(UnitNamed(driver).Make());
+        EXPECT_TRUE(WithCommandDevice(probe.get(), [&](auto& d) { rc = d.CheckUartLink(rig.Sim.PtyPath()); }));
+        if (counters) {
+            WaitUntil([&] { return rig.Sim.GetCounters().CommandsReceived >= 2; }, 2000);
+            *counters = rig.Sim.GetCounters();
+        }
+    }
+    return rc;
+}
+
+TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnlyAndLeavesOthersUntouched)
+{
+    // Mirrow and Quillan share their USB identity, not their probe answer; a
+    // unit with both buses (Halden Small) is neither of the single-bus kinds.
+    for (const UnitCase& u : AllUnits())
+        EXPECT_EQ(Probe(u.Sim, u.Sim, 5), 0u) << u.Sim;
+    // A probe of the wrong kind leaves the unit untouched: a closing session
+    // and a status request, both understood, no session opened.
+    const std::pair<const char*, const char*> strangers[] = {{"quillan", "mirrow"}, {"mirrow", "quillan"},
+        {"haldensmall", "mirrow"}, {"haldensmall", "quillan"}, {"mirrow", "haldensmall"}, {"quillan", "haldensmall"}};
+    for (const auto& [played, driver] : strangers) {
+        SCOPED_TRACE(std::string(played) + " probed by " + driver);
+        hdwsim::Counters c;
+        EXPECT_NE(Probe(played, driver, 1, &c), 0u);
+        EXPECT_EQ(c.CommandsByCode[1], 1u);
+        EXPECT_EQ(c.CommandsByCode[2], 1u);
+        EXPECT_EQ(c.CommandsReceived, 2u);
+        EXPECT_EQ(c.CommandsUnknown, 0u);
+        EXPECT_EQ(c.SessionOpens, 0u);
+    }
+}
+
+TEST(UnitKeys, AStoredKeyFindsTheSamePhysicalPortAfterTheUnitsComeInAnotherOrder)
+{
+    hdwsim::Emulator first(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
+    hdwsim::Emulator second(*hdwsim::FindUnitModel("arvane"), EmulatorOptions(false));
+    ASSERT_TRUE(first.Start());
+    ASSERT_TRUE(second.Start());
+
+    CKVX_String key;
+    {
+        CKVX_HdwKvxArvaneDevice device;
+        CKVX_HdwManager manager;
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
+        CKVX_HdwManager::CInitPortDesc links[2] = {{6, first.PtyPath()}, {6, second.PtyPath()}};
+        ASSERT_NO_FATAL_FAILURE(EnumerateLinks(manager, links, 2));
+        CKVX_HdwManager::CPortInfoVector list;
+        ASSERT_EQ(manager.GetPortList(HDW_PORT_ARINC429_TX, list), 0u);
+        for (const auto& info : list)
+            if (info.AbsNum == 8 + 5)
+                key = info.Key;
+    }
+    ASSERT_FALSE(key.IsEmpty());
+
+    // The other order: the key finds the second unit's transmitter 5.
+    UnitRig rig(UnitNamed("arvane"), false);
+    ASSERT_EQ(rig.Manager.AttachDevice(rig.Device.get()), 0u);
+    CKVX_HdwManager::CInitPortDesc links[2] = {{6, second.PtyPath()}, {6, first.PtyPath()}};
+    ASSERT_NO_FATAL_FAILURE(EnumerateLinks(rig.Manager, links, 2));
+    unsigned absNum = 99;
+    CKVX_HdwPort* port = rig.Manager.FindPort(key, &absNum);
+    ASSERT_NE(port, nullptr);
+    EXPECT_EQ(absNum, 5u);
+    EXPECT_EQ(port, rig.Port(HDW_PORT_ARINC429_TX, 5));
+    ASSERT_EQ(rig.Manager.Run(), 0u);
+    ASSERT_NO_FATAL_FAILURE(ExpectArinc429RoundTrip(rig, {{5, 10}}, &second));
+    EXPECT_EQ(first.GetCounters().A429Transmitted[5], 0u);
+}
 
 } // namespace
