@@ -72,8 +72,7 @@ protected:
     CTestArinc429InService* in = nullptr;
 };
 
-// Read before the first open answers 29 in Halden.BuffersWaitForTheOpenAndPortsRefuseSettingsTheUnitCannotMake
-// (tests/units), through the same read code.
+// Before the first open the service answers 29, like a stopped one.
 TEST_F(Arinc429InBuffer, StoppedAnswers29FailedAnswers15AndRestartEmptiesTheListButKeepsTheFilter)
 {
     unsigned n = 5;

@@ -48,7 +48,7 @@ protected:
 } // namespace
 
 // A service's own descriptor in a poll woken by the timer's thread:
-// Halden.Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem (tests/units).
+// HaldenLosses.Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem (tests/units).
 
 TEST_F(SignalDescriptor, ReadableWhileAnyMemberHoldsSignalsAndMembersOwnDescriptorsStayQuiet)
 {
