@@ -1,10 +1,5 @@
 #pragma once
-// A small device that plays the unit driver for the bus classes: one unit
-// with a port of each bus type ("RX0", "TX0", "CAN0", "MIL0", "DIN0",
-// "DOUT0", "I2C0", "SPI0"). Its ports create the generic services (or
-// driver-like subclasses of them) once the generic EnableService has admitted
-// the type; its events are offered through ProcessEventHandlers under the
-// unit's lock, as a real receive path does.
+// A test unit with one port of each bus type; events are offered under the unit's lock.
 
 #include <HdwLib/HdwLib.h>
 
@@ -17,7 +12,6 @@
 
 namespace bustest {
 
-// Event codes of the test unit.
 enum : unsigned {
     EventFailure = 1, // the unit failed the channel's service
     EventArinc429Rx = 100, // an ARINC 429 word was received
@@ -38,15 +32,13 @@ public:
     CKVX_HdwArinc429Message Word;
     CKVX_HdwCanMessage Frame;
     CKVX_HdwCanPort::CFaultStatus Status;
-    // Discrete bank report: state, changed lines, sequence, change or read answer.
     uint32_t State = 0;
     uint32_t Changed = 0;
     uint16_t Sequence = 0;
     bool IsChange = true;
 };
 
-// A generic service with the receive path a unit driver gives it: an event
-// of code Code is stored, a failure fails the service.
+// A generic service with a driver's receive path: stores events of code Code.
 template <class Base, unsigned Code>
 class CDriven : public Base {
 public:
@@ -77,7 +69,6 @@ public:
     }
 };
 
-// The reads a unit driver gives the buffered inputs.
 class CTestArinc429InService : public CDriven<CKVX_HdwArinc429InBufferService, EventArinc429Rx> {
 public:
     using CDriven::CDriven;
@@ -86,7 +77,6 @@ public:
         return ReadMessages(messages, maxCount, readCount);
     }
     unsigned GetReadMessagesNumber(unsigned& count) override { return CountMessages(count); }
-    // Exposes the protected filter check to the tests.
     unsigned char Filter(CKVX_HdwArinc429Message& m) { return ApplyFilter(m, LabelFilter); }
 };
 
@@ -105,7 +95,6 @@ using CTestDiscreteOutService = CDriven<CKVX_HdwDiscreteOutService, EventDiscret
 using CTestArinc429ByteInService = CDriven<CKVX_HdwArinc429ByteInBufferService, EventArinc429Rx>;
 using CTestCanByteInService = CDriven<CKVX_HdwCanByteInBufferService, EventCanRx>;
 
-// Posts what the unit reports on the channel, as a driver does.
 class CTestSignalService : public CKVX_HdwSignalService {
 public:
     using CKVX_HdwSignalService::CKVX_HdwSignalService;
@@ -120,8 +109,7 @@ public:
     }
 };
 
-// An I2C master whose Submit checks and queues as a driver does; the test
-// plays the unit through Send, Finish and Fail.
+// An I2C master queueing as a driver does; the test plays the unit.
 class CTestI2cMaster : public CKVX_HdwI2cMasterService {
 public:
     using CKVX_HdwI2cMasterService::CKVX_HdwI2cMasterService;
@@ -158,15 +146,13 @@ public:
     }
 };
 
-// Stand-in for the services no generic class exists for yet (the data
-// generator): they only carry their type code.
+// Stand-in for the services with no generic class yet (the data generator).
 class CTypedService : public CKVX_HdwService {
 public:
     CTypedService(CKVX_HdwObject* port, unsigned type) : CKVX_HdwService(port) { m_ServiceType = type; }
 };
 
-// Once the generic check passed (rc 0), appends a new service of the class
-// the test unit uses for that type.
+// Once the generic check passed (rc 0), appends the test unit's service of that type.
 inline unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_HdwService** out)
 {
     if (rc != 0)
@@ -196,8 +182,6 @@ inline unsigned AddService(CKVX_HdwPort* port, unsigned type, unsigned rc, CKVX_
     return 0;
 }
 
-// A port of the test unit: the generic EnableService decides, then the
-// service of that type is created (each type maps to one class whatever the port).
 template <typename Base>
 class CTestPort : public Base {
 public:
@@ -233,7 +217,6 @@ public:
     CTestBusDevice() { m_DeviceCode = 0x7E5701; }
     unsigned Init(unsigned) override
     {
-        // A scan finds the one test unit.
         if (const unsigned rc = CKVX_HdwDevice::Init(1))
             return rc;
         m_DeviceList.Create(1);
@@ -301,8 +284,6 @@ public:
     CTestI2cPort* I2c() { return Get<CTestI2cPort>(HDW_PORT_I2C); }
     CTestSpiPort* Spi() { return Get<CTestSpiPort>(HDW_PORT_SPI); }
 
-    // The unit reports a received word or frame, the CAN controller's status,
-    // a discrete bank's state, or a failure of the channel's services.
     void ReceiveWord(const CKVX_HdwArinc429Message& word, uint64_t time)
     {
         CTestEvent e(EventArinc429Rx, "RX0", time);
@@ -340,7 +321,6 @@ public:
     CKVX_HdwManager Manager;
 };
 
-// An ARINC 429 word with these fields.
 inline CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned ssm = 0, unsigned data = 0)
 {
     CKVX_HdwArinc429Message m;
@@ -357,6 +337,15 @@ S* Enable(CKVX_HdwPort* port, unsigned type)
 {
     CKVX_HdwService* service = nullptr;
     return port->EnableService(type, &service, nullptr) == 0 ? dynamic_cast<S*>(service) : nullptr;
+}
+
+// Installs a service as a driver's EnableService does.
+template <typename S>
+S* Install(CKVX_HdwPort* port)
+{
+    auto* s = new S(port);
+    port->GetServiceList() += s;
+    return s;
 }
 
 } // namespace bustest

@@ -72,7 +72,6 @@ protected:
     CTestArinc429InService* in = nullptr;
 };
 
-// Before the first open the service answers 29, like a stopped one.
 TEST_F(Arinc429InBuffer, StoppedAnswers29FailedAnswers15AndRestartEmptiesTheListButKeepsTheFilter)
 {
     unsigned n = 5;

@@ -1,11 +1,11 @@
-// Byte streams carried in ARINC 429 words: the word layout, the receiver's
-// sequence check, and the generic services' driver side.
+// Byte streams carried in ARINC 429 words.
 #include "TestBusDevice.h"
 
 #include <HdwLib/bus/internal/Arinc429StreamWord.h>
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <numeric>
 #include <vector>
 
@@ -14,22 +14,9 @@ using namespace bustest;
 namespace {
 
 using CByteIn = CTestArinc429ByteInService;
-
 using CByteOut = CKVX_HdwArinc429ByteOutBufferService;
 
-// Number of one bits in a word.
-unsigned Ones(uint32_t w)
-{
-    unsigned n = 0;
-    for (; w; w &= w - 1)
-        ++n;
-    return n;
-}
-
-// ---- the word -------------------------------------------------------------------
-
-// Two bytes sit above the count with SSM 2; one byte has SSM 1 and a zero
-// second byte. Parity mode 0 makes odd parity, 1 even.
+// The SSM counts the bytes above the sequence count; parity mode 0 is odd, 1 even.
 TEST(Arinc429StreamWord, BytesSitAboveTheCountAndTheSsmCountsThem)
 {
     const uint8_t bytes[2] = {0xA5, 0x3C};
@@ -40,7 +27,7 @@ TEST(Arinc429StreamWord, BytesSitAboveTheCountAndTheSsmCountsThem)
         EXPECT_EQ(v & 0x1FFF, 0x6Bu | 2u << 8 | 5u << 10);
         EXPECT_EQ((v >> 13) & 0xFFFF, count == 2 ? 0x3CA5u : 0xA5u);
         EXPECT_EQ((v >> 29) & 3, count);
-        EXPECT_EQ(Ones(v) % 2, count == 2 ? 1u : 0u);
+        EXPECT_EQ(std::popcount(v) % 2, count == 2 ? 1 : 0);
         hdw::bus::SStreamWord back;
         ASSERT_TRUE(hdw::bus::UnpackStreamWord(w, back));
         EXPECT_EQ(back.Sequence, 5);
@@ -56,7 +43,6 @@ TEST(Arinc429StreamWord, SequenceCheckCountsGapsAcrossTheWrapAndSpotsRepeats)
 {
     bool synced = false;
     uint8_t last = 0;
-    // The first count is taken as it is.
     auto c = hdw::bus::CheckStreamSequence(synced, last, 6);
     EXPECT_FALSE(c.Repeat);
     EXPECT_EQ(c.Lost, 0u);
@@ -70,17 +56,8 @@ TEST(Arinc429StreamWord, SequenceCheckCountsGapsAcrossTheWrapAndSpotsRepeats)
     EXPECT_EQ(hdw::bus::CheckStreamSequence(synced, last, 1).Lost, 6u); // the most a 3-bit count tells
 }
 
-// ---- the services ---------------------------------------------------------------
-
 class Arinc429ByteStream : public ::testing::Test {
 protected:
-    template <class S>
-    S* Install(CKVX_HdwPort* port)
-    {
-        auto* s = new S(port);
-        port->GetServiceList() += s;
-        return s;
-    }
     void SetUp() override
     {
         rx = rig.Rx();
@@ -101,8 +78,7 @@ protected:
         po.BufferSize = outSize;
         ASSERT_EQ(out->SetParameters(&po), 0u);
     }
-    // What the unit would put on the bus for everything queued: every word
-    // built and committed.
+    // What the unit would put on the bus for everything queued.
     std::vector<CKVX_HdwArinc429Message> Send()
     {
         std::vector<CKVX_HdwArinc429Message> words(4096);
@@ -113,7 +89,6 @@ protected:
         words.resize(n);
         return words;
     }
-    // The words arrive at times 100, 101 ... on from the last.
     void Receive(const std::vector<CKVX_HdwArinc429Message>& words)
     {
         for (const auto& w : words)
@@ -177,8 +152,7 @@ TEST_F(Arinc429ByteStream, LostWordsAreCountedRepeatsDroppedAndBadWordsRejected)
     EXPECT_EQ(in->GetRepeatedWords(), 1u);
     EXPECT_EQ(in->GetRejectedWords(), 2u);
 
-    // After a reset the next word is taken whatever its count; Start clears
-    // the counters.
+    // After a reset the next word is taken whatever its count; Start clears the counters.
     EXPECT_EQ(in->ResetReadBuffer(), 0u);
     Receive({words[13]});
     EXPECT_EQ(ReadAll(), std::vector<uint8_t>({sent[26], sent[27]}));
@@ -199,7 +173,7 @@ TEST_F(Arinc429ByteStream, TheTransmittersAndTheReceiversParityModesDecide)
     uint8_t sent[3] = {0x81, 0x42, 0x24};
     ASSERT_EQ(out->Write(sent, 3, 0), 0u);
     for (const auto& w : Send())
-        EXPECT_EQ(Ones(w.GetToUint32()) % 2, 0u) << "even";
+        EXPECT_EQ(std::popcount(w.GetToUint32()) % 2, 0) << "even";
 
     CKVX_HdwArinc429RxPort::CParameters p;
     p.Parity = 2; // ignored
@@ -252,8 +226,7 @@ TEST_F(Arinc429ByteStream, ParametersBoundsAndRunStates)
     EXPECT_EQ(out->Write(b, 3, 0), 0u);
     EXPECT_EQ(in->Read(nullptr, 1, n), 2u);
 
-    // A full input drops the oldest bytes and counts them; a word may lose
-    // its first byte only.
+    // A full input drops the oldest bytes and counts them (a word may lose its first byte only).
     Receive(Send());
     EXPECT_EQ(in->GetDroppedBytes(), 3u);
     EXPECT_EQ(in->GetDroppedCount(), 3u);

@@ -1,6 +1,4 @@
-// The generic label-oriented ARINC 429 services: result codes and the
-// bookkeeping rules of the latest word per label and SDI, and of the label
-// controls a driver turns into unit commands.
+// The generic label-oriented ARINC 429 services.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +10,6 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
-// Label-oriented input on the receiver, label-oriented output on the transmitter.
 class Lblo : public ::testing::Test {
 protected:
     void SetUp() override
@@ -24,7 +21,6 @@ protected:
         ASSERT_NE(in, nullptr);
         ASSERT_NE(out, nullptr);
     }
-    void Receive(const CKVX_HdwArinc429Message& word, uint64_t time) { rig.ReceiveWord(word, time); }
     std::vector<CKVX_HdwArinc429Message> Changed()
     {
         std::vector<CKVX_HdwArinc429Message> changed(1024);
@@ -46,16 +42,16 @@ protected:
 TEST_F(Lblo, ChangedLabelsComeInLabelThenSdiOrderAndAShortArrayLeavesTheRestMarked)
 {
     ASSERT_EQ(rx->Open(nullptr), 0u);
-    Receive(Word(0x50, 3, 0, 1), 1);
-    Receive(Word(0x20, 1, 0, 2), 2);
-    Receive(Word(0x50, 0, 0, 3), 3);
-    Receive(Word(0x20, 1, 0, 5), 4);
+    rig.ReceiveWord(Word(0x50, 3, 0, 1), 1);
+    rig.ReceiveWord(Word(0x20, 1, 0, 2), 2);
+    rig.ReceiveWord(Word(0x50, 0, 0, 3), 3);
+    rig.ReceiveWord(Word(0x20, 1, 0, 5), 4);
     auto c = Changed();
     ASSERT_EQ(c.size(), 3u);
     EXPECT_EQ(std::tuple(c[0].Label, c[0].Data, c[1].Label, c[1].Sdi, c[2].Sdi), std::tuple(0x20, 5u, 0x50, 0, 3));
 
     for (unsigned l = 1; l <= 5; ++l)
-        Receive(Word(l, 0, 0, l), 10 + l);
+        rig.ReceiveWord(Word(l, 0, 0, l), 10 + l);
     CKVX_HdwArinc429Message two[2];
     unsigned n = 0;
     ASSERT_EQ(in->ReadChangedLabels(two, 2, n), 0u);
@@ -72,29 +68,28 @@ TEST_F(Lblo, InputSwitchesResetAndStopWhileTheFilterStays)
     ASSERT_EQ(rx->Open(nullptr), 0u);
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
-    Receive(Word(0x10, 0, 0, 1), 1);
+    rig.ReceiveWord(Word(0x10, 0, 0, 1), 1);
     ASSERT_EQ(in->DisableRx(), 0u);
-    Receive(Word(0x10, 0, 0, 2), 2);
+    rig.ReceiveWord(Word(0x10, 0, 0, 2), 2);
     ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
     EXPECT_EQ(m.Data, 1u);
     ASSERT_EQ(in->EnableRx(), 0u);
-    Receive(Word(0x10, 0, 0, 3), 3);
+    rig.ReceiveWord(Word(0x10, 0, 0, 3), 3);
     ASSERT_EQ(in->ReadLabel(0x10, 0, m, count), 0u);
     EXPECT_EQ(count, 2u);
     ASSERT_EQ(in->ResetRx(), 0u);
     EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 4u);
-    Receive(Word(0x10, 1, 0, 4), 4);
+    rig.ReceiveWord(Word(0x10, 1, 0, 4), 4);
     ASSERT_EQ(rx->Close(), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
     EXPECT_EQ(in->ReadLabel(0x10, 1, m, count), 4u); // Stop and Start emptied the table
-    Receive(Word(0x10, 2, 0, 5), 5); // the filter still holds: SDI 2 is dropped
-    Receive(Word(0x11, 0, 0, 5), 5);
-    Receive(Word(0x10, 1, 0, 6), 6);
+    rig.ReceiveWord(Word(0x10, 2, 0, 5), 5); // the filter still holds: SDI 2 is dropped
+    rig.ReceiveWord(Word(0x11, 0, 0, 5), 5);
+    rig.ReceiveWord(Word(0x10, 1, 0, 6), 6);
     EXPECT_EQ(Changed().size(), 1u);
     in->AcceptAllLabels();
-    Receive(Word(0x11, 2, 0, 7), 7);
+    rig.ReceiveWord(Word(0x11, 2, 0, 7), 7);
     EXPECT_EQ(Changed().size(), 1u);
-    // A failure reported by the unit answers 15.
     rig.Fail(HDW_PORT_ARINC429_RX, "RX0");
     EXPECT_EQ(in->ReadLabel(0x10, 0, m, count), 15u);
 }
@@ -106,8 +101,8 @@ TEST_F(Lblo, InputWithoutSdiKeyOneEntryPerLabelTakesEverySdi)
     ASSERT_EQ(in->SetParameters(&p), 0u);
     ASSERT_EQ(rx->Open(nullptr), 0u);
     EXPECT_EQ(in->SetParameters(&p), 10u); // parameters change only while closed
-    Receive(Word(0x31, 1, 0, 1), 1);
-    Receive(Word(0x31, 3, 0, 2), 2);
+    rig.ReceiveWord(Word(0x31, 1, 0, 1), 1);
+    rig.ReceiveWord(Word(0x31, 3, 0, 2), 2);
     CKVX_HdwArinc429Message m;
     unsigned count = 0;
     ASSERT_EQ(in->ReadLabel(0x31, 2, m, count), 0u);

@@ -21,13 +21,8 @@ TEST(Arinc429Pack, EachFieldLandsInItsOwnBitsAndWordsRoundTrip)
     // Each field at its extremes and at a mixed value, the others different.
     const struct {
         unsigned label, sdi, data, ssm, parity;
-    } rows[] = {
-        {0xFF, 0, 0, 0, 0},
-        {0, 0, 0x7FFFF, 0, 0},
-        {0x81, 2, 0x55555, 1, 0},
-        {0x7E, 1, 0x2AAAA, 2, 1},
-        {0x01, 0, 0x40001, 3, 1},
-    };
+    } rows[] = {{0xFF, 0, 0, 0, 0}, {0, 0, 0x7FFFF, 0, 0}, {0x81, 2, 0x55555, 1, 0}, {0x7E, 1, 0x2AAAA, 2, 1},
+        {0x01, 0, 0x40001, 3, 1}};
     for (const auto& r : rows) {
         const uint32_t w = Pack(r.label, r.sdi, r.data, r.ssm, r.parity);
         CKVX_HdwArinc429Message m;
@@ -39,7 +34,6 @@ TEST(Arinc429Pack, EachFieldLandsInItsOwnBitsAndWordsRoundTrip)
     // With unpacking right, the round trip makes packing right too.
     std::mt19937 rng(429);
     for (int i = 0; i < 200000 + 64; ++i) {
-        // Random words, then every single bit set and every single bit clear.
         const uint32_t w = i < 200000 ? uint32_t(rng()) : (i % 2 ? ~(1u << (i % 32)) : 1u << (i % 32));
         CKVX_HdwArinc429Message m;
         m.SetFromUint32(w);
@@ -87,8 +81,7 @@ TEST(Arinc429Stream, LayoutIsThreeBytesThenLittleEndianDataAndUnpackingKeepsTheR
     for (unsigned i = 0; i < 7; ++i)
         EXPECT_EQ(buffer.GetData()[i], expected[i]) << i;
 
-    // Reading from a stream or unpacking a word leaves time stamp and spares
-    // alone; only unpacking sets the parity.
+    // Both leave time stamp and spares alone; only unpacking sets the parity.
     CKVX_HdwArinc429Message target;
     target.Parity = 0;
     target.TimeStamp = 987;

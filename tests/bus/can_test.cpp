@@ -1,5 +1,4 @@
-// The generic CAN services: frame input and output, fault status, and byte
-// streams carried in the frames of one identifier.
+// The generic CAN services: fault status and byte streams in frames.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
@@ -27,17 +26,8 @@ CKVX_HdwCanMessage Frame(uint32_t id, uint8_t extended, std::vector<uint8_t> dat
 
 class Can : public ::testing::Test {
 protected:
-    void SetUp() override { can = rig.Can(); }
-    // Installs a service as a driver's EnableService does.
-    template <class S>
-    S* Install()
-    {
-        auto* s = new S(can);
-        can->GetServiceList() += s;
-        return s;
-    }
     CBusRig rig;
-    CTestCanPort* can = nullptr;
+    CTestCanPort* can = rig.Can();
 };
 
 } // namespace
@@ -52,27 +42,23 @@ TEST_F(Can, FaultStatusFromTheUnitReachesServicesAndSignals)
     rig.ReportCanStatus(71, 0, 0); // no change, no signal
     rig.ReportCanStatus(72, 0, 0, 0x11); // registers only
     rig.ReportCanStatus(73, 2, 0x05, 0x11);
-    const unsigned expectedKinds[] = {HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED,
-        HDW_SIGNAL_CAN_STATUS_CHANGED, HDW_SIGNAL_CAN_TRANSCEIVER_ERROR, HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED};
-    const uint64_t expectedTimes[] = {70, 72, 73, 73, 73};
-    for (unsigned i = 0; i < 5; ++i) {
+    const std::pair<unsigned, uint64_t> expected[] = {{HDW_SIGNAL_CAN_STATUS_CHANGED, 70},
+        {HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED, 72}, {HDW_SIGNAL_CAN_STATUS_CHANGED, 73},
+        {HDW_SIGNAL_CAN_TRANSCEIVER_ERROR, 73}, {HDW_SIGNAL_CAN_ERROR_REGISTER_CHANGED, 73}};
+    for (const auto& [kind, time] : expected) {
         CKVX_HdwSignalService::CSignal s;
-        ASSERT_EQ(signals->GetSignal(s), 0u) << i;
-        EXPECT_EQ(s.Kind, expectedKinds[i]) << i;
-        EXPECT_EQ(s.TimeStamp, expectedTimes[i]) << i;
-        EXPECT_EQ(s.Port, can);
+        ASSERT_EQ(signals->GetSignal(s), 0u) << time;
+        EXPECT_EQ(std::tuple(s.Kind, s.TimeStamp, s.Port), std::tuple(kind, time, can)) << kind << " " << time;
     }
     CKVX_HdwSignalService::CSignal last;
     EXPECT_EQ(signals->GetSignal(last), 4u);
 }
 
-// ---- byte streams in CAN frames: the driver's side ------------------------------
-// Run states and bounds share their code with the ARINC 429 byte streams
-// (Arinc429ByteStream.ParametersBoundsAndRunStates).
+// Byte-stream run states and bounds: Arinc429ByteStream.ParametersBoundsAndRunStates (shared code).
 
 TEST_F(Can, ByteOutputBuildsFramesUntilTheUnitConfirmsThem)
 {
-    auto* out = Install<CKVX_HdwCanByteOutBufferService>();
+    auto* out = Install<CKVX_HdwCanByteOutBufferService>(can);
     CKVX_HdwCanByteOutBufferService::CParameters p;
     p.Identifier = 0x1ABCDEF;
     p.Extended = 1;
@@ -121,7 +107,7 @@ TEST_F(Can, ByteOutputBuildsFramesUntilTheUnitConfirmsThem)
 
 TEST_F(Can, ByteInputTakesOnlyTheStreamsDataFramesWithTheirTimes)
 {
-    auto* in = Install<CByteIn>();
+    auto* in = Install<CByteIn>(can);
     CKVX_HdwCanByteInBufferService::CParameters p;
     p.Identifier = 0x800; // wider than 11 bits
     EXPECT_EQ(in->SetParameters(&p), 2u);

@@ -1,6 +1,4 @@
-// The ARINC 429 data generator's engine: its schedule (driven by a stepped
-// clock), the value patterns and their encodings, the checks of a label
-// definition and the switches.
+// The ARINC 429 data generator's engine, its clock stepped by the tests.
 
 #include <HdwLib/HdwLib.h>
 
@@ -18,11 +16,9 @@ using Def = Gen::CLabelDef;
 
 constexpr uint64_t kSecond = 1000000;
 
-// A generator with no port: its locks are no-ops and the test is the clock.
 class Generator : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_EQ(gen.Start(), 0u); }
-    // Generates at `nowUs` and takes everything.
     std::vector<CKVX_HdwArinc429Message> At(uint64_t nowUs)
     {
         gen.Generate(nowUs);
@@ -30,7 +26,6 @@ protected:
         words.resize(gen.TakeWords(words.data(), unsigned(words.size())));
         return words;
     }
-    // Steps the clock from `fromUs` to `toUs` by `stepUs`, collecting.
     std::vector<CKVX_HdwArinc429Message> Run(uint64_t fromUs, uint64_t toUs, uint64_t stepUs)
     {
         std::vector<CKVX_HdwArinc429Message> all;
@@ -69,8 +64,6 @@ Def Bnr(unsigned char label, double range, double res, double low, double high, 
 
 } // namespace
 
-// ---- schedule ------------------------------------------------------------------
-
 TEST_F(Generator, WordsOfSeveralLabelsComeInTheOrderOfTheirNominalTimes)
 {
     Def defs[2] = {Constant(0x20, 4.0, 1), Constant(0x10, 10.0, 2)};
@@ -102,8 +95,6 @@ TEST_F(Generator, AFullBacklogSkipsTransmissionsAndCountsThem)
     gen.Generate(kSecond + 1000);
     EXPECT_EQ(gen.GetPendingCount(), 1u);
 }
-
-// ---- changes while running -------------------------------------------------------
 
 TEST_F(Generator, ARedefinitionShowsAtTheNextTransmissionAndADisabledLabelStaysDefined)
 {
@@ -224,8 +215,6 @@ TEST(GeneratorState, OperationsAnswer29UntilStartedAndEnableOnStartZeroWaitsForE
     EXPECT_EQ(gen.SetLabels(&d, 1), 29u);
 }
 
-// ---- bad definitions -------------------------------------------------------------
-
 TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
 {
     Def good = Constant(0x31, 10.0, 0x111);
@@ -271,20 +260,16 @@ TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
     EXPECT_EQ(gen.SetLabels(nullptr, 0), 0u);
 }
 
-// ---- values -------------------------------------------------------------------
-
 TEST(GeneratorValues, BnrIsTwosComplementBelowTheSignBitAndBcdDigitsHaveAThreeBitFirstDigit)
 {
-    // Value, resolution, bits, data. 11 bits of 0.25: the LSB is data bit 7,
-    // the sign data bit 18; values round to the nearest step and are clamped.
+    // Value, resolution, bits, data: rounded to the nearest step and clamped.
     const std::tuple<double, double, unsigned, uint32_t> bnr[] = {{1.0, 0.25, 11, 4u << 7},
         {511.75, 0.25, 11, 0x7FFu << 7}, {-0.25, 0.25, 11, 0xFFFu << 7}, {-512.0, 0.25, 11, 0x800u << 7},
         {0.1, 0.25, 11, 0}, {0.13, 0.25, 11, 1u << 7}, {9999.0, 0.25, 11, 0x7FFu << 7}, {-1.0, 1.0, 18, 0x7FFFF},
         {1.0, 1.0, 18, 1}};
     for (auto [value, resolution, bits, data] : bnr)
         EXPECT_EQ(Gen::EncodeBnr(value, resolution, bits), data) << value << " in " << bits << " bits";
-    // Value, resolution, digits, data: left-aligned, the sign goes into the
-    // SSM, four digits leave the last unused, clamped to what the digits hold.
+    // Value, resolution, digits, data: left-aligned, the sign in the SSM, clamped.
     const std::tuple<double, double, unsigned, uint32_t> bcd[] = {{123.4, 0.1, 5, 0x01234}, {79999, 1.0, 5, 0x79999},
         {-123.4, 0.1, 5, 0x01234}, {359.9, 0.1, 4, 0x35990}, {7, 1.0, 1, 0x70000}, {99999, 1.0, 5, 0x79999}};
     for (auto [value, resolution, digits, data] : bcd)
@@ -293,8 +278,7 @@ TEST(GeneratorValues, BnrIsTwosComplementBelowTheSignBitAndBcdDigitsHaveAThreeBi
 
 TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPoints)
 {
-    // -100 .. 100 over 4 s, 1/128 steps (range 256, 15 bits); the ramp
-    // starts again at 4 s.
+    // -100 .. 100 over 4 s, 1/128 steps (range 256, 15 bits).
     const std::tuple<unsigned char, double, double> points[] = {{Gen::WaveSine, 0.0, 0}, {Gen::WaveSine, 1.0, 100},
         {Gen::WaveSine, 3.0, -100}, {Gen::WaveSine, 0.5, 100 * std::sqrt(0.5)}, {Gen::WaveTriangle, 0.0, -100},
         {Gen::WaveTriangle, 1.0, 0}, {Gen::WaveTriangle, 2.0, 100}, {Gen::WaveTriangle, 3.0, 0},
@@ -334,7 +318,6 @@ TEST(GeneratorValues, RandomStaysInRangeIsRepeatableAndCoversIt)
 TEST(GeneratorValues, WordsCarryOddParityUnlessEvenIsAsked)
 {
     Def d = Constant(0x01, 10.0, 0x3);
-    auto ones = [](unsigned w) { return __builtin_popcount(w); };
-    EXPECT_EQ(ones(Gen::ComputeWord(d, 0, 0).GetToUint32()) % 2, 1);
-    EXPECT_EQ(ones(Gen::ComputeWord(d, 0, 0, true).GetToUint32()) % 2, 0);
+    EXPECT_EQ(__builtin_popcount(Gen::ComputeWord(d, 0, 0).GetToUint32()) % 2, 1);
+    EXPECT_EQ(__builtin_popcount(Gen::ComputeWord(d, 0, 0, true).GetToUint32()) % 2, 0);
 }

@@ -1,5 +1,4 @@
-// The generic discrete classes: parameter checks, and the state and change
-// bookkeeping a driver feeds. Which services each port admits: ports_test.
+// The generic discrete classes: parameter checks and the state a driver feeds.
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
@@ -10,8 +9,6 @@
 using namespace bustest;
 
 namespace {
-
-// ---- what the driver feeds -------------------------------------------------------
 
 class DiscreteIn : public ::testing::Test {
 protected:

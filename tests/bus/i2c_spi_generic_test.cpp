@@ -1,15 +1,12 @@
-// The generic I2C and SPI master classes: what the transfer checks refuse,
-// and the transfer bookkeeping a driver relies on (submission order, wire
-// tags, Transfer waiting for its own result, the bound, failure and stop).
+// The generic I2C and SPI master classes: transfer checks and bookkeeping.
 #include "TestBusDevice.h"
 #include "support/Wait.h"
 
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using namespace bustest;
@@ -78,8 +75,7 @@ TEST(I2cSpiChecks, TransferAndParameterRanges)
         EXPECT_EQ(r.actual, r.expected) << r.name;
 }
 
-// Results come out in submission order; a result must carry the oldest
-// transfer's wire tag; the bound counts submitted plus unread.
+// A result must carry the oldest transfer's wire tag; the bound counts submitted plus unread.
 TEST_F(I2cSpiRig, ResultsInSubmissionOrderAndTheBound)
 {
     CKVX_HdwI2cMasterService::CParameters p;
@@ -123,9 +119,7 @@ TEST_F(I2cSpiRig, ResultsInSubmissionOrderAndTheBound)
     EXPECT_EQ(s->ReadResult(r), 4u);
 }
 
-// Transfer waits for its own transfer: an earlier one's result stays for
-// ReadResult; one that does not finish in time answers 22 and its result
-// arrives later in the queue; Close releases one that waits.
+// An earlier result stays for ReadResult; a timed-out Transfer's result comes later.
 TEST_F(I2cSpiRig, TransferWaitsForItsOwnResultUntilClosed)
 {
     CTestI2cMaster* s = OpenI2c();
@@ -159,7 +153,6 @@ TEST_F(I2cSpiRig, TransferWaitsForItsOwnResultUntilClosed)
     ASSERT_EQ(s->ReadResult(r), 0u);
     EXPECT_EQ(std::tuple(r.Tag, r.Result, r.Fault), std::tuple(3u, 34u, 1u));
 
-    // Close releases a waiting Transfer.
     unsigned rc = 0;
     std::thread app([&] {
         CKVX_HdwI2cTransfer t = I2cWrite(0x50, {0});

@@ -1,6 +1,4 @@
-// A driver's receive path (its own thread, under the device lock) against
-// readers in other threads: filtered words, frames and signals arrive in
-// order with their times and ports, nothing lost, no data race (TSan).
+// A driver's receive path against readers in other threads (run under TSan too).
 #include "TestBusDevice.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +21,6 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
     ASSERT_TRUE(in && signals && frames);
     EXPECT_EQ(CKVX_HdwSignalService::FindOn(rx), signals);
     EXPECT_EQ(CKVX_HdwSignalService::FindOn(can), nullptr);
-    // Room for all: a slow reader loses nothing.
     CKVX_HdwArinc429InBufferService::CParameters p;
     p.BufferSize = kWords;
     in->SetParameters(&p);
@@ -53,7 +50,6 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
         }
     });
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    // The application drains signals in one thread, words and frames in another.
     std::thread signalReader([&] {
         unsigned expected = 0;
         CKVX_HdwSignalService::CSignal s;

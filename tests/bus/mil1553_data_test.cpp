@@ -1,6 +1,4 @@
-// MIL-STD-1553 data classes and the remote terminal service: the checks that
-// keep bad transfers, schedules and terminals from reaching a unit, and the
-// bus-time rule. Command words show in the SRAM images (tests/units).
+// MIL-STD-1553 data classes and the remote terminal service: checks and bus time.
 
 #include "TestBusDevice.h"
 
@@ -13,7 +11,6 @@ using namespace mil1553test;
 
 namespace {
 
-// A BC-to-RT message of `words` data words.
 Msg BcToRt(uint8_t ta, uint8_t sa, unsigned words)
 {
     return mil1553test::BcToRt(ta, sa, Words(words, 0x1234));
@@ -124,8 +121,6 @@ TEST(MilStd1553RemoteTerminal, DefaultsAreLegalChecksRefuseTheRestAndTheServiceC
     EXPECT_EQ(bad([](auto& r) { r.Receive[31].Legal = 1; }), 2u);
     EXPECT_EQ(bad([](auto& r) { r.Transmit[4].BroadcastLegal = 1; }), 2u);
 
-    // The remote terminal service checks the terminal and its own input
-    // before a unit driver sends anything.
     CBusRig rig;
     auto* service = Enable<CKVX_HdwMilStd1553SingleRtService>(rig.Mil(), HDW_SERVICE_MIL1553_RT);
     ASSERT_NE(service, nullptr);

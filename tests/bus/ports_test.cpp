@@ -10,16 +10,10 @@ using namespace bustest;
 
 TEST(Arinc429PortParameters, WordIntergap)
 {
-    const struct {
-        unsigned rate;
-        double bits;
-        int gap;
-    } cases[] = {
-        {12500, 4, 320}, {100000, 0.04, 0}, // 0.4 us rounds down
-        {100000, 0.05, 1}, // 0.5 us rounds up
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(CKVX_HdwArinc429TxPort::CalcWordIntergap(c.rate, c.bits), c.gap) << c.rate << " " << c.bits;
+    // 0.4 us rounds down, 0.5 us up.
+    const std::tuple<unsigned, double, int> cases[] = {{12500, 4, 320}, {100000, 0.04, 0}, {100000, 0.05, 1}};
+    for (const auto& [rate, bits, gap] : cases)
+        EXPECT_EQ(CKVX_HdwArinc429TxPort::CalcWordIntergap(rate, bits), gap) << rate << " " << bits;
 }
 
 class BusPorts : public ::testing::Test {
@@ -27,7 +21,6 @@ protected:
     CBusRig rig;
 };
 
-// The CAN port opens through the same code as the ARINC 429 ports.
 TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFailsMilStd1553ValidOnesOnly)
 {
     CTestRxPort* rx = rig.Rx();
@@ -47,7 +40,6 @@ TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFailsMilStd1553ValidOne
     // The MIL-STD-1553 port installs valid parameters only.
     CTestMilPort* mil = rig.Mil();
     ASSERT_NE(Enable<CTestSignalService>(mil, 1), nullptr);
-    // Response time-outs of 4 to 255 us and the two couplings.
     CKVX_HdwMilStd1553Port::CParameters mp;
     const std::pair<unsigned, unsigned> bad[] = {{3, 1}, {256, 1}, {20, 2}};
     for (const auto& [timeout, coupling] : bad) {
@@ -65,8 +57,6 @@ TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFailsMilStd1553ValidOne
     mp.Coupling = CKVX_HdwMilStd1553Port::CParameters::CouplingDirect;
     EXPECT_EQ(mil->Open(&mp), 0u);
 }
-
-// ---- service admission ---------------------------------------------------------
 
 namespace {
 
@@ -86,7 +76,6 @@ struct PortScript {
     std::vector<Step> steps;
 };
 
-// One step per line.
 // clang-format off
 const PortScript kScripts[] = {
     {"ARINC 429 RX", [](CBusRig& r) -> CKVX_HdwPort* { return r.Rx(); }, 3, 4, 2, {
@@ -173,8 +162,7 @@ TEST_F(BusPorts, EachPortAdmitsItsServicesAndExcludesTheRest)
 
 TEST_F(BusPorts, BaseRulesComeBeforeEachPortsOwnTable)
 {
-    // An open port, or any port of a stopped manager, takes no service change:
-    // 10 where the port's own table would answer 26 for a second service.
+    // An open port or a stopped manager answers 10 where the port's table would say 26.
     for (const PortScript& script : kScripts) {
         CKVX_HdwPort* port = script.port(rig);
         CKVX_HdwService* s = nullptr;

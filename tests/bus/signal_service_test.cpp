@@ -2,18 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
 
 using namespace bustest;
 
 namespace {
 
-// A signal service on no port: the driver side and the application side
-// exercised directly.
 class SignalQueue : public ::testing::Test {
 protected:
     void StartWith(unsigned bound, uint32_t mask = CKVX_HdwSignalService::CParameters::AllSignals)
@@ -54,8 +51,7 @@ TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
     signals.GetDroppedCount(dropped, false);
     EXPECT_EQ(dropped, 0u);
 
-    // After the wrap, posts and partial reads in uneven steps, emptying it
-    // now and then: order holds wherever the oldest signal sits in the ring.
+    // Uneven posts and partial reads: order holds wherever the oldest sits in the ring.
     unsigned next = 0, expected = 0;
     for (unsigned round = 0; round < 12; ++round) {
         for (unsigned i = 0; i < 1 + round % 3; ++i)
@@ -72,8 +68,7 @@ TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
     EXPECT_EQ(dropped, 0u);
 }
 
-// Status and register changes and words are masked here: only the
-// transceiver errors queue.
+// Only the transceiver errors are unmasked here.
 TEST_F(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
 {
     using CError = CKVX_HdwSignalService::CCanTranceiverErrorSignal;
@@ -82,8 +77,7 @@ TEST_F(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeInt
     CKVX_HdwSignalService::CSignal kindless;
     kindless.Kind = 0;
     EXPECT_EQ(signals.Post(kindless), 0u);
-    // Fault state, error bytes: not started, active, passive, bus off,
-    // bus off with other bytes, active again, bus off straight from active.
+    // Fault state and error bytes.
     const uint32_t states[][3] = {
         {3, 0, 0}, {0, 0, 0}, {1, 0x80, 0}, {2, 0xFF, 0x10}, {2, 0xFF, 0x20}, {0, 0, 0}, {2, 1, 2}};
     CKVX_HdwCanPort::CFaultStatus previous;
@@ -158,8 +152,7 @@ TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
     while (phase == 0)
         std::this_thread::yield();
     PostWord(42, 7);
-    // Stop until the reader has come back: a Stop before it waits leaves
-    // it answering 29 at once, one after wakes it.
+    // A Stop before the second wait makes it answer 29 at once, one after wakes it.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (phase != 3 && std::chrono::steady_clock::now() < deadline) {
         if (phase == 2)

@@ -78,7 +78,6 @@ TEST(Buffer, StringWhoseLengthExceedsTheDataFailsAndLeavesTheTarget)
     EXPECT_TRUE(b.Fail());
     EXPECT_EQ(s, "keep");
 
-    // Not even the whole length field.
     CKVX_Buffer shortLength;
     shortLength << uint16_t(1);
     shortLength >> s;

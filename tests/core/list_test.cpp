@@ -1,4 +1,3 @@
-// CKVX_List's own behaviour: the cursor and how each operation moves it.
 #include <HdwLib/core/KvxList.h>
 
 #include <gtest/gtest.h>
@@ -66,12 +65,10 @@ TEST(ListCursor, FindToStartThenDeleteItemErasesThatItemAndMovesToTheNext)
     ASSERT_TRUE(list.DeleteItem());
     EXPECT_EQ(Cur(list), -1);
     EXPECT_FALSE(list.DeleteItem());
-    // So does a search for a missing item.
     list.ToStart();
     EXPECT_FALSE(list.FindToStart(4));
     EXPECT_EQ(Cur(list), -1);
     EXPECT_FALSE(list.DeleteItem());
-    // DeleteAll puts the cursor back at the start.
     ASSERT_TRUE(list.FindToStart(30));
     list.DeleteAll();
     list += 5;
@@ -80,7 +77,6 @@ TEST(ListCursor, FindToStartThenDeleteItemErasesThatItemAndMovesToTheNext)
 
 TEST(ListCursor, RemovingTheFrontKeepsTheCursorOnItsItem)
 {
-    // The cursor on the first item moves on to the next, not past it.
     auto list = MakeList({1, 2, 3});
     list.ToStart();
     int v = 0;
@@ -90,7 +86,6 @@ TEST(ListCursor, RemovingTheFrontKeepsTheCursorOnItsItem)
     ASSERT_TRUE(list >> v);
     EXPECT_EQ(v, 2);
 
-    // A cursor further on stays on its item.
     list = MakeList({1, 2, 3});
     ASSERT_TRUE(list.FindToStart(3));
     ASSERT_TRUE(list.RemoveFirst(v));
@@ -100,7 +95,6 @@ TEST(ListCursor, RemovingTheFrontKeepsTheCursorOnItsItem)
     list.PopFront();
     EXPECT_EQ(Cur(list), -1);
     EXPECT_TRUE(list.IsEmpty());
-    // An empty list has nothing to step to or remove.
     v = 7;
     EXPECT_FALSE(list >> v);
     EXPECT_FALSE(list.DeleteItem());

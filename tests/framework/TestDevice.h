@@ -1,6 +1,5 @@
 #pragma once
-// A device, port and service that act as a unit driver for the framework tests
-// and record what the framework asks of them, in order.
+// A device, port and service that record, in order, what the framework asks of them.
 
 #include <HdwLib/HdwLib.h>
 
@@ -16,7 +15,6 @@
 
 namespace fwtest {
 
-// Call log shared by a device and everything it owns.
 class CallLog {
 public:
     void Add(const std::string& entry)
@@ -132,7 +130,6 @@ private:
     unsigned m_Index;
 };
 
-// One port layout entry: port type and channel text.
 using PortEntry = std::pair<unsigned, const char*>;
 
 class TestDevice : public CKVX_HdwDevice {
@@ -142,8 +139,6 @@ public:
         for (unsigned i = 0; i < instances; ++i)
             Serials.push_back("SN" + std::to_string(i));
         m_DeviceCode = code;
-        m_Manufacturer = "Test Manufacturer";
-        m_ModelName = "Testunit";
     }
     ~TestDevice() override
     {
@@ -168,7 +163,6 @@ public:
             inst->Link.Format("/dev/pts/%u", i);
             m_DeviceList += inst;
         }
-        // A port's internal channel number is its place in the layout.
         for (unsigned i = 0; i < count; ++i)
             for (unsigned ch = 0; ch < m_Ports.size(); ++ch)
                 AddPortDescriptor(
@@ -232,8 +226,7 @@ public:
     unsigned FailStartInstance = ~0u;
     unsigned FailEndInstance = ~0u;
     std::function<void(unsigned)> OnStartHandler;
-    // The units' serial numbers in the order the next scan finds them (SN0,
-    // SN1 ... for the instance count given; "" for a unit without one).
+    // Serial numbers the next scan finds ("" for a unit without one).
     std::vector<std::string> Serials;
     std::vector<std::string> seenLinks;
     bool seenScan = false;

@@ -10,7 +10,6 @@ namespace {
 
 TEST(ManagerEnumerate, AbsoluteNumbersPerTypeInAttachmentInstanceAndChannelOrderAndLinksGoToTheirDevice)
 {
-    // Device A: 2 units, each with TX 0..1, RX 0, CAN 0. Device B: 1 unit with TX 0 and CAN 0..1.
     TestDevice a{10, 2,
         {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_ARINC429_TX, "1"}, {HDW_PORT_ARINC429_RX, "0"}, {HDW_PORT_CAN, "0"}}};
     TestDevice b{11, 1, {{HDW_PORT_ARINC429_TX, "0"}, {HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
@@ -93,7 +92,6 @@ TEST(ManagerRun, AttachRefusalsAFailingDeviceRunStopsTheRestRunTwiceIsHarmlessAn
     EXPECT_EQ(c.log.Take(), (std::vector<std::string>{"dev3.Stop", "dev.Close(0)"}));
 }
 
-// The pool's rotation and its use by a connecting unit: links/hoe_device_test.
 TEST(ManagerSysEthPorts, ConcurrentBorrowersNeverGetAPortTwiceAndThePoolRunsOut)
 {
     CKVX_HdwManager m;
@@ -151,7 +149,6 @@ TEST(PortIdentifier, BuildsTheKnownKeysRefusesWhatCannotBeAKeyParsesThemBackAndM
     EXPECT_NE(parsed.Set(CKVX_String("2@0@x@y@z@w@00000003@0000")), 0u);
     EXPECT_EQ(parsed.GetKeyString(), kHaldenKey) << "a failed parse keeps the previous contents";
     EXPECT_EQ(parsed.GetFullName(), "Halden");
-    // Fields parsed back in the wrong place or form would build another key.
     unsigned type = 0, abs = 99, channel = 0;
     CKVX_String m, f, r, sn;
     ASSERT_EQ(parsed.Get(&type, &abs, &m, &f, &r, &sn, &channel), 0u);

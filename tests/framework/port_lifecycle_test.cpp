@@ -1,5 +1,3 @@
-// Opening and closing ports: the order of the steps, the result codes of
-// every wrong state, and what is left behind when a step fails.
 #include "TestDevice.h"
 
 #include <gtest/gtest.h>
@@ -52,7 +50,6 @@ TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrderAndWrongStatesChangeNothi
     EXPECT_EQ(device.GetDeviceInstance(0)->GetPortList().GetLength(), 1u);
     EXPECT_EQ(s0->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
     EXPECT_EQ(port->Open(nullptr), 18u);
-    // (EnableService on an open port: bus/ports_test BaseRulesComeBeforeEachPortsOwnTable.)
     CKVX_HdwService::CParameters sp;
     EXPECT_EQ(s0->SetParameters(&sp), 10u);
     EXPECT_EQ(port->DisableService(s0), 1u);
@@ -89,7 +86,6 @@ TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
     EXPECT_FALSE(port->IsOpen());
     EXPECT_EQ(port->GetServiceCount(), 1u) << "a channel refusal keeps the services";
 
-    // A failing service start deletes every service and leaves the unit link open.
     instance->OpenPortResult = 0;
     Enable()->StartResult = 3;
     device.log.Take();

@@ -1,5 +1,4 @@
-// The periodic tick, called directly (as the manager's timer does) so that
-// every tick is observed exactly; one test checks the timer really drives it.
+// The periodic tick, called directly so that every tick is observed exactly.
 #include "TestDevice.h"
 
 #include <gtest/gtest.h>
@@ -17,8 +16,7 @@ protected:
         ASSERT_EQ(manager.AttachDevice(&device), 0u);
         ASSERT_EQ(manager.Enumerate(), 0u);
         ASSERT_EQ(manager.Run(), 0u);
-        // The manager's own timer must not interleave with the ticks made here
-        // (nor call the test's hooks while they are replaced).
+        // The manager's own timer must not interleave with the ticks made here.
         ASSERT_EQ(manager.StopMainTimer(), 0u);
     }
     void TearDown() override { manager.Stop(); }
@@ -32,7 +30,6 @@ protected:
         return static_cast<TestService*>(s);
     }
 
-    // Two units with two ports each.
     TestDevice device{60, 2, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
     CKVX_HdwManager manager;
 };
@@ -48,7 +45,6 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndE
     unsigned lockedElsewhere = 0;
     device.OnStartHandler = [&](unsigned instance) {
         CKVX_Mutex* m = device.GetDeviceInstance(instance)->GetMutex();
-        // Another thread must find the unit's mutex taken.
         lockedElsewhere += std::async(std::launch::async, [m] {
             const bool taken = m->TryLock() != 0;
             if (!taken)
@@ -64,8 +60,7 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndE
     EXPECT_EQ(a0->lastTick.load(), 7u);
     EXPECT_EQ(lockedElsewhere, 2u);
 
-    // An untyped event goes to the unit's open ports until one refuses. Typed
-    // events: units/events_test (UnitFrameEvents, CriticalFailureReaches...).
+    // An untyped event goes to the unit's open ports until one refuses.
     a0->EventResult = 9;
     CKVX_HdwEvent ev;
     device.DeviceLock(0);
@@ -74,7 +69,6 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndE
     EXPECT_EQ(a0->eventCount.load(), 1u);
     EXPECT_EQ(b0->eventCount.load(), 0u);
 
-    // A unit with no open port is skipped.
     ASSERT_EQ(device.Port(0, 0)->Close(), 0u);
     ASSERT_EQ(device.Port(0, 1)->Close(), 0u);
     device.log.Take();
@@ -123,7 +117,6 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
     ASSERT_TRUE(WaitUntil([&] { return s->lastTick.load() > seen; }));
     EXPECT_GE(manager.GetTickCounter(), 5u);
 
-    // Exercises the instance locks with the real timer thread (run under TSan).
     TestPort* p0 = device.Port(0, 0);
     TestPort* p1 = device.Port(1, 1);
     ASSERT_EQ(p0->Close(), 0u);
@@ -150,7 +143,6 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
     EXPECT_FALSE(device.GetDeviceInstance(1)->IsOpen());
 }
 
-// The timer itself: tick numbering across Stop/Start, stopping from inside the callback, the 32-bit wrap rule.
 // Counts the callbacks and every tick number that is not the next one.
 struct Recorder {
     std::atomic<uint64_t> count{0};
@@ -204,7 +196,6 @@ struct SelfStopper {
 
 TEST(Timer, CanBeStoppedFromItsOwnCallbackAndStartedAgain)
 {
-    // The first tick may come before Start has returned; its Stop must hold.
     for (int round = 0; round < 20; ++round) {
         SelfStopper s;
         s.stopAt = round % 2 + 1;

@@ -1,6 +1,5 @@
 #pragma once
-// A small HOE unit on 127.0.0.1: answers Detect, Connect and Disconnect, records
-// what the host did, sends event data on request and keep-alives while connected.
+// A small HOE unit on 127.0.0.1 that records what the host did and sends keep-alives.
 
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/links/HdwUdpSocket.h>
@@ -38,7 +37,6 @@ public:
     std::atomic<bool> AnswerDetect{true};
     std::atomic<uint32_t> SessionToGrant{0x5E55};
 
-    // What the host did.
     struct Seen {
         unsigned Detects = 0, Connects = 0, Disconnects = 0;
         uint32_t ClientId = 0, Tag = 0, Session = 0;
@@ -56,7 +54,6 @@ public:
         return m_Seen;
     }
 
-    // A valid event-data packet for the current session.
     Packet EventData(const std::vector<unsigned char>& payload, uint32_t number = 0)
     {
         const Seen s = Snapshot();

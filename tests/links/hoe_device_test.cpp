@@ -15,7 +15,6 @@ namespace {
 
 constexpr uint64_t kKind = 250;
 
-// The Ethernet-only base and the one that also reaches units over serial.
 template <class Base>
 class OfKind : public Base {
 public:
@@ -38,8 +37,7 @@ protected:
     }
     void TearDown() override
     {
-        // The session gives its local port back to the manager: close the
-        // link while the manager is still there.
+        // The session gives its port back to the manager: close while it exists.
         for (unsigned i = 0; i < device.GetInstanceCount(); ++i)
             device.Close(i);
         manager.Stop();
@@ -59,7 +57,6 @@ protected:
         buf.resize(got);
         return buf;
     }
-    // Takes every free port of the manager's pool; Release gives them back.
     std::set<unsigned short> TakePool()
     {
         std::set<unsigned short> taken;
@@ -110,12 +107,10 @@ TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndOnlyThisSess
     EXPECT_EQ(s.ConnectField, s.HostPort);
     EXPECT_EQ(inst->FirstWord, s.Tag);
     EXPECT_EQ(inst->SecondWord, s.Session);
-    // A second open of an open unit succeeds without a new session.
     EXPECT_EQ(this->device.Open(0), 0u);
     EXPECT_EQ(this->peer.Snapshot().Connects, 1u);
 
-    // Only this session's event data reaches LinkRead, in order, split by the
-    // reader's size (bad CRC, length or code: hoe_packet_test.cpp).
+    // Only this session's event data reaches LinkRead, in order, split by the reader's size.
     EXPECT_EQ(this->Waiting(), 0u);
     EXPECT_TRUE(this->Read(16).empty()); // empty list: 0 with nothing read
     EXPECT_EQ(this->device.LinkWrite(5u, nullptr, 0), 2u); // no such instance
@@ -131,7 +126,6 @@ TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndOnlyThisSess
         spoiled([](P& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffSecondWord, CKVX_HdwHoe::GetSecondWord(p) + 1); }));
     this->peer.SendToHost(
         spoiled([](P& p) { CKVX_HdwHoe::SetU32(p, CKVX_HdwHoe::OffFirstWord, CKVX_HdwHoe::GetFirstWord(p) ^ 1); }));
-    // Good packets after them: only they arrive.
     this->peer.SendToHost(this->peer.EventData(Bytes{1, 2, 3, 4, 5}, 0));
     this->peer.SendToHost(this->peer.EventData(Bytes{6, 7, 8}, 1));
     this->peer.SendToHost(this->peer.EventData(Bytes{9, 10, 11, 12}, 2));
@@ -147,7 +141,6 @@ TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectReleasesThePortAndReop
 {
     this->Connect();
     const unsigned short used = this->peer.Snapshot().HostPort;
-    // Take every other pool port: the pool is then exhausted.
     const auto taken = this->TakePool();
     EXPECT_EQ(taken.size(), CKVX_HdwManager::SysEthPortCount - 1u);
 
@@ -157,7 +150,6 @@ TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectReleasesThePortAndReop
     EXPECT_EQ(this->TakePool(), std::set<unsigned short>{used});
     this->Release(taken);
     this->Release({used});
-    // Close of the instance; the link time-out may change again; reopen: a new session.
     EXPECT_EQ(this->device.Close(0), 0u);
     EXPECT_FALSE(this->device.GetDeviceInstance(0)->IsOpen());
     EXPECT_EQ(this->device.SetLinkTimeout(700), 0u);
@@ -193,7 +185,6 @@ TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
     this->Connect();
     const unsigned short used = this->peer.Snapshot().HostPort;
     EXPECT_NE(used, next);
-    // The skipped port went back to the pool.
     const auto free = this->TakePool();
     EXPECT_EQ(free.count(next), 1u);
     EXPECT_EQ(free.count(used), 0u);

@@ -81,13 +81,11 @@ TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
     }
 }
 
-// A reply the unit would send, then one that fails exactly each check in turn.
 TEST(HoePacket, EachAcceptanceCheckRejectsWhatItShould)
 {
     constexpr unsigned kClient = 0x51515151;
     constexpr unsigned kFirst = 0x1234;
     const auto recrc = [](Packet& p) { CKVX_HdwHoe::SetU16(p, 62, CKVX_HdwHoe::ComputeCrc(p)); };
-    // A well-formed event-data packet with `payload` bytes, as a unit sends it.
     const auto reply = [&](unsigned payload) {
         std::vector<unsigned char> data(payload, 0x5A);
         Packet p;
@@ -108,7 +106,6 @@ TEST(HoePacket, EachAcceptanceCheckRejectsWhatItShould)
     const Case cases[] = {
         {"good", 4, 68, [](Packet&) {}, false, CKVX_HdwHoe::HoeAccepted},
         {"largest payload", 1350, 1414, [](Packet&) {}, false, CKVX_HdwHoe::HoeAccepted},
-        // The version is not checked.
         {"other version", 4, 68, [](Packet& p) { CKVX_HdwHoe::SetU16(p, CKVX_HdwHoe::OffVersion, 9); }, true,
             CKVX_HdwHoe::HoeAccepted},
         {"read failed", 4, -1, [](Packet&) {}, false, CKVX_HdwHoe::HoeCheckRead},

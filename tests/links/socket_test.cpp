@@ -12,7 +12,6 @@ namespace {
 const CKVX_IpAddress kLoopback(127, 0, 0, 1);
 constexpr unsigned kWaitMs = 10000; // generous: the machine may be loaded
 
-// Receives until `n` bytes came; a stream may split them anyhow.
 std::string ReceiveAll(CKVX_HdwTcpClientSocket& s, size_t n)
 {
     std::string in;
@@ -50,7 +49,6 @@ TEST(UdpSocket, ResultCodesAndAnOversizedDatagramIsAnErrorNotATruncatedRead)
     ASSERT_EQ(other.SendTo("ok", 2, kLoopback, s.GetLocalPort()), 0u);
     EXPECT_EQ(s.ReceiveFrom(buf, sizeof buf, got, from, port, kWaitMs), 13u);
     EXPECT_EQ(got, 0u);
-    // The next datagram is intact.
     ASSERT_EQ(s.ReceiveFrom(buf, sizeof buf, got, from, port, kWaitMs), 0u);
     EXPECT_EQ(std::string(buf, got), "ok");
     EXPECT_EQ(s.Close(), 0u);
@@ -89,7 +87,6 @@ TEST(TcpSocket, AcceptConnectSendReceivePeerCloseAndAClosedPort)
     EXPECT_FALSE(client.IsConnected());
     EXPECT_EQ(client.Send("a", 1, sent), 10u);
 
-    // Nobody listens on the port any more: a connect fails with 14.
     const unsigned short port = server.GetLocalPort();
     ASSERT_EQ(server.Close(), 0u);
     CKVX_HdwTcpClientSocket late;

@@ -41,7 +41,6 @@ TEST(UdpEmulator, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(device.UartWrite(0, hello, 3), 19u);
     EXPECT_EQ(device.UartWrite(3, hello, 3), 2u);
 
-    // The byte services (posix/std_uart_test.cpp) fed by the datagram line.
     ASSERT_EQ(manager.Run(), 0u);
     CKVX_HdwPort* port = manager.GetPort(HDW_PORT_UART, 0);
     ASSERT_NE(dynamic_cast<CKVX_HdwUartPort*>(port), nullptr);
@@ -54,11 +53,9 @@ TEST(UdpEmulator, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     ASSERT_TRUE(in && out);
     ASSERT_EQ(port->Open(nullptr), 0u);
 
-    // Queued bytes leave with the next tick, as one datagram.
     unsigned char five[] = {'h', 'e', 'l', 'l', 'o'};
     ASSERT_EQ(out->Write(five, sizeof five, 0), 0u);
     EXPECT_EQ(receiveAtUnit(), "hello");
-    // Datagrams from anyone but the unit are not part of its stream.
     CKVX_HdwUdpSocket stranger;
     ASSERT_EQ(stranger.Open(0, kLoopback), 0u);
     ASSERT_EQ(stranger.SendTo("XX", 2, from, hostPort), 0u);
@@ -67,7 +64,6 @@ TEST(UdpEmulator, OneUartPortPerLinkCarriesBytesBothWaysThroughTheTick)
     EXPECT_EQ(std::string(reinterpret_cast<char*>(five), n), "abc");
     ASSERT_EQ(port->Close(), 0u);
 
-    // The device's own calls; reads split what the unit sent as asked.
     ASSERT_EQ(device.Open(0), 0u);
     ASSERT_EQ(device.UartWrite(0, hello, 3), 0u);
     EXPECT_EQ(receiveAtUnit(), "hi!");

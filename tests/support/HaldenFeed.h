@@ -1,7 +1,6 @@
 #pragma once
-// A Halden driver with one unit instance fed by the caller instead of a link,
-// for benchmarks and fuzzing of the receive path. The instance is "reached
-// over Ethernet" with no session, so ProcessReception reads what Push appended.
+// A Halden driver with one unit instance fed by the caller instead of a link
+// (Ethernet mode with no session), for benchmarks and fuzzing of the receive path.
 
 #include <HdwLib/HdwLib.h>
 
@@ -45,7 +44,6 @@ public:
         return nullptr;
     }
 
-    // Appends bytes to the instance's receive list.
     void Push(const uint8_t* data, size_t size)
     {
         CKVX_MutexLocker lock(Inst->RxMutex);
@@ -77,8 +75,7 @@ private:
     std::vector<CKVX_HdwPort*> m_Attached;
 };
 
-// A unit frame (start byte, length, event count, records, CRC) around the
-// given event records (each L, type byte, parameters).
+// A unit frame (start byte, length, event count, records, CRC) around the records.
 inline std::vector<uint8_t> UnitFrame(const CFeedDevice& device, const std::vector<std::vector<uint8_t>>& records)
 {
     std::vector<uint8_t> f{0xA5, 0, 0, uint8_t(records.size()), uint8_t(records.size() >> 8)};
@@ -93,16 +90,14 @@ inline std::vector<uint8_t> UnitFrame(const CFeedDevice& device, const std::vect
     return f;
 }
 
-// An ARINC 429 receive record (type 2) for channel `ch`: L = 11 (type byte,
-// time stamp, word, the unit's 16-bit value).
+// An ARINC 429 receive record (type 2): type byte, time stamp, word, a 16-bit value.
 inline std::vector<uint8_t> A429RxRecord(unsigned ch, uint32_t time, uint32_t word)
 {
     return {11, uint8_t(2u << 3 | ch), uint8_t(time), uint8_t(time >> 8), uint8_t(time >> 16), uint8_t(time >> 24),
         uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24), 0, 0};
 }
 
-// A CAN receive record (type 6) for channel `ch`: an extended frame with
-// eight data bytes, L = 18.
+// A CAN receive record (type 6): an extended frame with eight data bytes.
 inline std::vector<uint8_t> CanRxRecord(unsigned ch, uint32_t time, uint32_t id)
 {
     std::vector<uint8_t> r{18, uint8_t(6u << 3 | ch), uint8_t(time), uint8_t(time >> 8), uint8_t(time >> 16),

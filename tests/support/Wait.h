@@ -1,6 +1,5 @@
 #pragma once
-// Tests wait on a condition, never on a fixed sleep: poll it every 2 ms for
-// up to `timeoutMs` (10 s unless told, generous for a loaded machine).
+// Polls a condition every 2 ms for up to `timeoutMs` (generous for a loaded machine).
 
 #include <chrono>
 #include <thread>

@@ -1,5 +1,4 @@
-// The signal service's descriptor in a poll loop, alone and with several
-// services behind one group descriptor (Linux).
+// The signal services' descriptors in a poll loop, alone and in a group.
 #include <HdwLib/bus/HdwSignalGroup.h>
 #include <HdwLib/bus/HdwSignalService.h>
 
@@ -8,6 +7,7 @@
 #include <memory>
 #include <poll.h>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -46,9 +46,6 @@ protected:
 };
 
 } // namespace
-
-// A service's own descriptor in a poll woken by the timer's thread:
-// HaldenLosses.Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem (tests/units).
 
 TEST_F(SignalDescriptor, ReadableWhileAnyMemberHoldsSignalsAndMembersOwnDescriptorsStayQuiet)
 {
@@ -105,7 +102,6 @@ TEST_F(SignalDescriptor, JoiningAndLeavingCarryAWaitingSignalAlong)
     EXPECT_EQ(a.LeaveGroup(), 0u); // not in a group: harmless
     EXPECT_EQ(a.JoinGroup(nullptr), 2u);
 
-    // Moving straight to another group.
     CKVX_HdwSignalGroup other;
     ASSERT_EQ(a.JoinGroup(&group), 0u);
     ASSERT_EQ(a.JoinGroup(&other), 0u);
@@ -142,28 +138,23 @@ TEST_F(SignalDescriptor, ConcurrentPostersAndOneReaderLoseNothingAndEndQuiet)
     ASSERT_EQ(b.JoinGroup(&group), 0u);
     CKVX_HdwSignalService::CParameters p;
     p.BufferSize = 100000;
-    a.Stop();
-    b.Stop();
-    a.SetParameters(&p);
-    b.SetParameters(&p);
-    ASSERT_EQ(a.Start(), 0u);
-    ASSERT_EQ(b.Start(), 0u);
     constexpr unsigned kEach = 20000;
-    std::thread pa([&] {
-        for (unsigned i = 0; i < kEach; ++i)
-            PostWord(a, i);
-    });
-    std::thread pb([&] {
-        for (unsigned i = 0; i < kEach; ++i)
-            PostWord(b, i);
-    });
+    std::vector<std::thread> posters;
+    for (CKVX_HdwSignalService* s : {&a, &b}) {
+        s->Stop();
+        s->SetParameters(&p);
+        EXPECT_EQ(s->Start(), 0u); // no ASSERT while a poster may run unjoined
+        posters.emplace_back([s] {
+            for (unsigned i = 0; i < kEach; ++i)
+                PostWord(*s, i);
+        });
+    }
     unsigned got = 0;
-    // A lost readiness stalls this loop until the deadline; a stale one
-    // shows after the last read.
+    // A lost readiness stalls this loop; a stale one shows after the last read.
     while (got < 2 * kEach && Readable(group.GetFileDescriptor(), 30000))
         got += Drain(a) + Drain(b);
-    pa.join();
-    pb.join();
+    for (auto& t : posters)
+        t.join();
     got += Drain(a) + Drain(b);
     EXPECT_EQ(got, 2 * kEach);
     EXPECT_FALSE(Readable(group.GetFileDescriptor()));

@@ -1,5 +1,4 @@
-// Reads a terminal's line speed with termios2, in a file of its own because
-// the kernel's termios header and the C library's cannot meet.
+// termios2 in a file of its own: the kernel's and the C library's headers clash.
 #include <asm/termbits.h>
 #include <sys/ioctl.h>
 

@@ -1,6 +1,5 @@
 #pragma once
-// A pseudo-terminal pair for the serial tests: the library opens the slave by
-// its name, the test plays the other end on the master.
+// A pseudo-terminal pair: the library opens the slave, the test plays the master.
 
 #include <chrono>
 #include <cstdint>
@@ -22,7 +21,6 @@ public:
         char name[256] = {};
         if (openpty(&m_Master, &m_Slave, name, nullptr, nullptr) == 0) {
             m_Name = name;
-            // Raw on both sides so that bytes pass unchanged.
             termios t{};
             tcgetattr(m_Slave, &t);
             cfmakeraw(&t);
@@ -96,7 +94,6 @@ public:
         return out;
     }
 
-    // Bytes waiting on the master side.
     int MasterQueued() const
     {
         int n = -1;

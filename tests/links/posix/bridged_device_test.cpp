@@ -1,5 +1,4 @@
-// The USB-UART bridged device base on pseudo-terminals, with a test driver
-// whose probe writes "PING?" and accepts every link but the one it refuses.
+// The USB-UART bridged device base on pseudo-terminals, with a probing test driver.
 #include "PtyPair.h"
 
 #include <HdwLib/framework/HdwManager.h>
@@ -70,7 +69,6 @@ TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOper
         {kTestDeviceCode, "udp:127.0.0.1:40003"},
     };
     ASSERT_EQ(manager.Enumerate(links, 4, CKVX_HdwManager::EnumerateNoScan), 0u);
-    // Ethernet links are for the subclasses that reach units that way.
     EXPECT_EQ((std::vector<unsigned>{links[0].Result, links[1].Result, links[2].Result, links[3].Result}),
         (std::vector<unsigned>{14, 14, 0, CKVX_HdwInitPortDesc::ResultNotTried}));
     EXPECT_EQ(device.probes.load(), 3);
@@ -84,7 +82,6 @@ TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOper
     // A link with no USB identity: the link text is the serial number.
     EXPECT_EQ(inst->SerialNumber, ptyA.SlaveName().c_str());
     EXPECT_EQ(inst->Revision, "");
-    // The probe's link is closed again.
     EXPECT_FALSE(inst->Uart.IsOpen());
     EXPECT_FALSE(inst->IsOpen());
 
@@ -114,8 +111,7 @@ TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOper
     EXPECT_FALSE(inst->Uart.IsOpen());
     EXPECT_EQ(device.Com_Write(0u, buf, 1), 19u);
 
-    // Pseudo-terminals have no USB bridge: a unit's own link belongs to it,
-    // any other port is plain.
+    // Pseudo-terminals have no USB bridge: only a unit's own link belongs to it.
     CKVX_String path = "stale";
     EXPECT_EQ(device.GetDevPathIndentifier(0, path), 0u);
     EXPECT_EQ(path, ptyA.SlaveName().c_str());
@@ -135,8 +131,7 @@ TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOper
         EXPECT_FALSE(additional) << o.Link;
     }
 
-    // Enumerating again replaces the instances: the open one is dropped (and
-    // its link closed) before probing again.
+    // Enumerating again drops the open instance before probing again.
     ASSERT_EQ(device.Open(0), 0u);
     device.refuse.clear();
     ASSERT_EQ(manager.Enumerate(&links[0], 1, CKVX_HdwManager::EnumerateNoScan), 0u);
@@ -144,11 +139,9 @@ TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOper
     ASSERT_EQ(device.GetInstanceCount(), 1u);
     EXPECT_EQ(device.GetUartInstance(0)->PortName, ptyB.SlaveName().c_str());
     EXPECT_EQ(manager.GetPortCount(HDW_PORT_UART), 1u);
-    // With nothing to look at, the device is emptied.
     ASSERT_EQ(manager.Enumerate(nullptr, 0, CKVX_HdwManager::EnumerateNoScan), 0u);
     EXPECT_EQ(device.GetInstanceCount(), 0u);
-    // No bridge with the test driver's identifiers exists here: the scan
-    // finds candidates only by identifier, so nothing is probed.
+    // A scan probes only bridges with the driver's identifiers: none here.
     device.probes = 0;
     ASSERT_EQ(manager.Enumerate(), 0u);
     EXPECT_EQ(device.probes.load(), 0);

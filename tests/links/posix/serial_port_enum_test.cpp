@@ -33,8 +33,6 @@ protected:
         std::ofstream(p) << text << "\n";
     }
 
-    // A USB device with one interface carrying the tty `name`, and its /dev node
-    // unless told otherwise.
     void AddUsbTty(const std::string& usbDir, const std::string& name, const std::string& vid, const std::string& pid,
         const std::string& product, const std::string& serial, const std::string& bcd, bool withNode = true,
         const std::string& usbInterface = "1.0")
@@ -63,8 +61,7 @@ protected:
 
     void AddNode(const std::string& name) { WriteFile(dev / name, ""); }
 
-    // One line per port: name (without the /dev folder), USB or not, and the
-    // USB descriptors, so that a whole enumeration compares at once.
+    // One line per port, so that a whole enumeration compares at once.
     std::vector<std::string> Enumerate()
     {
         std::vector<std::string> rows;
@@ -77,8 +74,7 @@ protected:
     fs::path root, sys, dev;
 };
 
-// The UARTs of one bridge are told by their USB device, so that two bridges
-// with the same identity, or with no serial number, are still told apart.
+// Two bridges with the same identity, or with no serial number, are told apart by their USB device.
 TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrderAndUartsOfOneBridgeShareItsUsbDevice)
 {
     AddUsbTty("1-5", "ttyUSB10", "0403", "6010", "Dual", "S10", "0700", true, "1.1");
@@ -119,8 +115,6 @@ TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrderAndUartsOfOneBridgeS
     EXPECT_FALSE(hdw::platform::SameUsbBridge(x, ports[1]));
 }
 
-// Only a registered UART with a driver, or a USB bridge, whose /dev node
-// exists is a serial port.
 TEST_F(FakeSysfs, OnboardPortsNeedADriverAndATypeAndVirtualTerminalsAndMissingNodesGiveNothing)
 {
     const fs::path platform = sys / "devices" / "platform" / "serial8250";
@@ -141,7 +135,6 @@ TEST_F(FakeSysfs, OnboardPortsNeedADriverAndATypeAndVirtualTerminalsAndMissingNo
     // A bridge whose /dev node does not exist (unplugged in between).
     AddUsbTty("1-4", "ttyUSB3", "0403", "6015", "Gone", "X", "1000", false);
     EXPECT_EQ(Enumerate(), std::vector<std::string>{"ttyS0 - ||||"});
-    // No tree at all: nothing.
     fs::remove_all(sys);
     EXPECT_TRUE(Enumerate().empty());
 }

@@ -1,6 +1,7 @@
-// The PC serial-port device on a pseudo-terminal, through the manager (the
-// UDP emulator device shares its byte services).
+// The PC serial-port device on a pseudo-terminal, through the manager.
 #include "PtyPair.h"
+
+#include "links/BytePattern.h"
 
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/links/HdwStdUartDevice.h>
@@ -13,15 +14,6 @@ namespace {
 
 using Dev = CKVX_HdwStdUartDevice;
 using Params = CKVX_HdwUartPort::CParameters;
-
-// Not periodic in 256, so that a lost or repeated block of any size shows.
-std::vector<uint8_t> Pattern(size_t n)
-{
-    std::vector<uint8_t> v(n);
-    for (size_t i = 0; i < n; ++i)
-        v[i] = uint8_t(i * 7 + i / 251);
-    return v;
-}
 
 class StdUart : public ::testing::Test {
 protected:
@@ -36,8 +28,7 @@ protected:
     }
     void TearDown() override { manager.Stop(); }
 
-    // Enables both services (input with room for `inSize` bytes) and opens the
-    // port; a write to the line may wait `writeTimeoutMs` for the reader.
+    // Enables both services and opens the port.
     void OpenWithServices(uint32_t inSize = 1u << 20, unsigned writeTimeoutMs = 1000)
     {
         CKVX_HdwService* s = nullptr;
@@ -49,8 +40,7 @@ protected:
         op.BufferSize = 0; // unlimited
         ASSERT_EQ(port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, &op), 0u);
         out = dynamic_cast<Dev::CByteOutBufferService*>(s);
-        ASSERT_NE(in, nullptr);
-        ASSERT_NE(out, nullptr);
+        ASSERT_TRUE(in && out);
         Params line;
         line.BaudRate = 115200;
         line.Timeout = writeTimeoutMs;
@@ -81,8 +71,7 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
     EXPECT_EQ(port->Read(buf, sizeof buf, n), 19u);
     EXPECT_EQ(port->Write(buf, 1), 19u);
 
-    // One input and one output service only; parameters of another service
-    // class are refused and nothing is added.
+    // One input and one output service only.
     CKVX_HdwService* s = nullptr;
     EXPECT_EQ(port->EnableService(HDW_SERVICE_ARINC429_IN_BUFFER, &s, nullptr), 10u);
     EXPECT_EQ(port->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 10u);
@@ -93,7 +82,6 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
     // Only the output service: the direct Read below has the input to itself.
     EXPECT_EQ(port->GetServiceList().GetLength(), 1u);
 
-    // A port opens with a service enabled; the direct Read and Write work beside it.
     Params params;
     params.Parity = Params::ParityEven; // a pseudo-terminal has none: the port stays closed
     EXPECT_EQ(port->Open(&params), 14u);
@@ -123,10 +111,9 @@ TEST_F(StdUart, ExplicitLinkBecomesAPortThatOpensTheLineWithItsSettings)
 
 TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
 {
-    // A pty has no output queue to pace by: the line fills whenever this
-    // reader lags, and a loaded machine may stall it for over a second.
+    // A pty cannot pace the writer: a loaded machine may stall the line for seconds.
     OpenWithServices(1u << 20, 30000);
-    const auto fromLine = Pattern(200000);
+    const auto fromLine = Pattern(200000, 0);
     std::thread writer([&] { EXPECT_TRUE(pty.WriteMaster(fromLine)); });
     std::vector<uint8_t> got;
     unsigned char buf[5000];
@@ -142,7 +129,7 @@ TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
     EXPECT_EQ(got, fromLine);
     EXPECT_EQ(in->GetDroppedCount(), 0u);
 
-    auto sent = Pattern(300000);
+    auto sent = Pattern(300000, 0);
     EXPECT_EQ(out->Write(sent.data(), unsigned(sent.size()), 1), 2u) << "reserved option";
     ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
     unsigned pending = 0;
@@ -156,7 +143,7 @@ TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
 TEST_F(StdUart, FullInputDropsTheOldestBytesAHungUpLineFailsItAndStoppedServicesAnswer29)
 {
     OpenWithServices(100);
-    const auto sent = Pattern(300);
+    const auto sent = Pattern(300, 0);
     ASSERT_TRUE(pty.WriteMaster(sent));
     ASSERT_TRUE(WaitUntil([&] { return in->GetDroppedCount() == 200; }));
     unsigned char buf[300];

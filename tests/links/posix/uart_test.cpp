@@ -36,7 +36,6 @@ protected:
         return WaitUntil([&] { return uart.GetReadBufferBytes(queued) == 0 && queued == expected; });
     }
 
-    // Reads up to `max` bytes; n must come back as what was read.
     std::vector<uint8_t> Read(unsigned max)
     {
         std::vector<uint8_t> buf(max + 1);
@@ -53,7 +52,6 @@ protected:
 
 TEST(UartClosed, NotOpenOrFailedToOpenAnswers19)
 {
-    // Never opened, a missing device and a file that is no terminal.
     for (const char* name : {"", "/dev/hdwlib-no-such-tty", "/dev/null"}) {
         CUart uart;
         Params p;
@@ -74,9 +72,7 @@ TEST(UartClosed, NotOpenOrFailedToOpenAnswers19)
 
 TEST_F(UartPty, OpenConfiguresARawLineWithTheStopBitsFlowControlAndRate)
 {
-    // One and a half stop bits set two, as the line has no such setting. The
-    // start and stop characters are set whenever any flow bit is. Every rate,
-    // standard or not, is set the same way (termios2), so odd ones are mixed in.
+    // One and a half stop bits set two; odd rates are set the same way (termios2).
     const struct {
         const char* What;
         uint8_t Stop, Flow;
@@ -169,8 +165,7 @@ TEST_F(UartPty, OpenDiscardsWhatWasQueuedAndReadsTakeAtMostMaxBytesInOrderAndQue
     EXPECT_TRUE(WaitQueued(0));
     EXPECT_TRUE(Read(64).empty());
 
-    // A pseudo-terminal has no output queue of its own: once the bytes have
-    // reached the other side nothing is left to count or purge.
+    // A pseudo-terminal has no output queue: nothing is left to purge.
     ASSERT_EQ(uart.Write(out, 5, 1000), 0u);
     ASSERT_TRUE(WaitUntil([&] { return pty.MasterQueued() == 5; }));
     EXPECT_EQ(uart.ResetWriteBuffer(), 0u);
@@ -184,10 +179,8 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     const auto big = Pattern(1 << 20, 1);
     EXPECT_EQ(uart.Write(const_cast<uint8_t*>(big.data()), unsigned(big.size()), 200), 23u);
     EXPECT_TRUE(uart.IsOpen());
-    // With no time at all it times out just the same.
     EXPECT_EQ(uart.Write(const_cast<uint8_t*>(big.data()), unsigned(big.size()), 0), 23u);
-    // What went out before the time-out stays on the other side; a marker written
-    // afterwards must come right after a prefix of the timed-out data.
+    // A marker written afterwards comes right after a prefix of the timed-out data.
     unsigned markerRc = 99;
     std::thread writer([&] {
         unsigned char marker[] = {0xEE, 0xFF, 0xEE};
@@ -207,8 +200,7 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     EXPECT_TRUE(std::equal(got.begin(), got.begin() + long(before), big.begin()));
 }
 
-// A hang-up (a bridge unplugged) makes every read answer end of file: a dead
-// line, not an empty one. The other side closed: std_uart_test.cpp.
+// A hang-up (a bridge unplugged) is a dead line, not an empty one.
 TEST_F(UartPty, HungUpLineTurnsIntoResultCodes)
 {
     ASSERT_EQ(OpenWith(Params()), 0u);
