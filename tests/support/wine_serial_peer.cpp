@@ -1,32 +1,22 @@
-// Runs a Windows test program under wine with real serial lines: creates
-// pseudo-terminal pairs, maps each slave to a COM port of the wine prefix
-// (a link $WINEPREFIX/dosdevices/comN -> /dev/pts/M) and plays the far end
-// of every line on its master, as the test asks through a small text
-// protocol on a loopback TCP socket.
+// Runs a Windows test program under wine with real serial lines: one
+// pseudo-terminal pair per line, its slave linked as a COM port of the wine
+// prefix ($WINEPREFIX/dosdevices/comN), its master played by this peer.
 //
 //     wine_serial_peer [--lines N] [--echo] -- wine program.exe [args...]
 //
-// --echo starts every line echoing (see ECHO below).
-//
-// The program finds the peer through the environment:
-//     HDWLIB_SERIAL_PEER   127.0.0.1:PORT of the control socket
-//     HDWLIB_SERIAL_PORTS  the COM names, comma-separated, line 0 first
-//
-// Requests, one line each, answered by one line "OK ..." or "ERR text":
-//     SETTINGS i        the slave's line settings as the far end sees them:
-//                       baud= bits= parity=none|odd|even|mark|space stop=1|2
-//                       crtscts= ixon= ixoff= xon= xoff= raw=
-//     SEND i HEX        write the bytes to the master
-//     RECV i N MS       read up to N bytes from the master, waiting up to MS ms
-//                       for all of them; answers the hex of what came
-//     SOME i MS         what the master holds after waiting up to MS ms for anything
-//     QUEUED i          bytes waiting on the master (sent by the program)
-//     INQUEUE i         bytes waiting on the slave (for the program to read)
-//     ECHO i 0|1        the peer writes back whatever arrives on line i
-//     HANGUP i          close the master: the line's far side is gone
-//     RENEW i           a fresh pseudo-terminal pair behind the same COM name
-//
-// The links are removed on exit; the exit code is the program's.
+// --echo makes every line write back what arrives. The program gets
+// HDWLIB_SERIAL_PEER (127.0.0.1:PORT of the control socket) and
+// HDWLIB_SERIAL_PORTS (the COM names, line 0 first), and asks one line per
+// request, answered "OK ..." or "ERR text":
+//     SETTINGS i   baud= bits= parity=none|odd|even|mark|space stop=1|2
+//                  crtscts= ixon= ixoff= xon= xoff= raw= of the slave
+//     SEND i HEX   write the bytes to the master
+//     RECV i N MS  the hex of up to N bytes, waiting up to MS ms for all
+//     SOME i MS    the hex of what came after waiting up to MS ms for anything
+//     INQUEUE i    bytes waiting on the slave for the program
+//     HANGUP i     close the master: the far side is gone
+//     RENEW i      a fresh pair behind the same COM name
+// The exit code is the program's.
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -60,10 +50,10 @@ struct Line {
     std::string slaveName;
     std::string link; // the dosdevices entry
     std::string comName;
-    bool echo = false;
 };
 
 std::vector<Line> g_Lines;
+bool g_Echo = false;
 
 bool OpenPty(Line& line)
 {
@@ -137,9 +127,9 @@ bool LinkCom(Line& line, const std::string& dosdevices)
     return false;
 }
 
+// Renames a fresh link over the old one, so the COM name never goes missing.
 bool Relink(Line& line)
 {
-    // Replace the link atomically: rename a fresh one over it.
     const std::string tmp = line.link + ".new";
     unlink(tmp.c_str());
     if (symlink(line.slaveName.c_str(), tmp.c_str()) != 0)
@@ -147,30 +137,23 @@ bool Relink(Line& line)
     return rename(tmp.c_str(), line.link.c_str()) == 0;
 }
 
-std::string Hex(const std::vector<unsigned char>& bytes)
+std::string Hex(const std::string& bytes)
 {
     static const char digits[] = "0123456789abcdef";
     std::string s;
-    s.reserve(bytes.size() * 2);
-    for (unsigned char b : bytes) {
-        s += digits[b >> 4];
-        s += digits[b & 15];
-    }
+    for (unsigned char b : bytes)
+        s += {digits[b >> 4], digits[b & 15]};
     return s;
 }
 
-bool Unhex(const std::string& s, std::vector<unsigned char>& out)
+bool Unhex(const std::string& s, std::string& out)
 {
-    if (s.size() % 2)
-        return false;
-    out.clear();
     for (size_t i = 0; i < s.size(); i += 2) {
-        const std::string byte = s.substr(i, 2);
         char* end = nullptr;
-        const unsigned long v = std::strtoul(byte.c_str(), &end, 16);
-        if (*end)
+        const std::string byte = s.substr(i, 2);
+        out += char(std::strtoul(byte.c_str(), &end, 16));
+        if (byte.size() != 2 || *end)
             return false;
-        out.push_back(static_cast<unsigned char>(v));
     }
     return true;
 }
@@ -181,7 +164,7 @@ long long NowMs()
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-bool WriteAll(int fd, const std::vector<unsigned char>& bytes)
+bool WriteAll(int fd, const std::string& bytes)
 {
     size_t done = 0;
     const long long deadline = NowMs() + 10000;
@@ -200,15 +183,15 @@ bool WriteAll(int fd, const std::vector<unsigned char>& bytes)
 }
 
 // Reads from a non-blocking master until `count` bytes or the deadline.
-std::vector<unsigned char> ReadUpTo(int fd, size_t count, long long waitMs)
+std::string ReadUpTo(int fd, size_t count, long long waitMs)
 {
-    std::vector<unsigned char> out;
+    std::string out;
     const long long deadline = NowMs() + waitMs;
     while (out.size() < count) {
-        unsigned char buf[4096];
+        char buf[4096];
         const ssize_t n = read(fd, buf, std::min(sizeof buf, count - out.size()));
         if (n > 0) {
-            out.insert(out.end(), buf, buf + n);
+            out.append(buf, size_t(n));
             continue;
         }
         const long long left = deadline - NowMs();
@@ -227,14 +210,9 @@ std::string Settings(const Line& line)
         return "ERR tcgetattr";
     const tcflag_t size = t.c_cflag & CSIZE;
     const int bits = size == CS5 ? 5 : size == CS6 ? 6 : size == CS7 ? 7 : 8;
-    const char* parity = "none";
-    if (t.c_cflag & PARENB) {
-        const bool odd = (t.c_cflag & PARODD) != 0;
-        if (t.c_cflag & CMSPAR)
-            parity = odd ? "mark" : "space";
-        else
-            parity = odd ? "odd" : "even";
-    }
+    const bool odd = (t.c_cflag & PARODD) != 0;
+    const char* parity = !(t.c_cflag & PARENB) ? "none" : (t.c_cflag & CMSPAR) ? (odd ? "mark" : "space")
+                                                                                : (odd ? "odd" : "even");
     const bool raw = (t.c_lflag & (ICANON | ECHO | ISIG)) == 0 && (t.c_oflag & OPOST) == 0 &&
         (t.c_iflag & (ICRNL | INLCR | IGNCR)) == 0;
     std::ostringstream s;
@@ -256,19 +234,15 @@ std::string Serve(const std::string& request)
     Line& line = g_Lines[index];
     if (verb == "RENEW") {
         ClosePty(line);
-        line.echo = false;
-        if (!OpenPty(line) || !Relink(line))
-            return "ERR renew";
-        return "OK";
+        return OpenPty(line) && Relink(line) ? "OK" : "ERR renew";
     }
     if (line.master < 0)
         return "ERR hung up";
     if (verb == "SETTINGS")
         return Settings(line);
     if (verb == "SEND") {
-        std::string hex;
+        std::string hex, bytes;
         in >> hex;
-        std::vector<unsigned char> bytes;
         if (!Unhex(hex, bytes))
             return "ERR hex";
         return WriteAll(line.master, bytes) ? "OK" : "ERR write";
@@ -288,36 +262,15 @@ std::string Serve(const std::string& request)
         }
         return "OK " + Hex(ReadUpTo(line.master, count, ms));
     }
-    if (verb == "QUEUED" || verb == "INQUEUE") {
-        int n = -1;
-        if (ioctl(verb == "QUEUED" ? line.master : line.slave, FIONREAD, &n) != 0)
-            return "ERR ioctl";
-        return "OK " + std::to_string(n);
-    }
-    if (verb == "ECHO") {
-        int on = 0;
-        in >> on;
-        line.echo = on != 0;
-        return "OK";
-    }
+    int n = -1;
+    if (verb == "INQUEUE")
+        return ioctl(line.slave, FIONREAD, &n) == 0 ? "OK " + std::to_string(n) : "ERR ioctl";
     if (verb == "HANGUP") {
         close(line.master);
         line.master = -1;
         return "OK";
     }
     return "ERR unknown request";
-}
-
-void EchoLines()
-{
-    for (Line& line : g_Lines) {
-        if (!line.echo || line.master < 0)
-            continue;
-        unsigned char buf[4096];
-        const ssize_t n = read(line.master, buf, sizeof buf);
-        if (n > 0)
-            WriteAll(line.master, std::vector<unsigned char>(buf, buf + n));
-    }
 }
 
 struct Client {
@@ -330,13 +283,12 @@ struct Client {
 int main(int argc, char** argv)
 {
     size_t lineCount = 2;
-    bool echo = false;
     int arg = 1;
     for (; arg < argc; ++arg) {
         if (std::strcmp(argv[arg], "--lines") == 0 && arg + 1 < argc)
             lineCount = std::strtoul(argv[++arg], nullptr, 10);
         else if (std::strcmp(argv[arg], "--echo") == 0)
-            echo = true;
+            g_Echo = true;
         else if (std::strcmp(argv[arg], "--") == 0) {
             ++arg;
             break;
@@ -367,7 +319,6 @@ int main(int argc, char** argv)
             break;
         }
         names += (names.empty() ? "" : ",") + line.comName;
-        line.echo = echo;
     }
 
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -403,10 +354,15 @@ int main(int argc, char** argv)
             for (const Client& c : clients)
                 fds.push_back({c.fd, POLLIN, 0});
             for (const Line& line : g_Lines)
-                if (line.echo && line.master >= 0)
+                if (g_Echo && line.master >= 0)
                     fds.push_back({line.master, POLLIN, 0});
             poll(fds.data(), fds.size(), 50);
-            EchoLines();
+            for (size_t i = clients.size() + 1; i < fds.size(); ++i) {
+                char buf[4096];
+                const ssize_t n = (fds[i].revents & POLLIN) ? read(fds[i].fd, buf, sizeof buf) : 0;
+                if (n > 0)
+                    WriteAll(fds[i].fd, std::string(buf, size_t(n)));
+            }
             if (fds[0].revents & POLLIN) {
                 const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
                 if (fd >= 0)
@@ -427,18 +383,9 @@ int main(int argc, char** argv)
                     c.pending.append(buf, size_t(n));
                 size_t eol;
                 while ((eol = c.pending.find('\n')) != std::string::npos) {
-                    std::string request = c.pending.substr(0, eol);
+                    const std::string request = c.pending.substr(0, eol);
                     c.pending.erase(0, eol + 1);
-                    if (!request.empty() && request.back() == '\r')
-                        request.pop_back();
-                    const std::string reply = Serve(request) + "\n";
-                    size_t sent = 0;
-                    while (sent < reply.size()) {
-                        const ssize_t w = write(c.fd, reply.data() + sent, reply.size() - sent);
-                        if (w <= 0)
-                            break;
-                        sent += size_t(w);
-                    }
+                    WriteAll(c.fd, Serve(request) + "\n");
                 }
                 ++i;
             }

@@ -1,29 +1,23 @@
 #pragma once
-// The far end of the Windows serial tests. Under wine the test program cannot
-// make pseudo-terminals itself: tests/support/wine_serial_peer does, maps
-// each slave to a COM port of the wine prefix and plays the master side on
-// request over a loopback TCP connection (HDWLIB_SERIAL_PEER). Without that
-// runner the serial tests skip.
+// The far end of the Windows serial tests: tests/support/wine_serial_peer
+// makes the pseudo-terminals behind the COM ports and plays their masters on
+// request over loopback TCP (HDWLIB_SERIAL_PEER).
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 class SerialPeer {
 public:
-    // Line settings of the slave as the far end sees them.
-    struct Settings {
-        long Baud = -1;
-        int Bits = 0;
-        std::string Parity;
-        int Stop = 0;
-        int Crtscts = -1, Ixon = -1, Ixoff = -1, Xon = -1, Xoff = -1, Raw = -1;
-    };
+    // The slave's line settings as the far end sees them, by the peer's names
+    // (baud, bits, parity, stop, crtscts, ixon, ixoff, xon, xoff, raw).
+    using Settings = std::map<std::string, std::string>;
 
     SerialPeer()
     {
@@ -60,18 +54,17 @@ public:
     SerialPeer& operator=(const SerialPeer&) = delete;
 
     bool Ok() const { return m_Socket != INVALID_SOCKET && !m_Ports.empty(); }
-    size_t LineCount() const { return m_Ports.size(); }
-    // The COM name of line i ("COM7").
     std::string PortName(size_t line) const { return line < m_Ports.size() ? m_Ports[line] : std::string(); }
 
-    // A fresh pseudo-terminal behind the line's COM name.
-    bool Renew(size_t line) { return Ask("RENEW " + std::to_string(line)).rfind("OK", 0) == 0; }
+    bool Renew(size_t line) { return Ask("RENEW " + std::to_string(line)) == "OK"; }
     bool HangUp(size_t line) { return Ask("HANGUP " + std::to_string(line)) == "OK"; }
-    bool Echo(size_t line, bool on) { return Ask("ECHO " + std::to_string(line) + (on ? " 1" : " 0")) == "OK"; }
-
     bool Send(size_t line, const std::vector<uint8_t>& bytes)
     {
-        return Ask("SEND " + std::to_string(line) + " " + Hex(bytes)) == "OK";
+        static const char digits[] = "0123456789abcdef";
+        std::string hex;
+        for (uint8_t b : bytes)
+            hex += {digits[b >> 4], digits[b & 15]};
+        return Ask("SEND " + std::to_string(line) + " " + hex) == "OK";
     }
     // Up to `count` bytes the program wrote, waiting up to 10 s for all of them.
     std::vector<uint8_t> Receive(size_t line, size_t count)
@@ -80,45 +73,24 @@ public:
     }
     // Whatever has arrived, after waiting up to 100 ms for something.
     std::vector<uint8_t> ReceiveSome(size_t line) { return Bytes(Ask("SOME " + std::to_string(line) + " 100")); }
-    // Bytes the program wrote that the far end has not read; -1 on failure.
-    int Queued(size_t line) { return Number(Ask("QUEUED " + std::to_string(line))); }
     // Bytes waiting for the program to read; -1 on failure.
-    int InQueue(size_t line) { return Number(Ask("INQUEUE " + std::to_string(line))); }
-
-    bool GetSettings(size_t line, Settings& s)
+    int InQueue(size_t line)
     {
+        const std::string reply = Ask("INQUEUE " + std::to_string(line));
+        return reply.rfind("OK ", 0) == 0 ? std::atoi(reply.c_str() + 3) : -1;
+    }
+    // Empty when the peer cannot tell.
+    Settings GetSettings(size_t line)
+    {
+        Settings s;
         const std::string reply = Ask("SETTINGS " + std::to_string(line));
-        if (reply.rfind("OK ", 0) != 0)
-            return false;
-        std::istringstream in(reply.substr(3));
+        std::istringstream in(reply.rfind("OK ", 0) == 0 ? reply.substr(3) : std::string());
         for (std::string field; in >> field;) {
             const size_t eq = field.find('=');
-            if (eq == std::string::npos)
-                return false;
-            const std::string key = field.substr(0, eq), value = field.substr(eq + 1);
-            const long n = std::atol(value.c_str());
-            if (key == "baud")
-                s.Baud = n;
-            else if (key == "bits")
-                s.Bits = int(n);
-            else if (key == "parity")
-                s.Parity = value;
-            else if (key == "stop")
-                s.Stop = int(n);
-            else if (key == "crtscts")
-                s.Crtscts = int(n);
-            else if (key == "ixon")
-                s.Ixon = int(n);
-            else if (key == "ixoff")
-                s.Ixoff = int(n);
-            else if (key == "xon")
-                s.Xon = int(n);
-            else if (key == "xoff")
-                s.Xoff = int(n);
-            else if (key == "raw")
-                s.Raw = int(n);
+            if (eq != std::string::npos)
+                s[field.substr(0, eq)] = field.substr(eq + 1);
         }
-        return true;
+        return s;
     }
 
 private:
@@ -142,31 +114,16 @@ private:
                 return {};
             sent += size_t(n);
         }
-        std::string reply;
-        for (;;) {
-            const size_t eol = m_Pending.find('\n');
-            if (eol != std::string::npos) {
-                reply = m_Pending.substr(0, eol);
-                m_Pending.erase(0, eol + 1);
-                return reply;
-            }
+        while (m_Pending.find('\n') == std::string::npos) {
             char buf[65536];
             const int n = recv(m_Socket, buf, sizeof buf, 0);
             if (n <= 0)
                 return {};
             m_Pending.append(buf, size_t(n));
         }
-    }
-
-    static std::string Hex(const std::vector<uint8_t>& bytes)
-    {
-        static const char digits[] = "0123456789abcdef";
-        std::string s;
-        for (uint8_t b : bytes) {
-            s += digits[b >> 4];
-            s += digits[b & 15];
-        }
-        return s;
+        const std::string reply = m_Pending.substr(0, m_Pending.find('\n'));
+        m_Pending.erase(0, reply.size() + 1);
+        return reply;
     }
 
     static std::vector<uint8_t> Bytes(const std::string& reply)
@@ -178,11 +135,6 @@ private:
         for (size_t i = 0; i + 1 < hex.size(); i += 2)
             out.push_back(static_cast<uint8_t>(std::strtoul(hex.substr(i, 2).c_str(), nullptr, 16)));
         return out;
-    }
-
-    static int Number(const std::string& reply)
-    {
-        return reply.rfind("OK ", 0) == 0 ? std::atoi(reply.c_str() + 3) : -1;
     }
 
     SOCKET m_Socket = INVALID_SOCKET;
