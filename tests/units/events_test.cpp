@@ -1,5 +1,4 @@
-// Event records of the command-protocol units: the decoded fields and the
-// length rules of each type, and which ports of the unit each event reaches.
+// Event records: decoded fields, length rules, and the ports each event reaches.
 
 #include "UnitTestSupport.h"
 
@@ -16,36 +15,41 @@ using Bytes = std::vector<uint8_t>;
 
 namespace {
 
+// Recording ports attached to instance 0 of `dev`, detached at the end.
+struct PortSet {
+    explicit PortSet(TestUnit& d) : dev(d) {}
+    ~PortSet()
+    {
+        for (auto& p : list)
+            dev.DetachPortFromHdwTimer(0, p.get());
+    }
+    RecordingPort* Add(const char* channel, unsigned type)
+    {
+        list.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
+        dev.AttachPortToHdwTimer(0, list.back().get());
+        return list.back().get();
+    }
+    TestUnit& dev;
+    std::vector<std::unique_ptr<RecordingPort>> list;
+};
+
 class UnitEvents : public ::testing::Test {
 protected:
     void SetUp() override
     {
         dev.AddInstance();
-        a429rx0 = Add("0", HDW_PORT_ARINC429_RX);
-        a429rx2 = Add("2", HDW_PORT_ARINC429_RX);
-        a429tx2 = Add("2", HDW_PORT_ARINC429_TX);
-        a429tx3 = Add("3", HDW_PORT_ARINC429_TX);
-        can0 = Add("0", HDW_PORT_CAN);
-        can1 = Add("1", HDW_PORT_CAN);
-        uart0 = Add("0", HDW_PORT_UART);
-        uart1 = Add("1", HDW_PORT_UART);
-        mil0 = Add("0", HDW_PORT_MILSTD1553);
-    }
-    void TearDown() override
-    {
-        for (auto& p : ports)
-            dev.DetachPortFromHdwTimer(0, p.get());
+        a429rx0 = ports.Add("0", HDW_PORT_ARINC429_RX);
+        a429rx2 = ports.Add("2", HDW_PORT_ARINC429_RX);
+        a429tx2 = ports.Add("2", HDW_PORT_ARINC429_TX);
+        a429tx3 = ports.Add("3", HDW_PORT_ARINC429_TX);
+        can0 = ports.Add("0", HDW_PORT_CAN);
+        can1 = ports.Add("1", HDW_PORT_CAN);
+        uart0 = ports.Add("0", HDW_PORT_UART);
+        uart1 = ports.Add("1", HDW_PORT_UART);
+        mil0 = ports.Add("0", HDW_PORT_MILSTD1553);
     }
 
-    RecordingPort* Add(const char* channel, unsigned type)
-    {
-        ports.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
-        dev.AttachPortToHdwTimer(0, ports.back().get());
-        return ports.back().get();
-    }
-
-    // Hands a record to the handler of its type, with L as the record says
-    // (the vector may hold bytes past the record, which must not be read).
+    // Hands a record to its handler with L as the record says (bytes past it must not be read).
     unsigned Dispatch(Bytes record)
     {
         return dev.ProcessEventRecord(0, record[1] >> 3, record[1] & 7, record[0], record.data() + 2);
@@ -55,14 +59,14 @@ protected:
     std::vector<std::string> Reached()
     {
         std::vector<std::string> out;
-        for (auto& p : ports)
+        for (auto& p : ports.list)
             if (!p->seen.empty())
                 out.push_back(std::to_string(p->GetPortType()) + "/" + p->GetChannelId().c_str());
         return out;
     }
 
     TestUnit dev;
-    std::vector<std::unique_ptr<RecordingPort>> ports;
+    PortSet ports{dev};
     RecordingPort *a429rx0, *a429rx2, *a429tx2, *a429tx3, *can0, *can1, *uart0, *uart1, *mil0;
 };
 
@@ -75,8 +79,7 @@ using Mil = Base::CMilStd1553Event;
 using UartRx = Base::CUartRxEvent;
 using UartTx = Base::CUartTxEvent;
 
-// A CAN message as text: "std" or "ext", identifier, "R" for a remote
-// frame, DLC, and all eight data bytes.
+// A CAN message as text, all eight data bytes.
 std::string Can(const CKVX_HdwCanMessage& m)
 {
     char text[64];
@@ -87,9 +90,8 @@ std::string Can(const CKVX_HdwCanMessage& m)
     return text;
 }
 
-// One record of each shape: the port it must reach alone, what that port must
-// decode from it, and the lengths L of the record that are refused with 11
-// and reach no port. Bytes of 0x99 lie past L and must read as zero.
+// A record, the one port it reaches, what that port decodes, and the lengths L refused with 11
+// (reaching no port). Bytes of 0x99 lie past L and must read as zero.
 struct EventCase {
     const char* What;
     Bytes Record;
@@ -142,9 +144,8 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             [](const SeenEvent& e) {
                 EXPECT_EQ(std::tuple(e.As<UartTx>().ChunkCounter, e.As<UartTx>().Count), std::tuple(0x102u, 240));
             }},
-        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words;
-        // field 0x13; then command words 0x8D62 and 0, status words 0x8800
-        // and 0, flags 0x0410.
+        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words; field 0x13; then command words 0x8D62
+        // and 0, status words 0x8800 and 0, flags 0x0410.
         {"MIL-STD-1553 remote-terminal access",
             EventRecord(8, 0, 9,
                 {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03, 0x62, 0x8D, 0, 0, 0x00, 0x88, 0, 0, 0x10, 0x04}),
@@ -169,7 +170,7 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
     };
     for (const EventCase& c : cases) {
         SCOPED_TRACE(c.What);
-        for (auto& p : ports)
+        for (auto& p : ports.list)
             p->seen.clear();
         for (unsigned length : c.Refused) {
             Bytes refused = c.Record;
@@ -199,13 +200,11 @@ TEST_F(UnitEvents, StatusOfOtherKindsOrChannelsReachesNoPortAndARefusedOneChange
     EXPECT_TRUE(Reached().empty());
 }
 
-// ---- critical failure, echo, unknown types -----------------------------------------------------
-
 TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
 {
     ASSERT_EQ(Dispatch(EventRecord(1, 5, 77, {})), 0u); // L = 5
-    EXPECT_EQ(Reached().size(), ports.size());
-    for (auto& p : ports) {
+    EXPECT_EQ(Reached().size(), ports.list.size());
+    for (auto& p : ports.list) {
         ASSERT_EQ(p->seen.size(), 1u);
         const SeenEvent& e = p->seen[0];
         EXPECT_EQ(std::tuple(e.Code, e.As<Base::CCriticalFailureEvent>().FailureCode, e.Channel, e.TimeStamp),
@@ -216,56 +215,38 @@ TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
     EXPECT_EQ(Dispatch(record), 11u);
 }
 
-// The engine's echo results as the unit answers them (its order rules:
-// UnitEngineEchoes); an echo of another length is refused.
-TEST_F(UnitEvents, EchoesMustComeBackInSendingOrder)
+// An echo of another length is refused and matches nothing (the order rules: UnitEngineEchoes and UnitLink).
+TEST_F(UnitEvents, AnEchoOfAnotherLengthIsRefused)
 {
-    Base::CDeviceInstance* inst = dev.Inst();
-    inst->EchoList += Base::CEchoWaiting(5, 0);
-    inst->EchoList += Base::CEchoWaiting(6, 0);
-    EXPECT_EQ(Dispatch(EchoRecord(6)), 14u);
+    dev.Inst()->EchoList += Base::CEchoWaiting(5, 0);
     Bytes longEcho = EchoRecord(5);
     longEcho.push_back(0);
     ++longEcho[0]; // L = 8
     EXPECT_EQ(Dispatch(longEcho), 11u);
-    EXPECT_EQ(inst->EchoList.GetLength(), 2u);
-    EXPECT_EQ(Dispatch(EchoRecord(5)), 0u);
-    ASSERT_EQ(inst->EchoList.GetLength(), 1u);
-    EXPECT_EQ(inst->EchoList.GetFirst()->Number, 6);
+    EXPECT_EQ(dev.Inst()->EchoList.GetLength(), 1u);
     EXPECT_TRUE(Reached().empty());
 }
 
 } // namespace
 
-// ---- a whole frame: the ports each event reaches ---------------------------------------------
-
-// A frame's events go through the driver's per-frame routes. Whatever the
-// layout of the port list, each event must reach the ports the list walk
-// (ProcessEventHandlers) gives: several ports on one channel all hear it, in
-// list order, until one answers non-zero; channel ids that are not the
-// decimal text of a channel hear nothing; channels past the routes' range
-// still arrive.
+// The per-frame routes give each event the ports the list walk gives: all on its channel in list order until one
+// answers non-zero; ids that are not a channel's decimal text hear nothing; channels past the routes' range arrive.
 TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDoes)
 {
     Base::CUnitProfile profile = FullProfile();
     profile.ArxChannels = 24; // a bank byte after the ARINC 429 word
     TestUnit dev(profile);
     dev.AddInstance();
-    std::vector<std::unique_ptr<RecordingPort>> ports;
-    auto add = [&](const char* channel, unsigned type) {
-        ports.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
-        dev.AttachPortToHdwTimer(0, ports.back().get());
-        return ports.back().get();
-    };
-    RecordingPort* first1 = add("1", HDW_PORT_ARINC429_RX);
-    RecordingPort* padded7 = add("07", HDW_PORT_ARINC429_RX);
-    RecordingPort* can1 = add("1", HDW_PORT_CAN);
-    RecordingPort* second1 = add("1", HDW_PORT_ARINC429_RX);
-    RecordingPort* rx7 = add("7", HDW_PORT_ARINC429_RX);
-    RecordingPort* rx12 = add("12", HDW_PORT_ARINC429_RX);
-    RecordingPort* rx17 = add("17", HDW_PORT_ARINC429_RX);
-    RecordingPort* named = add("A", HDW_PORT_ARINC429_RX);
-    RecordingPort* padded3 = add("03", HDW_PORT_ARINC429_RX); // alone on channel 3
+    PortSet ports(dev);
+    RecordingPort* first1 = ports.Add("1", HDW_PORT_ARINC429_RX);
+    RecordingPort* padded7 = ports.Add("07", HDW_PORT_ARINC429_RX);
+    RecordingPort* can1 = ports.Add("1", HDW_PORT_CAN);
+    RecordingPort* second1 = ports.Add("1", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx7 = ports.Add("7", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx12 = ports.Add("12", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx17 = ports.Add("17", HDW_PORT_ARINC429_RX);
+    RecordingPort* named = ports.Add("A", HDW_PORT_ARINC429_RX);
+    RecordingPort* padded3 = ports.Add("03", HDW_PORT_ARINC429_RX); // alone on channel 3
 
     // Channel = bank * 8 + sub-field.
     auto rx = [](unsigned channel, uint8_t tag) {
@@ -289,12 +270,8 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     using Stamps = std::vector<uint64_t>;
 
     ASSERT_EQ(feed(UnitFrame({rx(1, 1), rx(7, 2), canRx, rx(12, 3), rx(17, 4), rx(1, 5), rx(9, 6), rx(3, 11)})), 0u);
-    EXPECT_EQ(stamps(first1), (Stamps{1, 5}));
-    EXPECT_EQ(stamps(second1), (Stamps{1, 5}));
-    EXPECT_EQ(stamps(rx7), (Stamps{2}));
-    EXPECT_EQ(stamps(rx12), (Stamps{3}));
-    EXPECT_EQ(stamps(rx17), (Stamps{4}));
-    EXPECT_EQ(stamps(can1), (Stamps{50}));
+    EXPECT_EQ((std::vector{stamps(first1), stamps(second1), stamps(rx7), stamps(rx12), stamps(rx17), stamps(can1)}),
+        (std::vector<Stamps>{{1, 5}, {1, 5}, {2}, {3}, {4}, {50}}));
     EXPECT_TRUE(padded7->seen.empty() && named->seen.empty() && padded3->seen.empty());
     ASSERT_EQ(rx12->seen.size(), 1u);
     EXPECT_EQ(rx12->seen[0].Channel, "12");
@@ -318,14 +295,9 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     const Bytes direct = rx(1, 10);
     EXPECT_EQ(dev.ProcessEventRecord(0, 2, 1, direct[0], const_cast<uint8_t*>(direct.data()) + 2), 0u);
     EXPECT_EQ(stamps(second1), (Stamps{1, 5, 9, 10}));
-
-    for (auto& p : ports)
-        dev.DetachPortFromHdwTimer(0, p.get());
 }
 
-// The unit core unwraps each record's 32-bit stamp as it dispatches the
-// frame: events keep their 32-bit TimeStamp and carry the 64-bit time beside
-// it, across the wrap; the instance's clock and counters follow.
+// Events keep their 32-bit TimeStamp and carry the unwrapped 64-bit time beside it, across the wrap.
 TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
 {
     RecordingPort &rx = *a429rx2, &can = *can0;
@@ -347,8 +319,7 @@ TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     EXPECT_EQ(latest, kWrap + 0x20);
     EXPECT_EQ(dev.Inst()->UnwrapUnitTime(0xFFFFFFF0u), 0xFFFFFFF0u);
 
-    // A frame with an event count of 0 and one with a bad CRC are dropped
-    // and counted; nothing reaches the ports.
+    // A frame with an event count of 0 and one with a bad CRC: dropped, counted.
     Bytes zeroCount = {0xA5, 0x00, 0x00, 0x00, 0x00};
     AppendCrc(zeroCount);
     Bytes badCrc = UnitFrame({A429RxRecord(2, 0x14, 0x30)});
