@@ -150,8 +150,7 @@ TEST(UnitEngineSending, PacksWhileTheTotalStaysWithinTheLimit)
         ASSERT_NE(frame, nullptr);
         const std::vector<Bytes> sent(records.begin(), records.begin() + c.Packed);
         EXPECT_EQ(*frame, HostFrame(sent));
-        EXPECT_EQ(e.BytesSent, 10 + frame->size() - 5) << "the payload bytes";
-        EXPECT_EQ(e.LastSendTime, 777u);
+        EXPECT_EQ(std::tuple(e.BytesSent, e.LastSendTime), std::tuple(10 + frame->size() - 5, 777u)) << "payload bytes";
         std::vector<uint16_t> numbers(c.Packed);
         for (unsigned k = 0; k < c.Packed; ++k)
             numbers[k] = uint16_t(k);

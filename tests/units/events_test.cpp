@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <tuple>
@@ -79,15 +78,10 @@ using Mil = Base::CMilStd1553Event;
 using UartRx = Base::CUartRxEvent;
 using UartTx = Base::CUartTxEvent;
 
-// A CAN message as text, all eight data bytes.
-std::string Can(const CKVX_HdwCanMessage& m)
+// A CAN message's format, identifier, remote flag, DLC and all eight data bytes.
+auto Can(const CKVX_HdwCanMessage& m)
 {
-    char text[64];
-    int n = std::snprintf(text, sizeof text, "%s %X%s dlc %u:", m.Extended ? "ext" : "std", unsigned(m.Identifier),
-        m.Rtr ? " R" : "", unsigned(m.Dlc));
-    for (int i = 0; i < 8; ++i)
-        n += std::snprintf(text + n, sizeof text - size_t(n), " %02X", m.Data[i]);
-    return text;
+    return std::tuple(m.Extended, m.Identifier, m.Rtr, m.Dlc, Bytes(m.Data, m.Data + 8));
 }
 
 // A record, the one port it reaches, what that port decodes, and the lengths L refused with 11
@@ -129,12 +123,15 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             }},
         {"CAN standard", EventRecord(6, 0, 99, {0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33}), can0, {},
             [](const SeenEvent& e) {
-                EXPECT_EQ(Can(e.As<CanRx>().Message), "std 7FF dlc 3: 11 22 33 00 00 00 00 00");
+                EXPECT_EQ(
+                    Can(e.As<CanRx>().Message), std::tuple(0, 0x7FF, 0, 3, Bytes{0x11, 0x22, 0x33, 0, 0, 0, 0, 0}));
                 EXPECT_EQ(e.As<CanRx>().Message.TimeStamp, 99u);
             }},
         // The CAN rules are as loose as they stand: L >= DLC + 3 standard, DLC + 5 extended.
         {"CAN extended, DLC 8, L = 13", canExtShort, can0, {12, 0},
-            [](const SeenEvent& e) { EXPECT_EQ(Can(e.As<CanRx>().Message), "ext 1 dlc 8: B1 B2 B3 00 00 00 00 00"); }},
+            [](const SeenEvent& e) {
+                EXPECT_EQ(Can(e.As<CanRx>().Message), std::tuple(1, 1, 0, 8, Bytes{0xB1, 0xB2, 0xB3, 0, 0, 0, 0, 0}));
+            }},
         {"UART receive", EventRecord(9, 1, 4, {0x00, 'a', 'b', 'c'}), uart1, {},
             [](const SeenEvent& e) {
                 EXPECT_EQ(e.As<UartRx>().Data, (Bytes{'a', 'b', 'c'}));
@@ -163,9 +160,8 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
         {"MIL-STD-1553 word count beyond the record",
             EventRecord(8, 0, 9, {1, 0x00, 0x00, 0xE8, 0x03, 1, 0, 2, 0, 3, 0}), mil0, {},
             [](const SeenEvent& e) {
-                EXPECT_EQ(e.As<Mil>().WordCount, 1000);
-                EXPECT_EQ(e.As<Mil>().Data, (std::vector<uint16_t>{1, 2, 3}));
-                EXPECT_EQ(e.As<Mil>().StatusWord1, 0);
+                EXPECT_EQ(std::tuple(e.As<Mil>().WordCount, e.As<Mil>().Data, e.As<Mil>().StatusWord1),
+                    std::tuple(1000, std::vector<uint16_t>{1, 2, 3}, 0));
             }},
     };
     for (const EventCase& c : cases) {
@@ -279,17 +275,15 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     // The first port's answer stops the event there and ends the frame's pass.
     first1->Result = 15;
     EXPECT_EQ(feed(UnitFrame({rx(1, 7), rx(7, 8)})), 15u);
-    EXPECT_EQ(stamps(first1), (Stamps{1, 5, 7}));
-    EXPECT_EQ(stamps(second1), (Stamps{1, 5}));
-    EXPECT_EQ(stamps(rx7), (Stamps{2}));
+    EXPECT_EQ(
+        (std::vector{stamps(first1), stamps(second1), stamps(rx7)}), (std::vector<Stamps>{{1, 5, 7}, {1, 5}, {2}}));
 
     // A port that leaves the list between frames hears nothing more, and the
     // one left on its channel takes the events alone.
     first1->Result = 0;
     dev.DetachPortFromHdwTimer(0, first1);
     ASSERT_EQ(feed(UnitFrame({rx(1, 9)})), 0u);
-    EXPECT_EQ(stamps(first1), (Stamps{1, 5, 7}));
-    EXPECT_EQ(stamps(second1), (Stamps{1, 5, 9}));
+    EXPECT_EQ((std::vector{stamps(first1), stamps(second1)}), (std::vector<Stamps>{{1, 5, 7}, {1, 5, 9}}));
 
     // Outside a frame's pass the list walk is the only way.
     const Bytes direct = rx(1, 10);

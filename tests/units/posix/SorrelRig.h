@@ -69,8 +69,7 @@ public:
         u.In = dynamic_cast<CKVX_HdwKvxSorrelByteInBufferService*>(s);
         ASSERT_EQ(u.Port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
         u.Out = dynamic_cast<CKVX_HdwKvxSorrelByteOutBufferService*>(s);
-        ASSERT_NE(u.In, nullptr);
-        ASSERT_NE(u.Out, nullptr);
+        ASSERT_TRUE(u.In && u.Out);
     }
 
     unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }

@@ -199,11 +199,11 @@ struct GenLoop {
     }
     void Poll()
     {
-        CKVX_HdwArinc429Message chunk[256];
-        unsigned n = 0;
-        if (In->Read(chunk, 256, n) == 0)
-            for (unsigned i = 0; i < n; ++i, ++Received)
-                Got[chunk[i].Label].push_back(chunk[i]);
+        std::vector<CKVX_HdwArinc429Message> chunk;
+        TakeAll(In, chunk);
+        for (const auto& m : chunk)
+            Got[m.Label].push_back(m);
+        Received += chunk.size();
     }
 
     std::atomic<uint64_t>& Clock;

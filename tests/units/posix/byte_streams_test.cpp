@@ -112,11 +112,9 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
     UnitRig rig(UnitNamed("quillan"), EmulatorOptions(false, true));
     rig.Start();
     CKVX_HdwCanByteOutBufferService::CParameters po;
-    po.BufferSize = 0;
-    po.Identifier = 0x300;
     CKVX_HdwCanByteInBufferService::CParameters pi;
-    pi.BufferSize = 0;
-    pi.Identifier = 0x300;
+    po.BufferSize = pi.BufferSize = 0;
+    po.Identifier = pi.Identifier = 0x300;
     auto* bytesOut = rig.Enable<CanByteOut>(HDW_PORT_CAN, 0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
     auto* framesOut = rig.Enable<FrameOut>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
     auto* bytesIn = rig.Enable<CanByteIn>(HDW_PORT_CAN, 1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);

@@ -212,8 +212,7 @@ TEST(Wendal, I2cEepromWriteThenReadMissingAcknowledgeAndBusFaults)
     EXPECT_EQ(other->Transfer(lost, kWaitMs), 34u);
     EXPECT_EQ(lost.Fault, 2u);
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.I2cNacks[0], 2u);
-    EXPECT_EQ(c.I2cFaults[0] + c.I2cFaults[1], 2u);
+    EXPECT_EQ(std::tuple(c.I2cNacks[0], c.I2cFaults[0] + c.I2cFaults[1]), std::tuple(2u, 2u));
     EXPECT_EQ(m->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << "a NACK or fault does not fail the service";
 }
 

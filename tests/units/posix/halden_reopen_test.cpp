@@ -49,10 +49,9 @@ void RunMatrix(bool udp)
     UnitRig::Arinc429Pair p = rig.OpenArinc429Pair(kCh);
     if (!p.In || !p.Out)
         return;
-    const auto faults = Faults();
     unsigned label = 0;
-    for (unsigned round = 0; round < kRounds; ++round) {
-        for (const Fault& f : faults) {
+    for (unsigned round = 0; round < kRounds; ++round)
+        for (const Fault& f : Faults()) {
             const std::string where =
                 std::string(udp ? "UDP" : "pty") + ", round " + std::to_string(round) + ", " + f.Name;
             // Reports a failed step, after which the round cannot go on.
@@ -103,7 +102,6 @@ void RunMatrix(bool udp)
                     std::to_string(got.size()) + " of " + std::to_string(kWords) + " words, or out of order"))
                 return;
         }
-    }
 }
 
 TEST(HaldenReopen, EveryFaultThenCloseAndFirstOpenCarriesWordsInOrder)

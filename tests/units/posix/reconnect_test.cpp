@@ -188,9 +188,6 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sAndOpeningAnotherPortTriesAtO
     std::atomic<uint64_t>& now = ClockOf(r.Rig);
     const uint64_t t0 = now = 1'000'000;
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    r.WriteNext(10);
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(9); }));
-
     r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 1; }));
     // The failed attempts once some ticks have passed at `ms` after the loss.
@@ -214,7 +211,7 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sAndOpeningAnotherPortTriesAtO
     EXPECT_EQ(std::tuple(back->Value, back->Aux, back->TimeStamp), std::tuple(1u, 9100u, t0 + 9100));
     EXPECT_EQ(r.Status().FailedAttempts, 7u);
     r.WriteNext(10);
-    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(19); }));
+    ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(9); }));
 
     // Lost again, the clock standing (the tick does not retry): opening another port tries the unit at once; back, the
     // ports kept open are configured again and carry words beside the new ones.
@@ -225,13 +222,11 @@ TEST(Reconnect, RetriesBackOffFrom100MsDoublingTo2sAndOpeningAnotherPortTriesAtO
     r.Rig.Sim.Unplug();
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_LOST) == 2; }));
     EXPECT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), unsigned(HDW_ERR_LINK));
-    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_LOST));
-    EXPECT_EQ(r.Status().FailedAttempts, 8u);
+    EXPECT_EQ(std::tuple(r.Status().State, r.Status().FailedAttempts), std::tuple(unsigned(HDW_UNIT_LINK_LOST), 8u));
     ASSERT_TRUE(r.Rig.Sim.Plug());
     ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_RX, 2), 0u);
     ASSERT_EQ(r.Rig.Open(HDW_PORT_ARINC429_TX, 2), 0u);
-    EXPECT_EQ(r.Status().State, unsigned(HDW_UNIT_LINK_UP));
-    EXPECT_EQ(r.Status().Returns, 2u);
+    EXPECT_EQ(std::tuple(r.Status().State, r.Status().Returns), std::tuple(unsigned(HDW_UNIT_LINK_UP), 2u));
     ASSERT_TRUE(r.WaitFor([&] { return r.SignalsOf(HDW_SIGNAL_UNIT_BACK) == 2; }));
     r.WriteNext(30);
     std::vector<CKVX_HdwArinc429Message> sent = Sequence(0x53, 30);

@@ -227,8 +227,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     std::string error;
     ASSERT_TRUE(rig.Sim.Plug(&error)) << error;
     EXPECT_EQ(rig.Open(2, Line(115200)), 0u);
-    EXPECT_EQ(status().State, unsigned(HDW_UNIT_LINK_UP));
-    EXPECT_EQ(status().Returns, 1u);
+    EXPECT_EQ(std::tuple(status().State, status().Returns), std::tuple(unsigned(HDW_UNIT_LINK_UP), 1u));
 
     // The rest of the stream after one gap, up to its last byte.
     const size_t tail = 64;
