@@ -40,7 +40,7 @@ void ExpectConversions(const Converter& convert, const std::vector<RateCase>& ca
     }
 }
 
-TEST(RateConversion, Arinc429TransmitDividers)
+TEST(RateConversion, Arinc429DividersCanTimingAndUartDividers)
 {
     // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
     // Fields: high speed, divider of the high half, divider of the low half.
@@ -54,10 +54,7 @@ TEST(RateConversion, Arinc429TransmitDividers)
         },
         {{15000, 0, 0, {0, 1999, 1999}}, {15001, 0, 0, {1, 1998, 1998}}, {200000, 0, 0, {1, 149, 149}},
             {7325, 0, 0, {0, 4094, 4094}}, {200001, 0, 2, {}}, {7324, 0, 2, {}}});
-}
 
-TEST(RateConversion, CanTiming)
-{
     // The smallest exact prescaler wins (1 Mbit/s: index 1, 15 quanta); s = trunc(quanta * point + 0.5) clamped to
     // 7..15 (NaN too), segment 1 = s - 2, segment 2 = quanta - segment 1 - 3, wrapping as it stands when quanta are
     // few. Fields: prescaler index, segment 1, segment 2.
@@ -70,10 +67,7 @@ TEST(RateConversion, CanTiming)
         },
         {{1000000, 0.75, 0, {1, 9, 3}}, {500000, 0.1, 0, {2, 5, 12}}, {7500000, 0.5, 0, {0, 5, 0xFC}},
             {1000000, std::nan(""), 0, {1, 5, 7}}, {10000000, 0.5, 2, {}}, {1000, 0.5, 2, {}}});
-}
 
-TEST(RateConversion, UartDividers)
-{
     // The factor whose rounded divider comes closest wins, the largest factor on a tie; the divider is sent less one
     // (7000 bit/s: factor 12, 439). 10 % off, or no divider in 1..4096, is refused. Fields: factor index, divider.
     ExpectConversions(

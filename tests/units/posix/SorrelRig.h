@@ -56,7 +56,6 @@ public:
     }
     CKVX_HdwKvxSorrelDevice& Sorrel() { return static_cast<CKVX_HdwKvxSorrelDevice&>(*Device); }
 
-    // Enables both byte services of UART `num`.
     void Enable(unsigned num)
     {
         Uart& u = Uarts[num];
@@ -84,7 +83,6 @@ public:
         }
     }
 
-    // Takes whatever waits in UART `num`'s input.
     void Drain(unsigned num)
     {
         Uart& u = Uarts[num];
@@ -94,7 +92,6 @@ public:
             u.Got.insert(u.Got.end(), buf, buf + got);
     }
 
-    // Reads the UARTs in `nums` until each holds `bytes` bytes (or the time-out).
     bool ReadUntil(const std::vector<unsigned>& nums, size_t bytes, unsigned timeoutMs)
     {
         return WaitUntil(

@@ -155,7 +155,6 @@ public:
         params.Timeout = timeoutMs;
         return Port(type, num)->Open(&params);
     }
-    // With the port's default settings.
     unsigned Open(unsigned type, unsigned num)
     {
         switch (type) {

@@ -22,7 +22,6 @@ struct LabelLoop {
         std::copy_if(Got.begin(), Got.end(), std::back_inserter(r), [&](const auto& m) { return m.Label == label; });
         return r;
     }
-    // Reads until `label` has come `count` times.
     bool WaitLabel(unsigned label, size_t count)
     {
         return WaitUntil([&] { return TakeAll(In, Got), OfLabel(label).size() >= count; });
@@ -132,8 +131,7 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
     EXPECT_EQ(in->ReadLabel(0x12, 0, m, count), 4u);
     // The unit dropped label 0x12 in hardware; 0x11 with SDI 1 it passed.
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.A429FilterDropped[ch], 30u);
-    EXPECT_EQ(c.A429Received[ch], 60u);
+    EXPECT_EQ(std::tuple(c.A429FilterDropped[ch], c.A429Received[ch]), std::tuple(30u, 60u));
 }
 
 using Gen = CKVX_HdwDataGeneratorService;
@@ -249,8 +247,7 @@ TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
     }
     EXPECT_EQ(loop.Gen_->GetMissedCount(), 0u);
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.A429FifoDropped[ch], 0u);
-    EXPECT_EQ(c.A429Pushed[ch], loop.Gen_->GetGeneratedCount());
+    EXPECT_EQ(std::tuple(c.A429FifoDropped[ch], c.A429Pushed[ch]), std::tuple(0u, loop.Gen_->GetGeneratedCount()));
 }
 
 // Label output beside the generator: its words do not count as generated.

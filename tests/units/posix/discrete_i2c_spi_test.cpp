@@ -183,28 +183,22 @@ TEST(Wendal, I2cEepromWriteThenReadMissingAcknowledgeAndBusFaults)
     ASSERT_EQ(other->Transfer(fresh, kWaitMs), 0u);
     EXPECT_EQ(fresh.Read.Items(), (Bytes{0xFF, 0xFF}));
 
-    const struct {
-        const char* name;
-        std::function<void()> inject;
-        CKVX_HdwI2cTransfer t;
-        unsigned result;
-        bool nackOnAddress;
-        unsigned acked;
-        unsigned fault;
-    } rows[] = {
-        {"no one at 0x33", [] {}, I2c(0x33, {1, 2}), 33, true, 0, 0},
-        {"probe of 0x20", [] {}, I2c(0x20, {}), 0, false, 0, 0},
-        {"EEPROM byte 2 refused", [&] { rig.Sim.NackNextI2c(0, 2); }, I2c(0x50, {0, 9, 9, 9}, 4), 33, false, 2, 0},
-        {"held bus", [&] { rig.Sim.HoldI2cBus(0, 60000); }, I2c(0x50, {0}), 34, false, 0, 1},
-    };
-    for (const auto& row : rows) {
-        row.inject();
-        CKVX_HdwI2cTransfer t = row.t;
-        EXPECT_EQ(m->Transfer(t, kWaitMs), row.result) << row.name;
-        EXPECT_EQ(std::tuple(t.Result, t.NackOnAddress, t.Acked, t.Fault),
-            std::tuple(row.result, row.nackOnAddress, row.acked, row.fault))
-            << row.name;
-        EXPECT_TRUE(t.Read.IsEmpty() || row.result == 0) << row.name;
+    // What, the fault injected, the transfer, its result, NACK on the address, bytes acknowledged, bus fault.
+    const std::tuple<const char*, std::function<void()>, CKVX_HdwI2cTransfer, unsigned, bool, unsigned, unsigned>
+        rows[] = {
+            {"no one at 0x33", [] {}, I2c(0x33, {1, 2}), 33, true, 0, 0},
+            {"probe of 0x20", [] {}, I2c(0x20, {}), 0, false, 0, 0},
+            {"EEPROM byte 2 refused", [&] { rig.Sim.NackNextI2c(0, 2); }, I2c(0x50, {0, 9, 9, 9}, 4), 33, false, 2, 0},
+            {"held bus", [&] { rig.Sim.HoldI2cBus(0, 60000); }, I2c(0x50, {0}), 34, false, 0, 1},
+        };
+    for (const auto& [name, inject, transfer, result, nackOnAddress, acked, fault] : rows) {
+        inject();
+        CKVX_HdwI2cTransfer t = transfer;
+        EXPECT_EQ(m->Transfer(t, kWaitMs), result) << name;
+        EXPECT_EQ(
+            std::tuple(t.Result, t.NackOnAddress, t.Acked, t.Fault), std::tuple(result, nackOnAddress, acked, fault))
+            << name;
+        EXPECT_TRUE(t.Read.IsEmpty() || result == 0) << name;
     }
     // Arbitration lost on the other master.
     rig.Sim.LoseI2cArbitration(1);

@@ -171,8 +171,8 @@ TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWh
     ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().SessionCloses > before.SessionCloses; }));
     EXPECT_FALSE(receiver().Enabled);
     const hdwsim::Counters after = rig.Sim.GetCounters();
-    EXPECT_EQ(after.A429LabelResets[kCh], before.A429LabelResets[kCh] + 1);
-    EXPECT_EQ(after.SessionCloses, before.SessionCloses + 1);
+    EXPECT_EQ(std::tuple(after.A429LabelResets[kCh], after.SessionCloses),
+        std::tuple(before.A429LabelResets[kCh] + 1, before.SessionCloses + 1));
     // In that order: receiver off, transmitter off, label reset, session close.
     const std::vector<uint8_t> log = rig.Sim.RecentCommandCodes();
     const std::vector<uint8_t> expected = {

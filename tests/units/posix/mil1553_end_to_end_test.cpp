@@ -246,8 +246,7 @@ TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
     ASSERT_EQ(bc->SendOneShot(BcToRt(6, 9, {0x22})), 0u);
     std::vector<Msg> got = ReadTransfers(bc, 2);
     ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].StatusWord1, 6u << 11);
-    EXPECT_EQ(got[1].StatusWord1, 6u << 11 | 1u << 10);
+    EXPECT_EQ(std::tuple(got[0].StatusWord1, got[1].StatusWord1), std::tuple(6u << 11, 6u << 11 | 1u << 10));
     EXPECT_TRUE(got[1].Flags & Msg::FlagMessageError);
     Msg m;
     EXPECT_EQ(rt->ReadSubaddress(8, m), 0u);

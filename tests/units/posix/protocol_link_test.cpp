@@ -7,6 +7,7 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 using namespace unittest;
 using Bytes = std::vector<uint8_t>;
@@ -152,46 +153,37 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
-// Bytes delivered at once, the reception's result, the words that reached the
-// port, the CRC errors counted (-1: not checked).
-struct StreamCase {
-    const char* What;
-    Bytes Stream;
-    unsigned Rc;
-    Words Got;
-    int CrcErrors;
-};
-
 TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
 {
-    const Bytes unknown11 =
-        UnitFrame({A429RxRecord(0, 1u << 10), EventRecord(11, 0, 0, {0, 0}), A429RxRecord(0, 2u << 10)});
-    const Bytes unknown4 =
-        UnitFrame({A429RxRecord(0, 1u << 10), EventRecord(4, 0, 0, {0, 0}), A429RxRecord(0, 2u << 10)});
+    const auto unknown = [](unsigned type) {
+        return UnitFrame({A429RxRecord(0, 1u << 10), EventRecord(type, 0, 0, {0, 0}), A429RxRecord(0, 2u << 10)});
+    };
     std::vector<Bytes> many;
     Words manyWords;
     for (uint32_t i = 0; i < 300; ++i) {
         many.push_back(A429RxRecord(0, (i + 100) << 10, i));
         manyWords.push_back(i + 100);
     }
-    const StreamCase cases[] = {
+    // What, bytes delivered at once, the reception's result, the words that reached the port, CRC errors (-1: not
+    // checked).
+    const std::tuple<const char*, Bytes, unsigned, Words, int> cases[] = {
         // Noise loses the frame that follows it, only that one.
         {"a stray byte between frames", Concat({WordFrame(3), {0x55}, WordFrame(4), WordFrame(5)}), 0, {3, 5}, 1},
         // A zero record length after a complete record drops the whole frame.
         {"zero length of the second record",
             Concat({{0xA5, 0x16, 0x00, 0x02, 0x00}, A429RxRecord(0, 3u << 10), {0x00}, WordFrame(4)}), 0, {4}, -1},
         // An unknown event type stops the frame; the next starts afresh.
-        {"event type 11", unknown11, 14, {1}, 0},
-        {"event type 4", unknown4, 14, {1}, 0},
+        {"event type 11", unknown(11), 14, {1}, 0},
+        {"event type 4", unknown(4), 14, {1}, 0},
         {"300 events in one frame", UnitFrame(many), 0, manyWords, 0},
     };
-    for (const StreamCase& c : cases) {
+    for (const auto& [what, stream, rc, got, crcErrors] : cases) {
         rx0->seen.clear();
         const uint32_t crcBefore = inst()->CrcErrors;
-        EXPECT_EQ(Deliver(c.Stream), c.Rc) << c.What;
-        EXPECT_EQ(Received(), c.Got) << c.What;
-        if (c.CrcErrors >= 0) {
-            EXPECT_EQ(inst()->CrcErrors - crcBefore, uint32_t(c.CrcErrors)) << c.What;
+        EXPECT_EQ(Deliver(stream), rc) << what;
+        EXPECT_EQ(Received(), got) << what;
+        if (crcErrors >= 0) {
+            EXPECT_EQ(inst()->CrcErrors - crcBefore, uint32_t(crcErrors)) << what;
         }
     }
     EXPECT_EQ(rx0->seen.back().TimeStamp, 299u); // of the last of the 300
@@ -234,14 +226,6 @@ protected:
     std::thread ticker;
 };
 
-std::vector<Bytes> RecordsOf(const Bytes& frame)
-{
-    std::vector<Bytes> records;
-    for (size_t p = 3; p < frame.size() - 2 && frame[p] != 0; p += frame[p])
-        records.emplace_back(frame.begin() + long(p), frame.begin() + long(p + frame[p]));
-    return records;
-}
-
 TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
 {
     Bytes seen;
@@ -275,10 +259,11 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
         pty.WriteMaster(EchoesOf(inFlight));
         while (lastRecords.empty() || lastRecords.back()[1] != 0x81) {
             lastFrames.push_back(ReadHostFrame(pty));
-            if (lastFrames.back().size() < 5)
+            const Bytes& f = lastFrames.back();
+            if (f.size() < 5)
                 break;
-            for (Bytes& r : RecordsOf(lastFrames.back()))
-                lastRecords.push_back(std::move(r));
+            for (size_t p = 3; p < f.size() - 2 && f[p] != 0; p += f[p])
+                lastRecords.emplace_back(f.begin() + long(p), f.begin() + long(p + f[p]));
         }
     });
     EXPECT_EQ(dev.Close(0), 0u);

@@ -422,8 +422,9 @@ TEST(Reconnect, DiscreteAndBusMastersComeBackAsTheApplicationLeftThem)
         s.Out = CKVX_Uint8Vector(bytes, 3);
         ASSERT_EQ(spi->Transfer(s, 20000), 0u);
         EXPECT_EQ(s.In.Items(), (std::vector<uint8_t>{0x10, 7, 8}));
-        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[112], 2u); // I2C master 0: open and return
-        EXPECT_EQ(r.Rig.Sim.GetCounters().CommandsByCode[115], 2u); // SPI master 1
+        // I2C master 0 and SPI master 1 configured at the open and at the return.
+        EXPECT_EQ(std::tuple(r.Rig.Sim.GetCounters().CommandsByCode[112], r.Rig.Sim.GetCounters().CommandsByCode[115]),
+            std::tuple(2u, 2u));
     }
 }
 

@@ -137,8 +137,8 @@ TEST_P(UnitEndToEnd, KeepAlivesOnlyWhereTheUnitTakesThemAndACriticalFailureFails
     OpenFirstPort(rig);
     if (u.KeepAlive) {
         ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().KeepAlives >= 5; }));
-        EXPECT_EQ(rig.Sim.GetCounters().WatchdogExpiries, 0u);
-        EXPECT_EQ(rig.Sim.GetCounters().CommandsUnknown, 0u);
+        EXPECT_EQ(std::tuple(rig.Sim.GetCounters().WatchdogExpiries, rig.Sim.GetCounters().CommandsUnknown),
+            std::tuple(0u, 0u));
     } else {
         // Four keep-alive periods, and the builder refuses.
         const uint64_t start = CKVX_HdwTimer::GetTickCount();
