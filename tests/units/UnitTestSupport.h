@@ -1,8 +1,5 @@
 #pragma once
-// A command-protocol driver for the unit tests, a port that records the
-// events it is offered, and the unit side of the protocol written out by hand
-// (CRC bit by bit, unit frames byte by byte) so that the tests do not lean on
-// the code they check.
+// A test driver, a recording port, and the unit's side written out by hand (not by the code under test).
 
 #include <HdwLib/HdwLib.h>
 
@@ -20,8 +17,7 @@ namespace unittest {
 
 using Base = CKVX_HdwKvxUsbCommandDevice;
 
-// Every command and event type, and the channel counts of the
-// multi-protocol unit: 2 UART, 4 ARINC 429 TX, 4 RX, 2 CAN, 2 MIL-STD-1553.
+// Every command and event type; 2 UART, 4 ARINC 429 TX, 4 RX, 2 CAN, 2 MIL-STD-1553 channels.
 inline Base::CUnitProfile FullProfile()
 {
     Base::CUnitProfile p;
@@ -59,8 +55,7 @@ public:
     using Base::ReceiveBytes;
 };
 
-// What a recording port was offered: the event's code, channel and time
-// stamp, and a copy of the event as its own class.
+// What a recording port was offered, with a copy of the event as its own class.
 struct SeenEvent {
     unsigned Code = 0;
     std::string Channel;
@@ -158,6 +153,18 @@ inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& r
     f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F), uint8_t(records.size() & 0xFF),
         uint8_t((records.size() >> 8) & 0x0F)};
     f.insert(f.end(), body.begin(), body.end());
+    AppendCrc(f);
+    return f;
+}
+
+// A host frame: start byte, u16 payload length, the records, CRC.
+inline std::vector<uint8_t> HostFrame(const std::vector<std::vector<uint8_t>>& records)
+{
+    std::vector<uint8_t> f = {0xA5, 0, 0};
+    for (const auto& r : records)
+        f.insert(f.end(), r.begin(), r.end());
+    f[1] = uint8_t(f.size() - 3);
+    f[2] = uint8_t((f.size() - 3) >> 8);
     AppendCrc(f);
     return f;
 }

@@ -1,6 +1,4 @@
-// The unit protocol engine on its own: CRC, command records, frame packing,
-// one frame in flight, echoes and their time-out, and the receive machine.
-// Frames and records are written out here (CRC bit by bit); times are passed in.
+// The unit protocol engine on its own, frames and records written out here (CRC bit by bit), times passed in.
 
 #include <HdwLib/core/KvxCrc.h>
 #include <HdwLib/units/KvxUnitEngine.h>
@@ -16,6 +14,7 @@
 #include <tuple>
 
 using testsupport::BitwiseCrc16;
+using unittest::HostFrame;
 using unittest::QueuedRecords;
 using unittest::UnitFrame;
 using Bytes = std::vector<uint8_t>;
@@ -24,8 +23,6 @@ using EEcho = Engine::EEcho;
 using EFeed = Engine::EFeed;
 
 namespace {
-
-// ---- CRC --------------------------------------------------------------------------
 
 TEST(UnitEngineCrc, CheckValueAndEveryWalkAgreeWithTheBitwiseCrc)
 {
@@ -83,18 +80,6 @@ std::vector<Bytes> Queue(Engine& e, const std::vector<unsigned>& lengths)
         records.push_back(Record(uint8_t(number + 1), number, p));
     }
     return records;
-}
-
-// A host frame: start byte, u16 payload length, the records, CRC.
-Bytes HostFrame(const std::vector<Bytes>& records)
-{
-    Bytes f = {0xA5, 0, 0};
-    for (const Bytes& r : records)
-        f.insert(f.end(), r.begin(), r.end());
-    f[1] = uint8_t(f.size() - 3);
-    f[2] = uint8_t((f.size() - 3) >> 8);
-    unittest::AppendCrc(f);
-    return f;
 }
 
 std::vector<uint16_t> Waiting(const Engine& e)
@@ -165,8 +150,7 @@ TEST(UnitEngineSending, PacksWhileTheTotalStaysWithinTheLimit)
         ASSERT_NE(frame, nullptr);
         const std::vector<Bytes> sent(records.begin(), records.begin() + c.Packed);
         EXPECT_EQ(*frame, HostFrame(sent));
-        EXPECT_EQ(e.BytesSent, 10 + frame->size() - 5) << "the payload bytes";
-        EXPECT_EQ(e.LastSendTime, 777u);
+        EXPECT_EQ(std::tuple(e.BytesSent, e.LastSendTime), std::tuple(10 + frame->size() - 5, 777u)) << "payload bytes";
         std::vector<uint16_t> numbers(c.Packed);
         for (unsigned k = 0; k < c.Packed; ++k)
             numbers[k] = uint16_t(k);
@@ -331,8 +315,7 @@ auto MachineState(const Engine& e)
         Bytes(e.RawBuffer.begin(), e.RawBuffer.begin() + e.RawIndex));
 }
 
-// The stream and the frames it must give: good ones with their records, and
-// the bad ones (the one after stray bytes, a corrupted CRC).
+// A stream and the frames it must give, good ones with their records.
 struct Stream {
     Bytes Data;
     std::vector<FrameSeen> Want; // End, Ok and, for good frames, Records
@@ -384,8 +367,6 @@ void FeedEachByte(Engine& e, const uint8_t* bytes, size_t count, size_t& offset,
     }
 }
 
-// The byte-wise machine finds the frames of the stream; the block feed
-// agrees with it after every read, whatever the read sizes.
 TEST(UnitEngineReceive, BlockFeedAgreesWithTheByteWiseMachineAfterEveryRead)
 {
     const Stream s = MixedStream();

@@ -1,12 +1,10 @@
-// Event records of the command-protocol units: the decoded fields and the
-// length rules of each type, and which ports of the unit each event reaches.
+// Event records: decoded fields, length rules, and the ports each event reaches.
 
 #include "UnitTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <tuple>
@@ -16,36 +14,41 @@ using Bytes = std::vector<uint8_t>;
 
 namespace {
 
+// Recording ports attached to instance 0 of `dev`, detached at the end.
+struct PortSet {
+    explicit PortSet(TestUnit& d) : dev(d) {}
+    ~PortSet()
+    {
+        for (auto& p : list)
+            dev.DetachPortFromHdwTimer(0, p.get());
+    }
+    RecordingPort* Add(const char* channel, unsigned type)
+    {
+        list.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
+        dev.AttachPortToHdwTimer(0, list.back().get());
+        return list.back().get();
+    }
+    TestUnit& dev;
+    std::vector<std::unique_ptr<RecordingPort>> list;
+};
+
 class UnitEvents : public ::testing::Test {
 protected:
     void SetUp() override
     {
         dev.AddInstance();
-        a429rx0 = Add("0", HDW_PORT_ARINC429_RX);
-        a429rx2 = Add("2", HDW_PORT_ARINC429_RX);
-        a429tx2 = Add("2", HDW_PORT_ARINC429_TX);
-        a429tx3 = Add("3", HDW_PORT_ARINC429_TX);
-        can0 = Add("0", HDW_PORT_CAN);
-        can1 = Add("1", HDW_PORT_CAN);
-        uart0 = Add("0", HDW_PORT_UART);
-        uart1 = Add("1", HDW_PORT_UART);
-        mil0 = Add("0", HDW_PORT_MILSTD1553);
-    }
-    void TearDown() override
-    {
-        for (auto& p : ports)
-            dev.DetachPortFromHdwTimer(0, p.get());
+        a429rx0 = ports.Add("0", HDW_PORT_ARINC429_RX);
+        a429rx2 = ports.Add("2", HDW_PORT_ARINC429_RX);
+        a429tx2 = ports.Add("2", HDW_PORT_ARINC429_TX);
+        a429tx3 = ports.Add("3", HDW_PORT_ARINC429_TX);
+        can0 = ports.Add("0", HDW_PORT_CAN);
+        can1 = ports.Add("1", HDW_PORT_CAN);
+        uart0 = ports.Add("0", HDW_PORT_UART);
+        uart1 = ports.Add("1", HDW_PORT_UART);
+        mil0 = ports.Add("0", HDW_PORT_MILSTD1553);
     }
 
-    RecordingPort* Add(const char* channel, unsigned type)
-    {
-        ports.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
-        dev.AttachPortToHdwTimer(0, ports.back().get());
-        return ports.back().get();
-    }
-
-    // Hands a record to the handler of its type, with L as the record says
-    // (the vector may hold bytes past the record, which must not be read).
+    // Hands a record to its handler with L as the record says (bytes past it must not be read).
     unsigned Dispatch(Bytes record)
     {
         return dev.ProcessEventRecord(0, record[1] >> 3, record[1] & 7, record[0], record.data() + 2);
@@ -55,41 +58,30 @@ protected:
     std::vector<std::string> Reached()
     {
         std::vector<std::string> out;
-        for (auto& p : ports)
+        for (auto& p : ports.list)
             if (!p->seen.empty())
                 out.push_back(std::to_string(p->GetPortType()) + "/" + p->GetChannelId().c_str());
         return out;
     }
 
     TestUnit dev;
-    std::vector<std::unique_ptr<RecordingPort>> ports;
+    PortSet ports{dev};
     RecordingPort *a429rx0, *a429rx2, *a429tx2, *a429tx3, *can0, *can1, *uart0, *uart1, *mil0;
 };
 
-using Reach = std::vector<std::string>;
-using A429Rx = Base::CArinc429RxEvent;
-using A429Tx = Base::CArinc429TxEvent;
 using Status = Base::CStatusEvent;
 using CanRx = Base::CCanRxEvent;
 using Mil = Base::CMilStd1553Event;
-using UartRx = Base::CUartRxEvent;
 using UartTx = Base::CUartTxEvent;
 
-// A CAN message as text: "std" or "ext", identifier, "R" for a remote
-// frame, DLC, and all eight data bytes.
-std::string Can(const CKVX_HdwCanMessage& m)
+// A CAN message's format, identifier, remote flag, DLC and all eight data bytes.
+auto Can(const CKVX_HdwCanMessage& m)
 {
-    char text[64];
-    int n = std::snprintf(text, sizeof text, "%s %X%s dlc %u:", m.Extended ? "ext" : "std", unsigned(m.Identifier),
-        m.Rtr ? " R" : "", unsigned(m.Dlc));
-    for (int i = 0; i < 8; ++i)
-        n += std::snprintf(text + n, sizeof text - size_t(n), " %02X", m.Data[i]);
-    return text;
+    return std::tuple(m.Extended, m.Identifier, m.Rtr, m.Dlc, Bytes(m.Data, m.Data + 8));
 }
 
-// One record of each shape: the port it must reach alone, what that port must
-// decode from it, and the lengths L of the record that are refused with 11
-// and reach no port. Bytes of 0x99 lie past L and must read as zero.
+// A record, the one port it reaches, what that port decodes, and the lengths L refused with 11
+// (reaching no port). Bytes of 0x99 lie past L and must read as zero.
 struct EventCase {
     const char* What;
     Bytes Record;
@@ -106,9 +98,8 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
         // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1; then 0xBEEF.
         {"ARINC 429 receive", EventRecord(2, 2, 0x11223344, {0x31, 0x16, 0x8D, 0xE4, 0xEF, 0xBE}), a429rx2, {7},
             [](const SeenEvent& e) {
-                EXPECT_EQ(e.Channel, "2");
-                EXPECT_EQ(e.TimeStamp, 0x11223344u);
-                const A429Rx& r = e.As<A429Rx>();
+                EXPECT_EQ(std::tuple(e.Channel, e.TimeStamp), std::tuple("2", 0x11223344u));
+                const auto& r = e.As<Base::CArinc429RxEvent>();
                 EXPECT_EQ(std::tuple(r.Message.GetToUint32(), r.Message.Data, r.Message.TimeStamp, r.AuxValue),
                     std::tuple(0xE48D1631u, 0x12345u, uint64_t(0x11223344), 0xBEEF));
             }},
@@ -127,24 +118,26 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             }},
         {"CAN standard", EventRecord(6, 0, 99, {0x03, 0xFF, 0xE0, 0x11, 0x22, 0x33}), can0, {},
             [](const SeenEvent& e) {
-                EXPECT_EQ(Can(e.As<CanRx>().Message), "std 7FF dlc 3: 11 22 33 00 00 00 00 00");
+                EXPECT_EQ(
+                    Can(e.As<CanRx>().Message), std::tuple(0, 0x7FF, 0, 3, Bytes{0x11, 0x22, 0x33, 0, 0, 0, 0, 0}));
                 EXPECT_EQ(e.As<CanRx>().Message.TimeStamp, 99u);
             }},
         // The CAN rules are as loose as they stand: L >= DLC + 3 standard, DLC + 5 extended.
         {"CAN extended, DLC 8, L = 13", canExtShort, can0, {12, 0},
-            [](const SeenEvent& e) { EXPECT_EQ(Can(e.As<CanRx>().Message), "ext 1 dlc 8: B1 B2 B3 00 00 00 00 00"); }},
+            [](const SeenEvent& e) {
+                EXPECT_EQ(Can(e.As<CanRx>().Message), std::tuple(1, 1, 0, 8, Bytes{0xB1, 0xB2, 0xB3, 0, 0, 0, 0, 0}));
+            }},
         {"UART receive", EventRecord(9, 1, 4, {0x00, 'a', 'b', 'c'}), uart1, {},
             [](const SeenEvent& e) {
-                EXPECT_EQ(e.As<UartRx>().Data, (Bytes{'a', 'b', 'c'}));
-                EXPECT_EQ(e.TimeStamp, 4u);
+                EXPECT_EQ(
+                    std::tuple(e.As<Base::CUartRxEvent>().Data, e.TimeStamp), std::tuple(Bytes{'a', 'b', 'c'}, 4u));
             }},
         {"UART transmit", EventRecord(10, 0, 3, {0x02, 0x01, 0x00, 0x00, 0xF0, 0x00}), uart0, {5},
             [](const SeenEvent& e) {
                 EXPECT_EQ(std::tuple(e.As<UartTx>().ChunkCounter, e.As<UartTx>().Count), std::tuple(0x102u, 240));
             }},
-        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words;
-        // field 0x13; then command words 0x8D62 and 0, status words 0x8800
-        // and 0, flags 0x0410.
+        // Kind 2: address 17, field 5; transmit, subaddress 11; flag, 2 words; field 0x13; then command words 0x8D62
+        // and 0, status words 0x8800 and 0, flags 0x0410.
         {"MIL-STD-1553 remote-terminal access",
             EventRecord(8, 0, 9,
                 {2, 0x8D, 0x2B, 0x42, 0x13, 0x02, 0x01, 0x04, 0x03, 0x62, 0x8D, 0, 0, 0x00, 0x88, 0, 0, 0x10, 0x04}),
@@ -162,14 +155,13 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
         {"MIL-STD-1553 word count beyond the record",
             EventRecord(8, 0, 9, {1, 0x00, 0x00, 0xE8, 0x03, 1, 0, 2, 0, 3, 0}), mil0, {},
             [](const SeenEvent& e) {
-                EXPECT_EQ(e.As<Mil>().WordCount, 1000);
-                EXPECT_EQ(e.As<Mil>().Data, (std::vector<uint16_t>{1, 2, 3}));
-                EXPECT_EQ(e.As<Mil>().StatusWord1, 0);
+                EXPECT_EQ(std::tuple(e.As<Mil>().WordCount, e.As<Mil>().Data, e.As<Mil>().StatusWord1),
+                    std::tuple(1000, std::vector<uint16_t>{1, 2, 3}, 0));
             }},
     };
     for (const EventCase& c : cases) {
         SCOPED_TRACE(c.What);
-        for (auto& p : ports)
+        for (auto& p : ports.list)
             p->seen.clear();
         for (unsigned length : c.Refused) {
             Bytes refused = c.Record;
@@ -179,7 +171,8 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
             EXPECT_TRUE(Reached().empty()) << "L = " << length;
         }
         ASSERT_EQ(Dispatch(c.Record), 0u);
-        EXPECT_EQ(Reached(), (Reach{std::to_string(c.Port->GetPortType()) + "/" + c.Port->GetChannelId().c_str()}));
+        EXPECT_EQ(Reached(),
+            (std::vector<std::string>{std::to_string(c.Port->GetPortType()) + "/" + c.Port->GetChannelId().c_str()}));
         ASSERT_EQ(c.Port->seen.size(), 1u);
         EXPECT_EQ(c.Port->seen[0].Code, unsigned(c.Record[1] >> 3));
         c.Check(c.Port->seen[0]);
@@ -199,13 +192,11 @@ TEST_F(UnitEvents, StatusOfOtherKindsOrChannelsReachesNoPortAndARefusedOneChange
     EXPECT_TRUE(Reached().empty());
 }
 
-// ---- critical failure, echo, unknown types -----------------------------------------------------
-
 TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
 {
     ASSERT_EQ(Dispatch(EventRecord(1, 5, 77, {})), 0u); // L = 5
-    EXPECT_EQ(Reached().size(), ports.size());
-    for (auto& p : ports) {
+    EXPECT_EQ(Reached().size(), ports.list.size());
+    for (auto& p : ports.list) {
         ASSERT_EQ(p->seen.size(), 1u);
         const SeenEvent& e = p->seen[0];
         EXPECT_EQ(std::tuple(e.Code, e.As<Base::CCriticalFailureEvent>().FailureCode, e.Channel, e.TimeStamp),
@@ -216,56 +207,38 @@ TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
     EXPECT_EQ(Dispatch(record), 11u);
 }
 
-// The engine's echo results as the unit answers them (its order rules:
-// UnitEngineEchoes); an echo of another length is refused.
-TEST_F(UnitEvents, EchoesMustComeBackInSendingOrder)
+// An echo of another length is refused and matches nothing (the order rules: UnitEngineEchoes and UnitLink).
+TEST_F(UnitEvents, AnEchoOfAnotherLengthIsRefused)
 {
-    Base::CDeviceInstance* inst = dev.Inst();
-    inst->EchoList += Base::CEchoWaiting(5, 0);
-    inst->EchoList += Base::CEchoWaiting(6, 0);
-    EXPECT_EQ(Dispatch(EchoRecord(6)), 14u);
+    dev.Inst()->EchoList += Base::CEchoWaiting(5, 0);
     Bytes longEcho = EchoRecord(5);
     longEcho.push_back(0);
     ++longEcho[0]; // L = 8
     EXPECT_EQ(Dispatch(longEcho), 11u);
-    EXPECT_EQ(inst->EchoList.GetLength(), 2u);
-    EXPECT_EQ(Dispatch(EchoRecord(5)), 0u);
-    ASSERT_EQ(inst->EchoList.GetLength(), 1u);
-    EXPECT_EQ(inst->EchoList.GetFirst()->Number, 6);
+    EXPECT_EQ(dev.Inst()->EchoList.GetLength(), 1u);
     EXPECT_TRUE(Reached().empty());
 }
 
 } // namespace
 
-// ---- a whole frame: the ports each event reaches ---------------------------------------------
-
-// A frame's events go through the driver's per-frame routes. Whatever the
-// layout of the port list, each event must reach the ports the list walk
-// (ProcessEventHandlers) gives: several ports on one channel all hear it, in
-// list order, until one answers non-zero; channel ids that are not the
-// decimal text of a channel hear nothing; channels past the routes' range
-// still arrive.
+// The per-frame routes give each event the ports the list walk gives: all on its channel in list order until one
+// answers non-zero; ids that are not a channel's decimal text hear nothing; channels past the routes' range arrive.
 TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDoes)
 {
     Base::CUnitProfile profile = FullProfile();
     profile.ArxChannels = 24; // a bank byte after the ARINC 429 word
     TestUnit dev(profile);
     dev.AddInstance();
-    std::vector<std::unique_ptr<RecordingPort>> ports;
-    auto add = [&](const char* channel, unsigned type) {
-        ports.push_back(std::make_unique<RecordingPort>(&dev, 0, channel, type));
-        dev.AttachPortToHdwTimer(0, ports.back().get());
-        return ports.back().get();
-    };
-    RecordingPort* first1 = add("1", HDW_PORT_ARINC429_RX);
-    RecordingPort* padded7 = add("07", HDW_PORT_ARINC429_RX);
-    RecordingPort* can1 = add("1", HDW_PORT_CAN);
-    RecordingPort* second1 = add("1", HDW_PORT_ARINC429_RX);
-    RecordingPort* rx7 = add("7", HDW_PORT_ARINC429_RX);
-    RecordingPort* rx12 = add("12", HDW_PORT_ARINC429_RX);
-    RecordingPort* rx17 = add("17", HDW_PORT_ARINC429_RX);
-    RecordingPort* named = add("A", HDW_PORT_ARINC429_RX);
-    RecordingPort* padded3 = add("03", HDW_PORT_ARINC429_RX); // alone on channel 3
+    PortSet ports(dev);
+    RecordingPort* first1 = ports.Add("1", HDW_PORT_ARINC429_RX);
+    RecordingPort* padded7 = ports.Add("07", HDW_PORT_ARINC429_RX);
+    RecordingPort* can1 = ports.Add("1", HDW_PORT_CAN);
+    RecordingPort* second1 = ports.Add("1", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx7 = ports.Add("7", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx12 = ports.Add("12", HDW_PORT_ARINC429_RX);
+    RecordingPort* rx17 = ports.Add("17", HDW_PORT_ARINC429_RX);
+    RecordingPort* named = ports.Add("A", HDW_PORT_ARINC429_RX);
+    RecordingPort* padded3 = ports.Add("03", HDW_PORT_ARINC429_RX); // alone on channel 3
 
     // Channel = bank * 8 + sub-field.
     auto rx = [](unsigned channel, uint8_t tag) {
@@ -289,12 +262,8 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     using Stamps = std::vector<uint64_t>;
 
     ASSERT_EQ(feed(UnitFrame({rx(1, 1), rx(7, 2), canRx, rx(12, 3), rx(17, 4), rx(1, 5), rx(9, 6), rx(3, 11)})), 0u);
-    EXPECT_EQ(stamps(first1), (Stamps{1, 5}));
-    EXPECT_EQ(stamps(second1), (Stamps{1, 5}));
-    EXPECT_EQ(stamps(rx7), (Stamps{2}));
-    EXPECT_EQ(stamps(rx12), (Stamps{3}));
-    EXPECT_EQ(stamps(rx17), (Stamps{4}));
-    EXPECT_EQ(stamps(can1), (Stamps{50}));
+    EXPECT_EQ((std::vector{stamps(first1), stamps(second1), stamps(rx7), stamps(rx12), stamps(rx17), stamps(can1)}),
+        (std::vector<Stamps>{{1, 5}, {1, 5}, {2}, {3}, {4}, {50}}));
     EXPECT_TRUE(padded7->seen.empty() && named->seen.empty() && padded3->seen.empty());
     ASSERT_EQ(rx12->seen.size(), 1u);
     EXPECT_EQ(rx12->seen[0].Channel, "12");
@@ -302,30 +271,23 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     // The first port's answer stops the event there and ends the frame's pass.
     first1->Result = 15;
     EXPECT_EQ(feed(UnitFrame({rx(1, 7), rx(7, 8)})), 15u);
-    EXPECT_EQ(stamps(first1), (Stamps{1, 5, 7}));
-    EXPECT_EQ(stamps(second1), (Stamps{1, 5}));
-    EXPECT_EQ(stamps(rx7), (Stamps{2}));
+    EXPECT_EQ(
+        (std::vector{stamps(first1), stamps(second1), stamps(rx7)}), (std::vector<Stamps>{{1, 5, 7}, {1, 5}, {2}}));
 
     // A port that leaves the list between frames hears nothing more, and the
     // one left on its channel takes the events alone.
     first1->Result = 0;
     dev.DetachPortFromHdwTimer(0, first1);
     ASSERT_EQ(feed(UnitFrame({rx(1, 9)})), 0u);
-    EXPECT_EQ(stamps(first1), (Stamps{1, 5, 7}));
-    EXPECT_EQ(stamps(second1), (Stamps{1, 5, 9}));
+    EXPECT_EQ((std::vector{stamps(first1), stamps(second1)}), (std::vector<Stamps>{{1, 5, 7}, {1, 5, 9}}));
 
     // Outside a frame's pass the list walk is the only way.
     const Bytes direct = rx(1, 10);
     EXPECT_EQ(dev.ProcessEventRecord(0, 2, 1, direct[0], const_cast<uint8_t*>(direct.data()) + 2), 0u);
     EXPECT_EQ(stamps(second1), (Stamps{1, 5, 9, 10}));
-
-    for (auto& p : ports)
-        dev.DetachPortFromHdwTimer(0, p.get());
 }
 
-// The unit core unwraps each record's 32-bit stamp as it dispatches the
-// frame: events keep their 32-bit TimeStamp and carry the 64-bit time beside
-// it, across the wrap; the instance's clock and counters follow.
+// Events keep their 32-bit TimeStamp and carry the unwrapped 64-bit time beside it, across the wrap.
 TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
 {
     RecordingPort &rx = *a429rx2, &can = *can0;
@@ -347,8 +309,7 @@ TEST_F(UnitEvents, EventsCarryTheirUnwrappedTimeAcrossTheUnitClocksWrap)
     EXPECT_EQ(latest, kWrap + 0x20);
     EXPECT_EQ(dev.Inst()->UnwrapUnitTime(0xFFFFFFF0u), 0xFFFFFFF0u);
 
-    // A frame with an event count of 0 and one with a bad CRC are dropped
-    // and counted; nothing reaches the ports.
+    // A frame with an event count of 0 and one with a bad CRC: dropped, counted.
     Bytes zeroCount = {0xA5, 0x00, 0x00, 0x00, 0x00};
     AppendCrc(zeroCount);
     Bytes badCrc = UnitFrame({A429RxRecord(2, 0x14, 0x30)});

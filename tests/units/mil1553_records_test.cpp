@@ -1,6 +1,4 @@
-// The MIL-STD-1553 SRAM images word by word (descriptors, buffers, major
-// frame table, RT tables and buffers) and the messages made of the unit's
-// kind-1 and kind-2 records.
+// MIL-STD-1553 SRAM images word by word, and messages made of the unit's access records.
 
 #include <HdwLib/HdwLib.h>
 #include <HdwLib/units/internal/KvxMilStd1553Records.h>
@@ -83,9 +81,8 @@ TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
     rt.Transmit[7].Data = {1, 2, 3};
     const Words t = mil::RtTables(rt);
     ASSERT_EQ(t.size(), 0x140u);
-    // Word index, value: receive 1 legal, reported, broadcast legal, with its
-    // buffer; receive 2 and 3; the unused mode-code entry; transmit 4, 5
-    // and 6 (legal, not reported); mode codes 16, 17 and reserved 10.
+    // Word index, value: receive 1 legal, reported, broadcast legal, with its buffer; receive 2 and 3; the unused
+    // mode-code entry; transmit 4, 5 and 6 (legal, not reported); mode codes 16, 17 and reserved 10.
     const std::pair<unsigned, uint16_t> want[] = {{2 * 1, 0x7}, {2 * 1 + 1, 0x2020}, {2 * 2, 0x0}, {2 * 3, 0x3},
         {2 * 0, 0x0}, {2 * (32 + 4), 0x3}, {2 * (32 + 4) + 1, 0x2480}, {2 * (32 + 5), 0x0}, {2 * (32 + 6), 0x1},
         {0x100 + 2 * 16, 0x1}, {0x100 + 2 * 16 + 1, 0xBEEF}, {0x100 + 2 * 17, 0x3}, {0x100 + 2 * 10, 0x0}};

@@ -1,5 +1,4 @@
-// The unit clock: 32-bit stamps unwrapped into 64 bits and mapped onto the
-// host's monotonic clock. Time is stepped: every pair is made up here.
+// The unit clock: 32-bit stamps unwrapped and mapped onto the host's clock; every pair made up here.
 #include <HdwLib/units/KvxUnitClock.h>
 
 #include <gtest/gtest.h>
@@ -29,8 +28,7 @@ TEST(UnitClock, AUnitSilentAcrossAWrapIsPlacedByTheHostTimeElapsed)
 
 TEST(UnitClock, MappingConvergesOnADriftingUnitClockDespiteLateReads)
 {
-    // The unit clock runs 120 ppm fast; reads come 0.2 to 8 ms after the
-    // latest event, now and then as early as 50 us.
+    // The unit clock runs 120 ppm fast; reads come 0.2 to 8 ms after the latest event, now and then as early as 50 us.
     const double ppm = 120e-6;
     const uint64_t host0 = 7000000000, unit0 = kWrap - 30000000;
     std::mt19937 rng(42);

@@ -1,6 +1,5 @@
 #pragma once
-// A Halden's two MIL-STD-1553 channels on one bus: a bus controller on
-// channel 0, a remote terminal on channel 1.
+// A Halden's two MIL-STD-1553 channels on one bus: controller on 0, terminal on 1.
 
 #include "UnitRig.h"
 #include "support/Mil1553Messages.h"
@@ -35,8 +34,7 @@ inline Bc* OpenBc(UnitRig& rig)
     return bc;
 }
 
-// The terminal service on channel 1, its port open; built and run with `t`
-// unless `t` is null.
+// The terminal service on channel 1, its port open; built and run with `t` unless null.
 inline Rt* OpenRt(UnitRig& rig, const CKVX_HdwMilStd1553RemoteTerminal* t)
 {
     auto* rt = rig.Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);

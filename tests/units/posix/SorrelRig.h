@@ -56,7 +56,6 @@ public:
     }
     CKVX_HdwKvxSorrelDevice& Sorrel() { return static_cast<CKVX_HdwKvxSorrelDevice&>(*Device); }
 
-    // Enables both byte services of UART `num`.
     void Enable(unsigned num)
     {
         Uart& u = Uarts[num];
@@ -69,8 +68,7 @@ public:
         u.In = dynamic_cast<CKVX_HdwKvxSorrelByteInBufferService*>(s);
         ASSERT_EQ(u.Port->EnableService(HDW_SERVICE_BYTE_OUT_BUFFER, &s, nullptr), 0u);
         u.Out = dynamic_cast<CKVX_HdwKvxSorrelByteOutBufferService*>(s);
-        ASSERT_NE(u.In, nullptr);
-        ASSERT_NE(u.Out, nullptr);
+        ASSERT_TRUE(u.In && u.Out);
     }
 
     unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
@@ -85,7 +83,6 @@ public:
         }
     }
 
-    // Takes whatever waits in UART `num`'s input.
     void Drain(unsigned num)
     {
         Uart& u = Uarts[num];
@@ -95,7 +92,6 @@ public:
             u.Got.insert(u.Got.end(), buf, buf + got);
     }
 
-    // Reads the UARTs in `nums` until each holds `bytes` bytes (or the time-out).
     bool ReadUntil(const std::vector<unsigned>& nums, size_t bytes, unsigned timeoutMs)
     {
         return WaitUntil(

@@ -1,6 +1,5 @@
 #pragma once
-// An emulated unit and an application reaching it through the whole library,
-// on a pseudo-terminal or over UDP on 127.0.0.1; one UnitCase row per unit.
+// An emulated unit reached through the whole library, on a pseudo-terminal or UDP on 127.0.0.1.
 #include <HdwLib/HdwLib.h>
 #include <hdwsim/Emulator.h>
 
@@ -14,6 +13,8 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 namespace halden_test {
@@ -45,8 +46,7 @@ inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
     return o;
 }
 
-// A unit as its description gives it (not read from driver or emulator, so
-// that a wrong table in either shows).
+// A unit as its description gives it (not read from driver or emulator: a wrong table shows).
 struct UnitCase {
     const char* Sim; // emulator row name
     uint64_t Code; // device code = kind number
@@ -77,19 +77,16 @@ inline std::vector<UnitCase> AllUnits()
     };
 }
 
-// A unit of the table, or one without ARINC 429 and CAN (the discrete Travin,
-// the I2C/SPI Wendal, the UART Sorrel), which the table's tests leave out.
+// A unit of the table, or one without ARINC 429 and CAN, which the table's tests leave out.
 inline UnitCase UnitNamed(const std::string& name)
 {
-    for (const UnitCase& u : AllUnits())
+    std::vector<UnitCase> all = AllUnits();
+    all.push_back({"travin", 5, Create<CKVX_HdwKvxTravinDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false});
+    all.push_back({"wendal", 7, Create<CKVX_HdwKvxWendalDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false});
+    all.push_back({"sorrel", 9, Create<CKVX_HdwKvxSorrelDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false});
+    for (const UnitCase& u : all)
         if (name == u.Sim)
             return u;
-    if (name == "travin")
-        return {"travin", 5, Create<CKVX_HdwKvxTravinDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
-    if (name == "wendal")
-        return {"wendal", 7, Create<CKVX_HdwKvxWendalDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
-    if (name == "sorrel")
-        return {"sorrel", 9, Create<CKVX_HdwKvxSorrelDevice>, 0, 0, 0, false, 0, 0, 0, 0, 0, false};
     ADD_FAILURE() << "no unit " << name;
     return AllUnits().front();
 }
@@ -129,8 +126,7 @@ public:
         EXPECT_TRUE(WithCommandDevice(Device.get(), [ms](auto& d) { d.SetEchoTimeout(ms); }));
     }
 
-    // Starts the emulator, enumerates it (through its link path if it has
-    // one) with the manager's reconnect switch set to Reconnect, and runs.
+    // Starts the emulator, enumerates it (by its link path if any) with Reconnect set, and runs.
     void Start()
     {
         StartSim();
@@ -159,7 +155,6 @@ public:
         params.Timeout = timeoutMs;
         return Port(type, num)->Open(&params);
     }
-    // With the port's default settings.
     unsigned Open(unsigned type, unsigned num)
     {
         switch (type) {
@@ -187,24 +182,19 @@ public:
         return typed;
     }
     // Enables a service, then opens its port (with `params`, or the defaults).
-    template <class S, class P>
-    S* OpenWith(unsigned portType, unsigned num, unsigned serviceType, P params,
+    template <class S, class P = std::nullptr_t>
+    S* OpenWith(unsigned portType, unsigned num, unsigned serviceType, P params = nullptr,
         CKVX_HdwService::CParameters* serviceParams = nullptr)
     {
         S* s = Enable<S>(portType, num, serviceType, serviceParams);
-        EXPECT_EQ(Open(portType, num, params), 0u);
-        return s;
-    }
-    template <class S>
-    S* OpenWith(unsigned portType, unsigned num, unsigned serviceType)
-    {
-        S* s = Enable<S>(portType, num, serviceType);
-        EXPECT_EQ(Open(portType, num), 0u);
+        if constexpr (std::is_null_pointer_v<P>)
+            EXPECT_EQ(Open(portType, num), 0u);
+        else
+            EXPECT_EQ(Open(portType, num, params), 0u);
         return s;
     }
 
-    // The buffer services of ARINC 429 pair `ch` (wired together on the
-    // unit), both ports open at `rate` (0: the defaults).
+    // The buffer services of the wired ARINC 429 pair `ch`, open at `rate` (0: the default).
     struct Arinc429Pair {
         CKVX_HdwArinc429InBufferService* In = nullptr;
         CKVX_HdwArinc429OutBufferService* Out = nullptr;
@@ -235,18 +225,16 @@ private:
     bool m_Udp;
 };
 
-// A driver whose deadlines read a clock the test steps (ms; 0: the system's).
-template <class D>
-class Stepped : public D {
+// A Halden whose deadlines read a clock the test steps (ms; 0: the system's).
+class SteppedHaldenDevice : public CKVX_HdwKvxHaldenDevice {
 public:
     uint64_t GetUnitTime() override
     {
         const uint64_t c = Now.load();
-        return c ? c : D::GetUnitTime();
+        return c ? c : CKVX_HdwKvxHaldenDevice::GetUnitTime();
     }
     std::atomic<uint64_t> Now{0};
 };
-using SteppedHaldenDevice = Stepped<CKVX_HdwKvxHaldenDevice>;
 
 inline UnitCase SteppedHalden()
 {
@@ -335,10 +323,8 @@ inline CKVX_HdwArinc429Message PairWord(unsigned ch, unsigned i)
     return Word(0x20 + ch + (i & 0xC0), i * 16 + ch, i & 3, (i >> 2) & 3);
 }
 
-// Writes `count` words to each ARINC 429 pair at 100 kbit/s before reading
-// any (the pairs share frames): each receiver reads its words in order with
-// rising time stamps, all went through the pair of its channel on `sim` (or
-// the rig's), configured with the unit's own codes, none dropped.
+// Writes to every pair at 100 kbit/s before reading any: each receiver reads its words in order, rising
+// stamps, all through its pair on `sim` (or the rig's), configured with the unit's own codes, none dropped.
 inline void ExpectArinc429RoundTrip(
     UnitRig& rig, const std::vector<std::pair<unsigned, unsigned>>& channelCounts, hdwsim::Emulator* sim = nullptr)
 {
@@ -368,9 +354,8 @@ inline void ExpectArinc429RoundTrip(
         }
         EXPECT_TRUE(WaitUntil([&] { return Idle(pairs[k].Out); }));
         const hdwsim::Counters c = (sim ? *sim : rig.Sim).GetCounters();
-        EXPECT_EQ(c.A429Pushed[ch], count);
-        EXPECT_EQ(c.A429Received[ch], count);
-        EXPECT_EQ(c.A429FifoDropped[ch], 0u);
+        EXPECT_EQ(
+            std::tuple(c.A429Pushed[ch], c.A429Received[ch], c.A429FifoDropped[ch]), std::tuple(count, count, 0u));
         EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
         EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
     }

@@ -1,9 +1,9 @@
-// Label-oriented ARINC 429 services and the data generator end to end, the
-// unit's label table sending each label cyclically in its own time.
+// Label-oriented ARINC 429 services and the data generator end to end.
 #include "UnitRig.h"
 
 #include <cmath>
 #include <map>
+#include <tuple>
 
 using namespace unit_test;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
@@ -22,7 +22,6 @@ struct LabelLoop {
         std::copy_if(Got.begin(), Got.end(), std::back_inserter(r), [&](const auto& m) { return m.Label == label; });
         return r;
     }
-    // Reads until `label` has come `count` times.
     bool WaitLabel(unsigned label, size_t count)
     {
         return WaitUntil([&] { return TakeAll(In, Got), OfLabel(label).size() >= count; });
@@ -59,10 +58,8 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
         EXPECT_EQ(a[i].Data, 0x111u);
     }
     const auto b = loop.OfLabel(0x32);
-    EXPECT_EQ(b[1].TimeStamp - b[0].TimeStamp, 30000u);
-    EXPECT_EQ(b[0].Sdi, 2);
-    EXPECT_EQ(b[0].Ssm, 1);
-    EXPECT_EQ(b[0].Data, 0x222u);
+    EXPECT_EQ(
+        std::tuple(b[1].TimeStamp - b[0].TimeStamp, b[0].Sdi, b[0].Ssm, b[0].Data), std::tuple(30000u, 2, 1, 0x222u));
 
     // Words of the clock label received on 1 since `mark`.
     auto waitClock = [&](size_t more) {
@@ -134,8 +131,7 @@ TEST(PellorLabelInput, KeepsTheLatestWordPerLabelAndTheUnitFiltersTheRest)
     EXPECT_EQ(in->ReadLabel(0x12, 0, m, count), 4u);
     // The unit dropped label 0x12 in hardware; 0x11 with SDI 1 it passed.
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.A429FilterDropped[ch], 30u);
-    EXPECT_EQ(c.A429Received[ch], 60u);
+    EXPECT_EQ(std::tuple(c.A429FilterDropped[ch], c.A429Received[ch]), std::tuple(30u, 60u));
 }
 
 using Gen = CKVX_HdwDataGeneratorService;
@@ -146,32 +142,14 @@ namespace {
 // Four labels of different patterns, at rates of whole-ms periods.
 std::vector<Def> Labels()
 {
-    std::vector<Def> d(4);
-    d[0] = Def(0101, 50.0); // BNR sine, 512 range in 0.25 steps
-    d[0].Pattern = Gen::PatternBnr;
-    d[0].Range = 512;
-    d[0].Resolution = 0.25;
-    d[0].Low = -100;
-    d[0].High = 300;
-    d[0].Period = 1.0;
-    d[0].Sdi = 1;
-    d[0].Ssm = 3;
-    d[1] = Def(0102, 20.0); // counter
-    d[1].Pattern = Gen::PatternCounter;
-    d[1].Min = 1000;
-    d[1].Max = 1030;
-    d[1].Step = 7;
-    d[2] = Def(0103, 12.5); // BCD triangle
-    d[2].Pattern = Gen::PatternBcd;
-    d[2].Resolution = 0.1;
-    d[2].Low = -20;
-    d[2].High = 359.9;
-    d[2].Wave = Gen::WaveTriangle;
-    d[2].Period = 2.0;
-    d[2].Digits = 4;
-    d[3] = Def(0106, 5.0); // constant
-    d[3].Data = 0x5A5A5;
-    d[3].Ssm = 2;
+    std::vector<Def> d = {Def(0101, 50.0), Def(0102, 20.0), Def(0103, 12.5), Def(0106, 5.0)};
+    // BNR sine, 512 range in 0.25 steps; a counter; a BCD triangle; a constant.
+    std::tie(d[0].Pattern, d[0].Range, d[0].Resolution, d[0].Low, d[0].High, d[0].Period, d[0].Sdi, d[0].Ssm) =
+        std::tuple(Gen::PatternBnr, 512, 0.25, -100, 300, 1.0, 1, 3);
+    std::tie(d[1].Pattern, d[1].Min, d[1].Max, d[1].Step) = std::tuple(Gen::PatternCounter, 1000, 1030, 7);
+    std::tie(d[2].Pattern, d[2].Resolution, d[2].Low, d[2].High, d[2].Wave, d[2].Period, d[2].Digits) =
+        std::tuple(Gen::PatternBcd, 0.1, -20, 359.9, Gen::WaveTriangle, 2.0, 4);
+    std::tie(d[3].Data, d[3].Ssm) = std::tuple(0x5A5A5, 2);
     return d;
 }
 
@@ -219,11 +197,11 @@ struct GenLoop {
     }
     void Poll()
     {
-        CKVX_HdwArinc429Message chunk[256];
-        unsigned n = 0;
-        if (In->Read(chunk, 256, n) == 0)
-            for (unsigned i = 0; i < n; ++i, ++Received)
-                Got[chunk[i].Label].push_back(chunk[i]);
+        std::vector<CKVX_HdwArinc429Message> chunk;
+        TakeAll(In, chunk);
+        for (const auto& m : chunk)
+            Got[m.Label].push_back(m);
+        Received += chunk.size();
     }
 
     std::atomic<uint64_t>& Clock;
@@ -269,8 +247,7 @@ TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
     }
     EXPECT_EQ(loop.Gen_->GetMissedCount(), 0u);
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.A429FifoDropped[ch], 0u);
-    EXPECT_EQ(c.A429Pushed[ch], loop.Gen_->GetGeneratedCount());
+    EXPECT_EQ(std::tuple(c.A429FifoDropped[ch], c.A429Pushed[ch]), std::tuple(0u, loop.Gen_->GetGeneratedCount()));
 }
 
 // Label output beside the generator: its words do not count as generated.

@@ -1,5 +1,4 @@
-// Byte streams over ARINC 429 (transmitter k wired to receiver k) on the
-// Halden and the 16-channel Pellor, and over CAN on the Quillan, paced.
+// Byte streams over ARINC 429 on the Halden and Pellor, and over paced CAN on the Quillan.
 #include "UnitRig.h"
 
 using namespace unit_test;
@@ -57,10 +56,8 @@ TEST_P(Arinc429Bytes, HundredKilobytesCrossUnpacedUnchanged)
     const auto got = ReadAll<uint8_t>(In, sent.size(), 120000);
     ASSERT_EQ(got.size(), sent.size());
     EXPECT_TRUE(got == sent);
-    EXPECT_EQ(In->GetLostWords(), 0u);
-    EXPECT_EQ(In->GetRepeatedWords(), 0u);
-    EXPECT_EQ(In->GetRejectedWords(), 0u);
-    EXPECT_EQ(In->GetDroppedBytes(), 0u);
+    EXPECT_EQ(std::tuple(In->GetLostWords(), In->GetRepeatedWords(), In->GetRejectedWords(), In->GetDroppedBytes()),
+        std::tuple(0u, 0u, 0u, 0u));
     EXPECT_TRUE(WaitUntil([&] { return Idle(Out); }));
     const hdwsim::Counters c = rig.Sim.GetCounters();
     EXPECT_EQ(c.A429Received[ch], (sent.size() + 1) / 2);
@@ -96,10 +93,9 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     ASSERT_EQ(Out->Write(const_cast<uint8_t*>(second.data()), 201, 0), 0u);
     const std::vector<uint8_t> expected(second.begin() + 4, second.end());
     EXPECT_EQ(ReadAll<uint8_t>(In, expected.size(), 20000), expected);
-    EXPECT_EQ(In->GetLostWords(), 2u);
-    EXPECT_EQ(In->GetRejectedWords(), 1u);
-    EXPECT_EQ(In->GetRepeatedWords(), 0u);
-    EXPECT_EQ(rig.Sim.GetCounters().A429WireLost[ch], 1u);
+    EXPECT_EQ(std::tuple(In->GetLostWords(), In->GetRejectedWords(), In->GetRepeatedWords(),
+                  rig.Sim.GetCounters().A429WireLost[ch]),
+        std::tuple(2u, 1u, 0u, 1u));
     EXPECT_TRUE(WaitUntil([&] { return Idle(Out); }));
 }
 
@@ -117,11 +113,9 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
     UnitRig rig(UnitNamed("quillan"), EmulatorOptions(false, true));
     rig.Start();
     CKVX_HdwCanByteOutBufferService::CParameters po;
-    po.BufferSize = 0;
-    po.Identifier = 0x300;
     CKVX_HdwCanByteInBufferService::CParameters pi;
-    pi.BufferSize = 0;
-    pi.Identifier = 0x300;
+    po.BufferSize = pi.BufferSize = 0;
+    po.Identifier = pi.Identifier = 0x300;
     auto* bytesOut = rig.Enable<CanByteOut>(HDW_PORT_CAN, 0, HDW_SERVICE_BYTE_OUT_BUFFER, &po);
     auto* framesOut = rig.Enable<FrameOut>(HDW_PORT_CAN, 0, HDW_SERVICE_CAN_OUT_BUFFER);
     auto* bytesIn = rig.Enable<CanByteIn>(HDW_PORT_CAN, 1, HDW_SERVICE_BYTE_IN_BUFFER, &pi);
@@ -160,9 +154,9 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
     EXPECT_EQ(stream, 376u);
     ASSERT_EQ(others.size(), frames.size());
     for (size_t i = 0; i < frames.size(); ++i) {
-        EXPECT_EQ(others[i].Identifier, frames[i].Identifier) << i;
-        EXPECT_EQ(others[i].Dlc, frames[i].Dlc) << i;
-        EXPECT_EQ(others[i].Extended, frames[i].Extended) << i;
+        EXPECT_EQ(std::tuple(others[i].Identifier, others[i].Dlc, others[i].Extended),
+            std::tuple(frames[i].Identifier, frames[i].Dlc, frames[i].Extended))
+            << i;
     }
     EXPECT_EQ(rig.Sim.GetCounters().CanFifoDropped[0], 0u);
     EXPECT_TRUE(WaitUntil([&] { return Idle(framesOut) && Idle(bytesOut); }));

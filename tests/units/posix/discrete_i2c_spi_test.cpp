@@ -1,6 +1,4 @@
-// The Travin (output banks wired to the input banks of the same number) and
-// the Wendal's I2C and SPI masters (a missing acknowledge is 33, never a
-// time-out; bus faults are 34) against their emulated units.
+// The Travin (output bank k wired to input bank k) and the Wendal's I2C and SPI masters.
 #include "UnitRig.h"
 
 using namespace halden_test;
@@ -61,9 +59,7 @@ TEST_F(TravinRig, WritesShowUpAsInputChangesInTheirOrderAndPulsesAfterTheDebounc
     const uint32_t changed[] = {0x05, 0x01, 0x80, 0xB8};
     for (size_t i = 0; i < 4; ++i) {
         SCOPED_TRACE(i);
-        EXPECT_EQ(got[i].State, states[i]);
-        EXPECT_EQ(got[i].Changed, changed[i]);
-        EXPECT_EQ(got[i].Lost, 0u);
+        EXPECT_EQ(std::tuple(got[i].State, got[i].Changed, got[i].Lost), std::tuple(states[i], changed[i], 0u));
         if (i > 0) {
             EXPECT_GT(got[i].TimeStamp, got[i - 1].TimeStamp);
         }
@@ -80,10 +76,8 @@ TEST_F(TravinRig, WritesShowUpAsInputChangesInTheirOrderAndPulsesAfterTheDebounc
     EXPECT_FALSE(level);
     CKVX_HdwSignalService::CSignal sig;
     ASSERT_EQ(signals->WaitSignal(sig, 10000), 0u);
-    EXPECT_EQ(sig.Kind, unsigned(HDW_SIGNAL_DISCRETE_INPUT));
-    EXPECT_EQ(sig.Value, 0x05u);
-    EXPECT_EQ(sig.Aux, 0x05u);
-    EXPECT_EQ(sig.Port, rig.Port(HDW_PORT_DISCRETE_IN, 1));
+    EXPECT_EQ(std::tuple(sig.Kind, sig.Value, sig.Aux, sig.Port),
+        std::tuple(unsigned(HDW_SIGNAL_DISCRETE_INPUT), 0x05u, 0x05u, rig.Port(HDW_PORT_DISCRETE_IN, 1)));
     EXPECT_EQ(rig.Sim.GetCounters().DiscreteInEvents[0], 0u); // the other banks saw nothing
 
     // After a debounce of 1 ms writes are separate changes and a pulse longer than it shows twice.
@@ -93,10 +87,8 @@ TEST_F(TravinRig, WritesShowUpAsInputChangesInTheirOrderAndPulsesAfterTheDebounc
     ASSERT_EQ(d.Out->Pulse(0x02, 20000), 0u);
     const auto pulse = ReadAll<Change>(d.In, 3);
     ASSERT_EQ(pulse.size(), 3u);
-    EXPECT_EQ(pulse[0].Changed, 0x05u);
-    EXPECT_EQ(pulse[1].Changed, 0x02u);
-    EXPECT_EQ(pulse[1].State, 0x07u);
-    EXPECT_EQ(pulse[2].State, 0x05u);
+    EXPECT_EQ(std::tuple(pulse[0].Changed, pulse[1].Changed, pulse[1].State, pulse[2].State),
+        std::tuple(0x05u, 0x02u, 0x07u, 0x05u));
     EXPECT_GT(pulse[1].TimeStamp, pulse[0].TimeStamp);
     EXPECT_NEAR(int64_t(pulse[2].TimeStamp - pulse[1].TimeStamp), 20000, 1000);
     ASSERT_EQ(d.Out->GetCommanded(commanded), 0u);
@@ -191,29 +183,22 @@ TEST(Wendal, I2cEepromWriteThenReadMissingAcknowledgeAndBusFaults)
     ASSERT_EQ(other->Transfer(fresh, kWaitMs), 0u);
     EXPECT_EQ(fresh.Read.Items(), (Bytes{0xFF, 0xFF}));
 
-    const struct {
-        const char* name;
-        std::function<void()> inject;
-        CKVX_HdwI2cTransfer t;
-        unsigned result;
-        bool nackOnAddress;
-        unsigned acked;
-        unsigned fault;
-    } rows[] = {
-        {"no one at 0x33", [] {}, I2c(0x33, {1, 2}), 33, true, 0, 0},
-        {"probe of 0x20", [] {}, I2c(0x20, {}), 0, false, 0, 0},
-        {"EEPROM byte 2 refused", [&] { rig.Sim.NackNextI2c(0, 2); }, I2c(0x50, {0, 9, 9, 9}, 4), 33, false, 2, 0},
-        {"held bus", [&] { rig.Sim.HoldI2cBus(0, 60000); }, I2c(0x50, {0}), 34, false, 0, 1},
-    };
-    for (const auto& row : rows) {
-        row.inject();
-        CKVX_HdwI2cTransfer t = row.t;
-        EXPECT_EQ(m->Transfer(t, kWaitMs), row.result) << row.name;
-        EXPECT_EQ(t.Result, row.result) << row.name;
-        EXPECT_EQ(t.NackOnAddress, row.nackOnAddress) << row.name;
-        EXPECT_EQ(t.Acked, row.acked) << row.name;
-        EXPECT_EQ(t.Fault, row.fault) << row.name;
-        EXPECT_TRUE(t.Read.IsEmpty() || row.result == 0) << row.name;
+    // What, the fault injected, the transfer, its result, NACK on the address, bytes acknowledged, bus fault.
+    const std::tuple<const char*, std::function<void()>, CKVX_HdwI2cTransfer, unsigned, bool, unsigned, unsigned>
+        rows[] = {
+            {"no one at 0x33", [] {}, I2c(0x33, {1, 2}), 33, true, 0, 0},
+            {"probe of 0x20", [] {}, I2c(0x20, {}), 0, false, 0, 0},
+            {"EEPROM byte 2 refused", [&] { rig.Sim.NackNextI2c(0, 2); }, I2c(0x50, {0, 9, 9, 9}, 4), 33, false, 2, 0},
+            {"held bus", [&] { rig.Sim.HoldI2cBus(0, 60000); }, I2c(0x50, {0}), 34, false, 0, 1},
+        };
+    for (const auto& [name, inject, transfer, result, nackOnAddress, acked, fault] : rows) {
+        inject();
+        CKVX_HdwI2cTransfer t = transfer;
+        EXPECT_EQ(m->Transfer(t, kWaitMs), result) << name;
+        EXPECT_EQ(
+            std::tuple(t.Result, t.NackOnAddress, t.Acked, t.Fault), std::tuple(result, nackOnAddress, acked, fault))
+            << name;
+        EXPECT_TRUE(t.Read.IsEmpty() || result == 0) << name;
     }
     // Arbitration lost on the other master.
     rig.Sim.LoseI2cArbitration(1);
@@ -221,8 +206,7 @@ TEST(Wendal, I2cEepromWriteThenReadMissingAcknowledgeAndBusFaults)
     EXPECT_EQ(other->Transfer(lost, kWaitMs), 34u);
     EXPECT_EQ(lost.Fault, 2u);
     const hdwsim::Counters c = rig.Sim.GetCounters();
-    EXPECT_EQ(c.I2cNacks[0], 2u);
-    EXPECT_EQ(c.I2cFaults[0] + c.I2cFaults[1], 2u);
+    EXPECT_EQ(std::tuple(c.I2cNacks[0], c.I2cFaults[0] + c.I2cFaults[1]), std::tuple(2u, 2u));
     EXPECT_EQ(m->GetStatus(), unsigned(HDW_SERVICE_RUNNING)) << "a NACK or fault does not fail the service";
 }
 

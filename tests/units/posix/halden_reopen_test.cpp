@@ -38,9 +38,8 @@ std::vector<Fault> Faults()
     };
 }
 
-// After each fault of each round, an ARINC 429 pair is closed and re-opened
-// while the unit may still send the tail of the earlier exchange. Failures
-// are reported, not thrown: this runs on a thread of its own.
+// After each fault of each round, an ARINC 429 pair is closed and re-opened while the unit may still send the tail of
+// the earlier exchange. Failures are reported, not thrown: this runs on a thread of its own.
 void RunMatrix(bool udp)
 {
     UnitRig rig(UnitNamed("halden"), udp);
@@ -50,10 +49,9 @@ void RunMatrix(bool udp)
     UnitRig::Arinc429Pair p = rig.OpenArinc429Pair(kCh);
     if (!p.In || !p.Out)
         return;
-    const auto faults = Faults();
     unsigned label = 0;
-    for (unsigned round = 0; round < kRounds; ++round) {
-        for (const Fault& f : faults) {
+    for (unsigned round = 0; round < kRounds; ++round)
+        for (const Fault& f : Faults()) {
             const std::string where =
                 std::string(udp ? "UDP" : "pty") + ", round " + std::to_string(round) + ", " + f.Name;
             // Reports a failed step, after which the round cannot go on.
@@ -62,8 +60,7 @@ void RunMatrix(bool udp)
                     ADD_FAILURE() << where << ": " << what;
                 return !ok;
             };
-            // The fault, then a word that meets it: the services fail, but
-            // for a plain close and noise at the re-open.
+            // The fault, then a word that meets it: the services fail, but for a plain close and noise at the re-open.
             rig.SetEchoTimeout(kFaultEchoTimeoutMs);
             f.Begin(rig.Sim);
             CKVX_HdwArinc429Message w = Word(0x3F, round);
@@ -105,7 +102,6 @@ void RunMatrix(bool udp)
                     std::to_string(got.size()) + " of " + std::to_string(kWords) + " words, or out of order"))
                 return;
         }
-    }
 }
 
 TEST(HaldenReopen, EveryFaultThenCloseAndFirstOpenCarriesWordsInOrder)
@@ -115,9 +111,8 @@ TEST(HaldenReopen, EveryFaultThenCloseAndFirstOpenCarriesWordsInOrder)
     ethernet.join();
 }
 
-// Filter changes and DiscardMessage reach the unit's label table and leave a
-// receiver that DisableRx switched off as it is; what the last close queued
-// reaches the unit before the session ends.
+// Filter changes and DiscardMessage reach the unit's label table and leave a receiver that DisableRx switched off as it
+// is; what the last close queued reaches the unit before the session ends.
 TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWhatItQueued)
 {
     UnitRig rig(UnitNamed("halden"), false);
@@ -143,8 +138,7 @@ TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWh
     EXPECT_TRUE(passes(receiver(), 0x32));
     EXPECT_TRUE(receiver().Enabled);
 
-    // Filter changes on a receiver switched off: the table follows, the
-    // channel stays off until EnableRx.
+    // Filter changes on a receiver switched off: the table follows, the channel stays off until EnableRx.
     ASSERT_NO_FATAL_FAILURE(reconfigure([&] { return in->DisableRx(); }));
     EXPECT_FALSE(receiver().Enabled);
     struct Change {
@@ -163,9 +157,7 @@ TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWh
         ASSERT_NO_FATAL_FAILURE(reconfigure(c.Run));
         const auto r = receiver();
         EXPECT_FALSE(r.Enabled);
-        EXPECT_EQ(passes(r, 0x31), c.Pass[0]);
-        EXPECT_EQ(passes(r, 0x32), c.Pass[1]);
-        EXPECT_EQ(passes(r, 0x33), c.Pass[2]);
+        EXPECT_EQ((std::array{passes(r, 0x31), passes(r, 0x32), passes(r, 0x33)}), c.Pass);
     }
     ASSERT_NO_FATAL_FAILURE(reconfigure([&] { return in->EnableRx(); }));
     EXPECT_TRUE(receiver().Enabled);
@@ -179,8 +171,8 @@ TEST(HaldenReceiverOnUnit, FilterChangesReachTheLabelTableAndTheLastCloseSendsWh
     ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().SessionCloses > before.SessionCloses; }));
     EXPECT_FALSE(receiver().Enabled);
     const hdwsim::Counters after = rig.Sim.GetCounters();
-    EXPECT_EQ(after.A429LabelResets[kCh], before.A429LabelResets[kCh] + 1);
-    EXPECT_EQ(after.SessionCloses, before.SessionCloses + 1);
+    EXPECT_EQ(std::tuple(after.A429LabelResets[kCh], after.SessionCloses),
+        std::tuple(before.A429LabelResets[kCh] + 1, before.SessionCloses + 1));
     // In that order: receiver off, transmitter off, label reset, session close.
     const std::vector<uint8_t> log = rig.Sim.RecentCommandCodes();
     const std::vector<uint8_t> expected = {

@@ -1,5 +1,4 @@
-// MIL-STD-1553 end to end on the emulated Halden: a bus controller on
-// channel 0 against the library's terminal on channel 1 or the emulator's.
+// MIL-STD-1553 end to end: the controller on 0 against the terminal on 1 or the emulator's.
 #include "Mil1553Rig.h"
 
 using namespace halden_test;
@@ -40,11 +39,8 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
     for (size_t i = 0; i < got.size(); ++i) {
         const Msg& m = got[i];
         SCOPED_TRACE(i);
-        EXPECT_EQ(m.Subaddress, order[i % 4][0]);
-        EXPECT_EQ(m.Transmit, order[i % 4][1]);
-        EXPECT_EQ(m.TerminalAddress, 5);
-        EXPECT_EQ(m.StatusWord1, 5u << 11);
-        EXPECT_EQ(m.Flags, 0);
+        EXPECT_EQ(std::tuple(m.Subaddress, m.Transmit, m.TerminalAddress, m.StatusWord1, m.Flags),
+            std::tuple(order[i % 4][0], order[i % 4][1], 5, 5u << 11, 0));
         if (i > 0) {
             EXPECT_GT(m.TimeStamp, got[i - 1].TimeStamp);
         }
@@ -62,10 +58,9 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
     ASSERT_EQ(access.size(), 80u);
     for (size_t i = 0; i < access.size(); ++i) {
         const Msg& a = access[i];
-        EXPECT_EQ(a.Transmit, 0);
-        EXPECT_EQ(a.Subaddress, i % 2 == 0 ? 1 : 3) << i;
-        EXPECT_EQ(a.Data, a.Subaddress == 1 ? Words({0xA1, 0xA2, 0xA3}) : Words({0xC1})) << i;
-        EXPECT_EQ(a.StatusWord1, 5u << 11);
+        EXPECT_EQ(std::tuple(a.Transmit, a.Subaddress, a.Data, a.StatusWord1),
+            std::tuple(0, i % 2 == 0 ? 1 : 3, i % 2 == 0 ? Words({0xA1, 0xA2, 0xA3}) : Words({0xC1}), 5u << 11))
+            << i;
     }
     // StopAfter ends the run by itself.
     EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
@@ -93,10 +88,9 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     const std::vector<Msg> seen = Collect(mon, 10, &Rt::ReadMonitor);
     ASSERT_EQ(seen.size(), 10u);
     for (uint16_t i = 0; i < 10; ++i) {
-        EXPECT_EQ(seen[i].GetCommandWord(), sent[i].GetCommandWord()) << i;
-        EXPECT_EQ(seen[i].Data, Words({uint16_t(0x400 + i), i})) << i;
-        EXPECT_EQ(seen[i].StatusWord1, 7u << 11) << i;
-        EXPECT_EQ(seen[i].TimeStamp, sent[i].TimeStamp) << i;
+        EXPECT_EQ(std::tuple(seen[i].GetCommandWord(), seen[i].Data, seen[i].StatusWord1, seen[i].TimeStamp),
+            std::tuple(sent[i].GetCommandWord(), Words({uint16_t(0x400 + i), i}), 7u << 11, sent[i].TimeStamp))
+            << i;
     }
     CKVX_HdwMilStd1553Buffer none;
     unsigned n = 0;
@@ -105,10 +99,9 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
     for (uint16_t i = 0; i < 10; ++i) {
         CKVX_HdwSignalService::CSignal s;
         ASSERT_EQ(sig->WaitSignal(s, 10000), 0u);
-        EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_MIL1553_MESSAGE));
-        EXPECT_EQ(s.Value, sent[i].TransferId | (7u << 11) << 16);
-        EXPECT_EQ(s.Aux, 1u << 24);
-        EXPECT_EQ(s.TimeStamp, sent[i].TimeStamp);
+        EXPECT_EQ(std::tuple(s.Kind, s.Value, s.Aux, s.TimeStamp),
+            std::tuple(unsigned(HDW_SIGNAL_MIL1553_MESSAGE), sent[i].TransferId | (7u << 11) << 16, 1u << 24,
+                sent[i].TimeStamp));
     }
 }
 
@@ -205,10 +198,9 @@ TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
     const std::vector<Msg> got = ReadTransfers(bc, 40);
     ASSERT_EQ(got.size(), 40u);
     for (uint16_t i = 0; i < 40; ++i) {
-        EXPECT_EQ(got[i].Subaddress, 1 + i % 30) << i;
-        EXPECT_EQ(got[i].Data, Words{i}) << i;
-        EXPECT_EQ(got[i].StatusWord1, 7u << 11) << i;
-        EXPECT_TRUE(got[i].TransferId & 0x8000) << i;
+        EXPECT_EQ(std::tuple(got[i].Subaddress, got[i].Data, got[i].StatusWord1, got[i].TransferId & 0x8000),
+            std::tuple(1 + i % 30, Words{i}, 7u << 11, 0x8000))
+            << i;
     }
     EXPECT_EQ(Counters().CommandsByCode[52], configs + 2); // two lists
 
@@ -233,10 +225,8 @@ TEST_F(Mil1553, OneShotListsOf32AndOneThatNeverFits)
         return oneShots.size() >= 2;
     }));
     ASSERT_EQ(oneShots.size(), 2u);
-    EXPECT_EQ(oneShots[0].Subaddress, 2);
-    EXPECT_EQ(oneShots[0].Flags, Msg::FlagNotSent);
-    EXPECT_EQ(oneShots[1].Data, Words{0x66});
-    EXPECT_EQ(oneShots[1].Flags, 0);
+    EXPECT_EQ(std::tuple(oneShots[0].Subaddress, oneShots[0].Flags, oneShots[1].Data, oneShots[1].Flags),
+        std::tuple(2, Msg::FlagNotSent, Words{0x66}, 0));
 }
 
 TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
@@ -256,8 +246,7 @@ TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
     ASSERT_EQ(bc->SendOneShot(BcToRt(6, 9, {0x22})), 0u);
     std::vector<Msg> got = ReadTransfers(bc, 2);
     ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].StatusWord1, 6u << 11);
-    EXPECT_EQ(got[1].StatusWord1, 6u << 11 | 1u << 10);
+    EXPECT_EQ(std::tuple(got[0].StatusWord1, got[1].StatusWord1), std::tuple(6u << 11, 6u << 11 | 1u << 10));
     EXPECT_TRUE(got[1].Flags & Msg::FlagMessageError);
     Msg m;
     EXPECT_EQ(rt->ReadSubaddress(8, m), 0u);
@@ -274,9 +263,8 @@ TEST_F(Mil1553, TerminalStatusBitsMonitorAndIllegalSubaddress)
     // Monitor records: the channel's own accesses among them.
     const std::vector<Msg> seen = Collect(rt, 3, &Rt::ReadMonitor);
     ASSERT_GE(seen.size(), 3u);
-    EXPECT_EQ(seen[0].GetCommandWord(), BcToRt(6, 8, {0x11}).GetCommandWord());
-    EXPECT_EQ(seen[0].Data, Words{0x11});
-    EXPECT_EQ(seen[1].Subaddress, 9);
+    EXPECT_EQ(std::tuple(seen[0].GetCommandWord(), seen[0].Data, seen[1].Subaddress),
+        std::tuple(BcToRt(6, 8, {0x11}).GetCommandWord(), Words{0x11}, 9));
     ASSERT_EQ(rt->StopRt(), 0u);
     EXPECT_EQ(rt->StopRt(), 0u);
 }

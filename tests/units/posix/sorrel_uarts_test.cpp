@@ -81,9 +81,9 @@ TEST_P(SorrelRoundTrip, EveryPairCarriesEveryByteInOrder)
     EXPECT_TRUE(rig.ReadUntil({0, 1, 2, 3, 4, 5}, bytes, 120000));
     const hdwsim::Counters c = rig.Sim.GetCounters(); // all received: the lines are done
     for (unsigned n = 0; n < 6; ++n) {
-        EXPECT_EQ(c.UartRxDropped[n], 0u) << n;
-        EXPECT_EQ(c.UartFramingErrors[n], 0u) << n;
-        EXPECT_EQ(c.UartTransmitted[n], bytes) << n;
+        EXPECT_EQ(
+            std::tuple(c.UartRxDropped[n], c.UartFramingErrors[n], c.UartTransmitted[n]), std::tuple(0u, 0u, bytes))
+            << n;
         const auto& got = rig.Uarts[n].Got;
         EXPECT_EQ(got.size(), bytes) << "UART " << n;
         EXPECT_TRUE(got == sent[n ^ 1u]) << "UART " << n << " received other bytes than UART " << (n ^ 1u) << " sent";
@@ -227,8 +227,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     std::string error;
     ASSERT_TRUE(rig.Sim.Plug(&error)) << error;
     EXPECT_EQ(rig.Open(2, Line(115200)), 0u);
-    EXPECT_EQ(status().State, unsigned(HDW_UNIT_LINK_UP));
-    EXPECT_EQ(status().Returns, 1u);
+    EXPECT_EQ(std::tuple(status().State, status().Returns), std::tuple(unsigned(HDW_UNIT_LINK_UP), 1u));
 
     // The rest of the stream after one gap, up to its last byte.
     const size_t tail = 64;
