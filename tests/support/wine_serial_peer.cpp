@@ -211,8 +211,9 @@ std::string Settings(const Line& line)
     const tcflag_t size = t.c_cflag & CSIZE;
     const int bits = size == CS5 ? 5 : size == CS6 ? 6 : size == CS7 ? 7 : 8;
     const bool odd = (t.c_cflag & PARODD) != 0;
-    const char* parity = !(t.c_cflag & PARENB) ? "none" : (t.c_cflag & CMSPAR) ? (odd ? "mark" : "space")
-                                                                                : (odd ? "odd" : "even");
+    const char* parity = !(t.c_cflag & PARENB) ? "none"
+        : (t.c_cflag & CMSPAR)                 ? (odd ? "mark" : "space")
+                                               : (odd ? "odd" : "even");
     const bool raw = (t.c_lflag & (ICANON | ECHO | ISIG)) == 0 && (t.c_oflag & OPOST) == 0 &&
         (t.c_iflag & (ICRNL | INLCR | IGNCR)) == 0;
     std::ostringstream s;
