@@ -63,6 +63,8 @@ public:
             this->UpdateDriven(e.State, e.Changed, e.Sequence, e.Time);
         else if constexpr (std::is_same_v<Base, CKVX_HdwArinc429ByteInBufferService>)
             this->AppendWord(e.Word, e.Time);
+        else if constexpr (std::is_same_v<Base, CKVX_HdwSignalService>)
+            this->PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, e.Word, e.Time);
         else
             this->AppendFrame(e.Frame, e.Time);
         return 0;
@@ -94,20 +96,7 @@ using CTestDiscreteInService = CDriven<CKVX_HdwDiscreteInService, EventDiscrete>
 using CTestDiscreteOutService = CDriven<CKVX_HdwDiscreteOutService, EventDiscrete>;
 using CTestArinc429ByteInService = CDriven<CKVX_HdwArinc429ByteInBufferService, EventArinc429Rx>;
 using CTestCanByteInService = CDriven<CKVX_HdwCanByteInBufferService, EventCanRx>;
-
-class CTestSignalService : public CKVX_HdwSignalService {
-public:
-    using CKVX_HdwSignalService::CKVX_HdwSignalService;
-    unsigned ProcessEvent(CKVX_HdwEvent* event) override
-    {
-        const CTestEvent& e = *static_cast<CTestEvent*>(event);
-        if (e.GetEventCode() == EventArinc429Rx)
-            PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, e.Word, e.Time);
-        else if (e.GetEventCode() == EventCanRx)
-            PostCan(HDW_SIGNAL_CAN_RECEIVED, e.Frame, e.Time);
-        return 0;
-    }
-};
+using CTestSignalService = CDriven<CKVX_HdwSignalService, EventArinc429Rx>;
 
 // An I2C master queueing as a driver does; the test plays the unit.
 class CTestI2cMaster : public CKVX_HdwI2cMasterService {
@@ -319,6 +308,17 @@ public:
 
     std::unique_ptr<CTestBusDevice> Device = std::make_unique<CTestBusDevice>(); // outlives the manager
     CKVX_HdwManager Manager;
+};
+
+// A running rig's ARINC 429 ports, with the input and output services the test puts on them.
+template <class In, class Out = CKVX_HdwService>
+class CArinc429Rig : public ::testing::Test {
+protected:
+    CBusRig rig;
+    CTestRxPort* rx = rig.Rx();
+    CTestTxPort* tx = rig.Tx();
+    In* in = nullptr;
+    Out* out = nullptr;
 };
 
 inline CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned ssm = 0, unsigned data = 0)

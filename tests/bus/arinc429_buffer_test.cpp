@@ -52,24 +52,15 @@ TEST(Arinc429Filter, AcceptAndDiscardPerLabelSdiAndSsm)
     EXPECT_EQ(Accepted(s), want);
 }
 
-class Arinc429InBuffer : public ::testing::Test {
+class Arinc429InBuffer : public CArinc429Rig<CTestArinc429InService> {
 protected:
-    void SetUp() override
-    {
-        rx = rig.Rx();
-        in = Enable<CTestArinc429InService>(rx, 4);
-        ASSERT_NE(in, nullptr);
-    }
+    void SetUp() override { ASSERT_NE(in = Enable<CTestArinc429InService>(rx, 4), nullptr); }
     unsigned Waiting()
     {
         unsigned n = 0;
         EXPECT_EQ(in->GetReadMessagesNumber(n), 0u);
         return n;
     }
-
-    CBusRig rig;
-    CTestRxPort* rx = nullptr;
-    CTestArinc429InService* in = nullptr;
 };
 
 TEST_F(Arinc429InBuffer, StoppedAnswers29FailedAnswers15AndRestartEmptiesTheListButKeepsTheFilter)

@@ -56,12 +56,10 @@ TEST(Arinc429StreamWord, SequenceCheckCountsGapsAcrossTheWrapAndSpotsRepeats)
     EXPECT_EQ(hdw::bus::CheckStreamSequence(synced, last, 1).Lost, 6u); // the most a 3-bit count tells
 }
 
-class Arinc429ByteStream : public ::testing::Test {
+class Arinc429ByteStream : public CArinc429Rig<CByteIn, CByteOut> {
 protected:
     void SetUp() override
     {
-        rx = rig.Rx();
-        tx = rig.Tx();
         in = Install<CByteIn>(rx);
         out = Install<CByteOut>(tx);
     }
@@ -103,11 +101,6 @@ protected:
         return got;
     }
 
-    CBusRig rig;
-    CTestRxPort* rx = nullptr;
-    CTestTxPort* tx = nullptr;
-    CByteIn* in = nullptr;
-    CByteOut* out = nullptr;
     uint64_t time = 100;
 };
 

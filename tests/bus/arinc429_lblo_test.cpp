@@ -10,16 +10,13 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
-class Lblo : public ::testing::Test {
+class Lblo : public CArinc429Rig<CTestArinc429InLbloService, CKVX_HdwArinc429OutLbloService> {
 protected:
     void SetUp() override
     {
-        rx = rig.Rx();
-        tx = rig.Tx();
         in = Enable<CTestArinc429InLbloService>(rx, HDW_SERVICE_ARINC429_LABEL_IN);
         out = Enable<CKVX_HdwArinc429OutLbloService>(tx, HDW_SERVICE_ARINC429_LABEL_OUT);
-        ASSERT_NE(in, nullptr);
-        ASSERT_NE(out, nullptr);
+        ASSERT_TRUE(in && out);
     }
     std::vector<CKVX_HdwArinc429Message> Changed()
     {
@@ -29,12 +26,6 @@ protected:
         changed.resize(n);
         return changed;
     }
-
-    CBusRig rig;
-    CTestRxPort* rx = nullptr;
-    CTestTxPort* tx = nullptr;
-    CTestArinc429InLbloService* in = nullptr;
-    CKVX_HdwArinc429OutLbloService* out = nullptr;
 };
 
 } // namespace

@@ -153,29 +153,22 @@ TEST_F(Generator, DisablePausesAndDropsTheBacklogEnableResumesWithoutCatchingUpR
     EXPECT_TRUE(gen.IsEnabled()); // Reset leaves the switch as it was
 }
 
-TEST_F(Generator, CounterWrapsWithinItsLimits)
+TEST_F(Generator, CounterWrapsWithinItsLimitsAndDiscreteBitsToggleEveryPeriod)
 {
-    Def d(0x22, 100.0);
-    d.Pattern = Gen::PatternCounter;
-    d.Min = 10;
-    d.Max = 13;
-    d.Step = 3;
-    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
-    EXPECT_EQ(Data(Run(0, 60000, 60000), 0x22), (std::vector<uint32_t>{10, 13, 12, 11, 10, 13, 12}));
-}
-
-TEST_F(Generator, DiscreteBitsToggleEveryPeriod)
-{
-    Def d(0x23, 10.0);
-    d.Pattern = Gen::PatternDiscrete;
-    d.Data = 0x100;
-    d.Mask = 0x3;
-    d.Period = 0.5;
-    ASSERT_EQ(gen.SetLabels(&d, 1), 0u);
-    const auto data = Data(Run(0, 1400000, 10000), 0x23);
-    ASSERT_EQ(data.size(), 15u);
-    for (unsigned i = 0; i < data.size(); ++i)
-        EXPECT_EQ(data[i], (i / 5) % 2 ? 0x103u : 0x100u) << i;
+    Def defs[2] = {Def(0x22, 100.0), Def(0x23, 10.0)};
+    std::tie(defs[0].Pattern, defs[0].Min, defs[0].Max, defs[0].Step) = std::tuple(Gen::PatternCounter, 10u, 13u, 3u);
+    std::tie(defs[1].Pattern, defs[1].Data, defs[1].Mask, defs[1].Period) =
+        std::tuple(Gen::PatternDiscrete, 0x100u, 0x3u, 0.5);
+    ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
+    const auto words = Run(0, 1400000, 10000);
+    const auto counter = Data(words, 0x22);
+    ASSERT_EQ(counter.size(), 141u);
+    EXPECT_EQ(std::vector<uint32_t>(counter.begin(), counter.begin() + 7),
+        (std::vector<uint32_t>{10, 13, 12, 11, 10, 13, 12}));
+    const auto discrete = Data(words, 0x23);
+    ASSERT_EQ(discrete.size(), 15u);
+    for (unsigned i = 0; i < discrete.size(); ++i)
+        EXPECT_EQ(discrete[i], (i / 5) % 2 ? 0x103u : 0x100u) << i;
 }
 
 TEST_F(Generator, BcdNegativeValuesSendTheMinusSsm)

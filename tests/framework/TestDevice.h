@@ -5,6 +5,8 @@
 
 #include "support/Wait.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -233,6 +235,30 @@ public:
 
 private:
     std::vector<PortEntry> m_Ports;
+};
+
+// A running manager with the test device attached and enumerated; the set-up's calls are taken from the log.
+class RunningDevice : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(manager.AttachDevice(&device), 0u);
+        ASSERT_EQ(manager.Enumerate(), 0u);
+        ASSERT_NE(port = device.Port(0, 0), nullptr);
+        ASSERT_EQ(manager.Run(), 0u);
+        device.log.Take();
+    }
+    void TearDown() override { manager.Stop(); }
+    static TestService* Enable(TestPort* p)
+    {
+        CKVX_HdwService* s = nullptr;
+        EXPECT_EQ(p->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
+        return static_cast<TestService*>(s);
+    }
+
+    TestDevice device{60, 2, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
+    CKVX_HdwManager manager;
+    TestPort* port = nullptr; // unit 0, channel 0
 };
 
 using testsupport::WaitUntil;

@@ -6,37 +6,14 @@ using namespace fwtest;
 
 namespace {
 
-class PortLifecycle : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(manager.AttachDevice(&device), 0u);
-        ASSERT_EQ(manager.Enumerate(), 0u);
-        port = device.Port(0, 0);
-        ASSERT_NE(port, nullptr);
-        ASSERT_EQ(manager.Run(), 0u);
-        device.log.Take();
-    }
-    void TearDown() override { manager.Stop(); }
-
-    TestService* Enable(unsigned type = HDW_SERVICE_SIGNAL)
-    {
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(port->EnableService(type, &s, nullptr), 0u);
-        return static_cast<TestService*>(s);
-    }
-
-    TestDevice device{50, 1, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
-    CKVX_HdwManager manager;
-    TestPort* port = nullptr;
-};
+class PortLifecycle : public RunningDevice {};
 
 TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrderAndWrongStatesChangeNothing)
 {
     EXPECT_EQ(port->Open(nullptr), 15u) << "no service";
     EXPECT_TRUE(device.log.Take().empty()) << "the device must not be touched";
-    TestService* s0 = Enable();
-    TestService* s1 = Enable();
+    TestService* s0 = Enable(port);
+    TestService* s1 = Enable(port);
     CKVX_HdwPort::CParameters params;
     params.PortNum = 17;
     ASSERT_EQ(port->Open(&params), 0u);
@@ -76,7 +53,7 @@ TEST_F(PortLifecycle, OpenAndCloseTakeTheirStepsInOrderAndWrongStatesChangeNothi
 
 TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
 {
-    Enable();
+    Enable(port);
     device.OpenResult = 5;
     EXPECT_EQ(port->Open(nullptr), 14u) << "the unit link did not open";
     device.OpenResult = 0;
@@ -87,7 +64,7 @@ TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
     EXPECT_EQ(port->GetServiceCount(), 1u) << "a channel refusal keeps the services";
 
     instance->OpenPortResult = 0;
-    Enable()->StartResult = 3;
+    Enable(port)->StartResult = 3;
     device.log.Take();
     EXPECT_EQ(port->Open(nullptr), 15u);
     EXPECT_FALSE(port->IsOpen());
@@ -102,9 +79,8 @@ TEST_F(PortLifecycle, FailuresWhileOpeningAreReportedAndLeaveThePortClosed)
 TEST_F(PortLifecycle, UnitLinkClosesWithItsLastPortAStoppedManagerRefusesChangesAndStopClosesOpenPorts)
 {
     TestPort* other = device.Port(0, 1);
-    CKVX_HdwService* idle = nullptr;
-    ASSERT_EQ(other->EnableService(HDW_SERVICE_SIGNAL, &idle, nullptr), 0u);
-    Enable();
+    TestService* idle = Enable(other);
+    Enable(port);
     ASSERT_EQ(port->Open(nullptr), 0u);
     ASSERT_EQ(other->Open(nullptr), 0u);
     EXPECT_FALSE(device.CanClose(0));

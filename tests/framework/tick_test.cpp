@@ -9,29 +9,20 @@ using namespace fwtest;
 
 namespace {
 
-class Tick : public ::testing::Test {
+class Tick : public RunningDevice {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(manager.AttachDevice(&device), 0u);
-        ASSERT_EQ(manager.Enumerate(), 0u);
-        ASSERT_EQ(manager.Run(), 0u);
+        ASSERT_NO_FATAL_FAILURE(RunningDevice::SetUp());
         // The manager's own timer must not interleave with the ticks made here.
         ASSERT_EQ(manager.StopMainTimer(), 0u);
     }
-    void TearDown() override { manager.Stop(); }
-
     TestService* OpenWithService(unsigned instance, unsigned index)
     {
-        TestPort* p = device.Port(instance, index);
-        CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(p->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr), 0u);
-        EXPECT_EQ(p->Open(nullptr), 0u);
-        return static_cast<TestService*>(s);
+        TestService* s = Enable(device.Port(instance, index));
+        EXPECT_EQ(device.Port(instance, index)->Open(nullptr), 0u);
+        return s;
     }
-
-    TestDevice device{60, 2, {{HDW_PORT_CAN, "0"}, {HDW_PORT_CAN, "1"}}};
-    CKVX_HdwManager manager;
 };
 
 TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndEventsStopAtARefusal)
@@ -69,7 +60,7 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndE
     EXPECT_EQ(a0->eventCount.load(), 1u);
     EXPECT_EQ(b0->eventCount.load(), 0u);
 
-    ASSERT_EQ(device.Port(0, 0)->Close(), 0u);
+    ASSERT_EQ(port->Close(), 0u);
     ASSERT_EQ(device.Port(0, 1)->Close(), 0u);
     device.log.Take();
     device.HdwTimerHandler(8);
@@ -89,7 +80,7 @@ TEST_F(Tick, FailingPortAbortsOnlyItsUnitAndEndsThatUnitsPortPass)
     EXPECT_EQ(b0->tickCount.load(), 0u) << "the failing unit's later ports are not ticked";
     EXPECT_EQ(a1->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
     EXPECT_EQ(a1->tickCount.load(), 1u) << "other units still get their tick";
-    EXPECT_TRUE(device.Port(0, 0)->IsOpen()) << "aborting leaves the ports open";
+    EXPECT_TRUE(port->IsOpen()) << "aborting leaves the ports open";
 }
 
 TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
@@ -117,11 +108,10 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
     ASSERT_TRUE(WaitUntil([&] { return s->lastTick.load() > seen; }));
     EXPECT_GE(manager.GetTickCounter(), 5u);
 
-    TestPort* p0 = device.Port(0, 0);
+    TestPort* p0 = port;
     TestPort* p1 = device.Port(1, 1);
     ASSERT_EQ(p0->Close(), 0u);
-    CKVX_HdwService* other = nullptr;
-    ASSERT_EQ(p1->EnableService(HDW_SERVICE_SIGNAL, &other, nullptr), 0u);
+    Enable(p1);
     std::atomic<bool> stop{false};
     std::thread events([&] {
         CKVX_HdwEvent ev;
