@@ -21,15 +21,13 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
     ASSERT_TRUE(in && signals && frames);
     EXPECT_EQ(CKVX_HdwSignalService::FindOn(rx), signals);
     EXPECT_EQ(CKVX_HdwSignalService::FindOn(can), nullptr);
-    CKVX_HdwArinc429InBufferService::CParameters p;
-    p.BufferSize = kWords;
-    in->SetParameters(&p);
-    CKVX_HdwSignalService::CParameters sp;
-    sp.BufferSize = kWords;
-    signals->SetParameters(&sp);
-    CKVX_HdwCanInBufferService::CParameters cp;
-    cp.BufferSize = kWords;
-    frames->SetParameters(&cp);
+    auto holdAll = [](auto* service, auto params) {
+        params.BufferSize = kWords;
+        ASSERT_EQ(service->SetParameters(&params), 0u);
+    };
+    holdAll(in, CKVX_HdwArinc429InBufferService::CParameters());
+    holdAll(signals, CKVX_HdwSignalService::CParameters());
+    holdAll(frames, CKVX_HdwCanInBufferService::CParameters());
     // Every other label is refused by the filter.
     for (unsigned l = 1; l < 256; l += 2)
         in->DiscardMessage(static_cast<unsigned char>(l));

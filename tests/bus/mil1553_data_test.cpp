@@ -9,15 +9,6 @@
 using namespace bustest;
 using namespace mil1553test;
 
-namespace {
-
-Msg BcToRt(uint8_t ta, uint8_t sa, unsigned words)
-{
-    return mil1553test::BcToRt(ta, sa, Words(words, 0x1234));
-}
-
-} // namespace
-
 TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
 {
     struct Case {
@@ -35,8 +26,8 @@ TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
     };
     const Msg rr = RtToRt(7, 2, 9, 1, 4);
     const std::vector<Case> cases = {
-        {"BC-to-RT 32 words", BcToRt(1, 1, 32), 0},
-        {"33 data words", withData(BcToRt(1, 1, 1), std::vector<uint16_t>(33)), 2},
+        {"BC-to-RT 32 words", BcToRt(1, 1, Words(32)), 0},
+        {"33 data words", BcToRt(1, 1, Words(33)), 2},
         {"RT-to-BC with data given", withData(RtToBc(1, 1, 2), {1, 2}), 2},
         {"transmit to broadcast", RtToBc(31, 1, 2), 2},
         {"broadcast mode code without data", ModeCode(31, true, 1), 0},
@@ -56,8 +47,8 @@ TEST(MilStd1553Message, CheckRefusesWhatTheBusCannotCarry)
 TEST(MilStd1553Message, BusTimeFollowsTheTimingRule)
 {
     const unsigned rt = 14;
-    EXPECT_EQ(BcToRt(1, 1, 4).GetBusTimeUs(rt), 5 * 20 + 14 + 20 + 4u);
-    EXPECT_EQ(BcToRt(31, 1, 4).GetBusTimeUs(rt), 5 * 20 + 4u); // broadcast: nobody answers
+    EXPECT_EQ(BcToRt(1, 1, Words(4)).GetBusTimeUs(rt), 5 * 20 + 14 + 20 + 4u);
+    EXPECT_EQ(BcToRt(31, 1, Words(4)).GetBusTimeUs(rt), 5 * 20 + 4u); // broadcast: nobody answers
     EXPECT_EQ(RtToBc(1, 1, 0).GetBusTimeUs(rt), 20 + 14 + 33 * 20 + 4u);
     Msg mc = ModeCode(1, true, 2);
     mc.GapUs = 10;
@@ -72,12 +63,8 @@ TEST(MilStd1553Message, BusTimeFollowsTheTimingRule)
 TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
 {
     CKVX_HdwMilStd1553MajorFrame f;
-    f.Messages = {BcToRt(1, 1, 32), RtToBc(2, 3, 32)};
-    f.MinorFrames.resize(2);
-    f.MinorFrames[0].PeriodUs = 2000;
-    f.MinorFrames[0].Messages = {0, 1};
-    f.MinorFrames[1].PeriodUs = 20000;
-    f.MinorFrames[1].Messages = {1, 1, 0};
+    f.Messages = {BcToRt(1, 1, Words(32)), RtToBc(2, 3, 32)};
+    f.MinorFrames = {Minor(2000, {0, 1}), Minor(20000, {1, 1, 0})};
     EXPECT_EQ(f.Check(14), 0u);
     EXPECT_EQ(f.GetTableWords(), 1 + 4 + 5u);
 
@@ -97,11 +84,7 @@ TEST(MilStd1553MajorFrame, CheckRefusesBadSchedules)
     // 60 minor frames of 34 indexes: 1 + 60 * 36 = 2161 table words.
     EXPECT_EQ(bad([](auto& g) {
         g.Messages = {ModeCode(31, true, 1)};
-        g.MinorFrames.assign(60, CKVX_HdwMilStd1553MinorFrame());
-        for (auto& m : g.MinorFrames) {
-            m.PeriodUs = 100000;
-            m.Messages.assign(34, 0);
-        }
+        g.MinorFrames.assign(60, Minor(100000, std::vector<uint16_t>(34, 0)));
     }),
         2u);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 TEST(Buffer, ValuesAreStoredLittleEndianAndReadBackAsWritten)
@@ -14,25 +15,14 @@ TEST(Buffer, ValuesAreStoredLittleEndianAndReadBackAsWritten)
         0x0D, 0x0E, 0xFE, 0xFF, 0x90, 0xEE, 0xFE, 0xFF, 0x01, 2, 0, 0, 0, 'A', 'B', 0, 0, 0, 0};
     EXPECT_EQ(std::vector<uint8_t>(b.GetData(), b.GetData() + b.GetLength()), expected);
 
-    uint8_t u8 = 0;
-    uint16_t u16 = 0;
-    uint32_t u32 = 0;
-    uint64_t u64 = 0;
-    int16_t i16 = 0;
-    int32_t i32 = 0;
-    bool flag = false;
-    CKVX_String text, empty("x");
+    std::tuple<uint8_t, uint16_t, uint32_t, uint64_t, int16_t, int32_t, bool, CKVX_String, CKVX_String> got;
+    auto& [u8, u16, u32, u64, i16, i32, flag, text, empty] = got;
+    empty = "x";
     b >> u8 >> u16 >> u32 >> u64 >> i16 >> i32 >> flag >> text >> empty;
     EXPECT_FALSE(b.Fail());
-    EXPECT_EQ(u8, 0xA1);
-    EXPECT_EQ(u16, 0x0201);
-    EXPECT_EQ(u32, 0x06050403u);
-    EXPECT_EQ(u64, 0x0E0D0C0B0A090807ull);
-    EXPECT_EQ(i16, -2);
-    EXPECT_EQ(i32, -70000);
-    EXPECT_TRUE(flag);
-    EXPECT_EQ(text, "AB");
-    EXPECT_EQ(empty, "");
+    EXPECT_EQ(got,
+        std::tuple(uint8_t(0xA1), uint16_t(0x0201), uint32_t(0x06050403), uint64_t(0x0E0D0C0B0A090807ull), int16_t(-2),
+            int32_t(-70000), true, CKVX_String("AB"), CKVX_String("")));
     EXPECT_EQ(b.GetRemaining(), 0u);
 }
 
