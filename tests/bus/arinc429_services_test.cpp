@@ -3,8 +3,6 @@
 
 #include <HdwLib/bus/internal/Arinc429StreamWord.h>
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <numeric>
 #include <tuple>

@@ -1,8 +1,6 @@
 // The generic CAN services: fault status and byte streams in frames.
 #include "TestBusDevice.h"
 
-#include <gtest/gtest.h>
-
 #include <numeric>
 #include <vector>
 
@@ -60,9 +58,7 @@ TEST_F(Can, ByteOutputBuildsFramesUntilTheUnitConfirmsThem)
 {
     auto* out = Install<CKVX_HdwCanByteOutBufferService>(can);
     CKVX_HdwCanByteOutBufferService::CParameters p;
-    p.Identifier = 0x1ABCDEF;
-    p.Extended = 1;
-    p.BufferSize = 0;
+    std::tie(p.Identifier, p.Extended, p.BufferSize) = std::tuple(0x1ABCDEFu, 1, 0u);
     ASSERT_EQ(out->SetParameters(&p), 0u);
     ASSERT_EQ(can->Open(nullptr), 0u);
 

@@ -171,21 +171,6 @@ TEST_F(Generator, CounterWrapsWithinItsLimitsAndDiscreteBitsToggleEveryPeriod)
         EXPECT_EQ(discrete[i], (i / 5) % 2 ? 0x103u : 0x100u) << i;
 }
 
-TEST_F(Generator, BcdNegativeValuesSendTheMinusSsm)
-{
-    Def d = Bnr(0x24, 1, 0.1, -50, 50, Gen::WaveSine, 4.0);
-    d.Pattern = Gen::PatternBcd;
-    d.Ssm = 0;
-    ASSERT_EQ(d.IsValid(), true);
-    const auto up = Gen::ComputeWord(d, 0, 1.0);
-    EXPECT_EQ(up.Data, 0x00500u);
-    EXPECT_EQ(up.Ssm, 0);
-    const auto down = Gen::ComputeWord(d, 0, 3.0);
-    EXPECT_EQ(down.Data, 0x00500u);
-    EXPECT_EQ(down.Ssm, 3);
-    EXPECT_EQ(Gen::ComputeWord(d, 0, 0.0).Ssm, 0); // zero is plus
-}
-
 TEST(GeneratorState, OperationsAnswer29UntilStartedAndEnableOnStartZeroWaitsForEnable)
 {
     Gen gen(nullptr);
@@ -227,16 +212,12 @@ TEST_F(Generator, AnInvalidDefinitionAnswers2AndChangesNothing)
         [](Def& d) { std::tie(d.Pattern, d.Min, d.Max, d.Step) = std::tuple(Gen::PatternCounter, 0u, 9u, 11u); });
     add("random min above max",
         [](Def& d) { std::tie(d.Pattern, d.Min, d.Max) = std::tuple(Gen::PatternRandom, 9u, 3u); });
-    add("discrete period 0", [](Def& d) {
-        d.Pattern = Gen::PatternDiscrete;
-        d.Period = 0;
-    });
+    add("discrete period 0", [](Def& d) { std::tie(d.Pattern, d.Period) = std::tuple(Gen::PatternDiscrete, 0.0); });
     add("BNR more than 18 bits", [](Def& d) { d = Bnr(0x31, 1 << 20, 1, 0, 10, Gen::WaveSine, 1); });
     add("BNR high at the range", [](Def& d) { d = Bnr(0x31, 512, 0.25, 0, 512, Gen::WaveSine, 1); });
-    add("BCD value beyond its digits", [](Def& d) {
+    add("BCD value beyond its 4 digits", [](Def& d) {
         d = Bnr(0x31, 512, 0.1, 0, 800.0, Gen::WaveSine, 1);
-        d.Pattern = Gen::PatternBcd;
-        d.Digits = 4; // 799.9 at most
+        std::tie(d.Pattern, d.Digits) = std::tuple(Gen::PatternBcd, 4); // 799.9 at most
     });
     for (const auto& [why, d] : bad) {
         EXPECT_FALSE(d.IsValid()) << why;
@@ -269,7 +250,7 @@ TEST(GeneratorValues, BnrIsTwosComplementBelowTheSignBitAndBcdDigitsHaveAThreeBi
         EXPECT_EQ(Gen::EncodeBcd(value, resolution, digits), data) << value << " in " << digits << " digits";
 }
 
-TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPoints)
+TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPointsAndBcdNegativesSendTheMinusSsm)
 {
     // -100 .. 100 over 4 s, 1/128 steps (range 256, 15 bits).
     const std::tuple<unsigned char, double, double> points[] = {{Gen::WaveSine, 0.0, 0}, {Gen::WaveSine, 1.0, 100},
@@ -281,6 +262,14 @@ TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPoints)
         const Def d = Bnr(0x11, 256, 1.0 / 128, -100, 100, wave, 4.0);
         EXPECT_TRUE(d.IsValid());
         EXPECT_EQ(Gen::ComputeWord(d, 0, s).Data, Gen::EncodeBnr(value, 1.0 / 128, 15)) << int(wave) << " at " << s;
+    }
+    Def bcd = Bnr(0x24, 1, 0.1, -50, 50, Gen::WaveSine, 4.0);
+    std::tie(bcd.Pattern, bcd.Ssm) = std::tuple(Gen::PatternBcd, 0);
+    ASSERT_TRUE(bcd.IsValid());
+    // Seconds, data, SSM: zero is plus.
+    for (auto [s, data, ssm] : {std::tuple(1.0, 0x500u, 0), std::tuple(3.0, 0x500u, 3), std::tuple(0.0, 0u, 0)}) {
+        const auto w = Gen::ComputeWord(bcd, 0, s);
+        EXPECT_EQ(std::tuple(w.Data, int(w.Ssm)), std::tuple(data, ssm)) << s;
     }
 }
 

@@ -2,8 +2,6 @@
 #include "TestBusDevice.h"
 #include "support/Wait.h"
 
-#include <gtest/gtest.h>
-
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -106,8 +104,7 @@ TEST(DiscreteOut, OpenChecksItsParametersThenReadBackAndSequenceGaps)
     auto* out = Enable<CKVX_HdwDiscreteOutService>(port, HDW_SERVICE_DISCRETE_OUT);
     ASSERT_NE(out, nullptr);
     CKVX_HdwDiscreteOutPort::CParameters p;
-    p.InitialState = 0xA5;
-    p.InvertMask = 0x8000;
+    std::tie(p.InitialState, p.InvertMask) = std::tuple(0xA5u, 0x8000u);
     EXPECT_EQ(port->Open(&p), unsigned(HDW_ERR_ARGUMENT));
     EXPECT_FALSE(port->IsOpen());
     p.InvertMask = 0x0F;

@@ -1,8 +1,6 @@
 // A driver's receive path against readers in other threads (run under TSan too).
 #include "TestBusDevice.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <thread>
 #include <vector>

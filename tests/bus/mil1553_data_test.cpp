@@ -2,8 +2,6 @@
 
 #include "TestBusDevice.h"
 
-#include <gtest/gtest.h>
-
 #include "support/Mil1553Messages.h"
 
 using namespace bustest;

@@ -1,8 +1,6 @@
 // The generic bus ports: their parameters and which services each admits.
 #include "TestBusDevice.h"
 
-#include <gtest/gtest.h>
-
 #include <tuple>
 #include <vector>
 
@@ -25,9 +23,7 @@ TEST_F(BusPorts, Arinc429OpenInstallsParametersEvenWhenItFailsMilStd1553ValidOne
 {
     CTestRxPort* rx = rig.Rx();
     CKVX_HdwArinc429RxPort::CParameters p;
-    p.BaudRate = 100000;
-    p.Parity = 2;
-    p.PortNum = 9;
+    std::tie(p.BaudRate, p.Parity, p.PortNum) = std::tuple(100000u, 2, 9u);
     // No service enabled: the base open refuses, the parameters stay.
     EXPECT_EQ(rx->Open(&p), 15u);
     CKVX_HdwArinc429RxPort::CParameters back;

@@ -1,7 +1,5 @@
 #include "TestBusDevice.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -16,8 +14,7 @@ protected:
     void StartWith(unsigned bound, uint32_t mask = CKVX_HdwSignalService::CParameters::AllSignals)
     {
         CKVX_HdwSignalService::CParameters p;
-        p.BufferSize = bound;
-        p.SignalMask = mask;
+        std::tie(p.BufferSize, p.SignalMask) = std::tuple(bound, mask);
         ASSERT_EQ(signals.SetParameters(&p), 0u);
         ASSERT_EQ(signals.Start(), 0u);
     }
@@ -83,9 +80,8 @@ TEST_F(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeInt
     CKVX_HdwCanPort::CFaultStatus previous;
     for (unsigned i = 0; i < 7; ++i) {
         CKVX_HdwCanPort::CFaultStatus current;
-        current.Status = states[i][0];
-        current.ErrReg0 = uint8_t(states[i][1]);
-        current.ErrReg1 = uint8_t(states[i][2]);
+        std::tie(current.Status, current.ErrReg0, current.ErrReg1) =
+            std::tuple(states[i][0], states[i][1], states[i][2]);
         ASSERT_EQ(signals.PostCanFaultStatus(previous, current, 10 + i), 0u);
         previous = current;
     }

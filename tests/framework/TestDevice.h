@@ -132,11 +132,10 @@ private:
     unsigned m_Index;
 };
 
-using PortEntry = std::pair<unsigned, const char*>;
-
 class TestDevice : public CKVX_HdwDevice {
 public:
-    TestDevice(uint64_t code, unsigned instances, std::vector<PortEntry> ports) : m_Ports(std::move(ports))
+    TestDevice(uint64_t code, unsigned instances, std::vector<std::pair<unsigned, const char*>> ports)
+        : m_Ports(std::move(ports))
     {
         for (unsigned i = 0; i < instances; ++i)
             Serials.push_back("SN" + std::to_string(i));
@@ -234,7 +233,7 @@ public:
     bool seenScan = false;
 
 private:
-    std::vector<PortEntry> m_Ports;
+    std::vector<std::pair<unsigned, const char*>> m_Ports;
 };
 
 // A running manager with the test device attached and enumerated; the set-up's calls are taken from the log.

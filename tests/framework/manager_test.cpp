@@ -1,8 +1,7 @@
 #include "TestDevice.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
+#include <tuple>
 
 using namespace fwtest;
 
@@ -161,12 +160,10 @@ TEST(PortIdentifier, BuildsTheKnownKeysRefusesWhatCannotBeAKeyParsesThemBackAndM
     ASSERT_EQ(again.Set(2, 5, "M", "F", "R", "S", 3), 0u);
     EXPECT_TRUE(id.CheckMatch(again));
     EXPECT_TRUE(id.CheckMatch(again.GetKeyString()));
-    ASSERT_EQ(again.Set(2, 0, "M", "F", "R", "S", 4), 0u);
-    EXPECT_FALSE(id.CheckMatch(again)) << "another channel";
-    ASSERT_EQ(again.Set(3, 0, "M", "F", "R", "S", 3), 0u);
-    EXPECT_FALSE(id.CheckMatch(again)) << "another port type";
-    ASSERT_EQ(again.Set(2, 0, "M", "F", "R", "S2", 3), 0u);
-    EXPECT_FALSE(id.CheckMatch(again)) << "another unit";
+    for (const auto& [t, unit, ch] : {std::tuple(2u, "S", 4u), std::tuple(3u, "S", 3u), std::tuple(2u, "S2", 3u)}) {
+        ASSERT_EQ(again.Set(t, 0, "M", "F", "R", unit, ch), 0u);
+        EXPECT_FALSE(id.CheckMatch(again)) << t << " " << unit << " " << ch;
+    }
     EXPECT_FALSE(id.CheckMatch(CKVX_String("garbage")));
 }
 

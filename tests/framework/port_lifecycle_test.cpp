@@ -1,7 +1,5 @@
 #include "TestDevice.h"
 
-#include <gtest/gtest.h>
-
 using namespace fwtest;
 
 namespace {

@@ -1,8 +1,6 @@
 // The periodic tick, called directly so that every tick is observed exactly.
 #include "TestDevice.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
 
 using namespace fwtest;
