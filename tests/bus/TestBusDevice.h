@@ -220,13 +220,8 @@ public:
         AddPortDescriptor(0, new CTestSpiPort(this, 0, "SPI0"), 0, "SPI 0");
         return 0;
     }
-    unsigned Open(unsigned instance) override { return SetOpen(instance, true) ? 0u : unsigned(HDW_ERR_ARGUMENT); }
-    unsigned Close(unsigned instance) override
-    {
-        if (CanClose(instance))
-            SetOpen(instance, false);
-        return 0;
-    }
+    unsigned Open(unsigned instance) override { return SetOpen(instance, true); }
+    unsigned Close(unsigned instance) override { return CanClose(instance) ? SetOpen(instance, false) : 0u; }
     // Offers an event to the unit's ports of that type, under the unit lock.
     unsigned Deliver(unsigned portType, CKVX_HdwEvent& event)
     {
@@ -237,15 +232,15 @@ public:
     }
 
 private:
-    bool SetOpen(unsigned instance, bool open)
+    unsigned SetOpen(unsigned instance, bool open)
     {
         CDeviceInstance* inst = GetDeviceInstance(instance);
         if (!inst)
-            return false;
+            return HDW_ERR_ARGUMENT;
         inst->Lock();
         inst->SetOpen(open);
         inst->Unlock();
-        return true;
+        return 0;
     }
 };
 
@@ -328,6 +323,18 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned sdi, unsigned ssm =
     m.Sdi = uint8_t(sdi);
     m.Ssm = uint8_t(ssm);
     m.Data = data;
+    return m;
+}
+
+inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t extended, std::vector<uint8_t> data, uint8_t rtr = 0)
+{
+    CKVX_HdwCanMessage m;
+    m.Identifier = id;
+    m.Extended = extended;
+    m.Rtr = rtr;
+    m.Dlc = uint8_t(data.size());
+    for (size_t i = 0; i < data.size() && i < 8; ++i)
+        m.Data[i] = data[i];
     return m;
 }
 

@@ -10,18 +10,6 @@ namespace {
 
 using CByteIn = CTestCanByteInService;
 
-CKVX_HdwCanMessage Frame(uint32_t id, uint8_t extended, std::vector<uint8_t> data, uint8_t rtr = 0)
-{
-    CKVX_HdwCanMessage m;
-    m.Identifier = id;
-    m.Extended = extended;
-    m.Rtr = rtr;
-    m.Dlc = uint8_t(data.size());
-    for (size_t i = 0; i < data.size() && i < 8; ++i)
-        m.Data[i] = data[i];
-    return m;
-}
-
 class Can : public ::testing::Test {
 protected:
     CBusRig rig;

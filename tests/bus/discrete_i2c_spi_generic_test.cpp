@@ -39,14 +39,18 @@ protected:
     CKVX_HdwDiscreteInService* in = nullptr;
 };
 
-TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
+TEST_F(DiscreteIn, ChangesComeInOrderWithTheirLossesAndStoppedFailedOrFullQueuesAnswerTheirCodes)
 {
+    unsigned count = 0;
+    CKVX_HdwDiscreteInService::CChange c;
+    EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
+    EXPECT_EQ(in->GetChangeCount(count), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
     Open();
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0, 65534, 10, false); // base from the read answer
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x01, 0x01, 65535, 20);
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x01, 0, 30); // wraps
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x03, 0x03, 4, 40); // 1, 2 and 3 missed
-    const auto got = ReadAll();
+    auto got = ReadAll();
     ASSERT_EQ(got.size(), 3u);
     EXPECT_EQ(std::tuple(got[0].State, got[0].TimeStamp, got[0].Lost), std::tuple(0x01u, 20u, 0u));
     EXPECT_EQ(std::tuple(got[1].TimeStamp, got[1].Lost), std::tuple(30u, 0u));
@@ -54,20 +58,10 @@ TEST_F(DiscreteIn, ChangesComeOutInOrderWithTheirLostCounts)
     uint64_t lost = 0;
     ASSERT_EQ(in->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 3u);
-    unsigned n = 0;
-    CKVX_HdwDiscreteInService::CChange one;
-    EXPECT_EQ(in->Read(&one, 1, n), unsigned(HDW_ERR_NOTHING_TO_READ));
-    EXPECT_EQ(n, 0u);
-}
+    EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_NOTHING_TO_READ));
+    EXPECT_EQ(count, 0u);
 
-TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodesAndAFullQueueDropsTheOldest)
-{
-    unsigned count = 0;
-    CKVX_HdwDiscreteInService::CChange c;
-    EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
-    EXPECT_EQ(in->GetChangeCount(count), unsigned(HDW_ERR_SERVICE_NOT_RUNNING));
-    Open();
-    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 1, 1, 1, 10);
+    rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x01, 0x02, 5, 50);
     EXPECT_EQ(in->Read(nullptr, 1, count), unsigned(HDW_ERR_ARGUMENT));
     rig.Fail(HDW_PORT_DISCRETE_IN, "DIN0");
     EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_SERVICE));
@@ -83,7 +77,7 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodesAndAFullQueueDropsThe
     // The first change without a base counts no loss.
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x04, 0x04, 500, 10);
     rig.ReportDiscrete(HDW_PORT_DISCRETE_IN, 0x00, 0x04, 501, 20);
-    auto got = ReadAll();
+    got = ReadAll();
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(std::tuple(got[0].Lost, got[1].Lost), std::tuple(0u, 0u));
     // A full queue (2 here) drops the oldest changes and counts them lost.
@@ -92,7 +86,6 @@ TEST_F(DiscreteIn, StoppedAndFailedServicesAnswerTheirCodesAndAFullQueueDropsThe
     got = ReadAll();
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(std::tuple(got[0].TimeStamp, got[1].TimeStamp), std::tuple(50500u, 50600u));
-    uint64_t lost = 0;
     ASSERT_EQ(in->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 3u);
 }
@@ -164,10 +157,8 @@ TEST(I2cSpiChecks, TransferAndParameterRanges)
 {
     auto i2c = [](uint16_t address, bool tenBit, unsigned write, unsigned read) {
         CKVX_HdwI2cTransfer t;
-        t.Address = address;
-        t.TenBit = tenBit;
+        std::tie(t.Address, t.TenBit, t.ReadLength) = std::tuple(address, tenBit, read);
         t.Write.Create(write);
-        t.ReadLength = read;
         return t.Check();
     };
     auto spi = [](unsigned bytes, unsigned wordBits) {
@@ -177,8 +168,7 @@ TEST(I2cSpiChecks, TransferAndParameterRanges)
     };
     auto spiPort = [](uint8_t mode, uint8_t wordBits) {
         CKVX_HdwSpiPort::CParameters p;
-        p.Mode = mode;
-        p.WordBits = wordBits;
+        std::tie(p.Mode, p.WordBits) = std::tuple(mode, wordBits);
         return p.Check();
     };
     const struct {

@@ -34,13 +34,8 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
 
     std::thread driver([&] {
         for (unsigned i = 0; i < kWords; ++i) {
-            CKVX_HdwArinc429Message word;
-            word.Label = static_cast<uint8_t>(i & 0xFF);
-            word.Data = i;
-            rig.ReceiveWord(word, i);
-            CKVX_HdwCanMessage frame;
-            frame.Identifier = i;
-            rig.ReceiveFrame(frame, i);
+            rig.ReceiveWord(Word(i & 0xFF, 0, 0, i), i);
+            rig.ReceiveFrame(Frame(i, 0, {}), i);
             if (i % 64 == 0)
                 rig.ReportCanStatus(i, uint8_t((i / 64) % 3), static_cast<uint8_t>(i / 64));
         }

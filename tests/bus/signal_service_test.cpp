@@ -20,9 +20,7 @@ protected:
     }
     unsigned PostWord(unsigned data, uint64_t time)
     {
-        CKVX_HdwArinc429Message m;
-        m.Data = data;
-        return signals.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, m, time);
+        return signals.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, Word(0, 0, 0, data), time);
     }
     CKVX_HdwSignalService signals{nullptr};
 };

@@ -65,25 +65,10 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndE
     EXPECT_EQ(device.log.Take(), (std::vector<std::string>{"start1", "port10.svc0.Tick", "end1"}));
 }
 
-TEST_F(Tick, FailingPortAbortsOnlyItsUnitAndEndsThatUnitsPortPass)
+TEST_F(Tick, AFailingStartHandlerPortOrEndHandlerAbortsOnlyItsUnit)
 {
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
-    TestService* a1 = OpenWithService(1, 0);
-    a0->TickResult = 4;
-
-    device.HdwTimerHandler(1);
-    EXPECT_EQ(a0->GetStatus(), unsigned(HDW_SERVICE_FAILED));
-    EXPECT_EQ(b0->GetStatus(), unsigned(HDW_SERVICE_FAILED));
-    EXPECT_EQ(b0->tickCount.load(), 0u) << "the failing unit's later ports are not ticked";
-    EXPECT_EQ(a1->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
-    EXPECT_EQ(a1->tickCount.load(), 1u) << "other units still get their tick";
-    EXPECT_TRUE(port->IsOpen()) << "aborting leaves the ports open";
-}
-
-TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
-{
-    TestService* a0 = OpenWithService(0, 0);
     TestService* a1 = OpenWithService(1, 0);
     device.FailStartInstance = 1;
     device.HdwTimerHandler(0);
@@ -92,9 +77,20 @@ TEST_F(Tick, FailingStartOrEndHandlerAbortsThatUnit)
     EXPECT_EQ(a1->tickCount.load(), 1u) << "a failed start pass does not skip the port pass";
 
     device.FailStartInstance = ~0u;
-    device.FailEndInstance = 0;
+    ASSERT_EQ(device.Port(1, 0)->Close(), 0u);
+    ASSERT_EQ(device.Port(1, 0)->Open(nullptr), 0u); // a1 runs again
+    a0->TickResult = 4;
     device.HdwTimerHandler(1);
     EXPECT_EQ(a0->GetStatus(), unsigned(HDW_SERVICE_FAILED));
+    EXPECT_EQ(b0->GetStatus(), unsigned(HDW_SERVICE_FAILED));
+    EXPECT_EQ(b0->tickCount.load(), 1u) << "the failing unit's later ports are not ticked";
+    EXPECT_EQ(a1->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    EXPECT_EQ(a1->tickCount.load(), 2u) << "other units still get their tick";
+    EXPECT_TRUE(port->IsOpen()) << "aborting leaves the ports open";
+
+    device.FailEndInstance = 1;
+    device.HdwTimerHandler(2);
+    EXPECT_EQ(a1->GetStatus(), unsigned(HDW_SERVICE_FAILED));
 }
 
 TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
