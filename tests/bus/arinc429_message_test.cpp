@@ -54,9 +54,7 @@ TEST(Arinc429Compare, OnlyLabelSdiSsmAndDataCount)
     a.SetFromUint32(0x6ABCDE31);
     b = a;
     b.Parity ^= 1;
-    b.TimeStamp = 99;
-    b.AuxWord = 3;
-    b.AuxValue = 1.0;
+    std::tie(b.TimeStamp, b.AuxWord, b.AuxValue) = std::tuple(99u, 3u, 1.0);
     EXPECT_TRUE(a == b);
     EXPECT_FALSE(a != b);
     // One bit of label, SDI, SSM or data.
@@ -83,10 +81,7 @@ TEST(Arinc429Stream, LayoutIsThreeBytesThenLittleEndianDataAndUnpackingKeepsTheR
 
     // Both leave time stamp and spares alone; only unpacking sets the parity.
     CKVX_HdwArinc429Message target;
-    target.Parity = 0;
-    target.TimeStamp = 987;
-    target.AuxWord = 4;
-    target.AuxValue = 2.5;
+    std::tie(target.Parity, target.TimeStamp, target.AuxWord, target.AuxValue) = std::tuple(0, 987u, 4u, 2.5);
     buffer >> target;
     EXPECT_TRUE(target == m);
     EXPECT_EQ(std::tuple(target.Parity, target.TimeStamp, target.AuxWord), std::tuple(0, 987u, 4u));

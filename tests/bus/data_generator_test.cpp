@@ -250,7 +250,7 @@ TEST(GeneratorValues, BnrIsTwosComplementBelowTheSignBitAndBcdDigitsHaveAThreeBi
         EXPECT_EQ(Gen::EncodeBcd(value, resolution, digits), data) << value << " in " << digits << " digits";
 }
 
-TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPointsAndBcdNegativesSendTheMinusSsm)
+TEST(GeneratorValues, BnrWavesAtTheirQuarterPointsBcdSignInTheSsmAndOddParityUnlessEvenIsAsked)
 {
     // -100 .. 100 over 4 s, 1/128 steps (range 256, 15 bits).
     const std::tuple<unsigned char, double, double> points[] = {{Gen::WaveSine, 0.0, 0}, {Gen::WaveSine, 1.0, 100},
@@ -271,15 +271,15 @@ TEST(GeneratorValues, WavesOfBnrAtTheirQuarterPointsAndBcdNegativesSendTheMinusS
         const auto w = Gen::ComputeWord(bcd, 0, s);
         EXPECT_EQ(std::tuple(w.Data, int(w.Ssm)), std::tuple(data, ssm)) << s;
     }
+    const Def d = Constant(0x01, 10.0, 0x3);
+    EXPECT_EQ(__builtin_popcount(Gen::ComputeWord(d, 0, 0).GetToUint32()) % 2, 1);
+    EXPECT_EQ(__builtin_popcount(Gen::ComputeWord(d, 0, 0, true).GetToUint32()) % 2, 0);
 }
 
 TEST(GeneratorValues, RandomStaysInRangeIsRepeatableAndCoversIt)
 {
     Def d(0x25, 10.0);
-    d.Pattern = Gen::PatternRandom;
-    d.Min = 100;
-    d.Max = 107;
-    d.Seed = 42;
+    std::tie(d.Pattern, d.Min, d.Max, d.Seed) = std::tuple(Gen::PatternRandom, 100u, 107u, 42u);
     std::set<uint32_t> seen;
     std::vector<uint32_t> first, again, other;
     for (uint64_t i = 0; i < 400; ++i) {
@@ -295,11 +295,4 @@ TEST(GeneratorValues, RandomStaysInRangeIsRepeatableAndCoversIt)
     EXPECT_EQ(first, again);
     EXPECT_NE(first, other);
     EXPECT_EQ(Gen::RandomValue(7, 1, 0, 5, 5), 5u);
-}
-
-TEST(GeneratorValues, WordsCarryOddParityUnlessEvenIsAsked)
-{
-    Def d = Constant(0x01, 10.0, 0x3);
-    EXPECT_EQ(__builtin_popcount(Gen::ComputeWord(d, 0, 0).GetToUint32()) % 2, 1);
-    EXPECT_EQ(__builtin_popcount(Gen::ComputeWord(d, 0, 0, true).GetToUint32()) % 2, 0);
 }

@@ -104,9 +104,8 @@ TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15
 {
     EXPECT_EQ(PostWord(1, 1), 29u); // never started
     StartWith(2);
-    PostWord(1, 1);
-    PostWord(2, 2);
-    PostWord(3, 3);
+    for (unsigned i = 1; i <= 3; ++i)
+        PostWord(i, i);
     ASSERT_EQ(signals.Stop(), 0u);
     CKVX_HdwSignalService::CSignal s;
     EXPECT_EQ(signals.GetSignal(s), 29u);

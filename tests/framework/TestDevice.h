@@ -163,11 +163,10 @@ public:
             inst->SerialNumber = Serials[i].c_str();
             inst->Link.Format("/dev/pts/%u", i);
             m_DeviceList += inst;
-        }
-        for (unsigned i = 0; i < count; ++i)
             for (unsigned ch = 0; ch < m_Ports.size(); ++ch)
                 AddPortDescriptor(
                     i, new TestPort(this, i, m_Ports[ch].second, m_Ports[ch].first, &log), ch, m_Ports[ch].second);
+        }
         return 0;
     }
     unsigned Run() override

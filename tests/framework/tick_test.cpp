@@ -28,8 +28,7 @@ TEST_F(Tick, RunsThreePassesOverOpenInstancesInOrderEachUnderTheInstanceLockAndE
     TestService* a0 = OpenWithService(0, 0);
     TestService* b0 = OpenWithService(0, 1);
     TestService* a1 = OpenWithService(1, 0);
-    a0->LogTicks = b0->LogTicks = a1->LogTicks = true;
-    device.LogTicks = true;
+    a0->LogTicks = b0->LogTicks = a1->LogTicks = device.LogTicks = true;
     device.log.Take();
     unsigned lockedElsewhere = 0;
     device.OnStartHandler = [&](unsigned instance) {
@@ -102,9 +101,8 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
     ASSERT_TRUE(WaitUntil([&] { return s->lastTick.load() > seen; }));
     EXPECT_GE(manager.GetTickCounter(), 5u);
 
-    TestPort* p0 = port;
     TestPort* p1 = device.Port(1, 1);
-    ASSERT_EQ(p0->Close(), 0u);
+    ASSERT_EQ(port->Close(), 0u);
     Enable(p1);
     std::atomic<bool> stop{false};
     std::thread events([&] {
@@ -119,7 +117,7 @@ TEST_F(Tick, TheMainTimerDrivesOpenPortsWhileApplicationThreadsOpenAndClose)
     });
     bool ok = true; // no ASSERT while the event thread runs: it must be joined
     for (int i = 0; i < 200 && ok; ++i)
-        ok = p0->Open(nullptr) == 0 && p1->Open(nullptr) == 0 && p0->Close() == 0 && p1->Close() == 0;
+        ok = port->Open(nullptr) == 0 && p1->Open(nullptr) == 0 && port->Close() == 0 && p1->Close() == 0;
     stop = true;
     events.join();
     EXPECT_TRUE(ok);

@@ -84,7 +84,7 @@ TEST_F(SignalDescriptor, ReadableWhileAnyMemberHoldsSignalsAndMembersOwnDescript
     EXPECT_FALSE(Readable(group.GetFileDescriptor()));
 }
 
-TEST_F(SignalDescriptor, JoiningAndLeavingCarryAWaitingSignalAlong)
+TEST_F(SignalDescriptor, JoiningLeavingAndDestroyingEitherSideCarryAWaitingSignalAlong)
 {
     PostWord(a, 1);
     ASSERT_TRUE(Readable(a.GetFileDescriptor()));
@@ -110,10 +110,8 @@ TEST_F(SignalDescriptor, JoiningAndLeavingCarryAWaitingSignalAlong)
     EXPECT_EQ(group.GetMemberCount(), 0u);
     EXPECT_EQ(Drain(a), 1u);
     EXPECT_FALSE(Readable(other.GetFileDescriptor()));
-}
 
-TEST_F(SignalDescriptor, EitherSideMayBeDestroyedFirst)
-{
+    // Either side may be destroyed first.
     auto c = std::make_unique<CKVX_HdwSignalService>(nullptr);
     ASSERT_EQ(c->Start(), 0u);
     ASSERT_EQ(c->JoinGroup(&group), 0u);
