@@ -160,7 +160,7 @@ TEST_F(Generator, CounterWrapsWithinItsLimitsAndDiscreteBitsToggleEveryPeriod)
     std::tie(defs[1].Pattern, defs[1].Data, defs[1].Mask, defs[1].Period) =
         std::tuple(Gen::PatternDiscrete, 0x100u, 0x3u, 0.5);
     ASSERT_EQ(gen.SetLabels(defs, 2), 0u);
-    const auto words = Run(0, 1400000, 10000);
+    const auto words = Run(0, 1400000, 70000); // 7 counter words a tick
     const auto counter = Data(words, 0x22);
     ASSERT_EQ(counter.size(), 141u);
     EXPECT_EQ(std::vector<uint32_t>(counter.begin(), counter.begin() + 7),
