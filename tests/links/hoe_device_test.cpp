@@ -165,9 +165,8 @@ TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectReleasesThePortAndReop
 
 TYPED_TEST(HoeDeviceTest, PoolPortHeldByAnotherSocketIsSkippedAndReturned)
 {
-    // Hold the port the pool hands out next. Ports that other test programs
-    // hold are passed over; taking and giving back one port moves the cursor
-    // by one, so a lap less one brings it back onto the held port.
+    // Hold the port the pool hands out next (others' ports are passed over): taking and giving back one
+    // port moves the cursor by one, so a lap less one brings it back onto the held port.
     CKVX_HdwUdpSocket blocker;
     unsigned short next = 0;
     for (unsigned tries = 0; tries < CKVX_HdwManager::SysEthPortCount && !blocker.IsOpen(); ++tries) {

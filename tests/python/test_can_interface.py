@@ -17,15 +17,6 @@ def open_bus(sim, channel, **kwargs):
                    open_timeout_ms=OPEN_TIMEOUT_MS, echo_timeout_ms=ECHO_TIMEOUT_MS, **kwargs)
 
 
-@pytest.fixture
-def pair(sim):
-    tx = open_bus(sim, "can:0")
-    rx = open_bus(sim, "can:1")
-    yield tx, rx
-    rx.shutdown()
-    tx.shutdown()
-
-
 def until(bus, done):
     """Receives until done(message) holds (None: nothing came in 0.1 s); the last message."""
     end = time.monotonic() + DEADLINE_S
@@ -42,8 +33,8 @@ def recv_all(bus, count):
     return got
 
 
-def test_send_on_one_channel_receive_on_the_other(pair):
-    tx, rx = pair
+def test_send_on_one_channel_receive_on_the_other(sim):
+    tx, rx = open_bus(sim, "can:0"), open_bus(sim, "can:1")
     sent = [
         can.Message(arbitration_id=0x123, data=b"\xde\xad\xbe\xef", is_extended_id=False),
         can.Message(arbitration_id=0x1F334455, data=b"", is_extended_id=True, is_remote_frame=True, dlc=2),
@@ -74,6 +65,8 @@ def test_send_on_one_channel_receive_on_the_other(pair):
             notifier.stop()
 
     assert asyncio.run(main()).arbitration_id == 0x42
+    rx.shutdown()
+    tx.shutdown()
 
 
 def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):

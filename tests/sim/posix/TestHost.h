@@ -27,11 +27,6 @@ inline void Le16(Bytes& b, uint32_t v)
     b.push_back(static_cast<uint8_t>(v));
     b.push_back(static_cast<uint8_t>(v >> 8));
 }
-inline void Le32(Bytes& b, uint32_t v)
-{
-    Le16(b, v);
-    Le16(b, v >> 16);
-}
 inline uint32_t GetLe32(const uint8_t* p)
 {
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
@@ -57,7 +52,7 @@ inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 }
 
 // A host frame holding the records in order.
-inline Bytes FrameOf(const std::vector<Bytes>& records)
+inline Bytes Frame(const std::vector<Bytes>& records)
 {
     Bytes payload;
     for (const Bytes& r : records)
@@ -67,10 +62,6 @@ inline Bytes FrameOf(const std::vector<Bytes>& records)
     f.insert(f.end(), payload.begin(), payload.end());
     Le16(f, BitwiseCrc16(f.data(), f.size()));
     return f;
-}
-inline Bytes Frame(std::initializer_list<Bytes> records)
-{
-    return FrameOf(std::vector<Bytes>(records));
 }
 
 inline Bytes Session(unsigned number, bool open)

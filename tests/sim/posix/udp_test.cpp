@@ -1,6 +1,5 @@
-// The emulator served over HOE on loopback UDP. The host's packets are built
-// and checked with the library's HOE codec, which shares no code with the
-// emulator; the unit frames inside are taken apart by TestHost.h.
+// The emulator served over HOE on loopback UDP. The host's packets are built and checked with the
+// library's HOE codec, which shares no code with the emulator; TestHost.h takes the unit frames apart.
 
 #include "TestHost.h"
 

@@ -150,16 +150,13 @@ private:
 };
 
 // An emulated unit in this process on a pseudo-terminal, its counters read by the tests.
-inline hdwsim::Emulator::Options PtyOptions(bool pacing)
-{
-    hdwsim::Emulator::Options o;
-    o.Pty = true;
-    o.Pacing = pacing;
-    return o;
-}
 struct LocalSim {
     explicit LocalSim(const char* unit = "halden", const char* code = "3", bool pacing = false)
-        : Sim(*hdwsim::FindUnitModel(unit), PtyOptions(pacing))
+        : Sim(*hdwsim::FindUnitModel(unit), [pacing] {
+              hdwsim::Emulator::Options o;
+              o.Pacing = pacing;
+              return o;
+          }())
     {
         std::string error;
         EXPECT_TRUE(Sim.Start(&error)) << error;

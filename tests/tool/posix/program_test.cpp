@@ -26,8 +26,9 @@
 
 using namespace tooltest;
 
-// The TIME column over the unit clock's 32-bit wrap (3 s after its start) rises without a step back.
-TEST(ToolMonitor, TimeColumnNeverWraps)
+// The TIME column over the unit clock's 32-bit wrap (3 s after its start) rises without a step back;
+// then ARINC 429 words through a label filter (CAN frames over UDP: capture/test_candump_log.py).
+TEST(ToolMonitor, TimeColumnNeverWrapsAndALabelFilterPassesItsLabelAndSdiOverUdp)
 {
     SimProcess sim(true, "halden", "3", {"--clock-start", "4294964296"});
     const auto rows =
@@ -39,6 +40,17 @@ TEST(ToolMonitor, TimeColumnNeverWraps)
         EXPECT_GT(std::stod(rows[i][0]), std::stod(rows[i - 1][0]));
         EXPECT_LT(std::stod(rows[i][0]) - std::stod(rows[i - 1][0]), 10.0);
     }
+
+    // The label filter passes label 203 with SDI 1 only: not another SDI, not another label.
+    const auto filtered = Rows(
+        {"monitor", "--link", sim.Link, "a429rx:1", "--rate", "high", "--accept", "203:1", "--count", "4", "--duration",
+            "20", "--send", "a429tx:1=label=203,sdi=1,data=0x1234,ssm=3", "--send", "a429tx:1=0xE0048D83", "--send",
+            "a429tx:1=label=203,sdi=2", "--send", "a429tx:1=label=204,sdi=1", "--repeat", "2", "--interval", "5"},
+        4);
+    const Row expected[] = {{"a429rx:1", "203", "1", "01234", "3", "0", "6048D183"},
+        {"a429rx:1", "203", "1", "00123", "3", "1", "E0048D83"}};
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(Row(filtered[i].begin() + 1, filtered[i].end()), expected[i % 2]);
 }
 
 // No header when piped; the key (seventh column to the line's end) names the receiver for monitor.
@@ -71,22 +83,6 @@ TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
         1)[0];
     EXPECT_EQ(w.size(), 8u);
     EXPECT_EQ(Row(w.begin() + 1, w.begin() + 5), (Row{"a429rx:2", "012", "0", "00055"}));
-}
-
-// CAN frames monitored over UDP: capture/test_candump_log.py (printed and logged).
-TEST(ToolMonitor, Arinc429WordsThroughALabelFilterOverUdp)
-{
-    SimProcess sim(true);
-    // The label filter passes label 203 with SDI 1 only: not another SDI, not another label.
-    const auto rows = Rows(
-        {"monitor", "--link", sim.Link, "a429rx:1", "--rate", "high", "--accept", "203:1", "--count", "4", "--duration",
-            "20", "--send", "a429tx:1=label=203,sdi=1,data=0x1234,ssm=3", "--send", "a429tx:1=0xE0048D83", "--send",
-            "a429tx:1=label=203,sdi=2", "--send", "a429tx:1=label=204,sdi=1", "--repeat", "2", "--interval", "5"},
-        4);
-    const Row expected[] = {{"a429rx:1", "203", "1", "01234", "3", "0", "6048D183"},
-        {"a429rx:1", "203", "1", "00123", "3", "1", "E0048D83"}};
-    for (size_t i = 0; i < 4; ++i)
-        EXPECT_EQ(Row(rows[i].begin() + 1, rows[i].end()), expected[i % 2]);
 }
 
 TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
@@ -155,8 +151,7 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         int Status;
         std::string Says;
         const char* AlsoSays = "";
-    } cases[] = {
-        {{"frobnicate"}, 2, "unknown subcommand"},
+    } cases[] = {{{"frobnicate"}, 2, "unknown subcommand"},
         {{"monitor", "--link", "3:/dev/null", "lin:0"}, 2, "is not a port"},
         {{"monitor", "--link", "3:/dev/null", "can:0", "--bogus"}, 2, "unknown option"},
         {{"monitor", "--link", "3:/dev/null", "a429rx:0", "--time", "wall"}, 2, "relative, absolute or delta"},
@@ -181,11 +176,9 @@ TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMess
         {{"replay", "--link", sim.Link, "/nonexistent/can.log", "can:0"}, 1, "cannot read /nonexistent/can.log"},
         {{"send", "--link", travin.Link, "dout:0", "blink=1"}, 2, "set=MASK"},
         {{"send", "--link", travin.Link, "dout:0", "set=0x100"}, 1, "(result 2)"}, // beyond the bank's lines
-        {{"list"}, 1, "--link"},
-        {{"list", "--link", "77:/dev/null"}, 1, "no driver has device code 77"},
+        {{"list"}, 1, "--link"}, {{"list", "--link", "77:/dev/null"}, 1, "no driver has device code 77"},
         {{"list", "--link", deadPty}, 1, "no unit answered on link " + deadPty + ": ", "(result 14)"},
-        {{"list", "--link", deadUdp}, 1, "no unit answered on link " + deadUdp + ": ", "(result 14)"},
-    };
+        {{"list", "--link", deadUdp}, 1, "no unit answered on link " + deadUdp + ": ", "(result 14)"}};
     for (const auto& c : cases) {
         const Output o = Tool(c.Args);
         EXPECT_EQ(o.Status, c.Status) << c.Args[0] << " " << o.Err;
@@ -337,11 +330,6 @@ struct TempFile {
     std::string Path;
 };
 
-struct ToolReplay : ::testing::Test {
-    LocalSim sim;
-    const std::string& link = sim.Link;
-};
-
 // A transfer line without its time: PORT TARGET WRITE READ RESULT...
 std::vector<std::string> Transfers(const std::vector<Row>& rows)
 {
@@ -380,8 +368,9 @@ size_t WordLinesAfter(const std::vector<std::string>& lines, long from)
 } // namespace
 
 // hdwtool replay against an emulator in this process, whose counters tell what was sent.
-TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
+TEST(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFastAndMalformedLinesSendNothing)
 {
+    LocalSim sim;
     // can0's frames span 0.6 s; another interface's lines and an error frame between.
     const TempFile log("(1700000000.000000) can0 123#DEADBEEF\n"
                        "(1700000000.100000) vcan9 555#01\n"
@@ -391,8 +380,9 @@ TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
                        "(1700000000.400000) can0 7FF# R\n"
                        "(1700000000.500000) vcan9 556#02\n"
                        "(1700000000.600000) can0 00000001#0102030405060708\n");
+    const TempFile bad("(1.000000) can0 123#00\n\n(1.5) can0 12#00\n");
     const auto start = std::chrono::steady_clock::now();
-    Output o = Tool({"replay", "--link", link, log.Path, "can:0", "--verbose"});
+    const Output o = Tool({"replay", "--link", sim.Link, log.Path, "can:0", "--verbose"});
     const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     ASSERT_EQ(o.Status, 0) << o.Err;
     std::vector<std::string> sent;
@@ -406,27 +396,21 @@ TEST_F(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFast)
     EXPECT_GE(took, 0.6); // the gaps were kept (only a lower bound holds on a loaded machine)
     EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u);
 
-    o = Tool({"replay", "--link", link, "--fast", "--interface", "vcan9", log.Path, "can:1"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
+    Output r = Tool({"replay", "--link", sim.Link, "--fast", "--interface", "vcan9", log.Path, "can:1"});
+    ASSERT_EQ(r.Status, 0) << r.Err;
     EXPECT_EQ(sim.Counters().CanTransmitted[1], 2u);
-    o = Tool({"replay", "--link", link, "--fast", "--all-interfaces", log.Path, "can:0"});
-    ASSERT_EQ(o.Status, 0) << o.Err;
+    r = Tool({"replay", "--link", sim.Link, "--fast", "--all-interfaces", log.Path, "can:0"});
+    ASSERT_EQ(r.Status, 0) << r.Err;
     EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u + 6u);
-
-    // An interface the file does not have is an error, not an empty replay.
-    o = Tool({"replay", "--link", link, "--fast", "--interface", "can7", log.Path, "can:1"});
-    EXPECT_EQ(o.Status, 1);
-    EXPECT_NE(o.Err.find("has no line of interface can7 (it has can0, vcan9)"), std::string::npos) << o.Err;
+    // An interface the file does not have is an error, not an empty replay; a malformed line sends nothing.
+    r = Tool({"replay", "--link", sim.Link, "--fast", "--interface", "can7", log.Path, "can:1"});
+    EXPECT_EQ(r.Status, 1);
+    EXPECT_NE(r.Err.find("has no line of interface can7 (it has can0, vcan9)"), std::string::npos) << r.Err;
     EXPECT_EQ(sim.Counters().CanTransmitted[1], 2u);
-}
-
-TEST_F(ToolReplay, AMalformedLineIsAnErrorWithItsNumberAndNothingIsSent)
-{
-    const TempFile log("(1.000000) can0 123#00\n\n(1.5) can0 12#00\n");
-    const Output o = Tool({"replay", "--link", link, log.Path, "can:0"});
-    EXPECT_EQ(o.Status, 1);
-    EXPECT_NE(o.Err.find("replay: " + log.Path + ":3: CAN identifier \"12\""), std::string::npos) << o.Err;
-    EXPECT_EQ(sim.Counters().CanTransmitted[0], 0u);
+    r = Tool({"replay", "--link", sim.Link, bad.Path, "can:0"});
+    EXPECT_EQ(r.Status, 1);
+    EXPECT_NE(r.Err.find("replay: " + bad.Path + ":3: CAN identifier \"12\""), std::string::npos) << r.Err;
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u + 6u);
 }
 
 // I2C and SPI on a Wendal: a line per transfer with its result, the exit status, refusals before sending.
