@@ -86,7 +86,7 @@ protected:
 using Devices = ::testing::Types<TestHoeDevice, OfKind<CKVX_HdwHoeFtdiUartBridgedDevice>>;
 TYPED_TEST_SUITE(HoeDeviceTest, Devices);
 
-TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndOnlyThisSessionsEventDataIsRead)
+TYPED_TEST(HoeDeviceTest, DetectConnectReadOnlyThisSessionsEventDataThenCloseReleasesThePortAndReopenUnlessRefused)
 {
     auto* inst = this->device.GetHoeInstance(0);
     ASSERT_NE(inst, nullptr);
@@ -135,21 +135,17 @@ TYPED_TEST(HoeDeviceTest, DetectGivesIdentityConnectUsesAPoolPortAndOnlyThisSess
     EXPECT_EQ(this->Read(2), Bytes({6, 7}));
     EXPECT_EQ(this->Read(100), Bytes({8, 9, 10, 11, 12}));
     EXPECT_EQ(this->Waiting(), 0u);
-}
 
-TYPED_TEST(HoeDeviceTest, LinkCloseAnswers8AfterDisconnectReleasesThePortAndReopenConnectsAgainUnlessRefused)
-{
-    this->Connect();
-    const unsigned short used = this->peer.Snapshot().HostPort;
+    // LinkClose answers 8 after the disconnect and releases the port; a reopen connects again.
     const auto taken = this->TakePool();
     EXPECT_EQ(taken.size(), CKVX_HdwManager::SysEthPortCount - 1u);
 
     EXPECT_EQ(this->device.LinkClose(0u), 8u);
-    EXPECT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& s) { return s.Disconnects == 1; }));
+    EXPECT_TRUE(this->peer.WaitFor([](const HoeTestPeer::Seen& v) { return v.Disconnects == 1; }));
     EXPECT_FALSE(this->device.GetHoeInstance(0)->IsEthConnected());
-    EXPECT_EQ(this->TakePool(), std::set<unsigned short>{used});
+    EXPECT_EQ(this->TakePool(), std::set<unsigned short>{s.HostPort});
     this->Release(taken);
-    this->Release({used});
+    this->Release({s.HostPort});
     EXPECT_EQ(this->device.Close(0), 0u);
     EXPECT_FALSE(this->device.GetDeviceInstance(0)->IsOpen());
     EXPECT_EQ(this->device.SetLinkTimeout(700), 0u);

@@ -1,5 +1,4 @@
-"""The python-can interface "hdwlib" against the emulated unit, whose CAN
-channels 0 and 1 share one bus."""
+"""The python-can interface "hdwlib" against the emulated unit, whose CAN channels 0 and 1 share one bus."""
 
 import asyncio
 import signal

@@ -123,7 +123,6 @@ struct Event {
 struct UnitStream {
     std::vector<Event> Events;
 
-    void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
     void Feed(const uint8_t* b, size_t size)
     {
         for (size_t at = 0; at < size;) {
@@ -171,7 +170,7 @@ struct EngineHost {
         Bytes out;
         Engine.TakeOutput(Now, SIZE_MAX, out);
         Raw.insert(Raw.end(), out.begin(), out.end());
-        Stream.Feed(out);
+        Stream.Feed(out.data(), out.size());
     }
     hdwsim::UnitEngine Engine;
     uint64_t Now = 0;

@@ -100,17 +100,6 @@ inline std::vector<Row> Rows(const std::vector<std::string>& args, size_t lines,
     return std::vector<Row>(lines, Row(12));
 }
 
-// One line a child writes to `fd`, waiting up to 10 s for each byte.
-inline std::string ReadLine(int fd)
-{
-    std::string line;
-    pollfd p{fd, POLLIN, 0};
-    char c = 0;
-    while (poll(&p, 1, 10000) > 0 && read(fd, &c, 1) == 1 && c != '\n')
-        line += c;
-    return line;
-}
-
 // hdwsim in a process of its own; its first line names the endpoint, Line() reads the next.
 class SimProcess {
 public:
@@ -140,7 +129,16 @@ public:
         waitpid(Pid, nullptr, 0);
         close(m_Out);
     }
-    std::string Line() { return ReadLine(m_Out); }
+    // The next line it writes, waiting up to 10 s for each byte.
+    std::string Line()
+    {
+        std::string line;
+        pollfd p{m_Out, POLLIN, 0};
+        char c = 0;
+        while (poll(&p, 1, 10000) > 0 && read(m_Out, &c, 1) == 1 && c != '\n')
+            line += c;
+        return line;
+    }
     std::string Link; // --link value
     std::string Port; // UDP port
     pid_t Pid = -1;
