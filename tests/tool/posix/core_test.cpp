@@ -64,7 +64,7 @@ TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 }
 
 // Raw words by hand: label | SDI << 8 | data << 10 | SSM << 29 | parity << 31.
-TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
+TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusalAndLabelFilters)
 {
     // Odd parity unless told (a default word and a hex word: ToolMonitor's label filter test).
     const struct {
@@ -86,6 +86,17 @@ TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
         else
             EXPECT_EQ(w.GetToUint32(), c.Raw);
     }
+    // Label filters: mask bit SDI + 4 x SSM for each SDI and SSM taken.
+    LabelAccept a;
+    std::string error;
+    const std::tuple<const char*, int, int> good[] = {
+        {"203", 0x83, 0xFFFF}, {"203:1", 0x83, 0x2222}, {"0x10:0:3", 0x10, 0x1000}};
+    for (const auto& [text, label, mask] : good) {
+        ASSERT_TRUE(ParseLabelAccept(text, a, error)) << error;
+        EXPECT_EQ(std::tuple(int(a.Label), int(a.Mask())), std::tuple(label, mask)) << text;
+    }
+    for (const char* bad : {"203:4", "203:1:2:3", "999"})
+        EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
 
 TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
@@ -123,21 +134,6 @@ TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
         EXPECT_NE(error.find(r.Says), std::string::npos) << error;
         EXPECT_EQ(d.Label, before.Label); // a refusal leaves the definition as it was
     }
-}
-
-TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
-{
-    LabelAccept a;
-    std::string error;
-    // Mask: bit SDI + 4 x SSM for each SDI and SSM taken.
-    const std::tuple<const char*, int, int> good[] = {
-        {"203", 0x83, 0xFFFF}, {"203:1", 0x83, 0x2222}, {"0x10:0:3", 0x10, 0x1000}};
-    for (const auto& [text, label, mask] : good) {
-        ASSERT_TRUE(ParseLabelAccept(text, a, error)) << error;
-        EXPECT_EQ(std::tuple(int(a.Label), int(a.Mask())), std::tuple(label, mask)) << text;
-    }
-    for (const char* bad : {"203:4", "203:1:2:3", "999"})
-        EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
 
 TEST(Numbers, RatesSamplePointsAndDurations)

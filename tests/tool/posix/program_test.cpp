@@ -53,54 +53,6 @@ TEST(ToolMonitor, TimeColumnNeverWrapsAndALabelFilterPassesItsLabelAndSdiOverUdp
         EXPECT_EQ(Row(filtered[i].begin() + 1, filtered[i].end()), expected[i % 2]);
 }
 
-// No header when piped; the key (seventh column to the line's end) names the receiver for monitor.
-TEST(ToolList, RowsPerPortAndKeysThatMonitorAccepts)
-{
-    SimProcess sim(false);
-    const Output o = Tool({"list", "--link", sim.Link});
-    ASSERT_EQ(o.Status, 0) << o.Err;
-    EXPECT_EQ(o.Lines().size(), 14u) << o.Out; // 2 UART, 4+4 ARINC 429, 2 CAN, 2 MIL-STD-1553
-    std::map<std::string, std::string> keys;
-    unsigned a429rx = 0;
-    for (const auto& l : o.Lines()) {
-        const auto w = Words(l);
-        ASSERT_GE(w.size(), 7u) << l;
-        EXPECT_EQ(w[2], w[1] + ":" + w[0]) << l;
-        EXPECT_EQ(w[3], "Halden");
-        if (w[1] == "a429rx") { // numbered per type, channel = number
-            EXPECT_EQ(w[0], std::to_string(a429rx));
-            EXPECT_EQ(w[5], std::to_string(a429rx++));
-        }
-        keys[w[2]] = l.substr(l.find(w[6]));
-    }
-    const Output csv = Tool({"list", "--link", sim.Link, "--format", "csv"});
-    EXPECT_EQ(csv.Lines().front(), "NUM,TYPE,PORT,MODEL,SERIAL,CHANNEL,KEY");
-    EXPECT_EQ(csv.Lines().size(), 15u);
-    ASSERT_EQ(keys["a429rx:2"].substr(0, 4), "3@2@");
-    // Time stamp, port, label (three octal digits), SDI, data, SSM, parity, raw word.
-    const Row w = Rows({"monitor", "--link", sim.Link, keys["a429rx:2"], "--count", "1", "--duration", "20", "--send",
-                           "a429tx:2=label=012,data=0x55"},
-        1)[0];
-    EXPECT_EQ(w.size(), 8u);
-    EXPECT_EQ(Row(w.begin() + 1, w.begin() + 5), (Row{"a429rx:2", "012", "0", "00055"}));
-}
-
-TEST(ToolSend, WordsAndFramesReachTheUnitsTransmitters)
-{
-    LocalSim sim;
-    // Nothing printed without --verbose.
-    Rows({"send", "--link", sim.Link, "a429tx:1", "label=203,data=1", "0x60000083", "label=0o10", "--repeat", "3",
-             "--interval", "10"},
-        0);
-    EXPECT_EQ(sim.Counters().A429Transmitted[1], 9u);
-    EXPECT_EQ(sim.Counters().A429Transmitted[0], 0u);
-
-    // --verbose prints what was sent in the monitor's columns.
-    const auto rows = Rows({"send", "--link", sim.Link, "can:0", "--bitrate", "250k", "123#11", "1F334455#R", "-v"}, 2);
-    EXPECT_EQ(sim.Counters().CanTransmitted[0], 2u);
-    EXPECT_EQ(rows[1].back(), "1F334455#R");
-}
-
 // The generator's labels reach the unit at their rates; bad labels are refused before a unit is touched.
 TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
 {
@@ -135,10 +87,53 @@ TEST(ToolSend, BytesReachAPcSerialPort)
     EXPECT_EQ(std::string(got.begin(), got.end()), "hello\n");
 }
 
-TEST(ToolErrors, BadArgumentsUnknownPortsRefusedParametersDeadLinksAndTooFewMessages)
+// A Halden and a Travin on pseudo-terminals: list (no header when piped; the key, seventh column to the line's
+// end, names the receiver for monitor), the Travin's discrete banks, then one refusal per parser, each
+// reaching stderr as one line with nothing on stdout.
+TEST(ToolOnPty, ListRowsAndKeysDiscreteBanksAndBadArgumentsUnknownPortsRefusedParametersDeadLinksTooFewMessages)
 {
-    // One case per parser: its refusal reaches stderr as one line, nothing on stdout.
     SimProcess sim(false), travin(false, "travin", "5");
+    const Output list = Tool({"list", "--link", sim.Link});
+    ASSERT_EQ(list.Status, 0) << list.Err;
+    EXPECT_EQ(list.Lines().size(), 14u) << list.Out; // 2 UART, 4+4 ARINC 429, 2 CAN, 2 MIL-STD-1553
+    std::map<std::string, std::string> keys;
+    unsigned a429rx = 0;
+    for (const auto& l : list.Lines()) {
+        const auto w = Words(l);
+        ASSERT_GE(w.size(), 7u) << l;
+        EXPECT_EQ(w[2], w[1] + ":" + w[0]) << l;
+        EXPECT_EQ(w[3], "Halden");
+        if (w[1] == "a429rx") { // numbered per type, channel = number
+            EXPECT_EQ(w[0], std::to_string(a429rx));
+            EXPECT_EQ(w[5], std::to_string(a429rx++));
+        }
+        keys[w[2]] = l.substr(l.find(w[6]));
+    }
+    const Output csv = Tool({"list", "--link", sim.Link, "--format", "csv"});
+    EXPECT_EQ(csv.Lines().front(), "NUM,TYPE,PORT,MODEL,SERIAL,CHANNEL,KEY");
+    EXPECT_EQ(csv.Lines().size(), 15u);
+    ASSERT_EQ(keys["a429rx:2"].substr(0, 4), "3@2@");
+    // Time stamp, port, label (three octal digits), SDI, data, SSM, parity, raw word.
+    const Row mon = Rows({"monitor", "--link", sim.Link, keys["a429rx:2"], "--count", "1", "--duration", "20", "--send",
+                             "a429tx:2=label=012,data=0x55"},
+        1)[0];
+    EXPECT_EQ(mon.size(), 8u);
+    EXPECT_EQ(Row(mon.begin() + 1, mon.begin() + 5), (Row{"a429rx:2", "012", "0", "00055"}));
+
+    // Discrete banks: outputs driven, outputs and wired inputs monitored.
+    EXPECT_EQ(
+        Rows({"send", "--link", travin.Link, "dout:2", "set=0x81", "toggle=0x01", "-v"}, 2)[1].back(), "toggle=0x01");
+    // The inputs' 1 ms debounce filters lines 0 and 1, set and cleared 1 µs apart.
+    std::vector<std::string> din1, dout1;
+    for (const Row& w : Rows({"monitor", "--link", travin.Link, "din:1", "dout:1", "--count", "3", "--duration", "20",
+                                 "--send", "dout:1=write=0x0F", "--send", "dout:1=clear=0x03"},
+             3)) {
+        ASSERT_EQ(w.size(), 5u);
+        (w[1] == "din:1" ? din1 : dout1).push_back(w[2] + "/" + w[3] + "/" + w[4]);
+    }
+    EXPECT_EQ(dout1, (std::vector<std::string>{"0x0F/0x0F/00001111", "0x0C/0x03/00001100"}));
+    EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
+
     // Dead links: a pseudo-terminal and a UDP port nobody answers on, and no device at all.
     PtyPair pty;
     ASSERT_TRUE(pty.Ok());
@@ -283,24 +278,6 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     std::filesystem::remove_all(dir);
 }
 
-// Discrete banks of a Travin: outputs driven, outputs and wired inputs monitored.
-TEST(ToolDiscrete, SendAndMonitorTheBanks)
-{
-    SimProcess sim(false, "travin", "5");
-    EXPECT_EQ(
-        Rows({"send", "--link", sim.Link, "dout:2", "set=0x81", "toggle=0x01", "-v"}, 2)[1].back(), "toggle=0x01");
-    // The inputs' 1 ms debounce filters lines 0 and 1, set and cleared 1 µs apart.
-    std::vector<std::string> din1, dout1;
-    for (const Row& w : Rows({"monitor", "--link", sim.Link, "din:1", "dout:1", "--count", "3", "--duration", "20",
-                                 "--send", "dout:1=write=0x0F", "--send", "dout:1=clear=0x03"},
-             3)) {
-        ASSERT_EQ(w.size(), 5u);
-        (w[1] == "din:1" ? din1 : dout1).push_back(w[2] + "/" + w[3] + "/" + w[4]);
-    }
-    EXPECT_EQ(dout1, (std::vector<std::string>{"0x0F/0x0F/00001111", "0x0C/0x03/00001100"}));
-    EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
-}
-
 // Bytes sent on a Sorrel UART come out of the one wired to it; monitor ends with the counters of both.
 TEST(ToolSorrel, MonitorSeesBytesOfTheWiredPort)
 {
@@ -351,8 +328,8 @@ std::string FileText(const std::string& path)
 
 } // namespace
 
-// hdwtool replay against an emulator in this process, whose counters tell what was sent.
-TEST(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFastAndMalformedLinesSendNothing)
+// hdwtool replay and send against an emulator in this process, whose counters tell what was sent.
+TEST(ToolReplayAndSend, ReplayKeepsGapsOrGoesFastMalformedLinesSendNothingAndSentWordsAndFramesReachTheUnit)
 {
     LocalSim sim;
     // can0's frames span 0.6 s; another interface's lines and an error frame between.
@@ -395,6 +372,16 @@ TEST(ToolReplay, FramesOfOneInterfaceWithTheirGapsOrEveryInterfaceFastAndMalform
     EXPECT_EQ(r.Status, 1);
     EXPECT_NE(r.Err.find("replay: " + bad.Path + ":3: CAN identifier \"12\""), std::string::npos) << r.Err;
     EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u + 6u);
+
+    // send prints nothing without --verbose, and with it what was sent in the monitor's columns.
+    Rows({"send", "--link", sim.Link, "a429tx:1", "label=203,data=1", "0x60000083", "label=0o10", "--repeat", "3",
+             "--interval", "10"},
+        0);
+    EXPECT_EQ(sim.Counters().A429Transmitted[1], 9u);
+    EXPECT_EQ(sim.Counters().A429Transmitted[0], 0u);
+    const auto rows = Rows({"send", "--link", sim.Link, "can:0", "--bitrate", "250k", "123#11", "1F334455#R", "-v"}, 2);
+    EXPECT_EQ(sim.Counters().CanTransmitted[0], 4u + 6u + 2u);
+    EXPECT_EQ(rows[1].back(), "1F334455#R");
 }
 
 // I2C and SPI on a Wendal: a line per transfer with its result, the exit status, refusals before sending.
