@@ -46,8 +46,7 @@ def sim():
 
 
 def start_manager(link):
-    """A running manager with the unit on `link` enumerated (a few tries:
-    the probe waits a fixed time that a loaded machine can miss)."""
+    """A running manager with the unit on `link` (a few tries: a loaded machine can miss the probe's wait)."""
     code = link.partition(":")[0]
     manager = hdwlib.Manager([int(code)])
     manager.set_echo_timeout(ECHO_TIMEOUT_MS)

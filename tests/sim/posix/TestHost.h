@@ -1,6 +1,5 @@
 #pragma once
-// The host's side of the unit protocol, from the byte tables and independent of
-// the emulator's code: command records and host frames built, unit frames taken apart.
+// The host's side of the unit protocol, written from the byte tables and not from the emulator's code.
 
 #include <hdwsim/UnitEngine.h>
 #include "support/BitwiseCrc.h"
@@ -118,8 +117,7 @@ struct Event {
     uint32_t Word() const { return GetLe32(Params.data() + 4); }
 };
 
-// Takes apart the unit frames of what the unit sent (whole frames only):
-// start byte, length of the records, event count, records, CRC.
+// The events of whole unit frames: start byte, length of the records, event count, records, CRC.
 struct UnitStream {
     std::vector<Event> Events;
 

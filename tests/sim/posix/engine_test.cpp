@@ -1,5 +1,4 @@
-// The unit model driven directly, the time stepped by the test, every answer checked on the bytes
-// the unit would send: framing, ARINC 429 receivers and FIFO, pacing, the label table, discrete banks.
+// The unit model on a stepped clock, every answer checked on the bytes the unit would send.
 
 #include "TestHost.h"
 

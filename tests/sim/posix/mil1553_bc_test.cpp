@@ -1,7 +1,6 @@
-// The unit's MIL-STD-1553 bus driven with raw records on a stepped clock: the controller's timing,
-// injected faults and a table that cannot run, checked on the type-8 events and their time stamps.
-// Timing (µs): 20 per word, 8 for a simulated terminal's answer, the response time-out (14 here)
-// when nobody answers, 4 between messages.
+// The unit's MIL-STD-1553 controller driven with raw records on a stepped clock, checked on its type-8 events.
+// Timing (µs): 20 per word, 8 for a simulated terminal's answer, the response time-out (14 here) when nobody
+// answers, 4 between messages.
 
 #include "TestHost.h"
 
@@ -43,8 +42,7 @@ inline Words MajorFrameTable(const std::vector<std::pair<uint16_t, Words>>& mino
 
 using Texts = std::vector<std::string>;
 
-// The type-8 events as "kind:id@time status/flags data...", in hex but the time; only kind 1 (a transfer)
-// has the fields after the time.
+// The type-8 events as "kind:id@time status/flags data...", in hex but the time; only transfers (kind 1) have all.
 Texts Bc(const UnitStream& s)
 {
     Texts r;

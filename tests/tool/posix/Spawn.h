@@ -1,6 +1,5 @@
 #pragma once
-// Starting the built programs from a test: hdwtool run to its end, hdwsim
-// in a process of its own or an emulator in this one.
+// Starting the built programs: hdwtool run to its end, hdwsim in a process of its own or an emulator in this one.
 
 #include <hdwsim/Emulator.h>
 
@@ -86,8 +85,7 @@ inline std::vector<std::string> Words(const std::string& line)
 
 using Row = std::vector<std::string>;
 
-// Runs hdwtool expecting exit status `status` and `lines` lines of output: the
-// lines' words, or as many rows of empty words after a failure.
+// hdwtool's output lines as words, expecting `status` and `lines` lines (else as many rows of empty words).
 inline std::vector<Row> Rows(const std::vector<std::string>& args, size_t lines, int status = 0)
 {
     const Output o = Tool(args);

@@ -1,5 +1,4 @@
-// The tool's parsing and formatting core: the syntaxes people type, the columns other
-// programs read, the capture formats (the pcapng file as tshark reads it: capture/test_pcap.py).
+// hdwtool's core: syntaxes people type, columns other programs read, capture formats (pcapng: capture/test_pcap.py).
 #include "CandumpLog.h"
 #include "Channel.h"
 #include "Cli.h"
@@ -295,9 +294,8 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
     EXPECT_EQ(t.ReadLength, 3u);
 }
 
-// Lines of candump and other writers (fewer decimals, a direction column, blanks around) parse; written
-// back they read as monitor --log writes them: seconds zero-padded to ten digits, microseconds to six.
-// Malformed lines are refused with a reason.
+// Lines of candump and other writers (fewer decimals, a direction column, blanks around) parse, or are refused
+// with a reason; written back as monitor --log writes them: seconds padded to ten digits, microseconds to six.
 TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoesOrAreRefused)
 {
     EXPECT_EQ(

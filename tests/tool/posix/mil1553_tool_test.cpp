@@ -1,6 +1,5 @@
-// MIL-STD-1553 from the command line against hdwsim (simulated terminals 5
-// and 7 on the bus of channels 0 and 1): the monitor's transfer lines, the
-// controller's one-shot transfers and schedule, and the remote terminal.
+// MIL-STD-1553 from the command line against hdwsim (simulated terminals 5 and 7 on the bus of channels 0 and 1):
+// the monitor's transfer lines, the controller's one-shot transfers and schedule, and the remote terminal.
 #include "Spawn.h"
 
 #include <gtest/gtest.h>
@@ -48,8 +47,7 @@ TEST(Tool1553, MonitorControllerAndRemoteTerminalPrintEveryTransferWithItsFields
     for (size_t i = 0; i < kRows.size(); ++i)
         EXPECT_EQ(Fields(Words(bc.Lines()[i])), kRows[i]) << bc.Lines()[i];
 
-    // Channel 1 as terminal 6 answers the controller on channel 0 with its transmit words and prints each
-    // access (bad command lines: ToolErrors).
+    // Channel 1 as terminal 6 answers channel 0's controller and prints each access (bad lines: ToolOnPty).
     const auto rt =
         Rows({"send", "--link", sim.Link, "1553:1", "rt", "6", "2=BEEF,1", "srq", "--count", "2", "--duration", "20",
                  "--send", "1553:0=tx:rt=6:sa=2:wc=2", "--send", "1553:0=rx:rt=6:sa=4:77"},
@@ -58,8 +56,7 @@ TEST(Tool1553, MonitorControllerAndRemoteTerminalPrintEveryTransferWithItsFields
     EXPECT_EQ(Fields(rt[1]), (Row{"A", "BC->RT", "6", "4", "1", "3100", "srq", "0077"}));
 }
 
-// Three cycles of two minor frames (2 ms, 3 ms): every transfer in order,
-// each minor frame starting on its period's grid.
+// Three cycles of two minor frames (2 ms, 3 ms): every transfer in order, each frame on its period's grid.
 TEST(Tool1553, ScheduleRunsItsMinorFramesForTheCyclesAsked)
 {
     SimProcess sim(false, "halden", "3", {"--mil1553-rt", "5"});

@@ -1,5 +1,4 @@
-// The built hdwtool run as a user runs it: against hdwsim on a
-// pseudo-terminal and on loopback UDP, or an emulator in this process.
+// The built hdwtool run as a user runs it: against hdwsim on a pseudo-terminal or UDP, or an in-process emulator.
 #include <HdwLib/links/HdwUdpSocket.h>
 
 #include "links/posix/PtyPair.h"
@@ -87,9 +86,8 @@ TEST(ToolSend, BytesReachAPcSerialPort)
     EXPECT_EQ(std::string(got.begin(), got.end()), "hello\n");
 }
 
-// A Halden and a Travin on pseudo-terminals: list (no header when piped; the key, seventh column to the line's
-// end, names the receiver for monitor), the Travin's discrete banks, then one refusal per parser, each
-// reaching stderr as one line with nothing on stdout.
+// A Halden and a Travin on pseudo-terminals: list (no header when piped; the key, seventh column to the end,
+// names the receiver for monitor), discrete banks, then each parser's refusal: one stderr line, no stdout.
 TEST(ToolOnPty, ListRowsAndKeysDiscreteBanksAndBadArgumentsUnknownPortsRefusedParametersDeadLinksTooFewMessages)
 {
     SimProcess sim(false), travin(false, "travin", "5");
@@ -234,8 +232,7 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     ASSERT_EQ(main.Status, 0);
     for (const char* sub : {"list", "monitor", "send", "gen", "demo", "replay"})
         EXPECT_NE(main.Out.find("  " + std::string(sub) + " "), std::string::npos) << sub;
-    // The examples' UDP port 55003 is replaced by a free one; the discrete and
-    // I2C examples get a Travin's and a Wendal's pseudo-terminal.
+    // The examples get a free UDP port for 55003, and a Travin's and a Wendal's pseudo-terminal.
     SimProcess sim(true);
     SimProcess travin(false, "travin", "5");
     SimProcess wendal(false, "wendal", "7");
@@ -412,8 +409,7 @@ TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
     EXPECT_EQ(Transfers(Rows({"send", "--link", link, "spi:0", "--mode", "2", "--clock", "5M", "out=hex:01.02.03"}, 1)),
         (std::vector<std::string>{"spi:0 cs=port 01.02.03 01.02.03 ok"}));
 
-    // monitor runs its polls on their intervals, in the same line format; 0x33
-    // is due again only after 1 s, 0x50 200 ms after the start.
+    // monitor polls on their intervals, in the same lines: 0x33 is due again after 1 s, 0x50 200 ms after the start.
     const auto polls = Rows({"monitor", "--link", link, "i2c:1", "--count", "3", "--poll",
                                 "addr=0x50,reg=0x20,read=2,every=200ms", "--poll", "addr=0x33,every=1"},
         3);
@@ -422,9 +418,8 @@ TEST(ToolSend, I2cAndSpiTransfersOnTheWendal)
     EXPECT_GE(std::stod(polls[2][0]), 0.19);
 }
 
-// hdwtool monitor --reconnect against hdwsim reached through its symbolic link,
-// unplugged and plugged back with its signals: the monitor says when the unit
-// went and came back, goes on printing traffic and counts the outage.
+// monitor --reconnect against hdwsim through its symbolic link, unplugged and plugged back by signals: the monitor
+// says when the unit went and came back, goes on printing traffic and counts the outage.
 TEST(ToolMonitorReconnect, KeepsRunningThroughAnUnplugAndCountsTheOutage)
 {
     const std::string base = "/tmp/hdwtool-reconnect-" + std::to_string(getpid());
