@@ -76,19 +76,9 @@ TEST(ToolGen, LabelsReachTheTransmitterAndBadLabelsAreRefused)
     EXPECT_EQ(sim.Counters().A429Pushed[2], generated);
 }
 
-TEST(ToolSend, BytesReachAPcSerialPort)
-{
-    PtyPair pty;
-    ASSERT_TRUE(pty.Ok());
-    const Output o = Tool({"send", "--link", "pcuart:" + pty.SlaveName(), "uart:0", "--rate", "57600", "hello\\n"});
-    EXPECT_EQ(o.Status, 0) << o.Err;
-    const auto got = pty.ReadMaster(6);
-    EXPECT_EQ(std::string(got.begin(), got.end()), "hello\n");
-}
-
 // A Halden and a Travin on pseudo-terminals: list (no header when piped; the key, seventh column to the end,
-// names the receiver for monitor), discrete banks, then each parser's refusal: one stderr line, no stdout.
-TEST(ToolOnPty, ListRowsAndKeysDiscreteBanksAndBadArgumentsUnknownPortsRefusedParametersDeadLinksTooFewMessages)
+// names the receiver for monitor), discrete banks, a PC serial port, then each refusal: one stderr line, no stdout.
+TEST(ToolOnPty, ListKeysDiscreteBanksPcSerialPortAndBadArgumentsUnknownPortsRefusedParametersDeadLinksTooFewMessages)
 {
     SimProcess sim(false), travin(false, "travin", "5");
     const Output list = Tool({"list", "--link", sim.Link});
@@ -132,9 +122,14 @@ TEST(ToolOnPty, ListRowsAndKeysDiscreteBanksAndBadArgumentsUnknownPortsRefusedPa
     EXPECT_EQ(dout1, (std::vector<std::string>{"0x0F/0x0F/00001111", "0x0C/0x03/00001100"}));
     EXPECT_EQ(din1, (std::vector<std::string>{"0x0C/0x0C/00001100"}));
 
-    // Dead links: a pseudo-terminal and a UDP port nobody answers on, and no device at all.
+    // Bytes sent on a PC serial port reach it; then it is a dead link.
     PtyPair pty;
     ASSERT_TRUE(pty.Ok());
+    const Output pc = Tool({"send", "--link", "pcuart:" + pty.SlaveName(), "uart:0", "--rate", "57600", "hello\\n"});
+    EXPECT_EQ(pc.Status, 0) << pc.Err;
+    const auto got = pty.ReadMaster(6);
+    EXPECT_EQ(std::string(got.begin(), got.end()), "hello\n");
+    // Dead links: a pseudo-terminal and a UDP port nobody answers on, and no device at all.
     CKVX_HdwUdpSocket mute;
     ASSERT_EQ(mute.Open(0, CKVX_IpAddress(127, 0, 0, 1)), 0u);
     const std::string deadPty = "3:" + pty.SlaveName(),
