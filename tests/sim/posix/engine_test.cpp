@@ -275,8 +275,9 @@ TEST(TravinSim, PolarityOnBothSidesTheChangeMaskAndRefusedRecords)
 
     const size_t events = h.Stream.Events.size();
     const uint32_t state = h.Engine.DiscreteOutputState(0);
-    h.Send(Frame({OutWrite(7, 4, 1, 0x01), OutWrite(8, 0, 4, 0x01), OutPulse(9, 0, 0x01, 5),
-        OutPulse(10, 0, 0x01, 10000001), Record(36, 11, {1, 0, 0})}));
+    ASSERT_EQ(state & 0x04, 0u); // a record on line 2 taken by mistake would raise it
+    h.Send(Frame({OutWrite(7, 4, 1, 0x04), OutWrite(8, 0, 4, 0x04), OutPulse(9, 0, 0x04, 5),
+        OutPulse(10, 0, 0x04, 10000001), Record(36, 11, {1, 0, 0})}));
     EXPECT_EQ(h.Stream.Events.size(), events + 5);
     EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 2u + 4 + 5); // sessions, 4 earlier records, five refused
     EXPECT_EQ(h.Engine.GetCounters().DiscreteRefused, 5u);
