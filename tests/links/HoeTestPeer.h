@@ -17,10 +17,7 @@ class HoeTestPeer {
 public:
     using Packet = CKVX_HdwHoe::t_HoePacket_Union;
 
-    explicit HoeTestPeer(unsigned deviceKind, std::string serial = "SN-0042", std::string revision = "R7")
-        : m_DeviceKind(deviceKind),
-          m_Serial(std::move(serial)),
-          m_Revision(std::move(revision))
+    explicit HoeTestPeer(unsigned deviceKind) : m_DeviceKind(deviceKind)
     {
         m_Socket.Open(0, CKVX_IpAddress(127, 0, 0, 1));
         m_Thread = std::thread([this] { Run(); });
@@ -31,8 +28,7 @@ public:
         m_Thread.join();
     }
 
-    unsigned short Port() const { return m_Socket.GetLocalPort(); }
-    std::string Link() const { return "udp:127.0.0.1:" + std::to_string(Port()); }
+    std::string Link() const { return "udp:127.0.0.1:" + std::to_string(m_Socket.GetLocalPort()); }
 
     std::atomic<bool> AnswerDetect{true};
     std::atomic<uint32_t> SessionToGrant{0x5E55};
@@ -120,8 +116,8 @@ private:
             // Kind (little-endian), model, serial number and revision, NUL-padded.
             unsigned char payload[84] = {
                 uint8_t(m_DeviceKind), uint8_t(m_DeviceKind >> 8), 0, 0, 'T', 'E', 'S', 'T', 'U', 'N', 'I', 'T'};
-            std::memcpy(payload + 36, m_Serial.data(), m_Serial.size());
-            std::memcpy(payload + 68, m_Revision.data(), m_Revision.size());
+            std::memcpy(payload + 36, "SN-0042", 7);
+            std::memcpy(payload + 68, "R7", 2);
             Reply(p, CKVX_HdwHoe::CodeDetectReply, 0, payload, sizeof payload, fromPort);
             break;
         }
@@ -146,7 +142,6 @@ private:
     }
 
     const unsigned m_DeviceKind;
-    const std::string m_Serial, m_Revision;
     CKVX_HdwUdpSocket m_Socket;
     std::atomic<bool> m_Stop{false};
     std::mutex m_Mutex;

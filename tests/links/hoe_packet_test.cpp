@@ -48,26 +48,22 @@ TEST(HoePacket, DetectIsByteForByteTheKnownPacket)
 TEST(HoePacket, PortBuilderCoversTheLengthTheCallerSet)
 {
     using Builder = void (CKVX_HdwHoe::*)(unsigned, unsigned, unsigned, unsigned, Packet&);
-    struct Case {
-        Builder build;
-        uint32_t code;
-    };
-    const Case cases[] = {{&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},
+    const std::pair<Builder, uint32_t> cases[] = {{&CKVX_HdwHoe::BuildOpenPortPacket, 0xA0000001u},
         {&CKVX_HdwHoe::BuildClosePortPacket, 0xA0000003u}, {&CKVX_HdwHoe::BuildKeepAlivePortPacket, 0xA0000005u},
         {&CKVX_HdwHoe::BuildDataBufPortPacket, 0xA0000006u}, {&CKVX_HdwHoe::BuildCctxPortPacket, 0xA0000008u},
         {&CKVX_HdwHoe::BuildRstTxPortPacket, 0xA000000Au}, {&CKVX_HdwHoe::BuildRstRxPortPacket, 0xA000000Cu},
         {&CKVX_HdwHoe::BuildDctxPortPacket, 0xA000000Eu}, {&CKVX_HdwHoe::BuildCfgPortPacket, 0xA0000010u}};
     CKVX_HdwHoe hoe(0xCAFE);
-    for (const Case& c : cases) {
+    for (const auto& [build, code] : cases) {
         Packet p = Filled(0);
         CKVX_HdwHoe::SetPacketNumber(p, 41);
         CKVX_HdwHoe::SetPayloadLength(p, 10);
         for (unsigned i = 0; i < 20; ++i)
             p.Bytes[64 + i] = static_cast<unsigned char>(i + 1);
         p.Bytes[62] = 0x77; // stale CRC must not count
-        (hoe.*c.build)(3, 0x10002, 0x30004, 9, p);
+        (hoe.*build)(3, 0x10002, 0x30004, 9, p);
 
-        EXPECT_EQ(CKVX_HdwHoe::GetCode(p), c.code);
+        EXPECT_EQ(CKVX_HdwHoe::GetCode(p), code);
         EXPECT_EQ(CKVX_HdwHoe::GetFirstWord(p), 3u);
         EXPECT_EQ(CKVX_HdwHoe::GetSecondWord(p), 9u);
         EXPECT_EQ(CKVX_HdwHoe::GetPacketNumber(p), 41u);

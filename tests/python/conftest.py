@@ -1,6 +1,4 @@
-"""Fixtures for the Python suites: the unit emulator (hdwsim, named by HDWSIM)
-on a pseudo-terminal or a loopback UDP port, and an enumerated, running
-manager on it."""
+"""The unit emulator (hdwsim, named by HDWSIM) on a pseudo-terminal or loopback UDP, and a running manager on it."""
 
 import os
 import select
@@ -35,11 +33,9 @@ class Sim:
         self.link = f"{code}:{where}" if kind == "pty" else f"{code}:udp:{where}"
 
     def stop(self):
-        """Ends the emulator; its remaining output (e.g. --counters)."""
         if self.proc.poll() is None:
             self.proc.send_signal(signal.SIGTERM)
-        out, _ = self.proc.communicate(timeout=DEADLINE_S)
-        return out or ""
+        self.proc.communicate(timeout=DEADLINE_S)
 
 
 @pytest.fixture
@@ -50,8 +46,7 @@ def sim():
 
 
 def start_manager(link):
-    """A running manager with the unit on `link` enumerated (a few tries:
-    the probe waits a fixed time that a loaded machine can miss)."""
+    """A running manager with the unit on `link` (a few tries: a loaded machine can miss the probe's wait)."""
     code = link.partition(":")[0]
     manager = hdwlib.Manager([int(code)])
     manager.set_echo_timeout(ECHO_TIMEOUT_MS)

@@ -1,5 +1,4 @@
-"""ARINC 429 words through the emulated unit (transmitter k feeds receiver k),
-the signal service's wait, and its descriptor with select."""
+"""ARINC 429 words through the emulated unit (transmitter k feeds receiver k), signals' wait and select."""
 
 import select
 import threading

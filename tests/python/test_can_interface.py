@@ -1,5 +1,4 @@
-"""The python-can interface "hdwlib" against the emulated unit, whose CAN
-channels 0 and 1 share one bus."""
+"""The python-can interface "hdwlib" against the emulated unit, whose CAN channels 0 and 1 share one bus."""
 
 import asyncio
 import signal
@@ -15,15 +14,6 @@ from conftest import DEADLINE_S, ECHO_TIMEOUT_MS, OPEN_TIMEOUT_MS, Sim
 def open_bus(sim, channel, **kwargs):
     return can.Bus(interface="hdwlib", channel=channel, link=sim.link, bitrate=500000,
                    open_timeout_ms=OPEN_TIMEOUT_MS, echo_timeout_ms=ECHO_TIMEOUT_MS, **kwargs)
-
-
-@pytest.fixture
-def pair(sim):
-    tx = open_bus(sim, "can:0")
-    rx = open_bus(sim, "can:1")
-    yield tx, rx
-    rx.shutdown()
-    tx.shutdown()
 
 
 def until(bus, done):
@@ -42,8 +32,8 @@ def recv_all(bus, count):
     return got
 
 
-def test_send_on_one_channel_receive_on_the_other(pair):
-    tx, rx = pair
+def test_send_on_one_channel_receive_on_the_other(sim):
+    tx, rx = open_bus(sim, "can:0"), open_bus(sim, "can:1")
     sent = [
         can.Message(arbitration_id=0x123, data=b"\xde\xad\xbe\xef", is_extended_id=False),
         can.Message(arbitration_id=0x1F334455, data=b"", is_extended_id=True, is_remote_frame=True, dlc=2),
@@ -74,6 +64,8 @@ def test_send_on_one_channel_receive_on_the_other(pair):
             notifier.stop()
 
     assert asyncio.run(main()).arbitration_id == 0x42
+    rx.shutdown()
+    tx.shutdown()
 
 
 def test_buses_of_one_link_share_its_manager_until_the_last_shutdown(sim):

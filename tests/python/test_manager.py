@@ -3,7 +3,7 @@
 import pytest
 
 import hdwlib
-from conftest import OPEN_TIMEOUT_MS
+from conftest import OPEN_TIMEOUT_MS, start_manager
 
 
 def test_enumeration_lists_every_port_with_its_link_and_finds_each(manager, sim):
@@ -53,8 +53,6 @@ def test_open_close_wrong_state_and_bad_argument_results(manager):
 
 
 def test_a_port_keeps_its_manager_alive(sim):
-    from conftest import start_manager
-
     port = start_manager(sim.link).port("a429rx:0")
     words = port.enable_arinc429_in()
     port.open(timeout=OPEN_TIMEOUT_MS)

@@ -32,15 +32,14 @@ def test_can_frame_standard_and_extended_identifiers():
     assert remote.rtr and remote.dlc == 4 and remote.data == b""
 
 
-def test_hdw_error_carries_code_text_and_context():
+def test_hdw_error_carries_code_text_and_context_and_a_failed_call_raises_it():
     e = hdwlib.HdwError(19, hdwlib.result_text(19), "open the port")
     assert (e.code, e.context) == (19, "open the port")
     assert e.text and e.text != hdwlib.result_text(2)
     assert str(e) == f"open the port: {e.text} (result 19)"
     again = pickle.loads(pickle.dumps(e))
     assert (again.code, again.text, again.context) == (e.code, e.text, e.context)
-
-def test_a_failed_call_raises_hdw_error():
+    # A failed call raises it with the library's text of its code.
     m = hdwlib.Manager(["halden"])
     with pytest.raises(hdwlib.HdwError) as info:
         m.enumerate(["3:/dev/hdwlib-no-such-tty"])

@@ -62,12 +62,9 @@ TEST(BridgedDevice, ExplicitLinksAreProbedAcceptedOnesBecomeInstancesWithComOper
     CKVX_HdwManager manager;
     ASSERT_EQ(manager.AttachDevice(&device), 0u);
     device.refuse = ptyB.SlaveName();
-    CKVX_HdwManager::CInitPortDesc links[] = {
-        {kTestDeviceCode, ptyB.SlaveName().c_str()},
-        {kTestDeviceCode, "/dev/hdwlib-missing-tty"},
-        {kTestDeviceCode, ptyA.SlaveName().c_str()},
-        {kTestDeviceCode, "udp:127.0.0.1:40003"},
-    };
+    CKVX_HdwManager::CInitPortDesc links[] = {{kTestDeviceCode, ptyB.SlaveName().c_str()},
+        {kTestDeviceCode, "/dev/hdwlib-missing-tty"}, {kTestDeviceCode, ptyA.SlaveName().c_str()},
+        {kTestDeviceCode, "udp:127.0.0.1:40003"}};
     ASSERT_EQ(manager.Enumerate(links, 4, CKVX_HdwManager::EnumerateNoScan), 0u);
     EXPECT_EQ((std::vector<unsigned>{links[0].Result, links[1].Result, links[2].Result, links[3].Result}),
         (std::vector<unsigned>{14, 14, 0, CKVX_HdwInitPortDesc::ResultNotTried}));

@@ -85,15 +85,10 @@ TEST_F(FakeSysfs, UsbBridgesCarryTheirDescriptorsInNameOrderAndUartsOfOneBridgeS
     AddUsbTty("1-7", "ttyUSB4", "0403", "6001", "Plain", "", "0600", true, "1.1");
     // Identifiers come out in lower case; missing texts are empty.
     AddUsbTty("1-3", "ttyACM0", "1A86", "7D2B", "", "", "0264");
-    const std::vector<std::string> expected = {
-        "ttyACM0 usb 1a86|7d2b|||0264",
-        "ttyUSB0 usb 0403|6010|Dual|S10|0700",
-        "ttyUSB1 usb 0403|6001|Test Bridge|A1B2C3|0600",
-        "ttyUSB2 usb 0403|6010|Dual|S10|0700",
-        "ttyUSB3 usb 0403|6001|Plain||0600",
-        "ttyUSB4 usb 0403|6001|Plain||0600",
-        "ttyUSB10 usb 0403|6010|Dual|S10|0700",
-    };
+    const std::vector<std::string> expected = {"ttyACM0 usb 1a86|7d2b|||0264", "ttyUSB0 usb 0403|6010|Dual|S10|0700",
+        "ttyUSB1 usb 0403|6001|Test Bridge|A1B2C3|0600", "ttyUSB2 usb 0403|6010|Dual|S10|0700",
+        "ttyUSB3 usb 0403|6001|Plain||0600", "ttyUSB4 usb 0403|6001|Plain||0600",
+        "ttyUSB10 usb 0403|6010|Dual|S10|0700"};
     EXPECT_EQ(Enumerate(), expected);
 
     const std::vector<SerialPortInfo> ports = EnumerateSerialPorts(sys.string(), dev.string());

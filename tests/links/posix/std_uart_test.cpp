@@ -28,7 +28,6 @@ protected:
     }
     void TearDown() override { manager.Stop(); }
 
-    // Enables both services and opens the port.
     void OpenWithServices(uint32_t inSize = 1u << 20, unsigned writeTimeoutMs = 1000)
     {
         CKVX_HdwService* s = nullptr;

@@ -1,6 +1,5 @@
 #pragma once
-// The host's side of the unit protocol, from the byte tables and independent of
-// the emulator's code: command records and host frames built, unit frames taken apart.
+// The host's side of the unit protocol, written from the byte tables and not from the emulator's code.
 
 #include <hdwsim/UnitEngine.h>
 #include "support/BitwiseCrc.h"
@@ -27,11 +26,6 @@ inline void Le16(Bytes& b, uint32_t v)
     b.push_back(static_cast<uint8_t>(v));
     b.push_back(static_cast<uint8_t>(v >> 8));
 }
-inline void Le32(Bytes& b, uint32_t v)
-{
-    Le16(b, v);
-    Le16(b, v >> 16);
-}
 inline uint32_t GetLe32(const uint8_t* p)
 {
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
@@ -57,7 +51,7 @@ inline Bytes Record(unsigned code, unsigned number, const Bytes& params)
 }
 
 // A host frame holding the records in order.
-inline Bytes FrameOf(const std::vector<Bytes>& records)
+inline Bytes Frame(const std::vector<Bytes>& records)
 {
     Bytes payload;
     for (const Bytes& r : records)
@@ -67,10 +61,6 @@ inline Bytes FrameOf(const std::vector<Bytes>& records)
     f.insert(f.end(), payload.begin(), payload.end());
     Le16(f, BitwiseCrc16(f.data(), f.size()));
     return f;
-}
-inline Bytes Frame(std::initializer_list<Bytes> records)
-{
-    return FrameOf(std::vector<Bytes>(records));
 }
 
 inline Bytes Session(unsigned number, bool open)
@@ -127,12 +117,10 @@ struct Event {
     uint32_t Word() const { return GetLe32(Params.data() + 4); }
 };
 
-// Takes apart the unit frames of what the unit sent (whole frames only):
-// start byte, length of the records, event count, records, CRC.
+// The events of whole unit frames: start byte, length of the records, event count, records, CRC.
 struct UnitStream {
     std::vector<Event> Events;
 
-    void Feed(const Bytes& data) { Feed(data.data(), data.size()); }
     void Feed(const uint8_t* b, size_t size)
     {
         for (size_t at = 0; at < size;) {
@@ -180,7 +168,7 @@ struct EngineHost {
         Bytes out;
         Engine.TakeOutput(Now, SIZE_MAX, out);
         Raw.insert(Raw.end(), out.begin(), out.end());
-        Stream.Feed(out);
+        Stream.Feed(out.data(), out.size());
     }
     hdwsim::UnitEngine Engine;
     uint64_t Now = 0;

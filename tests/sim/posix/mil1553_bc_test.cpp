@@ -1,7 +1,6 @@
-// The unit's MIL-STD-1553 bus driven with raw records on a stepped clock: the controller's timing,
-// injected faults and a table that cannot run, checked on the type-8 events and their time stamps.
-// Timing (µs): 20 per word, 8 for a simulated terminal's answer, the response time-out (14 here)
-// when nobody answers, 4 between messages.
+// The unit's MIL-STD-1553 controller driven with raw records on a stepped clock, checked on its type-8 events.
+// Timing (µs): 20 per word, 8 for a simulated terminal's answer, the response time-out (14 here) when nobody
+// answers, 4 between messages.
 
 #include "TestHost.h"
 
@@ -17,8 +16,6 @@ using hdwsim::MilStd1553Fault;
 
 namespace {
 
-// The host's side of the channels, from the design page's tables: SRAM writes,
-// configurations, BC descriptors, major frame tables and the type-8 event records.
 using Words = std::vector<uint16_t>;
 
 // Command word: terminal address, transmit, subaddress, word count field.
@@ -29,10 +26,7 @@ inline uint16_t Cmd(unsigned ta, bool transmit, unsigned sa, unsigned wc)
 
 // A BC descriptor; descriptor i (8 words) lies at i x 8, its buffer at 0x2000 + 32 x i.
 struct Descriptor {
-    uint16_t Control = 0;
-    uint16_t Command1 = 0;
-    uint16_t Command2 = 0;
-    uint16_t TransferId = 0;
+    uint16_t Control = 0, Command1 = 0, Command2 = 0, TransferId = 0;
 };
 
 // A major frame table: per minor frame its period in 10 µs and its descriptor indexes.
@@ -46,43 +40,29 @@ inline Words MajorFrameTable(const std::vector<std::pair<uint16_t, Words>>& mino
     return t;
 }
 
-// One type-8 event record taken apart; kind 1 (a transfer) has the fields after Time.
-struct MilEvent {
-    unsigned Kind = 0;
-    uint32_t Time = 0;
-    uint16_t TransferId = 0;
-    Words Data;
-    uint16_t Status1 = 0, Flags = 0;
-};
+using Texts = std::vector<std::string>;
 
-inline std::vector<MilEvent> MilEvents(const UnitStream& s, unsigned kind = 0)
+// The type-8 events as "kind:id@time status/flags data...", in hex but the time; only transfers (kind 1) have all.
+Texts Bc(const UnitStream& s)
 {
-    std::vector<MilEvent> r;
+    Texts r;
+    char text[64];
     for (const Event& e : s.OfType(EvMil1553)) {
         const Bytes& p = e.Params;
-        auto le16 = [&](size_t at) { return static_cast<uint16_t>(p.at(at) | (p.at(at + 1) << 8)); };
-        MilEvent m;
-        m.Kind = p.at(4);
-        m.Time = e.Time();
-        if (m.Kind == 1) {
-            m.TransferId = le16(5);
-            const unsigned n = le16(7);
-            for (unsigned i = 0; i < n; ++i)
-                m.Data.push_back(le16(9 + 2 * i));
-            m.Status1 = le16(9 + 2 * n);
-            m.Flags = le16(13 + 2 * n);
-            EXPECT_EQ(p.size(), 15u + 2 * n) << "kind-1 record length";
-        } else if (m.Kind != 2) {
-            EXPECT_EQ(p.size(), 11u) << "kind " << m.Kind << " record length";
+        auto le16 = [&](size_t at) { return unsigned(p.at(at) | (p.at(at + 1) << 8)); };
+        const unsigned kind = p.at(4), n = kind == 1 ? le16(7) : 0;
+        EXPECT_TRUE(kind == 2 || p.size() == (kind == 1 ? 15u + 2 * n : 11u)) << "kind " << kind << " record length";
+        std::snprintf(text, sizeof text, "%u:%X@%u %X/%X", kind, kind == 1 ? le16(5) : 0, e.Time(),
+            kind == 1 ? le16(9 + 2 * n) : 0, kind == 1 ? le16(13 + 2 * n) : 0);
+        r.push_back(text);
+        for (unsigned i = 0; i < n; ++i) {
+            std::snprintf(text, sizeof text, " %X", le16(9 + 2 * i));
+            r.back() += text;
         }
-        if (kind == 0 || m.Kind == kind)
-            r.push_back(m);
     }
     return r;
 }
 
-// Transfer flags.
-constexpr uint16_t NoResponse = 1, BadWordCount = 2, Parity = 4;
 // Configuration flags.
 constexpr uint8_t CfgRun = 1, CfgBusA = 2, CfgBusB = 4, CfgOneShots = 32;
 
@@ -95,13 +75,12 @@ struct MilBench : EngineHost {
     {
         std::vector<Bytes> records;
         for (size_t at = 0; at < words.size(); at += 100) {
-            Bytes p;
-            Le32(p, static_cast<uint32_t>(ch * 0x8000 + address + at));
+            Bytes p = Pack({{static_cast<uint32_t>(ch * 0x8000 + address + at), 4}});
             for (size_t i = at; i < words.size() && i < at + 100; ++i)
                 Le16(p, words[i]);
             records.push_back(Record(4, Number++, p));
         }
-        Send(FrameOf(records));
+        Send(Frame(records));
     }
     // Mode 0 idle, 1 BC, 2 RT; flags (8 monitor, 64 switch); one-shot count or terminal
     // address; a 14 µs response time-out; table page; cycles after which to stop.
@@ -123,39 +102,21 @@ struct MilBench : EngineHost {
             At(t);
         At(us * 1000);
     }
-    // Runs one-shot descriptor 0 with the schedule stopped, from `atUs`.
-    MilEvent OneShot(const Descriptor& d, const Words& data, uint64_t atUs)
+    // Runs one-shot descriptor 0 with the schedule stopped, from `atUs`: the one event it makes.
+    std::string OneShot(const Descriptor& d, const Words& data, uint64_t atUs)
     {
         Describe(0, 0, d, data);
         At(atUs * 1000);
-        const size_t before = MilEvents(Stream, 1).size();
+        const size_t before = Bc(Stream).size();
         Configure(0, 1, CfgBusA | CfgBusB | CfgOneShots, 1);
         RunToUs(atUs + 1000);
-        const auto done = MilEvents(Stream, 1);
+        const Texts done = Bc(Stream);
         EXPECT_EQ(done.size(), before + 1);
         return done.back();
     }
 
     unsigned Number = 1;
 };
-
-using Texts = std::vector<std::string>;
-
-// The controller's events as "kind:id@time status/flags data...", in hex but the time.
-Texts Bc(const UnitStream& s, unsigned kind = 0)
-{
-    Texts r;
-    char text[64];
-    for (const MilEvent& e : MilEvents(s, kind)) {
-        std::snprintf(text, sizeof text, "%u:%X@%u %X/%X", e.Kind, e.TransferId, e.Time, e.Status1, e.Flags);
-        r.push_back(text);
-        for (uint16_t w : e.Data) {
-            std::snprintf(text, sizeof text, " %X", w);
-            r.back() += text;
-        }
-    }
-    return r;
-}
 
 } // namespace
 
@@ -179,6 +140,7 @@ TEST(Mil1553Bc, MessagesGoBackToBackWithTheirGapsAndMinorFramesKeepTheirGrid)
     EXPECT_EQ(b.Engine.GetCounters().Mil1553Transfers[0], 6u);
 }
 
+// Terminal 5's status is 2800; flags 1: no response, 2: bad word count, 4: parity error.
 TEST(Mil1553Bc, InjectedFaultsLastTheirCountAndShowInTheFlags)
 {
     MilBench b;
@@ -186,25 +148,20 @@ TEST(Mil1553Bc, InjectedFaultsLastTheirCountAndShowInTheFlags)
     b.OneShot({0, Cmd(5, false, 3, 2), 0, 6}, {0x0A0A, 0x0B0B}, 1000);
 
     ASSERT_TRUE(b.Engine.SetMilStd1553Fault(5, 0, MilStd1553Fault::BadWordCount, 1));
-    MilEvent e = b.OneShot(tx, {}, 3000);
-    EXPECT_EQ(e.Flags, BadWordCount);
-    EXPECT_EQ(e.Data, (Words{0x0A0A})) << "one word short";
-    EXPECT_EQ(b.OneShot(tx, {}, 5000).Flags, 0u) << "a fault for one transfer";
+    EXPECT_EQ(b.OneShot(tx, {}, 3000), "1:7@3000 2800/2 A0A") << "one word short";
+    EXPECT_EQ(b.OneShot(tx, {}, 5000), "1:7@5000 2800/0 A0A B0B") << "a fault for one transfer";
 
     ASSERT_TRUE(b.Engine.SetMilStd1553Fault(5, 0, MilStd1553Fault::BadWordCount, 1));
-    e = b.OneShot({0, Cmd(5, false, 3, 2), 0, 8}, {0x0A0A, 0x0B0B}, 7000);
-    EXPECT_EQ(e.Flags, BadWordCount) << "a word too many after the status word";
+    EXPECT_EQ(b.OneShot({0, Cmd(5, false, 3, 2), 0, 8}, {0x0A0A, 0x0B0B}, 7000), "1:8@7000 2800/2 A0A B0B")
+        << "a word too many after the status word";
 
     ASSERT_TRUE(b.Engine.SetMilStd1553Fault(5, 0, MilStd1553Fault::ParityError, 1));
-    e = b.OneShot(tx, {}, 9000);
-    EXPECT_EQ(e.Flags, Parity);
-    EXPECT_EQ(e.Status1, 0u) << "a status word with a parity error is not reported";
-    EXPECT_EQ(e.Data, (Words{0x0A0A, 0x0B0B}));
+    EXPECT_EQ(b.OneShot(tx, {}, 9000), "1:7@9000 0/4 A0A B0B") << "a status word with a parity error is not reported";
 
     ASSERT_TRUE(b.Engine.SetMilStd1553Fault(5, 0, MilStd1553Fault::NoResponse, 2));
-    EXPECT_EQ(b.OneShot(tx, {}, 11000).Flags, NoResponse);
-    EXPECT_EQ(b.OneShot(tx, {}, 13000).Flags, NoResponse);
-    EXPECT_EQ(b.OneShot(tx, {}, 15000).Flags, 0u);
+    EXPECT_EQ(b.OneShot(tx, {}, 11000), "1:7@11000 0/1");
+    EXPECT_EQ(b.OneShot(tx, {}, 13000), "1:7@13000 0/1");
+    EXPECT_EQ(b.OneShot(tx, {}, 15000), "1:7@15000 2800/0 A0A B0B");
 
     EXPECT_FALSE(b.Engine.SetMilStd1553Fault(31, 0, MilStd1553Fault::NoResponse));
     EXPECT_FALSE(b.Engine.SetMilStd1553Fault(5, 2, MilStd1553Fault::NoResponse));
@@ -216,9 +173,7 @@ TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
     b.Write(0, 0x1000, {0}); // no minor frame
     b.Configure(0, 1, CfgRun | CfgBusA, 0, 0x10);
     b.RunToUs(100);
-    auto events = MilEvents(b.Stream);
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].Kind, 4u);
+    EXPECT_EQ(Bc(b.Stream), (Texts{"4:0@0 0/0"}));
 
     b.Write(0, 0x1000, MajorFrameTable({{100, {32}}}));
     b.Describe(0, 32, {0, Cmd(5, true, 1, 1), 0, 1});
@@ -226,6 +181,6 @@ TEST(Mil1553Bc, ATableThatCannotRunStopsAtOnceAndAnotherModeWaitsForAStop)
     b.Configure(0, 2, CfgRun | CfgBusA, 5);
     EXPECT_EQ(b.Engine.GetCounters().Mil1553ConfigsRefused[0], 1u);
     b.RunToUs(2500);
-    events = MilEvents(b.Stream, 1);
-    EXPECT_EQ(events.size(), 3u) << "still the controller";
+    EXPECT_EQ(Bc(b.Stream), (Texts{"4:0@0 0/0", "1:1@100 2800/0 0", "1:1@1100 2800/0 0", "1:1@2100 2800/0 0"}))
+        << "still the controller";
 }

@@ -1,5 +1,4 @@
-// The emulator's options: where the unit clock starts, the simulated
-// MIL-STD-1553 terminals and their faults.
+// The emulator's options: where the unit clock starts, the simulated MIL-STD-1553 terminals and their faults.
 
 #include <hdwsim/Emulator.h>
 #include <hdwsim/MilStd1553Options.h>
@@ -17,8 +16,7 @@ uint32_t MonotonicUs()
     return uint32_t(uint64_t(t.tv_sec) * 1000000u + uint64_t(t.tv_nsec) / 1000u);
 }
 
-// With the option the unit clock is CLOCK_MONOTONIC (a load test in another
-// process compares time stamps with its own); without it it starts at ClockStartUs.
+// A load test in another process compares the unit's time stamps with its own CLOCK_MONOTONIC.
 TEST(EmulatorClock, MonotonicOptionMakesTheUnitClockTheSystemMonotonicClockElseItStartsAtClockStartUs)
 {
     hdwsim::Emulator::Options o;

@@ -1,6 +1,5 @@
-// The emulator served over HOE on loopback UDP. The host's packets are built
-// and checked with the library's HOE codec, which shares no code with the
-// emulator; the unit frames inside are taken apart by TestHost.h.
+// The emulator served over HOE on loopback UDP. The host's packets are built and checked with the
+// library's HOE codec, which shares no code with the emulator; TestHost.h takes the unit frames apart.
 
 #include "TestHost.h"
 
@@ -10,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 using namespace simtest;
@@ -73,82 +71,66 @@ void ExpectSingleEcho(Host& h, uint32_t tag, uint32_t session, unsigned number, 
     EXPECT_EQ(u.OfType(EvEcho)[0].EchoNumber(), number);
 }
 
-struct UdpFixture : ::testing::Test {
-    void StartSim(unsigned keepAliveMs = 250)
-    {
-        hdwsim::Emulator::Options o;
-        o.Pty = false;
-        o.Udp = true; // on any free port
-        o.KeepAliveMs = keepAliveMs;
-        Sim = std::make_unique<hdwsim::Emulator>(hdwsim::HaldenModel(), o);
-        std::string error;
-        ASSERT_TRUE(Sim->Start(&error)) << error;
-        ASSERT_NE(Sim->UdpPort(), 0);
-    }
+} // namespace
+
+// Keep-alives are off (600 s): only the packets the test causes are numbered and dropped.
+TEST(UdpSession, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLeavesAndDroppedPacketsAreCounted)
+{
+    hdwsim::Emulator::Options o;
+    o.Pty = false;
+    o.Udp = true; // on any free port
+    o.KeepAliveMs = 600000;
+    hdwsim::Emulator sim(hdwsim::HaldenModel(), o);
+    std::string error;
+    ASSERT_TRUE(sim.Start(&error)) << error;
+    ASSERT_NE(sim.UdpPort(), 0);
     // The session id the unit grants (0: refused).
-    uint32_t ConnectHost(Host& h, uint32_t tag)
-    {
+    const auto connect = [](Host& h, uint32_t tag) {
         h.Send(Hoe::CodeConnect, tag, 0, {0x34, 0x12});
         Packet r{};
         EXPECT_TRUE(h.Receive(Hoe::CodeConnectReply, tag, r)) << "no answer to connect";
         return Hoe::GetSecondWord(r);
-    }
-    std::unique_ptr<hdwsim::Emulator> Sim;
-};
-
-} // namespace
-
-TEST_F(UdpFixture, SecondClientWrongSessionIdAndBadCrcAreRefusedUntilTheFirstLeaves)
-{
-    StartSim();
-    Host a(Sim->UdpPort(), 0xA);
-    Host b(Sim->UdpPort(), 0xB);
-    const uint32_t sa = ConnectHost(a, 1);
+    };
+    Host a(sim.UdpPort(), 0xA), b(sim.UdpPort(), 0xB);
+    const uint32_t sa = connect(a, 1);
     ASSERT_NE(sa, 0u);
-    EXPECT_EQ(ConnectHost(b, 2), 0u);
-    EXPECT_EQ(Sim->GetCounters().SessionsRefused, 1u);
+    EXPECT_EQ(connect(b, 2), 0u);
+    EXPECT_EQ(sim.GetCounters().SessionsRefused, 1u);
     // None of these is executed: the refused client's, a wrong session id, a bad CRC.
     b.Send(Hoe::CodeSendCmd, 2, sa, Frame({Session(1, true)}));
     a.Send(Hoe::CodeSendCmd, 1, sa + 1, Frame({Session(2, true)}));
     Packet bad = a.Make(Hoe::CodeSendCmd, 1, sa, Frame({Session(3, true)}));
     bad.Bytes[70] ^= 0xFF;
     a.SendRaw(bad);
-    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().UdpPacketsRejected == 3; }));
+    ASSERT_TRUE(WaitUntil([&] { return sim.GetCounters().UdpPacketsRejected == 3; }));
     Packet r;
     ExpectSingleEcho(a, 1, sa, 4, r);
-    EXPECT_EQ(Sim->GetCounters().CommandsReceived, 1u);
+    EXPECT_EQ(sim.GetCounters().CommandsReceived, 1u);
 
     a.Send(Hoe::CodeDisconnect, 1, sa);
     ASSERT_TRUE(a.Receive(Hoe::CodeDisconnectReply, 1, r));
     EXPECT_EQ(Hoe::GetSecondWord(r), sa);
-    const uint32_t sb = ConnectHost(b, 2);
-    EXPECT_NE(sb, 0u);
+    const uint32_t sb = connect(b, 2);
+    ASSERT_NE(sb, 0u);
     EXPECT_NE(sb, sa);
-}
 
-TEST_F(UdpFixture, DroppedPacketsAreCountedAndTheNextOnesArrive)
-{
-    StartSim(600000); // no keep-alive in the way
-    Host h(Sim->UdpPort(), 0x6666);
-    const uint32_t s = ConnectHost(h, 1);
-    ASSERT_NE(s, 0u);
-    Sim->DropNextUdpPackets(1);
-    h.Send(Hoe::CodeSendCmd, 1, s, Frame({Session(1, true)}));
-    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().UdpPacketsDropped == 1; }));
-    Packet r;
-    ExpectSingleEcho(h, 1, s, 2, r);
-    // The lost packet still took its number: the host can see the gap.
+    sim.DropNextUdpPackets(1);
+    b.Send(Hoe::CodeSendCmd, 2, sb, Frame({Session(5, true)}));
+    ASSERT_TRUE(WaitUntil([&] { return sim.GetCounters().UdpPacketsDropped == 1; }));
+    ExpectSingleEcho(b, 2, sb, 6, r);
+    // The lost packet still took its number in the new session: the host can see the gap.
     EXPECT_EQ(Hoe::GetPacketNumber(r), 1u);
 
     // Fraction 1 loses every packet, 0 none.
-    Sim->SetUdpDropFraction(1.0);
+    const uint64_t sent = sim.GetCounters().FramesSent;
+    sim.SetUdpDropFraction(1.0);
     for (unsigned i = 0; i < 5; ++i)
-        h.Send(Hoe::CodeSendCmd, 1, s, Frame({Session(10 + i, true)}));
+        b.Send(Hoe::CodeSendCmd, 2, sb, Frame({Session(10 + i, true)}));
     // Several frames may share one packet: wait until all five left the unit.
-    ASSERT_TRUE(WaitUntil([&] { return Sim->GetCounters().FramesSent == 7; }));
-    const uint64_t dropped = Sim->GetCounters().UdpPacketsDropped;
+    ASSERT_TRUE(WaitUntil([&] { return sim.GetCounters().FramesSent == sent + 5; }));
+    const uint64_t dropped = sim.GetCounters().UdpPacketsDropped;
     EXPECT_GE(dropped, 2u);
-    Sim->SetUdpDropFraction(0.0);
-    ExpectSingleEcho(h, 1, s, 20, r);
-    EXPECT_EQ(Sim->GetCounters().UdpPacketsDropped, dropped);
+    sim.SetUdpDropFraction(0.0);
+    ExpectSingleEcho(b, 2, sb, 20, r);
+    EXPECT_EQ(sim.GetCounters().UdpPacketsDropped, dropped);
 }

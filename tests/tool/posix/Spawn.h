@@ -1,6 +1,5 @@
 #pragma once
-// Starting the built programs from a test: hdwtool run to its end, hdwsim
-// in a process of its own or an emulator in this one.
+// Starting the built programs: hdwtool run to its end, hdwsim in a process of its own or an emulator in this one.
 
 #include <hdwsim/Emulator.h>
 
@@ -86,8 +85,7 @@ inline std::vector<std::string> Words(const std::string& line)
 
 using Row = std::vector<std::string>;
 
-// Runs hdwtool expecting exit status `status` and `lines` lines of output: the
-// lines' words, or as many rows of empty words after a failure.
+// hdwtool's output lines as words, expecting `status` and `lines` lines (else as many rows of empty words).
 inline std::vector<Row> Rows(const std::vector<std::string>& args, size_t lines, int status = 0)
 {
     const Output o = Tool(args);
@@ -98,17 +96,6 @@ inline std::vector<Row> Rows(const std::vector<std::string>& args, size_t lines,
         return rows;
     ADD_FAILURE() << args[0] << ": status " << o.Status << ", " << rows.size() << " lines\n" << o.Out << o.Err;
     return std::vector<Row>(lines, Row(12));
-}
-
-// One line a child writes to `fd`, waiting up to 10 s for each byte.
-inline std::string ReadLine(int fd)
-{
-    std::string line;
-    pollfd p{fd, POLLIN, 0};
-    char c = 0;
-    while (poll(&p, 1, 10000) > 0 && read(fd, &c, 1) == 1 && c != '\n')
-        line += c;
-    return line;
 }
 
 // hdwsim in a process of its own; its first line names the endpoint, Line() reads the next.
@@ -140,7 +127,16 @@ public:
         waitpid(Pid, nullptr, 0);
         close(m_Out);
     }
-    std::string Line() { return ReadLine(m_Out); }
+    // The next line it writes, waiting up to 10 s for each byte.
+    std::string Line()
+    {
+        std::string line;
+        pollfd p{m_Out, POLLIN, 0};
+        char c = 0;
+        while (poll(&p, 1, 10000) > 0 && read(m_Out, &c, 1) == 1 && c != '\n')
+            line += c;
+        return line;
+    }
     std::string Link; // --link value
     std::string Port; // UDP port
     pid_t Pid = -1;
@@ -150,16 +146,13 @@ private:
 };
 
 // An emulated unit in this process on a pseudo-terminal, its counters read by the tests.
-inline hdwsim::Emulator::Options PtyOptions(bool pacing)
-{
-    hdwsim::Emulator::Options o;
-    o.Pty = true;
-    o.Pacing = pacing;
-    return o;
-}
 struct LocalSim {
     explicit LocalSim(const char* unit = "halden", const char* code = "3", bool pacing = false)
-        : Sim(*hdwsim::FindUnitModel(unit), PtyOptions(pacing))
+        : Sim(*hdwsim::FindUnitModel(unit), [pacing] {
+              hdwsim::Emulator::Options o;
+              o.Pacing = pacing;
+              return o;
+          }())
     {
         std::string error;
         EXPECT_TRUE(Sim.Start(&error)) << error;

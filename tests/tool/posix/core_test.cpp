@@ -1,5 +1,4 @@
-// The tool's parsing and formatting core: the syntaxes people type, the columns other
-// programs read, the capture formats (the pcapng file as tshark reads it: capture/test_pcap.py).
+// hdwtool's core: syntaxes people type, columns other programs read, capture formats (pcapng: capture/test_pcap.py).
 #include "CandumpLog.h"
 #include "Channel.h"
 #include "Cli.h"
@@ -64,7 +63,7 @@ TEST(CanSyntax, FramesParseAndFormatBackOrAreRefused)
 }
 
 // Raw words by hand: label | SDI << 8 | data << 10 | SSM << 29 | parity << 31.
-TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
+TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusalAndLabelFilters)
 {
     // Odd parity unless told (a default word and a hex word: ToolMonitor's label filter test).
     const struct {
@@ -86,6 +85,17 @@ TEST(Arinc429Syntax, HexWordsAndFieldsWithOctalLabelsAndOddParityOrARefusal)
         else
             EXPECT_EQ(w.GetToUint32(), c.Raw);
     }
+    // Label filters: mask bit SDI + 4 x SSM for each SDI and SSM taken.
+    LabelAccept a;
+    std::string error;
+    const std::tuple<const char*, int, int> good[] = {
+        {"203", 0x83, 0xFFFF}, {"203:1", 0x83, 0x2222}, {"0x10:0:3", 0x10, 0x1000}};
+    for (const auto& [text, label, mask] : good) {
+        ASSERT_TRUE(ParseLabelAccept(text, a, error)) << error;
+        EXPECT_EQ(std::tuple(int(a.Label), int(a.Mask())), std::tuple(label, mask)) << text;
+    }
+    for (const char* bad : {"203:4", "203:1:2:3", "999"})
+        EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
 
 TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
@@ -123,21 +133,6 @@ TEST(GeneratorSyntax, LabelsWithEachPatternOrARefusal)
         EXPECT_NE(error.find(r.Says), std::string::npos) << error;
         EXPECT_EQ(d.Label, before.Label); // a refusal leaves the definition as it was
     }
-}
-
-TEST(Arinc429Syntax, LabelFiltersSelectSdiAndSsm)
-{
-    LabelAccept a;
-    std::string error;
-    // Mask: bit SDI + 4 x SSM for each SDI and SSM taken.
-    const std::tuple<const char*, int, int> good[] = {
-        {"203", 0x83, 0xFFFF}, {"203:1", 0x83, 0x2222}, {"0x10:0:3", 0x10, 0x1000}};
-    for (const auto& [text, label, mask] : good) {
-        ASSERT_TRUE(ParseLabelAccept(text, a, error)) << error;
-        EXPECT_EQ(std::tuple(int(a.Label), int(a.Mask())), std::tuple(label, mask)) << text;
-    }
-    for (const char* bad : {"203:4", "203:1:2:3", "999"})
-        EXPECT_FALSE(ParseLabelAccept(bad, a, error)) << bad;
 }
 
 TEST(Numbers, RatesSamplePointsAndDurations)
@@ -299,26 +294,35 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
     EXPECT_EQ(t.ReadLength, 3u);
 }
 
-// Lines of candump and other writers (fewer decimals, a direction column, blanks around) parse; written
-// back they read as monitor --log writes them: seconds zero-padded to ten digits, microseconds to six.
-TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoes)
+// Lines of candump and other writers (fewer decimals, a direction column, blanks around) parse, or are refused
+// with a reason; written back as monitor --log writes them: seconds padded to ten digits, microseconds to six.
+TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoesOrAreRefused)
 {
     EXPECT_EQ(
         FormatCandumpLine(5, CandumpInterface("can:12"), Can("1F334455#R3")), "(0000000000.000005) can12 1F334455#R3");
     const struct {
         const char* Line;
-        const char* Written; // "": an error frame
+        const char* Written; // "": an error frame; nullptr: refused, saying Says
+        const char* Says = "";
     } cases[] = {
         {"(1700000000.000042) can0 123#DEADBEEF", "(1700000000.000042) can0 123#DEADBEEF"},
         {"(1.0) can3 00000001#0102030405060708", "(0000000001.000000) can3 00000001#0102030405060708"},
         {"  (12.5) vcan0 001#8D R ", "(0000000012.500000) vcan0 001#8D"},
         {"(1.000001) slcan0 00000123#R T", "(0000000001.000001) slcan0 00000123#R"},
         {"(1.0) can0 20000080#0000000000000000", ""}, // CAN_ERR_FLAG in an 8-digit id
+        {"1.0 can0 123#00", nullptr, "time stamp"},
+        {"(1.1234567) can0 123#00", nullptr, "time stamp"},
+        {"(1.0) can0", nullptr, "INTERFACE ID#DATA"},
+        {"(1.0) can0 123#DE.AD", nullptr, "separator"},
+        {"(1.0) can0 123", nullptr, "not a CAN frame"},
     };
     for (const auto& c : cases) {
         CandumpRecord r;
         std::string error;
-        ASSERT_TRUE(ParseCandumpLine(c.Line, r, error)) << c.Line << ": " << error;
+        ASSERT_EQ(ParseCandumpLine(c.Line, r, error), c.Written != nullptr) << c.Line << ": " << error;
+        EXPECT_NE(error.find(c.Says), std::string::npos) << c.Line << ": " << error;
+        if (!c.Written)
+            continue;
         EXPECT_EQ(r.ErrorFrame, *c.Written == 0) << c.Line;
         if (*c.Written) {
             EXPECT_EQ(FormatCandumpLine(r.TimeUs, r.Interface, r.Frame), c.Written);
@@ -326,24 +330,8 @@ TEST(CandumpLog, LinesOfEveryWriterParseAndFormatAsCandumpDoes)
     }
 }
 
-TEST(CandumpLog, MalformedLinesAreRefusedWithAReason)
-{
-    const struct {
-        const char* Line;
-        const char* Says;
-    } cases[] = {{"1.0 can0 123#00", "time stamp"}, {"(1.1234567) can0 123#00", "time stamp"},
-        {"(1.0) can0", "INTERFACE ID#DATA"}, {"(1.0) can0 123#DE.AD", "separator"},
-        {"(1.0) can0 123", "not a CAN frame"}};
-    for (const auto& c : cases) {
-        CandumpRecord r;
-        std::string error;
-        EXPECT_FALSE(ParseCandumpLine(c.Line, r, error)) << c.Line;
-        EXPECT_NE(error.find(c.Says), std::string::npos) << c.Line << ": " << error;
-    }
-}
-
 // Version, flags, channel, a spare byte and the word in network byte order.
-TEST(CaptureRecords, Arinc429RecordInNetworkByteOrder)
+TEST(CaptureRecords, Arinc429RecordInNetworkByteOrderAndLabelOrder)
 {
     CKVX_HdwArinc429Message w;
     w.SetFromUint32(0x6048D183);
@@ -357,11 +345,7 @@ TEST(CaptureRecords, Arinc429RecordInNetworkByteOrder)
     info.WireOrder = true;
     info.ParityError = true;
     EXPECT_EQ(Arinc429Record(w, info)[1], 0x06);
-}
-
-TEST(CaptureRecords, LabelOrderReversesTheLabelByteOnlyForWireOrder)
-{
-    // Label 203 in wire order: capture/test_pcap.py.
+    // The label byte reversed for wire order (label 203 in wire order: capture/test_pcap.py).
     EXPECT_EQ(LabelNumber(0x01, LabelOrder::Wire), 0x80);
     for (unsigned b = 0; b < 256; ++b)
         EXPECT_EQ(LabelNumber(LabelNumber(uint8_t(b), LabelOrder::Wire), LabelOrder::Wire), b);
