@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace unittest {
@@ -145,14 +146,10 @@ inline std::vector<uint8_t> A429RxRecord(unsigned channel, uint32_t word, uint32
 // A unit frame around `records` with its CRC.
 inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& records)
 {
-    std::vector<uint8_t> body;
+    std::vector<uint8_t> f = {0xA5, 0, 0, uint8_t(records.size() & 0xFF), uint8_t((records.size() >> 8) & 0x0F)};
     for (const auto& r : records)
-        body.insert(body.end(), r.begin(), r.end());
-    std::vector<uint8_t> f;
-    f.reserve(body.size() + 7);
-    f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F), uint8_t(records.size() & 0xFF),
-        uint8_t((records.size() >> 8) & 0x0F)};
-    f.insert(f.end(), body.begin(), body.end());
+        f.insert(f.end(), r.begin(), r.end());
+    std::tie(f[1], f[2]) = std::tuple(uint8_t((f.size() - 5) & 0xFF), uint8_t(((f.size() - 5) >> 8) & 0x0F));
     AppendCrc(f);
     return f;
 }
@@ -163,8 +160,7 @@ inline std::vector<uint8_t> HostFrame(const std::vector<std::vector<uint8_t>>& r
     std::vector<uint8_t> f = {0xA5, 0, 0};
     for (const auto& r : records)
         f.insert(f.end(), r.begin(), r.end());
-    f[1] = uint8_t(f.size() - 3);
-    f[2] = uint8_t((f.size() - 3) >> 8);
+    std::tie(f[1], f[2]) = std::tuple(uint8_t(f.size() - 3), uint8_t((f.size() - 3) >> 8));
     AppendCrc(f);
     return f;
 }

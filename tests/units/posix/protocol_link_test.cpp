@@ -164,8 +164,7 @@ TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
         many.push_back(A429RxRecord(0, (i + 100) << 10, i));
         manyWords.push_back(i + 100);
     }
-    // What, bytes delivered at once, the reception's result, the words that reached the port, CRC errors (-1: not
-    // checked).
+    // What, bytes delivered at once, the reception's result, the words that reached the port, CRC errors (-1: any).
     const std::tuple<const char*, Bytes, unsigned, Words, int> cases[] = {
         // Noise loses the frame that follows it, only that one.
         {"a stray byte between frames", Concat({WordFrame(3), {0x55}, WordFrame(4), WordFrame(5)}), 0, {3, 5}, 1},
@@ -243,18 +242,16 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_EQ(dev.Open(0), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0);
 
-    // A command waiting for its echo and one queued: the close waits for the
-    // echo, then sends the queued command and the session close unechoed.
+    // A command waiting for its echo and one queued: the close waits for the echo, then sends the queued command and
+    // the session close unechoed; the tick may send the command before the close attaches its record (one frame or
+    // two).
     dev.DeviceLock(0);
     dev.AttachStatusRequestCommand(0, 0, 1);
     dev.ProcessCommandList(0u);
     dev.AttachStatusRequestCommand(0, 1, 1);
     dev.DeviceUnlock(0);
     const Bytes inFlight = ReadHostFrame(pty);
-    // The tick may send the queued command before the close attaches its
-    // session record: one frame or two, in that order.
-    std::vector<Bytes> lastFrames;
-    std::vector<Bytes> lastRecords;
+    std::vector<Bytes> lastFrames, lastRecords;
     std::thread late([&] {
         pty.WriteMaster(EchoesOf(inFlight));
         while (lastRecords.empty() || lastRecords.back()[1] != 0x81) {
