@@ -1,5 +1,5 @@
-// Command records byte for byte (written out from the record tables) and
-// the conversions of bit rates into divider settings.
+// Command records byte for byte (written out from the record tables), the conversions of bit rates into divider
+// settings, and the Halden's unit number in its hardware identifier.
 
 #include "UnitTestSupport.h"
 
@@ -220,7 +220,8 @@ TEST(CommandRecords, EachRecordByteForByte)
     }
 }
 
-// Settings a record cannot carry, missing channels and units: 2, nothing attached, no number used.
+// Settings a record cannot carry, missing channels and units, commands outside the unit's profile: 2, nothing attached,
+// no number used.
 TEST(CommandRecords, RefusalsAttachNothing)
 {
     TestUnit dev;
@@ -264,29 +265,41 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(travin.AttachDiscreteReadCommand(0, 0x10, 0), 2u); // bank 4
     EXPECT_EQ(travin.AttachCanConfigCommand(0, 0), 2u); // the other units' channel commands
     EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
-}
 
-// Only the commands of the unit's profile are taken: channels alone do not make them.
-TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
-{
+    // Only the commands of the unit's profile are taken: channels alone do not make them.
     Base::CUnitProfile p = FullProfile();
     p.Commands = Base::CmdSession | Base::CmdStatusRequest | Base::CmdCanConfig | Base::CmdCanPush;
-    p.DiscreteInBanks = 4;
-    p.DiscreteOutBanks = 4;
-    TestUnit dev(p);
-    dev.AddInstance();
+    p.DiscreteInBanks = p.DiscreteOutBanks = 4;
+    TestUnit some(p);
+    some.AddInstance();
     CKVX_HdwArinc429Message word;
-    CKVX_HdwDiscreteInPort::CParameters in;
-    EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
-    EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
-    EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
-    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
-    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 1, 0), 2u);
-    EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
+    EXPECT_EQ(some.AttachKeepAliveCommand(0), 2u);
+    EXPECT_EQ(some.AttachAtxPushCommand(0, 0, &word, 1), 2u);
+    EXPECT_EQ(some.Attach1553ConfigCommand(0, 0), 2u);
+    EXPECT_EQ(some.AttachDiscreteInConfigCommand(0, 0, CKVX_HdwDiscreteInPort::CParameters(), true), 2u);
+    EXPECT_EQ(some.AttachDiscreteReadCommand(0, 1, 0), 2u);
+    EXPECT_TRUE(some.Inst()->CommandList.IsEmpty());
     CKVX_HdwCanMessage frame;
-    EXPECT_EQ(dev.AttachCanPushCommand(0, 1, &frame, 1), 0u);
-    EXPECT_EQ(dev.AttachCanConfigCommand(0, 0), 0u);
-    EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
+    EXPECT_EQ(some.AttachCanPushCommand(0, 1, &frame, 1), 0u);
+    EXPECT_EQ(some.AttachCanConfigCommand(0, 0), 0u);
+    EXPECT_EQ(some.Inst()->CommandList.GetLength(), 2u);
+}
+
+TEST(HaldenDevice, HardwareIdGivesTheUnitNumber)
+{
+    CKVX_HdwKvxHaldenDevice d;
+    auto ids = [](std::initializer_list<const char*> texts) {
+        CKVX_List<CKVX_String> l;
+        for (const char* t : texts)
+            l += CKVX_String(t);
+        return l;
+    };
+    EXPECT_EQ(d.ProcessHardwareID(ids({"USB", "  halden unit 07  "})), 7u);
+    EXPECT_EQ(d.ProcessHardwareID(ids({"x", "HDW42"})), 42u);
+    EXPECT_EQ(d.ProcessHardwareID(ids({"x", "unit 4a"})), 0u);
+    EXPECT_EQ(d.ProcessHardwareID(ids({"x", "5"})), 0u);
+    EXPECT_EQ(d.ProcessHardwareID(ids({"HDW42"})), 0u);
+    EXPECT_EQ(d.ProcessHardwareID(ids({"a", "HDW42", "c"})), 0u);
 }
 
 } // namespace

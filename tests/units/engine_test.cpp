@@ -354,19 +354,6 @@ Stream MixedStream()
     return s;
 }
 
-// A byte-wise engine fed `bytes`; frames it completes are appended to `seen`.
-void FeedEachByte(Engine& e, const uint8_t* bytes, size_t count, size_t& offset, std::vector<FrameSeen>& seen)
-{
-    for (size_t i = 0; i < count; ++i) {
-        bool ok = false;
-        const EFeed rc = e.FeedByte(bytes[i], ok);
-        ++offset;
-        EXPECT_NE(rc, EFeed::Overflow);
-        if (rc == EFeed::Frame)
-            seen.push_back(Seen(e, offset, ok));
-    }
-}
-
 TEST(UnitEngineReceive, BlockFeedAgreesWithTheByteWiseMachineAfterEveryRead)
 {
     const Stream s = MixedStream();
@@ -400,7 +387,13 @@ TEST(UnitEngineReceive, BlockFeedAgreesWithTheByteWiseMachineAfterEveryRead)
                 else
                     ASSERT_EQ(left, 0u) << "stopped without a frame";
             }
-            FeedEachByte(*byteWise, s.Data.data() + refOffset, size, refOffset, want);
+            for (const size_t end = refOffset + size; refOffset < end;) { // the reference, a byte at a time
+                bool ok = false;
+                const EFeed rc = byteWise->FeedByte(s.Data[refOffset++], ok);
+                ASSERT_NE(rc, EFeed::Overflow);
+                if (rc == EFeed::Frame)
+                    want.push_back(Seen(*byteWise, refOffset, ok));
+            }
             ASSERT_EQ(std::vector<FrameSeen>(got.begin() + firstFrame, got.end()),
                 std::vector<FrameSeen>(want.begin() + firstFrame, want.end()))
                 << "frames of the read ending at " << offset;
@@ -440,7 +433,7 @@ TEST(UnitEngineReceive, UnreadBytesAccumulateUntilTakenAndResetQueuesDropsThem)
     const Bytes a = {1, 2, 3, 4, 5};
     e.KeepUnread(a.data(), 3);
     e.KeepUnread(a.data() + 3, 2);
-    EXPECT_EQ(e.GetUnread(), (Bytes{1, 2, 3, 4, 5}));
+    EXPECT_EQ(e.GetUnread(), a);
     Queue(e, {8});
     e.ResetQueues();
     EXPECT_TRUE(e.GetUnread().empty());

@@ -172,11 +172,8 @@ public:
     S* Enable(unsigned portType, unsigned num, unsigned serviceType, CKVX_HdwService::CParameters* params = nullptr)
     {
         CKVX_HdwPort* port = Port(portType, num);
-        EXPECT_NE(port, nullptr);
-        if (!port)
-            return nullptr;
         CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(port->EnableService(serviceType, &s, params), 0u);
+        EXPECT_EQ(port ? port->EnableService(serviceType, &s, params) : ~0u, 0u) << "port " << portType << "/" << num;
         auto* typed = dynamic_cast<S*>(s);
         EXPECT_NE(typed, nullptr);
         return typed;
