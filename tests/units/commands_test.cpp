@@ -288,18 +288,14 @@ TEST(CommandRecords, RefusalsAttachNothing)
 TEST(HaldenDevice, HardwareIdGivesTheUnitNumber)
 {
     CKVX_HdwKvxHaldenDevice d;
-    auto ids = [](std::initializer_list<const char*> texts) {
-        CKVX_List<CKVX_String> l;
+    const std::pair<std::vector<const char*>, unsigned> cases[] = {{{"USB", "  halden unit 07  "}, 7},
+        {{"x", "HDW42"}, 42}, {{"x", "unit 4a"}, 0}, {{"x", "5"}, 0}, {{"HDW42"}, 0}, {{"a", "HDW42", "c"}, 0}};
+    for (const auto& [texts, unit] : cases) {
+        CKVX_List<CKVX_String> ids;
         for (const char* t : texts)
-            l += CKVX_String(t);
-        return l;
-    };
-    EXPECT_EQ(d.ProcessHardwareID(ids({"USB", "  halden unit 07  "})), 7u);
-    EXPECT_EQ(d.ProcessHardwareID(ids({"x", "HDW42"})), 42u);
-    EXPECT_EQ(d.ProcessHardwareID(ids({"x", "unit 4a"})), 0u);
-    EXPECT_EQ(d.ProcessHardwareID(ids({"x", "5"})), 0u);
-    EXPECT_EQ(d.ProcessHardwareID(ids({"HDW42"})), 0u);
-    EXPECT_EQ(d.ProcessHardwareID(ids({"a", "HDW42", "c"})), 0u);
+            ids += CKVX_String(t);
+        EXPECT_EQ(d.ProcessHardwareID(ids), unit) << texts.back();
+    }
 }
 
 } // namespace

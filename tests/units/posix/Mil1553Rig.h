@@ -10,13 +10,6 @@ using Bc = CKVX_HdwKvxHaldenDevice::CMilStd1553BcService;
 using Rt = CKVX_HdwKvxHaldenDevice::CMilStd1553SingleRtService;
 using namespace mil1553test;
 
-inline hdwsim::Emulator::Options MilOptions(bool udp, std::vector<unsigned> terminals = {})
-{
-    hdwsim::Emulator::Options o = EmulatorOptions(udp);
-    o.MilStd1553Terminals = std::move(terminals);
-    return o;
-}
-
 // Terminal `ta` whose transmit subaddress 2 sends `tx`.
 inline CKVX_HdwMilStd1553RemoteTerminal Terminal(uint8_t ta, const Words& tx = {})
 {

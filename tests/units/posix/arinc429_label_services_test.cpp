@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <tuple>
 
 using namespace unit_test;
@@ -53,10 +54,8 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     ASSERT_TRUE(loop.WaitLabel(0x31, 9));
     ASSERT_TRUE(loop.WaitLabel(0x32, 3));
     const auto a = loop.OfLabel(0x31);
-    for (size_t i = 1; i < a.size(); ++i) {
-        EXPECT_EQ(a[i].TimeStamp - a[i - 1].TimeStamp, 10000u) << i; // unit microseconds
-        EXPECT_EQ(a[i].Data, 0x111u);
-    }
+    for (size_t i = 1; i < a.size(); ++i) // unit microseconds apart
+        EXPECT_EQ(std::tuple(a[i].TimeStamp - a[i - 1].TimeStamp, a[i].Data), std::tuple(10000u, 0x111u)) << i;
     const auto b = loop.OfLabel(0x32);
     EXPECT_EQ(
         std::tuple(b[1].TimeStamp - b[0].TimeStamp, b[0].Sdi, b[0].Ssm, b[0].Data), std::tuple(30000u, 2, 1, 0x222u));
@@ -153,18 +152,15 @@ std::vector<Def> Labels()
     return d;
 }
 
-// Transmissions of a label whose first went at 0, by `ms`.
+// Transmissions of a label whose first went at 0, by `ms`; of all `defs`.
 uint64_t Due(const Def& d, uint64_t ms)
 {
     return uint64_t(std::floor(double(ms) * d.Rate / 1000.0 + 1e-9)) + 1;
 }
-
 uint64_t DueAll(const std::vector<Def>& defs, uint64_t ms)
 {
-    uint64_t n = 0;
-    for (const Def& d : defs)
-        n += Due(d, ms);
-    return n;
+    return std::accumulate(
+        defs.begin(), defs.end(), uint64_t(0), [&](uint64_t n, const Def& d) { return n + Due(d, ms); });
 }
 
 // A generator and an input buffer on pair `ch`, the unit clock frozen.

@@ -13,7 +13,11 @@ protected:
     void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
     const hdwsim::Counters Counters() { return rig.Sim.GetCounters(); }
 
-    UnitRig rig{UnitNamed("halden"), MilOptions(false, {7})};
+    UnitRig rig{UnitNamed("halden"), [] {
+                    hdwsim::Emulator::Options o = EmulatorOptions(false);
+                    o.MilStd1553Terminals = {7};
+                    return o;
+                }()};
 };
 
 // Every message in order with its words and status; an update of the
