@@ -22,14 +22,9 @@ using Base = CKVX_HdwKvxUsbCommandDevice;
 inline Base::CUnitProfile FullProfile()
 {
     Base::CUnitProfile p;
-    p.UartChannels = 2;
-    p.AtxChannels = 4;
-    p.ArxChannels = 4;
-    p.CanChannels = 2;
-    p.MilStd1553Channels = 2;
-    p.Commands = 0x7FFF;
-    p.Events = 0x7EF; // types 0-3 and 5-10
-    p.LinkBaudRate = 115200;
+    // Event types 0-3 and 5-10.
+    std::tie(p.UartChannels, p.AtxChannels, p.ArxChannels, p.CanChannels, p.MilStd1553Channels, p.Commands, p.Events,
+        p.LinkBaudRate) = std::tuple(2, 4, 4, 2, 2, 0x7FFF, 0x7EF, 115200);
     return p;
 }
 

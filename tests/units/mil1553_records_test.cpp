@@ -18,15 +18,9 @@ CKVX_HdwMilStd1553MajorFrame TwoMessageFrame()
 {
     CKVX_HdwMilStd1553MajorFrame f;
     Msg rx = BcToRt(3, 1, {0xAAAA, 0x5555}); // bus B, retry on the other bus, gap 20
-    rx.Bus = 1;
-    rx.Retry = Msg::RetryOtherBus;
-    rx.GapUs = 20;
+    std::tie(rx.Bus, rx.Retry, rx.GapUs) = std::tuple(1, Msg::RetryOtherBus, 20);
     f.Messages = {rx, RtToBc(4, 2, 32)};
-    f.MinorFrames.resize(2);
-    f.MinorFrames[0].PeriodUs = 10000;
-    f.MinorFrames[0].Messages = {0, 1};
-    f.MinorFrames[1].PeriodUs = 20000;
-    f.MinorFrames[1].Messages = {1};
+    f.MinorFrames = {Minor(10000, {0, 1}), Minor(20000, {1})};
     return f;
 }
 
@@ -96,15 +90,11 @@ TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
 TEST(MilStd1553Image, AccessRecordBecomesAMessage)
 {
     CKVX_HdwKvxMilStd1553Event e;
-    e.Kind = 2;
-    e.Field1 = mil::AccessBusB | mil::AccessMonitor;
-    e.CommandWord1 = 0x2861; // 5 R 3, 1 word
-    e.CommandWord2 = 0x3481; // 6 T 4
+    // Command words 5 R 3 (1 word) and 6 T 4.
+    std::tie(e.Kind, e.Field1, e.CommandWord1, e.CommandWord2, e.StatusWord1, e.StatusWord2, e.TransferFlags,
+        e.TimeStamp) = std::tuple(2, mil::AccessBusB | mil::AccessMonitor, 0x2861, 0x3481, 0x3000, 0x2800,
+        Msg::FlagRtToRt | Msg::FlagBusB, 777);
     e.Data = {0x1234};
-    e.StatusWord1 = 0x3000;
-    e.StatusWord2 = 0x2800;
-    e.TransferFlags = Msg::FlagRtToRt | Msg::FlagBusB;
-    e.TimeStamp = 777;
     Msg m;
     mil::MessageFromAccess(e, m);
     EXPECT_EQ(m.Data, Words{0x1234});

@@ -1,5 +1,5 @@
 // MIL-STD-1553 end to end: the controller on 0 against the terminal on 1 or the emulator's.
-#include "Mil1553Rig.h"
+#include "UnitRig.h"
 
 using namespace halden_test;
 

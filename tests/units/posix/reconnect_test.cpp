@@ -1,5 +1,5 @@
 // Unplug and plug back with reconnect on, on a pseudo-terminal behind a symbolic link or UDP.
-#include "Mil1553Rig.h"
+#include "UnitRig.h"
 
 #include <unistd.h>
 
