@@ -39,11 +39,10 @@ public:
     // One instance on `portName` (not opened), without a probe.
     void AddInstance(const std::string& portName = "")
     {
-        std::vector<CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance*> found;
         CDeviceInstance* inst = CreateDeviceInstance();
         inst->PortName = portName.c_str();
         inst->Link = portName.c_str();
-        found.push_back(inst);
+        std::vector<CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance*> found{inst};
         InstallInstances(found);
     }
     CDeviceInstance* Inst(unsigned i = 0) { return GetProtocolInstance(i); }
@@ -80,11 +79,8 @@ public:
 
     unsigned ProcessEvent(CKVX_HdwEvent* event) override
     {
-        SeenEvent s;
-        s.Code = event->GetEventCode();
-        s.Channel = event->GetChannelId().c_str();
-        s.TimeStamp = static_cast<Base::CEvent*>(event)->TimeStamp;
-        s.UnwrappedTime = static_cast<Base::CEvent*>(event)->GetUnwrappedTime();
+        SeenEvent s{event->GetEventCode(), event->GetChannelId().c_str(), static_cast<Base::CEvent*>(event)->TimeStamp,
+            static_cast<Base::CEvent*>(event)->GetUnwrappedTime(), nullptr};
         CopyAs<Base::CCriticalFailureEvent, Base::CArinc429RxEvent, Base::CArinc429TxEvent, Base::CStatusEvent,
             Base::CCanRxEvent, Base::CCanTxEvent, Base::CMilStd1553Event, Base::CUartRxEvent, Base::CUartTxEvent>(
             event, s.Copy);

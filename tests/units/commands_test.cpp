@@ -15,11 +15,6 @@ using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
 
-const Base::CUnitProfile& TravinProfile()
-{
-    return *CKVX_HdwKvxUnitProfile::Of(5);
-}
-
 // A rate (and CAN sample point), the result code and, when 0, the converter's output fields.
 struct RateCase {
     unsigned Rate;
@@ -205,7 +200,7 @@ std::vector<RecordCase> RecordCases()
                 {0x0E, 0xAC, 0x03, 0x00, 0x00, 0x03, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
                 {0x0D, 0xAD, 0x04, 0x00, 0x02, 0x02, 0x00, 0x00, 0x00, 0x80, 0x96, 0x98, 0x00},
                 {0x07, 0xAE, 0x05, 0x00, 0x09, 0x02, 0x00}},
-            TravinProfile()},
+            *CKVX_HdwKvxUnitProfile::Of(5)}, // the Travin's
     };
 }
 
@@ -249,7 +244,7 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00) << "the refusals took no number";
 
     // Discrete settings and banks of the Travin.
-    TestUnit travin(TravinProfile());
+    TestUnit travin(*CKVX_HdwKvxUnitProfile::Of(5));
     travin.AddInstance();
     CKVX_HdwDiscreteInPort::CParameters in;
     CKVX_HdwDiscreteOutPort::CParameters out;

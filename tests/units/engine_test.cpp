@@ -193,7 +193,7 @@ TEST(UnitEngineSending, NothingGoesWhileAnEchoIsOutstanding)
     }
 }
 
-TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
+TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommandAndResetQueuesTheUnreadBytes)
 {
     Engine e;
     Queue(e, {100, 100, 100});
@@ -208,6 +208,15 @@ TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
     Queue(e, {10});
     EXPECT_EQ(e.BuildFrame(Engine::PayloadLimitUart, 1), nullptr);
     EXPECT_TRUE(e.IsEchoOverdue(500, 500));
+
+    // Unread bytes accumulate until taken; ResetQueues drops them with the queue.
+    const Bytes a = {1, 2, 3, 4, 5};
+    e.KeepUnread(a.data(), 3);
+    e.KeepUnread(a.data() + 3, 2);
+    EXPECT_EQ(e.GetUnread(), a);
+    e.ResetQueues();
+    EXPECT_TRUE(e.GetUnread().empty());
+    EXPECT_TRUE(e.CommandList.IsEmpty());
 }
 
 TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
@@ -427,19 +436,6 @@ TEST(UnitEngineReceive, AFullEventBufferOverflowsAndTheMachineHuntsAgain)
             EXPECT_EQ(std::tuple(used, e.RxState, e.RawIndex, e.WritePos, e.EventCount),
                 std::tuple(1u, Engine::ERxState::Hunting, 0u, 0u, 0u));
         }
-}
-
-TEST(UnitEngineReceive, UnreadBytesAccumulateUntilTakenAndResetQueuesDropsThem)
-{
-    Engine e;
-    const Bytes a = {1, 2, 3, 4, 5};
-    e.KeepUnread(a.data(), 3);
-    e.KeepUnread(a.data() + 3, 2);
-    EXPECT_EQ(e.GetUnread(), a);
-    Queue(e, {8});
-    e.ResetQueues();
-    EXPECT_TRUE(e.GetUnread().empty());
-    EXPECT_TRUE(e.CommandList.IsEmpty());
 }
 
 constexpr uint64_t kWrap = uint64_t(1) << 32;
