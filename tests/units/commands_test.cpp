@@ -37,8 +37,7 @@ void ExpectConversions(const Converter& convert, const std::vector<RateCase>& ca
 
 TEST(RateConversion, Arinc429DividersCanTimingAndUartDividers)
 {
-    // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
-    // Fields: high speed, divider of the high half, divider of the low half.
+    // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only. Fields: high speed, dividers high, low.
     ExpectConversions(
         [](unsigned rate, double, std::vector<unsigned>& got) {
             unsigned char high = 9;
@@ -96,8 +95,7 @@ struct RecordCase {
 std::vector<RecordCase> RecordCases()
 {
     return {
-        // Label data and push carry label and word, with the parity bit as set (1, then 0);
-        // a push of nothing is one empty record.
+        // Label data and push carry label and word, parity bit as set (1, then 0); a push of nothing: one empty record.
         {"label data and push",
             [](TestUnit& d, auto*) {
                 // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1.

@@ -445,8 +445,7 @@ TEST(UnitClock, AUnitSilentAcrossAWrapIsPlacedByTheHostTimeElapsed)
     CKVX_HdwKvxUnitClock clock;
     uint64_t host = 1000;
     clock.Unwrap(0x10000000u, host);
-    // 80 minutes of silence: the unit clock wrapped once (71.6 min) and a
-    // bit; the low bits alone would say 8.4 minutes later.
+    // 80 minutes of silence: one wrap (71.6 min) and a bit; the low bits alone would say 8.4 minutes later.
     const uint64_t later = 0x10000000u + 80ull * 60 * 1000000;
     host += 80ull * 60 * 1000000 + 3000; // the host read it 3 ms late
     EXPECT_EQ(clock.Unwrap(uint32_t(later), host), later);
@@ -473,8 +472,7 @@ TEST(UnitClock, MappingConvergesOnADriftingUnitClockDespiteLateReads)
     }
     EXPECT_EQ(clock.GetBucketCount(), CKVX_HdwKvxUnitClock::MaxBuckets);
     EXPECT_NEAR(clock.GetRate(), 1.0 + ppm, 5e-6);
-    // A unit time of the last minute and one a minute ahead map to within
-    // 0.3 ms of the host time at which the unit clock read it.
+    // Unit times of the last minute and a minute ahead map to within 0.3 ms of when the unit clock read them.
     for (uint64_t host : {host0 + 100000000, host0 + 119000000, host0 + 180000000}) {
         uint64_t mapped = 0;
         ASSERT_TRUE(clock.ToHost(unitAt(host), mapped));

@@ -80,8 +80,7 @@ auto Can(const CKVX_HdwCanMessage& m)
     return std::tuple(m.Extended, m.Identifier, m.Rtr, m.Dlc, Bytes(m.Data, m.Data + 8));
 }
 
-// A record, the one port it reaches, what that port decodes, and the lengths L refused with 11
-// (reaching no port). Bytes of 0x99 lie past L and must read as zero.
+// A record, the one port it reaches, its decoding, the lengths L refused with 11 (no port); 0x99 past L reads as 0.
 struct EventCase {
     const char* What;
     Bytes Record;
@@ -266,8 +265,7 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     EXPECT_EQ(
         (std::vector{stamps(first1), stamps(second1), stamps(rx7)}), (std::vector<Stamps>{{1, 5, 7}, {1, 5}, {2}}));
 
-    // A port that leaves the list between frames hears nothing more, and the
-    // one left on its channel takes the events alone.
+    // A port that leaves the list between frames hears nothing more; the one left on its channel takes the events.
     first1->Result = 0;
     dev.DetachPortFromHdwTimer(0, first1);
     ASSERT_EQ(feed(UnitFrame({rx(1, 9)})), 0u);

@@ -22,8 +22,7 @@ namespace halden_test {
 
 using testsupport::WaitUntil;
 
-// Echo and open time-outs generous for a loaded machine (a pseudo-terminal
-// can be 800 ms late); tests of those time-outs set their own.
+// Generous echo and open time-outs (a pseudo-terminal can be 800 ms late); tests of those time-outs set their own.
 constexpr unsigned kEchoTimeoutMs = 5000;
 constexpr unsigned kOpenTimeoutMs = 10000;
 

@@ -279,8 +279,7 @@ TEST(DataGeneratorAdmission, RunsBesideLabelOutputExcludesTheBuffersAndNeverOver
     EXPECT_TRUE(WaitUntil([&] { return unitGen->GetWordsInUnit() == 0; }));
     EXPECT_EQ(rig.Sim.GetCounters().A429Pushed[1], 51u);
 
-    // More than a 12.5 kbit/s bus carries (347 words a second) on transmitter
-    // 2: what could not be placed is counted, not lost in the unit.
+    // More than a 12.5 kbit/s bus carries (347 words/s) on transmitter 2: the excess is counted, not lost in the unit.
     auto* gen = rig.OpenWith<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService>(
         HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_DATA_GENERATOR); // 12.5 kbit/s
     ASSERT_NE(gen, nullptr);

@@ -100,8 +100,7 @@ TEST_F(TravinRig, WritesShowUpAsInputChangesInTheirOrderAndPulsesAfterTheDebounc
     EXPECT_EQ(commanded, 0x05u);
 }
 
-// A burst while the unit's frames are held back: it keeps 1024 changes; the
-// next change to arrive carries the rest as lost.
+// A burst while the unit's frames are held back: it keeps 1024 changes; the next change carries the rest as lost.
 TEST_F(TravinRig, ChangesBeyondTheUnitsQueueAreCountedAsLost)
 {
     auto* in = rig.OpenWith<InService>(HDW_PORT_DISCRETE_IN, 0, HDW_SERVICE_DISCRETE_IN, InParams(0));

@@ -20,8 +20,7 @@ protected:
                 }()};
 };
 
-// Every message in order with its words and status; an update of the
-// terminal's words while the bus runs is never seen mixed.
+// Every message in order with its words and status; a terminal update while the bus runs is never seen mixed.
 TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
 {
     const Words oldTx = {0x101, 0x102, 0x103, 0x104}, newTx = {0x201, 0x202, 0x203, 0x204};

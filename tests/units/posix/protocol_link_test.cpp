@@ -242,9 +242,8 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_EQ(dev.Open(0), 0u);
     EXPECT_EQ(pty.MasterQueued(), 0);
 
-    // A command waiting for its echo and one queued: the close waits for the echo, then sends the queued command and
-    // the session close unechoed; the tick may send the command before the close attaches its record (one frame or
-    // two).
+    // A command waiting for its echo and one queued: the close waits for the echo, then sends the queued one and the
+    // session close unechoed (the tick may send the command before the close attaches its record: one frame or two).
     dev.DeviceLock(0);
     dev.AttachStatusRequestCommand(0, 0, 1);
     dev.ProcessCommandList(0u);

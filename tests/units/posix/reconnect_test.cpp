@@ -116,14 +116,12 @@ private:
     uint32_t m_Next = 0;
 };
 
-// Words in flight at each unplug and written while away resume in order,
-// never twice, the gaps counted lost; label tables are sent again.
+// Words in flight at each unplug and written while away resume in order, never twice, the gaps counted lost.
 void RunCycles(bool udp)
 {
     ReconnectRig r(udp);
     ASSERT_NO_FATAL_FAILURE(r.Start());
-    // A label-oriented output on pair 2: the unit comes back without its label
-    // table, and the service sends it again with the data given while away.
+    // Label output on pair 2: the unit returns without its table; the service resends it with the data given away.
     auto* labelIn =
         r.Rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, 2, HDW_SERVICE_ARINC429_IN_BUFFER);
     auto* labelOut =
@@ -271,8 +269,7 @@ TEST(Reconnect, AnAttemptOnASilentUdpUnitDoesNotHoldUpTheTickNorTakesAnotherUnit
     r.WriteNext(20);
     ASSERT_TRUE(r.WaitFor([&] { return r.HasWord(r.Written() - 1); }));
 
-    // Over UDP a unit is its address and serial number: another serial number
-    // at the same address is not taken over; the unit itself back there is.
+    // Over UDP a unit is its address and serial number: another one at that address is not taken, the unit itself is.
     hdwsim::Emulator::Options o = EmulatorOptions(true);
     o.UdpPort = r.Rig.Sim.UdpPort();
     const size_t lost = r.SignalsOf(HDW_SIGNAL_UNIT_LOST), back = r.SignalsOf(HDW_SIGNAL_UNIT_BACK);

@@ -13,8 +13,7 @@ using testsupport::WaitUntil;
 // Room for everything a test sends, so that a slow reader never drops.
 constexpr uint32_t kInBufferBytes = 8u << 20;
 
-// Bytes a UART of the unit may hold received and not yet sent to the host
-// (one Data buffer) when the unit goes away: the host cannot count them.
+// What a UART of the unit may hold unsent to the host (one Data buffer) when it goes away: the host cannot count it.
 constexpr size_t kGatherSlack = 1024;
 
 // Sanitized hosts are several times slower: lines run an eighth as fast there.
@@ -107,8 +106,7 @@ void CountLinkTimeouts(const char* text)
         ++g_LinkTimeouts;
 }
 
-// Settings the unit cannot run send nothing and keep the last good ones.
-// Closing both UARTs of a pair ends the session; a re-opened pair starts clean.
+// Settings the unit cannot run send nothing, the last good ones kept; closing a pair ends the session, re-opened clean.
 TEST(SorrelUnit, EnumeratesSixUartsRefusesSettingsItCannotRunAndCloseEndsTheSession)
 {
     SorrelRig rig(8);
@@ -239,8 +237,7 @@ TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytesAndResetsLetNoOlderByte
     EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
 }
 
-// A line sped up beyond what lost packets let the unit pass on overflows its
-// buffer; Close adds what the unit dropped to the input's dropped count.
+// Lost packets on a sped-up line overflow the unit's buffer; Close adds what the unit dropped to the input's count.
 TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
 {
     SorrelRig rig(512);
@@ -334,8 +331,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_GT(gap, 0u);
     EXPECT_TRUE(std::equal(got.begin() + std::ptrdiff_t(head), got.end(), bytes.begin() + std::ptrdiff_t(head + gap)))
         << "one gap, the rest in order";
-    // Counted: what the unit had not put on the line; not: what the far UART
-    // held unsent (at most one gathering's worth).
+    // Counted: what the unit had not put on the line; not: what the far UART held unsent (one gathering at most).
     const uint64_t lost = status().LostItems;
     EXPECT_GT(lost, 0u);
     EXPECT_LE(gap, lost + kGatherSlack);

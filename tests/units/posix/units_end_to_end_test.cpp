@@ -44,8 +44,7 @@ void OpenFirstPort(UnitRig& rig)
     ASSERT_EQ(rig.Open(type, 0), 0u);
 }
 
-// Words on every pair at once (several frames each), then CAN frames on
-// every bus (a single channel hears itself), in order with rising times.
+// Words on all pairs at once (several frames each), then CAN on all buses (a lone one hears itself), times rising.
 TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
 {
     const UnitCase& u = GetParam();
@@ -176,12 +175,10 @@ unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Cou
 
 TEST(UnitKindProbe, EachDriversProbeTakesItsOwnUnitOnlyAndLeavesOthersUntouched)
 {
-    // Mirrow and Quillan share their USB identity, not their probe answer; a
-    // unit with both buses (Halden Small) is neither of the single-bus kinds.
+    // Mirrow and Quillan share a USB identity, not a probe answer; Halden Small (both buses) is neither kind.
     for (const UnitCase& u : AllUnits())
         EXPECT_EQ(Probe(u.Sim, u.Sim, 5), 0u) << u.Sim;
-    // A probe of the wrong kind leaves the unit untouched: a closing session
-    // and a status request, both understood, no session opened.
+    // A wrong kind's probe leaves the unit untouched: a session close and a status request, understood; none opened.
     const std::pair<const char*, const char*> strangers[] = {{"quillan", "mirrow"}, {"mirrow", "quillan"},
         {"haldensmall", "mirrow"}, {"haldensmall", "quillan"}, {"mirrow", "haldensmall"}, {"quillan", "haldensmall"}};
     for (const auto& [played, driver] : strangers) {
