@@ -36,11 +36,10 @@ TEST(MilStd1553Image, MajorFrameGivesDescriptorsBuffersAndTableInEitherTable)
         (Words{0x1407, 0x1822, 0, 0x2400, 0x0000, 0, 0, 0, //
             0x0000, 0x2440, 0, 0x2420, 0x0001, 0, 0, 0}));
     // The send buffer of descriptor 32 only: the RT-to-BC message sends nothing.
-    EXPECT_EQ(image[1].Address, 0x2400u);
-    EXPECT_EQ(image[1].Words, (Words{0xAAAA, 0x5555}));
+    EXPECT_EQ(std::tuple(image[1].Address, image[1].Words), std::tuple(0x2400u, Words{0xAAAA, 0x5555}));
     // The table last: 2 minor frames, period in 10 µs, count, descriptor indexes.
-    EXPECT_EQ(image[2].Address, 0x1000u);
-    EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
+    EXPECT_EQ(
+        std::tuple(image[2].Address, image[2].Words), std::tuple(0x1000u, Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
 
     // Table B: its own descriptors, buffers and identifiers (0x4000 + index).
     const mil::SramImage b = mil::MajorFrameImage(TwoMessageFrame(), 1);

@@ -79,11 +79,8 @@ TEST_P(Arinc429Bytes, AWordLostOnTheWireIsCountedAndTheStreamGoesOn)
     ASSERT_EQ(n, 200u);
     EXPECT_EQ(got, first);
     for (unsigned i = 0; i < 200; i += 2) {
-        EXPECT_NE(times[i], 0u); // the emulator's clock starts at 1000 us
+        EXPECT_GE(times[i], i > 0 ? times[i - 1] : 1) << i; // the emulator's clock starts at 1000 us
         EXPECT_EQ(times[i + 1], times[i]) << i;
-        if (i > 0) {
-            EXPECT_GE(times[i], times[i - 1]) << i;
-        }
     }
 
     // The next word is lost on the wire, the one after it has a bad parity.

@@ -165,8 +165,7 @@ TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsTh
 
     CKVX_HdwSignalService::CSignal s;
     ASSERT_EQ(txSignals->WaitSignal(s, 10000), 0u);
-    EXPECT_EQ(s.Kind, unsigned(HDW_SIGNAL_ARINC429_SENT));
-    EXPECT_EQ(s.Arinc429, words[0]);
+    EXPECT_EQ(std::tuple(s.Kind, s.Arinc429), std::tuple(unsigned(HDW_SIGNAL_ARINC429_SENT), words[0]));
     unsigned announced = 0, read = 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while ((read < words.size() || announced < words.size()) && std::chrono::steady_clock::now() < deadline) {
@@ -191,8 +190,7 @@ TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsTh
         read += m;
         EXPECT_GE(read, announced) << "a signal came before its word";
     }
-    EXPECT_EQ(read, words.size());
-    EXPECT_EQ(announced, words.size());
+    EXPECT_EQ(std::tuple(read, announced), std::tuple(words.size(), words.size()));
 }
 
 } // namespace

@@ -45,12 +45,9 @@ TEST_F(Mil1553, MajorFrameRunsManyCyclesBetweenControllerAndTerminal)
         EXPECT_EQ(std::tuple(m.Subaddress, m.Transmit, m.TerminalAddress, m.StatusWord1, m.Flags),
             std::tuple(order[i % 4][0], order[i % 4][1], 5, 5u << 11, 0));
         EXPECT_GT(m.TimeStamp, i > 0 ? got[i - 1].TimeStamp : 0);
-        if (m.Subaddress == 2) {
-            // Old words until the update, new ones after: never a mix.
-            if (m.Data == newTx)
-                switched = true;
-            else
-                EXPECT_TRUE(!switched && m.Data == oldTx);
+        if (m.Subaddress == 2) { // old words until the update, new ones after: never a mix
+            EXPECT_TRUE(m.Data == newTx || (!switched && m.Data == oldTx));
+            switched = switched || m.Data == newTx;
         }
     }
     EXPECT_TRUE(switched);

@@ -53,7 +53,6 @@ public:
             if (CKVX_HdwPort* p = Manager.GetPort(HDW_PORT_UART, i))
                 p->Close();
     }
-    CKVX_HdwKvxSorrelDevice& Sorrel() { return static_cast<CKVX_HdwKvxSorrelDevice&>(*Device); }
 
     void Enable(unsigned num)
     {
@@ -299,7 +298,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_TRUE(rig.ReadUntil({1}, 2000, 20000));
     auto status = [&] {
         CKVX_HdwKvxUnitLinkStatus s;
-        EXPECT_EQ(rig.Sorrel().GetUnitLinkStatus(0, s), 0u);
+        EXPECT_EQ(static_cast<CKVX_HdwKvxSorrelDevice&>(*rig.Device).GetUnitLinkStatus(0, s), 0u);
         return s;
     };
     rig.Sim.Unplug();

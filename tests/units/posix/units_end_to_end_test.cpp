@@ -29,9 +29,7 @@ void ExpectOnlyAllowedCommands(const UnitRig& rig)
         allowed.insert(4);
     const hdwsim::Counters c = rig.Sim.GetCounters();
     for (unsigned code = 0; code < 128; ++code)
-        if (!allowed.count(code)) {
-            EXPECT_EQ(c.CommandsByCode[code], 0u) << "code " << code << " sent to " << u.Sim;
-        }
+        EXPECT_EQ(allowed.count(code) ? 0 : c.CommandsByCode[code], 0u) << "code " << code << " sent to " << u.Sim;
     EXPECT_EQ(c.CommandsUnknown, 0u);
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
