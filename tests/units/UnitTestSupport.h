@@ -113,11 +113,8 @@ inline void AppendCrc(std::vector<uint8_t>& frame)
 inline std::vector<uint8_t> EventRecord(
     unsigned type, unsigned subField, uint32_t timeStamp, const std::vector<uint8_t>& fields)
 {
-    std::vector<uint8_t> r;
-    r.push_back(uint8_t(1 + 4 + fields.size()));
-    r.push_back(uint8_t(type << 3 | subField));
-    for (int i = 0; i < 4; ++i)
-        r.push_back(uint8_t(timeStamp >> (8 * i)));
+    std::vector<uint8_t> r = {uint8_t(1 + 4 + fields.size()), uint8_t(type << 3 | subField), uint8_t(timeStamp),
+        uint8_t(timeStamp >> 8), uint8_t(timeStamp >> 16), uint8_t(timeStamp >> 24)};
     r.insert(r.end(), fields.begin(), fields.end());
     return r;
 }

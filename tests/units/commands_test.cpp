@@ -230,8 +230,7 @@ TEST(CommandRecords, RefusalsAttachNothing)
     CKVX_HdwUartPort::CParameters uart;
     uart.Parity = 3;
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    uart.Parity = 0;
-    uart.StopBits = 1;
+    std::tie(uart.Parity, uart.StopBits) = std::tuple(0, 1);
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);

@@ -36,10 +36,12 @@ bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
     return d != nullptr;
 }
 
-inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
+// The unit on a pseudo-terminal or UDP, its buses paced or not, with the MIL-STD-1553 `terminals` it simulates.
+inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, std::vector<unsigned> terminals = {})
 {
     hdwsim::Emulator::Options o;
     std::tie(o.Pty, o.Udp, o.Pacing, o.ClockStartUs) = std::tuple(!udp, udp, pacing, 1000u);
+    o.MilStd1553Terminals = std::move(terminals);
     return o;
 }
 

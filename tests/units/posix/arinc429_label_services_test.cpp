@@ -174,7 +174,6 @@ struct GenLoop {
             rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER, rp);
         Gen_ = rig.OpenWith<Gen>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_DATA_GENERATOR, tp);
         Clock = Start = CKVX_HdwTimer::GetTickCount();
-        Ok = Gen_ && In;
     }
 
     // Steps the clock to `ms`, at each step waiting for `due(t)` words.
@@ -206,7 +205,6 @@ struct GenLoop {
     uint64_t Start = 0;
     std::map<unsigned, std::vector<CKVX_HdwArinc429Message>> Got;
     size_t Received = 0;
-    bool Ok = false;
 };
 
 } // namespace
@@ -218,7 +216,7 @@ TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
     UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));
     rig.Start();
     GenLoop loop(rig, ch);
-    ASSERT_TRUE(loop.Ok);
+    ASSERT_TRUE(loop.Gen_ && loop.In);
     const std::vector<Def> defs = Labels();
 
     ASSERT_EQ(loop.Gen_->SetLabels(defs.data(), unsigned(defs.size())), 0u);
@@ -253,7 +251,7 @@ TEST(DataGeneratorAdmission, RunsBesideLabelOutputExcludesTheBuffersAndNeverOver
     rig.Start();
     auto* lblo = rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, 1, HDW_SERVICE_ARINC429_LABEL_OUT);
     GenLoop loop(rig, 1);
-    ASSERT_TRUE(lblo && loop.Ok);
+    ASSERT_TRUE(lblo && loop.Gen_ && loop.In);
     CKVX_HdwService* s = nullptr;
     EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 1)->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 10u);
 

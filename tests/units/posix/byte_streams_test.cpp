@@ -21,9 +21,7 @@ protected:
         ASSERT_NO_FATAL_FAILURE(rig.Start());
         CKVX_HdwArinc429ByteInBufferService::CParameters pi;
         CKVX_HdwArinc429ByteOutBufferService::CParameters po;
-        pi.Label = po.Label = 0xC5;
-        pi.Sdi = po.Sdi = 2;
-        pi.BufferSize = po.BufferSize = 0;
+        std::tie(pi.Label, pi.Sdi, pi.BufferSize) = std::tie(po.Label, po.Sdi, po.BufferSize) = std::tuple(0xC5, 2, 0);
         CKVX_HdwArinc429RxPort::CParameters rp;
         CKVX_HdwArinc429TxPort::CParameters tp;
         rp.BaudRate = tp.BaudRate = 100000;
@@ -150,11 +148,10 @@ TEST(QuillanBytes, FrameAndByteServicesShareTheChannels)
     }
     EXPECT_EQ(stream, 376u);
     ASSERT_EQ(others.size(), frames.size());
-    for (size_t i = 0; i < frames.size(); ++i) {
+    for (size_t i = 0; i < frames.size(); ++i)
         EXPECT_EQ(std::tuple(others[i].Identifier, others[i].Dlc, others[i].Extended),
             std::tuple(frames[i].Identifier, frames[i].Dlc, frames[i].Extended))
             << i;
-    }
     EXPECT_EQ(rig.Sim.GetCounters().CanFifoDropped[0], 0u);
     EXPECT_TRUE(WaitUntil([&] { return Idle(framesOut) && Idle(bytesOut); }));
 }

@@ -13,11 +13,7 @@ protected:
     void SetUp() override { ASSERT_NO_FATAL_FAILURE(rig.Start()); }
     const hdwsim::Counters Counters() { return rig.Sim.GetCounters(); }
 
-    UnitRig rig{UnitNamed("halden"), [] {
-                    hdwsim::Emulator::Options o = EmulatorOptions(false);
-                    o.MilStd1553Terminals = {7};
-                    return o;
-                }()};
+    UnitRig rig{UnitNamed("halden"), EmulatorOptions(false, false, {7})};
 };
 
 // Every message in order with its words and status; a terminal update while the bus runs is never seen mixed.

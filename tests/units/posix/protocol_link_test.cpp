@@ -106,10 +106,9 @@ TEST_F(UnitLink, QueuedCommandsGoOutAsOneFrameAndTheNextWaitsForItsEchoes)
     ASSERT_EQ(dev.ProcessCommandList(0u), 0u);
     EXPECT_EQ(ReadHostFrame(pty),
         HostFrame({SessionRecord(65534, true), {0x07, 0x82, 0xFF, 0xFF, 0x00, 0x01, 0x00}})); // status request, kind 1
-    EXPECT_TRUE(inst()->CommandList.IsEmpty());
-    ASSERT_EQ(inst()->EchoList.GetLength(), 2u);
+    ASSERT_EQ(std::tuple(inst()->CommandList.IsEmpty(), inst()->EchoList.GetLength(), inst()->BytesSent),
+        std::tuple(true, 2u, 14u));
     EXPECT_EQ(inst()->EchoList.GetFirst()->Number, 65534);
-    EXPECT_EQ(inst()->BytesSent, 14u);
 
     ASSERT_EQ(dev.AttachSessionCommand(0u, 1), 0u);
     EXPECT_EQ(dev.ProcessCommandList(0u), 0u);
@@ -235,8 +234,7 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_EQ(dev.Open(0), 0u);
     unit.join();
     EXPECT_EQ(seen, HostFrame({SessionRecord(0, false), SessionRecord(1, true)}));
-    EXPECT_TRUE(dev.Inst()->IsOpen());
-    EXPECT_TRUE(ListsEmpty());
+    EXPECT_EQ(std::tuple(dev.Inst()->IsOpen(), ListsEmpty()), std::tuple(true, true));
 
     // Opening an open instance sends nothing.
     EXPECT_EQ(dev.Open(0), 0u);
@@ -265,8 +263,7 @@ TEST_F(UnitSession, OpenStartsAFreshSessionAndCloseSendsWhatIsQueuedFirst)
     EXPECT_EQ(dev.Close(0), 0u);
     late.join();
     EXPECT_EQ(lastRecords, (std::vector<Bytes>{{0x07, 0x82, 0x03, 0x00, 0x00, 0x02, 0x00}, SessionRecord(4, false)}));
-    EXPECT_FALSE(dev.Inst()->IsOpen());
-    EXPECT_TRUE(ListsEmpty());
+    EXPECT_EQ(std::tuple(dev.Inst()->IsOpen(), ListsEmpty()), std::tuple(false, true));
 
     // The close echoed late, after the next open began: the new session drops that echo and opens at the first try.
     unit = std::thread([&] {

@@ -218,22 +218,18 @@ TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytesAndResetsLetNoOlderByte
 
     // Resets while data flows let no older byte (0x00) follow a new one (0xFF).
     std::vector<uint8_t> old(40000, 0x00), fresh(3000, 0xFF);
-    rig.Uarts[1].Got.clear();
+    std::vector<uint8_t>& got = rig.Uarts[1].Got;
+    got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(old.data(), unsigned(old.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 1000, 20000)); // the line is busy
     EXPECT_EQ(rig.Uarts[0].Out->ResetWriteBuffer(), 0u);
     EXPECT_EQ(rig.Uarts[1].In->ResetReadBuffer(), 0u);
-    rig.Uarts[1].Got.clear();
+    got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(fresh.data(), unsigned(fresh.size()), 0), 0u);
-    EXPECT_TRUE(WaitUntil(
-        [&] {
-            rig.Drain(1);
-            return !rig.Uarts[1].Got.empty() && rig.Uarts[1].Got.back() == 0xFF &&
-                std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0xFF) == 3000;
-        },
-        20000));
-    EXPECT_EQ(std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0x00), 0) << "an old byte after the resets";
-    EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
+    const auto allFresh = [&] { return std::count(got.begin(), got.end(), 0xFF) == 3000 && got.back() == 0xFF; };
+    EXPECT_TRUE(WaitUntil([&] { return rig.Drain(1), allFresh(); }, 20000));
+    EXPECT_EQ(std::count(got.begin(), got.end(), 0x00), 0) << "an old byte after the resets";
+    EXPECT_EQ(got.size(), fresh.size());
 }
 
 // Lost packets on a sped-up line overflow the unit's buffer; Close adds what the unit dropped to the input's count.
