@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace unittest {
@@ -21,14 +22,9 @@ using Base = CKVX_HdwKvxUsbCommandDevice;
 inline Base::CUnitProfile FullProfile()
 {
     Base::CUnitProfile p;
-    p.UartChannels = 2;
-    p.AtxChannels = 4;
-    p.ArxChannels = 4;
-    p.CanChannels = 2;
-    p.MilStd1553Channels = 2;
-    p.Commands = 0x7FFF;
-    p.Events = 0x7EF; // types 0-3 and 5-10
-    p.LinkBaudRate = 115200;
+    // Event types 0-3 and 5-10.
+    std::tie(p.UartChannels, p.AtxChannels, p.ArxChannels, p.CanChannels, p.MilStd1553Channels, p.Commands, p.Events,
+        p.LinkBaudRate) = std::tuple(2, 4, 4, 2, 2, 0x7FFF, 0x7EF, 115200);
     return p;
 }
 
@@ -43,11 +39,10 @@ public:
     // One instance on `portName` (not opened), without a probe.
     void AddInstance(const std::string& portName = "")
     {
-        std::vector<CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance*> found;
         CDeviceInstance* inst = CreateDeviceInstance();
         inst->PortName = portName.c_str();
         inst->Link = portName.c_str();
-        found.push_back(inst);
+        std::vector<CKVX_HdwFtdiUartBridgedDevice::CDeviceInstance*> found{inst};
         InstallInstances(found);
     }
     CDeviceInstance* Inst(unsigned i = 0) { return GetProtocolInstance(i); }
@@ -84,11 +79,8 @@ public:
 
     unsigned ProcessEvent(CKVX_HdwEvent* event) override
     {
-        SeenEvent s;
-        s.Code = event->GetEventCode();
-        s.Channel = event->GetChannelId().c_str();
-        s.TimeStamp = static_cast<Base::CEvent*>(event)->TimeStamp;
-        s.UnwrappedTime = static_cast<Base::CEvent*>(event)->GetUnwrappedTime();
+        SeenEvent s{event->GetEventCode(), event->GetChannelId().c_str(), static_cast<Base::CEvent*>(event)->TimeStamp,
+            static_cast<Base::CEvent*>(event)->GetUnwrappedTime(), nullptr};
         CopyAs<Base::CCriticalFailureEvent, Base::CArinc429RxEvent, Base::CArinc429TxEvent, Base::CStatusEvent,
             Base::CCanRxEvent, Base::CCanTxEvent, Base::CMilStd1553Event, Base::CUartRxEvent, Base::CUartTxEvent>(
             event, s.Copy);
@@ -121,11 +113,8 @@ inline void AppendCrc(std::vector<uint8_t>& frame)
 inline std::vector<uint8_t> EventRecord(
     unsigned type, unsigned subField, uint32_t timeStamp, const std::vector<uint8_t>& fields)
 {
-    std::vector<uint8_t> r;
-    r.push_back(uint8_t(1 + 4 + fields.size()));
-    r.push_back(uint8_t(type << 3 | subField));
-    for (int i = 0; i < 4; ++i)
-        r.push_back(uint8_t(timeStamp >> (8 * i)));
+    std::vector<uint8_t> r = {uint8_t(1 + 4 + fields.size()), uint8_t(type << 3 | subField), uint8_t(timeStamp),
+        uint8_t(timeStamp >> 8), uint8_t(timeStamp >> 16), uint8_t(timeStamp >> 24)};
     r.insert(r.end(), fields.begin(), fields.end());
     return r;
 }
@@ -145,14 +134,10 @@ inline std::vector<uint8_t> A429RxRecord(unsigned channel, uint32_t word, uint32
 // A unit frame around `records` with its CRC.
 inline std::vector<uint8_t> UnitFrame(const std::vector<std::vector<uint8_t>>& records)
 {
-    std::vector<uint8_t> body;
+    std::vector<uint8_t> f = {0xA5, 0, 0, uint8_t(records.size() & 0xFF), uint8_t((records.size() >> 8) & 0x0F)};
     for (const auto& r : records)
-        body.insert(body.end(), r.begin(), r.end());
-    std::vector<uint8_t> f;
-    f.reserve(body.size() + 7);
-    f = {0xA5, uint8_t(body.size() & 0xFF), uint8_t((body.size() >> 8) & 0x0F), uint8_t(records.size() & 0xFF),
-        uint8_t((records.size() >> 8) & 0x0F)};
-    f.insert(f.end(), body.begin(), body.end());
+        f.insert(f.end(), r.begin(), r.end());
+    std::tie(f[1], f[2]) = std::tuple(uint8_t((f.size() - 5) & 0xFF), uint8_t(((f.size() - 5) >> 8) & 0x0F));
     AppendCrc(f);
     return f;
 }
@@ -163,8 +148,7 @@ inline std::vector<uint8_t> HostFrame(const std::vector<std::vector<uint8_t>>& r
     std::vector<uint8_t> f = {0xA5, 0, 0};
     for (const auto& r : records)
         f.insert(f.end(), r.begin(), r.end());
-    f[1] = uint8_t(f.size() - 3);
-    f[2] = uint8_t((f.size() - 3) >> 8);
+    std::tie(f[1], f[2]) = std::tuple(uint8_t(f.size() - 3), uint8_t((f.size() - 3) >> 8));
     AppendCrc(f);
     return f;
 }

@@ -1,5 +1,5 @@
-// Command records byte for byte (written out from the record tables) and
-// the conversions of bit rates into divider settings.
+// Command records byte for byte (written out from the record tables), the conversions of bit rates into divider
+// settings, and the Halden's unit number in its hardware identifier.
 
 #include "UnitTestSupport.h"
 
@@ -14,11 +14,6 @@ using Bytes = std::vector<uint8_t>;
 using CLabelCtrl = CKVX_HdwArinc429OutLbloService::CLabelCtrl;
 
 namespace {
-
-const Base::CUnitProfile& TravinProfile()
-{
-    return *CKVX_HdwKvxUnitProfile::Of(5);
-}
 
 // A rate (and CAN sample point), the result code and, when 0, the converter's output fields.
 struct RateCase {
@@ -42,8 +37,7 @@ void ExpectConversions(const Converter& convert, const std::vector<RateCase>& ca
 
 TEST(RateConversion, Arinc429DividersCanTimingAndUartDividers)
 {
-    // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only.
-    // Fields: high speed, divider of the high half, divider of the low half.
+    // 60 MHz / rate / 2 - 1, truncated; high speed above 15000; 149..4094 only. Fields: high speed, dividers high, low.
     ExpectConversions(
         [](unsigned rate, double, std::vector<unsigned>& got) {
             unsigned char high = 9;
@@ -101,8 +95,7 @@ struct RecordCase {
 std::vector<RecordCase> RecordCases()
 {
     return {
-        // Label data and push carry label and word, with the parity bit as set (1, then 0);
-        // a push of nothing is one empty record.
+        // Label data and push carry label and word, parity bit as set (1, then 0); a push of nothing: one empty record.
         {"label data and push",
             [](TestUnit& d, auto*) {
                 // Word 0xE48D1631: label 0x31, SDI 2, data 0x12345, SSM 3, parity 1.
@@ -205,7 +198,7 @@ std::vector<RecordCase> RecordCases()
                 {0x0E, 0xAC, 0x03, 0x00, 0x00, 0x03, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
                 {0x0D, 0xAD, 0x04, 0x00, 0x02, 0x02, 0x00, 0x00, 0x00, 0x80, 0x96, 0x98, 0x00},
                 {0x07, 0xAE, 0x05, 0x00, 0x09, 0x02, 0x00}},
-            TravinProfile()},
+            *CKVX_HdwKvxUnitProfile::Of(5)}, // the Travin's
     };
 }
 
@@ -220,7 +213,8 @@ TEST(CommandRecords, EachRecordByteForByte)
     }
 }
 
-// Settings a record cannot carry, missing channels and units: 2, nothing attached, no number used.
+// Settings a record cannot carry, missing channels and units, commands outside the unit's profile: 2, nothing attached,
+// no number used.
 TEST(CommandRecords, RefusalsAttachNothing)
 {
     TestUnit dev;
@@ -236,8 +230,7 @@ TEST(CommandRecords, RefusalsAttachNothing)
     CKVX_HdwUartPort::CParameters uart;
     uart.Parity = 3;
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
-    uart.Parity = 0;
-    uart.StopBits = 1;
+    std::tie(uart.Parity, uart.StopBits) = std::tuple(0, 1);
     EXPECT_EQ(dev.AttachUartConfigCommand(0, 0, uart), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 0, 1, 0, 0, 0)), 2u);
     EXPECT_EQ(dev.AttachAtxCtxCtrlCommand(0, 0, Ctrl(0x10, 1025, 1, 0, 0, 0)), 2u);
@@ -248,7 +241,7 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(QueuedRecords(dev.Inst())[0][2], 0x00) << "the refusals took no number";
 
     // Discrete settings and banks of the Travin.
-    TestUnit travin(TravinProfile());
+    TestUnit travin(*CKVX_HdwKvxUnitProfile::Of(5));
     travin.AddInstance();
     CKVX_HdwDiscreteInPort::CParameters in;
     CKVX_HdwDiscreteOutPort::CParameters out;
@@ -264,29 +257,37 @@ TEST(CommandRecords, RefusalsAttachNothing)
     EXPECT_EQ(travin.AttachDiscreteReadCommand(0, 0x10, 0), 2u); // bank 4
     EXPECT_EQ(travin.AttachCanConfigCommand(0, 0), 2u); // the other units' channel commands
     EXPECT_TRUE(travin.Inst()->CommandList.IsEmpty());
-}
 
-// Only the commands of the unit's profile are taken: channels alone do not make them.
-TEST(CommandProfile, CommandsTheUnitDoesNotTakeAnswer2)
-{
+    // Only the commands of the unit's profile are taken: channels alone do not make them.
     Base::CUnitProfile p = FullProfile();
     p.Commands = Base::CmdSession | Base::CmdStatusRequest | Base::CmdCanConfig | Base::CmdCanPush;
-    p.DiscreteInBanks = 4;
-    p.DiscreteOutBanks = 4;
-    TestUnit dev(p);
-    dev.AddInstance();
+    p.DiscreteInBanks = p.DiscreteOutBanks = 4;
+    TestUnit some(p);
+    some.AddInstance();
     CKVX_HdwArinc429Message word;
-    CKVX_HdwDiscreteInPort::CParameters in;
-    EXPECT_EQ(dev.AttachKeepAliveCommand(0), 2u);
-    EXPECT_EQ(dev.AttachAtxPushCommand(0, 0, &word, 1), 2u);
-    EXPECT_EQ(dev.Attach1553ConfigCommand(0, 0), 2u);
-    EXPECT_EQ(dev.AttachDiscreteInConfigCommand(0, 0, in, true), 2u);
-    EXPECT_EQ(dev.AttachDiscreteReadCommand(0, 1, 0), 2u);
-    EXPECT_TRUE(dev.Inst()->CommandList.IsEmpty());
+    EXPECT_EQ(some.AttachKeepAliveCommand(0), 2u);
+    EXPECT_EQ(some.AttachAtxPushCommand(0, 0, &word, 1), 2u);
+    EXPECT_EQ(some.Attach1553ConfigCommand(0, 0), 2u);
+    EXPECT_EQ(some.AttachDiscreteInConfigCommand(0, 0, CKVX_HdwDiscreteInPort::CParameters(), true), 2u);
+    EXPECT_EQ(some.AttachDiscreteReadCommand(0, 1, 0), 2u);
+    EXPECT_TRUE(some.Inst()->CommandList.IsEmpty());
     CKVX_HdwCanMessage frame;
-    EXPECT_EQ(dev.AttachCanPushCommand(0, 1, &frame, 1), 0u);
-    EXPECT_EQ(dev.AttachCanConfigCommand(0, 0), 0u);
-    EXPECT_EQ(dev.Inst()->CommandList.GetLength(), 2u);
+    EXPECT_EQ(some.AttachCanPushCommand(0, 1, &frame, 1), 0u);
+    EXPECT_EQ(some.AttachCanConfigCommand(0, 0), 0u);
+    EXPECT_EQ(some.Inst()->CommandList.GetLength(), 2u);
+}
+
+TEST(HaldenDevice, HardwareIdGivesTheUnitNumber)
+{
+    CKVX_HdwKvxHaldenDevice d;
+    const std::pair<std::vector<const char*>, unsigned> cases[] = {{{"USB", "  halden unit 07  "}, 7},
+        {{"x", "HDW42"}, 42}, {{"x", "unit 4a"}, 0}, {{"x", "5"}, 0}, {{"HDW42"}, 0}, {{"a", "HDW42", "c"}, 0}};
+    for (const auto& [texts, unit] : cases) {
+        CKVX_List<CKVX_String> ids;
+        for (const char* t : texts)
+            ids += CKVX_String(t);
+        EXPECT_EQ(d.ProcessHardwareID(ids), unit) << texts.back();
+    }
 }
 
 } // namespace

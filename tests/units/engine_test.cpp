@@ -1,6 +1,8 @@
-// The unit protocol engine on its own, frames and records written out here (CRC bit by bit), times passed in.
+// The unit protocol engine on its own, frames and records written out here (CRC bit by bit), times passed in; the unit
+// clock's 32-bit stamps unwrapped and mapped onto the host's clock, every pair made up here.
 
 #include <HdwLib/core/KvxCrc.h>
+#include <HdwLib/units/KvxUnitClock.h>
 #include <HdwLib/units/KvxUnitEngine.h>
 
 #include "UnitTestSupport.h"
@@ -185,13 +187,11 @@ TEST(UnitEngineSending, NothingGoesWhileAnEchoIsOutstanding)
         e.TakeEcho(echo);
         const auto* frame = e.BuildFrame(Engine::PayloadLimitUart, 5);
         EXPECT_EQ(frame != nullptr, mayGo) << "after the echo of " << echo;
-        if (frame) {
-            EXPECT_EQ(*frame, HostFrame(later)) << "a reused record block keeps nothing of its old record";
-        }
+        EXPECT_TRUE(!frame || *frame == HostFrame(later)) << "a reused record block keeps nothing of its old record";
     }
 }
 
-TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
+TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommandAndResetQueuesTheUnreadBytes)
 {
     Engine e;
     Queue(e, {100, 100, 100});
@@ -206,6 +206,15 @@ TEST(UnitEngineSending, AFailedWriteDropsEveryQueuedCommand)
     Queue(e, {10});
     EXPECT_EQ(e.BuildFrame(Engine::PayloadLimitUart, 1), nullptr);
     EXPECT_TRUE(e.IsEchoOverdue(500, 500));
+
+    // Unread bytes accumulate until taken; ResetQueues drops them with the queue.
+    const Bytes a = {1, 2, 3, 4, 5};
+    e.KeepUnread(a.data(), 3);
+    e.KeepUnread(a.data() + 3, 2);
+    EXPECT_EQ(e.GetUnread(), a);
+    e.ResetQueues();
+    EXPECT_TRUE(e.GetUnread().empty());
+    EXPECT_TRUE(e.CommandList.IsEmpty());
 }
 
 TEST(UnitEngineEchoes, MatchOutOfOrderAndStaleBeforeTheSessionIsConfirmed)
@@ -354,19 +363,6 @@ Stream MixedStream()
     return s;
 }
 
-// A byte-wise engine fed `bytes`; frames it completes are appended to `seen`.
-void FeedEachByte(Engine& e, const uint8_t* bytes, size_t count, size_t& offset, std::vector<FrameSeen>& seen)
-{
-    for (size_t i = 0; i < count; ++i) {
-        bool ok = false;
-        const EFeed rc = e.FeedByte(bytes[i], ok);
-        ++offset;
-        EXPECT_NE(rc, EFeed::Overflow);
-        if (rc == EFeed::Frame)
-            seen.push_back(Seen(e, offset, ok));
-    }
-}
-
 TEST(UnitEngineReceive, BlockFeedAgreesWithTheByteWiseMachineAfterEveryRead)
 {
     const Stream s = MixedStream();
@@ -400,7 +396,13 @@ TEST(UnitEngineReceive, BlockFeedAgreesWithTheByteWiseMachineAfterEveryRead)
                 else
                     ASSERT_EQ(left, 0u) << "stopped without a frame";
             }
-            FeedEachByte(*byteWise, s.Data.data() + refOffset, size, refOffset, want);
+            for (const size_t end = refOffset + size; refOffset < end;) { // the reference, a byte at a time
+                bool ok = false;
+                const EFeed rc = byteWise->FeedByte(s.Data[refOffset++], ok);
+                ASSERT_NE(rc, EFeed::Overflow);
+                if (rc == EFeed::Frame)
+                    want.push_back(Seen(*byteWise, refOffset, ok));
+            }
             ASSERT_EQ(std::vector<FrameSeen>(got.begin() + firstFrame, got.end()),
                 std::vector<FrameSeen>(want.begin() + firstFrame, want.end()))
                 << "frames of the read ending at " << offset;
@@ -434,17 +436,60 @@ TEST(UnitEngineReceive, AFullEventBufferOverflowsAndTheMachineHuntsAgain)
         }
 }
 
-TEST(UnitEngineReceive, UnreadBytesAccumulateUntilTakenAndResetQueuesDropsThem)
+constexpr uint64_t kWrap = uint64_t(1) << 32;
+
+TEST(UnitClock, AUnitSilentAcrossAWrapIsPlacedByTheHostTimeElapsed)
 {
-    Engine e;
-    const Bytes a = {1, 2, 3, 4, 5};
-    e.KeepUnread(a.data(), 3);
-    e.KeepUnread(a.data() + 3, 2);
-    EXPECT_EQ(e.GetUnread(), (Bytes{1, 2, 3, 4, 5}));
-    Queue(e, {8});
-    e.ResetQueues();
-    EXPECT_TRUE(e.GetUnread().empty());
-    EXPECT_TRUE(e.CommandList.IsEmpty());
+    CKVX_HdwKvxUnitClock clock;
+    uint64_t host = 1000;
+    clock.Unwrap(0x10000000u, host);
+    // 80 minutes of silence: one wrap (71.6 min) and a bit; the low bits alone would say 8.4 minutes later.
+    const uint64_t later = 0x10000000u + 80ull * 60 * 1000000;
+    host += 80ull * 60 * 1000000 + 3000; // the host read it 3 ms late
+    EXPECT_EQ(clock.Unwrap(uint32_t(later), host), later);
+    // Two wraps and a half of silence.
+    const uint64_t muchLater = later + 2 * kWrap + kWrap / 4;
+    host += 2 * kWrap + kWrap / 4;
+    EXPECT_EQ(clock.Unwrap(uint32_t(muchLater), host), muchLater);
+}
+
+TEST(UnitClock, MappingConvergesOnADriftingUnitClockDespiteLateReads)
+{
+    // The unit clock runs 120 ppm fast; reads come 0.2 to 8 ms after the latest event, now and then as early as 50 us.
+    const double ppm = 120e-6;
+    const uint64_t host0 = 7000000000, unit0 = kWrap - 30000000;
+    std::mt19937 rng(42);
+    std::uniform_int_distribution<int> late(200, 8000);
+    CKVX_HdwKvxUnitClock clock;
+    uint64_t dummy = 0;
+    EXPECT_FALSE(clock.ToHost(unit0, dummy));
+    auto unitAt = [&](uint64_t host) { return unit0 + uint64_t(double(host - host0) * (1.0 + ppm)); };
+    for (uint64_t host = host0; host < host0 + 120000000; host += 10000) {
+        const unsigned delay = rng() % 50 == 0 ? 50 : unsigned(late(rng));
+        clock.AddPair(unitAt(host - delay), host);
+    }
+    EXPECT_EQ(clock.GetBucketCount(), CKVX_HdwKvxUnitClock::MaxBuckets);
+    EXPECT_NEAR(clock.GetRate(), 1.0 + ppm, 5e-6);
+    // Unit times of the last minute and a minute ahead map to within 0.3 ms of when the unit clock read them.
+    for (uint64_t host : {host0 + 100000000, host0 + 119000000, host0 + 180000000}) {
+        uint64_t mapped = 0;
+        ASSERT_TRUE(clock.ToHost(unitAt(host), mapped));
+        EXPECT_NEAR(double(mapped), double(host), 300.0) << host - host0;
+    }
+}
+
+TEST(UnitClock, AUnitClockThatJumpsRestartsTheFit)
+{
+    CKVX_HdwKvxUnitClock clock;
+    for (uint64_t host = 0; host < 20000000; host += 10000)
+        clock.AddPair(500000000 + host - 100, host);
+    EXPECT_GT(clock.GetBucketCount(), 10u);
+    // The unit was reset: its clock starts again at 0.
+    clock.AddPair(1000, 20010000);
+    EXPECT_EQ(clock.GetBucketCount(), 1u);
+    uint64_t mapped = 0;
+    ASSERT_TRUE(clock.ToHost(2000, mapped));
+    EXPECT_EQ(mapped, 20011000u);
 }
 
 } // namespace

@@ -80,8 +80,7 @@ auto Can(const CKVX_HdwCanMessage& m)
     return std::tuple(m.Extended, m.Identifier, m.Rtr, m.Dlc, Bytes(m.Data, m.Data + 8));
 }
 
-// A record, the one port it reaches, what that port decodes, and the lengths L refused with 11
-// (reaching no port). Bytes of 0x99 lie past L and must read as zero.
+// A record, the one port it reaches, its decoding, the lengths L refused with 11 (no port); 0x99 past L reads as 0.
 struct EventCase {
     const char* What;
     Bytes Record;
@@ -182,18 +181,22 @@ TEST_F(UnitEvents, EachTypeDecodesItsFieldsReachesItsPortAndKeepsItsLengthRules)
     EXPECT_EQ(Dispatch(EventRecord(2, 2, 0, {0, 0, 0, 0, 0, 0})), 15u);
 }
 
-TEST_F(UnitEvents, StatusOfOtherKindsOrChannelsReachesNoPortAndARefusedOneChangesNoRecord)
+// A status of another kind or a channel the unit lacks, and an echo of another length (the order rules:
+// UnitEngineEchoes and UnitLink), reach nothing; a critical failure reaches every open port.
+TEST_F(UnitEvents, RecordsForNoPortChangeNothingAndACriticalFailureReachesEveryOpenPort)
 {
     EXPECT_EQ(Dispatch(EventRecord(5, 1, 7, {2, 0x01, 0x05, 0xAA, 0xBB, 0x00})), 11u); // L = 11
     EXPECT_EQ(dev.Inst()->CanCtrl[1].FaultState, 3u);
     EXPECT_EQ(Dispatch(EventRecord(5, 1, 7, {3, 0x01, 0x05, 0xAA, 0xBB})), 0u);
-    // A channel the unit does not have changes no record.
     EXPECT_EQ(Dispatch(EventRecord(5, 7, 7, {1, 9, 0, 0, 0})), 0u);
+    dev.Inst()->EchoList += Base::CEchoWaiting(5, 0);
+    Bytes longEcho = EchoRecord(5);
+    longEcho.push_back(0);
+    ++longEcho[0]; // L = 8
+    EXPECT_EQ(Dispatch(longEcho), 11u);
+    EXPECT_EQ(dev.Inst()->EchoList.GetLength(), 1u);
     EXPECT_TRUE(Reached().empty());
-}
 
-TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
-{
     ASSERT_EQ(Dispatch(EventRecord(1, 5, 77, {})), 0u); // L = 5
     EXPECT_EQ(Reached().size(), ports.list.size());
     for (auto& p : ports.list) {
@@ -205,18 +208,6 @@ TEST_F(UnitEvents, CriticalFailureReachesEveryOpenPortOfTheUnit)
     Bytes record = EventRecord(1, 5, 77, {});
     record[0] = 4;
     EXPECT_EQ(Dispatch(record), 11u);
-}
-
-// An echo of another length is refused and matches nothing (the order rules: UnitEngineEchoes and UnitLink).
-TEST_F(UnitEvents, AnEchoOfAnotherLengthIsRefused)
-{
-    dev.Inst()->EchoList += Base::CEchoWaiting(5, 0);
-    Bytes longEcho = EchoRecord(5);
-    longEcho.push_back(0);
-    ++longEcho[0]; // L = 8
-    EXPECT_EQ(Dispatch(longEcho), 11u);
-    EXPECT_EQ(dev.Inst()->EchoList.GetLength(), 1u);
-    EXPECT_TRUE(Reached().empty());
 }
 
 } // namespace
@@ -274,8 +265,7 @@ TEST(UnitFrameEvents, EachEventReachesThePortsOfItsTypeAndChannelAsTheListWalkDo
     EXPECT_EQ(
         (std::vector{stamps(first1), stamps(second1), stamps(rx7)}), (std::vector<Stamps>{{1, 5, 7}, {1, 5}, {2}}));
 
-    // A port that leaves the list between frames hears nothing more, and the
-    // one left on its channel takes the events alone.
+    // A port that leaves the list between frames hears nothing more; the one left on its channel takes the events.
     first1->Result = 0;
     dev.DetachPortFromHdwTimer(0, first1);
     ASSERT_EQ(feed(UnitFrame({rx(1, 9)})), 0u);

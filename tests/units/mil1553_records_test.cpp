@@ -18,15 +18,9 @@ CKVX_HdwMilStd1553MajorFrame TwoMessageFrame()
 {
     CKVX_HdwMilStd1553MajorFrame f;
     Msg rx = BcToRt(3, 1, {0xAAAA, 0x5555}); // bus B, retry on the other bus, gap 20
-    rx.Bus = 1;
-    rx.Retry = Msg::RetryOtherBus;
-    rx.GapUs = 20;
+    std::tie(rx.Bus, rx.Retry, rx.GapUs) = std::tuple(1, Msg::RetryOtherBus, 20);
     f.Messages = {rx, RtToBc(4, 2, 32)};
-    f.MinorFrames.resize(2);
-    f.MinorFrames[0].PeriodUs = 10000;
-    f.MinorFrames[0].Messages = {0, 1};
-    f.MinorFrames[1].PeriodUs = 20000;
-    f.MinorFrames[1].Messages = {1};
+    f.MinorFrames = {Minor(10000, {0, 1}), Minor(20000, {1})};
     return f;
 }
 
@@ -42,11 +36,10 @@ TEST(MilStd1553Image, MajorFrameGivesDescriptorsBuffersAndTableInEitherTable)
         (Words{0x1407, 0x1822, 0, 0x2400, 0x0000, 0, 0, 0, //
             0x0000, 0x2440, 0, 0x2420, 0x0001, 0, 0, 0}));
     // The send buffer of descriptor 32 only: the RT-to-BC message sends nothing.
-    EXPECT_EQ(image[1].Address, 0x2400u);
-    EXPECT_EQ(image[1].Words, (Words{0xAAAA, 0x5555}));
+    EXPECT_EQ(std::tuple(image[1].Address, image[1].Words), std::tuple(0x2400u, Words{0xAAAA, 0x5555}));
     // The table last: 2 minor frames, period in 10 µs, count, descriptor indexes.
-    EXPECT_EQ(image[2].Address, 0x1000u);
-    EXPECT_EQ(image[2].Words, (Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
+    EXPECT_EQ(
+        std::tuple(image[2].Address, image[2].Words), std::tuple(0x1000u, Words{2, 1000, 2, 32, 33, 2000, 1, 33}));
 
     // Table B: its own descriptors, buffers and identifiers (0x4000 + index).
     const mil::SramImage b = mil::MajorFrameImage(TwoMessageFrame(), 1);
@@ -96,15 +89,11 @@ TEST(MilStd1553Image, RemoteTerminalTablesReportEveryLegalReceiveSubaddress)
 TEST(MilStd1553Image, AccessRecordBecomesAMessage)
 {
     CKVX_HdwKvxMilStd1553Event e;
-    e.Kind = 2;
-    e.Field1 = mil::AccessBusB | mil::AccessMonitor;
-    e.CommandWord1 = 0x2861; // 5 R 3, 1 word
-    e.CommandWord2 = 0x3481; // 6 T 4
+    // Command words 5 R 3 (1 word) and 6 T 4.
+    std::tie(e.Kind, e.Field1, e.CommandWord1, e.CommandWord2, e.StatusWord1, e.StatusWord2, e.TransferFlags,
+        e.TimeStamp) = std::tuple(2, mil::AccessBusB | mil::AccessMonitor, 0x2861, 0x3481, 0x3000, 0x2800,
+        Msg::FlagRtToRt | Msg::FlagBusB, 777);
     e.Data = {0x1234};
-    e.StatusWord1 = 0x3000;
-    e.StatusWord2 = 0x2800;
-    e.TransferFlags = Msg::FlagRtToRt | Msg::FlagBusB;
-    e.TimeStamp = 777;
     Msg m;
     mil::MessageFromAccess(e, m);
     EXPECT_EQ(m.Data, Words{0x1234});

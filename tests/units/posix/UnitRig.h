@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Mil1553Messages.h"
 #include "support/Wait.h"
 
 #include <algorithm>
@@ -21,8 +22,7 @@ namespace halden_test {
 
 using testsupport::WaitUntil;
 
-// Echo and open time-outs generous for a loaded machine (a pseudo-terminal
-// can be 800 ms late); tests of those time-outs set their own.
+// Generous echo and open time-outs (a pseudo-terminal can be 800 ms late); tests of those time-outs set their own.
 constexpr unsigned kEchoTimeoutMs = 5000;
 constexpr unsigned kOpenTimeoutMs = 10000;
 
@@ -36,13 +36,12 @@ bool WithCommandDevice(CKVX_HdwDevice* device, F&& f)
     return d != nullptr;
 }
 
-inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false)
+// The unit on a pseudo-terminal or UDP, its buses paced or not, with the MIL-STD-1553 `terminals` it simulates.
+inline hdwsim::Emulator::Options EmulatorOptions(bool udp, bool pacing = false, std::vector<unsigned> terminals = {})
 {
     hdwsim::Emulator::Options o;
-    o.Pty = !udp;
-    o.Udp = udp;
-    o.Pacing = pacing;
-    o.ClockStartUs = 1000;
+    std::tie(o.Pty, o.Udp, o.Pacing, o.ClockStartUs) = std::tuple(!udp, udp, pacing, 1000u);
+    o.MilStd1553Terminals = std::move(terminals);
     return o;
 }
 
@@ -172,11 +171,8 @@ public:
     S* Enable(unsigned portType, unsigned num, unsigned serviceType, CKVX_HdwService::CParameters* params = nullptr)
     {
         CKVX_HdwPort* port = Port(portType, num);
-        EXPECT_NE(port, nullptr);
-        if (!port)
-            return nullptr;
         CKVX_HdwService* s = nullptr;
-        EXPECT_EQ(port->EnableService(serviceType, &s, params), 0u);
+        EXPECT_EQ(port ? port->EnableService(serviceType, &s, params) : ~0u, 0u) << "port " << portType << "/" << num;
         auto* typed = dynamic_cast<S*>(s);
         EXPECT_NE(typed, nullptr);
         return typed;
@@ -279,10 +275,7 @@ bool Idle(S* out)
 inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi = 0, unsigned ssm = 0)
 {
     CKVX_HdwArinc429Message m;
-    m.Label = uint8_t(label);
-    m.Data = data & 0x7FFFF;
-    m.Sdi = uint8_t(sdi);
-    m.Ssm = uint8_t(ssm);
+    std::tie(m.Label, m.Data, m.Sdi, m.Ssm) = std::tuple(uint8_t(label), data & 0x7FFFF, uint8_t(sdi), uint8_t(ssm));
     m.SetParity(0);
     return m;
 }
@@ -291,9 +284,7 @@ inline CKVX_HdwArinc429Message Word(unsigned label, unsigned data, unsigned sdi 
 inline std::vector<uint8_t> Pattern(size_t size, uint32_t seed)
 {
     std::vector<uint8_t> out(size);
-    std::mt19937 random(seed);
-    for (uint8_t& b : out)
-        b = static_cast<uint8_t>(random());
+    std::generate(out.begin(), out.end(), [random = std::mt19937(seed)]() mutable { return uint8_t(random()); });
     return out;
 }
 
@@ -306,12 +297,28 @@ inline std::vector<CKVX_HdwArinc429Message> Sequence(unsigned label, unsigned co
     return words;
 }
 
+inline CKVX_HdwI2cTransfer I2c(
+    uint16_t address, const std::vector<uint8_t>& write, uint32_t read = 0, bool tenBit = false)
+{
+    CKVX_HdwI2cTransfer t;
+    std::tie(t.Address, t.TenBit, t.ReadLength) = std::tuple(address, tenBit, read);
+    t.Write = CKVX_Uint8Vector(write.data(), unsigned(write.size()));
+    return t;
+}
+
+inline CKVX_HdwSpiTransfer Spi(
+    const std::vector<uint8_t>& out, uint8_t chipSelect = CKVX_HdwSpiTransfer::PortChipSelect)
+{
+    CKVX_HdwSpiTransfer t;
+    t.Out = CKVX_Uint8Vector(out.data(), unsigned(out.size()));
+    t.ChipSelect = chipSelect;
+    return t;
+}
+
 inline CKVX_HdwCanMessage Frame(uint32_t id, uint8_t dlc, uint8_t seed, bool extended = false)
 {
     CKVX_HdwCanMessage m;
-    m.Identifier = id;
-    m.Extended = extended ? 1 : 0;
-    m.Dlc = dlc;
+    std::tie(m.Identifier, m.Extended, m.Dlc) = std::tuple(id, extended ? 1 : 0, dlc);
     for (unsigned i = 0; i < 8; ++i)
         m.Data[i] = i < dlc ? uint8_t(seed + i) : 0;
     return m;
@@ -345,12 +352,9 @@ inline void ExpectArinc429RoundTrip(
         const auto [ch, count] = channelCounts[k];
         const auto got = ReadAll<CKVX_HdwArinc429Message>(pairs[k].In, count, 30000);
         ASSERT_EQ(got.size(), count) << "channel " << ch;
-        uint64_t last = 0;
         for (unsigned i = 0; i < count; ++i) {
             ASSERT_EQ(got[i], PairWord(ch, i)) << "channel " << ch << " word " << i;
-            ASSERT_GE(got[i].TimeStamp, last);
-            ASSERT_NE(got[i].TimeStamp, 0u); // the emulator's clock starts at 1000 us
-            last = got[i].TimeStamp;
+            ASSERT_GE(got[i].TimeStamp, i > 0 ? got[i - 1].TimeStamp : 1); // the emulator's clock starts at 1000 us
         }
         EXPECT_TRUE(WaitUntil([&] { return Idle(pairs[k].Out); }));
         const hdwsim::Counters c = (sim ? *sim : rig.Sim).GetCounters();
@@ -359,6 +363,88 @@ inline void ExpectArinc429RoundTrip(
         EXPECT_GE(c.CommandsByCode[u.AtxConfigBase + ch], 1u);
         EXPECT_GE(c.CommandsByCode[u.ArxConfigBase + ch], 1u);
     }
+}
+
+// A Halden's two MIL-STD-1553 channels on one bus: controller on 0, terminal on 1.
+using namespace mil1553test;
+using Bc = CKVX_HdwKvxHaldenDevice::CMilStd1553BcService;
+using Rt = CKVX_HdwKvxHaldenDevice::CMilStd1553SingleRtService;
+
+// Terminal `ta` whose transmit subaddress 2 sends `tx`.
+inline CKVX_HdwMilStd1553RemoteTerminal Terminal(uint8_t ta, const Words& tx = {})
+{
+    CKVX_HdwMilStd1553RemoteTerminal t;
+    t.TerminalAddress = ta;
+    t.Transmit[2].Data = tx;
+    return t;
+}
+
+// The controller on channel 0, its port open.
+inline Bc* OpenBc(UnitRig& rig)
+{
+    auto* bc = rig.Enable<Bc>(HDW_PORT_MILSTD1553, 0, HDW_SERVICE_MIL1553_BC);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 0), 0u);
+    return bc;
+}
+
+// The terminal service on channel 1, its port open; built and run with `t` unless null.
+inline Rt* OpenRt(UnitRig& rig, const CKVX_HdwMilStd1553RemoteTerminal* t)
+{
+    auto* rt = rig.Enable<Rt>(HDW_PORT_MILSTD1553, 1, HDW_SERVICE_MIL1553_RT);
+    EXPECT_EQ(rig.Open(HDW_PORT_MILSTD1553, 1), 0u);
+    if (rt && t) {
+        EXPECT_EQ(rt->BuildBufferInit(*t), 0u);
+        EXPECT_EQ(rt->BuildSubaddressConfiguration(*t), 0u);
+        EXPECT_EQ(rt->RunRt(), 0u);
+    }
+    return rt;
+}
+
+// A major frame of `messages` in `minors`, run `stopAfter` times (0: until stopped).
+inline CKVX_HdwMilStd1553BusController Schedule(
+    std::vector<Msg> messages, std::vector<CKVX_HdwMilStd1553MinorFrame> minors, uint8_t stopAfter = 0)
+{
+    CKVX_HdwMilStd1553BusController c;
+    c.MajorFrame.Messages = std::move(messages);
+    c.MajorFrame.MinorFrames = std::move(minors);
+    c.StopAfter = stopAfter;
+    return c;
+}
+
+// The controller on channel 0 built, loaded and run with `c`.
+inline Bc* RunSchedule(UnitRig& rig, const CKVX_HdwMilStd1553BusController& c)
+{
+    Bc* bc = OpenBc(rig);
+    if (bc) {
+        EXPECT_EQ(bc->BuildConfiguration(c), 0u);
+        EXPECT_EQ(bc->LoadConfiguration(), 0u);
+        EXPECT_EQ(bc->RunBc(), 0u);
+    }
+    return bc;
+}
+
+// Reads `service` through `read` until `count` messages are in or the deadline.
+template <class S, class F>
+std::vector<Msg> Collect(S* service, size_t count, F read, unsigned timeoutMs = 20000)
+{
+    std::vector<Msg> out;
+    WaitUntil(
+        [&] {
+            CKVX_HdwMilStd1553Buffer b;
+            unsigned n = 0;
+            if ((service->*read)(b, 1000, n) == 0)
+                for (unsigned i = 0; i < b.Count(); ++i)
+                    out.push_back(b.At(i));
+            return out.size() >= count;
+        },
+        timeoutMs);
+    return out;
+}
+
+template <class S>
+std::vector<Msg> ReadTransfers(S* service, size_t count, unsigned timeoutMs = 20000)
+{
+    return Collect(service, count, &S::Read, timeoutMs);
 }
 
 } // namespace halden_test

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <tuple>
 
 using namespace unit_test;
@@ -53,10 +54,8 @@ TEST(LabelOutput, HaldenLabelsComeRoundAtTheirPeriodsAndFollowTheSwitches)
     ASSERT_TRUE(loop.WaitLabel(0x31, 9));
     ASSERT_TRUE(loop.WaitLabel(0x32, 3));
     const auto a = loop.OfLabel(0x31);
-    for (size_t i = 1; i < a.size(); ++i) {
-        EXPECT_EQ(a[i].TimeStamp - a[i - 1].TimeStamp, 10000u) << i; // unit microseconds
-        EXPECT_EQ(a[i].Data, 0x111u);
-    }
+    for (size_t i = 1; i < a.size(); ++i) // unit microseconds apart
+        EXPECT_EQ(std::tuple(a[i].TimeStamp - a[i - 1].TimeStamp, a[i].Data), std::tuple(10000u, 0x111u)) << i;
     const auto b = loop.OfLabel(0x32);
     EXPECT_EQ(
         std::tuple(b[1].TimeStamp - b[0].TimeStamp, b[0].Sdi, b[0].Ssm, b[0].Data), std::tuple(30000u, 2, 1, 0x222u));
@@ -153,18 +152,15 @@ std::vector<Def> Labels()
     return d;
 }
 
-// Transmissions of a label whose first went at 0, by `ms`.
+// Transmissions of a label whose first went at 0, by `ms`; of all `defs`.
 uint64_t Due(const Def& d, uint64_t ms)
 {
     return uint64_t(std::floor(double(ms) * d.Rate / 1000.0 + 1e-9)) + 1;
 }
-
 uint64_t DueAll(const std::vector<Def>& defs, uint64_t ms)
 {
-    uint64_t n = 0;
-    for (const Def& d : defs)
-        n += Due(d, ms);
-    return n;
+    return std::accumulate(
+        defs.begin(), defs.end(), uint64_t(0), [&](uint64_t n, const Def& d) { return n + Due(d, ms); });
 }
 
 // A generator and an input buffer on pair `ch`, the unit clock frozen.
@@ -178,7 +174,6 @@ struct GenLoop {
             rig.OpenWith<CKVX_HdwArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch, HDW_SERVICE_ARINC429_IN_BUFFER, rp);
         Gen_ = rig.OpenWith<Gen>(HDW_PORT_ARINC429_TX, ch, HDW_SERVICE_DATA_GENERATOR, tp);
         Clock = Start = CKVX_HdwTimer::GetTickCount();
-        Ok = Gen_ && In;
     }
 
     // Steps the clock to `ms`, at each step waiting for `due(t)` words.
@@ -210,7 +205,6 @@ struct GenLoop {
     uint64_t Start = 0;
     std::map<unsigned, std::vector<CKVX_HdwArinc429Message>> Got;
     size_t Received = 0;
-    bool Ok = false;
 };
 
 } // namespace
@@ -222,7 +216,7 @@ TEST(DataGenerator, LabelsArriveAtTheirRatesWithTheirValues)
     UnitRig rig(SteppedHalden(), EmulatorOptions(false, true));
     rig.Start();
     GenLoop loop(rig, ch);
-    ASSERT_TRUE(loop.Ok);
+    ASSERT_TRUE(loop.Gen_ && loop.In);
     const std::vector<Def> defs = Labels();
 
     ASSERT_EQ(loop.Gen_->SetLabels(defs.data(), unsigned(defs.size())), 0u);
@@ -257,7 +251,7 @@ TEST(DataGeneratorAdmission, RunsBesideLabelOutputExcludesTheBuffersAndNeverOver
     rig.Start();
     auto* lblo = rig.Enable<CKVX_HdwArinc429OutLbloService>(HDW_PORT_ARINC429_TX, 1, HDW_SERVICE_ARINC429_LABEL_OUT);
     GenLoop loop(rig, 1);
-    ASSERT_TRUE(lblo && loop.Ok);
+    ASSERT_TRUE(lblo && loop.Gen_ && loop.In);
     CKVX_HdwService* s = nullptr;
     EXPECT_EQ(rig.Port(HDW_PORT_ARINC429_TX, 1)->EnableService(HDW_SERVICE_ARINC429_OUT_BUFFER, &s, nullptr), 10u);
 
@@ -283,8 +277,7 @@ TEST(DataGeneratorAdmission, RunsBesideLabelOutputExcludesTheBuffersAndNeverOver
     EXPECT_TRUE(WaitUntil([&] { return unitGen->GetWordsInUnit() == 0; }));
     EXPECT_EQ(rig.Sim.GetCounters().A429Pushed[1], 51u);
 
-    // More than a 12.5 kbit/s bus carries (347 words a second) on transmitter
-    // 2: what could not be placed is counted, not lost in the unit.
+    // More than a 12.5 kbit/s bus carries (347 words/s) on transmitter 2: the excess is counted, not lost in the unit.
     auto* gen = rig.OpenWith<CKVX_HdwKvxHaldenDevice::CArinc429TxDataGeneratorService>(
         HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_DATA_GENERATOR); // 12.5 kbit/s
     ASSERT_NE(gen, nullptr);

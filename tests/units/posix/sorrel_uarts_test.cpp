@@ -1,11 +1,102 @@
-// The Sorrel's six UARTs end to end over UDP on 127.0.0.1.
-#include "SorrelRig.h"
+// The Sorrel's six UARTs end to end over UDP on 127.0.0.1, reached through the whole library.
+#include "UnitRig.h"
 
 #include <atomic>
 #include <cstring>
 #include <tuple>
 
 namespace {
+
+using halden_test::Pattern;
+using testsupport::WaitUntil;
+
+// Room for everything a test sends, so that a slow reader never drops.
+constexpr uint32_t kInBufferBytes = 8u << 20;
+
+// What a UART of the unit may hold unsent to the host (one Data buffer) when it goes away: the host cannot count it.
+constexpr size_t kGatherSlack = 1024;
+
+// Sanitized hosts are several times slower: lines run an eighth as fast there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr unsigned kSanitizedPaceDivisor = 8;
+#else
+constexpr unsigned kSanitizedPaceDivisor = 1;
+#endif
+
+hdwsim::Emulator::Options SimOptions(unsigned paceFactor)
+{
+    hdwsim::Emulator::Options o = halden_test::EmulatorOptions(true);
+    o.UartPaceFactor = std::max(1u, paceFactor / kSanitizedPaceDivisor);
+    return o;
+}
+
+CKVX_HdwUartPort::CParameters Line(uint32_t baudRate)
+{
+    CKVX_HdwUartPort::CParameters p;
+    p.BaudRate = baudRate;
+    return p;
+}
+
+class SorrelRig : public halden_test::UnitRig {
+public:
+    struct Uart {
+        CKVX_HdwPort* Port = nullptr;
+        CKVX_HdwKvxSorrelByteInBufferService* In = nullptr;
+        CKVX_HdwKvxSorrelByteOutBufferService* Out = nullptr;
+        std::vector<uint8_t> Got;
+    };
+
+    explicit SorrelRig(unsigned paceFactor = 1) : UnitRig(halden_test::UnitNamed("sorrel"), SimOptions(paceFactor)) {}
+    ~SorrelRig()
+    {
+        for (unsigned i = 0; i < Manager.GetPortCount(HDW_PORT_UART); ++i)
+            if (CKVX_HdwPort* p = Manager.GetPort(HDW_PORT_UART, i))
+                p->Close();
+    }
+
+    void Enable(unsigned num)
+    {
+        Uart& u = Uarts[num];
+        u.Port = Port(HDW_PORT_UART, num);
+        CKVX_HdwByteInBufferService::CParameters in;
+        in.BufferSize = kInBufferBytes;
+        u.In =
+            UnitRig::Enable<CKVX_HdwKvxSorrelByteInBufferService>(HDW_PORT_UART, num, HDW_SERVICE_BYTE_IN_BUFFER, &in);
+        u.Out = UnitRig::Enable<CKVX_HdwKvxSorrelByteOutBufferService>(HDW_PORT_UART, num, HDW_SERVICE_BYTE_OUT_BUFFER);
+        ASSERT_TRUE(u.In && u.Out);
+    }
+
+    unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
+
+    // Starts and opens the wired UARTs 0 and 1 with their services.
+    void StartPair(uint32_t rate)
+    {
+        ASSERT_NO_FATAL_FAILURE(Start());
+        for (unsigned n : {0, 1}) {
+            ASSERT_NO_FATAL_FAILURE(Enable(n));
+            ASSERT_EQ(Open(n, Line(rate)), 0u) << "UART " << n;
+        }
+    }
+
+    void Drain(unsigned num)
+    {
+        Uart& u = Uarts[num];
+        uint8_t buf[65536];
+        unsigned got = 0;
+        while (u.In->Read(buf, sizeof buf, got) == 0 && got)
+            u.Got.insert(u.Got.end(), buf, buf + got);
+    }
+
+    // Drains every UART of `nums` until each holds `bytes`.
+    bool ReadUntil(const std::vector<unsigned>& nums, size_t bytes, unsigned timeoutMs)
+    {
+        const auto done = [&](unsigned n) { return Drain(n), Uarts[n].Got.size() >= bytes; };
+        return WaitUntil(
+            [&] { return size_t(std::count_if(nums.begin(), nums.end(), done)) == nums.size(); }, timeoutMs);
+    }
+
+    Uart Uarts[6];
+};
 
 std::atomic<int> g_LinkTimeouts{0};
 void CountLinkTimeouts(const char* text)
@@ -14,10 +105,7 @@ void CountLinkTimeouts(const char* text)
         ++g_LinkTimeouts;
 }
 
-using namespace sorrel_test;
-
-// Settings the unit cannot run send nothing and keep the last good ones.
-// Closing both UARTs of a pair ends the session; a re-opened pair starts clean.
+// Settings the unit cannot run send nothing, the last good ones kept; closing a pair ends the session, re-opened clean.
 TEST(SorrelUnit, EnumeratesSixUartsRefusesSettingsItCannotRunAndCloseEndsTheSession)
 {
     SorrelRig rig(8);
@@ -130,26 +218,21 @@ TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytesAndResetsLetNoOlderByte
 
     // Resets while data flows let no older byte (0x00) follow a new one (0xFF).
     std::vector<uint8_t> old(40000, 0x00), fresh(3000, 0xFF);
-    rig.Uarts[1].Got.clear();
+    std::vector<uint8_t>& got = rig.Uarts[1].Got;
+    got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(old.data(), unsigned(old.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 1000, 20000)); // the line is busy
     EXPECT_EQ(rig.Uarts[0].Out->ResetWriteBuffer(), 0u);
     EXPECT_EQ(rig.Uarts[1].In->ResetReadBuffer(), 0u);
-    rig.Uarts[1].Got.clear();
+    got.clear();
     ASSERT_EQ(rig.Uarts[0].Out->Write(fresh.data(), unsigned(fresh.size()), 0), 0u);
-    EXPECT_TRUE(WaitUntil(
-        [&] {
-            rig.Drain(1);
-            return !rig.Uarts[1].Got.empty() && rig.Uarts[1].Got.back() == 0xFF &&
-                std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0xFF) == 3000;
-        },
-        20000));
-    EXPECT_EQ(std::count(rig.Uarts[1].Got.begin(), rig.Uarts[1].Got.end(), 0x00), 0) << "an old byte after the resets";
-    EXPECT_EQ(rig.Uarts[1].Got.size(), fresh.size());
+    const auto allFresh = [&] { return std::count(got.begin(), got.end(), 0xFF) == 3000 && got.back() == 0xFF; };
+    EXPECT_TRUE(WaitUntil([&] { return rig.Drain(1), allFresh(); }, 20000));
+    EXPECT_EQ(std::count(got.begin(), got.end(), 0x00), 0) << "an old byte after the resets";
+    EXPECT_EQ(got.size(), fresh.size());
 }
 
-// A line sped up beyond what lost packets let the unit pass on overflows its
-// buffer; Close adds what the unit dropped to the input's dropped count.
+// Lost packets on a sped-up line overflow the unit's buffer; Close adds what the unit dropped to the input's count.
 TEST(SorrelUnit, BytesTheUnitDroppedCountAsLostAtClose)
 {
     SorrelRig rig(512);
@@ -211,7 +294,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_TRUE(rig.ReadUntil({1}, 2000, 20000));
     auto status = [&] {
         CKVX_HdwKvxUnitLinkStatus s;
-        EXPECT_EQ(rig.Sorrel().GetUnitLinkStatus(0, s), 0u);
+        EXPECT_EQ(static_cast<CKVX_HdwKvxSorrelDevice&>(*rig.Device).GetUnitLinkStatus(0, s), 0u);
         return s;
     };
     rig.Sim.Unplug();
@@ -243,8 +326,7 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     ASSERT_GT(gap, 0u);
     EXPECT_TRUE(std::equal(got.begin() + std::ptrdiff_t(head), got.end(), bytes.begin() + std::ptrdiff_t(head + gap)))
         << "one gap, the rest in order";
-    // Counted: what the unit had not put on the line; not: what the far UART
-    // held unsent (at most one gathering's worth).
+    // Counted: what the unit had not put on the line; not: what the far UART held unsent (one gathering at most).
     const uint64_t lost = status().LostItems;
     EXPECT_GT(lost, 0u);
     EXPECT_LE(gap, lost + kGatherSlack);
