@@ -58,6 +58,7 @@ TEST_F(DiscreteIn, ChangesComeInOrderWithTheirLossesAndStoppedFailedOrFullQueues
     uint64_t lost = 0;
     ASSERT_EQ(in->GetLostCount(lost), 0u);
     EXPECT_EQ(lost, 3u);
+    count = 99;
     EXPECT_EQ(in->Read(&c, 1, count), unsigned(HDW_ERR_NOTHING_TO_READ));
     EXPECT_EQ(count, 0u);
 
@@ -69,6 +70,7 @@ TEST_F(DiscreteIn, ChangesComeInOrderWithTheirLossesAndStoppedFailedOrFullQueues
     port->Close();
     // Closing forgets the queue and the state; reopening starts afresh.
     Open(2);
+    count = 99;
     ASSERT_EQ(in->GetChangeCount(count), 0u);
     EXPECT_EQ(count, 0u);
     uint32_t state = 0;

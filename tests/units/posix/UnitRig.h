@@ -12,6 +12,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <tuple>
@@ -56,6 +57,12 @@ struct UnitCase {
     uint8_t AtxConfigBase, ArxConfigBase, CanConfigBase, CanPushBase;
     bool KeepAlive;
 };
+
+// Names the unit in failure messages and ctest's log instead of the row's bytes.
+inline void PrintTo(const UnitCase& u, std::ostream* os)
+{
+    *os << u.Sim;
+}
 
 template <class D>
 CKVX_HdwDevice* Create()
