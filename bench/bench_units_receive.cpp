@@ -49,6 +49,41 @@ void BM_Arinc429Receive(benchmark::State& state)
 }
 BENCHMARK(BM_Arinc429Receive)->Arg(10)->Arg(100);
 
+// The same with a signal service beside each input service, as an application
+// that waits on signals has them: each word also becomes a signal, and the
+// tick's end queues them (PublishReadiness) before the application reads.
+void BM_Arinc429ReceiveWithSignals(benchmark::State& state)
+{
+    CFeedDevice d;
+    CKVX_HdwKvxHaldenDevice::CArinc429InBufferService* in[4];
+    CKVX_HdwKvxHaldenDevice::CSignalService* signals[4];
+    for (unsigned ch = 0; ch < 4; ++ch) {
+        in[ch] = d.AddService<CKVX_HdwKvxHaldenDevice::CArinc429InBufferService>(HDW_PORT_ARINC429_RX, ch);
+        signals[ch] = d.AddService<CKVX_HdwKvxHaldenDevice::CSignalService>(HDW_PORT_ARINC429_RX, ch);
+    }
+    const auto stream = Arinc429Stream(d, 64, unsigned(state.range(0)));
+    std::vector<CKVX_HdwArinc429Message> out(4096);
+    std::vector<CKVX_HdwSignalService::CSignal> got(1000);
+    for (auto _ : state) {
+        if (d.Feed(stream.data(), stream.size()) != 0)
+            state.SkipWithError("receive failed");
+        for (auto* s : signals)
+            s->PublishReadiness();
+        state.PauseTiming();
+        for (unsigned ch = 0; ch < 4; ++ch) {
+            unsigned n = 0;
+            in[ch]->Read(out.data(), unsigned(out.size()), n);
+            do
+                signals[ch]->ReadSignals(got.data(), unsigned(got.size()), n);
+            while (n != 0);
+        }
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(stream.size()));
+    state.SetItemsProcessed(int64_t(state.iterations()) * 64 * state.range(0));
+}
+BENCHMARK(BM_Arinc429ReceiveWithSignals)->Arg(10); // 160 words a channel: no signal dropped
+
 void BM_CanReceive(benchmark::State& state)
 {
     CFeedDevice d;

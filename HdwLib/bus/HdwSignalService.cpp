@@ -40,7 +40,6 @@ unsigned CKVX_HdwSignalService::Start()
         m_Head = 0;
         m_Count = 0;
         m_Dropped = 0;
-        m_RunGeneration.fetch_add(1, std::memory_order_release);
         SetStatus(HDW_SERVICE_RUNNING);
         UpdateReadinessLocked();
     }
@@ -54,7 +53,6 @@ unsigned CKVX_HdwSignalService::Stop()
         std::lock_guard<std::mutex> lock(m_QueueMutex);
         m_Head = 0;
         m_Count = 0;
-        m_RunGeneration.fetch_add(1, std::memory_order_release);
         SetStatus(HDW_SERVICE_STOPPED);
         UpdateReadinessLocked();
     }
@@ -239,16 +237,8 @@ unsigned CKVX_HdwSignalService::GetDroppedCount(uint64_t& count, bool reset)
 
 void CKVX_HdwSignalService::PublishReadiness()
 {
-    bool wake = false;
-    {
-        std::lock_guard<std::mutex> lock(m_QueueMutex);
-        if (m_StagedCount)
-            QueueStagedLocked();
-        UpdateReadinessLocked();
-        wake = m_Waiters > 0 && m_Count > 0;
-    }
-    if (wake)
-        m_QueueCv.notify_all();
+    std::lock_guard<std::mutex> lock(m_QueueMutex);
+    UpdateReadinessLocked();
 }
 
 int CKVX_HdwSignalService::GetFileDescriptor() const
@@ -263,80 +253,39 @@ void* CKVX_HdwSignalService::GetWaitHandle() const
 
 // ---- driver side ----------------------------------------------------------
 
-CKVX_HdwSignalService::CSignal& CKVX_HdwSignalService::AppendSlotLocked()
-{
-    const unsigned capacity = static_cast<unsigned>(m_Ring.size());
-    if (m_Count == capacity) {
-        // Full: the oldest makes room.
-        if (++m_Head == capacity)
-            m_Head = 0;
-        --m_Count;
-        ++m_Dropped;
-    }
-    // Head and count are below the capacity: one subtraction wraps.
-    unsigned tail = m_Head + m_Count;
-    if (tail >= capacity)
-        tail -= capacity;
-    ++m_Count;
-    return m_Ring[tail];
-}
-
-bool CKVX_HdwSignalService::IsUnmaskedLocked(unsigned kind) const
-{
-    return kind != 0 && kind <= 32 && ((SignalMask >> (kind - 1)) & 1u) != 0;
-}
-
-void CKVX_HdwSignalService::QueueStagedLocked()
-{
-    // A Start or Stop since the first of them began another run: they belong to none.
-    if (m_StagedGeneration == m_RunGeneration.load(std::memory_order_relaxed))
-        for (unsigned i = 0; i < m_StagedCount; ++i)
-            if (IsUnmaskedLocked(m_Staged[i].Kind))
-                AppendSlotLocked() = m_Staged[i];
-    m_StagedCount = 0;
-}
-
-// Queues one signal of `kind`: `fill` writes its payload straight into its
-// slot, so that a word or frame is copied once on the direct path and a
-// masked kind costs no copy there.
+// Queues one signal of `kind`: `fill` writes its payload straight into the
+// ring slot, so that a word or frame is copied once and a masked kind costs
+// no copy at all.
 template <class Fill>
 unsigned CKVX_HdwSignalService::PostWith(unsigned kind, uint64_t eventTime, Fill&& fill)
 {
-    if (m_HoldReadiness) {
-        // The tick's signals wait aside, under the device lock the driver
-        // holds, and reach the queue together at PublishReadiness: one queue
-        // lock per tick instead of one per word or frame.
-        if (GetStatus() != HDW_SERVICE_RUNNING)
-            return HDW_ERR_SERVICE_NOT_RUNNING;
-        if (m_StagedCount == 0)
-            m_StagedGeneration = m_RunGeneration.load(std::memory_order_acquire);
-        else if (m_StagedCount == StageLimit) {
-            std::lock_guard<std::mutex> lock(m_QueueMutex);
-            QueueStagedLocked();
-            m_StagedGeneration = m_RunGeneration.load(std::memory_order_relaxed);
-        }
-        if (m_StagedCount == m_Staged.size())
-            m_Staged.emplace_back();
-        CSignal& slot = m_Staged[m_StagedCount++];
-        fill(slot);
-        slot.Kind = kind;
-        slot.TimeStamp = eventTime;
-        slot.Port = GetHdwPort();
-        return 0;
-    }
     bool wake = false;
     {
         std::lock_guard<std::mutex> lock(m_QueueMutex);
         if (GetStatus() != HDW_SERVICE_RUNNING)
             return HDW_ERR_SERVICE_NOT_RUNNING;
-        if (!IsUnmaskedLocked(kind))
+        if (kind == 0 || kind > 32 || ((SignalMask >> (kind - 1)) & 1u) == 0)
             return 0;
-        CSignal& slot = AppendSlotLocked();
+        const unsigned capacity = static_cast<unsigned>(m_Ring.size());
+        if (m_Count == capacity) {
+            // Full: the oldest makes room.
+            if (++m_Head == capacity)
+                m_Head = 0;
+            --m_Count;
+            ++m_Dropped;
+        }
+        // Head and count are below the capacity: one subtraction wraps.
+        unsigned tail = m_Head + m_Count;
+        if (tail >= capacity)
+            tail -= capacity;
+        CSignal& slot = m_Ring[tail];
         fill(slot);
         slot.Kind = kind;
         slot.TimeStamp = eventTime;
         slot.Port = GetHdwPort();
-        UpdateReadinessLocked();
+        ++m_Count;
+        if (!m_HoldReadiness)
+            UpdateReadinessLocked();
         wake = m_Waiters > 0;
     }
     if (wake)

@@ -25,7 +25,6 @@
 #include <HdwLib/bus/HdwCanPort.h>
 #include <HdwLib/framework/HdwService.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -186,21 +185,13 @@ protected:
     // A driver that calls PublishReadiness at the end of its tick holds the
     // descriptor back until then: an application woken by it then finds the
     // device unlocked and the whole tick's data in place, instead of waiting
-    // for the lock the tick still holds. The tick's signals wait aside until
-    // then too (every post of such a driver holds its device lock) and join
-    // the queue under one lock, in order; WaitSignal readers wake then.
-    // A Start or Stop before they join discards them.
+    // for the lock the tick still holds. WaitSignal readers wake at once.
     void HoldReadinessUntilPublished() { m_HoldReadiness = true; }
 
     // Caller holds m_QueueMutex.
     bool PopLocked(CSignal& signal);
     void UpdateReadinessLocked();
     unsigned RunStateLocked() const;
-    bool IsUnmaskedLocked(unsigned kind) const;
-    // The slot behind the newest signal, counted in; the oldest makes room when full.
-    CSignal& AppendSlotLocked();
-    // Moves the held signals into the queue (caller also holds the device lock).
-    void QueueStagedLocked();
 
     uint32_t BufferSize = 1000;
     uint32_t SignalMask = CParameters::AllSignals;
@@ -217,12 +208,6 @@ private:
     bool m_Ready = false; // what m_Readiness shows
     bool m_HoldReadiness = false; // Post leaves m_Readiness to PublishReadiness
     CKVX_HdwSignalGroup* m_Group = nullptr; // shows m_Ready instead of m_Readiness
-    // Held signals: written under the device lock, moved under both locks.
-    static constexpr unsigned StageLimit = 256; // more in one tick go in batches
-    std::vector<CSignal> m_Staged;
-    unsigned m_StagedCount = 0;
-    unsigned m_StagedGeneration = 0; // m_RunGeneration when the first was held
-    std::atomic<unsigned> m_RunGeneration{0}; // counts Start and Stop
 
     friend class CKVX_HdwSignalGroup;
     // Leaves the group if it is `only` (any group when null).

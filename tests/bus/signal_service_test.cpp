@@ -9,18 +9,7 @@ using namespace bustest;
 
 namespace {
 
-// A unit driver's service holds each tick's signals until the tick's end;
-// the plain one queues each at once. Every rule below holds for both.
-class TickSignals : public CKVX_HdwSignalService {
-public:
-    explicit TickSignals(bool held) : CKVX_HdwSignalService(nullptr)
-    {
-        if (held)
-            HoldReadinessUntilPublished();
-    }
-};
-
-class SignalQueue : public ::testing::TestWithParam<bool> {
+class SignalQueue : public ::testing::Test {
 protected:
     void StartWith(unsigned bound, uint32_t mask = CKVX_HdwSignalService::CParameters::AllSignals)
     {
@@ -33,18 +22,16 @@ protected:
     {
         return signals.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, Word(0, 0, 0, data), time);
     }
-    void EndTick() { signals.PublishReadiness(); }
-    TickSignals signals{GetParam()};
+    CKVX_HdwSignalService signals{nullptr};
 };
 
 } // namespace
 
-TEST_P(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
+TEST_F(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
 {
     StartWith(4);
     for (unsigned i = 0; i < 10; ++i)
         ASSERT_EQ(PostWord(i, i), 0u);
-    EndTick();
     uint64_t dropped = 0;
     EXPECT_EQ(signals.GetDroppedCount(dropped, false), 0u);
     EXPECT_EQ(dropped, 6u);
@@ -64,7 +51,6 @@ TEST_P(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
     for (unsigned round = 0; round < 12; ++round) {
         for (unsigned i = 0; i < 1 + round % 3; ++i)
             ASSERT_EQ(PostWord(next++, 0), 0u);
-        EndTick();
         ASSERT_EQ(signals.ReadSignals(s, 1 + round % 2 * 2, n), 0u); // never more than 4 wait
         for (unsigned i = 0; i < n; ++i)
             EXPECT_EQ(s[i].Arinc429.Data, expected++) << "round " << round;
@@ -78,7 +64,7 @@ TEST_P(SignalQueue, FullQueueDropsTheOldestAndCountsIt)
 }
 
 // Only the transceiver errors are unmasked here.
-TEST_P(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
+TEST_F(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeIntoErrorPassiveOrBusOff)
 {
     using CError = CKVX_HdwSignalService::CCanTranceiverErrorSignal;
     StartWith(20, 1u << (HDW_SIGNAL_CAN_TRANSCEIVER_ERROR - 1));
@@ -97,7 +83,6 @@ TEST_P(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeInt
         ASSERT_EQ(signals.PostCanFaultStatus(previous, current, 10 + i), 0u);
         previous = current;
     }
-    EndTick();
     // Expected: time, previous state, new state, bus off, error byte 0.
     const uint64_t expected[][5] = {{12, 0, 1, 0, 0x80}, {13, 1, 2, 1, 0xFF}, {16, 0, 2, 1, 1}};
     for (const auto& want : expected) {
@@ -115,26 +100,13 @@ TEST_P(SignalQueue, MaskedKindsAreIgnoredAndTransceiverErrorFollowsEachChangeInt
     EXPECT_TRUE(CError::Is(CError()));
 }
 
-TEST_P(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15)
+TEST_F(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15)
 {
     EXPECT_EQ(PostWord(1, 1), 29u); // never started
     StartWith(2);
     for (unsigned i = 1; i <= 3; ++i)
         PostWord(i, i);
-    if (GetParam()) {
-        // Held: a Stop and Start before the tick's end leaves the new run empty.
-        ASSERT_EQ(signals.Stop(), 0u);
-        ASSERT_EQ(signals.Start(), 0u);
-        EndTick();
-        unsigned waiting = 9;
-        EXPECT_EQ(std::tuple(signals.GetSignalsNumber(waiting), waiting), std::tuple(0u, 0u));
-        for (unsigned i = 1; i <= 3; ++i)
-            PostWord(i, i);
-    } else {
-        EndTick();
-    }
     ASSERT_EQ(signals.Stop(), 0u);
-    EndTick();
     CKVX_HdwSignalService::CSignal s;
     EXPECT_EQ(signals.GetSignal(s), 29u);
     EXPECT_EQ(signals.WaitSignal(s, 10000), 29u); // does not wait on a stopped service
@@ -149,7 +121,6 @@ TEST_P(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15
 
     PostWord(4, 4);
     signals.Abort();
-    EndTick();
     EXPECT_EQ(signals.GetStatus(), 2u);
     EXPECT_EQ(signals.GetSignal(s), 0u);
     EXPECT_EQ(signals.GetSignal(s), 15u);
@@ -157,7 +128,7 @@ TEST_P(SignalQueue, StopEmptiesStartResetsAndAbortDeliversWhatWaitsThenAnswers15
     EXPECT_EQ(PostWord(5, 5), 29u);
 }
 
-TEST_P(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
+TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
 {
     StartWith(8);
     std::atomic<int> phase{0};
@@ -174,7 +145,6 @@ TEST_P(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
     while (phase == 0)
         std::this_thread::yield();
     PostWord(42, 7);
-    EndTick();
     // A Stop before the second wait makes it answer 29 at once, one after wakes it.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (phase != 3 && std::chrono::steady_clock::now() < deadline) {
@@ -184,47 +154,4 @@ TEST_P(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
     }
     reader.join();
     EXPECT_EQ(std::tuple(first, got.Arinc429.Data, second), std::tuple(0u, 42u, 29u));
-}
-
-INSTANTIATE_TEST_SUITE_P(HeldAndDirect, SignalQueue, ::testing::Bool(),
-    [](const ::testing::TestParamInfo<bool>& info) { return info.param ? "Held" : "Direct"; });
-
-// Held signals stay out of sight until the tick's end, then arrive whole and
-// in order, also past the batch the holder keeps at a time.
-TEST(HeldSignals, NothingShowsBeforeTheTicksEndAndALongTickArrivesWholeAndInOrder)
-{
-    TickSignals signals(true);
-    CKVX_HdwSignalService::CParameters p;
-    p.BufferSize = 1000;
-    p.SignalMask = ~(1u << (HDW_SIGNAL_CAN_RECEIVED - 1));
-    ASSERT_EQ(signals.SetParameters(&p), 0u);
-    ASSERT_EQ(signals.Start(), 0u);
-    CKVX_HdwCanMessage frame;
-    const auto post = [&](unsigned from, unsigned to) {
-        for (unsigned i = from; i < to; ++i) {
-            ASSERT_EQ(signals.PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, Word(0, 0, 0, i), 1000 + i), 0u);
-            ASSERT_EQ(signals.PostCan(HDW_SIGNAL_CAN_RECEIVED, frame, 1000 + i), 0u); // masked
-        }
-    };
-    post(0, 100);
-    unsigned waiting = 9;
-    CKVX_HdwSignalService::CSignal s;
-    ASSERT_EQ(signals.GetSignalsNumber(waiting), 0u);
-    EXPECT_EQ(waiting, 0u);
-    EXPECT_EQ(signals.GetSignal(s), 4u);
-    post(100, 700);
-    signals.PublishReadiness();
-    ASSERT_EQ(signals.GetSignalsNumber(waiting), 0u);
-    ASSERT_EQ(waiting, 700u);
-    std::vector<CKVX_HdwSignalService::CSignal> all(800);
-    unsigned n = 0;
-    ASSERT_EQ(signals.ReadSignals(all.data(), 800, n), 0u);
-    ASSERT_EQ(n, 700u);
-    for (unsigned i = 0; i < n; ++i)
-        ASSERT_EQ(std::tuple(all[i].Kind, all[i].Arinc429.Data, all[i].TimeStamp),
-            std::tuple(unsigned(HDW_SIGNAL_ARINC429_RECEIVED), i, uint64_t(1000 + i)))
-            << i;
-    uint64_t dropped = 9;
-    signals.GetDroppedCount(dropped, false);
-    EXPECT_EQ(dropped, 0u);
 }

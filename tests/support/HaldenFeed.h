@@ -4,6 +4,7 @@
 
 #include <HdwLib/HdwLib.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -37,8 +38,11 @@ public:
             auto* s = new S(d.Port);
             d.Port->GetServiceList() += s;
             s->Start();
-            AttachPortToHdwTimer(0, d.Port);
-            m_Attached.push_back(d.Port);
+            // A port takes the events once, however many services it has.
+            if (std::find(m_Attached.begin(), m_Attached.end(), d.Port) == m_Attached.end()) {
+                AttachPortToHdwTimer(0, d.Port);
+                m_Attached.push_back(d.Port);
+            }
             return s;
         }
         return nullptr;
