@@ -3,7 +3,8 @@
 // it receives a small record for everything worth telling the application
 // about that channel: ARINC 429 words received or sent, CAN frames received
 // or sent, CAN fault-status and error-register changes, CAN transceiver
-// errors, discrete input and output states, MIL-STD-1553 messages. The unit driver posts them from the
+// errors, discrete input and output states, MIL-STD-1553 messages, UART
+// bytes received or sent (their counts). The unit driver posts them from the
 // tick or its receive path; the application takes them from its own thread:
 //
 //     CKVX_HdwSignalService::CSignal s;
@@ -51,6 +52,13 @@ enum t_HdwSignalKind : unsigned {
     // It answers again and its channels are configured: Value = its returns
     // so far, Aux = milliseconds it was away.
     HDW_SIGNAL_UNIT_BACK = 12,
+    // A block of bytes reached a UART receiver: Value = how many, Aux = the
+    // receiver's status byte. The bytes are read from the port's byte input
+    // service, which holds them when the signal is read.
+    HDW_SIGNAL_UART_RECEIVED = 13,
+    // The unit confirmed bytes the port's byte output service pushed as sent
+    // on the line: Value = how many, Aux = the unit's transmit-record count.
+    HDW_SIGNAL_UART_SENT = 14,
 };
 
 class HDWLIB_EXPORT CKVX_HdwSignalService : public CKVX_HdwService {

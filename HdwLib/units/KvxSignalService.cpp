@@ -52,6 +52,17 @@ unsigned CKVX_HdwKvxSignalService::ProcessEvent(CKVX_HdwEvent* event)
         PostCan(HDW_SIGNAL_CAN_SENT, e->Message, e->TimeStamp);
         break;
     }
+    case KvxEventUartRx: {
+        const auto* e = static_cast<const CKVX_HdwKvxUartRxEvent*>(event);
+        if (!e->Data.empty())
+            PostValue(HDW_SIGNAL_UART_RECEIVED, uint32_t(e->Data.size()), e->Status, e->TimeStamp);
+        break;
+    }
+    case KvxEventUartTx: {
+        const auto* e = static_cast<const CKVX_HdwKvxUartTxEvent*>(event);
+        PostValue(HDW_SIGNAL_UART_SENT, e->Count, e->ChunkCounter, e->TimeStamp);
+        break;
+    }
     case KvxEventDiscreteIn:
     case KvxEventDiscreteOut: {
         // Read answers and writes that changed nothing are no signal.

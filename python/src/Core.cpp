@@ -67,6 +67,8 @@ void BindCore(py::module_& m)
     m.attr("SIGNAL_CAN_TRANSCEIVER_ERROR") = unsigned(HDW_SIGNAL_CAN_TRANSCEIVER_ERROR);
     m.attr("SIGNAL_UNIT_LOST") = unsigned(HDW_SIGNAL_UNIT_LOST);
     m.attr("SIGNAL_UNIT_BACK") = unsigned(HDW_SIGNAL_UNIT_BACK);
+    m.attr("SIGNAL_UART_RECEIVED") = unsigned(HDW_SIGNAL_UART_RECEIVED);
+    m.attr("SIGNAL_UART_SENT") = unsigned(HDW_SIGNAL_UART_SENT);
 }
 
 } // namespace hdwpy

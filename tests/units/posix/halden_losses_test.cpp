@@ -191,4 +191,59 @@ TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsTh
     EXPECT_EQ(std::tuple(read, announced), std::tuple(words.size(), words.size()));
 }
 
+// UART signals carry counts: the received ones add up to the bytes the input
+// service holds by the time each is read, the sent ones to the bytes written.
+TEST_F(HaldenLosses, UartSignalsCountTheBytesReceivedAndSentAndNeverRunAheadOfTheInput)
+{
+    auto* rxSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_UART, 1, HDW_SERVICE_SIGNAL);
+    auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_UART, 0, HDW_SERVICE_SIGNAL);
+    auto* in = rig.Enable<CKVX_HdwByteInBufferService>(HDW_PORT_UART, 1, HDW_SERVICE_BYTE_IN_BUFFER);
+    auto* out = rig.Enable<CKVX_HdwByteOutBufferService>(HDW_PORT_UART, 0, HDW_SERVICE_BYTE_OUT_BUFFER);
+    ASSERT_TRUE(rxSignals && txSignals && in && out);
+    SetBufferSize(in, 5000);
+    SetBufferSize(out, 5000);
+    CKVX_HdwUartPort::CParameters p;
+    p.BaudRate = 115200;
+    ASSERT_EQ(rig.Open(HDW_PORT_UART, 1, p), 0u);
+    ASSERT_EQ(rig.Open(HDW_PORT_UART, 0, p), 0u);
+    std::vector<uint8_t> sent = Pattern(5000, 29);
+    ASSERT_EQ(out->Write(sent.data(), unsigned(sent.size()), 0), 0u);
+
+    std::vector<uint8_t> got;
+    uint64_t announced = 0, confirmed = 0, lastTime = 0;
+    const auto takeSent = [&] {
+        CKVX_HdwSignalService::CSignal sig[64];
+        unsigned n = 0;
+        while (txSignals->ReadSignals(sig, 64, n) == 0 && n > 0)
+            for (unsigned i = 0; i < n; ++i) {
+                ASSERT_EQ(sig[i].Kind, unsigned(HDW_SIGNAL_UART_SENT));
+                confirmed += sig[i].Value;
+            }
+    };
+    const int fd = rxSignals->GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while ((got.size() < sent.size() || confirmed < sent.size()) && std::chrono::steady_clock::now() < deadline) {
+        takeSent();
+        pollfd pf{fd, POLLIN, 0};
+        if (poll(&pf, 1, 200) != 1)
+            continue;
+        CKVX_HdwSignalService::CSignal sig[64];
+        unsigned n = 0;
+        ASSERT_EQ(rxSignals->ReadSignals(sig, 64, n), 0u);
+        for (unsigned i = 0; i < n; ++i) {
+            ASSERT_EQ(sig[i].Kind, unsigned(HDW_SIGNAL_UART_RECEIVED));
+            EXPECT_GT(sig[i].Value, 0u);
+            EXPECT_EQ(sig[i].Port, rig.Port(HDW_PORT_UART, 1));
+            EXPECT_GE(sig[i].TimeStamp, lastTime);
+            lastTime = sig[i].TimeStamp;
+            announced += sig[i].Value;
+        }
+        TakeAll(in, got);
+        ASSERT_GE(got.size(), announced) << "a signal came before its bytes";
+    }
+    EXPECT_EQ(std::tuple(got.size(), announced, confirmed), std::tuple(sent.size(), sent.size(), sent.size()));
+    EXPECT_TRUE(got == sent);
+}
+
 } // namespace

@@ -336,6 +336,8 @@ bool Channel::WakeThrough(CKVX_HdwSignalGroup& group)
         kind = HDW_SIGNAL_CAN_RECEIVED;
     else if (m_MilRt || m_MilBc)
         kind = HDW_SIGNAL_MIL1553_MESSAGE;
+    else if (m_ByteIn && PortType() == HDW_PORT_UART)
+        kind = HDW_SIGNAL_UART_RECEIVED; // a unit's UART; other serial ports take no signal service
     if (kind == 0)
         return false;
     // A short queue is enough: it is emptied before each read of the buffer
