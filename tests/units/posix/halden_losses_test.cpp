@@ -1,7 +1,9 @@
 // The Halden end to end: losses counted exactly, the paced FIFO, signals, the unit clock's wrap.
 #include "UnitRig.h"
 
+#include <algorithm>
 #include <chrono>
+#include <functional>
 #include <poll.h>
 
 using namespace halden_test;
@@ -29,6 +31,26 @@ void SetBufferSize(TService* service, uint32_t size)
     typename TService::CParameters p;
     p.BufferSize = size;
     ASSERT_EQ(service->SetParameters(&p), 0u);
+}
+
+// Sleeps in poll() on the descriptor of `signals` until `done` (or 30 s), handing each signal read to `each` and
+// then, after each batch, calling `afterBatch`: the place to read the input and check that no signal ran ahead.
+void PollSignals(CKVX_HdwSignalService* signals, const std::function<bool()>& done,
+    const std::function<void(const CKVX_HdwSignalService::CSignal&)>& each, const std::function<void()>& afterBatch)
+{
+    const int fd = signals->GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!done() && !::testing::Test::HasFatalFailure() && std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 200) != 1)
+            continue;
+        CKVX_HdwSignalService::CSignal sig[256];
+        unsigned n = 0;
+        ASSERT_EQ(signals->ReadSignals(sig, 256, n), 0u);
+        std::for_each(sig, sig + n, each);
+        afterBatch();
+    }
 }
 
 // An output wired to an input that nobody reads: a Write over the output's size (sent.size() - 1) is refused and
@@ -156,8 +178,6 @@ TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsTh
     auto* txSignals = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_ARINC429_TX, 2, HDW_SERVICE_SIGNAL);
     ASSERT_TRUE(signals && txSignals);
     UnitRig::Arinc429Pair c = rig.OpenArinc429Pair(2, 100000);
-    const int fd = signals->GetFileDescriptor();
-    ASSERT_GE(fd, 0);
     std::vector<CKVX_HdwArinc429Message> words = Sequence(0x42, 200, 0x12300);
     ASSERT_EQ(c.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
 
@@ -165,29 +185,24 @@ TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsTh
     ASSERT_EQ(txSignals->WaitSignal(s, 10000), 0u);
     EXPECT_EQ(std::tuple(s.Kind, s.Arinc429), std::tuple(unsigned(HDW_SIGNAL_ARINC429_SENT), words[0]));
     unsigned announced = 0, read = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while ((read < words.size() || announced < words.size()) && std::chrono::steady_clock::now() < deadline) {
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 1000) != 1)
-            continue;
-        CKVX_HdwSignalService::CSignal sig[256];
-        unsigned n = 0;
-        ASSERT_EQ(signals->ReadSignals(sig, 256, n), 0u);
-        for (unsigned i = 0; i < n; ++i) {
-            if (sig[i].Kind != HDW_SIGNAL_ARINC429_RECEIVED)
-                continue;
+    PollSignals(
+        signals, [&] { return read >= words.size() && announced >= words.size(); },
+        [&](const CKVX_HdwSignalService::CSignal& sig) {
+            if (sig.Kind != HDW_SIGNAL_ARINC429_RECEIVED)
+                return;
             ASSERT_LT(announced, words.size());
-            EXPECT_EQ(sig[i].Arinc429, words[announced]);
-            EXPECT_EQ(sig[i].Port, rig.Port(HDW_PORT_ARINC429_RX, 2));
-            EXPECT_NE(sig[i].TimeStamp, 0u);
+            EXPECT_EQ(sig.Arinc429, words[announced]);
+            EXPECT_EQ(sig.Port, rig.Port(HDW_PORT_ARINC429_RX, 2));
+            EXPECT_NE(sig.TimeStamp, 0u);
             ++announced;
-        }
-        CKVX_HdwArinc429Message got[256];
-        unsigned m = 0;
-        ASSERT_EQ(c.In->Read(got, 256, m), 0u);
-        read += m;
-        EXPECT_GE(read, announced) << "a signal came before its word";
-    }
+        },
+        [&] {
+            CKVX_HdwArinc429Message got[256];
+            unsigned m = 0;
+            ASSERT_EQ(c.In->Read(got, 256, m), 0u);
+            read += m;
+            EXPECT_GE(read, announced) << "a signal came before its word";
+        });
     EXPECT_EQ(std::tuple(read, announced), std::tuple(words.size(), words.size()));
 }
 
@@ -220,28 +235,20 @@ TEST_F(HaldenLosses, UartSignalsCountTheBytesReceivedAndSentAndNeverRunAheadOfTh
                 confirmed += sig[i].Value;
             }
     };
-    const int fd = rxSignals->GetFileDescriptor();
-    ASSERT_GE(fd, 0);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while ((got.size() < sent.size() || confirmed < sent.size()) && std::chrono::steady_clock::now() < deadline) {
-        takeSent();
-        pollfd pf{fd, POLLIN, 0};
-        if (poll(&pf, 1, 200) != 1)
-            continue;
-        CKVX_HdwSignalService::CSignal sig[64];
-        unsigned n = 0;
-        ASSERT_EQ(rxSignals->ReadSignals(sig, 64, n), 0u);
-        for (unsigned i = 0; i < n; ++i) {
-            ASSERT_EQ(sig[i].Kind, unsigned(HDW_SIGNAL_UART_RECEIVED));
-            EXPECT_GT(sig[i].Value, 0u);
-            EXPECT_EQ(sig[i].Port, rig.Port(HDW_PORT_UART, 1));
-            EXPECT_GE(sig[i].TimeStamp, lastTime);
-            lastTime = sig[i].TimeStamp;
-            announced += sig[i].Value;
-        }
-        TakeAll(in, got);
-        ASSERT_GE(got.size(), announced) << "a signal came before its bytes";
-    }
+    PollSignals(
+        rxSignals, [&] { return takeSent(), got.size() >= sent.size() && confirmed >= sent.size(); },
+        [&](const CKVX_HdwSignalService::CSignal& sig) {
+            ASSERT_EQ(sig.Kind, unsigned(HDW_SIGNAL_UART_RECEIVED));
+            EXPECT_GT(sig.Value, 0u);
+            EXPECT_EQ(sig.Port, rig.Port(HDW_PORT_UART, 1));
+            EXPECT_GE(sig.TimeStamp, lastTime);
+            lastTime = sig.TimeStamp;
+            announced += sig.Value;
+        },
+        [&] {
+            TakeAll(in, got);
+            ASSERT_GE(got.size(), announced) << "a signal came before its bytes";
+        });
     EXPECT_EQ(std::tuple(got.size(), announced, confirmed), std::tuple(sent.size(), sent.size(), sent.size()));
     EXPECT_TRUE(got == sent);
 }
