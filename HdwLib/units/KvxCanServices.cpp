@@ -85,9 +85,10 @@ class CCanFramesOut {
 public:
     static constexpr unsigned RecordBytes = 17;
 
-    CCanFramesOut(
-        CKVX_HdwCanOutBufferService::CMessageBuffer& frames, CKVX_HdwKvxOutputCount& count, CKVX_HdwPort* port)
+    CCanFramesOut(CKVX_HdwCanOutBufferService::CMessageBuffer& frames, std::vector<CKVX_HdwCanMessage*>& spare,
+        CKVX_HdwKvxOutputCount& count, CKVX_HdwPort* port)
         : m_Frames(frames),
+          m_Spare(spare),
           m_Count(count),
           m_Port(port)
     {}
@@ -119,15 +120,24 @@ public:
         for (; sent < n; ++sent, ++it)
             if (unit.AttachCanPushCommand(device, channel, *it, 1) != 0)
                 break;
-        for (auto d = items.begin(); d != it; ++d)
-            delete *d;
+        for (auto d = items.begin(); d != it; ++d) {
+            if (m_Spare.size() < kSpareFrames)
+                m_Spare.push_back(*d);
+            else
+                delete *d;
+        }
         items.erase(items.begin(), it);
         m_Frames.ToStart();
         m_Count.Sent(sent);
     }
 
+    // Enough for an application that queues a few thousand frames at a time
+    // (some 200 KB at most); more go back to the heap.
+    static constexpr size_t kSpareFrames = 4096;
+
 private:
     CKVX_HdwCanOutBufferService::CMessageBuffer& m_Frames;
+    std::vector<CKVX_HdwCanMessage*>& m_Spare;
     CKVX_HdwKvxOutputCount& m_Count;
     CKVX_HdwPort* m_Port;
 };
@@ -139,7 +149,11 @@ CKVX_HdwKvxCanOutBufferService::CKVX_HdwKvxCanOutBufferService(CKVX_HdwObject* p
       m_UnitPort(dynamic_cast<CKVX_HdwKvxCanPort*>(port))
 {}
 
-CKVX_HdwKvxCanOutBufferService::~CKVX_HdwKvxCanOutBufferService() = default;
+CKVX_HdwKvxCanOutBufferService::~CKVX_HdwKvxCanOutBufferService()
+{
+    for (CKVX_HdwCanMessage* m : m_Spare)
+        delete m;
+}
 
 unsigned CKVX_HdwKvxCanOutBufferService::Start()
 {
@@ -209,8 +223,16 @@ unsigned CKVX_HdwKvxCanOutBufferService::Write(CKVX_HdwCanMessage* messages, uns
         m_Unplaced += count;
         return HDW_ERR_ARGUMENT;
     }
-    for (unsigned i = 0; i < count; ++i)
-        Messages += new CKVX_HdwCanMessage(messages[i]);
+    for (unsigned i = 0; i < count; ++i) {
+        if (m_Spare.empty()) {
+            Messages += new CKVX_HdwCanMessage(messages[i]);
+        } else {
+            CKVX_HdwCanMessage* m = m_Spare.back();
+            m_Spare.pop_back();
+            *m = messages[i];
+            Messages += m;
+        }
+    }
     return 0;
 }
 
@@ -219,7 +241,7 @@ unsigned CKVX_HdwKvxCanOutBufferService::SendImmediate()
     if (!m_UnitPort)
         return 0;
     return hdw::units::PushQueued(*this, m_UnitPort->GetUnit(), m_UnitPort->GetDeviceId(), m_UnitPort->GetChannel(),
-        CCanFramesOut(Messages, m_Count, m_UnitPort));
+        CCanFramesOut(Messages, m_Spare, m_Count, m_UnitPort));
 }
 
 unsigned CKVX_HdwKvxCanOutBufferService::ResetWriteBuffer()

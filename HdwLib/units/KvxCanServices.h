@@ -13,6 +13,7 @@
 #include <HdwLib/units/KvxOutputCount.h>
 
 #include <cstdint>
+#include <vector>
 
 class HDWLIB_EXPORT CKVX_HdwKvxCanInBufferService : public CKVX_HdwCanInBufferService {
 public:
@@ -56,4 +57,7 @@ protected:
     uint64_t m_LastTick = 0;
     // The port it was enabled on (null when that is no unit CAN port).
     CKVX_HdwKvxCanPort* m_UnitPort;
+    // Frame objects the tick has pushed, kept for the next Write instead of
+    // a heap block per frame each way. Under the lock.
+    std::vector<CKVX_HdwCanMessage*> m_Spare;
 };

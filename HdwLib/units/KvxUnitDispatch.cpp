@@ -10,17 +10,28 @@
 #include <HdwLib/units/KvxCommandUnit.h>
 #include <HdwLib/units/KvxUnitPorts.h>
 
+#include <array>
+
 namespace kvx_events {
 
-// The channel number as its text ("0" ... "15").
-inline CKVX_String ChannelText(unsigned channel)
+// The channel number as its text ("0" ... "15"; from 10 on the last two
+// digits). The texts are built once: naming an event's channel then copies a
+// short text instead of building and freeing a string per event.
+inline const CKVX_String& ChannelText(unsigned channel)
 {
-    if (channel >= 10) {
-        const char text[3] = {char('0' + (channel / 10) % 10), char('0' + channel % 10), 0};
-        return CKVX_String(text, 2);
-    }
-    const char text[2] = {char('0' + channel), 0};
-    return CKVX_String(text, 1);
+    static const std::array<CKVX_String, 110> texts = [] {
+        std::array<CKVX_String, 110> t;
+        for (unsigned i = 0; i < 10; ++i) {
+            const char text[2] = {char('0' + i), 0};
+            t[i] = CKVX_String(text, 1);
+        }
+        for (unsigned i = 0; i < 100; ++i) {
+            const char text[3] = {char('0' + i / 10), char('0' + i % 10), 0};
+            t[10 + i] = CKVX_String(text, 2);
+        }
+        return t;
+    }();
+    return texts[channel < 10 ? channel : 10 + channel % 100];
 }
 
 // Units with more than eight ARINC 429 channels of a direction append one

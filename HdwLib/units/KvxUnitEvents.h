@@ -56,9 +56,20 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
 {
     if (length == 0)
         return HDW_ERR_MALFORMED_EVENT;
-    timeStamp = ParamLe32(params, length, 0);
+    // The longest layout has 17 parameter bytes (extended identifier, eight
+    // data bytes). A shorter record is read from a zero-padded copy, so the
+    // fields below come from fixed offsets without a bounds test per byte.
+    constexpr unsigned kFull = 17;
+    uint8_t padded[kFull];
+    const uint8_t* p = params;
+    if (length - 1 < kFull) {
+        std::memset(padded, 0, kFull);
+        std::memcpy(padded, params, length - 1);
+        p = padded;
+    }
+    timeStamp = uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
     m.TimeStamp = timeStamp;
-    const uint8_t flags = ParamByte(params, length, 4);
+    const uint8_t flags = p[4];
     m.Dlc = uint8_t(flags & 0x0F);
     m.Rtr = (flags & 0x40) ? 1 : 0;
     m.Extended = (flags & 0x80) ? 1 : 0;
@@ -66,19 +77,19 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
     if (m.Extended) {
         if (length < m.Dlc + 5u)
             return HDW_ERR_MALFORMED_EVENT;
-        m.Identifier = uint32_t(ParamByte(params, length, 5)) << 21 | uint32_t(ParamByte(params, length, 6)) << 13 |
-            uint32_t(ParamByte(params, length, 7)) << 5 | uint32_t(ParamByte(params, length, 8)) >> 3;
+        m.Identifier = uint32_t(p[5]) << 21 | uint32_t(p[6]) << 13 | uint32_t(p[7]) << 5 | uint32_t(p[8]) >> 3;
         data = 9;
     } else {
         if (length < m.Dlc + 3u)
             return HDW_ERR_MALFORMED_EVENT;
-        m.Identifier = uint32_t(ParamByte(params, length, 5)) << 3 | uint32_t(ParamByte(params, length, 6)) >> 5;
+        m.Identifier = uint32_t(p[5]) << 3 | uint32_t(p[6]) >> 5;
         data = 7;
     }
-    // A DLC above 8 still carries eight bytes at most.
+    // A DLC above 8 still carries eight bytes at most; the bytes past the
+    // DLC are zero.
+    const unsigned n = std::min<unsigned>(m.Dlc, 8);
     std::memset(m.Data, 0, sizeof m.Data);
-    for (unsigned i = 0; i < m.Dlc && i < 8; ++i)
-        m.Data[i] = ParamByte(params, length, data + i);
+    std::memcpy(m.Data, p + data, n);
     return 0;
 }
 

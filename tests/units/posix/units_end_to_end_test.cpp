@@ -1,6 +1,7 @@
 // Every command-protocol unit against its emulator; probes of one USB identity; port keys.
 #include "UnitRig.h"
 
+#include <algorithm>
 #include <set>
 
 using namespace unit_test;
@@ -68,19 +69,27 @@ TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
             frames.push_back(Frame((i % 2 ? 0x1FFFFFFF : 0x7FF) - i - from, uint8_t(i % 9), uint8_t(i), i % 2 == 1));
             frames.back().Rtr = i % 5 == 4 ? 1 : 0;
         }
-        ASSERT_EQ(out->Write(frames.data(), 20, 0), 0u);
-        const auto got = ReadAll<CKVX_HdwCanMessage>(in, 20);
-        ASSERT_EQ(got.size(), 20u) << "from channel " << from;
         const auto key = [](const CKVX_HdwCanMessage& m) {
             return std::tuple(m.Identifier, m.Extended, m.Rtr, m.Dlc, std::vector<uint8_t>(m.Data, m.Data + m.Dlc));
         };
-        for (unsigned i = 0; i < 20; ++i) {
-            EXPECT_EQ(key(got[i]), key(frames[i])) << i;
-            EXPECT_GE(got[i].TimeStamp, i > 0 ? got[i - 1].TimeStamp : 1) << i; // the clock starts at 1000 us
+        // The second round (other identifiers, lengths shifted) goes out in the frame objects the first one left.
+        for (unsigned round = 0; round < 2; ++round) {
+            if (round == 1) {
+                std::rotate(frames.begin(), frames.begin() + 7, frames.end());
+                for (CKVX_HdwCanMessage& f : frames)
+                    f.Identifier ^= 0x155;
+            }
+            ASSERT_EQ(out->Write(frames.data(), 20, 0), 0u);
+            const auto got = ReadAll<CKVX_HdwCanMessage>(in, 20);
+            ASSERT_EQ(got.size(), 20u) << "from channel " << from << ", round " << round;
+            for (unsigned i = 0; i < 20; ++i) {
+                EXPECT_EQ(key(got[i]), key(frames[i])) << i;
+                EXPECT_GE(got[i].TimeStamp, i > 0 ? got[i - 1].TimeStamp : 1) << i; // the clock starts at 1000 us
+            }
         }
         const hdwsim::Counters c = rig.Sim.GetCounters();
         EXPECT_EQ(std::tuple(c.CanPushed[from], c.CanReceived[to], c.CommandsByCode[u.CanPushBase + from]),
-            std::tuple(20u, 20u, 20u));
+            std::tuple(40u, 40u, 40u));
     }
     ExpectOnlyAllowedCommands(rig);
 }
