@@ -251,6 +251,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
     // The caller holds the device lock: the port list stays as it is for
     // the whole pass, and each event finds its port in the routes.
     inst->Routes.Build(inst->GetDeviceInstanceBase().GetPortList());
+    m_PassIndex = instance;
+    m_PassInstance = inst;
     unsigned rc = 0;
     bool timed = false;
     for (uint32_t p : inst->EventPosList) {
@@ -275,6 +277,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
     if (timed)
         inst->Clock.AddPair(inst->Clock.GetLatest(), inst->ReceptionHostUs);
     inst->Routes.Clear();
+    m_PassIndex = ~0u;
+    m_PassInstance = nullptr;
     return rc;
 }
 

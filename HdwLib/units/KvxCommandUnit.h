@@ -541,6 +541,12 @@ protected:
     unsigned DecodeAndDispatch(
         unsigned instance, unsigned portType, unsigned subField, unsigned length, uint8_t* params, TEvent& event);
     unsigned DispatchEvent(unsigned instance, unsigned portType, unsigned channel, CKVX_HdwKvxEvent* event);
+    // The instance whose events ProcessEventPayload is dispatching, without
+    // the virtual lookup per event; any other one is looked up.
+    CKVX_HdwKvxUnitInstance* PassInstance(unsigned instance)
+    {
+        return instance == m_PassIndex ? m_PassInstance : GetUnitInstance(instance);
+    }
 
     uint16_t m_Crc16Table[256] = {};
     std::atomic<unsigned> m_EchoTimeout{DefaultEchoTimeoutMs};
@@ -548,4 +554,7 @@ protected:
     // 2-bit link selector written into the session command.
     unsigned m_LinkSelector = 0;
     CKVX_HdwKvxUnitProfile m_Profile;
+    // Set for the length of one ProcessEventPayload pass (device lock held).
+    unsigned m_PassIndex = ~0u;
+    CKVX_HdwKvxUnitInstance* m_PassInstance = nullptr;
 };

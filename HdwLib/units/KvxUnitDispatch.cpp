@@ -59,7 +59,7 @@ unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(
     unsigned instance, unsigned portType, unsigned channel, CKVX_HdwKvxEvent* event)
 {
     CKVX_HdwPort* port = nullptr;
-    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    CKVX_HdwKvxUnitInstance* inst = PassInstance(instance);
     if (inst)
         event->UnwrappedTime = inst->RecordUnitTime;
     if (inst)
@@ -74,7 +74,7 @@ unsigned CKVX_HdwKvxCommandUnit::DispatchEvent(
 unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(
     unsigned instance, unsigned /*subField*/, unsigned length, uint8_t* params)
 {
-    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    CKVX_HdwKvxUnitInstance* inst = PassInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
     // Consumed here, offered to no port: it needs no channel text.
@@ -95,7 +95,7 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventCriticalFailure(
     event.FailureCode = subField;
     if (const unsigned rc = event.ExtractData(params, length))
         return rc;
-    if (CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance))
+    if (CKVX_HdwKvxUnitInstance* inst = PassInstance(instance))
         event.UnwrappedTime = inst->RecordUnitTime;
     return GetUnitDevice().ProcessEventHandlers(instance, &event);
 }
@@ -124,7 +124,7 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventA429Tx(
 unsigned CKVX_HdwKvxCommandUnit::ProcessEventStatus(
     unsigned instance, unsigned subField, unsigned length, uint8_t* params)
 {
-    CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
+    CKVX_HdwKvxUnitInstance* inst = PassInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
     CStatusEvent event;
