@@ -112,8 +112,7 @@ void* TickThread(void*)
         if (slice)
             (void)!write(master, out.data(), slice);
         pollfd p{master, POLLIN, 0};
-        while (poll(&p, 1, 0) > 0 && read(master, in.data(), in.size()) > 0) {
-        }
+        while (poll(&p, 1, 0) > 0 && read(master, in.data(), in.size()) > 0) {}
     }
 }
 
