@@ -48,9 +48,10 @@
 #include <vector>
 
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "CpuTime.h"
 
 #ifndef HDWSIM_PROGRAM
 #define HDWSIM_PROGRAM "hdwsim"
@@ -71,13 +72,6 @@ uint64_t MonotonicNs()
 uint32_t UnitClockUs()
 {
     return uint32_t(MonotonicNs() / 1000);
-}
-
-double CpuSeconds(int who)
-{
-    rusage u{};
-    getrusage(who, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 // hdwsim as a child process: its stdout gives the pty path, and at exit
@@ -385,8 +379,8 @@ int main(int argc, char** argv)
     const double rssStart = ResidentMiB();
     double rssWarm = rssStart;
     topUp();
-    const double cpu0 = CpuSeconds(RUSAGE_SELF);
-    const double app0 = CpuSeconds(RUSAGE_THREAD);
+    const double cpu0 = bench::CpuSeconds(RUSAGE_SELF);
+    const double app0 = bench::CpuSeconds(RUSAGE_THREAD);
     const uint64_t start = MonotonicNs();
     const uint64_t end = start + uint64_t(seconds) * 1'000'000'000u;
     uint64_t nextTopUp = start;
@@ -408,8 +402,8 @@ int main(int argc, char** argv)
         }
     }
     const double elapsed = double(MonotonicNs() - start) / 1e9;
-    const double cpu = CpuSeconds(RUSAGE_SELF) - cpu0;
-    const double app = CpuSeconds(RUSAGE_THREAD) - app0;
+    const double cpu = bench::CpuSeconds(RUSAGE_SELF) - cpu0;
+    const double app = bench::CpuSeconds(RUSAGE_THREAD) - app0;
     const double rssEnd = ResidentMiB();
 
     // Stop feeding, then take what is still on its way until the line has

@@ -15,7 +15,6 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <time.h>
@@ -27,6 +26,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "CpuTime.h"
 
 namespace {
 
@@ -42,13 +43,6 @@ int g_Event = -1;
 Setup g_Setup;
 double g_TickCpu = 0;
 std::atomic<bool> g_Done{false};
-
-double ThreadCpuSeconds()
-{
-    rusage u{};
-    getrusage(RUSAGE_THREAD, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
 
 void AddNs(timespec& t, long ns)
 {
@@ -74,7 +68,7 @@ void* TickThread(void*)
     std::vector<uint8_t> chunk(4096), frame(g_Setup.bytesOut, 0x55);
     timespec next{};
     clock_gettime(CLOCK_MONOTONIC, &next);
-    const double cpu0 = ThreadCpuSeconds();
+    const double cpu0 = bench::CpuSeconds(RUSAGE_THREAD);
     for (unsigned tick = 0; tick < g_Setup.ticks; ++tick) {
         AddNs(next, 1000000L);
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
@@ -94,7 +88,7 @@ void* TickThread(void*)
             (void)!write(g_Event, &one, sizeof one);
         }
     }
-    g_TickCpu = ThreadCpuSeconds() - cpu0;
+    g_TickCpu = bench::CpuSeconds(RUSAGE_THREAD) - cpu0;
     g_Done = true;
     return nullptr;
 }
@@ -151,7 +145,7 @@ int main(int argc, char** argv)
 
     pthread_t tick;
     pthread_create(&tick, nullptr, TickThread, nullptr);
-    const double app0 = ThreadCpuSeconds();
+    const double app0 = bench::CpuSeconds(RUSAGE_THREAD);
     uint64_t wakes = 0;
     while (!g_Done) {
         pollfd p{g_Event, POLLIN, 0};
@@ -160,7 +154,7 @@ int main(int argc, char** argv)
             ++wakes;
     }
     pthread_join(tick, nullptr);
-    const double app = ThreadCpuSeconds() - app0;
+    const double app = bench::CpuSeconds(RUSAGE_THREAD) - app0;
     kill(unit, SIGKILL);
     waitpid(unit, nullptr, 0);
 

@@ -33,9 +33,10 @@
 #include <vector>
 
 #include <spawn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "CpuTime.h"
 
 #ifndef HDWSIM_PROGRAM
 #define HDWSIM_PROGRAM "hdwsim"
@@ -53,13 +54,6 @@ uint32_t UnitClockUs()
     timespec t{};
     clock_gettime(CLOCK_MONOTONIC, &t);
     return uint32_t(uint64_t(t.tv_sec) * 1000000u + uint64_t(t.tv_nsec) / 1000u);
-}
-
-double ProcessCpuSeconds()
-{
-    rusage u{};
-    getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 double Percentile(std::vector<uint32_t> v, double p)
@@ -180,7 +174,7 @@ int main(int argc, char** argv)
         }
         read += buffer.Count();
     };
-    const double cpu0 = ProcessCpuSeconds();
+    const double cpu0 = bench::CpuSeconds(RUSAGE_SELF);
     const uint32_t start = UnitClockUs();
     while (double(UnitClockUs() - start) < seconds * 1e6) {
         CKVX_HdwSignalService::CSignal sig;
@@ -193,7 +187,7 @@ int main(int argc, char** argv)
         signals->WaitSignal(sig, 10);
     }
     drain();
-    const double cpu = ProcessCpuSeconds() - cpu0;
+    const double cpu = bench::CpuSeconds(RUSAGE_SELF) - cpu0;
     const double elapsed = double(UnitClockUs() - start) / 1e6;
     const uint64_t lost = bc->GetLostCount() + outOfOrder;
     port->Close();

@@ -24,9 +24,10 @@
 #include <thread>
 #include <vector>
 
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "CpuTime.h"
 
 namespace {
 
@@ -40,13 +41,6 @@ uint8_t StreamByte(unsigned u, uint64_t n)
     uint64_t x = (n + 1) * 0x9E3779B97F4A7C15ull ^ (uint64_t(u) << 56);
     x ^= x >> 29;
     return static_cast<uint8_t>(x * 0xBF58476D1CE4E5B9ull >> 56);
-}
-
-double CpuSeconds()
-{
-    rusage r{};
-    getrusage(RUSAGE_SELF, &r);
-    return double(r.ru_utime.tv_sec + r.ru_stime.tv_sec) + double(r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1e6;
 }
 
 // The child: serves the unit until SIGTERM, then writes its drop and framing counts.
@@ -138,7 +132,7 @@ int main(int argc, char** argv)
             }
         }
     };
-    const double cpu0 = CpuSeconds();
+    const double cpu0 = bench::CpuSeconds(RUSAGE_SELF);
     const auto start = std::chrono::steady_clock::now();
     const auto end = start + std::chrono::duration<double>(seconds);
     while (std::chrono::steady_clock::now() < end) {
@@ -167,7 +161,7 @@ int main(int argc, char** argv)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    const double cpu = CpuSeconds() - cpu0;
+    const double cpu = bench::CpuSeconds(RUSAGE_SELF) - cpu0;
     uint64_t resends = 0;
     for (unsigned u = 0; u < kUarts; ++u)
         resends += static_cast<CKVX_HdwKvxSorrelByteOutBufferService*>(out[u])->GetResendCount();

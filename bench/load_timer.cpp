@@ -6,8 +6,6 @@
 // Usage: load_timer [ticks=10000] [period_ms=1]
 #include <HdwLib/HdwLib.h>
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -16,16 +14,11 @@
 #include <thread>
 #include <vector>
 
+#include "CpuTime.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double ThreadCpuSeconds()
-{
-    rusage u{};
-    getrusage(RUSAGE_THREAD, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
 
 struct Run {
     std::vector<int64_t> arrivalsNs;
@@ -40,9 +33,9 @@ void OnTick(uint64_t, void* ctx)
     if (run->arrivalsNs.size() < run->wanted) {
         run->arrivalsNs.push_back(Clock::now().time_since_epoch().count());
         if (run->arrivalsNs.size() == 1)
-            run->cpuAtFirst = ThreadCpuSeconds();
+            run->cpuAtFirst = bench::CpuSeconds(RUSAGE_THREAD);
         if (run->arrivalsNs.size() == run->wanted) {
-            run->cpuAtLast = ThreadCpuSeconds();
+            run->cpuAtLast = bench::CpuSeconds(RUSAGE_THREAD);
             run->done.store(true);
         }
     }
