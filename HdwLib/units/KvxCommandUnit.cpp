@@ -265,9 +265,7 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
         const uint8_t* params = inst->EventBuffer.data() + p + 2;
         // Every record starts with the unit's 32-bit time stamp.
         if (length >= 5) {
-            const uint32_t stamp =
-                uint32_t(params[0]) | uint32_t(params[1]) << 8 | uint32_t(params[2]) << 16 | uint32_t(params[3]) << 24;
-            inst->RecordUnitTime = inst->Clock.Unwrap(stamp, inst->ReceptionHostUs);
+            inst->RecordUnitTime = inst->Clock.Unwrap(kvx_events::Le32(params), inst->ReceptionHostUs);
             timed = true;
         }
         rc = ProcessEventRecord(instance, typeByte >> 3, typeByte & 7, length, inst->EventBuffer.data() + p + 2);

@@ -23,6 +23,12 @@
 
 namespace kvx_events {
 
+// The little-endian 32-bit value at `bytes`, which the caller knows to hold four.
+inline uint32_t Le32(const uint8_t* bytes)
+{
+    return uint32_t(bytes[0]) | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16 | uint32_t(bytes[3]) << 24;
+}
+
 // Parameter byte `offset` of a record of L = `length`, 0 past its end.
 inline uint8_t ParamByte(const uint8_t* params, unsigned length, unsigned offset)
 {
@@ -67,7 +73,7 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
         std::memcpy(padded, params, length - 1);
         p = padded;
     }
-    timeStamp = uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+    timeStamp = Le32(p);
     m.TimeStamp = timeStamp;
     const uint8_t flags = p[4];
     m.Dlc = uint8_t(flags & 0x0F);
@@ -111,11 +117,7 @@ public:
         ExtractTimeStamp(params);
         return 0;
     }
-    void ExtractTimeStamp(const uint8_t* params)
-    {
-        TimeStamp =
-            uint64_t(params[0]) | uint64_t(params[1]) << 8 | uint64_t(params[2]) << 16 | uint64_t(params[3]) << 24;
-    }
+    void ExtractTimeStamp(const uint8_t* params) { TimeStamp = kvx_events::Le32(params); }
     // The unit time of the event unwrapped to 64 bits (microseconds, never
     // wrapping), set by the unit core when it dispatches the event.
     uint64_t GetUnwrappedTime() const { return UnwrappedTime; }
