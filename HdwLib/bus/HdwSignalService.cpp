@@ -94,6 +94,7 @@ unsigned CKVX_HdwSignalService::SetParameters(CParameters* params)
     std::lock_guard<std::mutex> lock(m_QueueMutex);
     BufferSize = params->BufferSize;
     SignalMask = params->SignalMask;
+    m_WantedKinds.store(SignalMask, std::memory_order_relaxed);
     return 0;
 }
 

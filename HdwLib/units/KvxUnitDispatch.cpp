@@ -50,7 +50,8 @@ unsigned CKVX_HdwKvxCommandUnit::DecodeAndDispatch(
     unsigned instance, unsigned portType, unsigned subField, unsigned length, uint8_t* params, TEvent& event)
 {
     event.SetChannelId(kvx_events::ChannelText(subField));
-    if (const unsigned rc = event.ExtractData(params, length))
+    // TEvent is the object's own type: no virtual call needed.
+    if (const unsigned rc = event.TEvent::ExtractData(params, length))
         return rc;
     return DispatchEvent(instance, portType, subField, &event);
 }
@@ -77,11 +78,12 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventComEcho(
     CKVX_HdwKvxUnitInstance* inst = PassInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
-    // Consumed here, offered to no port: it needs no channel text.
-    CComEchoEvent echo;
-    if (const unsigned rc = echo.ExtractData(params, length))
+    // Consumed here and offered to no port: only its command number is read,
+    // with no event object (every command sent comes back as one of these).
+    uint16_t number = 0;
+    if (const unsigned rc = kvx_events::ExtractEchoedCommand(params, length, number))
         return rc;
-    const bool inOrder = inst->TakeEcho(echo.CommandNumber) != CKVX_HdwKvxUnitEngine::EEcho::OutOfOrder;
+    const bool inOrder = inst->TakeEcho(number) != CKVX_HdwKvxUnitEngine::EEcho::OutOfOrder;
     return inOrder ? 0u : unsigned(HDW_ERR_LINK);
 }
 

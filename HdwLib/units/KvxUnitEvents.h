@@ -99,6 +99,16 @@ inline unsigned ExtractCanFrame(const uint8_t* params, unsigned length, CKVX_Hdw
     return 0;
 }
 
+// The command number an echo record (type 0, L = 7) carries at parameter
+// offset 4: 0, or 11 when the record is refused.
+inline unsigned ExtractEchoedCommand(const uint8_t* params, unsigned length, uint16_t& number)
+{
+    if (length != 7)
+        return HDW_ERR_MALFORMED_EVENT;
+    number = uint16_t(params[4] | params[5] << 8);
+    return 0;
+}
+
 } // namespace kvx_events
 
 // Base of the unit's event objects: the unit's 32-bit time stamp (first
@@ -132,10 +142,9 @@ public:
     CKVX_HdwKvxComEchoEvent() { m_EventCode = KvxEventComEcho; }
     unsigned ExtractData(const uint8_t* params, unsigned length) override
     {
-        if (length != 7)
-            return HDW_ERR_MALFORMED_EVENT;
+        if (const unsigned rc = kvx_events::ExtractEchoedCommand(params, length, CommandNumber))
+            return rc;
         this->ExtractTimeStamp(params);
-        CommandNumber = uint16_t(params[4] | params[5] << 8);
         return 0;
     }
     uint16_t CommandNumber = 0;

@@ -35,6 +35,23 @@ void ExpectOnlyAllowedCommands(const UnitRig& rig)
     EXPECT_EQ(c.FramesMalformed, 0u);
 }
 
+// Waits for `count` signals of `kind` and gives their frames; a signal of another kind fails.
+std::vector<CKVX_HdwCanMessage> TakeCanSignals(CKVX_HdwSignalService* signals, unsigned kind, size_t count)
+{
+    std::vector<CKVX_HdwCanMessage> got;
+    WaitUntil([&] {
+        CKVX_HdwSignalService::CSignal batch[32];
+        unsigned n = 0;
+        EXPECT_EQ(signals->ReadSignals(batch, 32, n), 0u);
+        for (unsigned i = 0; i < n; ++i) {
+            EXPECT_EQ(batch[i].Kind, kind) << "signal " << got.size() + i;
+            got.push_back(batch[i].Can);
+        }
+        return got.size() >= count;
+    });
+    return got;
+}
+
 // Opens the first ARINC 429 transmitter or CAN channel, and so the session.
 void OpenFirstPort(UnitRig& rig)
 {
@@ -44,6 +61,7 @@ void OpenFirstPort(UnitRig& rig)
 }
 
 // Words on all pairs at once (several frames each), then CAN on all buses (a lone one hears itself), times rising.
+// The receiving channel's signals take only frames received, the sending one's only frames sent.
 TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
 {
     const UnitCase& u = GetParam();
@@ -59,7 +77,14 @@ TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
         const unsigned to = u.Can == 1 ? from : from + 1;
         auto* out = rig.Enable<CKVX_HdwCanOutBufferService>(HDW_PORT_CAN, from, HDW_SERVICE_CAN_OUT_BUFFER);
         auto* in = rig.Enable<CKVX_HdwCanInBufferService>(HDW_PORT_CAN, to, HDW_SERVICE_CAN_IN_BUFFER);
-        ASSERT_TRUE(in && out);
+        auto* heard = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, to, HDW_SERVICE_SIGNAL);
+        auto* told = to == from ? nullptr : rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, from, HDW_SERVICE_SIGNAL);
+        ASSERT_TRUE(in && out && heard && (told || to == from));
+        for (auto [signals, kind] : {std::pair{heard, HDW_SIGNAL_CAN_RECEIVED}, {told, HDW_SIGNAL_CAN_SENT}}) {
+            CKVX_HdwSignalService::CParameters sp;
+            sp.SignalMask = 1u << (kind - 1);
+            ASSERT_TRUE(!signals || signals->SetParameters(&sp) == 0u);
+        }
         CKVX_HdwCanPort::CParameters p;
         p.BitRate = 500000;
         ASSERT_EQ(rig.Open(HDW_PORT_CAN, to, p), 0u);
@@ -85,6 +110,14 @@ TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
             for (unsigned i = 0; i < 20; ++i) {
                 EXPECT_EQ(key(got[i]), key(frames[i])) << i;
                 EXPECT_GE(got[i].TimeStamp, i > 0 ? got[i - 1].TimeStamp : 1) << i; // the clock starts at 1000 us
+            }
+            for (auto [signals, kind] : {std::pair{heard, HDW_SIGNAL_CAN_RECEIVED}, {told, HDW_SIGNAL_CAN_SENT}}) {
+                if (!signals)
+                    continue;
+                const auto announced = TakeCanSignals(signals, kind, 20);
+                ASSERT_EQ(announced.size(), 20u) << "kind " << kind << ", round " << round;
+                for (unsigned i = 0; i < 20; ++i)
+                    EXPECT_EQ(key(announced[i]), key(frames[i])) << "kind " << kind << ", " << i;
             }
         }
         const hdwsim::Counters c = rig.Sim.GetCounters();
