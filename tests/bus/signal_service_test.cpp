@@ -1,7 +1,7 @@
 #include "TestBusDevice.h"
+#include "support/Wait.h"
 
 #include <atomic>
-#include <chrono>
 #include <thread>
 #include <tuple>
 
@@ -142,16 +142,15 @@ TEST_F(SignalQueue, WaiterWakesWhenAnotherThreadPostsOrTheServiceStops)
         second = signals.WaitSignal(s, 10000);
         phase = 3;
     });
-    while (phase == 0)
-        std::this_thread::yield();
+    // A reader slow to start finds the word already queued; either way its waits end.
+    EXPECT_TRUE(testsupport::WaitUntil([&] { return phase != 0; }));
     PostWord(42, 7);
     // A Stop before the second wait makes it answer 29 at once, one after wakes it.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (phase != 3 && std::chrono::steady_clock::now() < deadline) {
+    EXPECT_TRUE(testsupport::WaitUntil([&] {
         if (phase == 2)
             signals.Stop();
-        std::this_thread::yield();
-    }
+        return phase == 3;
+    }));
     reader.join();
     EXPECT_EQ(std::tuple(first, got.Arinc429.Data, second), std::tuple(0u, 42u, 29u));
 }
