@@ -14,7 +14,7 @@ namespace {
 // Record blocks kept for reuse: one full frame's worth of the smallest records.
 constexpr size_t kSpareCommandBlocks = 1024;
 
-// Copies a record of `n` bytes (1 to 256), writing nothing past `n`.
+// Copies a record of `n` bytes (0 to 256), writing nothing past `n`.
 // Records are mostly 8 to 30 bytes: overlapping word moves beat both a
 // library call and the string move the compiler would inline for a size it
 // knows to be small.
@@ -111,8 +111,7 @@ unsigned CKVX_HdwKvxUnitEngine::AttachCommand(uint8_t code, const uint8_t* param
     cmd.Bytes[1] = uint8_t(code | 0x80);
     cmd.Bytes[2] = uint8_t(cmd.Number & 0xFF);
     cmd.Bytes[3] = uint8_t(cmd.Number >> 8);
-    if (paramCount)
-        std::memcpy(cmd.Bytes.data() + 4, params, paramCount);
+    CopyRecordBytes(cmd.Bytes.data() + 4, params, paramCount);
     CommandList += std::move(cmd);
     return 0;
 }
