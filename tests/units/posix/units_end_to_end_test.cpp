@@ -80,7 +80,9 @@ TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
         auto* heard = rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, to, HDW_SERVICE_SIGNAL);
         auto* told = to == from ? nullptr : rig.Enable<CKVX_HdwSignalService>(HDW_PORT_CAN, from, HDW_SERVICE_SIGNAL);
         ASSERT_TRUE(in && out && heard && (told || to == from));
-        for (auto [signals, kind] : {std::pair{heard, HDW_SIGNAL_CAN_RECEIVED}, {told, HDW_SIGNAL_CAN_SENT}}) {
+        const std::pair<CKVX_HdwSignalService*, unsigned> sides[] = {
+            {heard, HDW_SIGNAL_CAN_RECEIVED}, {told, HDW_SIGNAL_CAN_SENT}};
+        for (auto [signals, kind] : sides) {
             CKVX_HdwSignalService::CParameters sp;
             sp.SignalMask = 1u << (kind - 1);
             ASSERT_TRUE(!signals || signals->SetParameters(&sp) == 0u);
@@ -111,7 +113,7 @@ TEST_P(UnitEndToEnd, Arinc429WordsAndCanFramesGoRoundOnEveryPairAndBus)
                 EXPECT_EQ(key(got[i]), key(frames[i])) << i;
                 EXPECT_GE(got[i].TimeStamp, i > 0 ? got[i - 1].TimeStamp : 1) << i; // the clock starts at 1000 us
             }
-            for (auto [signals, kind] : {std::pair{heard, HDW_SIGNAL_CAN_RECEIVED}, {told, HDW_SIGNAL_CAN_SENT}}) {
+            for (auto [signals, kind] : sides) {
                 if (!signals)
                     continue;
                 const auto announced = TakeCanSignals(signals, kind, 20);
