@@ -260,13 +260,18 @@ void* CKVX_HdwSignalService::GetWaitHandle() const
 template <class Fill>
 unsigned CKVX_HdwSignalService::PostWith(unsigned kind, uint64_t eventTime, Fill&& fill)
 {
+    // Both checks are made first without the mutex (the status and a copy of
+    // the mask are atomics), so that a kind the mask leaves out costs no lock;
+    // the status is checked again under it, against a Stop in between.
+    if (GetStatus() != HDW_SERVICE_RUNNING)
+        return HDW_ERR_SERVICE_NOT_RUNNING;
+    if (kind == 0 || kind > 32 || ((m_WantedKinds.load(std::memory_order_relaxed) >> (kind - 1)) & 1u) == 0)
+        return 0;
     bool wake = false;
     {
         std::lock_guard<std::mutex> lock(m_QueueMutex);
         if (GetStatus() != HDW_SERVICE_RUNNING)
             return HDW_ERR_SERVICE_NOT_RUNNING;
-        if (kind == 0 || kind > 32 || ((SignalMask >> (kind - 1)) & 1u) == 0)
-            return 0;
         const unsigned capacity = static_cast<unsigned>(m_Ring.size());
         if (m_Count == capacity) {
             // Full: the oldest makes room.

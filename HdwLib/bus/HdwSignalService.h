@@ -197,13 +197,6 @@ protected:
     // for the lock the tick still holds. WaitSignal readers wake at once.
     void HoldReadinessUntilPublished() { m_HoldReadiness = true; }
 
-    // Whether the mask lets a post of `kind` into the queue. Read without the
-    // queue's mutex, so that a driver skips what no one asked for at no cost.
-    bool IsKindWanted(unsigned kind) const
-    {
-        return kind >= 1 && kind <= 32 && ((m_WantedKinds.load(std::memory_order_relaxed) >> (kind - 1)) & 1u) != 0;
-    }
-
     // Caller holds m_QueueMutex.
     bool PopLocked(CSignal& signal);
     void UpdateReadinessLocked();
@@ -223,7 +216,7 @@ private:
     void* m_Readiness = nullptr; // platform event behind the descriptor / handle
     bool m_Ready = false; // what m_Readiness shows
     bool m_HoldReadiness = false; // Post leaves m_Readiness to PublishReadiness
-    std::atomic<uint32_t> m_WantedKinds{CParameters::AllSignals}; // SignalMask, for IsKindWanted
+    std::atomic<uint32_t> m_WantedKinds{CParameters::AllSignals}; // SignalMask, read by posts without the mutex
     CKVX_HdwSignalGroup* m_Group = nullptr; // shows m_Ready instead of m_Readiness
 
     friend class CKVX_HdwSignalGroup;

@@ -27,36 +27,27 @@ unsigned CKVX_HdwKvxSignalService::Stop()
 
 unsigned CKVX_HdwKvxSignalService::ProcessEvent(CKVX_HdwEvent* event)
 {
-    // Runs in the tick, under the device lock; posting takes only the queue's
-    // mutex, and a word or frame of a kind the mask leaves out not even that.
+    // Runs in the tick, under the device lock; posting takes only the queue's mutex.
     if (!event)
         return 0;
     switch (event->GetEventCode()) {
     case KvxEventCriticalFailure: Abort(); break;
     case KvxEventA429Rx: {
-        if (!IsKindWanted(HDW_SIGNAL_ARINC429_RECEIVED))
-            break;
         const auto* e = static_cast<const CKVX_HdwKvxArinc429RxEvent*>(event);
         PostArinc429(HDW_SIGNAL_ARINC429_RECEIVED, e->Message, e->TimeStamp);
         break;
     }
     case KvxEventA429Tx: {
-        if (!IsKindWanted(HDW_SIGNAL_ARINC429_SENT))
-            break;
         const auto* e = static_cast<const CKVX_HdwKvxArinc429TxEvent*>(event);
         PostArinc429(HDW_SIGNAL_ARINC429_SENT, e->Message, e->TimeStamp);
         break;
     }
     case KvxEventCanRx: {
-        if (!IsKindWanted(HDW_SIGNAL_CAN_RECEIVED))
-            break;
         const auto* e = static_cast<const CKVX_HdwKvxCanRxEvent*>(event);
         PostCan(HDW_SIGNAL_CAN_RECEIVED, e->Message, e->TimeStamp);
         break;
     }
     case KvxEventCanTx: {
-        if (!IsKindWanted(HDW_SIGNAL_CAN_SENT))
-            break;
         const auto* e = static_cast<const CKVX_HdwKvxCanTxEvent*>(event);
         PostCan(HDW_SIGNAL_CAN_SENT, e->Message, e->TimeStamp);
         break;
