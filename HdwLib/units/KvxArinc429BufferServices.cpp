@@ -145,7 +145,7 @@ public:
     {}
 
     bool Empty() const { return m_Words.IsEmpty(); }
-    unsigned Room() const { return hdw::units::Arinc429FifoRoom(m_Count); }
+    unsigned Room(bool frameDue) const { return hdw::units::Arinc429FifoRoom(m_Count, frameDue); }
     unsigned Fit(unsigned room, unsigned freeBytes) const
     {
         return std::min({room, unsigned(m_Words.GetLength()), freeBytes / RecordBytes});

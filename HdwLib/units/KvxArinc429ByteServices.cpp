@@ -60,7 +60,7 @@ public:
     {}
 
     bool Empty() const { return m_Queue.empty(); }
-    unsigned Room() const { return hdw::units::Arinc429FifoRoom(m_Count); }
+    unsigned Room(bool frameDue) const { return hdw::units::Arinc429FifoRoom(m_Count, frameDue); }
     unsigned Fit(unsigned room, unsigned freeBytes)
     {
         const unsigned n = std::min(room, freeBytes / RecordBytes);

@@ -60,8 +60,9 @@ public:
     {}
 
     bool Empty() const { return m_Queue.empty(); }
-    // The FIFO is shared with the channel's frame output.
-    unsigned Room() const
+    // The FIFO is shared with the channel's frame output; a stream fills
+    // whatever room it has, frame due or not.
+    unsigned Room(bool) const
     {
         auto* frames = hdw::units::ServiceOn<CKVX_HdwKvxCanOutBufferService>(m_Port, HDW_SERVICE_CAN_OUT_BUFFER);
         const uint64_t used = m_Stream.GetFramesInFlight() + (frames ? frames->GetInFlightCount() : 0);

@@ -94,12 +94,11 @@ public:
     {}
 
     bool Empty() const { return m_Frames.IsEmpty(); }
-    // The FIFO is shared with the channel's byte output; it is topped up
-    // once it is half empty (see the ARINC 429 output).
-    unsigned Room() const
+    // The FIFO is shared with the channel's byte output.
+    unsigned Room(bool frameDue) const
     {
         const uint64_t used = m_Count.InFlight + CKVX_HdwKvxCanByteOutBufferService::FramesInFlightOn(m_Port);
-        return used > KvxCanTxFifoFrames / 2 ? 0u : unsigned(KvxCanTxFifoFrames - used);
+        return TopUpRoom(used, KvxCanTxFifoFrames, frameDue);
     }
     unsigned Fit(unsigned room, unsigned freeBytes) const
     {

@@ -20,6 +20,18 @@ inline constexpr unsigned KvxCanTxFifoFrames = 64;
 // or frames waiting in a transmit FIFO, while some are outstanding.
 inline constexpr unsigned KvxFifoStatusPollTicks = 250;
 
+// Items a push may add to a transmit FIFO of `capacity` that holds `used`.
+// Each push costs a link write, so a FIFO is topped up only once it is half
+// empty; but when a frame goes out anyway (`frameDue`: commands wait for the
+// next one), filling it costs no write and puts off its next refill, so the
+// outputs of a unit come to refill in the same frames.
+inline unsigned TopUpRoom(uint64_t used, unsigned capacity, bool frameDue)
+{
+    if (used >= capacity || (!frameDue && used > capacity / 2))
+        return 0;
+    return unsigned(capacity - used);
+}
+
 // An output's items in the unit's FIFO.
 class HDWLIB_EXPORT CKVX_HdwKvxOutputCount {
 public:

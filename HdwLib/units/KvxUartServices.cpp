@@ -81,7 +81,7 @@ public:
 
     bool Empty() const { return m_Bytes.empty(); }
     // The unit reports no FIFO level for a UART: only the frame limits.
-    unsigned Room() const { return std::numeric_limits<unsigned>::max(); }
+    unsigned Room(bool) const { return std::numeric_limits<unsigned>::max(); }
     unsigned Fit(unsigned, unsigned freeBytes) const
     {
         const unsigned records = freeBytes / (Chunk + Overhead);

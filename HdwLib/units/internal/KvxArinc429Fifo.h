@@ -2,7 +2,7 @@
 // What the ARINC 429 outputs that own a transmitter's FIFO (the word buffer,
 // the byte stream) do alike: count the words in the unit's FIFO from the
 // transmit events, correct the count with a periodic status request, and
-// top the FIFO up once it is half empty.
+// top the FIFO up once it is half empty, or whenever a frame goes out anyway.
 //
 // Lock rule: the caller holds the device lock.
 
@@ -12,11 +12,12 @@
 
 namespace hdw::units {
 
-// Words a push may add now: none while the FIFO is more than half full
-// (fewer, larger frames for the same bus load), else up to 512 in it.
-inline unsigned Arinc429FifoRoom(const CKVX_HdwKvxOutputCount& count)
+// Words a push may add now, up to 512 in the FIFO: none while it is more than
+// half full (fewer, larger frames for the same bus load), unless `frameDue`
+// (see TopUpRoom).
+inline unsigned Arinc429FifoRoom(const CKVX_HdwKvxOutputCount& count, bool frameDue)
 {
-    return count.InFlight > KvxArinc429TxFifoWords / 2 ? 0u : unsigned(KvxArinc429TxFifoWords - count.InFlight);
+    return TopUpRoom(count.InFlight, KvxArinc429TxFifoWords, frameDue);
 }
 
 // The output's start: nothing counted, the channel on, and a status

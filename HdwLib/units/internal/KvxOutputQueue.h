@@ -19,10 +19,11 @@ namespace hdw::units {
 
 // One tick's push of an output service, under the service's lock: when the
 // service runs and has items queued and its port's instance exists, `out`
-// pushes (unless the unit is lost) as many as the FIFO room (out.Room(), 0: wait) and the next frame's
-// free payload (out.Fit(room, freeBytes)) allow. TOut provides:
+// pushes (unless the unit is lost) as many as the FIFO room (out.Room(frameDue), 0: wait) and the
+// next frame's free payload (out.Fit(room, freeBytes)) allow. `frameDue` is
+// true when commands already wait for the next frame. TOut provides:
 //   bool Empty() const;
-//   unsigned Room() const;
+//   unsigned Room(bool frameDue) const;
 //   unsigned Fit(unsigned room, unsigned freeBytes);
 //   void Push(CKVX_HdwKvxCommandUnit& unit, unsigned device, unsigned channel, unsigned n);
 // Push attaches the push command(s), takes what went from the queue and
@@ -37,7 +38,7 @@ unsigned PushQueued(
     CKVX_HdwKvxUnitInstance* inst = unit ? unit->GetUnitInstance(device) : nullptr;
     if (!inst || !TakesPushes(inst))
         return 0;
-    const unsigned room = out.Room();
+    const unsigned room = out.Room(inst->GetQueuedPayload() > 0);
     if (room == 0)
         return 0;
     const unsigned n = out.Fit(room, FreePayload(unit, inst));

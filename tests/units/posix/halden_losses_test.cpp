@@ -171,6 +171,45 @@ TEST(HaldenUnitTime, UnwrappedTimeCrossesTheUnitClocksWrapWithoutAStepAndPacedWr
     EXPECT_EQ(std::tuple(counters.A429FifoDropped[0], counters.A429Pushed[0]), std::tuple(0u, words.size()));
 }
 
+// A transmit FIFO more than half full waits for its refill on its own, but a frame that goes out for another
+// output tops it up: with a word on a fast channel every few ticks, the slow channel's FIFO never falls to half.
+TEST(HaldenFifoTopUp, AFrameSentForAnotherOutputTopsUpAFifoThatIsMoreThanHalfFull)
+{
+    UnitRig rig(UnitNamed("halden"), EmulatorOptions(false, true)); // the bus paced
+    ASSERT_NO_FATAL_FAILURE(rig.Start());
+    // The fast output's port comes first in the tick: its push is queued when the slow one looks.
+    UnitRig::Arinc429Pair fast = rig.OpenArinc429Pair(1, 100000);
+    UnitRig::Arinc429Pair slow = rig.OpenArinc429Pair(0, 12500);
+    ASSERT_TRUE(fast.Out && slow.Out);
+    auto level = [&] {
+        const hdwsim::Counters c = rig.Sim.GetCounters();
+        return c.A429Pushed[0] - c.A429Transmitted[0];
+    };
+
+    std::vector<CKVX_HdwArinc429Message> words = Sequence(0x21, 900);
+    ASSERT_EQ(slow.Out->Write(words.data(), unsigned(words.size()), 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429Pushed[0] >= KvxArinc429TxFifoWords; }, 30000));
+
+    // 400 words leave the slow transmitter (at 347 words/s): alone, its FIFO would fall to 256 before the refill.
+    uint64_t lowest = KvxArinc429TxFifoWords;
+    unsigned i = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (rig.Sim.GetCounters().A429Transmitted[0] < 400 && std::chrono::steady_clock::now() < deadline) {
+        auto w = Word(0x42, i++);
+        ASSERT_EQ(fast.Out->Write(&w, 1, 0), 0u);
+        ASSERT_TRUE(WaitUntil([&] { return rig.Sim.GetCounters().A429Pushed[1] >= i; }, 30000));
+        lowest = std::min(lowest, level());
+    }
+    ASSERT_GE(rig.Sim.GetCounters().A429Transmitted[0], 400u);
+    EXPECT_GT(lowest, 400u) << "the slow FIFO was not topped up by the fast channel's frames";
+
+    ASSERT_TRUE(WaitUntil([&] { return Idle(slow.Out) && Idle(fast.Out); }, 30000));
+    const hdwsim::Counters c = rig.Sim.GetCounters();
+    EXPECT_EQ(std::tuple(c.A429FifoDropped[0], c.A429Pushed[0], c.A429FifoPeak[0]),
+        std::tuple(0u, words.size(), uint64_t(KvxArinc429TxFifoWords)));
+    EXPECT_EQ(std::tuple(c.A429FifoDropped[1], c.A429Pushed[1]), std::tuple(0u, uint64_t(i)));
+}
+
 // Sleeping in poll() on the signals, then reading, finds every word announced.
 TEST_F(HaldenLosses, Arinc429SignalsTellWordsSentAndReceivedBeforeThePollReadsThem)
 {
