@@ -170,3 +170,13 @@ unsigned CKVX_HdwKvxSorrelDevice::HdwTimerStartDeviceIntanceHandler(unsigned ins
                 uart->MoveReceived();
     return 0;
 }
+
+unsigned CKVX_HdwKvxSorrelDevice::HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t ticks)
+{
+    // The signal services show the whole tick's posts at once, as the tick's last act.
+    if (CKVX_HdwDevice::CDeviceInstance* inst = GetDeviceInstance(instance))
+        for (CKVX_HdwPort* port : inst->GetPortList())
+            if (auto* uart = dynamic_cast<CUartPort*>(port))
+                uart->PublishSignals();
+    return CKVX_HdwHoeDevice::HdwTimerEndDeviceIntanceHandler(instance, ticks);
+}

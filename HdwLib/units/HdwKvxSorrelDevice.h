@@ -67,6 +67,7 @@ public:
     ~CKVX_HdwKvxSorrelDevice() override;
 
     unsigned HdwTimerStartDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
+    unsigned HdwTimerEndDeviceIntanceHandler(unsigned instance, uint64_t ticks) override;
     CKVX_HdwHoeDevice::CDeviceInstance* CreateDeviceInstance() override;
     unsigned CreateInstancePorts(unsigned instance) override;
 

@@ -518,8 +518,6 @@ protected:
     // unit lost again with its link closed, the next attempt after the
     // back-off, doubled first when `backOff`.
     void ScheduleNextAttempt(CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs, bool backOff);
-    // Posts a unit lost / back signal to every signal service of the unit's open ports.
-    void PostUnitSignal(CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs);
     // Sends a closing and an opening session command in one frame; echoes
     // awaited from an earlier sending stay awaited.
     unsigned SendSessionStart(CKVX_HdwKvxUnitInstance* inst);

@@ -2,10 +2,12 @@
 // (every open port silent for the link time-out), the session opened again
 // on an attempt thread with back-off, every open port opened and configured
 // again, and the byte services going on.
+#include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/units/HdwKvxSorrelDevice.h>
 #include <HdwLib/units/internal/KvxReconnectAttempt.h>
 #include <HdwLib/units/internal/KvxSorrelChannel.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <algorithm>
 #include <mutex>
@@ -157,6 +159,7 @@ void CKVX_HdwKvxSorrelDevice::TakeOverLoss(CDeviceInstance& inst, uint64_t nowMs
     });
     ++rs.Status.Outages;
     rs.Status.LostItems += lost;
+    hdw::units::PostLinkSignal(inst, HDW_SIGNAL_UNIT_LOST, uint32_t(rs.Status.Outages), uint32_t(lost), nowMs);
     rs.LostAtMs = nowMs;
     rs.BackoffMs = KvxReconnectFirstMs;
     rs.NextAttemptMs = nowMs + rs.BackoffMs;
@@ -181,6 +184,9 @@ void CKVX_HdwKvxSorrelDevice::FinishAttempt(CDeviceInstance& inst, unsigned rc, 
     rs.Status.State = HDW_UNIT_LINK_UP;
     ++rs.Status.Returns;
     rs.BackoffMs = 0;
+    const uint64_t away = nowMs - rs.LostAtMs;
+    hdw::units::PostLinkSignal(
+        inst, HDW_SIGNAL_UNIT_BACK, uint32_t(rs.Status.Returns), uint32_t(std::min<uint64_t>(away, UINT32_MAX)), nowMs);
 }
 
 unsigned CKVX_HdwKvxSorrelDevice::AttemptLink(CDeviceInstance& inst, const std::vector<CUartPort*>& ports)

@@ -1,4 +1,5 @@
 #include <HdwLib/bus/internal/ByteInput.h>
+#include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/bus/internal/ByteOutput.h>
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/units/KvxSorrelServices.h>
@@ -205,11 +206,18 @@ void CKVX_HdwKvxSorrelByteOutBufferService::TakeAcknowledgement()
         return;
     m_HaveAck = true;
     m_LastAck = number;
+    uint64_t acked = 0;
     while (!m_Unacked.empty() && sorrel::NotBefore(number, m_Unacked.front().Number)) {
+        acked += m_Unacked.front().Data.size();
         m_Probe = std::move(m_Unacked.front());
         m_Probe.At = sorrel::Clock::now();
         m_Unacked.pop_front();
     }
+    // The unit reports when it took bytes into its transmit buffer, not when
+    // they left it: the signal says the former.
+    if (acked != 0)
+        if (CKVX_HdwSignalService* signals = CKVX_HdwSignalService::FindOn(m_SorrelPort))
+            signals->PostValue(HDW_SIGNAL_UART_SENT, uint32_t(acked), free, sorrel::NowUs());
     int64_t inFlight = 0;
     for (const CSent& s : m_Unacked)
         inFlight += int64_t(s.Data.size());

@@ -1,6 +1,7 @@
 #include <HdwLib/framework/HdwDevice.h>
 #include <HdwLib/framework/HdwManager.h>
 #include <HdwLib/units/HdwKvxSorrelDevice.h>
+#include <HdwLib/units/KvxSignalService.h>
 #include <HdwLib/units/internal/KvxSorrelChannel.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
@@ -151,13 +152,18 @@ unsigned CKVX_HdwKvxSorrelUartPort::EnableService(
 {
     if (const unsigned rc = CKVX_HdwUartPort::EnableService(serviceType, service, params))
         return rc;
-    if (serviceType != HDW_SERVICE_BYTE_IN_BUFFER && serviceType != HDW_SERVICE_BYTE_OUT_BUFFER)
+    if (serviceType != HDW_SERVICE_BYTE_IN_BUFFER && serviceType != HDW_SERVICE_BYTE_OUT_BUFFER &&
+        serviceType != HDW_SERVICE_SIGNAL)
         return HDW_ERR_WRONG_STATE;
     if (FindService(serviceType))
         return HDW_ERR_SERVICE_ALREADY_ENABLED;
-    if (serviceType == HDW_SERVICE_BYTE_IN_BUFFER)
+    switch (serviceType) {
+    case HDW_SERVICE_BYTE_IN_BUFFER:
         return hdw::units::InstallService(*this, new CKVX_HdwKvxSorrelByteInBufferService(this), service, params);
-    return hdw::units::InstallService(*this, new CKVX_HdwKvxSorrelByteOutBufferService(this), service, params);
+    case HDW_SERVICE_BYTE_OUT_BUFFER:
+        return hdw::units::InstallService(*this, new CKVX_HdwKvxSorrelByteOutBufferService(this), service, params);
+    default: return hdw::units::InstallService(*this, new CKVX_HdwKvxSignalService(this), service, params);
+    }
 }
 
 unsigned CKVX_HdwKvxSorrelUartPort::HdwTimerHandler(uint64_t ticks)
@@ -212,4 +218,13 @@ void CKVX_HdwKvxSorrelUartPort::MoveReceived()
         return;
     if (auto* in = dynamic_cast<CKVX_HdwKvxSorrelByteInBufferService*>(FindService(HDW_SERVICE_BYTE_IN_BUFFER)))
         in->Append(bytes.data(), bytes.size());
+    // The unit's Data buffers carry no time: the signal has the tick's.
+    if (CKVX_HdwSignalService* signals = CKVX_HdwSignalService::FindOn(this))
+        signals->PostValue(HDW_SIGNAL_UART_RECEIVED, uint32_t(bytes.size()), 0, sorrel::NowUs());
+}
+
+void CKVX_HdwKvxSorrelUartPort::PublishSignals()
+{
+    if (CKVX_HdwSignalService* signals = CKVX_HdwSignalService::FindOn(this))
+        signals->PublishReadiness();
 }

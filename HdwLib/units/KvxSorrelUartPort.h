@@ -5,7 +5,7 @@
 // anything is sent); Close sends Close port. While open the port sends a port
 // keep-alive when it sent nothing else for 250 ms, and fails its services
 // when the unit said nothing about it for the link time-out. Its services:
-// byte input and byte output, one of each.
+// byte input, byte output and signals, one of each.
 
 #include <HdwLib/bus/HdwUartPort.h>
 
@@ -37,8 +37,10 @@ public:
     // 500 ms for its reply: 0 and the reply's payload, or 14.
     unsigned Request(uint32_t code, const uint8_t* payload, unsigned size, std::vector<uint8_t>& reply);
     // Moves the bytes the receive thread took into the byte input service
-    // (the tick, under the device lock).
+    // and tells the signal service how many (the tick, under the device lock).
     void MoveReceived();
+    // The tick's last act: the signal service shows what the tick posted.
+    void PublishSignals();
 
 protected:
     unsigned m_Channel;

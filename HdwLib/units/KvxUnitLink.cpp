@@ -5,6 +5,7 @@
 #include <HdwLib/units/KvxUnitLink.h>
 #include <HdwLib/units/KvxUnitPorts.h>
 #include <HdwLib/units/internal/KvxReconnectAttempt.h>
+#include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/framework/HdwManager.h>
@@ -35,19 +36,6 @@ unsigned CKVX_HdwKvxCommandUnit::GetUnitLinkStatus(unsigned instance, CKVX_HdwKv
     return 0;
 }
 
-void CKVX_HdwKvxCommandUnit::PostUnitSignal(
-    CKVX_HdwKvxUnitInstance* inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs)
-{
-    for (CKVX_HdwPort* port : inst->GetDeviceInstanceBase().GetPortList())
-        for (CKVX_HdwService* service : port->GetServiceList())
-            if (service->GetServiceType() == HDW_SERVICE_SIGNAL) {
-                auto* signals = static_cast<CKVX_HdwSignalService*>(service);
-                signals->PostValue(kind, value, aux, nowMs);
-                // A lost unit has no end of tick to publish it.
-                signals->PublishReadiness();
-            }
-}
-
 bool CKVX_HdwKvxCommandUnit::TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInstance* inst, uint64_t nowMs)
 {
     CKVX_HdwDevice::CDeviceInstance& base = inst->GetDeviceInstanceBase();
@@ -69,7 +57,8 @@ bool CKVX_HdwKvxCommandUnit::TakeOverLoss(unsigned instance, CKVX_HdwKvxUnitInst
         CKVX_HdwKvxUnitLinkEvent lost(KvxEventUnitLost);
         GetUnitDevice().ProcessEventHandlers(instance, &lost);
         rs.Status.LostItems += lost.LostItems;
-        PostUnitSignal(inst, HDW_SIGNAL_UNIT_LOST, rs.Status.Outages, uint32_t(lost.LostItems), nowMs);
+        hdw::units::PostLinkSignal(
+            inst->GetDeviceInstanceBase(), HDW_SIGNAL_UNIT_LOST, rs.Status.Outages, uint32_t(lost.LostItems), nowMs);
         rs.NextAttemptMs = nowMs + rs.BackoffMs;
     } else {
         // A session start that the unit did not answer: the next attempt later.
@@ -292,6 +281,6 @@ void CKVX_HdwKvxCommandUnit::RestoreUnit(unsigned instance, CKVX_HdwKvxUnitInsta
     CKVX_HdwKvxUnitLinkEvent back(KvxEventUnitBack);
     GetUnitDevice().ProcessEventHandlers(instance, &back);
     const uint64_t away = nowMs - rs.LostAtMs;
-    PostUnitSignal(
-        inst, HDW_SIGNAL_UNIT_BACK, rs.Status.Returns, uint32_t(std::min<uint64_t>(away, UINT32_MAX)), nowMs);
+    hdw::units::PostLinkSignal(inst->GetDeviceInstanceBase(), HDW_SIGNAL_UNIT_BACK, rs.Status.Returns,
+        uint32_t(std::min<uint64_t>(away, UINT32_MAX)), nowMs);
 }

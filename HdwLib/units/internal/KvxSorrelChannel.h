@@ -37,6 +37,12 @@ constexpr uint32_t NumberJump = 65536; // where numbering resumes after a reset
 
 using Clock = std::chrono::steady_clock;
 
+// The time stamp of the port's signals: microseconds of the steady clock.
+inline uint64_t NowUs()
+{
+    return uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch()).count());
+}
+
 // True when the unit can run the line with these settings.
 inline bool LineUsable(const CKVX_HdwUartPort::CParameters& p)
 {

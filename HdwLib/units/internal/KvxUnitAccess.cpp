@@ -1,3 +1,4 @@
+#include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/units/internal/KvxPortOpen.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
@@ -40,6 +41,17 @@ unsigned FinishOpen(CKVX_HdwPort& port, unsigned openResult, unsigned timeoutMs)
         return HDW_ERR_LINK;
     }
     return 0;
+}
+
+void PostLinkSignal(CKVX_HdwDevice::CDeviceInstance& inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs)
+{
+    for (CKVX_HdwPort* port : inst.GetPortList())
+        for (CKVX_HdwService* service : port->GetServiceList())
+            if (service->GetServiceType() == HDW_SERVICE_SIGNAL) {
+                auto* signals = static_cast<CKVX_HdwSignalService*>(service);
+                signals->PostValue(kind, value, aux, nowMs);
+                signals->PublishReadiness();
+            }
 }
 
 } // namespace hdw::units

@@ -93,6 +93,11 @@ inline uint16_t LastCommandNumber(CKVX_HdwKvxUnitInstance* inst)
 // making the wait fail.
 unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs);
 
+// A lost or returned unit (caller holds the device lock): `kind` with its
+// value and aux to every signal service of the instance's open ports, shown
+// at once (a lost unit's tick may not reach its end to publish it).
+void PostLinkSignal(CKVX_HdwDevice::CDeviceInstance& inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs);
+
 // EnableService's hand-over of the caller's parameters to a new service:
 // null keeps the defaults, another parameter class is a bad argument.
 template <class S>

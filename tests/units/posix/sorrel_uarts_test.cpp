@@ -2,7 +2,9 @@
 #include "UnitRig.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
+#include <poll.h>
 #include <tuple>
 
 namespace {
@@ -43,6 +45,7 @@ public:
         CKVX_HdwPort* Port = nullptr;
         CKVX_HdwKvxSorrelByteInBufferService* In = nullptr;
         CKVX_HdwKvxSorrelByteOutBufferService* Out = nullptr;
+        CKVX_HdwSignalService* Signals = nullptr; // with StartPair(rate, true)
         std::vector<uint8_t> Got;
     };
 
@@ -68,14 +71,32 @@ public:
 
     unsigned Open(unsigned num, CKVX_HdwUartPort::CParameters line) { return Uarts[num].Port->Open(&line); }
 
-    // Starts and opens the wired UARTs 0 and 1 with their services.
-    void StartPair(uint32_t rate)
+    // Starts and opens the wired UARTs 0 and 1 with their services (and signal services in `group`).
+    void StartPair(uint32_t rate, CKVX_HdwSignalGroup* group = nullptr)
     {
         ASSERT_NO_FATAL_FAILURE(Start());
         for (unsigned n : {0, 1}) {
             ASSERT_NO_FATAL_FAILURE(Enable(n));
+            if (group) {
+                CKVX_HdwSignalService::CParameters sp;
+                sp.BufferSize = 1u << 16; // every signal of a test, read or not
+                Uarts[n].Signals = UnitRig::Enable<CKVX_HdwSignalService>(HDW_PORT_UART, n, HDW_SERVICE_SIGNAL, &sp);
+                ASSERT_NE(Uarts[n].Signals, nullptr);
+                ASSERT_EQ(Uarts[n].Signals->JoinGroup(group), 0u);
+            }
             ASSERT_EQ(Open(n, Line(rate)), 0u) << "UART " << n;
         }
+    }
+
+    // The signals waiting on UART `num`'s service.
+    std::vector<CKVX_HdwSignalService::CSignal> TakeSignals(unsigned num)
+    {
+        std::vector<CKVX_HdwSignalService::CSignal> all;
+        CKVX_HdwSignalService::CSignal batch[64];
+        unsigned n = 0;
+        while (Uarts[num].Signals->ReadSignals(batch, 64, n) == 0 && n)
+            all.insert(all.end(), batch, batch + n);
+        return all;
     }
 
     void Drain(unsigned num)
@@ -185,6 +206,53 @@ INSTANTIATE_TEST_SUITE_P(Rates, SorrelRoundTrip,
     ::testing::Values(std::make_tuple(9600u, size_t(6000), 4u), std::make_tuple(115200u, size_t(40000), 64u),
         std::make_tuple(921600u, size_t(40000), 8u)));
 
+// Woken by the group's descriptor: each port's signals count the bytes the tick moved into its input (never one the
+// input does not hold yet) and the bytes the unit took into its transmit buffer, in time order.
+TEST(SorrelUnit, SignalsCountTheBytesReceivedAndAcknowledgedAndNeverRunAheadOfTheInput)
+{
+    SorrelRig rig(8);
+    CKVX_HdwSignalGroup group;
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200, &group));
+    const std::vector<uint8_t> sent[2] = {Pattern(20000, 5), Pattern(12000, 6)};
+    for (unsigned n : {0u, 1u})
+        ASSERT_EQ(rig.Uarts[n].Out->Write(const_cast<uint8_t*>(sent[n].data()), unsigned(sent[n].size()), 0), 0u);
+
+    uint64_t received[2] = {}, acked[2] = {}, lastTime[2] = {};
+    const auto all = [&] {
+        return received[0] == sent[1].size() && received[1] == sent[0].size() && acked[0] == sent[0].size() &&
+            acked[1] == sent[1].size();
+    };
+    const int fd = group.GetFileDescriptor();
+    ASSERT_GE(fd, 0);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!all() && std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 200) != 1)
+            continue;
+        for (unsigned n : {0u, 1u}) {
+            for (const CKVX_HdwSignalService::CSignal& s : rig.TakeSignals(n)) {
+                ASSERT_EQ(s.Port, rig.Uarts[n].Port);
+                ASSERT_GE(s.TimeStamp, lastTime[n]) << "UART " << n;
+                lastTime[n] = s.TimeStamp;
+                if (s.Kind == HDW_SIGNAL_UART_RECEIVED) {
+                    received[n] += s.Value;
+                } else if (s.Kind == HDW_SIGNAL_UART_SENT) {
+                    acked[n] += s.Value;
+                    ASSERT_LE(s.Aux, 16384u) << "the unit's free transmit buffer";
+                } else {
+                    FAIL() << "UART " << n << ": kind " << s.Kind;
+                }
+            }
+            rig.Drain(n);
+            ASSERT_GE(rig.Uarts[n].Got.size(), received[n]) << "UART " << n << ": a signal ran ahead of the input";
+        }
+    }
+    EXPECT_EQ(std::tuple(received[0], received[1]), std::tuple(sent[1].size(), sent[0].size()));
+    EXPECT_EQ(std::tuple(acked[0], acked[1]), std::tuple(sent[0].size(), sent[1].size()));
+    for (unsigned n : {0u, 1u})
+        EXPECT_TRUE(rig.Uarts[n].Got == sent[n ^ 1u]) << "UART " << n;
+}
+
 // Lost packets at the real line rate (whose 50 ms the unit's buffer holds).
 TEST(SorrelUnit, LostPacketsBothWaysCostResendsNeverBytesAndResetsLetNoOlderByteThrough)
 {
@@ -288,7 +356,8 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
 {
     SorrelRig rig;
     rig.Reconnect = true;
-    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200));
+    CKVX_HdwSignalGroup group;
+    ASSERT_NO_FATAL_FAILURE(rig.StartPair(115200, &group));
     const auto bytes = Pattern(60000, 11);
     ASSERT_EQ(rig.Uarts[0].Out->Write(const_cast<uint8_t*>(bytes.data()), unsigned(bytes.size()), 0), 0u);
     ASSERT_TRUE(rig.ReadUntil({1}, 2000, 20000));
@@ -331,6 +400,22 @@ TEST(SorrelUnit, WithReconnectALostUnitComesBackAndItsPairCarriesTheRestInOrder)
     EXPECT_GT(lost, 0u);
     EXPECT_LE(gap, lost + kGatherSlack);
     EXPECT_EQ(rig.Sim.GetCounters().UartFramingErrors[1], 0u);
+
+    // Both open ports were told, in order: lost (outage 1, what it cost), then back (return 1).
+    for (unsigned n : {0u, 1u}) {
+        std::vector<std::tuple<unsigned, uint32_t>> link;
+        uint32_t lostAux = 0;
+        for (const CKVX_HdwSignalService::CSignal& s : rig.TakeSignals(n))
+            if (s.Kind == HDW_SIGNAL_UNIT_LOST || s.Kind == HDW_SIGNAL_UNIT_BACK) {
+                link.emplace_back(s.Kind, s.Value);
+                if (s.Kind == HDW_SIGNAL_UNIT_LOST)
+                    lostAux = s.Aux;
+            }
+        EXPECT_EQ(
+            link, (std::vector<std::tuple<unsigned, uint32_t>>{{HDW_SIGNAL_UNIT_LOST, 1u}, {HDW_SIGNAL_UNIT_BACK, 1u}}))
+            << "UART " << n;
+        EXPECT_EQ(lostAux, lost) << "UART " << n;
+    }
 }
 
 } // namespace
