@@ -2,13 +2,15 @@
 // (0-1, 2-3, 4-5), for the given number of seconds (default 10), through
 // the whole library over UDP on 127.0.0.1.
 //
-//     load_sorrel_uarts [seconds]
+//     load_sorrel_uarts [--signals] [seconds]
 //
 // The emulated unit runs in a child process (forked before any thread
 // starts), paced at the real line rate, so that the CPU time of this process
 // is the library's plus this small application's: it keeps each output
 // topped up, reads every input each millisecond and checks every byte
-// against the stream the wired UART sent.
+// against the stream the wired UART sent. With --signals it sleeps instead
+// on one signal group of the six ports' signal services, which the tick
+// makes readable when bytes came in or the unit took bytes.
 //
 // Reported: bytes sent and received per UART, bytes lost or out of order
 // (must be 0), the unit's receive-buffer drops and framing errors, CPU time
@@ -24,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -79,6 +82,11 @@ uint8_t StreamByte(unsigned u, uint64_t n)
 
 int main(int argc, char** argv)
 {
+    const bool signals = argc > 1 && std::string(argv[1]) == "--signals";
+    if (signals) {
+        --argc;
+        ++argv;
+    }
     const double seconds = argc > 1 ? std::atof(argv[1]) : 10.0;
     int portPipe[2], countPipe[2];
     if (pipe(portPipe) != 0 || pipe(countPipe) != 0)
@@ -101,8 +109,20 @@ int main(int argc, char** argv)
     }
     CKVX_HdwByteInBufferService* in[kUarts];
     CKVX_HdwByteOutBufferService* out[kUarts];
+    CKVX_HdwSignalService* wake[kUarts] = {};
+    CKVX_HdwSignalGroup group;
     for (unsigned u = 0; u < kUarts; ++u) {
         CKVX_HdwPort* p = manager.GetPort(HDW_PORT_UART, u);
+        if (signals) {
+            CKVX_HdwService* s = nullptr;
+            p->EnableService(HDW_SERVICE_SIGNAL, &s, nullptr);
+            wake[u] = static_cast<CKVX_HdwSignalService*>(s);
+            if (!wake[u] || wake[u]->JoinGroup(&group) != 0) {
+                std::fprintf(stderr, "UART %u takes no signal service\n", u);
+                kill(child, SIGTERM);
+                return 1;
+            }
+        }
         CKVX_HdwByteInBufferService::CParameters inParams;
         inParams.BufferSize = 1u << 20;
         CKVX_HdwService* s = nullptr;
@@ -148,7 +168,21 @@ int main(int argc, char** argv)
                 sent[u] += n;
         }
         drain();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (!signals) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            continue;
+        }
+        pollfd pf{group.GetFileDescriptor(), POLLIN, 0};
+        poll(&pf, 1, 100);
+        // The signals only wake the loop (the group stays readable until
+        // all are read); the buffers say what came.
+        CKVX_HdwSignalService::CSignal taken[64];
+        for (CKVX_HdwSignalService* w : wake) {
+            unsigned n = 0;
+            do
+                w->ReadSignals(taken, 64, n);
+            while (n == 64);
+        }
     }
     // What was handed over drains at the line rate; wait for it.
     const auto settle = std::chrono::steady_clock::now() + std::chrono::seconds(5);
