@@ -170,7 +170,7 @@ int RunMonitor(const std::vector<std::string>& args)
         return c.get();
     };
     // Arrivals on the watched channels wake the loop through one descriptor;
-    // a channel that cannot (UART bytes) makes the loop poll every 1 ms.
+    // a channel that cannot (a PC serial port) makes the loop poll every 1 ms.
     CKVX_HdwSignalGroup wake;
     bool wakeOnArrival = wake.GetFileDescriptor() >= 0;
     std::vector<Channel*> watched;
