@@ -66,7 +66,7 @@ public:
     {
         auto* frames = hdw::units::ServiceOn<CKVX_HdwKvxCanOutBufferService>(m_Port, HDW_SERVICE_CAN_OUT_BUFFER);
         const uint64_t used = m_Stream.GetFramesInFlight() + (frames ? frames->GetInFlightCount() : 0);
-        return used >= KvxCanTxFifoFrames ? 0u : unsigned(KvxCanTxFifoFrames - used);
+        return TopUpRoom(used, KvxCanTxFifoFrames, true);
     }
     unsigned Fit(unsigned room, unsigned freeBytes)
     {

@@ -18,8 +18,7 @@ namespace {
 
 uint64_t NowMs()
 {
-    return uint64_t(
-        std::chrono::duration_cast<std::chrono::milliseconds>(sorrel::Clock::now().time_since_epoch()).count());
+    return sorrel::NowUs() / 1000;
 }
 
 template <class F>

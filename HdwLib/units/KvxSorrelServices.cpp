@@ -1,5 +1,5 @@
-#include <HdwLib/bus/internal/ByteInput.h>
 #include <HdwLib/bus/HdwSignalService.h>
+#include <HdwLib/bus/internal/ByteInput.h>
 #include <HdwLib/bus/internal/ByteOutput.h>
 #include <HdwLib/links/HdwHoe.h>
 #include <HdwLib/units/KvxSorrelServices.h>
