@@ -270,8 +270,8 @@ TEST(ToolHelp, EveryExampleRunsAsPrintedAndTheDemoLosesNothingOnAPtyAndOverUdp)
     std::filesystem::remove_all(dir);
 }
 
-// Bytes sent on a UART come out of the one wired to it. The Halden's UART wakes the tool through its
-// signal service; the Sorrel's takes none and is polled, and monitor ends with its counters.
+// Bytes sent on a UART come out of the one wired to it. Both units' UARTs wake the tool through their signal
+// services; on the Sorrel, monitor ends with the unit's counters.
 TEST(ToolUart, MonitorSeesBytesOfTheWiredPortOnASorrelAndAHalden)
 {
     struct Row {
