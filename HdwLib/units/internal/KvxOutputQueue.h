@@ -38,7 +38,7 @@ unsigned PushQueued(
     CKVX_HdwKvxUnitInstance* inst = unit ? unit->GetUnitInstance(device) : nullptr;
     if (!inst || !TakesPushes(inst))
         return 0;
-    const unsigned room = out.Room(inst->GetQueuedPayload() > 0);
+    const unsigned room = out.Room(!inst->CommandList.IsEmpty());
     if (room == 0)
         return 0;
     const unsigned n = out.Fit(room, FreePayload(unit, inst));
