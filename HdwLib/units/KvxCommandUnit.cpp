@@ -215,6 +215,17 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessReception(unsigned instance)
     CKVX_HdwKvxUnitInstance* inst = GetUnitInstance(instance);
     if (!inst)
         return HDW_ERR_LINK;
+    // The device lock is held for the whole reception, so the routes that
+    // its first frame builds serve every frame after it.
+    m_RoutesKept = true;
+    const unsigned rc = ReadAndReceive(instance, inst);
+    m_RoutesKept = false;
+    inst->Routes.Clear();
+    return rc;
+}
+
+unsigned CKVX_HdwKvxCommandUnit::ReadAndReceive(unsigned instance, CKVX_HdwKvxUnitInstance* inst)
+{
     // Every event of this reception was sent by the unit before now: the
     // pair (its latest time, now) bounds the link's delay from above.
     inst->ReceptionHostUs = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
@@ -250,7 +261,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
         return HDW_ERR_LINK;
     // The caller holds the device lock: the port list stays as it is for
     // the whole pass, and each event finds its port in the routes.
-    inst->Routes.Build(inst->GetDeviceInstanceBase().GetPortList());
+    if (!inst->Routes.IsValid())
+        inst->Routes.Build(inst->GetDeviceInstanceBase().GetPortList());
     m_PassIndex = instance;
     m_PassInstance = inst;
     unsigned rc = 0;
@@ -274,7 +286,8 @@ unsigned CKVX_HdwKvxCommandUnit::ProcessEventPayload(unsigned instance)
     }
     if (timed)
         inst->Clock.AddPair(inst->Clock.GetLatest(), inst->ReceptionHostUs);
-    inst->Routes.Clear();
+    if (!m_RoutesKept)
+        inst->Routes.Clear();
     m_PassIndex = ~0u;
     m_PassInstance = nullptr;
     return rc;

@@ -527,6 +527,8 @@ protected:
     // its CRC: 0, or 14 on an overflow or a failed event handler; then the
     // bytes after the failed frame wait in the instance's unread input.
     unsigned ReceiveBytes(unsigned instance, CKVX_HdwKvxUnitInstance* inst, const uint8_t* data, unsigned count);
+    // ProcessReception's reads and frames, the routes table left to it.
+    unsigned ReadAndReceive(unsigned instance, CKVX_HdwKvxUnitInstance* inst);
     // Reads what waits on the serial link into the receive machine and calls
     // onFrame(crc ok) for each complete frame; a result >= 0 of it ends the
     // reading with that value. 22 when the bytes ran out, 14 on a link failure.
@@ -555,4 +557,6 @@ protected:
     // Set for the length of one ProcessEventPayload pass (device lock held).
     unsigned m_PassIndex = ~0u;
     CKVX_HdwKvxUnitInstance* m_PassInstance = nullptr;
+    // Set during ProcessReception: its frames share one routes table.
+    bool m_RoutesKept = false;
 };

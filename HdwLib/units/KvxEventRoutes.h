@@ -4,8 +4,8 @@
 // A unit's frame carries dozens of events, and the port list is the same for
 // all of them (it changes only under the device lock, which the receive pass
 // holds). The driver fills this table from the list when it starts handing
-// out a frame's events, looks each event's port up in it, and clears it at
-// the end of the pass. A pair that several ports share, a channel beyond the
+// out the events of a reception's first frame, looks each event's port up in
+// it, and clears it at the end of the reception. A pair that several ports share, a channel beyond the
 // table or a pass without a table goes the long way, through
 // ProcessEventHandlers, so the result is always the one the list walk gives.
 //
@@ -44,6 +44,7 @@ public:
     }
 
     void Clear() { m_Valid = false; }
+    bool IsValid() const { return m_Valid; }
 
     // True when the table answers for the pair: `port` is then its one port,
     // or null when no port takes it. False: walk the list.

@@ -44,7 +44,11 @@ inline void CopyRecordBytes(uint8_t* dst, const uint8_t* src, unsigned n)
 }
 } // namespace
 
-CKVX_HdwKvxUnitEngine::CKVX_HdwKvxUnitEngine() : RawBuffer(EventBufferSize + 16), EventBuffer(EventBufferSize) {}
+CKVX_HdwKvxUnitEngine::CKVX_HdwKvxUnitEngine() : RawBuffer(EventBufferSize + 16), EventBuffer(EventBufferSize)
+{
+    // A full frame of the busiest unit holds a few hundred records.
+    EventPosList.Items().reserve(1024);
+}
 
 CKVX_HdwKvxUnitEngine::~CKVX_HdwKvxUnitEngine() = default;
 

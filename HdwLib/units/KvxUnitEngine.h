@@ -27,6 +27,7 @@
 
 #include <HdwLib/core/KvxList.h>
 #include <HdwLib/core/KvxObject.h>
+#include <HdwLib/core/KvxVector.h>
 
 #include <cstdint>
 #include <vector>
@@ -104,9 +105,11 @@ public:
     public:
         using CKVX_List<CEchoWaiting>::CKVX_List;
     };
-    class HDWLIB_EXPORT CEventPosList : public CKVX_List<uint32_t> {
+    // Contiguous: a position is appended per record, dozens per frame, and
+    // the list is emptied at each frame start without giving its room back.
+    class HDWLIB_EXPORT CEventPosList : public CKVX_Vector<uint32_t> {
     public:
-        using CKVX_List<uint32_t>::CKVX_List;
+        using CKVX_Vector<uint32_t>::CKVX_Vector;
     };
     class HDWLIB_EXPORT CByteList : public CKVX_List<uint8_t> {
     public:

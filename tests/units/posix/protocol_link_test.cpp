@@ -152,6 +152,34 @@ TEST_F(UnitLink, BytesAfterAFailedFrameInTheSameReadAreNotLost)
     EXPECT_EQ(inst()->FailedFrames, 1u);
 }
 
+// The frames of one reception share one routes table; the next reception builds its own, so a port that replaced
+// another between ticks (the list as long as before) takes its channel's events and the one that left hears nothing.
+TEST_F(UnitLink, EachReceptionRoutesEventsToThePortsOpenAtItsStart)
+{
+    auto rx1 = std::make_unique<RecordingPort>(&dev, 0, "1", HDW_PORT_ARINC429_RX);
+    dev.AttachPortToHdwTimer(0, rx1.get());
+    auto words = [](const RecordingPort& p) {
+        Words out;
+        for (const SeenEvent& e : p.seen)
+            out.push_back(e.As<Base::CArinc429RxEvent>().Message.Data);
+        return out;
+    };
+    auto onChannel1 = [](uint32_t data) { return UnitFrame({A429RxRecord(1, data << 10)}); };
+
+    ASSERT_EQ(Deliver(Concat({WordFrame(1), onChannel1(2),
+                  UnitFrame({A429RxRecord(0, 3u << 10), A429RxRecord(1, 4u << 10)}), WordFrame(5)})),
+        0u);
+    EXPECT_EQ(std::tuple(Received(), words(*rx1)), std::tuple(Words{1, 3, 5}, Words{2, 4}));
+
+    dev.DetachPortFromHdwTimer(0, rx1.get());
+    auto replacement = std::make_unique<RecordingPort>(&dev, 0, "1", HDW_PORT_ARINC429_RX);
+    dev.AttachPortToHdwTimer(0, replacement.get());
+    ASSERT_EQ(Deliver(Concat({onChannel1(6), WordFrame(7)})), 0u);
+    EXPECT_EQ(
+        std::tuple(Received(), words(*rx1), words(*replacement)), std::tuple(Words{1, 3, 5, 7}, Words{2, 4}, Words{6}));
+    dev.DetachPortFromHdwTimer(0, replacement.get());
+}
+
 TEST_F(UnitLink, DamagedFramesAreDroppedAndTheNextOnesServed)
 {
     const auto unknown = [](unsigned type) {
