@@ -8,28 +8,6 @@ void CKVX_HdwKvxUnitClock::Reset()
     *this = CKVX_HdwKvxUnitClock();
 }
 
-uint64_t CKVX_HdwKvxUnitClock::Unwrap(uint32_t stamp, uint64_t hostUs)
-{
-    if (!m_Started) {
-        m_Started = true;
-        m_Latest = stamp;
-        m_LatestHost = hostUs;
-        return stamp;
-    }
-    const uint64_t elapsed = hostUs > m_LatestHost ? hostUs - m_LatestHost : 0;
-    const uint64_t expected = m_Latest + elapsed;
-    uint64_t candidate = (expected & ~(WrapUs - 1)) | stamp;
-    if (candidate + WrapUs / 2 < expected)
-        candidate += WrapUs;
-    else if (candidate > expected + WrapUs / 2 && candidate >= WrapUs)
-        candidate -= WrapUs;
-    if (candidate > m_Latest) {
-        m_Latest = candidate;
-        m_LatestHost = hostUs;
-    }
-    return candidate;
-}
-
 uint64_t CKVX_HdwKvxUnitClock::UnwrapPast(uint32_t stamp) const
 {
     const uint64_t limit = m_Latest + BucketUs;

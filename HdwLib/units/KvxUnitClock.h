@@ -37,8 +37,29 @@ public:
     void Reset();
 
     // The 64-bit time of a stamp taken from the link at host time `hostUs`
-    // (monotonic microseconds); advances the latest time.
-    uint64_t Unwrap(uint32_t stamp, uint64_t hostUs);
+    // (monotonic microseconds); advances the latest time. Inline: every
+    // record of every frame passes here.
+    uint64_t Unwrap(uint32_t stamp, uint64_t hostUs)
+    {
+        if (!m_Started) {
+            m_Started = true;
+            m_Latest = stamp;
+            m_LatestHost = hostUs;
+            return stamp;
+        }
+        const uint64_t elapsed = hostUs > m_LatestHost ? hostUs - m_LatestHost : 0;
+        const uint64_t expected = m_Latest + elapsed;
+        uint64_t candidate = (expected & ~(WrapUs - 1)) | stamp;
+        if (candidate + WrapUs / 2 < expected)
+            candidate += WrapUs;
+        else if (candidate > expected + WrapUs / 2 && candidate >= WrapUs)
+            candidate -= WrapUs;
+        if (candidate > m_Latest) {
+            m_Latest = candidate;
+            m_LatestHost = hostUs;
+        }
+        return candidate;
+    }
     // The 64-bit time of a stamp seen earlier (a buffered message): the
     // latest value with these low 32 bits not after the latest time (plus
     // one second of slack). Exact for stamps less than 71 minutes old.
