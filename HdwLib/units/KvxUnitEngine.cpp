@@ -101,7 +101,9 @@ unsigned CKVX_HdwKvxUnitEngine::AttachCommand(uint8_t code, const uint8_t* param
 {
     if (paramCount > MaxRecordLength - 4)
         return HDW_ERR_ARGUMENT;
-    CCommand cmd;
+    // Built in place at the list's end: one command per word or frame sent,
+    // so no temporary is built, moved and destroyed.
+    CCommand& cmd = CommandList.Items().emplace_back();
     cmd.Code = code;
     cmd.Number = GetLastCommandNum();
     cmd.EchoExpected = 1;
@@ -116,7 +118,6 @@ unsigned CKVX_HdwKvxUnitEngine::AttachCommand(uint8_t code, const uint8_t* param
     cmd.Bytes[2] = uint8_t(cmd.Number & 0xFF);
     cmd.Bytes[3] = uint8_t(cmd.Number >> 8);
     CopyRecordBytes(cmd.Bytes.data() + 4, params, paramCount);
-    CommandList += std::move(cmd);
     return 0;
 }
 
@@ -169,7 +170,7 @@ const std::vector<uint8_t>* CKVX_HdwKvxUnitEngine::BuildFrame(unsigned payloadLi
             break;
         std::memcpy(frame.data() + pos, c.Bytes.data(), c.Length);
         pos += c.Length;
-        EchoList += CEchoWaiting(c.Number, nowMs);
+        EchoList.Items().emplace_back(c.Number, nowMs);
     }
     const uint16_t crc = Crc16(frame.data(), payload + 3);
     frame[payload + 3] = uint8_t(crc & 0xFF);
