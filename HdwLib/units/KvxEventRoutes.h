@@ -1,13 +1,14 @@
 #pragma once
 // Which open port of a unit takes the events of each (port type, channel).
 //
-// A unit's frame carries dozens of events, and the port list is the same for
-// all of them (it changes only under the device lock, which the receive pass
+// A reception carries dozens of events, and the port list is the same for
+// all of them (it changes only under the device lock, which the reception
 // holds). The driver fills this table from the list when it starts handing
 // out the events of a reception's first frame, looks each event's port up in
-// it, and clears it at the end of the reception. A pair that several ports share, a channel beyond the
-// table or a pass without a table goes the long way, through
-// ProcessEventHandlers, so the result is always the one the list walk gives.
+// it, and clears it at the end of the reception. A pair that several ports
+// share, a channel beyond the table or a pass without a table goes the long
+// way, through ProcessEventHandlers, so the result is always the one the list
+// walk gives.
 //
 // Events name their channel in decimal ("0" ... "15"); a port whose channel
 // id is any other text can take no event of these channels and is left out.
