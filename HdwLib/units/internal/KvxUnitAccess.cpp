@@ -46,12 +46,10 @@ unsigned FinishOpen(CKVX_HdwPort& port, unsigned openResult, unsigned timeoutMs)
 void PostLinkSignal(CKVX_HdwDevice::CDeviceInstance& inst, unsigned kind, uint32_t value, uint32_t aux, uint64_t nowMs)
 {
     for (CKVX_HdwPort* port : inst.GetPortList())
-        for (CKVX_HdwService* service : port->GetServiceList())
-            if (service->GetServiceType() == HDW_SERVICE_SIGNAL) {
-                auto* signals = static_cast<CKVX_HdwSignalService*>(service);
-                signals->PostValue(kind, value, aux, nowMs);
-                signals->PublishReadiness();
-            }
+        if (CKVX_HdwSignalService* signals = CKVX_HdwSignalService::FindOn(port)) {
+            signals->PostValue(kind, value, aux, nowMs);
+            signals->PublishReadiness();
+        }
 }
 
 } // namespace hdw::units
