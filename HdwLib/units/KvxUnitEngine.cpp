@@ -347,6 +347,15 @@ CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::FeedBytes(
 {
     unsigned i = 0;
     while (i < count) {
+        // A start byte where the machine hunts with nothing kept: most reads
+        // hold several whole frames. (After stray bytes the start byte lands
+        // in the wrong slot and spoils the CRC: that goes byte by byte.)
+        if (RxState == ERxState::Hunting && RawIndex == 0 && data[i] == FrameStart) {
+            if (const unsigned n = TakeWholeFrame(data + i, count - i, frameOk)) {
+                used = i + n;
+                return EFeed::Frame;
+            }
+        }
         // A whole record (length byte and body) in the block, with room for
         // it in both buffers: take it in one step. The state afterwards is
         // the one the byte-by-byte steps leave.
@@ -397,6 +406,44 @@ CKVX_HdwKvxUnitEngine::EFeed CKVX_HdwKvxUnitEngine::FeedBytes(
     }
     used = i;
     return EFeed::NeedMore;
+}
+
+unsigned CKVX_HdwKvxUnitEngine::TakeWholeFrame(const uint8_t* data, unsigned count, bool& frameOk)
+{
+    constexpr unsigned kHeader = 5; // start byte, length field, event count
+    if (count < kHeader)
+        return 0;
+    const unsigned events = data[3] | unsigned(data[4] & 0x0F) << 8;
+    if (events == 0)
+        return 0;
+    // Walk the records by their lengths, as the machine does: the length
+    // field is not trusted. Positions are relative to the event buffer.
+    EventPosList.DeleteAll();
+    unsigned end = kHeader;
+    for (unsigned k = 0; k < events; ++k) {
+        if (end >= count || data[end] == 0)
+            return 0;
+        EventPosList += uint32_t(end - kHeader);
+        end += data[end] + 1u;
+    }
+    const unsigned payload = end - kHeader;
+    if (end + 2 > count || payload > EventBufferSize || end + 2 > RawBuffer.size())
+        return 0;
+    // The buffer is all zero at each frame start: the payload overwrites the
+    // head of what the last frame wrote, the rest is cleared.
+    std::memcpy(EventBuffer.data(), data + kHeader, payload);
+    const size_t lastUsed = std::min<size_t>(EventBufferUsed + 1, EventBufferSize);
+    if (lastUsed > payload)
+        std::memset(EventBuffer.data() + payload, 0, lastUsed - payload);
+    EventBufferUsed = payload - 1;
+    // Nothing reads the raw buffer past RawIndex, which ends at 0: the CRC
+    // is taken where the bytes lie.
+    const unsigned received = data[end] | unsigned(data[end + 1]) << 8;
+    frameOk = Crc16(data, end) == received;
+    if (!frameOk)
+        ++CrcErrors;
+    ResetRxFields();
+    return end + 2;
 }
 
 void CKVX_HdwKvxUnitEngine::KeepUnread(const uint8_t* data, unsigned count)

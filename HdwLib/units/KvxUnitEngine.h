@@ -220,6 +220,10 @@ private:
     // One byte through the machine: FeedByte's work, defined inline next to
     // FeedBytes so that the block feed runs it without a call.
     EFeed RxStep(uint8_t byte, bool& frameOk);
+    // A frame that lies whole at the start of `data`, taken in one pass with
+    // the end state the byte steps would leave; returns the bytes it took, or
+    // 0 when the frame is cut short or malformed (the byte steps take it then).
+    unsigned TakeWholeFrame(const uint8_t* data, unsigned count, bool& frameOk);
     // The record blocks of sent commands, reused by the next ones: a busy
     // output attaches thousands of commands a second.
     std::vector<std::vector<uint8_t>> m_SpareBlocks;
