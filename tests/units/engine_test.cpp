@@ -2,6 +2,7 @@
 // clock's 32-bit stamps unwrapped and mapped onto the host's clock, every pair made up here.
 
 #include <HdwLib/core/KvxCrc.h>
+#include <HdwLib/core/internal/Crc16Tables.h>
 #include <HdwLib/units/KvxUnitClock.h>
 #include <HdwLib/units/KvxUnitEngine.h>
 
@@ -34,9 +35,10 @@ TEST(UnitEngineCrc, CheckValueAndEveryWalkAgreeWithTheBitwiseCrc)
     Bytes data(6000);
     for (auto& b : data)
         b = uint8_t(rng());
-    // Lengths on each side of the eight-byte steps, then random ones at odd offsets.
+    // Lengths on each side of the eight-byte steps and of the 16-byte folds
+    // (from 32 bytes, where the processor can), then random ones at odd offsets.
     std::vector<std::pair<unsigned, unsigned>> runs; // offset, length
-    for (unsigned n : {1u, 7u, 8u, 9u, 15u, 16u, 17u, 63u, 64u, 65u, 4005u})
+    for (unsigned n : {1u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 48u, 63u, 64u, 65u, 4005u})
         runs.emplace_back(0, n);
     for (int k = 0; k < 40; ++k)
         runs.emplace_back(rng() % 16, rng() % 5000);
@@ -49,7 +51,8 @@ TEST(UnitEngineCrc, CheckValueAndEveryWalkAgreeWithTheBitwiseCrc)
             byteWise = uint16_t(Engine::Crc16Table()[(byteWise >> 8) ^ p[i]] ^ (byteWise << 8));
         unsigned short fromCore = 0;
         core.Compute(p, length, fromCore);
-        EXPECT_EQ(Engine::Crc16(p, length), want) << "sliced, " << length << " bytes at " << offset;
+        EXPECT_EQ(Engine::Crc16(p, length), want) << "folded or sliced, " << length << " bytes at " << offset;
+        EXPECT_EQ(hdw::crc::Crc16UpdateSliced(0xFFFF, p, length), want) << "sliced, " << length << " bytes";
         EXPECT_EQ(byteWise, want) << "table walk, " << length << " bytes";
         EXPECT_EQ(fromCore, want) << "CKVX_Crc, " << length << " bytes";
     }

@@ -1,7 +1,7 @@
 #pragma once
 // The library's one CRC-16 table set: polynomial 0x1021, most significant bit
 // first, built at compile time. CKVX_Crc walks Slice[0] byte by byte; the unit
-// protocol checks whole frames eight bytes per step (Crc16Update).
+// protocol checks whole frames with Crc16Update, folded or eight bytes a step.
 
 #include <cstddef>
 #include <cstdint>
@@ -34,7 +34,7 @@ inline constexpr const uint16_t* kTable1021 = kCrc16Tables1021.Slice[0];
 // Continues `crc` over `count` bytes. A byte-wise walk is one dependent table
 // load per byte; the sliced loop does eight independent ones per eight bytes.
 // The tail goes byte-wise.
-inline uint16_t Crc16Update(uint16_t crc, const uint8_t* bytes, size_t count)
+inline uint16_t Crc16UpdateSliced(uint16_t crc, const uint8_t* bytes, size_t count)
 {
     const auto& t = kCrc16Tables1021.Slice;
     unsigned c = crc;
@@ -47,6 +47,23 @@ inline uint16_t Crc16Update(uint16_t crc, const uint8_t* bytes, size_t count)
     for (; i < count; ++i)
         c = (t[0][((c >> 8) ^ bytes[i]) & 0xFF] ^ (c << 8)) & 0xFFFF;
     return uint16_t(c);
+}
+
+// Shortest run worth folding: below it the sliced loop is as quick.
+inline constexpr size_t kFoldMinimum = 32;
+
+// Continues `crc` over `count` (kFoldMinimum or more) bytes by folding 16
+// bytes per step with carry-less multiplication, where the processor has it;
+// false (crc untouched) where it has not. Crc16Fold.cpp.
+bool Crc16UpdateFolded(uint16_t& crc, const uint8_t* bytes, size_t count);
+
+// Continues `crc` over `count` bytes, folded when the run is long enough and
+// the processor can, sliced otherwise.
+inline uint16_t Crc16Update(uint16_t crc, const uint8_t* bytes, size_t count)
+{
+    if (count >= kFoldMinimum && Crc16UpdateFolded(crc, bytes, count))
+        return crc;
+    return Crc16UpdateSliced(crc, bytes, count);
 }
 
 } // namespace hdw::crc
