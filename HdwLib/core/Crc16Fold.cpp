@@ -44,11 +44,16 @@ namespace {
 
 #define HDW_CRC_FOLD_TARGET __attribute__((target("pclmul,ssse3")))
 
-// 16 bytes as a polynomial, the first byte highest.
+// Swaps the 16 bytes end for end: between memory order and the polynomial
+// with the first byte highest, either way.
+HDW_CRC_FOLD_TARGET inline __m128i Reverse(__m128i v)
+{
+    return _mm_shuffle_epi8(v, _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
+}
+
 HDW_CRC_FOLD_TARGET inline __m128i Load(const uint8_t* at)
 {
-    const __m128i reverse = _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-    return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at)), reverse);
+    return Reverse(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at)));
 }
 
 HDW_CRC_FOLD_TARGET uint16_t Fold(uint16_t crc, const uint8_t* bytes, size_t count)
@@ -63,9 +68,8 @@ HDW_CRC_FOLD_TARGET uint16_t Fold(uint16_t crc, const uint8_t* bytes, size_t cou
         a = _mm_xor_si128(_mm_xor_si128(high, low), Load(bytes + at));
     }
     // Back to bytes, first byte highest, for the table.
-    const __m128i reverse = _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     uint8_t last[16];
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(last), _mm_shuffle_epi8(a, reverse));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(last), Reverse(a));
     const uint16_t c = Crc16UpdateSliced(0, last, sizeof last);
     return Crc16UpdateSliced(c, bytes + at, count - at);
 }
