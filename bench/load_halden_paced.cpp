@@ -52,6 +52,7 @@
 #include <unistd.h>
 
 #include "CpuTime.h"
+#include "EmptyTick.h"
 
 #ifndef HDWSIM_PROGRAM
 #define HDWSIM_PROGRAM "hdwsim"
@@ -437,6 +438,8 @@ int main(int argc, char** argv)
     const CKVX_HdwKvxUnitInstance::CLossCounters unitLoss = device->GetUnitInstance(0)->GetLossCounters();
     manager.Stop();
     auto counters = sim.Stop();
+    // The host's price of the tick alone, in the same minute as the run.
+    const double emptyTick = bench::EmptyTickPercent(tickMs, 3);
 
     const uint64_t aSent = Sum(counters["a429-received"]);
     const uint64_t cSent = Sum(counters["can-received"]);
@@ -468,6 +471,10 @@ int main(int argc, char** argv)
                 "library threads %.2f %%\n",
         100.0 * cpu / elapsed, 100.0 * app / elapsed, 100.0 * (cpu - app) / elapsed);
     std::printf("application wake-ups: %.0f per second\n", double(wakeUps) / elapsed);
+    if (emptyTick >= 0)
+        std::printf("host: an empty tick costs %.2f %% of one core (3 s after the run); the library's threads "
+                    "spent %.2f %% more\n",
+            emptyTick, 100.0 * (cpu - app) / elapsed - emptyTick);
     const auto report = [](const char* what, const CDelayHistogram& d) {
         std::printf("event to Read, %s (%llu): p50 %.2f ms, p90 %.2f ms, p99 %.2f ms, p99.9 %.2f ms, max %.2f ms\n",
             what, (unsigned long long)d.Count(), d.Percentile(0.5), d.Percentile(0.9), d.Percentile(0.99),
