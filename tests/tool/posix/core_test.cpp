@@ -286,7 +286,9 @@ TEST(ToolMasterValues, I2cAndSpiTransferSyntax)
     std::string error, spiError, i2cError;
     EXPECT_FALSE(hdwtool::ParseI2cValue("write=hex:01", noAddress, error));
     EXPECT_FALSE(error.empty());
-    EXPECT_TRUE(hdwtool::ParseSpiValue("out=hex:01,cs=1,keep=1", s, spiError)) << spiError;
+    ASSERT_TRUE(hdwtool::ParseSpiValue("out=hex:01.02,cs=1,keep=1", s, spiError)) << spiError;
+    EXPECT_EQ(
+        std::tuple(s.Out.Items(), int(s.ChipSelect), s.KeepSelected), std::tuple(std::vector<uint8_t>{1, 2}, 1, true));
     ASSERT_TRUE(hdwtool::ParseI2cValue("addr=0x250,tenbit=1,write=hex:07.08,reg=6,read=3", t, i2cError)) << i2cError;
     EXPECT_EQ(t.Address, 0x250u);
     EXPECT_TRUE(t.TenBit);
