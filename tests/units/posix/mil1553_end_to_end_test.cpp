@@ -166,10 +166,14 @@ TEST_F(Mil1553, MajorFrameChangesWhileRunningAndStops)
     EXPECT_EQ(got[firstOfNext].Subaddress, 2);
     EXPECT_EQ(got[firstOfNext].WordCount, 3);
     EXPECT_EQ(got[firstOfNext - 1].WordCount, 2); // the old frame's minor frame ended
-    // The rest that the stop left, then nothing: a run again starts afresh.
-    ReadTransfers(bc, 1000, 200);
+    // The stop's event comes after the transfers before it: they are all in, no wait needed. A run again starts afresh,
+    // at minor frame 0 of the frame last switched to (the first one again).
+    ReadTransfers(bc, 1000, 0);
     ASSERT_EQ(bc->RunBc(), 0u);
-    EXPECT_GE(ReadTransfers(bc, 4).size(), 4u);
+    const std::vector<Msg> rerun = ReadTransfers(bc, 4);
+    ASSERT_GE(rerun.size(), 4u);
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(std::tuple(rerun[i].Subaddress, rerun[i].WordCount), std::tuple(1, i % 2 == 0 ? 1 : 2)) << i;
     ASSERT_EQ(bc->StopBc(), 0u);
     EXPECT_TRUE(WaitUntil([&] { return !bc->IsRunning(); }));
 }
