@@ -208,7 +208,7 @@ unsigned Probe(const char* played, const char* driver, int attempts, hdwsim::Cou
         std::unique_ptr<CKVX_HdwDevice> probe(UnitNamed(driver).Make());
         EXPECT_TRUE(WithCommandDevice(probe.get(), [&](auto& d) { rc = d.CheckUartLink(rig.Sim.PtyPath()); }));
         if (counters) {
-            WaitUntil([&] { return rig.Sim.GetCounters().CommandsReceived >= 2; }, 2000);
+            WaitUntil([&] { return rig.Sim.GetCounters().CommandsReceived >= 2; });
             *counters = rig.Sim.GetCounters();
         }
     }
