@@ -60,25 +60,29 @@ TEST(LockRules, WordsFramesAndFaultStatusAppendedByTheDriverAreReadInOrder)
     std::vector<CKVX_HdwArinc429Message> words(256);
     std::vector<CKVX_HdwCanMessage> got(128);
     unsigned expectedWord = 0, expectedFrame = 0;
-    while ((expectedWord < kWords || expectedFrame < kWords) && std::chrono::steady_clock::now() < end) {
-        unsigned n = 0, m = 0;
-        ASSERT_EQ(in->Read(words.data(), 256, n), 0u);
-        for (unsigned k = 0; k < n; ++k) {
-            ASSERT_EQ(words[k].Data, expectedWord);
-            ASSERT_EQ(words[k].TimeStamp, expectedWord);
-            expectedWord += 2; // the odd labels were filtered
+    // A failed ASSERT leaves this lambda only, so the threads are still joined.
+    const auto readInOrder = [&] {
+        while ((expectedWord < kWords || expectedFrame < kWords) && std::chrono::steady_clock::now() < end) {
+            unsigned n = 0, m = 0;
+            ASSERT_EQ(in->Read(words.data(), 256, n), 0u);
+            for (unsigned k = 0; k < n; ++k) {
+                ASSERT_EQ(words[k].Data, expectedWord);
+                ASSERT_EQ(words[k].TimeStamp, expectedWord);
+                expectedWord += 2; // the odd labels were filtered
+            }
+            ASSERT_EQ(frames->Read(got.data(), 128, m), 0u);
+            for (unsigned k = 0; k < m; ++k, ++expectedFrame) {
+                ASSERT_EQ(got[k].Identifier, expectedFrame);
+                ASSERT_EQ(got[k].TimeStamp, expectedFrame);
+            }
+            CKVX_HdwCanPort::CFaultStatus f;
+            ASSERT_EQ(frames->GetFaultStatus(&f), 0u);
+            EXPECT_LE(f.Status, 3u);
+            if (n + m == 0)
+                std::this_thread::yield();
         }
-        ASSERT_EQ(frames->Read(got.data(), 128, m), 0u);
-        for (unsigned k = 0; k < m; ++k, ++expectedFrame) {
-            ASSERT_EQ(got[k].Identifier, expectedFrame);
-            ASSERT_EQ(got[k].TimeStamp, expectedFrame);
-        }
-        CKVX_HdwCanPort::CFaultStatus f;
-        ASSERT_EQ(frames->GetFaultStatus(&f), 0u);
-        EXPECT_LE(f.Status, 3u);
-        if (n + m == 0)
-            std::this_thread::yield();
-    }
+    };
+    readInOrder();
     driver.join();
     signalReader.join();
     EXPECT_EQ(expectedWord, kWords);
