@@ -95,6 +95,8 @@ const char* CKVX_HdwObject::GetResultText(unsigned code)
     case 26: return "a service of that type is already enabled";
     case 29: return "service not running";
     case 32: return "out of resources";
+    case 33: return "I2C address or data byte not acknowledged";
+    case 34: return "I2C bus fault (clock held, data line stuck or arbitration lost)";
     default: return "unknown result code";
     }
 }
