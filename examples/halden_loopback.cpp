@@ -106,7 +106,9 @@ int main(int argc, char** argv)
         CKVX_HdwArinc429RxPort::CParameters rp; // 12.5 kbit/s unless changed
         rp.BaudRate = rp.HighSpeed;
         CKVX_HdwArinc429TxPort::CParameters tp;
-        tp.BaudRate = 100000;
+        tp.BaudRate = tp.HighSpeed;
+        // The default gap between words (319 µs) is that of 12.5 kbit/s.
+        tp.WordIntergap = CKVX_HdwArinc429TxPort::CalcWordIntergap(tp.BaudRate, 4);
         if (Failed("open an ARINC 429 receiver", rxPort->Open(&rp)) ||
             Failed("open an ARINC 429 transmitter", txPort->Open(&tp)))
             return 1;

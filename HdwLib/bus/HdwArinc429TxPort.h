@@ -30,7 +30,8 @@ public:
         uint8_t Parity = ParityOdd;
         uint32_t BaudRate = LowSpeed; // bit/s
         // Gap between words in microseconds, never 0. One less than
-        // CalcWordIntergap(12500, 4) on purpose.
+        // CalcWordIntergap(12500, 4) on purpose; a transmitter at another
+        // rate sets CalcWordIntergap(BaudRate, 4).
         uint16_t WordIntergap = 319;
     };
 

@@ -109,7 +109,7 @@ public:
     // The counters, read under the device lock.
     CLossCounters GetLossCounters();
 
-    // ---- unit time (all under the device lock)
+    // ---- unit time (each call takes the device lock itself)
     // 64-bit unit microseconds of the latest event, unwrapped; false before
     // the first event.
     bool GetLatestUnitTime(uint64_t& unitUs);
