@@ -88,8 +88,8 @@ int main(int argc, char** argv)
 
     // The labels are defined once the transmitter is open (its Open starts
     // the generator with an empty table); they send from the next tick on.
-    Generator::CLabelDef defs[3] = {Generator::CLabelDef(0203, 50.0), Generator::CLabelDef(0204, 25.0),
-        Generator::CLabelDef(0310, 12.5)};
+    Generator::CLabelDef defs[3] = {
+        Generator::CLabelDef(0203, 50.0), Generator::CLabelDef(0204, 25.0), Generator::CLabelDef(0310, 12.5)};
     defs[0].Pattern = Generator::PatternCounter;
     defs[1].Pattern = Generator::PatternBnr; // a sine from -100 to 100, 1 s period
     defs[1].Low = -100;
@@ -118,8 +118,8 @@ int main(int argc, char** argv)
                 const bool mapped = clock->MapUnitTime(unitUs, hostUs, wallUs);
                 if (!quiet)
                     std::printf("%17.6f  unit %.6f  label %03o sdi %u ssm %u data 0x%05X\n",
-                        mapped ? wallUs / 1e6 : 0.0, unitUs / 1e6, unsigned(w.Label), unsigned(w.Sdi),
-                        unsigned(w.Ssm), unsigned(w.Data));
+                        mapped ? wallUs / 1e6 : 0.0, unitUs / 1e6, unsigned(w.Label), unsigned(w.Sdi), unsigned(w.Ssm),
+                        unsigned(w.Data));
                 if (unitUs < lastUs)
                     ++wrong;
                 lastUs = unitUs;
@@ -140,11 +140,15 @@ int main(int argc, char** argv)
     Failed("Disable", gen->Disable());
     for (int i = 0; i < 500 && gen->GetWordsInUnit() != 0; ++i)
         CKVX_HdwTimer::MsSleep(10);
-    CKVX_HdwTimer::MsSleep(20);
-    drain();
+    // The last words are on their way back; wait for them, but not forever.
+    const uint64_t generated = gen->GetGeneratedCount();
+    for (int i = 0; i < 500 && received < generated; ++i) {
+        drain();
+        if (received < generated)
+            CKVX_HdwTimer::MsSleep(10);
+    }
 
     const CKVX_HdwKvxUnitInstance::CLossCounters loss = clock->GetLossCounters();
-    const uint64_t generated = gen->GetGeneratedCount();
     std::printf("generated %llu, skipped %llu; received %llu, dropped %llu, wrong %llu; link: %llu bad frames, "
                 "%llu lost echoes\n",
         static_cast<unsigned long long>(generated), static_cast<unsigned long long>(gen->GetMissedCount()),
