@@ -3,8 +3,9 @@
 // enumeration, numbers the ports per port type, owns the main timer whose
 // tick drives every device, and lends local UDP ports to Ethernet links.
 //
+//     CKVX_HdwKvxHaldenDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxHaldenDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link{3, "/dev/ttyUSB0"};
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 //     manager.Run();

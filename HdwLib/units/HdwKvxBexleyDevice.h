@@ -13,8 +13,9 @@
 // share a bus, as do 2 and 3.
 // Each channel's id is its number within its kind, in decimal.
 //
+//     CKVX_HdwKvxBexleyDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxBexleyDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(4, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 

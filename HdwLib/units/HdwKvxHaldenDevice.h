@@ -3,8 +3,9 @@
 // ARINC 429 receive, 2 CAN and 2 MIL-STD-1553 channels, reached through its
 // USB-UART bridge or over Ethernet (HOE, UDP port 55003).
 //
+//     CKVX_HdwKvxHaldenDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxHaldenDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link{3, "/dev/ttyUSB0"};
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 //

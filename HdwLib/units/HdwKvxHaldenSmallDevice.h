@@ -10,8 +10,9 @@
 // on the unit: its frames go to the bus, and what it receives comes from it.
 // Each channel's id is its number within its kind, in decimal.
 //
+//     CKVX_HdwKvxHaldenSmallDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxHaldenSmallDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(8, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 

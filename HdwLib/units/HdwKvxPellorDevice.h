@@ -32,8 +32,9 @@
 // 2 CArinc429RxPort 16; no other kinds.
 // Each channel's id is its number within its kind, in decimal.
 //
+//     CKVX_HdwKvxPellorDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxPellorDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(10, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 

@@ -15,8 +15,9 @@
 // KvxByteAndMilPorts.h for how a stream travels in frames).
 // Each channel's id is its number within its kind, in decimal.
 //
+//     CKVX_HdwKvxQuillanDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxQuillanDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(11, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 

@@ -16,8 +16,9 @@
 // thread with the command units' back-off, sends Open port and Configure
 // port for every port that was open, and the byte services go on.
 //
+//     CKVX_HdwKvxSorrelDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxSorrelDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(9, "udp:192.168.0.20:55009");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 

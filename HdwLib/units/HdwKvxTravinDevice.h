@@ -11,8 +11,9 @@
 // in decimal. An input port takes CDiscreteInService (17) and CSignalService
 // (1), an output port CDiscreteOutService (18) and CSignalService.
 //
+//     CKVX_HdwKvxTravinDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxTravinDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(5, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 

@@ -8,8 +8,9 @@
 // Channel map (port kind: class, channels): 8 CI2cPort 2, 9 CSpiPort 2.
 // Each channel's id is its number within its kind, in decimal.
 //
+//     CKVX_HdwKvxWendalDevice unit; // the manager does not own it: made first, gone last
 //     CKVX_HdwManager manager;
-//     manager.AttachDevice(new CKVX_HdwKvxWendalDevice);
+//     manager.AttachDevice(&unit);
 //     CKVX_HdwManager::CInitPortDesc link(7, "/dev/ttyUSB0");
 //     manager.Enumerate(&link, 1, CKVX_HdwManager::EnumerateNoScan);
 
