@@ -258,8 +258,8 @@ struct TravinHost : EngineHost {
 
 using Texts = std::vector<std::string>;
 
-// Polarity and the change mask; then records the unit cannot take (bank 4, operation 4, pulses too short
-// and too long, a short input configuration) are echoed and ignored.
+// Polarity and the change mask (an event names only lines of the mask); then records the unit cannot take (bank 4,
+// operation 4, pulses too short and too long, a short input configuration) are echoed and ignored.
 TEST(TravinSim, PolarityOnBothSidesTheChangeMaskAndRefusedRecords)
 {
     TravinHost h;
@@ -272,14 +272,18 @@ TEST(TravinSim, PolarityOnBothSidesTheChangeMaskAndRefusedRecords)
     h.Send(Frame({OutWrite(6, 0, 3, 0x02)})); // toggle line 1: wire high, input reads 0
     // Line 0 reads 1, line 1 reads 0.
     EXPECT_EQ(Of(h.Stream, EvIn), (Texts{"0@3 1/2 #1 0"}));
+    // Lines 0 (outside the mask) and 1 settle in the same instant: the event
+    // names line 1 alone, the state carries both.
+    h.Send(Frame({OutWrite(7, 0, 0, 0x03, 0x00)}));
+    EXPECT_EQ(Of(h.Stream, EvIn), (Texts{"0@3 1/2 #1 0", "0@4 2/2 #2 0"}));
 
     const size_t events = h.Stream.Events.size();
     const uint32_t state = h.Engine.DiscreteOutputState(0);
     ASSERT_EQ(state & 0x04, 0u); // a record on line 2 taken by mistake would raise it
-    h.Send(Frame({OutWrite(7, 4, 1, 0x04), OutWrite(8, 0, 4, 0x04), OutPulse(9, 0, 0x04, 5),
-        OutPulse(10, 0, 0x04, 10000001), Record(36, 11, {1, 0, 0})}));
+    h.Send(Frame({OutWrite(8, 4, 1, 0x04), OutWrite(9, 0, 4, 0x04), OutPulse(10, 0, 0x04, 5),
+        OutPulse(11, 0, 0x04, 10000001), Record(36, 12, {1, 0, 0})}));
     EXPECT_EQ(h.Stream.Events.size(), events + 5);
-    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 2u + 4 + 5); // sessions, 4 earlier records, five refused
+    EXPECT_EQ(h.Stream.OfType(EvEcho).size(), 2u + 5 + 5); // sessions, 5 earlier records, five refused
     EXPECT_EQ(h.Engine.GetCounters().DiscreteRefused, 5u);
     EXPECT_EQ(h.Engine.DiscreteOutputState(0), state);
 }

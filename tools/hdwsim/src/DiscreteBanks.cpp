@@ -235,8 +235,10 @@ void DiscreteBanks::Settle(uint64_t upto)
             return;
         InBank& in = m_In[bank];
         in.Accepted ^= lines;
+        // Lines outside the change mask settle silently, also when they settle
+        // with a reported line: the event names only the lines it reports.
         if (in.Reporting && (lines & in.ChangeMask))
-            EmitIn(bank, lines, InChange, best);
+            EmitIn(bank, lines & in.ChangeMask, InChange, best);
     }
 }
 
