@@ -369,7 +369,8 @@ unsigned CKVX_HdwKvxCommandUnit::CloseUnit(unsigned instance)
         EndOutage(instance, inst);
         return 0;
     }
-    if (!GetUnitDevice().CanClose(instance))
+    // A port being opened counts as open: its Open found the unit open.
+    if (inst->Reconnect.Attempt->PortsOpening().load() != 0 || !GetUnitDevice().CanClose(instance))
         return 0;
     OnClosing(instance);
     return UnitLinkClose(instance);

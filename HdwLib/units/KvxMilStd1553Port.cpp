@@ -4,6 +4,7 @@
 #include <HdwLib/units/internal/KvxMilStd1553Records.h>
 #include <HdwLib/units/KvxMilStd1553RtService.h>
 #include <HdwLib/units/KvxSignalService.h>
+#include <HdwLib/units/internal/KvxPortOpen.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
 namespace {
@@ -34,6 +35,7 @@ CKVX_HdwKvxMilStd1553Port::~CKVX_HdwKvxMilStd1553Port() = default;
 unsigned CKVX_HdwKvxMilStd1553Port::Open(CKVX_HdwPort::CParameters* params)
 {
     // Nothing is sent at opening, so there is no confirmation to wait for.
+    hdw::units::COpeningPort opening(*this);
     return CKVX_HdwMilStd1553Port::Open(params);
 }
 

@@ -7,12 +7,27 @@
 #include <HdwLib/framework/HdwPort.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
+#include <atomic>
+
 namespace hdw::units {
 
 // The rest of a port's Open once the generic open has run: waits for the
 // configuration to be echoed (never with the device lock held) and undoes
 // the open when the unit does not confirm it.
 unsigned FinishOpen(CKVX_HdwPort& port, unsigned openResult, unsigned timeoutMs);
+
+// Counts `port` among its unit's ports being opened for its lifetime (see
+// CReconnectAttempt::PortsOpening).
+class COpeningPort {
+public:
+    explicit COpeningPort(CKVX_HdwPort& port);
+    ~COpeningPort();
+    COpeningPort(const COpeningPort&) = delete;
+    COpeningPort& operator=(const COpeningPort&) = delete;
+
+private:
+    std::atomic<unsigned>* m_Count = nullptr;
+};
 
 inline unsigned OpenTimeout(const CKVX_HdwPort::CParameters* params)
 {
@@ -30,7 +45,11 @@ unsigned OpenChannel(P& port, CKVX_HdwPort::CParameters* params, F&& usable)
         if (!own || !usable(*own))
             return HDW_ERR_ARGUMENT;
     }
-    const unsigned rc = port.G::Open(params);
+    unsigned rc = 0;
+    {
+        COpeningPort opening(port);
+        rc = port.G::Open(params);
+    }
     return FinishOpen(port, rc, OpenTimeout(params));
 }
 

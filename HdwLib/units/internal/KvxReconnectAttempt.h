@@ -25,6 +25,11 @@ public:
 
     std::mutex& Gate() { return m_Gate; }
 
+    // Ports of the unit between their Open's opening of the unit and their
+    // counting as open: the Close of the unit's last open port leaves the
+    // unit open while any is, or it would end the session under them.
+    std::atomic<unsigned>& PortsOpening() { return m_PortsOpening; }
+
     // True from Start until the result is collected or the attempt cancelled.
     bool IsRunning() const { return m_Thread.joinable(); }
     // Runs `work` (abandon, open and verify the link) on a new thread; its
@@ -38,6 +43,7 @@ public:
 
 private:
     std::mutex m_Gate;
+    std::atomic<unsigned> m_PortsOpening{0};
     std::thread m_Thread;
     std::atomic<bool> m_Done{false};
     unsigned m_Result = 0;

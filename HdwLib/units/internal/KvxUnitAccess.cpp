@@ -1,5 +1,6 @@
 #include <HdwLib/bus/HdwSignalService.h>
 #include <HdwLib/units/internal/KvxPortOpen.h>
+#include <HdwLib/units/internal/KvxReconnectAttempt.h>
 #include <HdwLib/units/internal/KvxUnitAccess.h>
 
 #include <HdwLib/units/internal/KvxWait.h>
@@ -20,6 +21,20 @@ unsigned WaitCommandDone(CKVX_HdwPort* port, uint16_t number, unsigned timeoutMs
         return !pending;
     });
     return done && open ? 0u : unsigned(HDW_ERR_LINK);
+}
+
+COpeningPort::COpeningPort(CKVX_HdwPort& port)
+{
+    if (CKVX_HdwKvxUnitInstance* inst = InstanceOf(&port)) {
+        m_Count = &inst->Reconnect.Attempt->PortsOpening();
+        m_Count->fetch_add(1);
+    }
+}
+
+COpeningPort::~COpeningPort()
+{
+    if (m_Count)
+        m_Count->fetch_sub(1);
 }
 
 unsigned FinishOpen(CKVX_HdwPort& port, unsigned openResult, unsigned timeoutMs)
