@@ -1,4 +1,4 @@
-"""HdwLib for Python: interface units for ARINC 429, CAN and more.
+"""HdwLib for Python: interface units for ARINC 429, CAN, UARTs, discrete I/O, I2C and SPI.
 
     import hdwlib
     manager = hdwlib.Manager(["halden"])
@@ -16,11 +16,20 @@ from hdwlib._hdwlib import *  # noqa: F401,F403
 from hdwlib._hdwlib import (  # noqa: F401
     Arinc429Word,
     CanFrame,
+    DiscreteChange,
+    DiscreteIn,
+    DiscreteOut,
+    I2cMaster,
+    I2cTransfer,
     Manager,
     Port,
     PortInfo,
     Signal,
     SignalService,
+    SpiMaster,
+    SpiTransfer,
+    UartInBuffer,
+    UartOutBuffer,
     result_text,
 )
 

@@ -28,6 +28,8 @@ void Check(unsigned code, const char* context);
 // current time when the unit cannot map it (a unit that is no
 // command-protocol unit, or no reception yet).
 double StampToWall(CKVX_HdwPort* port, uint64_t stamp);
+// The same for a unit time already unwrapped (64-bit unit microseconds).
+double UnitTimeToWall(CKVX_HdwPort* port, uint64_t unitUs);
 
 // An ARINC 429 word as Python sees it. `ParityOk` means odd parity, the
 // bus standard; `Time` is host epoch seconds (0 for a word built here).
@@ -64,6 +66,9 @@ void BindManager(py::module_& m);
 void BindArinc429(py::module_& m);
 void BindCan(py::module_& m);
 void BindSignals(py::module_& m);
+void BindBytes(py::module_& m);
+void BindDiscrete(py::module_& m);
+void BindI2cSpi(py::module_& m);
 
 // Enabling a service already on the port gives the one there (the library
 // allows one of each kind per port).

@@ -10,7 +10,17 @@ void Check(unsigned code, const char* context)
         throw ResultError{code, context};
 }
 
-double StampToWall(CKVX_HdwPort* port, uint64_t stamp)
+namespace {
+
+// The unit instance of `port`'s unit, or null for a unit that is no
+// command-protocol unit.
+CKVX_HdwKvxUnitInstance* InstanceOf(CKVX_HdwPort* port)
+{
+    auto* unit = port ? dynamic_cast<CKVX_HdwKvxCommandUnit*>(port->GetHdwDevice()) : nullptr;
+    return unit ? unit->GetUnitInstance(port->GetDeviceId()) : nullptr;
+}
+
+double MappedToWall(CKVX_HdwKvxUnitInstance* instance, const uint64_t* unitUs)
 {
     // One offset from the host's monotonic clock to the wall clock for the
     // whole process: times of the same unit then keep their order, where a
@@ -20,12 +30,26 @@ double StampToWall(CKVX_HdwPort* port, uint64_t stamp)
         const int64_t wall = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
         return wall - int64_t(CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds());
     }();
-    auto* unit = port ? dynamic_cast<CKVX_HdwKvxCommandUnit*>(port->GetHdwDevice()) : nullptr;
-    CKVX_HdwKvxUnitInstance* instance = unit ? unit->GetUnitInstance(port->GetDeviceId()) : nullptr;
     uint64_t host = 0, wall = 0;
-    if (!instance || !instance->MapUnitTime(instance->UnwrapUnitTime(stamp), host, wall))
+    if (!instance || !unitUs || !instance->MapUnitTime(*unitUs, host, wall))
         host = CKVX_HdwKvxUnitInstance::HostMonotonicMicroseconds();
     return double(int64_t(host) + offsetUs) / 1e6;
+}
+
+} // namespace
+
+double StampToWall(CKVX_HdwPort* port, uint64_t stamp)
+{
+    CKVX_HdwKvxUnitInstance* instance = InstanceOf(port);
+    if (!instance)
+        return MappedToWall(nullptr, nullptr);
+    const uint64_t unitUs = instance->UnwrapUnitTime(stamp);
+    return MappedToWall(instance, &unitUs);
+}
+
+double UnitTimeToWall(CKVX_HdwPort* port, uint64_t unitUs)
+{
+    return MappedToWall(InstanceOf(port), &unitUs);
 }
 
 void BindCore(py::module_& m)
@@ -47,6 +71,9 @@ void BindCore(py::module_& m)
         "result_text", [](unsigned code) { return std::string(CKVX_HdwObject::GetResultText(code)); }, py::arg("code"),
         "The library's short text for a result code.");
 
+    m.attr("ERR_NO_ACK") = unsigned(HDW_ERR_NO_ACK);
+    m.attr("ERR_BUS_FAULT") = unsigned(HDW_ERR_BUS_FAULT);
+
     m.attr("PORT_UART") = unsigned(HDW_PORT_UART);
     m.attr("PORT_ARINC429_TX") = unsigned(HDW_PORT_ARINC429_TX);
     m.attr("PORT_ARINC429_RX") = unsigned(HDW_PORT_ARINC429_RX);
@@ -54,6 +81,8 @@ void BindCore(py::module_& m)
     m.attr("PORT_MILSTD1553") = unsigned(HDW_PORT_MILSTD1553);
     m.attr("PORT_DISCRETE_IN") = unsigned(HDW_PORT_DISCRETE_IN);
     m.attr("PORT_DISCRETE_OUT") = unsigned(HDW_PORT_DISCRETE_OUT);
+    m.attr("PORT_I2C") = unsigned(HDW_PORT_I2C);
+    m.attr("PORT_SPI") = unsigned(HDW_PORT_SPI);
 
     m.attr("SIGNAL_ARINC429_RECEIVED") = unsigned(HDW_SIGNAL_ARINC429_RECEIVED);
     m.attr("SIGNAL_ARINC429_SENT") = unsigned(HDW_SIGNAL_ARINC429_SENT);

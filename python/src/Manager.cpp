@@ -7,6 +7,9 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
+#include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -229,13 +232,62 @@ void OpenArinc429(P& port, const py::kwargs& kw)
     Check(port.Open(&p), "open the port");
 }
 
+// UART line settings by name: parity, stop bits, flow control.
+uint8_t NamedCode(const py::kwargs& kw, const char* key, uint8_t current,
+    std::initializer_list<std::pair<const char*, uint8_t>> names, const char* what)
+{
+    if (!kw.contains(key))
+        return current;
+    const std::string given = py::str(kw[key]).cast<std::string>();
+    std::string list;
+    for (const auto& [name, code] : names) {
+        if (given == name)
+            return code;
+        list += std::string(list.empty() ? "" : ", ") + name;
+    }
+    throw py::value_error(std::string(what) + " is " + list + ", not " + given);
+}
+
+void OpenUart(CKVX_HdwUartPort& uart, const py::kwargs& kw)
+{
+    using P = CKVX_HdwUartPort::CParameters;
+    P p = uart.GetUartParameters();
+    SetIf(kw, "rate", p.BaudRate);
+    SetIf(kw, "data_bits", p.DataBits);
+    SetIf(kw, "timeout", p.Timeout);
+    p.Parity = NamedCode(kw, "parity", p.Parity,
+        {{"none", P::ParityNone}, {"odd", P::ParityOdd}, {"even", P::ParityEven}, {"mark", P::ParityMark},
+            {"space", P::ParitySpace}},
+        "UART parity");
+    p.StopBits = NamedCode(kw, "stop_bits", p.StopBits,
+        {{"1", P::StopBitsOne}, {"1.5", P::StopBitsOneAndHalf}, {"2", P::StopBitsTwo}}, "UART stop_bits");
+    p.FlowControl = NamedCode(kw, "flow", p.FlowControl,
+        {{"none", 0}, {"rtscts", P::FlowRtsCts}, {"dtrdsr", P::FlowDtrDsr}, {"xonxoff", P::FlowXonXoff}}, "UART flow");
+    py::gil_scoped_release release;
+    Check(uart.Open(&p), "open the port");
+}
+
+template <class P>
+void OpenWith(CKVX_HdwPort& port, typename P::CParameters& p)
+{
+    py::gil_scoped_release release;
+    Check(port.Open(&p), "open the port");
+}
+
+const char* const OpenKeywords[] = {"bitrate", "sample_point", "rate", "parity", "timeout", "data_bits", "stop_bits",
+    "flow", "debounce_us", "invert_mask", "change_mask", "initial_state", "bus_speed", "bus_timeout_ms", "pull_ups",
+    "mode", "clock_hz", "lsb_first", "word_bits", "chip_select", "cs_active_high"};
+
 // Opens with keyword parameters: CAN bitrate, sample_point; ARINC 429 rate,
-// parity; UART rate; every port timeout (ms for the unit to confirm).
+// parity; UART rate, data_bits, parity, stop_bits, flow; discrete inputs
+// debounce_us, invert_mask, change_mask; discrete outputs initial_state,
+// invert_mask; I2C bus_speed, bus_timeout_ms, pull_ups; SPI mode, clock_hz,
+// lsb_first, word_bits, chip_select, cs_active_high; every port timeout (ms for the unit to confirm).
 void OpenPort(CKVX_HdwPort& port, const py::kwargs& kw)
 {
     for (auto item : kw) {
         const std::string key = item.first.cast<std::string>();
-        if (key != "bitrate" && key != "sample_point" && key != "rate" && key != "parity" && key != "timeout")
+        if (std::find(std::begin(OpenKeywords), std::end(OpenKeywords), key) == std::end(OpenKeywords))
             throw py::type_error("open() got an unexpected keyword argument '" + key + "'");
     }
     if (auto* can = dynamic_cast<CKVX_HdwCanPort*>(&port)) {
@@ -251,11 +303,41 @@ void OpenPort(CKVX_HdwPort& port, const py::kwargs& kw)
     } else if (auto* tx = dynamic_cast<CKVX_HdwArinc429TxPort*>(&port)) {
         OpenArinc429(*tx, kw);
     } else if (auto* uart = dynamic_cast<CKVX_HdwUartPort*>(&port)) {
-        CKVX_HdwUartPort::CParameters p = uart->GetUartParameters();
-        SetIf(kw, "rate", p.BaudRate);
+        OpenUart(*uart, kw);
+    } else if (auto* din = dynamic_cast<CKVX_HdwDiscreteInPort*>(&port)) {
+        CKVX_HdwDiscreteInPort::CParameters p;
+        Check(din->GetParameters(&p), "read the port's parameters");
+        SetIf(kw, "debounce_us", p.DebounceUs);
+        SetIf(kw, "invert_mask", p.InvertMask);
+        SetIf(kw, "change_mask", p.ChangeMask);
         SetIf(kw, "timeout", p.Timeout);
-        py::gil_scoped_release release;
-        Check(uart->Open(&p), "open the port");
+        OpenWith<CKVX_HdwDiscreteInPort>(port, p);
+    } else if (auto* dout = dynamic_cast<CKVX_HdwDiscreteOutPort*>(&port)) {
+        CKVX_HdwDiscreteOutPort::CParameters p;
+        Check(dout->GetParameters(&p), "read the port's parameters");
+        SetIf(kw, "initial_state", p.InitialState);
+        SetIf(kw, "invert_mask", p.InvertMask);
+        SetIf(kw, "timeout", p.Timeout);
+        OpenWith<CKVX_HdwDiscreteOutPort>(port, p);
+    } else if (auto* i2c = dynamic_cast<CKVX_HdwI2cPort*>(&port)) {
+        CKVX_HdwI2cPort::CParameters p;
+        Check(i2c->GetParameters(&p), "read the port's parameters");
+        SetIf(kw, "bus_speed", p.BusSpeed);
+        SetIf(kw, "bus_timeout_ms", p.BusTimeoutMs);
+        SetIf(kw, "pull_ups", p.PullUps);
+        SetIf(kw, "timeout", p.Timeout);
+        OpenWith<CKVX_HdwI2cPort>(port, p);
+    } else if (auto* spi = dynamic_cast<CKVX_HdwSpiPort*>(&port)) {
+        CKVX_HdwSpiPort::CParameters p;
+        Check(spi->GetParameters(&p), "read the port's parameters");
+        SetIf(kw, "mode", p.Mode);
+        SetIf(kw, "clock_hz", p.ClockHz);
+        SetIf(kw, "lsb_first", p.LsbFirst);
+        SetIf(kw, "word_bits", p.WordBits);
+        SetIf(kw, "chip_select", p.ChipSelect);
+        SetIf(kw, "cs_active_high", p.CsActiveHigh);
+        SetIf(kw, "timeout", p.Timeout);
+        OpenWith<CKVX_HdwSpiPort>(port, p);
     } else {
         py::gil_scoped_release release;
         Check(port.Open(nullptr), "open the port");

@@ -11,4 +11,7 @@ PYBIND11_MODULE(_hdwlib, m)
     hdwpy::BindArinc429(m);
     hdwpy::BindCan(m);
     hdwpy::BindSignals(m);
+    hdwpy::BindBytes(m);
+    hdwpy::BindDiscrete(m);
+    hdwpy::BindI2cSpi(m);
 }
