@@ -66,3 +66,12 @@ def manager(sim):
     m = start_manager(sim.link)
     yield m
     m.stop()
+
+
+def managed_unit(unit, code, udp=False):
+    """For a fixture: a running manager with an emulated `unit` of its own, stopped with the emulator after."""
+    s = Sim(unit=unit, code=code, udp=udp)
+    m = start_manager(s.link)
+    yield m
+    m.stop()
+    s.stop()

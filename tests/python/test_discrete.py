@@ -5,16 +5,12 @@ import time
 import pytest
 
 import hdwlib
-from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, Sim, start_manager
+from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, managed_unit
 
 
 @pytest.fixture
 def travin():
-    s = Sim(unit="travin", code=5)
-    m = start_manager(s.link)
-    yield m
-    m.stop()
-    s.stop()
+    yield from managed_unit("travin", 5)
 
 
 def open_bank(manager, k, din_params=None, dout_params=None):

@@ -7,18 +7,14 @@ import time
 import pytest
 
 import hdwlib
-from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, Sim, start_manager
+from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, managed_unit
 
 NO_ACK = hdwlib.ERR_NO_ACK
 
 
 @pytest.fixture
 def wendal():
-    s = Sim(unit="wendal", code=7)
-    m = start_manager(s.link)
-    yield m
-    m.stop()
-    s.stop()
+    yield from managed_unit("wendal", 7)
 
 
 def open_i2c(manager, n, **params):

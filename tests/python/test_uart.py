@@ -7,16 +7,12 @@ import time
 import pytest
 
 import hdwlib
-from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, Sim, start_manager
+from conftest import DEADLINE_S, OPEN_TIMEOUT_MS, managed_unit
 
 
 @pytest.fixture
 def sorrel():
-    s = Sim(unit="sorrel", code=9, udp=True)
-    m = start_manager(s.link)
-    yield m
-    m.stop()
-    s.stop()
+    yield from managed_unit("sorrel", 9, udp=True)
 
 
 def open_pair(manager, a, b, both_ways=False, **line):
