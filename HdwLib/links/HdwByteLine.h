@@ -17,9 +17,13 @@ public:
     virtual unsigned LineRead(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead) = 0;
     // Bytes the line takes now without making the caller wait.
     virtual unsigned LineWriteRoom() = 0;
-    // Writes `count` bytes (no more than LineWriteRoom): 0, or non-zero when
-    // they were lost.
-    virtual unsigned LineWrite(const unsigned char* data, unsigned count) = 0;
+    // Writes what the line takes at once of `count` bytes (no more than
+    // LineWriteRoom), never waiting: `written` says how many. 0, or non-zero
+    // once the line has failed.
+    virtual unsigned LineWrite(const unsigned char* data, unsigned count, unsigned& written) = 0;
+    // How long (ms) the line may take nothing offered to it before the output
+    // service gives the bytes up and fails.
+    virtual unsigned LineWriteTimeout() = 0;
     // Bytes written but still waiting in the line's own output queue.
     virtual unsigned LineQueued() = 0;
 };

@@ -1,6 +1,7 @@
 #include <HdwLib/bus/internal/ByteInput.h>
 #include <HdwLib/bus/internal/RunState.h>
 #include <HdwLib/framework/HdwPort.h>
+#include <HdwLib/framework/internal/PlatformTimer.h>
 #include <HdwLib/links/HdwByteLine.h>
 #include <HdwLib/links/HdwLineByteServices.h>
 #include <HdwLib/links/internal/LineByteServices.h>
@@ -125,12 +126,24 @@ unsigned CKVX_HdwLineByteOutBufferService::HdwTimerHandler(uint64_t)
     if (n == 0)
         return 0;
     std::copy_n(m_Bytes.begin(), n, chunk);
-    if (line->LineWrite(chunk, n) != 0) {
-        SetStatus(HDW_SERVICE_FAILED); // the chunk is lost, and counted
-        m_Unplaced += n;
-        return 0;
+    // The line takes what it can now; the tick never waits for room, so that
+    // the application's calls on this device are not held while it is full.
+    unsigned written = 0;
+    const unsigned rc = line->LineWrite(chunk, n, written);
+    written = std::min(written, n);
+    m_Bytes.erase(m_Bytes.begin(), m_Bytes.begin() + written);
+    const uint64_t now = hdw::platform::MonotonicMs();
+    if (written > 0)
+        m_Stalled = false;
+    else if (!m_Stalled) {
+        m_Stalled = true;
+        m_StallStartMs = now;
     }
-    m_Bytes.erase(m_Bytes.begin(), m_Bytes.begin() + n);
+    if (rc != 0 || (m_Stalled && now - m_StallStartMs >= line->LineWriteTimeout())) {
+        SetStatus(HDW_SERVICE_FAILED); // what the line did not take is lost, and counted
+        m_Unplaced += n - written;
+        m_Stalled = false;
+    }
     return 0;
 }
 
@@ -139,6 +152,7 @@ unsigned CKVX_HdwLineByteOutBufferService::Start()
     CKVX_HdwServiceLock lock(*this);
     m_Bytes.clear();
     m_Unplaced = 0;
+    m_Stalled = false;
     SetStatus(HDW_SERVICE_RUNNING);
     return 0;
 }

@@ -56,4 +56,7 @@ public:
 
 private:
     std::deque<unsigned char> m_Bytes;
+    // Since when (monotonic ms) the line has taken none of what it was offered.
+    uint64_t m_StallStartMs = 0;
+    bool m_Stalled = false;
 };

@@ -64,12 +64,18 @@ unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineWriteRoom()
     return queued < OutputHighWater ? OutputHighWater - queued : 0u;
 }
 
-unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineWrite(const unsigned char* data, unsigned count)
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineWrite(const unsigned char* data, unsigned count, unsigned& written)
 {
+    written = 0;
     CUart* line = Line();
     if (!line)
         return HDW_ERR_PORT_NOT_OPEN;
-    return line->Write(const_cast<unsigned char*>(data), count, m_Parameters.Timeout);
+    return line->WriteSome(data, count, written);
+}
+
+unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineWriteTimeout()
+{
+    return m_Parameters.Timeout;
 }
 
 unsigned CKVX_HdwStdUartDevice::CStdUartPort::LineQueued()

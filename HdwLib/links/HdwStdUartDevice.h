@@ -64,12 +64,14 @@ public:
         unsigned GetReadBufferBytes(unsigned& count);
 
         // The line as the byte services use it (in the tick, under the
-        // device lock). A write waits at most the open parameters' Timeout
-        // and is handed no more than leaves OutputHighWater bytes queued.
+        // device lock). A write takes what the line takes at once, no more
+        // than leaves OutputHighWater bytes queued; the output service fails
+        // when the line takes nothing for the open parameters' Timeout.
         bool LineIsOpen() override;
         unsigned LineRead(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead) override;
         unsigned LineWriteRoom() override;
-        unsigned LineWrite(const unsigned char* data, unsigned count) override;
+        unsigned LineWrite(const unsigned char* data, unsigned count, unsigned& written) override;
+        unsigned LineWriteTimeout() override;
         unsigned LineQueued() override;
 
         // Most bytes left in the driver's output queue by the output service.

@@ -72,13 +72,23 @@ unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWriteRoom()
     return CKVX_HdwLineByteOutBufferService::MaxWritePerTick;
 }
 
-unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWrite(const unsigned char* data, unsigned count)
+// One datagram: the socket takes it whole or fails.
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWrite(
+    const unsigned char* data, unsigned count, unsigned& written)
 {
+    written = 0;
     CDeviceInstance* inst = Instance();
     if (!inst)
         return HDW_ERR_PORT_NOT_OPEN;
-    return inst->Socket.SendTo(data, count, inst->UnitAddress, inst->UnitPort) == 0 ? 0u
-                                                                                    : unsigned(HDW_ERR_SYSTEM_CALL);
+    if (inst->Socket.SendTo(data, count, inst->UnitAddress, inst->UnitPort) != 0)
+        return HDW_ERR_SYSTEM_CALL;
+    written = count;
+    return 0;
+}
+
+unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineWriteTimeout()
+{
+    return m_Parameters.Timeout;
 }
 
 unsigned CKVX_HdwUdpEmulatorDevice::CUdpUartPort::LineQueued()

@@ -66,7 +66,8 @@ public:
         bool LineIsOpen() override;
         unsigned LineRead(unsigned char* buffer, unsigned maxBytes, unsigned& bytesRead) override;
         unsigned LineWriteRoom() override;
-        unsigned LineWrite(const unsigned char* data, unsigned count) override;
+        unsigned LineWrite(const unsigned char* data, unsigned count, unsigned& written) override;
+        unsigned LineWriteTimeout() override;
         unsigned LineQueued() override;
 
     private:

@@ -35,6 +35,8 @@
 // - Write waits on the descriptor with poll() up to timeoutMs instead of
 //   spinning, and purges the output queue (tcflush) on a time-out; a line
 //   that fails or hangs up during that wait ends it at once with 23.
+// - WriteSome is one write on the non-blocking descriptor; a line that has
+//   hung up or failed answers 13.
 // - Read with nothing queued answers 13 when the line has hung up (the other
 //   side of a pseudo-terminal closed, a bridge unplugged), 0 otherwise.
 // - SetParity refused by the driver closes the port and, unlike Windows,
@@ -73,6 +75,9 @@ public:
 
     unsigned Read(unsigned char* buffer, unsigned int maxBytes, unsigned int& bytesRead);
     unsigned Write(unsigned char* buffer, unsigned int count, unsigned int timeoutMs);
+    // Writes what the line takes at once, never waiting for room: `written`
+    // says how many (0 when the line is full). Non-zero when the line failed.
+    unsigned WriteSome(const unsigned char* buffer, unsigned int count, unsigned int& written);
     unsigned SetParity(unsigned char parity);
     unsigned GetReadBufferBytes(unsigned int& count);
     unsigned GetBytesToBeWritten(unsigned int& count);

@@ -288,6 +288,23 @@ unsigned CUart::Write(unsigned char* buffer, unsigned int count, unsigned int ti
     return HDW_ERR_WRITE_TIMEOUT;
 }
 
+unsigned CUart::WriteSome(const unsigned char* buffer, unsigned int count, unsigned int& written)
+{
+    written = 0;
+    if (!IsOpen())
+        return HDW_ERR_PORT_NOT_OPEN;
+    if (count == 0 || !buffer)
+        return 0;
+    ssize_t n;
+    do
+        n = ::write(Fd(m_Handle), buffer, count);
+    while (n < 0 && errno == EINTR);
+    if (n < 0)
+        return errno == EAGAIN || errno == EWOULDBLOCK ? 0u : unsigned(HDW_ERR_SYSTEM_CALL);
+    written = static_cast<unsigned>(n);
+    return 0;
+}
+
 unsigned CUart::SetParity(unsigned char parity)
 {
     if (!IsOpen())

@@ -217,6 +217,27 @@ unsigned CUart::Write(unsigned char* buffer, unsigned int count, unsigned int ti
     return HDW_ERR_WRITE_TIMEOUT;
 }
 
+unsigned CUart::WriteSome(const unsigned char* buffer, unsigned int count, unsigned int& written)
+{
+    written = 0;
+    if (!IsOpen())
+        return HDW_ERR_PORT_NOT_OPEN;
+    if (count == 0 || !buffer)
+        return 0;
+    // The driver counts its output queue: what fits in the queue size set at
+    // Open is taken without a wait.
+    unsigned queued = 0;
+    GetBytesToBeWritten(queued);
+    const unsigned room = m_OutputQueueSize > queued ? m_OutputQueueSize - queued : 0u;
+    const unsigned n = count < room ? count : room;
+    if (n == 0)
+        return 0;
+    const unsigned rc = Write(const_cast<unsigned char*>(buffer), n, m_Parameters.Timeout);
+    if (rc == 0)
+        written = n;
+    return rc;
+}
+
 unsigned CUart::SetParity(unsigned char parity)
 {
     if (!IsOpen())

@@ -139,6 +139,50 @@ TEST_F(StdUart, LargeAmountsCrossTheLineWholeAndInOrderBothWays)
     EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
 }
 
+// The tick offers the line only what it takes at once. With nobody reading, the
+// line fills while the tick goes on and the application's calls on the service
+// answer (the tick once waited for room holding the device, up to the write
+// Timeout); read, every byte arrives in order and nothing is counted lost.
+TEST_F(StdUart, AFullLineHoldsNeitherTheTickNorTheApplication)
+{
+    OpenWithServices(1u << 20, 120000);
+    const auto sent = Pattern(300000, 3);
+    ASSERT_EQ(out->Write(const_cast<uint8_t*>(sent.data()), unsigned(sent.size()), 0), 0u);
+    unsigned pending = 0;
+    ASSERT_TRUE(WaitUntil(
+        [&] { return out->GetBytesToBeWritten(pending) == 0 && pending < sent.size() && pty.MasterQueued() > 0; }));
+    const uint64_t ticks = manager.GetTickCounter();
+    ASSERT_TRUE(WaitUntil([&] { return manager.GetTickCounter() >= ticks + 50; })) << "the tick stopped";
+    ASSERT_EQ(out->GetBytesToBeWritten(pending), 0u);
+    EXPECT_GT(pending, 0u) << "a pseudo-terminal cannot hold 300,000 bytes";
+    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+
+    EXPECT_EQ(pty.ReadMaster(sent.size()), sent);
+    EXPECT_TRUE(WaitUntil([&] { return out->GetBytesToBeWritten(pending) == 0 && pending == 0; }));
+    EXPECT_EQ(out->GetStatus(), unsigned(HDW_SERVICE_RUNNING));
+    EXPECT_EQ(out->GetUnplacedCount(), 0u);
+}
+
+// A line that takes nothing for the open Timeout fails the output service, which
+// counts the chunk it gave up; what went out before is a whole, ordered prefix.
+TEST_F(StdUart, ALineThatTakesNothingForItsTimeoutFailsTheOutput)
+{
+    OpenWithServices(1u << 20, 300);
+    const auto sent = Pattern(300000, 5);
+    ASSERT_EQ(out->Write(const_cast<uint8_t*>(sent.data()), unsigned(sent.size()), 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return out->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
+    EXPECT_GT(out->GetUnplacedCount(), 0u);
+    EXPECT_LE(out->GetUnplacedCount(), uint64_t(CKVX_HdwLineByteOutBufferService::MaxWritePerTick));
+    unsigned pending = 0;
+    ASSERT_EQ(out->GetBytesToBeWritten(pending), 0u);
+    ASSERT_GT(pending, 0u);
+    const size_t written = sent.size() - pending;
+    ASSERT_GT(written, 0u);
+    EXPECT_EQ(pty.ReadMaster(written), std::vector<uint8_t>(sent.begin(), sent.begin() + std::ptrdiff_t(written)));
+    unsigned char b = 0;
+    EXPECT_EQ(out->Write(&b, 1, 0), 15u);
+}
+
 TEST_F(StdUart, FullInputDropsTheOldestBytesAHungUpLineFailsItAndStoppedServicesAnswer29)
 {
     OpenWithServices(100);
@@ -152,6 +196,10 @@ TEST_F(StdUart, FullInputDropsTheOldestBytesAHungUpLineFailsItAndStoppedServices
 
     pty.CloseMaster();
     ASSERT_TRUE(WaitUntil([&] { return in->Read(buf, sizeof buf, n) == 15u; }));
+    // Bytes for a line that hung up fail the output service and are counted.
+    ASSERT_EQ(out->Write(buf, 10, 0), 0u);
+    ASSERT_TRUE(WaitUntil([&] { return out->GetStatus() == unsigned(HDW_SERVICE_FAILED); }));
+    EXPECT_EQ(out->GetUnplacedCount(), 10u);
     ASSERT_EQ(port->Close(), 0u);
     EXPECT_EQ(in->Read(buf, sizeof buf, n), 29u);
     EXPECT_EQ(out->Write(buf, 1, 0), 29u);

@@ -64,6 +64,7 @@ TEST(UartClosed, NotOpenOrFailedToOpenAnswers19)
         EXPECT_EQ(uart.Read(buf, 4, n), 19u);
         EXPECT_EQ(n, 0u);
         EXPECT_EQ(uart.Write(buf, 4, 10), 19u);
+        EXPECT_EQ(uart.WriteSome(buf, 4, n), 19u);
         EXPECT_EQ(uart.GetReadBufferBytes(n), 19u);
         EXPECT_EQ(uart.Close(), 0u);
     }
@@ -194,6 +195,40 @@ TEST_F(UartPty, WriteTimesOutOnAnUndrainedLineAndDropsTheRest)
     const size_t before = got.size() - 3;
     EXPECT_LT(before, big.size());
     EXPECT_TRUE(std::equal(got.begin(), got.begin() + long(before), big.begin()));
+}
+
+// WriteSome takes what the line takes and returns at once: 0 bytes from a full
+// line, more once it is read, everything in order; a hung-up line answers 13.
+TEST_F(UartPty, WriteSomeTakesWhatTheLineTakesWithoutWaiting)
+{
+    ASSERT_EQ(OpenWith(Params()), 0u);
+    const auto big = Pattern(1 << 20, 9);
+    size_t offered = 0;
+    unsigned written = 99;
+    for (;;) {
+        ASSERT_EQ(uart.WriteSome(big.data() + offered, 4096, written), 0u);
+        if (written == 0)
+            break;
+        offered += written;
+        ASSERT_LT(offered, big.size()) << "a pseudo-terminal holds far less than 1 MB";
+    }
+    ASSERT_GT(offered, 0u);
+    std::vector<uint8_t> got = pty.ReadMaster(offered);
+    ASSERT_EQ(got.size(), offered);
+    ASSERT_TRUE(WaitUntil([&] {
+        EXPECT_EQ(uart.WriteSome(big.data() + offered, 4096, written), 0u);
+        offered += written;
+        return written > 0;
+    }));
+    const auto rest = pty.ReadMaster(offered - got.size());
+    got.insert(got.end(), rest.begin(), rest.end());
+    EXPECT_EQ(got, std::vector<uint8_t>(big.begin(), big.begin() + long(offered)));
+    EXPECT_EQ(uart.WriteSome(big.data(), 0, written), 0u);
+    EXPECT_EQ(written, 0u);
+
+    pty.CloseMaster();
+    EXPECT_EQ(uart.WriteSome(big.data(), 16, written), 13u);
+    EXPECT_EQ(written, 0u);
 }
 
 // A hang-up (a bridge unplugged) is a dead line, not an empty one.
