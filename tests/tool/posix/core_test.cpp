@@ -140,7 +140,8 @@ TEST(Numbers, RatesSamplePointsAndDurations)
     std::string error;
     // 0: refused.
     const std::pair<const char*, uint32_t> rates[] = {{"100k", 100000}, {"12.5k", 12500}, {"1M", 1000000},
-        {"low", 12500}, {"high", 100000}, {"fast", 0}, {"1.5", 0}, {"0", 0}};
+        {"low", 12500}, {"high", 100000}, {"fast", 0}, {"1.5", 0}, {"0", 0}, {"3E-8", 0}, {"0.4", 0}, {"1e-6k", 0},
+        {"", 0}};
     for (const auto& [text, want] : rates) {
         uint32_t r = 0;
         const bool ok = ParseBitRate(text, r, error);
@@ -160,6 +161,16 @@ TEST(Numbers, RatesSamplePointsAndDurations)
         EXPECT_EQ(ok, c.Want >= 0) << c.Text;
         EXPECT_DOUBLE_EQ(ok ? d : -1, c.Want) << c.Text;
     }
+    // Nothing may follow the number, not even a NUL inside the string.
+    const std::string withNul("5\0x", 3);
+    uint32_t r = 0;
+    double d = 0;
+    EXPECT_FALSE(ParseBitRate(withNul, r, error));
+    EXPECT_FALSE(ParseSamplePoint(std::string("0.5\0", 4), d, error));
+    EXPECT_FALSE(ParseSeconds(withNul, d, error));
+    EXPECT_FALSE(ParseReal("2 ", d));
+    EXPECT_TRUE(ParseReal("-2.5e1", d));
+    EXPECT_EQ(d, -25.0);
     uint64_t v = 0;
     EXPECT_TRUE(ParseNumber("0b101", v));
     EXPECT_EQ(v, 5u);

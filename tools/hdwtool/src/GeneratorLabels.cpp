@@ -13,13 +13,10 @@ using Gen = CKVX_HdwDataGeneratorService;
 
 bool ParseDecimal(const std::string& key, const std::string& text, double& value, std::string& error)
 {
-    char* end = nullptr;
-    const double v = std::strtod(text.c_str(), &end);
-    if (text.empty() || !end || *end) {
+    if (!ParseReal(text, value)) {
         error = key + " \"" + text + "\" is not a number";
         return false;
     }
-    value = v;
     return true;
 }
 

@@ -352,6 +352,18 @@ bool ParseLabelAccept(const std::string& text, LabelAccept& accept, std::string&
     return true;
 }
 
+bool ParseReal(const std::string& text, double& value)
+{
+    if (text.empty())
+        return false;
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (end != text.c_str() + text.size())
+        return false;
+    value = v;
+    return true;
+}
+
 bool ParseBitRate(const std::string& text, uint32_t& rate, std::string& error)
 {
     const std::string t = Lower(text);
@@ -369,9 +381,9 @@ bool ParseBitRate(const std::string& text, uint32_t& rate, std::string& error)
         scale = t.back() == 'k' ? 1e3 : 1e6;
         number = t.substr(0, t.size() - 1);
     }
-    char* end = nullptr;
-    const double v = std::strtod(number.c_str(), &end);
-    if (number.empty() || !end || *end || !(v > 0) || v * scale > 4e9 ||
+    double v = 0;
+    // At least 1 bit/s once rounded: "3e-8" is within the rounding slack of 0.
+    if (!ParseReal(number, v) || !(v * scale >= 0.5) || v * scale > 4e9 ||
         std::fabs(v * scale - std::round(v * scale)) > 1e-6) {
         error = "\"" + text + "\" is not a bit rate (12500, 100k, 1M, low, high)";
         return false;
@@ -388,9 +400,10 @@ bool ParseSamplePoint(const std::string& text, double& point, std::string& error
         number.pop_back();
         scale = 0.01;
     }
-    char* end = nullptr;
-    const double v = std::strtod(number.c_str(), &end) * scale;
-    if (number.empty() || !end || *end || !(v > 0 && v < 1)) {
+    double v = 0;
+    const bool parsed = ParseReal(number, v);
+    v *= scale;
+    if (!parsed || !(v > 0 && v < 1)) {
         error = "sample point \"" + text + "\" is not a fraction between 0 and 1 (0.875 or 87.5%)";
         return false;
     }
@@ -408,9 +421,10 @@ bool ParseSeconds(const std::string& text, double& seconds, std::string& error)
     } else if (!number.empty() && number.back() == 's') {
         number.pop_back();
     }
-    char* end = nullptr;
-    const double v = std::strtod(number.c_str(), &end) * scale;
-    if (number.empty() || !end || *end || !(v >= 0) || v > 1e7) {
+    double v = 0;
+    const bool parsed = ParseReal(number, v);
+    v *= scale;
+    if (!parsed || !(v >= 0) || v > 1e7) {
         error = "\"" + text + "\" is not a duration in seconds (5, 0.5, 250ms)";
         return false;
     }

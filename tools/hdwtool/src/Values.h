@@ -48,6 +48,9 @@ struct LabelAccept {
 };
 bool ParseLabelAccept(const std::string& text, LabelAccept& accept, std::string& error);
 
+// A decimal number (strtod's syntax) that is the whole text: nothing after it,
+// not even a NUL inside the string.
+bool ParseReal(const std::string& text, double& value);
 // A rate in bit/s: "12500", "100k", "12.5k", "1M"; "low" and "high" for the
 // two ARINC 429 speeds.
 bool ParseBitRate(const std::string& text, uint32_t& rate, std::string& error);
